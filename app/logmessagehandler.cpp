@@ -1,0 +1,67 @@
+#include "app/logmessagehandler.h"
+
+#include "config/paths.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QMutex>
+#include <QMutexLocker>
+#include <QTextStream>
+
+namespace
+{
+
+constexpr qint64 kMaxLogBytes = 30LL * 1024 * 1024;
+
+/// Critical and fatal messages have no word: the program itself never emits them.
+QString LevelWord(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg:
+        return QStringLiteral("DEBUG");
+    case QtWarningMsg:
+        return QStringLiteral("WARNING");
+    case QtInfoMsg:
+        return QStringLiteral("INFO");
+    case QtCriticalMsg:
+    case QtFatalMsg:
+        break;
+    }
+    return QString();
+}
+
+/// "(file:line)" with the file's name after its last slash; "(:0)" when the context carries none.
+QString SourceLocation(const QMessageLogContext &context)
+{
+    const QString file = QString::fromUtf8(context.file);
+    const QString name = file.mid(file.lastIndexOf(QLatin1Char('/')) + 1);
+    return QStringLiteral("(%1:%2)").arg(name, QString::number(context.line));
+}
+
+} // namespace
+
+void LogMessageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    static QMutex mutex;
+    const QMutexLocker locker(&mutex);
+
+    const QString folder = Paths::LogFolder();
+    if (!QDir(folder).exists())
+        QDir().mkpath(folder);
+
+    const QString time =
+        QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    const QString line = QStringLiteral("[%1] [%2] %3 %4")
+                             .arg(time, LevelWord(type), SourceLocation(context), message);
+
+    QFile file(folder + QStringLiteral("/AutoUpdate.log"));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Append))
+        return;
+    if (file.size() > kMaxLogBytes)
+        file.resize(0);
+    QTextStream stream(&file);
+    stream << line << "\r\n";
+    stream.flush();
+    file.close();
+}

@@ -1,0 +1,76 @@
+#include "app/logmessagehandler.h"
+#include "config/global.h"
+#include "net/httpdownloadfile.h"
+
+#include <QApplication>
+#include <QDebug>
+#include <QDir>
+#include <QFont>
+#include <QSharedMemory>
+#include <QThread>
+
+namespace
+{
+
+constexpr int kAlreadyRunning = -1;
+constexpr int kNotConfigured = 0;
+
+/// True when this process now holds the key. The guard is released when the object is destroyed.
+bool TakeGuard(QSharedMemory &guard)
+{
+    // A segment that a crashed run left behind goes away with its last user; one that a live copy
+    // holds stays.
+    if (guard.attach(QSharedMemory::ReadWrite))
+        guard.detach();
+    return guard.create(1, QSharedMemory::ReadWrite);
+}
+
+void CaptureArguments(int argc, char *argv[])
+{
+    for (int i = 1; i < argc; ++i) {
+        const QString argument = QString::fromUtf8(argv[i]);
+        Global::instance.cmdLineArgs.append(argument);
+        qInfo() << "cmd line parameters :" << argument;
+    }
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    Q_INIT_RESOURCE(resources);
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+
+    QApplication application(argc, argv);
+
+    QFont font;
+    font.setFamily(QStringLiteral("微软雅黑"));
+    QApplication::setFont(font);
+
+    QSharedMemory guard(QStringLiteral("ZellAutoUpdate"));
+    if (!TakeGuard(guard))
+        return kAlreadyRunning;
+
+    QDir::setCurrent(QCoreApplication::applicationDirPath());
+    qInstallMessageHandler(LogMessageHandler);
+    if (Global::instance.ReadConfig() != Global::Success)
+        return kNotConfigured;
+    CaptureArguments(argc, argv);
+
+    auto *thread = new QThread;
+    auto *worker = new HttpDownLoadFile(nullptr);
+    worker->moveToThread(thread);
+    // Direct: what the worker holds of the network is released on its own thread, as its last act.
+    QObject::connect(thread, &QThread::finished, worker, &HttpDownLoadFile::DeleteResource,
+                     Qt::DirectConnection);
+    thread->start(QThread::InheritPriority);
+
+    const int result = QApplication::exec();
+
+    thread->exit(0);
+    thread->wait();
+    delete worker;
+    delete thread;
+    return result;
+}

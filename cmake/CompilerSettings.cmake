@@ -1,0 +1,27 @@
+# Warnings, sanitizers and the definitions that every target of the project is compiled with.
+
+option(UPDATER_SANITIZE "Build with the address, leak and undefined-behaviour sanitizers" OFF)
+
+add_library(compiler_settings INTERFACE)
+
+target_compile_definitions(compiler_settings INTERFACE
+    # The log shows "(:0)" in every build type: no call of ours hands over its file and line.
+    QT_NO_MESSAGELOGCONTEXT
+    QT_NO_CAST_FROM_ASCII
+    QT_NO_CAST_TO_ASCII
+    QT_NO_URL_CAST_FROM_STRING
+    # The oldest Qt that the sources must compile against is 5.12.
+    QT_DISABLE_DEPRECATED_BEFORE=0x050c00)
+
+if(MSVC)
+    target_compile_options(compiler_settings INTERFACE /utf-8 /W4 /WX /permissive-)
+else()
+    target_compile_options(compiler_settings INTERFACE
+        -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
+endif()
+
+if(UPDATER_SANITIZE)
+    set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    target_compile_options(compiler_settings INTERFACE ${sanitizers})
+    target_link_options(compiler_settings INTERFACE ${sanitizers})
+endif()

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+
+/**
+ * Asks tasklist for processes with the image name @p appName and tells whether its output contains
+ * that name (case-sensitive; a plain substring test). Blocks for up to 30000 ms; what tasklist has
+ * said by then decides, and a tasklist that cannot be started counts as not running. The caller
+ * closes @p tasklist.
+ */
+bool ClientIsListed(QProcess &tasklist, const QString &appName);
+
+/**
+ * Ends a running client by force and waits until taskkill is done. Does nothing when the client does
+ * not run. Blocks as ClientIsListed() does.
+ */
+void StopRunningClient(const QString &appName);
+
+/// True for an argument that holds a meeting link ("qorb-meeting://TEXT").
+bool IsMeetingLink(const QString &argument);
+
+/// What the client takes for a meeting link: "--url=TEXT"; TEXT is empty when "://" is missing.
+QString ClientUrlArgument(const QString &meetingLink);

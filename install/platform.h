@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QString>
+#include <QtGlobal>
+
+/**
+ * What differs by operating system. One file a system implements it; the build picks that file.
+ * Callable from every thread.
+ */
+namespace Platform
+{
+
+struct FreeSpace {
+    bool ok = false;
+    quint64 bytes = 0;   ///< all free bytes of the volume, not those that a quota leaves the caller
+    quint32 errorCode = 0; ///< the system's own code when not ok
+};
+
+/// Free space of the volume that @p path (a root such as "C:\" or a folder) lies on.
+FreeSpace VolumeFreeSpace(const QString &path);
+
+/// Blocks the calling thread.
+void Pause(unsigned long milliseconds);
+
+/// Lets the system start a downloaded file as a program, where it asks for more than the name.
+void MakeStartable(const QString &program);
+
+} // namespace Platform

@@ -1,0 +1,28 @@
+#include "install/platform.h"
+
+#include <qt_windows.h>
+
+Platform::FreeSpace Platform::VolumeFreeSpace(const QString &path)
+{
+    const auto *volume = reinterpret_cast<const wchar_t *>(path.utf16());
+
+    FreeSpace space;
+    ULARGE_INTEGER totalFreeBytes = {};
+    if (GetDiskFreeSpaceExW(volume, nullptr, nullptr, &totalFreeBytes) == 0) {
+        space.errorCode = GetLastError();
+        return space;
+    }
+    space.ok = true;
+    space.bytes = totalFreeBytes.QuadPart;
+    return space;
+}
+
+void Platform::Pause(unsigned long milliseconds)
+{
+    Sleep(milliseconds);
+}
+
+void Platform::MakeStartable(const QString &)
+{
+    // The file's name is enough for the system.
+}

@@ -1,0 +1,386 @@
+#include "net/httpdownloadfile.h"
+
+#include "config/global.h"
+#include "config/paths.h"
+#include "net/timelimits.h"
+#include "ui/dwondialog.h"
+#include "ui/updatedialog.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDebug>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkRequest>
+#include <QSslConfiguration>
+#include <QTimer>
+#include <QTimerEvent>
+#include <QUrl>
+
+namespace
+{
+
+/// Windows, as the update service counts platforms.
+constexpr int kPlatform = 6;
+
+const QLatin1String kNoUpdate("0");
+
+// An answer beyond this is never read to its end: the check runs into its time limit, and memory does
+// not grow with whatever the service sends.
+constexpr qint64 kMaxCheckReplyBytes = 8 * 1024 * 1024;
+
+// Bytes that may wait for a slow disk before the connection is held back.
+constexpr qint64 kDownloadBufferBytes = 1024 * 1024;
+
+QByteArray CheckRequestBody()
+{
+    const QJsonObject body{{QStringLiteral("clientVersion"), Global::instance.currentVersion},
+                           {QStringLiteral("deviceType"), QStringLiteral("Windows")},
+                           {QStringLiteral("platform"), kPlatform}};
+    return QJsonDocument(body).toJson(QJsonDocument::Compact);
+}
+
+QNetworkRequest CheckRequest()
+{
+    QNetworkRequest request(QUrl(Global::instance.updateCheckUrl, QUrl::TolerantMode));
+    request.setRawHeader("X-Request-From", "internal");
+    request.setRawHeader("content-type", "application/json;charset=UTF-8");
+    QSslConfiguration tls = request.sslConfiguration();
+    tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+    tls.setProtocol(QSsl::AnyProtocol);
+    request.setSslConfiguration(tls);
+    return request;
+}
+
+/// The user asked never to be prompted for this version, and nobody asks for the prompt now.
+bool IsSilenced()
+{
+    const Global &global = Global::instance;
+    return global.noRemind != 0 && global.latestVersion == global.noRemindVersion
+           && !global.HasForcingSwitch();
+}
+
+bool HasNothingToOffer()
+{
+    return IsSilenced() || Global::instance.update == kNoUpdate;
+}
+
+/// What an earlier update left for the client to show must not be shown with this one.
+void RemoveNotesMarker()
+{
+    QFile marker(Paths::NotesMarkerFile());
+    if (!marker.exists())
+        qInfo() << "isShowUpdataInfo.txt not exists";
+    else if (marker.remove())
+        qInfo() << "isShowUpdataInfo.txt is remove";
+    else
+        qDebug() << "failed to delete isShowUpdataInfo.txt: " << int(marker.error());
+}
+
+QString FileNameOfUrl(const QString &url)
+{
+    return url.mid(url.lastIndexOf(QLatin1Char('/')) + 1);
+}
+
+/// False for a name that the service chose so that it climbs out of the folder or onto another drive.
+bool IsPlainFileName(const QString &name)
+{
+    return name != QLatin1String("..") && !name.contains(QLatin1Char('\\'))
+           && !name.contains(QLatin1Char(':'));
+}
+
+/// A nameless client has the folder of everybody's application data: that one is never emptied.
+bool IsOwnFolder(const QString &folder)
+{
+    return !FileNameOfUrl(folder).trimmed().isEmpty();
+}
+
+void RemoveEntry(const QFileInfo &entry)
+{
+    const QString path = entry.absoluteFilePath();
+    if (QFile::remove(path))
+        return;
+    // A link to a folder is removed as such; what it points to is not ours to empty.
+    if (entry.isSymLink())
+        QDir().rmdir(path);
+    else
+        QDir(path).removeRecursively();
+}
+
+} // namespace
+
+HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
+{
+    qRegisterMetaType<QNetworkReply::NetworkError>("QNetworkReply::NetworkError");
+
+    updateDialog = new UpdateDialog;
+    DwonDialog *dwonDialog = updateDialog->ProgressDialog();
+    connect(this, &HttpDownLoadFile::Aupdate, updateDialog, &UpdateDialog::updateMode);
+    // Twice on purpose: every step of the progress reaches the bar two times.
+    connect(this, &HttpDownLoadFile::UpdateBar, dwonDialog, &DwonDialog::UpdateProgressBar);
+    connect(this, &HttpDownLoadFile::UpdateBar, dwonDialog, &DwonDialog::UpdateProgressBar);
+    connect(updateDialog, &UpdateDialog::getPack, this, &HttpDownLoadFile::GetPackData);
+    connect(this, &HttpDownLoadFile::InitCheck, this, &HttpDownLoadFile::CheckProcess);
+
+    QTimer::singleShot(TimeLimits::FirstCheckDelayMs, this, &HttpDownLoadFile::TimerPro);
+}
+
+HttpDownLoadFile::~HttpDownLoadFile()
+{
+    delete updateDialog;
+    updateDialog = nullptr;
+}
+
+void HttpDownLoadFile::TimerPro()
+{
+    emit InitCheck();
+}
+
+void HttpDownLoadFile::CheckProcess()
+{
+    // A check that was started once more leaves its predecessor's replies under way: the managers
+    // that own them live on below their successors.
+    QNetworkAccessManager *const formerCheck = checkManager;
+    QNetworkAccessManager *const formerDownload = downloadManager;
+    checkManager = new QNetworkAccessManager;
+    downloadManager = new QNetworkAccessManager;
+    if (formerCheck != nullptr) {
+        formerCheck->setParent(checkManager);
+        formerDownload->setParent(downloadManager);
+    }
+
+    checkTimerId = 0;
+    if (Global::instance.CheckClientRunning() != 0)
+        SendCheckRequest();
+    else
+        QCoreApplication::quit();
+}
+
+void HttpDownLoadFile::SendCheckRequest()
+{
+    reply = checkManager->post(CheckRequest(), CheckRequestBody());
+    reply->setReadBufferSize(kMaxCheckReplyBytes);
+    connect(checkManager, &QNetworkAccessManager::finished, this,
+            &HttpDownLoadFile::ReplyCheckDataRecv);
+    StartTimer(checkTimerId);
+}
+
+void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
+{
+    StopTimer(checkTimerId);
+    if (clientLaunched)
+        return;
+
+    if (Reply->error() != QNetworkReply::NoError) {
+        LaunchClientOnce();
+        qDebug() << "Network Recv Back Error:" << Reply->error();
+        return;
+    }
+    Global &global = Global::instance;
+    if (global.ParseServiceReply(Reply->readAll()) != 0
+        || global.latestVersion == global.currentVersion) {
+        LaunchClientOnce();
+        return;
+    }
+
+    RemoveNotesMarker();
+    if (HasNothingToOffer()) {
+        LaunchClientOnce();
+        return;
+    }
+    PrepareDownload();
+    emit Aupdate(global.update);
+}
+
+void HttpDownLoadFile::PrepareDownload()
+{
+    packagePath = FileNameOfUrl(Global::instance.latestVersionUrl);
+    downloadDir = Paths::DownloadFolder(Global::instance.appName);
+    QDir().mkpath(downloadDir);
+    packagePath = downloadDir + QLatin1Char('/') + packagePath;
+    qInfo() << "update fileName: " << packagePath;
+}
+
+void HttpDownLoadFile::GetPackData()
+{
+    EmptyDownloadFolder();
+    if (!OpenPackageFile()) {
+        QCoreApplication::quit();
+        return;
+    }
+    SendPackageRequest();
+    StartTimer(downloadTimerId);
+}
+
+void HttpDownLoadFile::EmptyDownloadFolder() const
+{
+    if (!IsOwnFolder(downloadDir))
+        return;
+    const QFileInfoList entries = QDir(downloadDir).entryInfoList(
+        QDir::Files | QDir::AllDirs | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    for (const QFileInfo &entry : entries)
+        RemoveEntry(entry);
+}
+
+bool HttpDownLoadFile::OpenPackageFile()
+{
+    if (packageFile.fileName().isEmpty())
+        packageFile.setFileName(packagePath);
+    packageFile.close();
+
+    if (!IsOwnFolder(downloadDir) || !IsPlainFileName(packagePath.mid(downloadDir.size() + 1))) {
+        qDebug() << packagePath << " Open failed:" << int(QFileDevice::OpenError);
+        return false;
+    }
+    if (!packageFile.open(QIODevice::ReadWrite)) {
+        qDebug() << packagePath << " Open failed:" << int(packageFile.error());
+        return false;
+    }
+    return true;
+}
+
+void HttpDownLoadFile::SendPackageRequest()
+{
+    // An attempt that is still under way must not write into this one's file.
+    if (reply != nullptr)
+        reply->disconnect(this);
+
+    const QString address = Global::instance.updatePackageUrl + Global::instance.id;
+    reply = downloadManager->get(QNetworkRequest(QUrl(address, QUrl::TolerantMode)));
+    reply->setReadBufferSize(kDownloadBufferBytes);
+    connect(reply, &QNetworkReply::readyRead, this, &HttpDownLoadFile::ReplyPackDataRecv);
+    connect(reply, &QNetworkReply::finished, this, &HttpDownLoadFile::ReplyFinished);
+    connect(reply, &QNetworkReply::downloadProgress, this,
+            &HttpDownLoadFile::UpdateDataReadProgress);
+    // By string: the overloaded error() is the only form that Qt 5.12 and 5.15 both have.
+    connect(reply, SIGNAL(error(QNetworkReply::NetworkError)), this,
+            SLOT(ReplyError(QNetworkReply::NetworkError)));
+}
+
+void HttpDownLoadFile::ReplyPackDataRecv()
+{
+    if (reply == nullptr)
+        return;
+    lastActivityMs = QDateTime::currentMSecsSinceEpoch();
+    packageFile.write(reply->readAll());
+    packageFile.flush();
+}
+
+void HttpDownLoadFile::UpdateDataReadProgress(qint64 bytesRead, qint64 totalBytes)
+{
+    emit UpdateBar(bytesRead, totalBytes);
+}
+
+void HttpDownLoadFile::ReplyError(QNetworkReply::NetworkError err)
+{
+    packageFile.close();
+    qDebug() << "Download Network Error:" << err;
+}
+
+void HttpDownLoadFile::ReplyFinished()
+{
+    if (reply == nullptr || reply->error() != QNetworkReply::NoError)
+        return;
+    StopTimer(downloadTimerId);
+    ReleaseReply();
+    packageFile.close();
+
+    if (Global::instance.FileMd5(packagePath) != Global::instance.md5) {
+        ShowError(QStringLiteral("File conrrupted, update failed."),
+                  QStringLiteral("文件损坏，更新失败"));
+        qDebug() << packagePath << " md5 check filed";
+        return;
+    }
+    HandOverPackage();
+}
+
+void HttpDownLoadFile::HandOverPackage()
+{
+    Global &global = Global::instance;
+    if (global.updateType == Global::InstallerPackage) {
+        global.LaunchProgram(packagePath);
+    } else if (global.updateType == Global::ZipPackage) {
+        if (global.InstallPackage(packagePath) != Global::Success)
+            QCoreApplication::quit();
+        LaunchClientOnce();
+    }
+}
+
+void HttpDownLoadFile::timerEvent(QTimerEvent *event)
+{
+    const qint64 elapsedMs = QDateTime::currentMSecsSinceEpoch() - lastActivityMs;
+    if (event->timerId() == checkTimerId) {
+        if (TimeLimits::CheckTimedOut(elapsedMs) && !clientLaunched) {
+            qDebug() << "NetworkReply Post TimerOut";
+            LaunchClientOnce();
+        }
+    } else if (event->timerId() == downloadTimerId) {
+        if (TimeLimits::DownloadStalled(elapsedMs))
+            AbandonDownload();
+    }
+}
+
+void HttpDownLoadFile::AbandonDownload()
+{
+    StopTimer(downloadTimerId);
+    packageFile.close();
+    ReleaseReply();
+    qDebug() << "NetworkReply Get TimerOut";
+    ShowError(QStringLiteral("Installation failed. Network exception, please check."),
+              QStringLiteral("安装失败，网络异常，请检查网络"));
+}
+
+void HttpDownLoadFile::DeleteResource()
+{
+    ReleaseReply();
+    for (QNetworkAccessManager **manager : {&checkManager, &downloadManager}) {
+        if (*manager == nullptr)
+            continue;
+        (*manager)->deleteLater();
+        delete *manager;
+        *manager = nullptr;
+    }
+    StopTimer(checkTimerId);
+    StopTimer(downloadTimerId);
+}
+
+void HttpDownLoadFile::LaunchClientOnce()
+{
+    if (clientLaunched)
+        return;
+    clientLaunched = true;
+    Global::instance.LaunchClient();
+}
+
+void HttpDownLoadFile::ReleaseReply()
+{
+    if (reply == nullptr)
+        return;
+    // Deleted at once, also inside its own finished(); that cancels the deferred deletion.
+    reply->deleteLater();
+    delete reply;
+    reply = nullptr;
+}
+
+void HttpDownLoadFile::StartTimer(int &timerId)
+{
+    lastActivityMs = QDateTime::currentMSecsSinceEpoch();
+    timerId = startTimer(TimeLimits::TickMs, Qt::CoarseTimer);
+}
+
+void HttpDownLoadFile::StopTimer(int &timerId)
+{
+    if (timerId == 0)
+        return;
+    killTimer(timerId);
+    timerId = 0;
+}
+
+void HttpDownLoadFile::ShowError(const QString &english, const QString &chinese)
+{
+    emit updateDialog->ProgressDialog()->ErrSignal(Global::instance.IsEnglish() ? english
+                                                                                : chinese);
+}

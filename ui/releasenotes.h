@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QTextDocument>
+#include <QTextObjectInterface>
+
+/**
+ * A rich-text document that loads nothing but the program's own resources.
+ *
+ * Release notes come from the network. An image or a style sheet in them could name a file, an
+ * address, or a share: looking at a share alone hands out the user's credentials. The document
+ * therefore answers every such request with nothing. GUI thread.
+ */
+class ReleaseNotesDocument : public QTextDocument
+{
+    Q_OBJECT
+
+public:
+    explicit ReleaseNotesDocument(QObject *parent);
+
+protected:
+    QVariant loadResource(int type, const QUrl &name) override;
+};
+
+/**
+ * Draws the images of a ReleaseNotesDocument. The framework's own handler tries the disk when the
+ * document gives it nothing; this one leaves an image out that is not among the resources.
+ */
+class ResourceImages : public QObject, public QTextObjectInterface
+{
+    Q_OBJECT
+    Q_INTERFACES(QTextObjectInterface)
+
+public:
+    explicit ResourceImages(QObject *parent) : QObject(parent) {}
+
+    QSizeF intrinsicSize(QTextDocument *document, int position, const QTextFormat &format) override;
+    void drawObject(QPainter *painter, const QRectF &area, QTextDocument *document, int position,
+                    const QTextFormat &format) override;
+};

@@ -1,0 +1,156 @@
+#include "ui/updatedialog.h"
+
+#include "config/global.h"
+#include "install/clientprocess.h"
+#include "ui/diskspace.h"
+#include "ui/dwondialog.h"
+#include "ui/releasenotes.h"
+#include "ui/sheets.h"
+#include "ui/versionline.h"
+#include "ui_updatedialog.h"
+
+#include <QCoreApplication>
+#include <QScrollBar>
+
+namespace
+{
+
+const QLatin1String kOptional("1");
+const QLatin1String kQuitWhenClosed("2");
+
+} // namespace
+
+UpdateDialog::UpdateDialog(QWidget *parent)
+    : QDialog(parent), ui(std::make_unique<Ui::UpdateDialog>()),
+      dwonDialog(std::make_unique<DwonDialog>())
+{
+    ui->setupUi(this);
+    setWindowFlags(Qt::WindowCloseButtonHint);
+    setWindowIcon(QIcon(QStringLiteral(":/image/resourceimg/logo.ico")));
+    setFixedSize(size());
+
+    setStyleSheet(Sheets::Window(objectName()));
+    ui->labIco->setStyleSheet(Sheets::Logo());
+    ui->labText->setStyleSheet(Sheets::Headline());
+    ui->labVersion->setStyleSheet(Sheets::Version());
+    ui->checkRemid->setStyleSheet(Sheets::NeverPrompt());
+    ui->laterBtn->setStyleSheet(Sheets::SecondaryButton() + Sheets::ButtonFocus());
+    ui->immedBtn->setStyleSheet(Sheets::PrimaryButton() + Sheets::ButtonFocus());
+    ui->updateText->setDocument(new ReleaseNotesDocument(ui->updateText));
+    ui->updateText->setStyleSheet(Sheets::ReleaseNotes());
+    ui->updateText->verticalScrollBar()->setStyleSheet(Sheets::ReleaseNotesScrollBar());
+
+    connect(ui->laterBtn, &QPushButton::clicked, this, &UpdateDialog::LaterUpdate);
+    connect(ui->immedBtn, &QPushButton::clicked, this, &UpdateDialog::ImmediatelyUpdate);
+    connect(dwonDialog.get(), &DwonDialog::GetPackAgain, this, &UpdateDialog::getPack);
+}
+
+UpdateDialog::~UpdateDialog() = default;
+
+void UpdateDialog::updateMode(QString mode)
+{
+    const QStringList &arguments = Global::instance.cmdLineArgs;
+    if (arguments.contains(Global::ImmediatelySwitch)) {
+        ImmediatelyUpdate();
+        return;
+    }
+
+    const bool optional = mode == kOptional;
+    if (Global::instance.IsEnglish())
+        SetEnglishTexts(optional);
+    else
+        SetChineseTexts(optional);
+    ShowReleaseNotes();
+
+    if (!optional) {
+        ui->checkRemid->hide();
+        ui->laterBtn->hide();
+    }
+    if (arguments.contains(Global::NoRemindSwitch))
+        ui->checkRemid->hide();
+    show();
+}
+
+void UpdateDialog::SetEnglishTexts(bool optional)
+{
+    setWindowTitle(QStringLiteral("App Update"));
+    ui->labText->setStyleSheet(optional ? Sheets::EnglishHeadline()
+                                        : Sheets::EnglishForcedHeadline());
+    ui->labText->setText(
+        optional ? QStringLiteral("New version detected, update?")
+                 : QStringLiteral("New version detected. Please update now for normal use."));
+    ui->labVersion->setText(VersionLine(tr("  Update Package %1M")));
+    ui->laterBtn->setText(QStringLiteral("Later"));
+    ui->immedBtn->setText(QStringLiteral("Update"));
+    ui->checkRemid->setText(QStringLiteral("Never Prompt"));
+    ui->updateText->setAccessibleName(QStringLiteral("Release notes"));
+    ui->labIco->setAccessibleName(QStringLiteral("Norvane"));
+}
+
+void UpdateDialog::SetChineseTexts(bool optional)
+{
+    ui->labText->setText(optional
+                             ? QStringLiteral("检测到新版本，是否更新?")
+                             : QStringLiteral("检测到新版本，更新后才能正常使用，请立即更新"));
+    ui->labVersion->setText(VersionLine(tr("  更新包 %1M")));
+    ui->updateText->setAccessibleName(QStringLiteral("更新说明"));
+    ui->labIco->setAccessibleName(QStringLiteral("Norvane"));
+}
+
+void UpdateDialog::ShowReleaseNotes()
+{
+    ui->updateText->setText(Global::instance.latestVersionInfo);
+    ui->updateText->setReadOnly(true);
+    ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
+}
+
+void UpdateDialog::LaterUpdate()
+{
+    if (answered)
+        return;
+    answered = true;
+
+    Global &global = Global::instance;
+    if (ui->checkRemid->checkState() == Qt::Checked
+        && global.WriteConfigToFile(QStringLiteral("remid")) != Global::Success) {
+        QCoreApplication::quit();
+        return;
+    }
+    global.cmdLineArgs.clear();
+    global.LaunchClient();
+}
+
+void UpdateDialog::ImmediatelyUpdate()
+{
+    if (answered)
+        return;
+    answered = true;
+
+    StopRunningClient(Global::instance.appName);
+    dwonDialog->SetTexts();
+    dwonDialog->show();
+    hide();
+
+    const QString drive = DriveWithoutRoomForPackage();
+    if (drive.isEmpty()) {
+        emit getPack();
+        return;
+    }
+    const QString message = Global::instance.IsEnglish()
+                                ? tr("Disk out of space on %1, update failed.")
+                                : tr("%1 磁盘空间不足，更新失败!");
+    emit dwonDialog->ErrSignal(message.arg(drive));
+}
+
+void UpdateDialog::reject()
+{
+    close();
+}
+
+void UpdateDialog::closeEvent(QCloseEvent *)
+{
+    if (Global::instance.update == kOptional)
+        LaterUpdate();
+    else if (Global::instance.update == kQuitWhenClosed)
+        QCoreApplication::quit();
+}
