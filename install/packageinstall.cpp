@@ -30,6 +30,13 @@ public:
 
     const QVector<QZipReader::FileInfo> &Entries() const { return m_entries; }
 
+    /// Archives made without file modes tell a folder by the slash at the end of its name only.
+    bool IsFolder(int index) const
+    {
+        return m_entries.at(index).isDir
+               || (index < m_directory.size() && m_directory.at(index).rawName.endsWith('/'));
+    }
+
     /// The data of entry @p index into @p data. False when it cannot be had.
     bool Read(int index, QByteArray &data)
     {
@@ -88,7 +95,7 @@ bool Unpack(const QString &packageFile, const QString &folder)
             LogUnzipFailure(target, QFileDevice::OpenError);
             return false;
         }
-        if (entry.isDir) {
+        if (archive.IsFolder(index)) {
             if (!QDir(target).exists())
                 QDir().mkpath(target);
             continue;

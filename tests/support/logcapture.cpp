@@ -1,0 +1,36 @@
+#include "tests/support/logcapture.h"
+
+#include <QMutexLocker>
+#include <QTest>
+
+LogCapture *LogCapture::current = nullptr;
+
+LogCapture::LogCapture()
+{
+    current = this;
+    m_oldHandler = qInstallMessageHandler(Catch);
+}
+
+LogCapture::~LogCapture()
+{
+    qInstallMessageHandler(m_oldHandler);
+    current = nullptr;
+}
+
+void LogCapture::Catch(QtMsgType type, const QMessageLogContext &, const QString &text)
+{
+    static const char *const words[] = {"DEBUG", "WARNING", "CRITICAL", "FATAL", "INFO"};
+    const QMutexLocker locker(&current->m_mutex);
+    current->m_messages.append(QStringLiteral("[%1] %2").arg(QLatin1String(words[type]), text));
+}
+
+QStringList LogCapture::Messages() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_messages;
+}
+
+bool LogCapture::WaitFor(const QString &message, int timeoutMs) const
+{
+    return QTest::qWaitFor([&] { return Messages().contains(message); }, timeoutMs);
+}

@@ -1,0 +1,118 @@
+#include "tests/support/testhome.h"
+
+#include "config/global.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTimer>
+
+TestHome::TestHome() : m_oldPath(qgetenv("PATH")), m_oldWorkingFolder(QDir::currentPath())
+{
+    if (!m_root.isValid())
+        qFatal("no temporary folder: %s", qPrintable(m_root.errorString()));
+    for (const char *folder : {"home", "tmp", "commands", "Client/AutoUpdate"})
+        QDir(m_root.path()).mkpath(QLatin1String(folder));
+
+    qputenv("HOME", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
+    qputenv("TMPDIR", QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
+    const QByteArray separator(1, QDir::listSeparator().toLatin1());
+    qputenv("PATH", QFile::encodeName(CommandsFolder()) + separator + HOSTTOOLS_DIR + separator
+                        + m_oldPath);
+    QDir::setCurrent(ProgramFolder());
+    ResetGlobal();
+}
+
+TestHome::~TestHome()
+{
+    QDir::setCurrent(m_oldWorkingFolder);
+    qputenv("PATH", m_oldPath);
+    ResetGlobal();
+}
+
+QString TestHome::Home() const
+{
+    return QDir::homePath();
+}
+
+QString TestHome::Scratch() const
+{
+    QDir(m_root.path()).mkpath(QStringLiteral("scratch"));
+    return m_root.filePath(QStringLiteral("scratch"));
+}
+
+QString TestHome::CommandsFolder() const
+{
+    return m_root.filePath(QStringLiteral("commands"));
+}
+
+QString TestHome::ClientDataFolder() const
+{
+    const QString folder = Home() + QStringLiteral("/AppData/Roaming/norvaneAssistant");
+    QDir().mkpath(folder);
+    return folder;
+}
+
+QString TestHome::UniqueImageName()
+{
+    static int count = 0;
+    return QStringLiteral("Client-%1-%2.exe").arg(QCoreApplication::applicationPid()).arg(++count);
+}
+
+void TestHome::WriteUpdateConfig(const QByteArray &content) const
+{
+    WriteFile(ProgramFolder() + QStringLiteral("/updateconfig.json"), content);
+}
+
+QStringList TestHome::LogLines() const
+{
+    const QByteArray log = ReadFile(Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log"));
+    if (!log.isEmpty() && !log.endsWith("\r\n"))
+        qFatal("the log's last line has no CR LF");
+    QStringList lines = QString::fromUtf8(log).split(QStringLiteral("\r\n"));
+    lines.removeLast();
+    return lines;
+}
+
+QByteArray ReadFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("cannot read %s: %s", qPrintable(path), qPrintable(file.errorString()));
+    return file.readAll();
+}
+
+void WriteFile(const QString &path, const QByteArray &content)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        qFatal("cannot write %s: %s", qPrintable(path), qPrintable(file.errorString()));
+}
+
+void ResetGlobal()
+{
+    Global &global = Global::instance;
+    for (QString *text :
+         {&global.appName, &global.appConfigFile, &global.appPath, &global.updateCheckUrl,
+          &global.updatePackageUrl, &global.currentVersion, &global.noRemindVersion,
+          &global.packageDir, &global.code, &global.desc, &global.id, &global.update,
+          &global.latestVersion, &global.latestVersionUrl, &global.latestVersionInfo, &global.md5,
+          &global.sha1, &global.scriptPath, &global.language})
+        text->clear();
+    global.noRemind = 0;
+    global.packageSize = 0;
+    global.updateType = 0;
+    global.cmdLineArgs.clear();
+}
+
+bool RunUntilQuit(int timeoutMs)
+{
+    constexpr int timedOut = 77;
+    QTimer limit;
+    limit.setSingleShot(true);
+    QObject::connect(&limit, &QTimer::timeout, [] { QCoreApplication::exit(timedOut); });
+    limit.start(timeoutMs);
+    return QCoreApplication::exec() != timedOut;
+}
