@@ -6,16 +6,16 @@
 #include <QStringList>
 
 /**
- * The one shared state of a run: what the configuration files say, what the update service answered,
- * the command line, and the operations on them.
+ * The one shared state of a run: what the configuration files say, what the update service
+ * answered, the command line, and the operations on them.
  *
  * There is exactly one object, Global::instance, built before main() and destroyed after it. Its
- * fields are plain data without a lock: ReadConfig() fills the configuration on the GUI thread before
- * any other thread exists; afterwards the worker thread writes the service's answer before it
- * announces it, and the dialogs read it only then.
+ * fields are plain data without a lock: ReadConfig() fills the configuration on the GUI thread
+ * before any other thread exists; afterwards the worker thread writes the service's answer before
+ * it announces it, and the dialogs read it only then.
  *
- * Operations never throw. Unless they say otherwise they return 0 for success and -1 for failure, and
- * have logged the reason. Each is defined in the folder of the subsystem that owns it.
+ * Operations never throw. Unless they say otherwise they return 0 for success and -1 for failure,
+ * and have logged the reason. Each is defined in the folder of the subsystem that owns it.
  */
 class Global : public QObject
 {
@@ -107,7 +107,8 @@ public:
      */
     int LaunchClient();
 
-    /// Starts @p program with @ref cmdLineArgs less the updater's own switches, and quits. Always 0.
+    /// Starts @p program with @ref cmdLineArgs less the updater's own switches, and quits. Always
+    /// 0.
     int LaunchProgram(const QString &program);
 
     /// Free bytes of the volume that @p path lies on, or 0 when the system gives none.
@@ -115,10 +116,10 @@ public:
     ///@}
 
     // From updateconfig.json and the files it names.
-    QString appName;          ///< image name of the client, as the task list shows it
-    QString appConfigFile;    ///< name of the client's configuration file
-    QString appPath;          ///< the client's folder, used as a plain prefix: ends with a separator
-    QString updateCheckUrl;   ///< address of the update service
+    QString appName;        ///< image name of the client, as the task list shows it
+    QString appConfigFile;  ///< name of the client's configuration file
+    QString appPath;        ///< the client's folder, used as a plain prefix: ends with a separator
+    QString updateCheckUrl; ///< address of the update service
     QString updatePackageUrl; ///< what precedes @ref id in the package's address
     QString currentVersion;   ///< installed version of the client
     QString noRemindVersion;  ///< offered version that the user silenced

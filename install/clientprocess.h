@@ -12,8 +12,8 @@
 bool ClientIsListed(QProcess &tasklist, const QString &appName);
 
 /**
- * Ends a running client by force and waits until taskkill is done. Does nothing when the client does
- * not run. Blocks as ClientIsListed() does.
+ * Ends a running client by force and waits until taskkill is done. Does nothing when the client
+ * does not run. Blocks as ClientIsListed() does.
  */
 void StopRunningClient(const QString &appName);
 

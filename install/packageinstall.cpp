@@ -33,8 +33,8 @@ public:
     /// Archives made without file modes tell a folder by the slash at the end of its name only.
     bool IsFolder(int index) const
     {
-        return m_entries.at(index).isDir
-               || (index < m_directory.size() && m_directory.at(index).rawName.endsWith('/'));
+        return m_entries.at(index).isDir ||
+               (index < m_directory.size() && m_directory.at(index).rawName.endsWith('/'));
     }
 
     /// The data of entry @p index into @p data. False when it cannot be had.
@@ -162,10 +162,11 @@ int Global::InstallPackage(const QString &packageFile)
 
 bool Global::RunXcopy()
 {
-    // Overwrite without asking, sub-folders and empty ones too, the destination is a folder, no list.
-    const QStringList arguments = {QStringLiteral("/y"), QStringLiteral("/e"), QStringLiteral("/i"),
-                                   QStringLiteral("/q"), packageDir,
-                                   WithBackSlashes(ParentOfWorkingFolder())};
+    // Overwrite without asking, sub-folders and empty ones too, the destination is a folder, no
+    // list.
+    const QStringList arguments = {QStringLiteral("/y"), QStringLiteral("/e"),
+                                   QStringLiteral("/i"), QStringLiteral("/q"),
+                                   packageDir,           WithBackSlashes(ParentOfWorkingFolder())};
     QProcess xcopy;
     xcopy.start(QStringLiteral("xcopy"), arguments);
     if (!xcopy.waitForFinished(-1)) {

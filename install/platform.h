@@ -12,7 +12,7 @@ namespace Platform
 
 struct FreeSpace {
     bool ok = false;
-    quint64 bytes = 0;   ///< all free bytes of the volume, not those that a quota leaves the caller
+    quint64 bytes = 0; ///< all free bytes of the volume, not those that a quota leaves the caller
     quint32 errorCode = 0; ///< the system's own code when not ok
 };
 

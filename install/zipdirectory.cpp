@@ -23,7 +23,7 @@ constexpr quint16 kEncryptedFlag = 0x0001;
 constexpr quint16 kStored = 0;
 constexpr quint16 kDeflated = 8;
 
-constexpr qint64 kPieceSize = 64 * 1024;
+constexpr qint64 kPieceSize = 64LL * 1024;
 
 quint16 Word(const QByteArray &record, int offset)
 {
@@ -38,8 +38,7 @@ quint32 DoubleWord(const QByteArray &record, int offset)
 /// The end-of-directory record, which stands last but for a comment; empty when there is none.
 QByteArray ReadEndOfDirectory(QIODevice &archive)
 {
-    const qint64 tailSize =
-        std::min<qint64>(archive.size(), kEndOfDirectorySize + kMaxCommentSize);
+    const qint64 tailSize = std::min<qint64>(archive.size(), kEndOfDirectorySize + kMaxCommentSize);
     if (!archive.seek(archive.size() - tailSize))
         return QByteArray();
     const QByteArray tail = archive.read(tailSize);
@@ -135,8 +134,8 @@ bool SeekToData(QIODevice &archive, const ZipEntry &entry)
     if (!archive.seek(entry.localHeaderOffset))
         return false;
     const QByteArray header = archive.read(kLocalHeaderSize);
-    if (header.size() < kLocalHeaderSize || DoubleWord(header, 0) != kLocalHeaderSignature
-        || Word(header, 8) != entry.method)
+    if (header.size() < kLocalHeaderSize || DoubleWord(header, 0) != kLocalHeaderSignature ||
+        Word(header, 8) != entry.method)
         return false;
     const qint64 start = archive.pos() + Word(header, 26) + Word(header, 28);
     return start + entry.packedSize <= archive.size() && archive.seek(start);
@@ -164,10 +163,11 @@ bool ZipDataIsSound(QIODevice &archive, const ZipEntry &entry)
 {
     // The reader keeps sizes and offsets in a signed 32-bit integer.
     constexpr quint32 readerLimit = std::numeric_limits<qint32>::max();
-    if (entry.packedSize > readerLimit || entry.size > readerLimit
-        || entry.localHeaderOffset > readerLimit)
+    if (entry.packedSize > readerLimit || entry.size > readerLimit ||
+        entry.localHeaderOffset > readerLimit)
         return false;
-    if ((entry.flags & kEncryptedFlag) != 0 || (entry.method != kStored && entry.method != kDeflated))
+    if ((entry.flags & kEncryptedFlag) != 0 ||
+        (entry.method != kStored && entry.method != kDeflated))
         return false;
     if (!SeekToData(archive, entry))
         return false;
@@ -189,8 +189,8 @@ bool ZipDataIsSound(QIODevice &archive, const ZipEntry &entry)
 
 bool StaysInFolder(const QString &path)
 {
-    if (path.startsWith(QLatin1Char('/')) || path.contains(QLatin1Char(':'))
-        || path.contains(QLatin1Char('\\')))
+    if (path.startsWith(QLatin1Char('/')) || path.contains(QLatin1Char(':')) ||
+        path.contains(QLatin1Char('\\')))
         return false;
     const QStringList segments = path.split(QLatin1Char('/'));
     return std::none_of(segments.cbegin(), segments.cend(), [](const QString &segment) {

@@ -30,13 +30,14 @@ struct ZipEntry {
 QVector<ZipEntry> ReadZipDirectory(QIODevice &archive);
 
 /**
- * True when the data of @p entry is there, stored or deflated, not encrypted, and unpacks to exactly
- * the size and checksum that its header declares. Reads the entry's data once, in small pieces.
+ * True when the data of @p entry is there, stored or deflated, not encrypted, and unpacks to
+ * exactly the size and checksum that its header declares. Reads the entry's data once, in small
+ * pieces.
  */
 bool ZipDataIsSound(QIODevice &archive, const ZipEntry &entry);
 
 /**
- * True when @p path, relative to a folder, stays inside it on every system: no ".." segment (nor one
- * that Windows shortens to it), not absolute, no back-slash and no colon.
+ * True when @p path, relative to a folder, stays inside it on every system: no ".." segment (nor
+ * one that Windows shortens to it), not absolute, no back-slash and no colon.
  */
 bool StaysInFolder(const QString &path);

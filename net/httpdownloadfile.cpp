@@ -28,12 +28,12 @@ constexpr int kPlatform = 6;
 
 const QLatin1String kNoUpdate("0");
 
-// An answer beyond this is never read to its end: the check runs into its time limit, and memory does
-// not grow with whatever the service sends.
-constexpr qint64 kMaxCheckReplyBytes = 8 * 1024 * 1024;
+// An answer beyond this is never read to its end: the check runs into its time limit, and memory
+// does not grow with whatever the service sends.
+constexpr qint64 kMaxCheckReplyBytes = 8LL * 1024 * 1024;
 
 // Bytes that may wait for a slow disk before the connection is held back.
-constexpr qint64 kDownloadBufferBytes = 1024 * 1024;
+constexpr qint64 kDownloadBufferBytes = 1024LL * 1024;
 
 QByteArray CheckRequestBody()
 {
@@ -59,8 +59,8 @@ QNetworkRequest CheckRequest()
 bool IsSilenced()
 {
     const Global &global = Global::instance;
-    return global.noRemind != 0 && global.latestVersion == global.noRemindVersion
-           && !global.HasForcingSwitch();
+    return global.noRemind != 0 && global.latestVersion == global.noRemindVersion &&
+           !global.HasForcingSwitch();
 }
 
 bool HasNothingToOffer()
@@ -85,11 +85,12 @@ QString FileNameOfUrl(const QString &url)
     return url.mid(url.lastIndexOf(QLatin1Char('/')) + 1);
 }
 
-/// False for a name that the service chose so that it climbs out of the folder or onto another drive.
+/// False for a name that the service chose so that it climbs out of the folder or onto another
+/// drive.
 bool IsPlainFileName(const QString &name)
 {
-    return name != QLatin1String("..") && !name.contains(QLatin1Char('\\'))
-           && !name.contains(QLatin1Char(':'));
+    return name != QLatin1String("..") && !name.contains(QLatin1Char('\\')) &&
+           !name.contains(QLatin1Char(':'));
 }
 
 /// A nameless client has the folder of everybody's application data: that one is never emptied.
@@ -180,8 +181,8 @@ void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
         return;
     }
     Global &global = Global::instance;
-    if (global.ParseServiceReply(Reply->readAll()) != 0
-        || global.latestVersion == global.currentVersion) {
+    if (global.ParseServiceReply(Reply->readAll()) != 0 ||
+        global.latestVersion == global.currentVersion) {
         LaunchClientOnce();
         return;
     }
@@ -219,8 +220,9 @@ void HttpDownLoadFile::EmptyDownloadFolder() const
 {
     if (!IsOwnFolder(downloadDir))
         return;
-    const QFileInfoList entries = QDir(downloadDir).entryInfoList(
-        QDir::Files | QDir::AllDirs | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    const QFileInfoList entries = QDir(downloadDir)
+                                      .entryInfoList(QDir::Files | QDir::AllDirs | QDir::Hidden |
+                                                     QDir::System | QDir::NoDotAndDotDot);
     for (const QFileInfo &entry : entries)
         RemoveEntry(entry);
 }

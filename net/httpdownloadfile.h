@@ -12,9 +12,9 @@ class UpdateDialog;
  * The update worker: asks the update service for a newer version, announces it to the prompt,
  * downloads the package, verifies it and hands it over to installation.
  *
- * Built on the GUI thread, where its constructor makes the dialogs, and moved to a thread of its own
- * before that thread starts. There every slot but TimerPro() runs. It meets the dialogs through queued
- * signals only. Whatever fails before the prompt starts the client unchanged.
+ * Built on the GUI thread, where its constructor makes the dialogs, and moved to a thread of its
+ * own before that thread starts. There every slot but TimerPro() runs. It meets the dialogs through
+ * queued signals only. Whatever fails before the prompt starts the client unchanged.
  */
 class HttpDownLoadFile : public QObject
 {

@@ -3,8 +3,8 @@
 #include <QtGlobal>
 
 /**
- * When a run gives up. All in milliseconds since the last request was sent or data came; both limits
- * are looked at once per tick, so the real moment is the first tick at or after them.
+ * When a run gives up. All in milliseconds since the last request was sent or data came; both
+ * limits are looked at once per tick, so the real moment is the first tick at or after them.
  */
 namespace TimeLimits
 {

@@ -92,8 +92,8 @@ void DwonDialog::UpdateProgressBar(qint64 bytesRead, qint64 totalBytes)
 {
     ui->progressBar->setValue(int(bytesRead));
     // "Installing" is said of the download too: to the user it is one thing.
-    const QString line = Global::instance.IsEnglish() ? tr("installing......%1%")
-                                                      : tr("正在安装中......%1%");
+    const QString line =
+        Global::instance.IsEnglish() ? tr("installing......%1%") : tr("正在安装中......%1%");
     ui->labInstall->setText(line.arg(Percent(bytesRead, totalBytes)));
 }
 

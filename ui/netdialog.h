@@ -6,8 +6,8 @@ class QLabel;
 class QPushButton;
 
 /**
- * The question whether to cancel the update, a panel inside the progress dialog. It decides nothing:
- * its owner does what the signals ask for. GUI thread.
+ * The question whether to cancel the update, a panel inside the progress dialog. It decides
+ * nothing: its owner does what the signals ask for. GUI thread.
  */
 class NetDialog : public QDialog
 {

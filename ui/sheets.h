@@ -67,7 +67,8 @@ inline QString ReleaseNotesScrollBar()
         "QScrollBar::handle:vertical{background:rgba(32,49,82,0.1);border:none;border-radius:2px;}"
         "QScrollBar::add-line:vertical,QScrollBar::sub-line:vertical{background:rgb(255,255,255);"
         "border:none;height:0px;}"
-        "QScrollBar::add-page:vertical,QScrollBar::sub-page:vertical{background:rgb(255,255,255);}");
+        "QScrollBar::add-page:vertical,QScrollBar::sub-page:vertical{background:rgb(255,255,255);"
+        "}");
 }
 
 inline QString NeverPrompt()
@@ -145,7 +146,7 @@ inline QString ConfirmationHolder()
 
 inline QString ConfirmationPanel()
 {
-    return QStringLiteral("#NetDialog{background-color:rgb(255, 255, 255,0);"
+    return QStringLiteral("#NetDialog{background-color:rgba(255, 255, 255,0);"
                           "background-image:url(:/image/resourceimg/cancle.png);"
                           "background-repeat:no-repeat;}");
 }
@@ -153,7 +154,7 @@ inline QString ConfirmationPanel()
 inline QString ConfirmationQuestion()
 {
     return QStringLiteral("QLabel{font-size:16px;font-weight:500;color:rgba(32,49,82,1);"
-                          "line-height:22px;background-color:rgb(255, 255, 255,0);}");
+                          "line-height:22px;background-color:rgba(255, 255, 255,0);}");
 }
 
 inline QString ConfirmationButton()

@@ -89,9 +89,8 @@ void UpdateDialog::SetEnglishTexts(bool optional)
 
 void UpdateDialog::SetChineseTexts(bool optional)
 {
-    ui->labText->setText(optional
-                             ? QStringLiteral("检测到新版本，是否更新?")
-                             : QStringLiteral("检测到新版本，更新后才能正常使用，请立即更新"));
+    ui->labText->setText(optional ? QStringLiteral("检测到新版本，是否更新?")
+                                  : QStringLiteral("检测到新版本，更新后才能正常使用，请立即更新"));
     ui->labVersion->setText(VersionLine(tr("  更新包 %1M")));
     ui->updateText->setAccessibleName(QStringLiteral("更新说明"));
     ui->labIco->setAccessibleName(QStringLiteral("Norvane"));
@@ -111,8 +110,8 @@ void UpdateDialog::LaterUpdate()
     answered = true;
 
     Global &global = Global::instance;
-    if (ui->checkRemid->checkState() == Qt::Checked
-        && global.WriteConfigToFile(QStringLiteral("remid")) != Global::Success) {
+    if (ui->checkRemid->checkState() == Qt::Checked &&
+        global.WriteConfigToFile(QStringLiteral("remid")) != Global::Success) {
         QCoreApplication::quit();
         return;
     }

@@ -12,9 +12,9 @@ class UpdateDialog;
 }
 
 /**
- * Tells the user that a newer client exists and asks what to do. The optional prompt can be postponed
- * or silenced for the offered version; the forced one offers only to update. Owns the progress dialog
- * and gives way to it when the user chooses to update. GUI thread.
+ * Tells the user that a newer client exists and asks what to do. The optional prompt can be
+ * postponed or silenced for the offered version; the forced one offers only to update. Owns the
+ * progress dialog and gives way to it when the user chooses to update. GUI thread.
  */
 class UpdateDialog : public QDialog
 {

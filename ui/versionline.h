@@ -3,8 +3,8 @@
 #include <QString>
 
 /**
- * The line that both dialogs show under their headline: "Version V" or its Chinese form, the offered
- * version, and @p sizeTemplate with %1 replaced by the package size in units of 1024 x 1024 bytes with
- * two decimals. The dialog hands over its own translation of the template.
+ * The line that both dialogs show under their headline: "Version V" or its Chinese form, the
+ * offered version, and @p sizeTemplate with %1 replaced by the package size in units of 1024 x 1024
+ * bytes with two decimals. The dialog hands over its own translation of the template.
  */
 QString VersionLine(const QString &sizeTemplate);

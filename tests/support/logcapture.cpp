@@ -8,6 +8,8 @@ LogCapture *LogCapture::current = nullptr;
 LogCapture::LogCapture()
 {
     current = this;
+    // Only now: a message may come at once.
+    // cppcheck-suppress useInitializationList
     m_oldHandler = qInstallMessageHandler(Catch);
 }
 

@@ -5,8 +5,8 @@
 #include <QStringList>
 
 /**
- * Catches the messages of the framework's streams while it lives, from all threads, as "[LEVEL] text"
- * with the level words of the log file. One at a time a process.
+ * Catches the messages of the framework's streams while it lives, from all threads, as "[LEVEL]
+ * text" with the level words of the log file. One at a time a process.
  */
 class LogCapture
 {
@@ -27,5 +27,5 @@ private:
     static LogCapture *current;
     mutable QMutex m_mutex;
     QStringList m_messages;
-    QtMessageHandler m_oldHandler;
+    QtMessageHandler m_oldHandler = nullptr;
 };

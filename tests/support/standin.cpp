@@ -3,12 +3,10 @@
  * test copies it under the name wanted and reads afterwards what it was started with.
  *
  * Beside its own file PROGRAM it appends to PROGRAM.calls one line a start: its arguments, each in
- * hexadecimal UTF-8 and followed by a blank. If a file PROGRAM.script exists, its lines tell what to
- * do then, in order:
- *     stdout HEX   write these bytes to the standard output
- *     stay         run until killed, or until PROGRAM.script is gone
- *     exit N       end with this code
- * Free of libraries, so that a copy runs anywhere.
+ * hexadecimal UTF-8 and followed by a blank. If a file PROGRAM.script exists, its lines tell what
+ * to do then, in order: stdout HEX   write these bytes to the standard output stay         run
+ * until killed, or until PROGRAM.script is gone exit N       end with this code Free of libraries,
+ * so that a copy runs anywhere.
  */
 #include <chrono>
 #include <cstdio>
@@ -22,8 +20,8 @@
 #ifdef _WIN32
 #include <fcntl.h>
 #include <io.h>
-#include <windows.h>
 #include <shellapi.h>
+#include <windows.h>
 #endif
 
 namespace fs = std::filesystem;

@@ -18,8 +18,8 @@ TestHome::TestHome() : m_oldPath(qgetenv("PATH")), m_oldWorkingFolder(QDir::curr
     qputenv("HOME", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
     qputenv("TMPDIR", QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
     const QByteArray separator(1, QDir::listSeparator().toLatin1());
-    qputenv("PATH", QFile::encodeName(CommandsFolder()) + separator + HOSTTOOLS_DIR + separator
-                        + m_oldPath);
+    qputenv("PATH", QFile::encodeName(CommandsFolder()) + separator + HOSTTOOLS_DIR + separator +
+                        m_oldPath);
     QDir::setCurrent(ProgramFolder());
     ResetGlobal();
 }
@@ -67,7 +67,8 @@ void TestHome::WriteUpdateConfig(const QByteArray &content) const
 
 QStringList TestHome::LogLines() const
 {
-    const QByteArray log = ReadFile(Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log"));
+    const QByteArray log =
+        ReadFile(Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log"));
     if (!log.isEmpty() && !log.endsWith("\r\n"))
         qFatal("the log's last line has no CR LF");
     QStringList lines = QString::fromUtf8(log).split(QStringLiteral("\r\n"));

@@ -7,10 +7,10 @@
 #include <memory>
 
 /**
- * A machine of its own for one test: a home folder, a folder for temporary files (which holds the key
- * of the single-instance guard), the commands tasklist, taskkill and xcopy on the search path, and a
- * client's folder with the program's folder below it, which is made the working folder. Resets
- * Global::instance. One at a time a process; GUI thread.
+ * A machine of its own for one test: a home folder, a folder for temporary files (which holds the
+ * key of the single-instance guard), the commands tasklist, taskkill and xcopy on the search path,
+ * and a client's folder with the program's folder below it, which is made the working folder.
+ * Resets Global::instance. One at a time a process; GUI thread.
  */
 class TestHome
 {
@@ -63,8 +63,8 @@ void WriteFile(const QString &path, const QByteArray &content);
 void ResetGlobal();
 
 /**
- * Runs the application's event loop until something quits it. False when nothing did in time. Use this
- * rather than waiting loops around code that calls QCoreApplication::quit(): a quit outside a running
- * loop of the application would end the next waiting loop at once.
+ * Runs the application's event loop until something quits it. False when nothing did in time. Use
+ * this rather than waiting loops around code that calls QCoreApplication::quit(): a quit outside a
+ * running loop of the application would end the next waiting loop at once.
  */
 bool RunUntilQuit(int timeoutMs = 15000);
