@@ -19,8 +19,11 @@ LogCapture::~LogCapture()
     current = nullptr;
 }
 
-void LogCapture::Catch(QtMsgType type, const QMessageLogContext &, const QString &text)
+void LogCapture::Catch(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
+    // The program ends with it: somebody must see it.
+    if (type == QtFatalMsg && current->m_oldHandler)
+        current->m_oldHandler(type, context, text);
     static const char *const words[] = {"DEBUG", "WARNING", "CRITICAL", "FATAL", "INFO"};
     const QMutexLocker locker(&current->m_mutex);
     current->m_messages.append(QStringLiteral("[%1] %2").arg(QLatin1String(words[type]), text));

@@ -8,18 +8,18 @@
 #include <QFileInfo>
 #include <QTimer>
 
-TestHome::TestHome() : m_oldPath(qgetenv("PATH")), m_oldWorkingFolder(QDir::currentPath())
+TestHome::TestHome() : m_oldWorkingFolder(QDir::currentPath())
 {
     if (!m_root.isValid())
         qFatal("no temporary folder: %s", qPrintable(m_root.errorString()));
     for (const char *folder : {"home", "tmp", "commands", "Client/AutoUpdate"})
         QDir(m_root.path()).mkpath(QLatin1String(folder));
 
-    qputenv("HOME", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
-    qputenv("TMPDIR", QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
+    SetVariable("HOME", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
+    SetVariable("TMPDIR", QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
     const QByteArray separator(1, QDir::listSeparator().toLatin1());
-    qputenv("PATH", QFile::encodeName(CommandsFolder()) + separator + HOSTTOOLS_DIR + separator +
-                        m_oldPath);
+    SetVariable("PATH", QFile::encodeName(CommandsFolder()) + separator + HOSTTOOLS_DIR +
+                            separator + qgetenv("PATH"));
     QDir::setCurrent(ProgramFolder());
     ResetGlobal();
 }
@@ -27,8 +27,20 @@ TestHome::TestHome() : m_oldPath(qgetenv("PATH")), m_oldWorkingFolder(QDir::curr
 TestHome::~TestHome()
 {
     QDir::setCurrent(m_oldWorkingFolder);
-    qputenv("PATH", m_oldPath);
+    // All of them: the next home's folder is made where temporary files go by then.
+    for (const auto &variable : m_oldVariables) {
+        if (variable.second.isNull())
+            qunsetenv(variable.first);
+        else
+            qputenv(variable.first, variable.second);
+    }
     ResetGlobal();
+}
+
+void TestHome::SetVariable(const char *name, const QByteArray &value)
+{
+    m_oldVariables.emplace_back(name, qgetenv(name));
+    qputenv(name, value);
 }
 
 QString TestHome::Home() const

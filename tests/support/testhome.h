@@ -4,7 +4,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
-#include <memory>
+#include <utility>
+#include <vector>
 
 /**
  * A machine of its own for one test: a home folder, a folder for temporary files (which holds the
@@ -48,8 +49,10 @@ public:
 private:
     Q_DISABLE_COPY(TestHome)
 
+    void SetVariable(const char *name, const QByteArray &value);
+
     QTemporaryDir m_root;
-    QByteArray m_oldPath;
+    std::vector<std::pair<const char *, QByteArray>> m_oldVariables;
     QString m_oldWorkingFolder;
 };
 

@@ -1,0 +1,187 @@
+#include "tests/e2e/updaterrun.h"
+
+#include <QTest>
+
+/// Runs that end with the client being started unchanged.
+class TestRelaunch : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void TheCheckIsOnePostWithTheInstalledVersion();
+    void NothingNewStartsTheClient_data();
+    void NothingNewStartsTheClient();
+    void ASilencedVersionStartsTheClient();
+    void AnUnreachableServiceStartsTheClient();
+    void AServiceThatNeverAnswersStartsTheClientOnce();
+    void AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient();
+    void ARunningClientIsStartedAgainWithoutACheck();
+    void ARunningClientIsHandedTheMeetingLink();
+    void AMeetingLinkReachesAClientThatDoesNotRun();
+};
+
+void TestRelaunch::TheCheckIsOnePostWithTheInstalledVersion()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    QCOMPARE(run.Run(), 0);
+
+    const auto requests = run.server.Requests();
+    QCOMPARE(requests.size(), 1);
+    const auto &request = requests.first();
+    QVERIFY(request.https);
+    QCOMPARE(request.method, QByteArray("POST"));
+    QCOMPARE(request.target, QByteArray("/check"));
+    QCOMPARE(request.Header("X-Request-From"), QByteArray("internal"));
+    QCOMPARE(request.Header("Content-Type"), QByteArray("application/json;charset=UTF-8"));
+    QCOMPARE(request.body,
+             QByteArray(R"({"clientVersion":"1.0.0","deviceType":"Windows","platform":6})"));
+}
+
+void TestRelaunch::NothingNewStartsTheClient_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("the same version")
+        << QByteArray(R"({"code":"000000","biz":{"latestVersion":"1.0.0"}})") << QString();
+    QTest::newRow("no update")
+        << QByteArray(R"({"code":"000000","biz":{"latestVersion":"2.0.0","update":"0"}})")
+        << QStringLiteral("[INFO] (:0) isShowUpdataInfo.txt not exists");
+    QTest::newRow("an error code")
+        << QByteArray(R"({"code":"000001"})")
+        << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"000001\"");
+    QTest::newRow("an empty object")
+        << QByteArray("{}") << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"\"");
+    QTest::newRow("a numeric code")
+        << QByteArray(R"({"code":0})")
+        << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"\"");
+    QTest::newRow("not JSON") << QByteArray("<html>")
+                              << QStringLiteral("[DEBUG] (:0)  Recv Services Jsondata Error: 5");
+}
+
+void TestRelaunch::NothingNewStartsTheClient()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(QString, reason);
+    UpdaterRun run;
+    run.Configure();
+    run.server.Script(QStringLiteral("/check"),
+                      QJsonObject{{QStringLiteral("body"), QString::fromUtf8(body)}});
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
+
+    QStringList log{run.ConfigurationLine()};
+    log.append(QStringLiteral("[INFO] (:0) Service Jsondata: \"%1\"")
+                   .arg(QString::fromUtf8(body).replace(QLatin1Char('"'), QStringLiteral("\\\""))));
+    if (!reason.isEmpty())
+        log.append(reason);
+    log.append(QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName));
+    QCOMPARE(run.Log(), log);
+}
+
+void TestRelaunch::ASilencedVersionStartsTheClient()
+{
+    UpdaterRun run;
+    run.Configure({{QStringLiteral("noRemind"), 1},
+                   {QStringLiteral("noRemindVersion"), QStringLiteral("2.0.0")}});
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("2.0.0")},
+                     {QStringLiteral("update"), QStringLiteral("1")}});
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
+    QVERIFY(run.Log().filter(QStringLiteral("update fileName")).isEmpty());
+}
+
+void TestRelaunch::AnUnreachableServiceStartsTheClient()
+{
+    UpdaterRun run;
+    // The discard port: nobody listens there.
+    run.Configure(
+        {{QStringLiteral("updateCheckUrl"), QStringLiteral("https://127.0.0.1:9/check")}});
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+    const QStringList log = run.Log();
+    QCOMPARE(log.size(), 3);
+    QCOMPARE(log.at(1), QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName));
+    QCOMPARE(log.at(2), QStringLiteral("[DEBUG] (:0) Network Recv Back Error: "
+                                       "QNetworkReply::ConnectionRefusedError"));
+}
+
+void TestRelaunch::AServiceThatNeverAnswersStartsTheClientOnce()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.server.Script(QStringLiteral("/check"),
+                      QJsonObject{{QStringLiteral("hold"), QStringLiteral("before")}});
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.Log(),
+             (QStringList{run.ConfigurationLine(),
+                          QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut"),
+                          QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)}));
+    QCOMPARE(run.client.Calls().size(), 1);
+}
+
+void TestRelaunch::AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.server.Script(QStringLiteral("/check"),
+                      QJsonObject{{QStringLiteral("hold"), QStringLiteral("before")},
+                                  {QStringLiteral("body"), QStringLiteral("{}")}});
+    run.Start();
+    // The half second before the client starts, in which the worker waits.
+    QVERIFY(run.WaitForLog(QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut")));
+    QVERIFY(run.server.Release(QStringLiteral("/check")));
+    QCOMPARE(run.WaitForEnd(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.Log().filter(QStringLiteral("starting...")).size(), 1);
+    QVERIFY(run.Log().filter(QStringLiteral("Service Jsondata")).isEmpty());
+    QCOMPARE(run.client.Calls().size(), 1);
+}
+
+void TestRelaunch::ARunningClientIsStartedAgainWithoutACheck()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.client.StartAndStay();
+    QCOMPARE(run.Run({QStringLiteral("--profile=two words")}), 0);
+    QVERIFY(run.client.WaitForCalls(2));
+    QCOMPARE(run.client.Calls().last(), QStringList{QStringLiteral("--profile=two words")});
+    QVERIFY(run.server.Requests().isEmpty());
+    QCOMPARE(
+        run.Log(),
+        (QStringList{run.ConfigurationLine(),
+                     QStringLiteral("[INFO] (:0) cmd line parameters : \"--profile=two words\""),
+                     QStringLiteral("[INFO] (:0) \"%1\"  Already Run...").arg(run.imageName),
+                     QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)}));
+}
+
+void TestRelaunch::ARunningClientIsHandedTheMeetingLink()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.client.StartAndStay();
+    QCOMPARE(run.Run({QStringLiteral("-noremid"), QStringLiteral("qorb-meeting://abc?d=e f")}), 0);
+    QVERIFY(run.client.WaitForCalls(2));
+    QCOMPARE(run.client.Calls().last(), QStringList{QStringLiteral("--url=abc?d=e f")});
+    QVERIFY(run.server.Requests().isEmpty());
+    QCOMPARE(run.Log().last(),
+             QStringLiteral("[INFO] (:0) \"%1\"  Already Run...").arg(run.imageName));
+}
+
+void TestRelaunch::AMeetingLinkReachesAClientThatDoesNotRun()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    QCOMPARE(run.Run({QStringLiteral("qorb-meeting://abc"), QStringLiteral("--other")}), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.client.Calls().first(),
+             (QStringList{QStringLiteral("--other"), QStringLiteral("--url=abc")}));
+}
+
+QTEST_GUILESS_MAIN(TestRelaunch)
+#include "tst_relaunch.moc"

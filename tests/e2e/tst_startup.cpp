@@ -1,0 +1,160 @@
+#include "tests/e2e/updaterrun.h"
+
+#include <QTest>
+
+/// How the program starts, refuses to, and ends.
+class TestStartup : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void ASecondCopyEndsAtOnceAndLogsNothing();
+    void ARunThatWasKilledDoesNotBlockTheNextOne();
+    void AnotherRunMayFollowAFinishedOne();
+    void AMissingConfigurationEndsTheRunWithZero();
+    void ABrokenConfigurationEndsTheRunWithZero();
+    void AMissingClientConfigurationEndsTheRunWithZero();
+    void ABrokenClientConfigurationEndsTheRunWithZero();
+    void AConfigurationInTheHomeFolderIsNotFound();
+    void ArgumentsAreLoggedInOrder();
+    void WithoutArgumentsNoneIsLogged();
+
+private:
+    static const QString m_missing;
+};
+
+const QString TestStartup::m_missing =
+    QStringLiteral("[DEBUG] (:0) updateconfig.json open failed: 0");
+
+namespace
+{
+
+/// Starts a run that waits for the service, and waits until it does.
+void StartAndHold(UpdaterRun &run)
+{
+    run.Configure();
+    run.server.Script(QStringLiteral("/check"),
+                      QJsonObject{{QStringLiteral("hold"), QStringLiteral("before")}});
+    run.Start();
+    if (!run.server.WaitForRequests(1))
+        qFatal("no check request came");
+}
+
+} // namespace
+
+void TestStartup::ASecondCopyEndsAtOnceAndLogsNothing()
+{
+    UpdaterRun run;
+    StartAndHold(run);
+    const QStringList log = run.Log();
+
+    QProcess second;
+    second.start(run.process.program(), {QStringLiteral("-immediately")});
+    QVERIFY(second.waitForFinished());
+    QCOMPARE(second.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(qint8(second.exitCode()), qint8(-1));
+    QCOMPARE(run.Log(), log);
+    QCOMPARE(run.process.state(), QProcess::Running);
+}
+
+void TestStartup::ARunThatWasKilledDoesNotBlockTheNextOne()
+{
+    UpdaterRun run;
+    StartAndHold(run);
+    run.process.kill();
+    QVERIFY(run.process.waitForFinished());
+
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+}
+
+void TestStartup::AnotherRunMayFollowAFinishedOne()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    QCOMPARE(run.Run(), 0);
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(2));
+}
+
+void TestStartup::AMissingConfigurationEndsTheRunWithZero()
+{
+    UpdaterRun run;
+    QCOMPARE(run.Run({QStringLiteral("-immediately")}), 0);
+    QCOMPARE(run.Log(), QStringList{m_missing});
+    QVERIFY(run.client.Calls().isEmpty());
+}
+
+void TestStartup::ABrokenConfigurationEndsTheRunWithZero()
+{
+    UpdaterRun run;
+    run.home.WriteUpdateConfig("{\"appName\": ");
+    QCOMPARE(run.Run(), 0);
+    QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: 1")});
+    QVERIFY(run.client.Calls().isEmpty());
+}
+
+void TestStartup::AMissingClientConfigurationEndsTheRunWithZero()
+{
+    UpdaterRun run;
+    run.Configure({{QStringLiteral("appPath"), run.home.ClientFolder()}});
+    QCOMPARE(run.Run(), 0);
+    QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0) \"%1config.json\"  Not exists")
+                                        .arg(run.home.ClientFolder())});
+    QVERIFY(run.client.Calls().isEmpty());
+}
+
+void TestStartup::ABrokenClientConfigurationEndsTheRunWithZero()
+{
+    UpdaterRun run;
+    run.Configure();
+    WriteFile(run.home.ClientFolder() + QStringLiteral("/config.json"), "");
+    QCOMPARE(run.Run(), 0);
+    QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0)  APP Jsondata Error: 5")});
+}
+
+void TestStartup::AConfigurationInTheHomeFolderIsNotFound()
+{
+    UpdaterRun run;
+    run.Configure();
+    const QString config = run.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    WriteFile(run.home.Home() + QStringLiteral("/AutoUpdate/updateconfig.json"), ReadFile(config));
+    WriteFile(run.home.Scratch() + QStringLiteral("/updateconfig.json"), ReadFile(config));
+    QVERIFY(QFile::remove(config));
+    QCOMPARE(run.Run(), 0);
+    QCOMPARE(run.Log(), QStringList{m_missing});
+}
+
+void TestStartup::ArgumentsAreLoggedInOrder()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    QCOMPARE(run.Run({QStringLiteral("-noremid"), QStringLiteral("-immediately"),
+                      QStringLiteral("中文 \"quoted\"")}),
+             0);
+    QCOMPARE(run.Log().mid(0, 4),
+             (QStringList{run.ConfigurationLine(),
+                          QStringLiteral("[INFO] (:0) cmd line parameters : \"-noremid\""),
+                          QStringLiteral("[INFO] (:0) cmd line parameters : \"-immediately\""),
+                          QStringLiteral("[INFO] (:0) cmd line parameters : "
+                                         "\"中文 \\\"quoted\\\"\"")}));
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.client.Calls().first(), QStringList{QStringLiteral("中文 \"quoted\"")});
+}
+
+void TestStartup::WithoutArgumentsNoneIsLogged()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.Log().filter(QStringLiteral("cmd line parameters")).isEmpty());
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
+}
+
+QTEST_GUILESS_MAIN(TestStartup)
+#include "tst_startup.moc"

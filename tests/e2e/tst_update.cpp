@@ -1,0 +1,274 @@
+#include "tests/e2e/updaterrun.h"
+#include "tests/support/zipmaker.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QTest>
+
+/// Whole updates, from the start of the program to the start of the new client.
+class TestUpdate : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void AZipPackageIsInstalledAndTheClientStarted();
+    void TheNotesFollowTheLanguage_data();
+    void TheNotesFollowTheLanguage();
+    void AnInstallerIsStartedWithTheArguments();
+    void ARunningClientIsStoppedBeforeTheDownload();
+    void ACorruptedPackageIsNotInstalled();
+    void ADamagedZipPackageStillStartsTheClient();
+    void APackageFromAServerNobodyTrustsIsRefused();
+    void AnAnnouncedNameOutsideTheFolderEndsTheRun();
+    void APackageOfManyMegabytesArrivesWhole();
+};
+
+namespace
+{
+
+const QString kPackage = QStringLiteral("client-2.1.3.zip");
+const QStringList kImmediately{QStringLiteral("-immediately")};
+
+/// A package with a new client configuration, a new file in a folder, and an empty folder.
+QByteArray NewClient()
+{
+    return ZipMaker()
+        .AddFolder(QStringLiteral("client-2.1.3"))
+        .AddFile(QStringLiteral("client-2.1.3/config.json"), R"({"client": {"version": "2.1.3"}})")
+        .AddFolder(QStringLiteral("client-2.1.3/plug ins"))
+        .AddFile(QStringLiteral("client-2.1.3/plug ins/中文.txt"), "new")
+        .AddFolder(QStringLiteral("client-2.1.3/empty"))
+        .Bytes();
+}
+
+QString Info(const QString &text)
+{
+    return QStringLiteral("[INFO] (:0) ") + text;
+}
+
+QString Debug(const QString &text)
+{
+    return QStringLiteral("[DEBUG] (:0) ") + text;
+}
+
+QString Quoted(const QString &text)
+{
+    return QLatin1Char('"') + text + QLatin1Char('"');
+}
+
+/// The log without the line that repeats the service's answer.
+QStringList LogWithoutAnswer(const UpdaterRun &run)
+{
+    QStringList lines = run.Log();
+    for (int i = lines.size() - 1; i >= 0; --i) {
+        if (lines.at(i).contains(QLatin1String("Service Jsondata:")))
+            lines.removeAt(i);
+    }
+    return lines;
+}
+
+} // namespace
+
+void TestUpdate::AZipPackageIsInstalledAndTheClientStarted()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.Publish(NewClient(), kPackage);
+    WriteFile(run.home.ClientFolder() + QStringLiteral("/of the user.txt"), "stays");
+    WriteFile(run.home.ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt"), "old");
+    WriteFile(run.PackagePath(QStringLiteral("left over/.hidden")), "old");
+
+    QCOMPARE(run.Run({QStringLiteral("-immediately"), QStringLiteral("--profile=a \"b\" c")}), 0);
+
+    const QString client = run.home.ClientFolder();
+    QCOMPARE(ReadFile(client + QStringLiteral("/config.json")),
+             QByteArray(R"({"client": {"version": "2.1.3"}})"));
+    QCOMPARE(ReadFile(client + QStringLiteral("/plug ins/中文.txt")), QByteArray("new"));
+    QVERIFY(QFileInfo(client + QStringLiteral("/empty")).isDir());
+    QCOMPARE(ReadFile(client + QStringLiteral("/of the user.txt")), QByteArray("stays"));
+    QVERIFY(!QFile::exists(run.PackagePath(QStringLiteral("left over"))));
+    QCOMPARE(ReadFile(run.home.ClientDataFolder() + QStringLiteral("/update.log")),
+             QByteArray("New version"));
+    QCOMPARE(ReadFile(run.home.ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt")),
+             QByteArray("1"));
+
+    const QJsonObject config =
+        QJsonDocument::fromJson(
+            ReadFile(run.home.ProgramFolder() + QStringLiteral("/updateconfig.json")))
+            .object();
+    QCOMPARE(config.value(QStringLiteral("currentVersion")).toString(), QStringLiteral("2.1.3"));
+    QCOMPARE(config.value(QStringLiteral("appName")).toString(), run.imageName);
+
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("--profile=a \"b\" c")}});
+
+    const auto requests = run.server.Requests();
+    QCOMPARE(requests.size(), 2);
+    QCOMPARE(requests.at(1).method, QByteArray("GET"));
+    QCOMPARE(requests.at(1).target, QByteArray("/packages/client-2.1.3.zip"));
+
+    const QStringList log = LogWithoutAnswer(run);
+    QCOMPARE(
+        log.mid(0, 5),
+        (QStringList{
+            run.ConfigurationLine(), Info(QStringLiteral("cmd line parameters : \"-immediately\"")),
+            Info(QStringLiteral("cmd line parameters : "
+                                "\"--profile=a \\\"b\\\" c\"")),
+            Info(QStringLiteral("isShowUpdataInfo.txt is remove")),
+            Info(QStringLiteral("update fileName:  ") + Quoted(run.PackagePath(kPackage)))}));
+    QVERIFY2(log.at(5).startsWith(Info(QStringLiteral("org: \""))), qPrintable(log.at(5)));
+    QCOMPARE(
+        log.mid(6),
+        (QStringList{
+            Info(Quoted(run.PackagePath(kPackage)) + QStringLiteral("  successfully decompressed")),
+            Info(QStringLiteral("update.log write successed")),
+            Info(QStringLiteral("isShowUpdataInfo.txt write successed")),
+            Info(Quoted(run.home.ProgramFolder()) + QStringLiteral("  copy file successed")),
+            QStringLiteral("[WARNING] (:0) autoupdate config veison update "
+                           "successed"),
+            Info(Quoted(run.imageName) + QStringLiteral("  starting..."))}));
+}
+
+void TestUpdate::TheNotesFollowTheLanguage_data()
+{
+    QTest::addColumn<QByteArray>("language");
+    QTest::addColumn<QString>("notes");
+    QTest::newRow("en") << QByteArray("en\n") << QStringLiteral("New version");
+    QTest::newRow("zh") << QByteArray(" zh ") << QStringLiteral("新版本");
+    QTest::newRow("EN is Chinese with English notes")
+        << QByteArray("EN") << QStringLiteral("New version");
+    QTest::newRow("empty likewise") << QByteArray() << QStringLiteral("New version");
+}
+
+void TestUpdate::TheNotesFollowTheLanguage()
+{
+    QFETCH(QByteArray, language);
+    QFETCH(QString, notes);
+    UpdaterRun run;
+    run.SetLanguage(language);
+    run.Configure();
+    run.Publish(NewClient(), kPackage);
+    QCOMPARE(run.Run(kImmediately), 0);
+    QCOMPARE(
+        QString::fromUtf8(ReadFile(run.home.ClientDataFolder() + QStringLiteral("/update.log"))),
+        notes);
+    QVERIFY(run.client.WaitForCalls(1));
+}
+
+void TestUpdate::AnInstallerIsStartedWithTheArguments()
+{
+    UpdaterRun run;
+    run.Configure();
+    const StandIn installer(run.home.Scratch() + QStringLiteral("/Setup.exe"));
+    run.Publish(ReadFile(installer.Path()), QStringLiteral("Setup.exe"),
+                {{QStringLiteral("updateType"), 0}});
+    const QString downloaded = run.PackagePath(QStringLiteral("Setup.exe"));
+
+    QCOMPARE(run.Run({QStringLiteral("-noremid"), QStringLiteral("-immediately"),
+                      QStringLiteral("qorb-meeting://abc")}),
+             0);
+    // Not converted: an installer gets the link as it came.
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(downloaded + QStringLiteral(".calls")), 15000);
+    QTRY_COMPARE(ReadFile(downloaded + QStringLiteral(".calls")),
+                 QByteArray("qorb-meeting://abc").toHex() + " \n");
+    QVERIFY(run.client.Calls().isEmpty());
+    QCOMPARE(run.Log().last(), Info(Quoted(downloaded) + QStringLiteral("  starting...")));
+}
+
+void TestUpdate::ARunningClientIsStoppedBeforeTheDownload()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.client.StartAndStay();
+    run.Publish(NewClient(), kPackage);
+    QCOMPARE(run.Run(kImmediately), 0);
+    QVERIFY(!run.client.IsRunning());
+    QVERIFY(run.client.WaitForCalls(2));
+    QCOMPARE(run.client.Calls().last(), QStringList{QStringLiteral("-autoupdate")});
+    QVERIFY(run.Log().contains(Info(Quoted(run.imageName) + QStringLiteral("  Already Run..."))));
+}
+
+void TestUpdate::ACorruptedPackageIsNotInstalled()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.Publish(NewClient(), kPackage,
+                {{QStringLiteral("md5"), QStringLiteral("D41D8CD98F00B204E9800998ECF8427E")}});
+    run.Start(kImmediately);
+    QVERIFY(run.WaitForLog(
+        Debug(Quoted(run.PackagePath(kPackage)) + QStringLiteral("  md5 check filed"))));
+    // The window stays, with its "Retry".
+    QCOMPARE(run.process.state(), QProcess::Running);
+    QCOMPARE(ReadFile(run.home.ClientFolder() + QStringLiteral("/config.json")),
+             QByteArray(R"({"client": {"version": "1.0.0"}})"));
+    QVERIFY(run.client.Calls().isEmpty());
+    QVERIFY(QFile::exists(run.PackagePath(kPackage)));
+}
+
+void TestUpdate::ADamagedZipPackageStillStartsTheClient()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.Publish(ZipMaker()
+                    .AddFolder(QStringLiteral("client-2.1.3"))
+                    .AddFile(QStringLiteral("client-2.1.3/../../../evil.txt"), "evil")
+                    .Bytes(),
+                kPackage);
+    QCOMPARE(run.Run(kImmediately), 0);
+    const QString target = run.PackagePath(QStringLiteral("client-2.1.3/../../../evil.txt"));
+    QVERIFY(run.Log().contains(
+        Debug(QStringLiteral("unzip  ") + Quoted(target) + QStringLiteral("  failed: 5"))));
+    QVERIFY(!QFile::exists(target));
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
+    QVERIFY(run.Log().filter(QStringLiteral("copy file")).isEmpty());
+}
+
+void TestUpdate::APackageFromAServerNobodyTrustsIsRefused()
+{
+    UpdaterRun run;
+    run.Configure(
+        {{QStringLiteral("updatePackageUrl"), run.server.HttpsUrl(QStringLiteral("/packages/"))}});
+    run.Publish(NewClient(), kPackage);
+    run.Start(kImmediately);
+    QVERIFY(run.WaitForLog(
+        Debug(QStringLiteral("Download Network Error: QNetworkReply::SslHandshakeFailedError"))));
+    QVERIFY(run.WaitForLog(Debug(QStringLiteral("NetworkReply Get TimerOut"))));
+    QCOMPARE(run.server.Requests().size(), 1);
+    QCOMPARE(ReadFile(run.PackagePath(kPackage)), QByteArray());
+}
+
+void TestUpdate::AnAnnouncedNameOutsideTheFolderEndsTheRun()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.Publish(
+        NewClient(), kPackage,
+        {{QStringLiteral("latestVersionUrl"), QStringLiteral("https://x.invalid/..\\..\\evil")}});
+    QCOMPARE(run.Run(kImmediately), 0);
+    QCOMPARE(run.Log().last(), Debug(Quoted(run.PackagePath(QStringLiteral("..\\\\..\\\\evil"))) +
+                                     QStringLiteral("  Open failed: 5")));
+    QCOMPARE(run.server.Requests().size(), 1);
+    QVERIFY(run.client.Calls().isEmpty());
+}
+
+void TestUpdate::APackageOfManyMegabytesArrivesWhole()
+{
+    UpdaterRun run;
+    run.Configure();
+    const QByteArray package =
+        ZipMaker()
+            .AddFolder(QStringLiteral("client-2.1.3"))
+            .AddFile(QStringLiteral("client-2.1.3/data.bin"),
+                     ScriptedServer::Fill(24 * 1024 * 1024), ZipMaker::Stored)
+            .Bytes();
+    run.Publish(package, kPackage);
+    QCOMPARE(run.Run(kImmediately), 0);
+    QCOMPARE(ReadFile(run.PackagePath(kPackage)), package);
+    QCOMPARE(ReadFile(run.home.ClientFolder() + QStringLiteral("/data.bin")),
+             ScriptedServer::Fill(24 * 1024 * 1024));
+    QVERIFY(run.client.WaitForCalls(1));
+}
+
+QTEST_GUILESS_MAIN(TestUpdate)
+#include "tst_update.moc"

@@ -1,0 +1,77 @@
+#include "tests/e2e/windowserver.h"
+
+#include <QRegularExpression>
+#include <QStringList>
+#include <QTest>
+
+namespace
+{
+
+/// What xdotool says; empty when it fails, as it does when a search finds nothing.
+QString Xdotool(const QStringList &arguments)
+{
+    QProcess xdotool;
+    xdotool.start(QStringLiteral("xdotool"), arguments);
+    if (!xdotool.waitForFinished())
+        qFatal("xdotool: %s", qPrintable(xdotool.errorString()));
+    return QString::fromLatin1(xdotool.readAllStandardOutput()).trimmed();
+}
+
+QStringList VisibleWindows(const QString &title)
+{
+    return Xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                    QStringLiteral("--name"),
+                    QLatin1Char('^') + QRegularExpression::escape(title) + QLatin1Char('$')})
+        .split(QLatin1Char('\n'));
+}
+
+} // namespace
+
+WindowServer::WindowServer()
+{
+    m_server.setProcessChannelMode(QProcess::SeparateChannels);
+    m_server.start(QStringLiteral("Xvfb"),
+                   {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
+                    QStringLiteral("0"), QStringLiteral("800x600x24"), QStringLiteral("-nolisten"),
+                    QStringLiteral("tcp")});
+    if (!m_server.waitForReadyRead(30000))
+        qFatal("Xvfb does not start: %s", qPrintable(m_server.errorString()));
+    qputenv("DISPLAY", ':' + m_server.readLine().trimmed());
+    qputenv("QT_QPA_PLATFORM", "xcb");
+}
+
+WindowServer::~WindowServer()
+{
+    m_server.terminate();
+    m_server.waitForFinished();
+}
+
+QString WindowServer::WaitForWindow(const QString &title, const QString &former) const
+{
+    QString found;
+    const auto isThere = [&] {
+        found = VisibleWindows(title).last();
+        return !found.isEmpty() && found != former;
+    };
+    if (!QTest::qWaitFor(isThere, 30000))
+        qFatal("no window \"%s\" came up", qPrintable(title));
+    return found;
+}
+
+bool WindowServer::HasWindow(const QString &title) const
+{
+    return !VisibleWindows(title).last().isEmpty();
+}
+
+void WindowServer::Click(const QString &window, const QPoint &position) const
+{
+    Xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"), window,
+             QString::number(position.x()), QString::number(position.y()), QStringLiteral("click"),
+             QStringLiteral("1")});
+}
+
+void WindowServer::Press(const QString &window, const QString &key) const
+{
+    Xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window, QStringLiteral("key"),
+             key});
+}

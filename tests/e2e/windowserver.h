@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QPoint>
+#include <QProcess>
+#include <QString>
+
+/**
+ * A window server of the test's own, and a user in front of it who presses buttons and keys. Sets
+ * the environment so that programs started from here on show their windows there. GUI thread.
+ */
+class WindowServer
+{
+public:
+    WindowServer();
+    ~WindowServer();
+
+    /**
+     * Waits for the one visible window titled @p title that is not @p former and returns its
+     * number; fails the program when none comes up.
+     */
+    QString WaitForWindow(const QString &title, const QString &former = QString()) const;
+
+    /// True while a window titled @p title is visible.
+    bool HasWindow(const QString &title) const;
+
+    /// A click of the left button at @p position in the window.
+    void Click(const QString &window, const QPoint &position) const;
+
+    /// Gives the window the focus and presses the key of that name, such as "Escape".
+    void Press(const QString &window, const QString &key) const;
+
+private:
+    Q_DISABLE_COPY(WindowServer)
+
+    QProcess m_server;
+};
