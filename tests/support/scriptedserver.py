@@ -24,7 +24,8 @@ STEP, every member optional:
     status     200 unless given, 200 to 599
     reason     text of the status line
     headers    [[name, value], ...]; besides these only Date and the framing headers are sent
-    body       text; or bodyBase64; or fill: N for N bytes of the pattern (i * 31 + 7) % 251
+    body       text; or bodyBase64; or fill: N for N bytes of the pattern (i * 31 + 7) % 251;
+               or file: PATH for the content of a file, which is not read into memory
     length     "exact" (the default), "none" (no Content-Length: the end of the connection ends
                the body, unless "chunked" is set) or a NUMBER to announce, true or not
     chunked    true for chunked transfer coding, which leaves no room for a Content-Length
@@ -45,6 +46,7 @@ import binascii
 import fcntl
 import json
 import logging
+import mmap
 import os
 import signal
 import socket
@@ -103,7 +105,7 @@ class Step:
     status: int
     reason: Optional[str]
     headers: List[Tuple[str, str]]
-    content: bytes
+    content: Union[bytes, mmap.mmap]
     fill: Optional[int]
     length: Union[str, int]
     chunked: bool
@@ -145,7 +147,7 @@ class Step:
 
 
 STEP_KEYS = {
-    "status", "reason", "headers", "body", "bodyBase64", "fill",
+    "status", "reason", "headers", "body", "bodyBase64", "fill", "file",
     "length", "chunked", "hold", "then", "sendBytes",
 }  # fmt: skip
 
@@ -166,13 +168,16 @@ def parse_headers(value: Any) -> List[Tuple[str, str]]:
     return headers
 
 
-def parse_body(raw: Dict[str, Any]) -> Tuple[bytes, Optional[int]]:
+def parse_body(raw: Dict[str, Any]) -> Tuple[Union[bytes, mmap.mmap], Optional[int]]:
     """The body held in memory, or the number of pattern bytes that stand for one."""
-    given = [key for key in ("body", "bodyBase64", "fill") if key in raw]
+    given = [key for key in ("body", "bodyBase64", "fill", "file") if key in raw]
     require(len(given) <= 1, f"only one of {given} can be the body")
     if "fill" in raw:
         require(is_count(raw["fill"]), "fill must be a number of bytes")
         return b"", raw["fill"]
+    if "file" in raw:
+        with open(raw["file"], "rb") as content:
+            return mmap.mmap(content.fileno(), 0, access=mmap.ACCESS_READ), None
     text = raw.get("body", raw.get("bodyBase64", ""))
     require(isinstance(text, str), "the body must be text")
     if "bodyBase64" not in raw:
