@@ -38,6 +38,8 @@ WindowServer::WindowServer()
         qFatal("Xvfb does not start: %s", qPrintable(m_server.errorString()));
     qputenv("DISPLAY", ':' + m_server.readLine().trimmed());
     qputenv("QT_QPA_PLATFORM", "xcb");
+    // The dialogs draw nothing with OpenGL, and its driver does not clean up behind itself.
+    qputenv("QT_XCB_GL_INTEGRATION", "none");
 }
 
 WindowServer::~WindowServer()
