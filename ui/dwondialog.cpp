@@ -1,6 +1,7 @@
 #include "ui/dwondialog.h"
 
 #include "config/global.h"
+#include "ui/dialogwindow.h"
 #include "ui/diskspace.h"
 #include "ui/netdialog.h"
 #include "ui/sheets.h"
@@ -38,12 +39,7 @@ DwonDialog::DwonDialog(QWidget *parent)
     : QDialog(parent), ui(std::make_unique<Ui::DwonDialog>()), netDialog(new NetDialog)
 {
     ui->setupUi(this);
-    setWindowFlags(Qt::WindowCloseButtonHint);
-    setWindowIcon(QIcon(QStringLiteral(":/image/resourceimg/logo.ico")));
-    setFixedSize(size());
-
-    setStyleSheet(Sheets::Window(objectName()));
-    ui->labIco->setStyleSheet(Sheets::Logo());
+    SetUpWindow(this, ui->labIco);
     ui->labText->setStyleSheet(Sheets::ProductName());
     ui->labVersion->setStyleSheet(Sheets::Version());
     ui->labInstall->setStyleSheet(Sheets::Percentage());

@@ -2,6 +2,7 @@
 
 #include "config/global.h"
 #include "install/clientprocess.h"
+#include "ui/dialogwindow.h"
 #include "ui/diskspace.h"
 #include "ui/dwondialog.h"
 #include "ui/releasenotes.h"
@@ -25,12 +26,7 @@ UpdateDialog::UpdateDialog(QWidget *parent)
       dwonDialog(std::make_unique<DwonDialog>())
 {
     ui->setupUi(this);
-    setWindowFlags(Qt::WindowCloseButtonHint);
-    setWindowIcon(QIcon(QStringLiteral(":/image/resourceimg/logo.ico")));
-    setFixedSize(size());
-
-    setStyleSheet(Sheets::Window(objectName()));
-    ui->labIco->setStyleSheet(Sheets::Logo());
+    SetUpWindow(this, ui->labIco);
     ui->labText->setStyleSheet(Sheets::Headline());
     ui->labVersion->setStyleSheet(Sheets::Version());
     ui->checkRemid->setStyleSheet(Sheets::NeverPrompt());
