@@ -22,6 +22,17 @@ protected:
 };
 
 /**
+ * True when @p notes can be laid out as rich text within moments. The framework's layout takes
+ * minutes, or never ends, for nested tables, for large numbers in a table, and for a very long
+ * text; the notes come from the network. Tables pass that a release note has a use for: up to three
+ * levels deep, with attributes of at most two digits. Any thread.
+ */
+bool IsHarmlessMarkup(const QString &notes);
+
+/// The beginning of @p notes that can be laid out as plain text within moments. Any thread.
+QString HarmlessPlainText(const QString &notes);
+
+/**
  * Draws the images of a ReleaseNotesDocument. The framework's own handler tries the disk when the
  * document gives it nothing; this one leaves an image out that is not among the resources.
  */

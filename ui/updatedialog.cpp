@@ -11,6 +11,7 @@
 #include "ui_updatedialog.h"
 
 #include <QCoreApplication>
+#include <QDebug>
 #include <QScrollBar>
 
 namespace
@@ -94,7 +95,13 @@ void UpdateDialog::SetChineseTexts(bool optional)
 
 void UpdateDialog::ShowReleaseNotes()
 {
-    ui->updateText->setText(Global::instance.latestVersionInfo);
+    const QString &notes = Global::instance.latestVersionInfo;
+    if (IsHarmlessMarkup(notes)) {
+        ui->updateText->setText(notes);
+    } else {
+        qWarning() << "release notes shown as plain text: too long, or markup that is not safe";
+        ui->updateText->setPlainText(HarmlessPlainText(notes));
+    }
     ui->updateText->setReadOnly(true);
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
 }

@@ -84,7 +84,7 @@ void TestGlobal::fieldsStandInTheirOrder()
                                               &global.language,
                                               &global.cmdLineArgs};
     for (std::size_t index = 1; index < fields.size(); ++index)
-        QVERIFY(std::less<const void *>()(fields[index - 1], fields[index]));
+        QVERIFY(std::less<>()(fields[index - 1], fields[index]));
 }
 
 void TestGlobal::metaObjectHasTheNameAndNothingOfItsOwn()

@@ -4,9 +4,13 @@
  *
  * Beside its own file PROGRAM it appends to PROGRAM.calls one line a start: its arguments, each in
  * hexadecimal UTF-8 and followed by a blank. If a file PROGRAM.script exists, its lines tell what
- * to do then, in order: stdout HEX   write these bytes to the standard output stay         run
- * until killed, or until PROGRAM.script is gone exit N       end with this code Free of libraries,
- * so that a copy runs anywhere.
+ * to do then, in order:
+ *
+ *     "stdout HEX"   write these bytes to the standard output
+ *     "stay"         run until killed, or until PROGRAM.script is gone
+ *     "exit N"       end with this code
+ *
+ * Free of libraries, so that a copy runs anywhere.
  */
 #include <chrono>
 #include <cstdio>
@@ -20,8 +24,9 @@
 #ifdef _WIN32
 #include <fcntl.h>
 #include <io.h>
-#include <shellapi.h>
 #include <windows.h>
+
+#include <shellapi.h>
 #endif
 
 namespace fs = std::filesystem;

@@ -1,0 +1,1028 @@
+#include "config/global.h"
+#include "tests/install/damagedarchives.h"
+#include "tests/support/fulldisk.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/standinfile.h"
+#include "tests/support/testhome.h"
+#include "tests/support/zipmaker.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QTest>
+#include <QThread>
+
+#include <functional>
+#include <memory>
+
+namespace
+{
+
+/// The machine of a test with a client 1.0.0 and 2.1.3 offered, its package not made yet.
+class Machine : public TestHome
+{
+public:
+    Machine()
+    {
+        WriteUpdateConfig(R"({"currentVersion": "1.0.0"})");
+        ClientDataFolder();
+        QDir().mkpath(DownloadFolder());
+        Global::instance.latestVersion = QStringLiteral("2.1.3");
+        Global::instance.latestVersionInfo = QStringLiteral("1. New\n2. 更新");
+    }
+
+    QString DownloadFolder() const { return Home() + QStringLiteral("/AppData/Local/Client"); }
+    QString Package() const { return DownloadFolder() + QStringLiteral("/pkg.zip"); }
+    QString Downloaded(const QString &path) const
+    {
+        return DownloadFolder() + QLatin1Char('/') + path;
+    }
+    QString Installed(const QString &path) const
+    {
+        return ClientFolder() + QLatin1Char('/') + path;
+    }
+    QString Notes() const { return ClientDataFolder() + QStringLiteral("/update.log"); }
+    QString Marker() const { return ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt"); }
+    QString UpdateConfig() const { return ProgramFolder() + QStringLiteral("/updateconfig.json"); }
+    QString Xcopy() const { return CommandsFolder() + QStringLiteral("/xcopy"); }
+
+    QStringList Messages() const { return m_log.Messages(); }
+
+    /// The messages without what the framework's zip reader and files have to say of themselves.
+    QStringList OwnMessages() const
+    {
+        QStringList own;
+        for (const QString &message : Messages()) {
+            if (!message.startsWith(QLatin1String("[WARNING] Q")))
+                own.append(message);
+        }
+        return own;
+    }
+
+    /// Everything there is on this machine: files with their sizes and folders.
+    QStringList Everything() const
+    {
+        QStringList paths;
+        QDirIterator it(QFileInfo(ClientFolder()).path(),
+                        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            it.next();
+            paths.append(it.filePath() + QLatin1Char(' ') +
+                         QString::number(it.fileInfo().isDir() ? -1 : it.fileInfo().size()));
+        }
+        paths.sort();
+        return paths;
+    }
+
+private:
+    LogCapture m_log;
+};
+
+QString WithBackSlashes(QString path)
+{
+    return path.replace(QLatin1Char('/'), QLatin1Char('\\'));
+}
+
+/// As the log shows a text: in quotes, back-slashes doubled.
+QString Quoted(QString text)
+{
+    return QLatin1Char('"') + text.replace(QLatin1Char('\\'), QStringLiteral("\\\\")) +
+           QLatin1Char('"');
+}
+
+QString UnzipFailure(const QString &target)
+{
+    return QStringLiteral("[DEBUG] unzip  %1  failed: 5").arg(Quoted(target));
+}
+
+QStringList SuccessMessages(const Machine &machine, const QString &package)
+{
+    return {QStringLiteral("[INFO] %1  successfully decompressed").arg(Quoted(package)),
+            QStringLiteral("[INFO] update.log write successed"),
+            QStringLiteral("[INFO] isShowUpdataInfo.txt write successed"),
+            QStringLiteral("[INFO] %1  copy file successed").arg(Quoted(machine.ProgramFolder())),
+            QStringLiteral("[WARNING] autoupdate config veison update successed")};
+}
+
+/// Verifies that nothing of what follows the extraction was done.
+void VerifyNothingInstalled(const Machine &machine, const StandIn &xcopy)
+{
+    QVERIFY(!QFile::exists(machine.Notes()));
+    QVERIFY(!QFile::exists(machine.Marker()));
+    QCOMPARE(xcopy.Calls().size(), 0);
+    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray(R"({"currentVersion": "1.0.0"})"));
+}
+
+using Fill = std::function<void(ZipMaker &)>;
+
+/// A row with the column "archive".
+void AddArchive(const char *name, const Fill &fill)
+{
+    ZipMaker zip;
+    fill(zip);
+    QTest::newRow(name) << zip.Bytes();
+}
+
+} // namespace
+
+class TestPackageInstall : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void packageReplacesTheClient();
+    void restOfTheClientStays();
+    void packageInAFolderWithBlanksAndChinese();
+    void extractedFileReplacesAnOlderOne();
+    void largeFilesArriveWhole();
+    void linksAreSkipped();
+#ifdef Q_OS_UNIX
+    void modesAndTimesOfTheArchiveAreNotApplied_posix();
+    void failedWritesAreNotNoticed_posix();
+#endif
+    void fileWithoutItsFolderFails_data();
+    void fileWithoutItsFolderFails();
+    void earlierEntriesStayWhenOneFails();
+    void fileInThePlaceOfAFolderFails();
+    void folderInThePlaceOfAFileFails();
+    void damagedEntryFails_data();
+    void damagedEntryFails();
+    void entryThatTheReaderRefusesFails_data();
+    void entryThatTheReaderRefusesFails();
+    void secondEntryOfTheSameNameFails();
+    void nameThatLeavesTheFolderFails_data();
+    void nameThatLeavesTheFolderFails();
+    void nameWithoutUtf8MarkStaysInTheFolder();
+    void leadingDotsAndSlashesAreDropped_data();
+    void leadingDotsAndSlashesAreDropped();
+    void unusualArchivesAreInstalled_data();
+    void unusualArchivesAreInstalled();
+    void unreadableArchiveInstallsNothingAndSucceeds_data();
+    void unreadableArchiveInstallsNothingAndSucceeds();
+    void packageWithoutItsTopFolderCopiesNothingAndSucceeds();
+    void notesAreReplaced_data();
+    void notesAreReplaced();
+    void markerIsReplaced();
+    void missingClientDataFolderFails();
+    void notesThatCannotBeOpenedFail();
+    void markerThatCannotBeOpenedFails();
+    void xcopyIsCalledWithSourceAndDestination_data();
+    void xcopyIsCalledWithSourceAndDestination();
+    void relativePackagePath();
+    void destinationIsTheParentOfTheWorkingFolder();
+    void xcopyIsWaitedForWithoutLimit();
+    void exitCodeOfXcopyIsNotExamined_data();
+    void exitCodeOfXcopyIsNotExamined();
+#ifdef Q_OS_UNIX
+    void crashOfXcopyIsNotExamined_posix();
+    void xcopyThatCannotBeStartedFails_posix();
+    void xcopyRunsInTheWorkingFolder_posix();
+#endif
+    void versionThatCannotBeRecordedStillSucceeds();
+    void missingUpdateConfigIsMade();
+    void scriptIsWritten();
+    void scriptIsReplaced();
+    void scriptThatCannotBeOpenedIsLogged_data();
+    void scriptThatCannotBeOpenedIsLogged();
+};
+
+void TestPackageInstall::packageReplacesTheClient()
+{
+    const Machine machine;
+    WriteFile(machine.Installed(QStringLiteral("app.txt")), "old and longer than the new one");
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
+    zip.AddFolder(QStringLiteral("pkg/lib"));
+    zip.AddFile(QStringLiteral("pkg/lib/库.txt"), SomeText(), ZipMaker::Stored);
+    zip.AddFolder(QStringLiteral("pkg/empty/deep"));
+    zip.AddFile(QStringLiteral("pkg/nothing.txt"), QByteArray());
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("app.txt"))), QByteArray("new"));
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("lib/库.txt"))), SomeText());
+    QVERIFY(QFileInfo(machine.Installed(QStringLiteral("empty/deep"))).isDir());
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("nothing.txt"))), QByteArray());
+
+    QCOMPARE(ReadFile(machine.Notes()), QByteArray(u8"1. New\n2. 更新"));
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
+    QCOMPARE(ReadFile(machine.UpdateConfig()),
+             QByteArray("{\n    \"currentVersion\": \"2.1.3\"\n}\n"));
+
+    // Package and extracted folder stay.
+    QCOMPARE(ReadFile(machine.Package()), zip.Bytes());
+    QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/app.txt"))), QByteArray("new"));
+    QCOMPARE(Global::instance.packageDir,
+             WithBackSlashes(machine.Downloaded(QStringLiteral("pkg/*"))));
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+}
+
+void TestPackageInstall::restOfTheClientStays()
+{
+    const Machine machine;
+    WriteFile(machine.Installed(QStringLiteral("settings.ini")), "mine");
+    WriteFile(machine.Installed(QStringLiteral("lib/plugin.txt")), "mine too");
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFolder(QStringLiteral("pkg/lib"));
+    zip.AddFile(QStringLiteral("pkg/lib/new.txt"), "new");
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("settings.ini"))), QByteArray("mine"));
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("lib/plugin.txt"))), QByteArray("mine too"));
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("lib/new.txt"))), QByteArray("new"));
+    QVERIFY(QFile::exists(machine.UpdateConfig()));
+    // The package's own folder name does not turn up in the client's folder.
+    QVERIFY(!QFile::exists(machine.Installed(QStringLiteral("pkg"))));
+}
+
+void TestPackageInstall::packageInAFolderWithBlanksAndChinese()
+{
+    const Machine machine;
+    const QString package = machine.Home() + QStringLiteral("/我的 文件/客户端 2.1.3.zip");
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("客户端 2.1.3"));
+    zip.AddFile(QStringLiteral("客户端 2.1.3/说明 书.txt"), "new");
+    zip.WriteTo(package);
+
+    QCOMPARE(Global::instance.InstallPackage(package), 0);
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("说明 书.txt"))), QByteArray("new"));
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, package));
+}
+
+void TestPackageInstall::extractedFileReplacesAnOlderOne()
+{
+    const Machine machine;
+    WriteFile(machine.Downloaded(QStringLiteral("pkg/app.txt")), QByteArray(1000, 'o'));
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
+    zip.WriteTo(machine.Package());
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/app.txt"))), QByteArray("new"));
+}
+
+void TestPackageInstall::largeFilesArriveWhole()
+{
+    const Machine machine;
+    const QByteArray noise = SomeNoise(5 << 20);
+    const QByteArray zeros(20 << 20, '\0');
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/stored"), noise, ZipMaker::Stored);
+    zip.AddFile(QStringLiteral("pkg/deflated"), noise);
+    zip.AddFile(QStringLiteral("pkg/zeros"), zeros);
+    zip.WriteTo(machine.Package());
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QVERIFY(ReadFile(machine.Installed(QStringLiteral("stored"))) == noise);
+    QVERIFY(ReadFile(machine.Installed(QStringLiteral("deflated"))) == noise);
+    QVERIFY(ReadFile(machine.Installed(QStringLiteral("zeros"))) == zeros);
+}
+
+void TestPackageInstall::linksAreSkipped()
+{
+    const Machine machine;
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddLink(QStringLiteral("pkg/link"), machine.UpdateConfig());
+    zip.AddLink(QStringLiteral("pkg/folder"), machine.Home());
+    zip.AddLink(QStringLiteral("missing/link"), QStringLiteral("app.txt"));
+    zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(QDir(machine.Downloaded(QStringLiteral("pkg")))
+                 .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot),
+             QStringList(QStringLiteral("app.txt")));
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+}
+
+#ifdef Q_OS_UNIX
+void TestPackageInstall::modesAndTimesOfTheArchiveAreNotApplied_posix()
+{
+    const Machine machine;
+    ZipMaker zip;
+    zip.SetPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ExeOther);
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
+    zip.WriteTo(machine.Package());
+    const QString beside = machine.Downloaded(QStringLiteral("beside"));
+    WriteFile(beside, "made like any other file");
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    const QFileInfo extracted(machine.Downloaded(QStringLiteral("pkg/app.txt")));
+    QCOMPARE(extracted.permissions(), QFileInfo(beside).permissions());
+    QVERIFY(extracted.lastModified() >= QFileInfo(beside).lastModified());
+}
+
+void TestPackageInstall::failedWritesAreNotNoticed_posix()
+{
+    const Machine machine;
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+    int result = 1;
+    {
+        const FullDisk full;
+        result = Global::instance.InstallPackage(machine.Package());
+    }
+    QCOMPARE(result, 0);
+    QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/app.txt"))), QByteArray());
+    QCOMPARE(ReadFile(machine.Notes()), QByteArray());
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray());
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+}
+#endif
+
+void TestPackageInstall::fileWithoutItsFolderFails_data()
+{
+    QTest::addColumn<QByteArray>("archive");
+    AddArchive("file before its folder", [](ZipMaker &zip) {
+        zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
+        zip.AddFolder(QStringLiteral("pkg"));
+    });
+    AddArchive("no folders at all", [](ZipMaker &zip) {
+        zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
+        zip.AddFile(QStringLiteral("pkg/after.txt"), "new");
+    });
+    AddArchive("another folder", [](ZipMaker &zip) {
+        zip.AddFolder(QStringLiteral("pkg2"));
+        zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
+    });
+}
+
+void TestPackageInstall::fileWithoutItsFolderFails()
+{
+    QFETCH(QByteArray, archive);
+    const Machine machine;
+    WriteFile(machine.Package(), archive);
+    const StandIn xcopy(machine.Xcopy());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(),
+             QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
+    QVERIFY(!QFile::exists(machine.Downloaded(QStringLiteral("pkg"))));
+    QCOMPARE(Global::instance.packageDir, machine.DownloadFolder() + QLatin1Char('/'));
+    VerifyNothingInstalled(machine, xcopy);
+}
+
+void TestPackageInstall::earlierEntriesStayWhenOneFails()
+{
+    const Machine machine;
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/first.txt"), "first");
+    zip.AddFile(QStringLiteral("missing/second.txt"), "second");
+    zip.AddFile(QStringLiteral("pkg/third.txt"), "third");
+    zip.WriteTo(machine.Package());
+    const StandIn xcopy(machine.Xcopy());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(),
+             QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("missing/second.txt")))));
+    QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/first.txt"))), QByteArray("first"));
+    QVERIFY(!QFile::exists(machine.Downloaded(QStringLiteral("pkg/third.txt"))));
+    // The archive is closed again: it could be removed on every system.
+    QVERIFY(QFile::remove(machine.Package()));
+    VerifyNothingInstalled(machine, xcopy);
+}
+
+void TestPackageInstall::fileInThePlaceOfAFolderFails()
+{
+    const Machine machine;
+    WriteFile(machine.Downloaded(QStringLiteral("pkg")), "a file");
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+
+    // That the folder cannot be made goes unnoticed; its first file has nowhere to go.
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(),
+             QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
+    QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg"))), QByteArray("a file"));
+}
+
+void TestPackageInstall::folderInThePlaceOfAFileFails()
+{
+    const Machine machine;
+    QDir().mkpath(machine.Downloaded(QStringLiteral("pkg/app.txt")));
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(),
+             QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
+}
+
+void TestPackageInstall::damagedEntryFails_data()
+{
+    AddDamagedArchives();
+}
+
+void TestPackageInstall::damagedEntryFails()
+{
+    QFETCH(QByteArray, archive);
+    const Machine machine;
+    WriteFile(machine.Package(), archive);
+    const StandIn xcopy(machine.Xcopy());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.OwnMessages(),
+             QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
+    QVERIFY(QDir(machine.Downloaded(QStringLiteral("pkg"))).isEmpty());
+    VerifyNothingInstalled(machine, xcopy);
+}
+
+void TestPackageInstall::entryThatTheReaderRefusesFails_data()
+{
+    QTest::addColumn<QByteArray>("archive");
+    QTest::addColumn<QString>("target");
+    const auto row = [](const char *name, ZipField field, quint32 value, const char *target) {
+        ZipMaker zip;
+        AddThreeEntries(zip);
+        zip.Set(1, field, value);
+        QTest::newRow(name) << zip.Bytes() << QString::fromLatin1(target);
+    };
+    row("zip64 needed", ZipMaker::VersionNeeded, 45, "pkg/app.txt");
+    row("latest version needed", ZipMaker::VersionNeeded, 63, "pkg/app.txt");
+    // Of an entry made by a system that it does not know the reader gives no path.
+    row("made on another system", ZipMaker::MadeBy, 5 << 8, "");
+}
+
+void TestPackageInstall::entryThatTheReaderRefusesFails()
+{
+    QFETCH(QByteArray, archive);
+    QFETCH(QString, target);
+    const Machine machine;
+    WriteFile(machine.Package(), archive);
+    const StandIn xcopy(machine.Xcopy());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.OwnMessages(), QStringList(UnzipFailure(machine.Downloaded(target))));
+    QVERIFY(QDir(machine.Downloaded(QStringLiteral("pkg"))).isEmpty());
+    VerifyNothingInstalled(machine, xcopy);
+}
+
+void TestPackageInstall::secondEntryOfTheSameNameFails()
+{
+    const Machine machine;
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/app.txt"), "first");
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/app.txt"), "other");
+    zip.WriteTo(machine.Package());
+    const StandIn xcopy(machine.Xcopy());
+
+    // The reader would hand out the first one's data again: the second's cannot be had.
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(),
+             QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
+    QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/app.txt"))), QByteArray("first"));
+    VerifyNothingInstalled(machine, xcopy);
+}
+
+void TestPackageInstall::nameThatLeavesTheFolderFails_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QString>("target");
+    const auto row = [](const char *name, const char *target) {
+        QTest::newRow(name) << QByteArray(name) << QString::fromLatin1(target);
+    };
+    const auto same = [&row](const char *name) { row(name, name); };
+    same("pkg/../evil.txt");
+    same("pkg/../../evil.txt");
+    same("pkg/../../../../../scratch/evil.txt");
+    same("pkg/..");
+    same("C:/evil.txt");
+    same("C:evil.txt");
+    same("pkg/app.txt:evil");
+    same("pkg/.. /evil.txt");
+    same("pkg/.../evil.txt");
+    // The same for folders.
+    row("pkg/../../evil/", "pkg/../../evil");
+    row("C:/evil/", "C:/evil");
+#ifdef Q_OS_WIN
+    row("pkg\\..\\..\\evil.txt", "pkg/../../evil.txt");
+    row("C:\\evil.txt", "C:/evil.txt");
+#else
+    same("pkg\\..\\..\\evil.txt");
+    same("pkg\\evil.txt");
+    row("..\\evil.txt", "\\evil.txt");
+    same("\\\\server\\share\\evil.txt");
+    same("C:\\evil.txt");
+#endif
+}
+
+void TestPackageInstall::nameThatLeavesTheFolderFails()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QString, target);
+    const Machine machine;
+    const StandIn xcopy(machine.Xcopy());
+    QVERIFY(QDir().mkpath(machine.Downloaded(QStringLiteral("pkg"))));
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddRawName(name, "evil");
+    zip.AddFile(QStringLiteral("pkg/after.txt"), "after");
+    zip.WriteTo(machine.Package());
+    // One of the names leads there.
+    QVERIFY(QFileInfo(machine.Scratch()).isDir());
+    const QStringList before = machine.Everything();
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(), QStringList(UnzipFailure(machine.Downloaded(target))));
+    QCOMPARE(machine.Everything(), before);
+}
+
+void TestPackageInstall::nameWithoutUtf8MarkStaysInTheFolder()
+{
+    const Machine machine;
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddRawName("pkg/\xd6\xd0\xce\xc4.txt", "GBK");
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    const QFileInfoList files =
+        QDir(machine.Downloaded(QStringLiteral("pkg"))).entryInfoList(QDir::Files);
+    QCOMPARE(files.size(), 1);
+    QVERIFY(files.first().fileName().endsWith(QLatin1String(".txt")));
+    QCOMPARE(ReadFile(files.first().filePath()), QByteArray("GBK"));
+    QCOMPARE(ReadFile(machine.Installed(files.first().fileName())), QByteArray("GBK"));
+}
+
+void TestPackageInstall::leadingDotsAndSlashesAreDropped_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::newRow("parent") << QByteArray("../evil.txt");
+    QTest::newRow("far parent") << QByteArray("../../../../evil.txt");
+    QTest::newRow("absolute") << QByteArray("/evil.txt");
+    QTest::newRow("share") << QByteArray("//evil.txt");
+    QTest::newRow("this folder") << QByteArray("./evil.txt");
+    QTest::newRow("mixed") << QByteArray("/.././/.../evil.txt");
+}
+
+void TestPackageInstall::leadingDotsAndSlashesAreDropped()
+{
+    QFETCH(QByteArray, name);
+    const Machine machine;
+    const StandIn xcopy(machine.Xcopy());
+    ZipMaker zip;
+    zip.AddRawName(name, "evil");
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("evil.txt"))), QByteArray("evil"));
+    QCOMPARE(machine.Everything().filter(QStringLiteral("evil")).size(), 1);
+}
+
+void TestPackageInstall::unusualArchivesAreInstalled_data()
+{
+    QTest::addColumn<QByteArray>("archive");
+    const auto changed = [](const char *name, const Fill &change) {
+        AddArchive(name, [&change](ZipMaker &zip) {
+            AddThreeEntries(zip);
+            change(zip);
+        });
+    };
+    changed("sizes behind the data", [](ZipMaker &zip) {
+        zip.UseDataDescriptor(1);
+        zip.UseDataDescriptor(2);
+    });
+    changed("no modes", [](ZipMaker &zip) {
+        for (int entry = 0; entry < 3; ++entry)
+            zip.Set(entry, ZipMaker::Attributes, 0);
+    });
+    changed("made on another system, no attributes", [](ZipMaker &zip) {
+        for (int entry = 0; entry < 3; ++entry)
+            zip.Set(entry, ZipMaker::MadeBy, 20).Set(entry, ZipMaker::Attributes, 0);
+    });
+    changed("made on another system", [](ZipMaker &zip) {
+        for (int entry = 0; entry < 3; ++entry)
+            zip.Set(entry, ZipMaker::MadeBy, 20).Set(entry, ZipMaker::Attributes, 0x20);
+        zip.Set(0, ZipMaker::Attributes, 0x10);
+    });
+    changed("oldest version needed",
+            [](ZipMaker &zip) { zip.Set(1, ZipMaker::VersionNeeded, 10); });
+    AddArchive("folder twice", [](ZipMaker &zip) {
+        zip.AddFolder(QStringLiteral("pkg"));
+        AddThreeEntries(zip);
+    });
+    AddArchive("deep folder first", [](ZipMaker &zip) {
+        zip.AddFolder(QStringLiteral("pkg/a/b/c"));
+        zip.AddFile(QStringLiteral("pkg/app.txt"), SomeText());
+        zip.AddFile(QStringLiteral("pkg/after.txt"), "after");
+    });
+    AddArchive("names without UTF-8 mark", [](ZipMaker &zip) {
+        zip.AddRawName("pkg/", QByteArray());
+        zip.AddRawName("pkg/app.txt", SomeText());
+        zip.AddRawName("pkg/after.txt", "after");
+    });
+}
+
+void TestPackageInstall::unusualArchivesAreInstalled()
+{
+    QFETCH(QByteArray, archive);
+    const Machine machine;
+    WriteFile(machine.Package(), archive);
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("app.txt"))), SomeText());
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("after.txt"))), QByteArray("after"));
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+}
+
+void TestPackageInstall::unreadableArchiveInstallsNothingAndSucceeds_data()
+{
+    QTest::addColumn<QByteArray>("archive");
+    QTest::newRow("not there") << QByteArray();
+    QTest::newRow("empty file") << QByteArray("");
+    QTest::newRow("no entries") << "PK\x05\x06" + QByteArray(18, '\0');
+    QTest::newRow("no archive") << QByteArray("<html>404</html>");
+    QTest::newRow("noise") << SomeNoise(100000);
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    QTest::newRow("cut in half") << zip.Bytes().left(zip.Bytes().size() / 2);
+    QTest::newRow("last byte missing") << zip.Bytes().left(zip.Bytes().size() - 1);
+    QTest::newRow("something before it") << "MZ" + zip.Bytes();
+    zip.SetEnd(ZipMaker::DirectoryOffset, 0x00100000);
+    QTest::newRow("directory beyond the file") << zip.Bytes();
+    zip.SetEnd(ZipMaker::DirectoryOffset, 0xffffffff);
+    zip.SetEnd(ZipMaker::Entries, 0xffff).SetEnd(ZipMaker::EntriesHere, 0xffff);
+    QTest::newRow("zip64 markers in the end record") << zip.Bytes();
+}
+
+void TestPackageInstall::unreadableArchiveInstallsNothingAndSucceeds()
+{
+    QFETCH(QByteArray, archive);
+    const Machine machine;
+    if (!archive.isNull())
+        WriteFile(machine.Package(), archive);
+    const StandIn xcopy(machine.Xcopy());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(machine.OwnMessages(), SuccessMessages(machine, machine.Package()));
+    QCOMPARE(QDir(machine.DownloadFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+             archive.isNull() ? QStringList() : QStringList(QStringLiteral("pkg.zip")));
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
+    QVERIFY(QFile::exists(machine.Notes()));
+    QCOMPARE(xcopy.Calls().size(), 1);
+}
+
+void TestPackageInstall::packageWithoutItsTopFolderCopiesNothingAndSucceeds()
+{
+    const Machine machine;
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("other"));
+    zip.AddFile(QStringLiteral("other/app.txt"), "new");
+    zip.AddFile(QStringLiteral("top.txt"), "new");
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+    QVERIFY(QFile::exists(machine.Downloaded(QStringLiteral("other/app.txt"))));
+    QCOMPARE(QDir(machine.ClientFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+             QStringList(QStringLiteral("AutoUpdate")));
+}
+
+void TestPackageInstall::notesAreReplaced_data()
+{
+    QTest::addColumn<QString>("notes");
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("empty") << QString() << QByteArray();
+    QTest::newRow("one line") << QStringLiteral("Faster.") << QByteArray("Faster.");
+    QTest::newRow("lines as they are") << QStringLiteral("a\r\nb\n\n") << QByteArray("a\r\nb\n\n");
+    QTest::newRow("UTF-8") << QStringLiteral("修复 é 😀") << QByteArray(u8"修复 é 😀");
+}
+
+void TestPackageInstall::notesAreReplaced()
+{
+    QFETCH(QString, notes);
+    const Machine machine;
+    WriteFile(machine.Notes(), "notes of the version before, which were longer than these");
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+    Global::instance.latestVersionInfo = notes;
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QTEST(ReadFile(machine.Notes()), "content");
+}
+
+void TestPackageInstall::markerIsReplaced()
+{
+    const Machine machine;
+    WriteFile(machine.Marker(), "0 from before");
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
+}
+
+void TestPackageInstall::missingClientDataFolderFails()
+{
+    const Machine machine;
+    const QString roaming = machine.Home() + QStringLiteral("/AppData/Roaming");
+    QVERIFY(QDir(roaming).removeRecursively());
+    const StandIn xcopy(machine.Xcopy());
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 1)
+                                     << QStringLiteral("[DEBUG] update.log write failed: 5"));
+    QVERIFY(!QFile::exists(roaming));
+    QVERIFY(QFile::exists(machine.Downloaded(QStringLiteral("pkg/after.txt"))));
+    VerifyNothingInstalled(machine, xcopy);
+    QCOMPARE(Global::instance.packageDir, machine.DownloadFolder() + QLatin1Char('/'));
+}
+
+void TestPackageInstall::notesThatCannotBeOpenedFail()
+{
+    const Machine machine;
+    QVERIFY(QDir().mkpath(machine.Notes()));
+    const StandIn xcopy(machine.Xcopy());
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 1)
+                                     << QStringLiteral("[DEBUG] update.log write failed: 5"));
+    QVERIFY(!QFile::exists(machine.Marker()));
+    QCOMPARE(xcopy.Calls().size(), 0);
+}
+
+void TestPackageInstall::markerThatCannotBeOpenedFails()
+{
+    const Machine machine;
+    QVERIFY(QDir().mkpath(machine.Marker()));
+    const StandIn xcopy(machine.Xcopy());
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(),
+             SuccessMessages(machine, machine.Package()).mid(0, 2)
+                 << QStringLiteral("[DEBUG] isShowUpdataInfo.txt write failed: 5"));
+    QVERIFY(QFile::exists(machine.Notes()));
+    QCOMPARE(xcopy.Calls().size(), 0);
+    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray(R"({"currentVersion": "1.0.0"})"));
+}
+
+void TestPackageInstall::xcopyIsCalledWithSourceAndDestination_data()
+{
+    QTest::addColumn<QString>("package");
+    QTest::addColumn<QString>("source");
+    const auto row = [](const char *package, const char *source) {
+        QTest::newRow(package) << QString::fromUtf8(package) << QString::fromUtf8(source);
+    };
+    row("/pkg.zip", "\\pkg\\*");
+    row("/a b/pkg 2.1.zip", "\\a b\\pkg 2.1\\*");
+    row(u8"/客户端/包.zip", u8"\\客户端\\包\\*");
+    // Cut at the first ".zip" wherever it stands.
+    row("/my.zips/pkg.zip", "\\my\\*");
+    row("/pkg.zip.zip", "\\pkg\\*");
+    row("/pkg.zipped.tmp", "\\pkg\\*");
+    row("/.zip", "\\\\*");
+    // No ".zip": nothing to cut.
+    row("/pkg.ZIP", "\\pkg.ZIP\\*");
+    row("/pkg.zi", "\\pkg.zi\\*");
+}
+
+void TestPackageInstall::xcopyIsCalledWithSourceAndDestination()
+{
+    QFETCH(QString, package);
+    QFETCH(QString, source);
+    const Machine machine;
+    const StandIn xcopy(machine.Xcopy());
+    const QString path = machine.Scratch() + package;
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(path);
+
+    QCOMPARE(Global::instance.InstallPackage(path), 0);
+    const QString expectedSource = WithBackSlashes(machine.Scratch()) + source;
+    QCOMPARE(xcopy.Calls(),
+             QVector<QStringList>({{QStringLiteral("/y"), QStringLiteral("/e"),
+                                    QStringLiteral("/i"), QStringLiteral("/q"), expectedSource,
+                                    WithBackSlashes(machine.ClientFolder())}}));
+    QCOMPARE(Global::instance.packageDir, expectedSource);
+    // Unpacked beside the package in any case.
+    QVERIFY(QFile::exists(QFileInfo(path).path() + QStringLiteral("/pkg/app.txt")));
+}
+
+void TestPackageInstall::relativePackagePath()
+{
+    const Machine machine;
+    const StandIn xcopy(machine.Xcopy());
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.ProgramFolder() + QStringLiteral("/packages/pkg.zip"));
+
+    QCOMPARE(Global::instance.InstallPackage(QStringLiteral("packages/pkg.zip")), 0);
+    QCOMPARE(xcopy.Calls().value(0).value(4), QStringLiteral("packages\\pkg\\*"));
+    QVERIFY(QFile::exists(machine.ProgramFolder() + QStringLiteral("/packages/pkg/app.txt")));
+}
+
+void TestPackageInstall::destinationIsTheParentOfTheWorkingFolder()
+{
+    const Machine machine;
+    const StandIn xcopy(machine.Xcopy());
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+    const QString folder = machine.Scratch() + QStringLiteral("/客户 端/Update Folder");
+    QVERIFY(QDir().mkpath(folder));
+    QVERIFY(QDir::setCurrent(folder));
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(xcopy.Calls().value(0).value(5),
+             WithBackSlashes(machine.Scratch() + QStringLiteral("/客户 端")));
+    QCOMPARE(machine.Messages().value(3),
+             QStringLiteral("[INFO] %1  copy file successed").arg(Quoted(folder)));
+}
+
+void TestPackageInstall::xcopyIsWaitedForWithoutLimit()
+{
+    const Machine machine;
+    StandIn xcopy(machine.Xcopy());
+    xcopy.SetScript("stay\n");
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+
+    int result = 1;
+    const std::unique_ptr<QThread> worker(
+        QThread::create([&] { result = Global::instance.InstallPackage(machine.Package()); }));
+    worker->start();
+    const bool started = xcopy.WaitForCalls(1);
+    const bool ended = worker->wait(300);
+    const QStringList before = machine.Messages();
+    QVERIFY(QFile::remove(xcopy.Path() + QStringLiteral(".script")));
+    QVERIFY(worker->wait(15000));
+
+    QVERIFY(started);
+    QVERIFY(!ended);
+    QCOMPARE(before, SuccessMessages(machine, machine.Package()).mid(0, 3));
+    QCOMPARE(result, 0);
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+}
+
+void TestPackageInstall::exitCodeOfXcopyIsNotExamined_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::newRow("no files") << QByteArray("exit 1\n");
+    QTest::newRow("no memory or no space") << QByteArray("exit 4\n");
+    QTest::newRow("write error") << QByteArray("exit 5\n");
+    QTest::newRow("with output") << StandIn::Prints("File not found - *\r\n0 File(s) copied\r\n") +
+                                        "exit 4\n";
+    QTest::newRow("with much output") << StandIn::Prints(SomeNoise(300000)) + "exit 4\n";
+}
+
+void TestPackageInstall::exitCodeOfXcopyIsNotExamined()
+{
+    QFETCH(QByteArray, script);
+    const Machine machine;
+    StandIn xcopy(machine.Xcopy());
+    xcopy.SetScript(script);
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(xcopy.Calls().size(), 1);
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+}
+
+#ifdef Q_OS_UNIX
+/// A command of the test's own, as a shell script.
+static void WriteCommand(const QString &path, const QByteArray &lines)
+{
+    WriteFile(path, "#!/bin/sh\n" + lines);
+    QVERIFY(QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                            QFileDevice::ExeOwner));
+}
+
+void TestPackageInstall::crashOfXcopyIsNotExamined_posix()
+{
+    const Machine machine;
+    WriteCommand(machine.Xcopy(), "kill -KILL $$\n");
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+}
+
+void TestPackageInstall::xcopyThatCannotBeStartedFails_posix()
+{
+    const Machine machine;
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+    qputenv("PATH", QFile::encodeName(machine.Scratch()));
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(),
+             SuccessMessages(machine, machine.Package()).mid(0, 3)
+                 << QStringLiteral("[DEBUG] copy file error:  QProcess::FailedToStart"));
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
+    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray(R"({"currentVersion": "1.0.0"})"));
+}
+
+void TestPackageInstall::xcopyRunsInTheWorkingFolder_posix()
+{
+    const Machine machine;
+    WriteCommand(machine.Xcopy(), "printf %s \"$(pwd -P)\" > ran-here\n");
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(QString::fromUtf8(ReadFile(machine.ProgramFolder() + QStringLiteral("/ran-here"))),
+             QFileInfo(machine.ProgramFolder()).canonicalFilePath());
+}
+#endif
+
+void TestPackageInstall::versionThatCannotBeRecordedStillSucceeds()
+{
+    const Machine machine;
+    QVERIFY(QFile::remove(machine.UpdateConfig()));
+    QVERIFY(QDir().mkpath(machine.UpdateConfig()));
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 4)
+                                     << QStringLiteral("[DEBUG] WriteConfigToFile failed: 5"));
+    QCOMPARE(ReadFile(machine.Installed(QStringLiteral("app.txt"))), SomeText());
+}
+
+void TestPackageInstall::missingUpdateConfigIsMade()
+{
+    const Machine machine;
+    QVERIFY(QFile::remove(machine.UpdateConfig()));
+    ZipMaker zip;
+    AddThreeEntries(zip);
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray("{\n"
+                                                          "    \"currentVersion\": \"2.1.3\",\n"
+                                                          "    \"noRemind\": 0,\n"
+                                                          "    \"noRemindVersion\": \"\"\n"
+                                                          "}\n"));
+}
+
+void TestPackageInstall::scriptIsWritten()
+{
+    const Machine machine;
+    Global::instance.scriptPath = machine.Scratch() + QStringLiteral("/update.scpt");
+    Global::instance.WriteScript(QStringLiteral("start \"更新\"\n"));
+    QCOMPARE(ReadFile(Global::instance.scriptPath), QByteArray(u8"start \"更新\"\n"));
+    QCOMPARE(machine.Messages(), QStringList(QStringLiteral("[INFO] cmdscpt write successed")));
+}
+
+void TestPackageInstall::scriptIsReplaced()
+{
+    const Machine machine;
+    Global::instance.scriptPath = machine.Scratch() + QStringLiteral("/update.scpt");
+    WriteFile(Global::instance.scriptPath, "an older and longer script");
+    Global::instance.WriteScript(QStringLiteral("new"));
+    QCOMPARE(ReadFile(Global::instance.scriptPath), QByteArray("new"));
+    Global::instance.WriteScript(QString());
+    QCOMPARE(ReadFile(Global::instance.scriptPath), QByteArray());
+    QVERIFY(QFile::remove(Global::instance.scriptPath));
+}
+
+void TestPackageInstall::scriptThatCannotBeOpenedIsLogged_data()
+{
+    QTest::addColumn<QString>("tail");
+    QTest::newRow("missing folder") << QStringLiteral("/missing/update.scpt");
+    QTest::newRow("a folder") << QStringLiteral("/folder");
+}
+
+void TestPackageInstall::scriptThatCannotBeOpenedIsLogged()
+{
+    QFETCH(QString, tail);
+    const Machine machine;
+    QVERIFY(QDir(machine.Scratch()).mkdir(QStringLiteral("folder")));
+    Global::instance.scriptPath = machine.Scratch() + tail;
+    Global::instance.WriteScript(QStringLiteral("the script"));
+    QCOMPARE(machine.Messages(),
+             QStringList(QStringLiteral("[DEBUG] \"the script\"  write failed: 5")));
+    QVERIFY(!QFile::exists(machine.Scratch() + QStringLiteral("/missing")));
+}
+
+QTEST_GUILESS_MAIN(TestPackageInstall)
+#include "tst_packageinstall.moc"
