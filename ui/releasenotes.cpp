@@ -30,7 +30,7 @@ const QRegularExpression &Tag()
 bool AreSmallAttributes(const QString &attributes)
 {
     static const QRegularExpression small(QRegularExpression::anchoredPattern(
-        QStringLiteral("(?:\\s+(?:colspan|rowspan)=([\"']?)[1-3]\\1"
+        QStringLiteral("(?:\\s+(?:colspan|rowspan)=([\"']?)[12]\\1"
                        "|\\s+(?:border|cellpadding|cellspacing|width|height)=([\"']?)\\d{1,2}%?\\2"
                        "|\\s+width=([\"']?)100%\\3"
                        "|\\s+(?:align|valign|bgcolor)=([\"']?)#?[A-Za-z0-9]{1,10}\\4)*\\s*/?")));

@@ -260,13 +260,13 @@ void TestUpdate::APackageOfManyMegabytesArrivesWhole()
         ZipMaker()
             .AddFolder(QStringLiteral("client-2.1.3"))
             .AddFile(QStringLiteral("client-2.1.3/data.bin"),
-                     ScriptedServer::Fill(24 * 1024 * 1024), ZipMaker::Stored)
+                     ScriptedServer::Fill(24LL * 1024 * 1024), ZipMaker::Stored)
             .Bytes();
     run.Publish(package, kPackage);
     QCOMPARE(run.Run(kImmediately), 0);
     QCOMPARE(ReadFile(run.PackagePath(kPackage)), package);
     QCOMPARE(ReadFile(run.home.ClientFolder() + QStringLiteral("/data.bin")),
-             ScriptedServer::Fill(24 * 1024 * 1024));
+             ScriptedServer::Fill(24LL * 1024 * 1024));
     QVERIFY(run.client.WaitForCalls(1));
 }
 
