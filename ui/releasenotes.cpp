@@ -12,76 +12,109 @@
 namespace
 {
 
-constexpr int kMaxNotesLength = 16 * 1024;
-constexpr int kMaxNotesLengthWithTables = 4 * 1024;
-constexpr int kMaxTableDepth = 3;
-constexpr int kMaxTableParts = 128; ///< opening and closing tags
+// Found by trial: within these the layout ends within moments, whatever the tags say.
+constexpr int kMaxMarkupLength = 16 * 1024;
+constexpr int kMaxPlainLength = 32 * 1024;
+constexpr int kMaxLengthWithTables = 4 * 1024;
+constexpr int kMaxSheetLength = 1000;
+constexpr int kMaxTags = 1000;
+constexpr int kMaxTableTags = 128;
+constexpr int kMaxTableDepth = 2;
 
-/// A comment, or a tag whose name stands right behind its bracket, in the letters that it means.
+/// A tag as people write it, or a comment. What does not match could be read in another way.
 const QRegularExpression &Tag()
 {
     static const QRegularExpression tag(
-        QStringLiteral("<(?:!--[^<>]*-->|![A-Za-z][^<>]*>|(?<close>/?)(?<name>[A-Za-z][A-Za-z0-9]*)"
-                       "(?<attributes>(?:[\\s/][^<>]*)?)>)"));
+        QStringLiteral("<(?:!--[^<>]*+-->|!doctype[^<>]*+>|(?<close>/?)(?<name>[a-z][a-z0-9]*+)"
+                       "(?<attributes>(?:\\s++[a-z][a-z0-9:_-]*+(?:\\s*+=\\s*+"
+                       "(?:\"[^\"<>]*+\"|'[^'<>]*+'|[a-z0-9#%+.,:/?_-]++))?)*+)\\s*+/?>)"),
+        QRegularExpression::CaseInsensitiveOption);
     return tag;
 }
 
-/// What a tag of a table may carry: nothing that can be large, or large in disguise.
-bool AreSmallAttributes(const QString &attributes)
+const QRegularExpression &Attribute()
 {
-    static const QRegularExpression small(QRegularExpression::anchoredPattern(
-        QStringLiteral("(?:\\s+(?:colspan|rowspan)=([\"']?)[12]\\1"
-                       "|\\s+(?:border|cellpadding|cellspacing|width|height)=([\"']?)\\d{1,2}%?\\2"
-                       "|\\s+width=([\"']?)100%\\3"
-                       "|\\s+(?:align|valign|bgcolor)=([\"']?)#?[A-Za-z0-9]{1,10}\\4)*\\s*/?")));
-    return small.match(attributes).hasMatch();
+    static const QRegularExpression attribute(
+        QStringLiteral("(?<name>[a-z][a-z0-9:_-]*+)(?:\\s*+=\\s*+(?|\"(?<value>[^\"]*+)\""
+                       "|'(?<value>[^']*+)'|(?<value>[a-z0-9#%+.,:/?_-]++)))?"),
+        QRegularExpression::CaseInsensitiveOption);
+    return attribute;
 }
 
-/// A length that takes the layout out of its depth, or letters in disguise that may spell one.
-bool HasLargeLength(const QString &text)
+bool IsSmallNumber(const QString &text)
 {
-    static const QRegularExpression large(
-        QStringLiteral("[:\\s.+-]\\d{5}|&(?!(?:amp|lt|gt|quot|nbsp);)[^\\s;]{1,9};"));
-    return large.match(text).hasMatch();
+    static const QRegularExpression number(
+        QStringLiteral("^\\s*[+-]?[0-9]{1,3}(?:\\.[0-9]*)?\\s*(?:px|pt|em|%)?\\s*$"));
+    return number.match(text).hasMatch();
 }
 
-bool IsTablePart(const QString &name)
+/// No escapes, no numbers beyond three digits, no "1e9", no "inf": a colour may have more digits.
+bool IsHarmlessSheet(QString sheet)
 {
-    static const QStringList parts =
+    static const QRegularExpression colour(QStringLiteral("#[0-9a-fA-F]{3,8}(?![0-9a-zA-Z])"));
+    static const QRegularExpression forbidden(
+        QStringLiteral("[\\\\&@]|(?<![.0-9])[0-9]{4}|[0-9.][eE][+-]?[0-9]|"
+                       "(?<![a-z])(?:inf|nan)(?:inity)?(?:px|pt|em|ex)?(?![a-z])"),
+        QRegularExpression::CaseInsensitiveOption);
+    sheet.remove(colour);
+    return !forbidden.match(sheet).hasMatch();
+}
+
+bool IsHarmlessAttribute(const QString &name, const QString &value)
+{
+    static const QStringList spans{QStringLiteral("colspan"), QStringLiteral("rowspan")};
+    static const QStringList numbers{QStringLiteral("width"),       QStringLiteral("height"),
+                                     QStringLiteral("border"),      QStringLiteral("cellpadding"),
+                                     QStringLiteral("cellspacing"), QStringLiteral("size"),
+                                     QStringLiteral("start"),       QStringLiteral("value"),
+                                     QStringLiteral("hspace"),      QStringLiteral("vspace")};
+    if (spans.contains(name))
+        return value == QLatin1String("1") || value == QLatin1String("2");
+    if (numbers.contains(name))
+        return IsSmallNumber(value);
+    return name != QLatin1String("style") || IsHarmlessSheet(value);
+}
+
+bool AreHarmlessAttributes(const QString &attributes)
+{
+    auto matches = Attribute().globalMatch(attributes);
+    while (matches.hasNext()) {
+        const QRegularExpressionMatch match = matches.next();
+        if (!IsHarmlessAttribute(match.captured(QStringLiteral("name")).toLower(),
+                                 match.captured(QStringLiteral("value"))))
+            return false;
+    }
+    return true;
+}
+
+bool IsTableTag(const QString &name)
+{
+    static const QStringList names =
         QStringLiteral("table thead tbody tfoot tr td th caption").split(QLatin1Char(' '));
-    return parts.contains(name);
+    return names.contains(name);
 }
 
-/// Follows notes from tag to tag.
-class TagWatch
+/// Counts what grows faster than the notes do.
+class TagCount
 {
 public:
-    bool HasTables() const { return m_tableParts > 0; }
-    bool HasSheet() const { return m_hasSheet; }
-    bool HasStyles() const { return m_hasStyles || m_hasSheet; }
+    bool HasTables() const { return m_tableTags > 0; }
 
-    /// False when @p tag, a match of Tag(), makes the notes harmful.
-    bool Accepts(const QRegularExpressionMatch &tag)
+    /// False when this tag is one too many.
+    bool Add(const QString &name, bool opens)
     {
-        const QString name = tag.captured(QStringLiteral("name")).toLower();
-        const QString attributes = tag.captured(QStringLiteral("attributes")).toLower();
-        m_hasSheet = m_hasSheet || name == QLatin1String("style") || name == QLatin1String("link");
-        m_hasStyles = m_hasStyles || attributes.contains(QLatin1String("style"));
-        if (!IsTablePart(name))
-            return !HasLargeLength(attributes);
-
-        ++m_tableParts;
+        if (IsTableTag(name))
+            ++m_tableTags;
         if (name == QLatin1String("table"))
-            m_depth += tag.captured(QStringLiteral("close")).isEmpty() ? 1 : -1;
-        return m_tableParts <= kMaxTableParts && m_depth <= kMaxTableDepth &&
-               AreSmallAttributes(attributes);
+            m_tableDepth = opens ? m_tableDepth + 1 : qMax(0, m_tableDepth - 1);
+        return ++m_tags <= kMaxTags && m_tableTags <= kMaxTableTags &&
+               m_tableDepth <= kMaxTableDepth;
     }
 
 private:
-    int m_tableParts = 0;
-    int m_depth = 0;
-    bool m_hasStyles = false;
-    bool m_hasSheet = false;
+    int m_tags = 0;
+    int m_tableTags = 0;
+    int m_tableDepth = 0;
 };
 
 /// The ":/..." path of a resource's name; empty for a name of anything else.
@@ -117,26 +150,38 @@ QVariant ReleaseNotesDocument::loadResource(int, const QUrl &name)
 
 bool IsHarmlessMarkup(const QString &notes)
 {
-    if (notes.size() > kMaxNotesLength)
+    if (notes.size() > kMaxMarkupLength)
         return false;
-    TagWatch watch;
-    for (int position = notes.indexOf(QLatin1Char('<')); position >= 0;
-         position = notes.indexOf(QLatin1Char('<'), position + 1)) {
-        const QRegularExpressionMatch tag =
-            Tag().match(notes, position, QRegularExpression::NormalMatch,
-                        QRegularExpression::AnchoredMatchOption);
-        if (!tag.hasMatch() || !watch.Accepts(tag))
+
+    TagCount count;
+    int sheetLength = 0;
+    bool inSheet = false;
+    int end = 0;
+    for (int start = notes.indexOf(QLatin1Char('<')); start >= 0;
+         start = notes.indexOf(QLatin1Char('<'), end)) {
+        if (inSheet) {
+            const QString sheet = notes.mid(end, start - end);
+            sheetLength += sheet.size();
+            if (sheetLength > kMaxSheetLength || !IsHarmlessSheet(sheet))
+                return false;
+        }
+        const QRegularExpressionMatch tag = Tag().match(
+            notes, start, QRegularExpression::NormalMatch, QRegularExpression::AnchoredMatchOption);
+        if (!tag.hasMatch() || !AreHarmlessAttributes(tag.captured(QStringLiteral("attributes"))))
             return false;
+        const QString name = tag.captured(QStringLiteral("name")).toLower();
+        const bool opens = tag.captured(QStringLiteral("close")).isEmpty();
+        if (!count.Add(name, opens))
+            return false;
+        inSheet = opens && name == QLatin1String("style");
+        end = tag.capturedEnd();
     }
-    if (watch.HasSheet() && HasLargeLength(notes))
-        return false;
-    // A style, even one around a table, gives it what its attributes may not.
-    return !watch.HasTables() || (!watch.HasStyles() && notes.size() <= kMaxNotesLengthWithTables);
+    return !inSheet && (!count.HasTables() || notes.size() <= kMaxLengthWithTables);
 }
 
-QString HarmlessPlainText(const QString &notes)
+QString PlainNotes(const QString &notes)
 {
-    return notes.left(kMaxNotesLength);
+    return notes.left(kMaxPlainLength);
 }
 
 QSizeF ResourceImages::intrinsicSize(QTextDocument *, int, const QTextFormat &format)

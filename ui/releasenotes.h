@@ -22,15 +22,17 @@ protected:
 };
 
 /**
- * True when @p notes can be laid out as rich text within moments. The framework's layout takes
- * minutes, or never ends, for nested tables, for large numbers in a table, and for a very long
- * text; the notes come from the network. Tables pass that a release note has a use for: up to three
- * levels deep, with attributes of at most two digits. Any thread.
+ * True when the framework lays @p notes out in a moment, be they plain or marked up. Its rich-text
+ * engine takes time that doubles with every table inside a table, grows with the square of the
+ * number of elements, and never ends for lengths beyond its fixed-point numbers; and the notes come
+ * from the network. So: moderate length, a moderate number of well-formed tags, small tables at
+ * most two deep, small numbers. Notes that people write keep to that. Any thread.
  */
 bool IsHarmlessMarkup(const QString &notes);
 
-/// The beginning of @p notes that can be laid out as plain text within moments. Any thread.
-QString HarmlessPlainText(const QString &notes);
+/// What is shown of notes that are not harmless: their text as it stands, cut where laying out a
+/// text without any blank would begin to take seconds. Any thread.
+QString PlainNotes(const QString &notes);
 
 /**
  * Draws the images of a ReleaseNotesDocument. The framework's own handler tries the disk when the

@@ -99,8 +99,8 @@ void UpdateDialog::ShowReleaseNotes()
     if (IsHarmlessMarkup(notes)) {
         ui->updateText->setText(notes);
     } else {
-        qWarning() << "release notes shown as plain text: too long, or markup that is not safe";
-        ui->updateText->setPlainText(HarmlessPlainText(notes));
+        qWarning() << "release notes shown as plain text";
+        ui->updateText->setPlainText(PlainNotes(notes));
     }
     ui->updateText->setReadOnly(true);
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
