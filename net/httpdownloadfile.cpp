@@ -163,7 +163,9 @@ void HttpDownLoadFile::CheckProcess()
 void HttpDownLoadFile::SendCheckRequest()
 {
     reply = checkManager->post(CheckRequest(), CheckRequestBody());
-    reply->setReadBufferSize(kMaxCheckReplyBytes);
+    // Once the answer has begun: the framework forgets a limit that is set on a POST before that.
+    connect(reply, &QNetworkReply::metaDataChanged, reply,
+            [answer = reply] { answer->setReadBufferSize(kMaxCheckReplyBytes); });
     connect(checkManager, &QNetworkAccessManager::finished, this,
             &HttpDownLoadFile::ReplyCheckDataRecv);
     StartTimer(checkTimerId);

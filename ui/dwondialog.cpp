@@ -52,6 +52,7 @@ DwonDialog::DwonDialog(QWidget *parent)
     ui->dockWidget->setTitleBarWidget(new QWidget(ui->dockWidget));
     delete titleBar;
     ui->dockWidget->setWidget(netDialog);
+    netDialog->OrderTabs();
     ui->dockWidget->hide();
 
     connect(netDialog, &NetDialog::cancleSignal, this, &DwonDialog::CloseCancleDlg);

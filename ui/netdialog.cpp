@@ -4,6 +4,7 @@
 #include "ui/sheets.h"
 
 #include <QCoreApplication>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
 
@@ -22,7 +23,6 @@ NetDialog::NetDialog(QWidget *parent) : QDialog(parent)
     cbtn->setObjectName(QStringLiteral("cbtn"));
     cbtn->setGeometry(66, 65, 51, 20);
     cbtn->setStyleSheet(Sheets::ConfirmationButton());
-    cbtn->setDefault(true);
 
     lab = new QLabel(this);
     lab->setObjectName(QStringLiteral("lab"));
@@ -36,7 +36,6 @@ NetDialog::NetDialog(QWidget *parent) : QDialog(parent)
     QMetaObject::connectSlotsByName(this);
 
     setWindowFlags(windowFlags() | Qt::FramelessWindowHint);
-    setTabOrder(cbtn, sbtn);
 
     connect(cbtn, &QPushButton::clicked, this, &NetDialog::cancleSignal);
     connect(sbtn, &QPushButton::clicked, this, &NetDialog::sureSignal);
@@ -49,9 +48,23 @@ NetDialog::NetDialog(QWidget *parent) : QDialog(parent)
     setAccessibleName(lab->text());
 }
 
+void NetDialog::OrderTabs()
+{
+    setTabOrder(cbtn, sbtn);
+}
+
 void NetDialog::reject()
 {
     emit cancleSignal();
+}
+
+void NetDialog::keyPressEvent(QKeyEvent *event)
+{
+    // Not by a default button: there is one a window, and the window's is the progress dialog's.
+    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)
+        cbtn->click();
+    else
+        QDialog::keyPressEvent(event);
 }
 
 void NetDialog::closeEvent(QCloseEvent *)

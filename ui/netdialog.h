@@ -16,6 +16,10 @@ class NetDialog : public QDialog
 public:
     explicit NetDialog(QWidget *parent = nullptr);
 
+    /// Lets Tab visit the buttons in reading order. To be called once the panel is in its place:
+    /// being put into another window mixes the order up.
+    void OrderTabs();
+
     /// Esc keeps the update going, as "Cancel" does.
     void reject() override;
 
@@ -27,6 +31,9 @@ signals:
     void sureSignal();
 
 protected:
+    /// Enter keeps the update going too, unless a button has the focus.
+    void keyPressEvent(QKeyEvent *event) override;
+
     /// Closing the panel itself ends the program.
     void closeEvent(QCloseEvent *event) override;
 

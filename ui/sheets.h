@@ -91,19 +91,20 @@ inline QString SecondaryButton()
         "QPushButton:pressed{color:rgba(66,133,246,1);border:1px solid rgba(66,133,246,1);}");
 }
 
-/// Blue button. The gradient runs at 133 degrees over the 100 x 36 pixels of the button.
+/// Blue button. The gradient runs at 133 degrees over the 100 x 36 pixels of the button; its ends
+/// are in units of the button's sides, which skew it unless they make up for that.
 inline QString PrimaryButton()
 {
     return QStringLiteral(
         "QPushButton{font-size:14px;font-weight:400;line-height:20px;color:rgba(255,255,255,1);"
         "background-color:rgba(66,133,246,1);border-radius:4px;"
-        "background:qlineargradient(spread:pad,x1:0.143,y1:-0.425,x2:0.857,y2:1.425,"
+        "background:qlineargradient(spread:pad,x1:-0.1002,y1:0.2985,x2:1.1002,y2:0.7015,"
         "stop:0 rgba(50,122,255,1),stop:1 rgba(104,157,243,1));}"
         "QPushButton:hover{background:rgba(85,145,246,1);}"
         "QPushButton:pressed{background:rgba(62,124,228,1);}");
 }
 
-/// To be added to a button of several, so that the one that Space presses can be told.
+/// To stand before the sheet of a button of several: tells which one Space presses.
 inline QString ButtonFocus()
 {
     return QStringLiteral("QPushButton:focus{border:1px solid rgba(32,49,82,0.6);}");

@@ -31,8 +31,8 @@ UpdateDialog::UpdateDialog(QWidget *parent)
     ui->labText->setStyleSheet(Sheets::Headline());
     ui->labVersion->setStyleSheet(Sheets::Version());
     ui->checkRemid->setStyleSheet(Sheets::NeverPrompt());
-    ui->laterBtn->setStyleSheet(Sheets::SecondaryButton() + Sheets::ButtonFocus());
-    ui->immedBtn->setStyleSheet(Sheets::PrimaryButton() + Sheets::ButtonFocus());
+    ui->laterBtn->setStyleSheet(Sheets::ButtonFocus() + Sheets::SecondaryButton());
+    ui->immedBtn->setStyleSheet(Sheets::ButtonFocus() + Sheets::PrimaryButton());
     ui->updateText->setDocument(new ReleaseNotesDocument(ui->updateText));
     ui->updateText->setStyleSheet(Sheets::ReleaseNotes());
     ui->updateText->verticalScrollBar()->setStyleSheet(Sheets::ReleaseNotesScrollBar());

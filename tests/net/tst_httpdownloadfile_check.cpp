@@ -1,0 +1,374 @@
+#include "config/global.h"
+#include "net/httpdownloadfile.h"
+#include "tests/net/workerrun.h"
+#include "ui/updatedialog.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QMetaMethod>
+#include <QMetaType>
+#include <QTest>
+
+namespace
+{
+
+const QByteArray kQuotedBody = R"({"clientVersion":"1.0.0","deviceType":"Windows","platform":6})";
+
+/// "NAME: VALUE" of the headers that the request itself sets, in the order of the wire.
+QList<QByteArray> OwnHeaders(const ScriptedServer::Request &request)
+{
+    QList<QByteArray> own;
+    for (const auto &header : request.headers) {
+        const QByteArray name = header.first.toLower();
+        if (name.startsWith("x-") || name == "content-type")
+            own.append(header.first + ": " + header.second);
+    }
+    return own;
+}
+
+/// The thread on which a line was logged, while an object lives.
+class LogThread
+{
+public:
+    explicit LogThread(const QString &line)
+    {
+        wanted = line;
+        logged = nullptr;
+        oldHandler = qInstallMessageHandler(Look);
+    }
+
+    ~LogThread() { qInstallMessageHandler(oldHandler); }
+
+    QThread *Found() const { return logged.loadAcquire(); }
+
+private:
+    Q_DISABLE_COPY(LogThread)
+
+    static void Look(QtMsgType type, const QMessageLogContext &context, const QString &text)
+    {
+        if (text == wanted)
+            logged.storeRelease(QThread::currentThread());
+        oldHandler(type, context, text);
+    }
+
+    static QString wanted;
+    static QAtomicPointer<QThread> logged;
+    static QtMessageHandler oldHandler;
+};
+
+QString LogThread::wanted;
+QAtomicPointer<QThread> LogThread::logged;
+QtMessageHandler LogThread::oldHandler = nullptr;
+
+} // namespace
+
+class tst_HttpDownLoadFile_Check : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    // First: nothing else may have used the network before.
+    void networkErrorIsAKnownMetaType();
+    void signalsAndSlotsAreInOrder();
+
+    void checkStartsOnTheWorkersThread();
+    void requestIsExactlyThis_data();
+    void requestIsExactlyThis();
+    void selfSignedServiceIsAccepted();
+
+    void answerIsReadHoweverItIsSent_data();
+    void answerIsReadHoweverItIsSent();
+    void lateAnswerWithinTheLimitPrompts();
+    void secondCheckByHandIsASecondRequest();
+    void secondCheckLeavesTheFirstUnderWay();
+
+    void shutdownBeforeTheCheckDoesNothing();
+    void releasingTwiceDoesNothing();
+    void shutdownDuringACheckHangsUp();
+
+private:
+    ScriptedServer &Server();
+
+    std::unique_ptr<ScriptedServer> m_server;
+};
+
+ScriptedServer &tst_HttpDownLoadFile_Check::Server()
+{
+    if (m_server == nullptr)
+        m_server = std::make_unique<ScriptedServer>();
+    return *m_server;
+}
+
+void tst_HttpDownLoadFile_Check::networkErrorIsAKnownMetaType()
+{
+    const TestHome home;
+    const WorkerRun run;
+    QVERIFY(QMetaType::type("QNetworkReply::NetworkError") != QMetaType::UnknownType);
+}
+
+void tst_HttpDownLoadFile_Check::signalsAndSlotsAreInOrder()
+{
+    const QMetaObject &meta = HttpDownLoadFile::staticMetaObject;
+    QCOMPARE(meta.className(), "HttpDownLoadFile");
+    QCOMPARE(meta.superClass(), &QObject::staticMetaObject);
+
+    QStringList found;
+    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+        const QMetaMethod method = meta.method(i);
+        const QLatin1String kind(method.methodType() == QMetaMethod::Signal ? "signal " : "slot ");
+        found.append(kind + QString::fromLatin1(method.methodSignature()));
+        QCOMPARE(method.access(), QMetaMethod::Public);
+        QCOMPARE(method.typeName(), "void");
+    }
+    const QStringList expected = {
+        QStringLiteral("signal InitCheck()"),
+        QStringLiteral("signal Aupdate(QString)"),
+        // The meta-object names 64-bit integers by their plain type.
+        QStringLiteral("signal UpdateBar(qlonglong,qlonglong)"),
+        QStringLiteral("slot GetPackData()"),
+        QStringLiteral("slot TimerPro()"),
+        QStringLiteral("slot CheckProcess()"),
+        QStringLiteral("slot ReplyCheckDataRecv(QNetworkReply*)"),
+        QStringLiteral("slot ReplyPackDataRecv()"),
+        QStringLiteral("slot UpdateDataReadProgress(qlonglong,qlonglong)"),
+        QStringLiteral("slot ReplyFinished()"),
+        QStringLiteral("slot ReplyError(QNetworkReply::NetworkError)"),
+        QStringLiteral("slot DeleteResource()"),
+    };
+    QCOMPARE(found, expected);
+
+    const auto names = [&](int index) {
+        return meta.method(meta.methodOffset() + index).parameterNames();
+    };
+    QCOMPARE(names(1), QList<QByteArray>({"updateMode"}));
+    QCOMPARE(names(2), QList<QByteArray>({"bytesRead", "totalBytes"}));
+    QCOMPARE(names(6), QList<QByteArray>({"Reply"}));
+    QCOMPARE(names(8), QList<QByteArray>({"bytesRead", "totalBytes"}));
+    QCOMPARE(names(10), QList<QByteArray>({"err"}));
+}
+
+void tst_HttpDownLoadFile_Check::checkStartsOnTheWorkersThread()
+{
+    UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"), Sends(Offer()));
+    StandIn running(scene.client.Path());
+    running.StartAndStay();
+    // Makes the check go on beside the running client, whose line tells the thread.
+    Global::instance.cmdLineArgs = QStringList(QStringLiteral("-noremid"));
+    const LogThread check(QStringLiteral("\"%1\"  Already Run...").arg(Global::instance.appName));
+
+    WorkerRun run;
+    QVector<QThread *> starts;
+    QObject::connect(
+        run.Worker(), &HttpDownLoadFile::InitCheck, run.Worker(),
+        [&] { starts.append(QThread::currentThread()); }, Qt::DirectConnection);
+    QVERIFY(run.RunUntilPrompt());
+
+    QCOMPARE(starts, QVector<QThread *>{qApp->thread()});
+    QCOMPARE(check.Found(), run.Thread());
+    QCOMPARE(run.Worker()->thread(), run.Thread());
+    QCOMPARE(run.Prompt()->thread(), qApp->thread());
+    QCOMPARE(Server().Requests().size(), 1);
+}
+
+void tst_HttpDownLoadFile_Check::requestIsExactlyThis_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QByteArray>("target");
+    QTest::addColumn<QByteArray>("body");
+
+    const auto row = [](const char *tag, const char *path, const char *version,
+                        const QByteArray &target, const QByteArray &body) {
+        QTest::newRow(tag) << QString::fromLatin1(path) << QString::fromUtf8(version) << target
+                           << body;
+    };
+    row("usual", "/check", "1.0.0", "/check", kQuotedBody);
+    row("query kept", "/check?a=b&c=%20d", "1.0.0", "/check?a=b&c=%20d", kQuotedBody);
+    row("address with a blank", "/check me", "1.0.0", "/check%20me", kQuotedBody);
+    row("no version", "/check", "", "/check",
+        R"({"clientVersion":"","deviceType":"Windows","platform":6})");
+    row("version to be escaped", "/check", u8"1\"版\\", "/check",
+        u8R"({"clientVersion":"1\"版\\","deviceType":"Windows","platform":6})");
+}
+
+void tst_HttpDownLoadFile_Check::requestIsExactlyThis()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, version);
+    QFETCH(QByteArray, target);
+    QFETCH(QByteArray, body);
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"), Sends(Offer()));
+    Server().Script(QStringLiteral("/check%20me"), Sends(Offer()));
+    Global::instance.updateCheckUrl = Server().HttpUrl(path);
+    Global::instance.currentVersion = version;
+
+    WorkerRun run;
+    QVERIFY(run.RunUntilPrompt());
+
+    const auto requests = Server().Requests();
+    QCOMPARE(requests.size(), 1);
+    const ScriptedServer::Request &request = requests.first();
+    QCOMPARE(request.method, QByteArray("POST"));
+    QCOMPARE(request.target, target);
+    QCOMPARE(request.body, body);
+    QCOMPARE(request.Header("content-length"), QByteArray::number(body.size()));
+    QCOMPARE(OwnHeaders(request),
+             QList<QByteArray>(
+                 {"X-Request-From: internal", "content-type: application/json;charset=UTF-8"}));
+}
+
+void tst_HttpDownLoadFile_Check::selfSignedServiceIsAccepted()
+{
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"), Sends(Offer()));
+    Global::instance.updateCheckUrl = Server().HttpsUrl(QStringLiteral("/check"));
+
+    WorkerRun run;
+    QVERIFY(run.RunUntilPrompt());
+    const auto requests = Server().Requests();
+    QCOMPARE(requests.size(), 1);
+    QVERIFY(requests.first().https);
+    QCOMPARE(requests.first().body, kQuotedBody);
+    QCOMPARE(OwnHeaders(requests.first()),
+             QList<QByteArray>(
+                 {"X-Request-From: internal", "content-type: application/json;charset=UTF-8"}));
+}
+
+void tst_HttpDownLoadFile_Check::answerIsReadHoweverItIsSent_data()
+{
+    QTest::addColumn<QJsonObject>("step");
+    const QByteArray offer = Offer(R"("id":"7")");
+    QTest::newRow("in chunks") << Sends(offer, R"("chunked":true)");
+    QTest::newRow("ended by the connection") << Sends(offer, R"("length":"none")");
+    QTest::newRow("connection closed behind it") << Sends(offer, R"("then":"close")");
+    QTest::newRow("created") << Sends(offer, R"("status":201)");
+    QTest::newRow("as a page") << Sends(offer, R"("headers":[["Content-Type","text/html"]])");
+    // gzip -n of an offer with the id 7.
+    QTest::newRow("compressed") << Sends(
+        QByteArray::fromBase64(
+            "H4sIAAAAAAACA12NwQ6CMAyG36UHT2RzEmOyBzDxZoJ6n6zIwmALnQlCeHerGA/09P/f16YT3N0IegJn"
+            "QcMBMvAmIaUb9uRCx2wnlMjX/NRVgd3m6Aaktbz2nl2dUiQtZTRlYx5IAgfTRo+ych5JnhcsRhf5vrV7"
+            "PuHw2y7ciKDzDKg2ajHPaPkJZ/Uvl1dkoOYMymA/avsd9hap5B4amN/V7hoe4gAAAA=="),
+        R"("headers":[["Content-Encoding","gzip"]])");
+    QTest::newRow("7 MiB long") << Sends(offer.left(offer.size() - 1) + ",\"x\":\"" +
+                                         QByteArray(7 * 1024 * 1024, 'x') + "\"}");
+}
+
+void tst_HttpDownLoadFile_Check::answerIsReadHoweverItIsSent()
+{
+    QFETCH(QJsonObject, step);
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"), step);
+
+    WorkerRun run;
+    QVERIFY(run.RunUntilPrompt());
+    QCOMPARE(Global::instance.id, QStringLiteral("7"));
+    QCOMPARE(Global::instance.latestVersion, QStringLiteral("2.1.3"));
+    QCOMPARE(run.Announced(), QStringList(QStringLiteral("1")));
+    QCOMPARE(Server().Requests().size(), 1);
+}
+
+void tst_HttpDownLoadFile_Check::lateAnswerWithinTheLimitPrompts()
+{
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"), Sends(Offer(), R"("hold":"before")"));
+
+    WorkerRun run;
+    QVERIFY(run.RunUntil([&] { return run.TickCount() >= 1; }));
+    QCOMPARE(run.Timers().size(), 1);
+    run.Tick(run.Timers().first());
+    run.Tick(run.Timers().first() + 1000);
+    QCOMPARE(scene.Log(), QStringList());
+
+    QVERIFY(Server().Release(QStringLiteral("/check")));
+    QVERIFY(run.RunUntilPrompt());
+    QCOMPARE(run.Timers(), QVector<int>());
+    QCOMPARE(scene.client.Calls().size(), 0);
+}
+
+void tst_HttpDownLoadFile_Check::secondCheckByHandIsASecondRequest()
+{
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"),
+                    QJsonArray{Sends(Offer()), Sends(Offer(R"("update":"2","id":"8")"))});
+
+    WorkerRun run;
+    QVERIFY(run.RunUntilPrompt());
+    QVERIFY(QMetaObject::invokeMethod(run.Worker(), "TimerPro", Qt::DirectConnection));
+    QVERIFY(run.RunUntil([&] { return run.Announced().size() == 2; }));
+
+    QCOMPARE(run.Announced(), QStringList({QStringLiteral("1"), QStringLiteral("2")}));
+    QCOMPARE(Global::instance.id, QStringLiteral("8"));
+    const auto requests = Server().Requests();
+    QCOMPARE(requests.size(), 2);
+    QCOMPARE(requests.at(1).body, kQuotedBody);
+    // A connection of its own: the second check has managers of its own.
+    QVERIFY(requests.at(0).connection != requests.at(1).connection);
+}
+
+void tst_HttpDownLoadFile_Check::secondCheckLeavesTheFirstUnderWay()
+{
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"),
+                    QJsonArray{Sends(Offer(R"("id":"7")"), R"("hold":"before")"),
+                               Sends(Offer(R"("update":"2","id":"8")"))});
+
+    WorkerRun run;
+    QVERIFY(run.RunUntil([&] { return !run.Timers().isEmpty(); }));
+    QVERIFY(Server().WaitForRequests(1));
+    run.Worker()->TimerPro();
+    QVERIFY(run.RunUntilPrompt());
+    QCOMPARE(Global::instance.id, QStringLiteral("8"));
+
+    QVERIFY(Server().Release(QStringLiteral("/check")));
+    QVERIFY(run.RunUntil([&] { return run.Announced().size() == 2; }));
+    QCOMPARE(run.Announced(), QStringList({QStringLiteral("2"), QStringLiteral("1")}));
+    QCOMPARE(Global::instance.id, QStringLiteral("7"));
+}
+
+void tst_HttpDownLoadFile_Check::shutdownBeforeTheCheckDoesNothing()
+{
+    const UpdateScene scene(Server());
+    WorkerRun run;
+    QCOMPARE(run.Timers(), QVector<int>());
+    run.Shutdown();
+    QCOMPARE(scene.Log(), QStringList());
+    QCOMPARE(scene.client.Calls().size(), 0);
+    QCOMPARE(Server().Requests().size(), 0);
+}
+
+void tst_HttpDownLoadFile_Check::releasingTwiceDoesNothing()
+{
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"), Sends(Offer(), R"("hold":"before")"));
+    WorkerRun run;
+    run.OnWorkerThread([&] { run.Worker()->DeleteResource(); });
+    QVERIFY(run.RunUntil([&] { return run.Timers().size() == 1; }));
+    QVERIFY(Server().WaitForRequests(1));
+
+    run.OnWorkerThread([&] { run.Worker()->DeleteResource(); });
+    QCOMPARE(run.Timers(), QVector<int>());
+    run.OnWorkerThread([&] { run.Worker()->DeleteResource(); });
+    run.Shutdown();
+    QCOMPARE(scene.Log(), QStringList());
+    QCOMPARE(scene.client.Calls().size(), 0);
+}
+
+void tst_HttpDownLoadFile_Check::shutdownDuringACheckHangsUp()
+{
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"), Sends(Offer(), R"("hold":100)"));
+    WorkerRun run;
+    QVERIFY(run.RunUntil([&] { return run.Timers().size() == 1; }));
+    QVERIFY(Server().WaitForRequests(1));
+    run.Shutdown();
+
+    QTRY_VERIFY(!Server().Release(QStringLiteral("/check")));
+    QCOMPARE(scene.Log(), QStringList());
+    QCOMPARE(scene.client.Calls().size(), 0);
+}
+
+QTEST_MAIN(tst_HttpDownLoadFile_Check)
+#include "tst_httpdownloadfile_check.moc"

@@ -1,0 +1,205 @@
+#pragma once
+
+#include "config/global.h"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QColor>
+#include <QImage>
+#include <QMetaMethod>
+#include <QMouseEvent>
+#include <QStringList>
+#include <QTest>
+#include <QTimer>
+#include <QTranslator>
+#include <QWidget>
+
+#include <cstdlib>
+#include <functional>
+
+/// The one descendant of that class and object name; fails the program when there is none.
+template <class Widget> Widget *Child(const QWidget &dialog, const char *name)
+{
+    auto *child = dialog.findChild<Widget *>(QLatin1String(name));
+    if (child == nullptr)
+        qFatal("no %s in the dialog", name);
+    return child;
+}
+
+/// Where a descendant lies in the dialog's own pixels.
+inline QRect PlaceIn(const QWidget &dialog, const QWidget &child)
+{
+    return QRect(child.mapTo(&dialog, QPoint(0, 0)), child.size());
+}
+
+/// The dialogs' text in the language that is set now.
+inline QString InLanguage(const char *english, const char *chinese)
+{
+    const bool wantsEnglish = Global::instance.language == QLatin1String("en");
+    return QString::fromUtf8(wantsEnglish ? english : chinese);
+}
+
+/// What a screen reader says for the widget.
+inline QString AccessibleName(QWidget *widget)
+{
+    QAccessibleInterface *interface = QAccessible::queryAccessibleInterface(widget);
+    return interface == nullptr ? QString() : interface->text(QAccessible::Name);
+}
+
+/// Shows the dialog and gives it the keyboard.
+inline bool ShowActive(QWidget &dialog)
+{
+    dialog.show();
+    dialog.activateWindow();
+    return QTest::qWaitForWindowActive(&dialog);
+}
+
+/// Presses Tab as often as it takes to come round; the object names of what had the focus.
+inline QStringList TabRound(QWidget &dialog)
+{
+    QStringList names;
+    QWidget *const first = dialog.focusWidget();
+    do {
+        names.append(dialog.focusWidget()->objectName());
+        QTest::keyClick(dialog.focusWidget(), Qt::Key_Tab);
+    } while (dialog.focusWidget() != first && names.size() < 20);
+    return names;
+}
+
+/// The signals and slots that a class adds, in their order, as "signal name(types)".
+inline QStringList OwnMethods(const QMetaObject &metaObject)
+{
+    QStringList methods;
+    for (int i = metaObject.methodOffset(); i < metaObject.methodCount(); ++i) {
+        const QMetaMethod method = metaObject.method(i);
+        const bool isSignal = method.methodType() == QMetaMethod::Signal;
+        methods.append(QLatin1String(isSignal ? "signal " : "slot ") +
+                       QString::fromLatin1(method.methodSignature()));
+    }
+    return methods;
+}
+
+/**
+ * Runs @p action in the application's event loop; true when it makes the application quit, be it at
+ * once or by a posted event.
+ */
+inline bool Quits(const std::function<void()> &action)
+{
+    constexpr int stillRunning = 78;
+    int rounds = 0;
+    QTimer afterwards;
+    QObject::connect(&afterwards, &QTimer::timeout, [&] {
+        if (++rounds == 5)
+            QCoreApplication::exit(stillRunning);
+    });
+    QTimer::singleShot(0, [&] {
+        action();
+        afterwards.start(0);
+    });
+    return QCoreApplication::exec() != stillRunning;
+}
+
+/// Queues presses and releases on the widget, as an impatient user does while the program blocks.
+inline void QueueClicks(QWidget *widget, int count)
+{
+    for (int i = 0; i < count; ++i)
+        for (const QEvent::Type type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+            const bool down = type == QEvent::MouseButtonPress;
+            QCoreApplication::postEvent(
+                widget, new QMouseEvent(type, widget->rect().center(), Qt::LeftButton,
+                                        down ? Qt::LeftButton : Qt::NoButton, Qt::NoModifier));
+        }
+}
+
+/**
+ * What a style sheet says for the property under the selector, without any white space; the empty
+ * selector stands for a sheet without one. The last word counts, as in the sheet itself.
+ */
+inline QString Declared(const QString &sheet, const QString &selector, const QString &property)
+{
+    QString text = sheet;
+    text.remove(QRegExp(QStringLiteral("\\s")));
+    if (selector.isEmpty())
+        text = QStringLiteral("{%1}").arg(text);
+
+    QString value;
+    const auto blocks = text.split(QLatin1Char('}'));
+    for (const QString &block : blocks) {
+        const QStringList selectors = block.section(QLatin1Char('{'), 0, 0).split(QLatin1Char(','));
+        if (!selectors.contains(selector))
+            continue;
+        const auto declarations = block.section(QLatin1Char('{'), 1).split(QLatin1Char(';'));
+        for (const QString &declaration : declarations)
+            if (declaration.section(QLatin1Char(':'), 0, 0) == property)
+                value = declaration.section(QLatin1Char(':'), 1);
+    }
+    return value;
+}
+
+/// What is seen where the widget lies, with what shines through it and what covers it.
+inline QImage Picture(QWidget &widget)
+{
+    QWidget *const window = widget.window();
+    const QRect place(widget.mapTo(window, QPoint(0, 0)), widget.size());
+    return window->grab(place).toImage().convertToFormat(QImage::Format_RGB32);
+}
+
+/// Grabs the widget as it looks with the mouse over it.
+inline QImage PictureUnderMouse(QWidget &widget)
+{
+    widget.setAttribute(Qt::WA_UnderMouse, true);
+    // A button looks at the mouse's moves too. Sent by hand: a test must not need the real mouse.
+    QMouseEvent move(QEvent::MouseMove, widget.rect().center(), Qt::NoButton, Qt::NoButton,
+                     Qt::NoModifier);
+    QCoreApplication::sendEvent(&widget, &move);
+    const QImage picture = Picture(widget);
+    widget.setAttribute(Qt::WA_UnderMouse, false);
+    return picture;
+}
+
+/// Grabs the widget as it looks while the mouse holds it down; the press leads to no click.
+inline QImage PictureWhilePressed(QWidget &widget)
+{
+    QTest::mousePress(&widget, Qt::LeftButton);
+    const QImage picture = PictureUnderMouse(widget);
+    QTest::mouseRelease(&widget, Qt::LeftButton, Qt::NoModifier, QPoint(-20, -20));
+    return picture;
+}
+
+/// True when no channel differs by more than @p tolerance.
+inline bool IsNear(const QColor &seen, const QColor &wanted, int tolerance = 3)
+{
+    return std::abs(seen.red() - wanted.red()) <= tolerance &&
+           std::abs(seen.green() - wanted.green()) <= tolerance &&
+           std::abs(seen.blue() - wanted.blue()) <= tolerance;
+}
+
+/// Whether any pixel of the picture has that colour.
+inline bool Shows(const QImage &picture, const QColor &wanted, int tolerance = 3)
+{
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < picture.width(); ++x)
+            if (IsNear(picture.pixelColor(x, y), wanted, tolerance))
+                return true;
+    return false;
+}
+
+/// Gives every text that goes through translation a mark: "[Context|text]".
+class MarkingTranslator : public QTranslator
+{
+public:
+    MarkingTranslator() { QCoreApplication::installTranslator(this); }
+    ~MarkingTranslator() override { QCoreApplication::removeTranslator(this); }
+    Q_DISABLE_COPY(MarkingTranslator)
+
+    bool isEmpty() const override { return false; }
+    QString translate(const char *context, const char *text, const char *, int) const override
+    {
+        return QStringLiteral("[%1|%2]").arg(QLatin1String(context), QString::fromUtf8(text));
+    }
+};
+
+#define VERIFY_COLOUR(seen, wanted)                                                                \
+    QVERIFY2(IsNear((seen), (wanted)), qPrintable(QStringLiteral("seen %1, wanted %2")             \
+                                                      .arg(QColor(seen).name(),                    \
+                                                           QColor(wanted).name())))
