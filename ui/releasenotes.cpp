@@ -18,6 +18,7 @@ constexpr int kMaxPlainLength = 32 * 1024;
 constexpr int kMaxLengthWithTables = 4 * 1024;
 constexpr int kMaxSheetLength = 1000;
 constexpr int kMaxTags = 1000;
+constexpr int kMaxTagsTimesSheetLength = 100000;
 constexpr int kMaxTableTags = 128;
 constexpr int kMaxTableDepth = 2;
 
@@ -25,9 +26,10 @@ constexpr int kMaxTableDepth = 2;
 const QRegularExpression &Tag()
 {
     static const QRegularExpression tag(
-        QStringLiteral("<(?:!--[^<>]*+-->|!doctype[^<>]*+>|(?<close>/?)(?<name>[a-z][a-z0-9]*+)"
-                       "(?<attributes>(?:\\s++[a-z][a-z0-9:_-]*+(?:\\s*+=\\s*+"
-                       "(?:\"[^\"<>]*+\"|'[^'<>]*+'|[a-z0-9#%+.,:/?_-]++))?)*+)\\s*+/?>)"),
+        QStringLiteral(
+            "<(?:!--(?:(?!--)[^<>])*+-->|!doctype[^<>]*+>|(?<close>/?)(?<name>[a-z][a-z0-9]*+)"
+            "(?<attributes>(?:\\s++[a-z][a-z0-9:_-]*+(?:\\s*+=\\s*+"
+            "(?:\"[^\"<>]*+\"|'[^'<>]*+'|[a-z0-9#%+.,:/?_-]++))?)*+)\\s*+/?>)"),
         QRegularExpression::CaseInsensitiveOption);
     return tag;
 }
@@ -99,6 +101,7 @@ class TagCount
 {
 public:
     bool HasTables() const { return m_tableTags > 0; }
+    int Tags() const { return m_tags; }
 
     /// False when this tag is one too many.
     bool Add(const QString &name, bool opens)
@@ -176,7 +179,10 @@ bool IsHarmlessMarkup(const QString &notes)
         inSheet = opens && name == QLatin1String("style");
         end = tag.capturedEnd();
     }
-    return !inSheet && (!count.HasTables() || notes.size() <= kMaxLengthWithTables);
+    // Every selector is tried on every element.
+    if (inSheet || sheetLength * count.Tags() > kMaxTagsTimesSheetLength)
+        return false;
+    return !count.HasTables() || notes.size() <= kMaxLengthWithTables;
 }
 
 QString PlainNotes(const QString &notes)

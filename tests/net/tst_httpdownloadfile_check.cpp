@@ -137,8 +137,9 @@ void tst_HttpDownLoadFile_Check::signalsAndSlotsAreInOrder()
     };
     QCOMPARE(found, expected);
 
-    const auto names = [&](int index) {
-        return meta.method(meta.methodOffset() + index).parameterNames();
+    const int first = meta.methodOffset();
+    const auto names = [first](int index) {
+        return HttpDownLoadFile::staticMetaObject.method(first + index).parameterNames();
     };
     QCOMPARE(names(1), QList<QByteArray>({"updateMode"}));
     QCOMPARE(names(2), QList<QByteArray>({"bytesRead", "totalBytes"}));

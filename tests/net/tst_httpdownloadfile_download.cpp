@@ -153,7 +153,7 @@ void tst_HttpDownLoadFile_Download::packageArrivesWhole_data()
     QTest::addColumn<QJsonObject>("step");
     QTest::addColumn<qint64>("total");
 
-    const QByteArray large = ScriptedServer::Fill(5 * 1024 * 1024);
+    const QByteArray large = ScriptedServer::Fill(5LL * 1024 * 1024);
     QTest::newRow("small") << QByteArray("abc") << Sends("abc") << qint64(3);
     QTest::newRow("5 MiB") << large << Json(R"({"fill":5242880})") << qint64(5242880);
     QTest::newRow("5 MiB in chunks")
@@ -210,7 +210,7 @@ void tst_HttpDownLoadFile_Download::trustedServerDeliversOverTls()
 {
     const UpdateScene scene(*m_server);
     const TrustedServer trusted(*m_server);
-    const QByteArray content = ScriptedServer::Fill(5 * 1024 * 1024);
+    const QByteArray content = ScriptedServer::Fill(5LL * 1024 * 1024);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf(content)));
     m_server->Script(QStringLiteral("/package/4711"), Json(R"({"fill":5242880})"));
     Global::instance.updatePackageUrl = m_server->HttpsUrl(QStringLiteral("/package/"));

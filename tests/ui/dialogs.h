@@ -200,6 +200,7 @@ public:
 };
 
 #define VERIFY_COLOUR(seen, wanted)                                                                \
-    QVERIFY2(IsNear((seen), (wanted)), qPrintable(QStringLiteral("seen %1, wanted %2")             \
-                                                      .arg(QColor(seen).name(),                    \
-                                                           QColor(wanted).name())))
+    QVERIFY2(                                                                                      \
+        IsNear((seen), (wanted)),                                                                  \
+        qPrintable(                                                                                \
+            QStringLiteral("seen %1, wanted %2").arg(QColor(seen).name(), QColor(wanted).name())))

@@ -30,8 +30,8 @@ void DiskSpaceTest::wantsStrictlyMoreThanThreePackages_data()
     QTest::newRow("an empty package on a full drive") << qint64(0) << qint64(0) << false;
     QTest::newRow("an empty package and one free byte") << qint64(1) << qint64(0) << true;
     QTest::newRow("a drive that gives no answer") << qint64(0) << qint64(1) << false;
-    QTest::newRow("beyond 32 bits, exactly three") << qint64(9000000000) << qint64(3000000000)
-                                                   << false;
+    QTest::newRow("beyond 32 bits, exactly three")
+        << qint64(9000000000) << qint64(3000000000) << false;
     QTest::newRow("beyond 32 bits, one more") << qint64(9000000001) << qint64(3000000000) << true;
     QTest::newRow("more free bytes than a signed number holds")
         << qint64(quint64(1) << 63U) << qint64(1) << false;

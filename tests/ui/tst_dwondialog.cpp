@@ -286,8 +286,7 @@ void DwonDialogTest::translatesThePercentageAndTheSizeOnly_data()
     QTest::newRow("English") << QStringLiteral("en")
                              << QStringLiteral("[DwonDialog|installing......0%]")
                              << QStringLiteral("[DwonDialog|installing......50%]")
-                             << QStringLiteral(
-                                    "Version V2.1.3[DwonDialog|  Update Package 1.50M]")
+                             << QStringLiteral("Version V2.1.3[DwonDialog|  Update Package 1.50M]")
                              << QStringLiteral("installing......0%");
     QTest::newRow("Chinese") << QStringLiteral("zh")
                              << QStringLiteral("[DwonDialog|正在安装中......0%]")
@@ -618,9 +617,8 @@ void DwonDialogTest::cancelAsksFirst()
     Shown();
     const QSignalSpy again(dialog.get(), &DwonDialog::GetPackAgain);
 
-    const bool quits = Quits([this] {
-        QTest::mouseClick(Child<QPushButton>(*dialog, "cancleBtn"), Qt::LeftButton);
-    });
+    const bool quits = Quits(
+        [this] { QTest::mouseClick(Child<QPushButton>(*dialog, "cancleBtn"), Qt::LeftButton); });
 
     QVERIFY(!quits);
     QCOMPARE(again.count(), 0);
@@ -628,8 +626,7 @@ void DwonDialogTest::cancelAsksFirst()
     QVERIFY(Child<QDockWidget>(*dialog, "dockWidget")->isVisible());
     QVERIFY(Child<NetDialog>(*dialog, "NetDialog")->isVisible());
     QCOMPARE(Child<QPushButton>(*dialog, "cancleBtn")->text(), InLanguage("Cancel", "取消"));
-    QCOMPARE(Child<QLabel>(*dialog, "lab")->text(),
-             InLanguage("Update Cancel?", "确定取消更新?"));
+    QCOMPARE(Child<QLabel>(*dialog, "lab")->text(), InLanguage("Update Cancel?", "确定取消更新?"));
 }
 
 void DwonDialogTest::theConfirmationLiesOverTheLowerPart()

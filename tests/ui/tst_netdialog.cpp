@@ -343,8 +343,8 @@ void NetDialogTest::closingItQuits()
 void NetDialogTest::hasItsSignalsInOrderAndNoSlots()
 {
     QCOMPARE(OwnMethods(NetDialog::staticMetaObject),
-             QStringList({QStringLiteral("signal cancleSignal()"),
-                          QStringLiteral("signal sureSignal()")}));
+             QStringList(
+                 {QStringLiteral("signal cancleSignal()"), QStringLiteral("signal sureSignal()")}));
 }
 
 void NetDialogTest::AddLanguages()

@@ -1,13 +1,9 @@
 #include "ui/releasenotes.h"
 
-#include "config/global.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testhome.h"
-#include "tests/ui/dialogs.h"
-#include "ui/updatedialog.h"
+#include "tests/ui/notesprompt.h"
 
-#include <QPainter>
-#include <QScrollBar>
 #include <QTcpServer>
 #include <QTest>
 #include <QTextBrowser>
@@ -94,7 +90,10 @@ public:
     }
 
     /// Full path of one of the files; they lie in the working folder too.
-    QString Path(const QString &name) const { return home.ProgramFolder() + QLatin1Char('/') + name; }
+    QString Path(const QString &name) const
+    {
+        return home.ProgramFolder() + QLatin1Char('/') + name;
+    }
 
     /// The notes with FILE, PNG64 and PORT put in.
     QString Fill(QString notes, int port) const
@@ -102,26 +101,13 @@ public:
         notes.replace(QLatin1String("FILE"), QUrl::fromLocalFile(home.ProgramFolder()).toString());
         notes.replace(QLatin1String("PATH"), home.ProgramFolder());
         notes.replace(QLatin1String("PORT"), QString::number(port));
-        notes.replace(QLatin1String("PNG64"),
-                      QString::fromLatin1(ReadFile(Path(QStringLiteral("foreign.png"))).toBase64()));
+        notes.replace(
+            QLatin1String("PNG64"),
+            QString::fromLatin1(ReadFile(Path(QStringLiteral("foreign.png"))).toBase64()));
         return notes;
     }
 
     TestHome home;
-};
-
-/// The prompt with the notes in it.
-class Prompt : public UpdateDialog
-{
-public:
-    explicit Prompt(const QString &notes)
-    {
-        Global::instance.language = QStringLiteral("en");
-        Global::instance.latestVersionInfo = notes;
-        updateMode(QStringLiteral("1"));
-    }
-
-    QTextEdit &Notes() const { return *Child<QTextEdit>(*this, "updateText"); }
 };
 
 } // namespace
@@ -168,7 +154,8 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram_data()
     QTest::addColumn<QString>("notes");
 
     const auto images = [](const char *name, const QString &address) {
-        QTest::addRow("image, %s", name) << QStringLiteral("<p>a<img src=\"%1\">b</p>").arg(address);
+        QTest::addRow("image, %s", name)
+            << QStringLiteral("<p>a<img src=\"%1\">b</p>").arg(address);
         QTest::addRow("image with a size, %s", name)
             << QStringLiteral("<img src='%1' width='60' height='40'>").arg(address);
         QTest::addRow("floating image, %s", name)
@@ -181,9 +168,8 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram_data()
         QTest::addRow("background of a cell, %s", name)
             << QStringLiteral("<table width=\"100%\"><tr><td background=\"%1\">b</td></tr></table>")
                    .arg(address);
-        for (const char *property :
-             {"background-image", "background", "list-style-image", "border-image", "image",
-              "content", "cursor"})
+        for (const char *property : {"background-image", "background", "list-style-image",
+                                     "border-image", "image", "content", "cursor"})
             QTest::addRow("%s, %s", property, name)
                 << QStringLiteral("<ul style=\"%2: url('%1')\"><li style=\"%2: url('%1')\">b</li>"
                                   "</ul><p style=\"%2: url('%1')\">b</p>")
@@ -192,9 +178,10 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram_data()
             << QStringLiteral("<style>p, body, td { background-image: url(%1); }</style><p>b</p>")
                    .arg(address);
         QTest::addRow("other elements, %s", name)
-            << QStringLiteral("<p>a</p><object data=\"%1\">a</object><embed src=\"%1\"><iframe src=\"%1\">"
-                              "</iframe><input type=\"image\" src=\"%1\"><video poster=\"%1\" "
-                              "src=\"%1\"></video><svg><image href=\"%1\"/></svg><p>b</p>")
+            << QStringLiteral(
+                   "<p>a</p><object data=\"%1\">a</object><embed src=\"%1\"><iframe src=\"%1\">"
+                   "</iframe><input type=\"image\" src=\"%1\"><video poster=\"%1\" "
+                   "src=\"%1\"></video><svg><image href=\"%1\"/></svg><p>b</p>")
                    .arg(address);
     };
     images("file address", QStringLiteral("FILE/foreign.png"));
@@ -247,7 +234,6 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram()
     const FileWatch watch;
 
     Prompt prompt(filled);
-    QVERIFY(ShowActive(prompt));
     const QImage seen = Picture(prompt);
 
     QVERIFY2(!Shows(seen, kForeign, 60), "a foreign colour in the picture");
@@ -260,12 +246,11 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram()
 void ReleaseNotesTest::theTestWouldSeeAnImageThatIsLoaded()
 {
     const ForeignFiles files;
-    const QString notes =
-        files.Fill(QStringLiteral("<p>a<img src=\"FILE/foreign.png\">b</p>"), 0);
+    const QString notes = files.Fill(QStringLiteral("<p>a<img src=\"FILE/foreign.png\">b</p>"), 0);
     const FileWatch watch;
     QTextEdit ordinary;
     ordinary.setText(notes);
-    QVERIFY(ShowActive(ordinary));
+    ordinary.show();
 
     QVERIFY(Shows(Picture(ordinary), kForeign, 60));
     QVERIFY(!watch.Names().isEmpty());
@@ -279,7 +264,7 @@ void ReleaseNotesTest::theTestWouldSeeASheetThatIsLoaded()
     const FileWatch watch;
     QTextBrowser ordinary;
     ordinary.setText(notes);
-    QVERIFY(ShowActive(ordinary));
+    ordinary.show();
 
     QVERIFY(Shows(Picture(ordinary), kForeign, 60));
     QVERIFY(!watch.Names().isEmpty());
@@ -311,9 +296,8 @@ void ReleaseNotesTest::showTheProgramsOwnImages()
 {
     QFETCH(QString, address);
     const TestHome home;
-    Prompt prompt(QStringLiteral("<p style=\"background-color:#00c800\"><img src=\"%1\"></p>")
-                      .arg(address));
-    QVERIFY(ShowActive(prompt));
+    Prompt prompt(
+        QStringLiteral("<p style=\"background-color:#00c800\"><img src=\"%1\"></p>").arg(address));
 
     const QSizeF size = prompt.Notes().document()->size();
     QVERIFY2(size.height() >= 114, qPrintable(QString::number(size.height())));
@@ -343,7 +327,6 @@ void ReleaseNotesTest::skipAResourceThatDoesNotExist()
     const LogCapture log;
     Prompt prompt(QStringLiteral("<p>a<img src=\":/image/no.png\"><img src=\"qrc:/no.png\">b</p>"
                                  "<link rel=\"stylesheet\" href=\"qrc:/no.css\">"));
-    QVERIFY(ShowActive(prompt));
 
     QVERIFY(!Picture(prompt).isNull());
     QVERIFY(prompt.Notes().document()->size().height() < 60);
@@ -392,7 +375,6 @@ void ReleaseNotesTest::keepTheirOwnMarkup()
     const TestHome home;
     Prompt prompt(QStringLiteral("<style>p { color: #00aa00; }</style><p style=\"font-size:20px\">"
                                  "\u2588\u2588</p><font color=\"#aa0000\">\u2588\u2588</font>"));
-    QVERIFY(ShowActive(prompt));
 
     const QImage seen = Picture(*prompt.Notes().viewport());
     QVERIFY(Shows(seen, QColor(0, 0xaa, 0)));
@@ -402,10 +384,8 @@ void ReleaseNotesTest::keepTheirOwnMarkup()
 void ReleaseNotesTest::followNoLink()
 {
     const ForeignFiles files;
-    Prompt prompt(files.Fill(QStringLiteral("<a href=\"FILE/foreign.html\">%1</a>")
-                                 .arg(QString(40, QChar(0x2588))),
-                             0));
-    QVERIFY(ShowActive(prompt));
+    Prompt prompt(files.Fill(
+        QStringLiteral("<a href=\"FILE/foreign.html\">%1</a>").arg(QString(40, QChar(0x2588))), 0));
     const FileWatch watch;
 
     QTest::mouseClick(prompt.Notes().viewport(), Qt::LeftButton, Qt::NoModifier, QPoint(30, 12));
@@ -427,7 +407,6 @@ void ReleaseNotesTest::canBeReplaced()
     Global::instance.latestVersionInfo = second;
 
     prompt.updateMode(QStringLiteral("1"));
-    QVERIFY(ShowActive(prompt));
 
     QVERIFY(prompt.Notes().toPlainText().startsWith(QStringLiteral("again")));
     QVERIFY(!Shows(Picture(prompt), kForeign, 60));

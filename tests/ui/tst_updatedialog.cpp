@@ -98,7 +98,7 @@ QColor GradientColour(double x, double y)
     constexpr double cosine = 0.68200;
     const double length = 100 * sine + 36 * cosine;
     const double part = qBound(0.0, ((x - 50) * sine + (y - 18) * cosine) / length + 0.5, 1.0);
-    const auto mix = [part](int from, int to) { return int(from + part * (to - from) + 0.5); };
+    const auto mix = [part](int from, int to) { return qRound(from + part * (to - from)); };
     return QColor(mix(50, 104), mix(122, 157), mix(255, 243));
 }
 
@@ -268,16 +268,20 @@ void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage_data()
 
     const QString englishVersion = QStringLiteral("Version V2.1.3  Update Package 1.50M");
     const QString chineseVersion = QStringLiteral("版本号V2.1.3  更新包 1.50M");
-    const QStringList english{
-        QStringLiteral("App Update"), QStringLiteral("New version detected, update?"),
-        englishVersion,               QStringLiteral("Later"),
-        QStringLiteral("Update"),     QStringLiteral("Never Prompt")};
+    const QStringList english{QStringLiteral("App Update"),
+                              QStringLiteral("New version detected, update?"),
+                              englishVersion,
+                              QStringLiteral("Later"),
+                              QStringLiteral("Update"),
+                              QStringLiteral("Never Prompt")};
     QStringList forcedEnglish = english;
     forcedEnglish[1] = QStringLiteral("New version detected. Please update now for normal use.");
-    const QStringList chinese{
-        QStringLiteral("应用更新"), QStringLiteral("检测到新版本，是否更新?"),
-        chineseVersion,             QStringLiteral("稍后更新"),
-        QStringLiteral("立即更新"), QStringLiteral("不再提醒")};
+    const QStringList chinese{QStringLiteral("应用更新"),
+                              QStringLiteral("检测到新版本，是否更新?"),
+                              chineseVersion,
+                              QStringLiteral("稍后更新"),
+                              QStringLiteral("立即更新"),
+                              QStringLiteral("不再提醒")};
     QStringList forcedChinese = chinese;
     forcedChinese[1] = QStringLiteral("检测到新版本，更新后才能正常使用，请立即更新");
 
@@ -1199,11 +1203,10 @@ void UpdateDialogTest::theKeyboardScrollsTheReleaseNotes()
 
 void UpdateDialogTest::hasItsSignalAndSlotsInOrder()
 {
-    QCOMPARE(
-        OwnMethods(UpdateDialog::staticMetaObject),
-        QStringList({QStringLiteral("signal getPack()"), QStringLiteral("slot LaterUpdate()"),
-                     QStringLiteral("slot ImmediatelyUpdate()"),
-                     QStringLiteral("slot updateMode(QString)")}));
+    QCOMPARE(OwnMethods(UpdateDialog::staticMetaObject),
+             QStringList({QStringLiteral("signal getPack()"), QStringLiteral("slot LaterUpdate()"),
+                          QStringLiteral("slot ImmediatelyUpdate()"),
+                          QStringLiteral("slot updateMode(QString)")}));
 }
 
 void UpdateDialogTest::tellsScreenReadersItsTexts_data()
