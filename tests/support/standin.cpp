@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -104,7 +105,9 @@ int main(int argc, char **argv)
     const Start start = ReadStart(argc, argv);
     fs::path scriptPath = start.program;
     scriptPath += ".script";
-    std::ifstream script(scriptPath);
+    // Read whole and closed: Windows would not let the test remove an open file.
+    std::stringstream script;
+    script << std::ifstream(scriptPath).rdbuf();
     RecordCall(start);
 
     std::string verb;

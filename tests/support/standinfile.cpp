@@ -8,6 +8,10 @@
 #include <QProcess>
 #include <QTest>
 
+#ifdef Q_OS_WIN
+#include <qt_windows.h>
+#endif
+
 StandIn::StandIn(const QString &path)
     : m_path(QFileInfo(path).suffix().isEmpty() ? path + QStringLiteral(STANDIN_SUFFIX) : path)
 {
@@ -70,5 +74,16 @@ void StandIn::StartAndStay()
 
 bool StandIn::IsRunning() const
 {
+#ifdef Q_OS_WIN
+    const HANDLE process =
+        OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, DWORD(m_processId));
+    DWORD code = 0;
+    const bool runs =
+        process != nullptr && GetExitCodeProcess(process, &code) != 0 && code == STILL_ACTIVE;
+    if (process != nullptr)
+        CloseHandle(process);
+    return m_processId != 0 && runs;
+#else
     return m_processId != 0 && QFileInfo::exists(QStringLiteral("/proc/%1/exe").arg(m_processId));
+#endif
 }

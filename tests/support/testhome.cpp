@@ -17,6 +17,12 @@ TestHome::TestHome() : m_oldWorkingFolder(QDir::currentPath())
 
     SetVariable("HOME", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
     SetVariable("TMPDIR", QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
+#ifdef Q_OS_WIN
+    // Of a home folder that the system names itself no variable would tell; under Wine none is.
+    SetVariable("USERPROFILE", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
+    for (const char *variable : {"TMP", "TEMP"})
+        SetVariable(variable, QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
+#endif
     const QByteArray separator(1, QDir::listSeparator().toLatin1());
     SetVariable("PATH", QFile::encodeName(CommandsFolder()) + separator + HOSTTOOLS_DIR +
                             separator + qgetenv("PATH"));
@@ -56,7 +62,13 @@ QString TestHome::Scratch() const
 
 QString TestHome::CommandsFolder() const
 {
+#ifdef Q_OS_WIN
+    // The system's own commands are found before those on the search path, but not before those in
+    // the working folder.
+    return ProgramFolder();
+#else
     return m_root.filePath(QStringLiteral("commands"));
+#endif
 }
 
 QString TestHome::ClientDataFolder() const

@@ -91,6 +91,22 @@ void SpoilUpdateConfig(const Machine &machine)
     QDir().mkpath(UpdateConfig(machine));
 }
 
+/// Writes down in which order windows come and go.
+class WindowWatch : public QObject
+{
+public:
+    bool eventFilter(QObject *window, QEvent *event) override
+    {
+        if (event->type() == QEvent::Show)
+            changes.append(window->objectName() + QStringLiteral(" shown"));
+        else if (event->type() == QEvent::Hide)
+            changes.append(window->objectName() + QStringLiteral(" hidden"));
+        return false;
+    }
+
+    QStringList changes;
+};
+
 /// Where a colour of the gradient belongs that runs at 133 degrees over a button of 100 x 36.
 QColor GradientColour(double x, double y)
 {
@@ -150,6 +166,7 @@ private slots:
 
     void updateGivesWayToTheProgressDialogAndAsksForThePackage_data();
     void updateGivesWayToTheProgressDialogAndAsksForThePackage();
+    void theProgressDialogComesBeforeThePromptGoes();
     void updateAsksTasklistForTheClient();
     void updateStopsARunningClient();
     void updateKillsNothingWhenTheNameDiffersInCase();
@@ -825,6 +842,20 @@ void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage()
                                 InLanguage("Version V2.1.3  Update Package 1.50M",
                                            "版本号V2.1.3  更新包 1.50M")}));
     QVERIFY(!machine.StartedClient());
+}
+
+void UpdateDialogTest::theProgressDialogComesBeforeThePromptGoes()
+{
+    const Machine machine;
+    machine.Shown();
+    WindowWatch watch;
+    machine.prompt->installEventFilter(&watch);
+    machine.Progress().installEventFilter(&watch);
+
+    machine.Click("immedBtn");
+
+    QCOMPARE(watch.changes, QStringList({QStringLiteral("DwonDialog shown"),
+                                         QStringLiteral("UpdateDialog hidden")}));
 }
 
 void UpdateDialogTest::updateAsksTasklistForTheClient()
