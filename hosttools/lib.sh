@@ -7,10 +7,6 @@ say() {
     printf '%s\r\n' "$1"
 }
 
-lower() {
-    printf '%s' "$1" | tr '\134' /
-}
-
 # \134 is the back-slash.
 to_slashes() {
     printf '%s' "$1" | tr '\134' /
