@@ -16,9 +16,9 @@ namespace
 constexpr int kMaxMarkupLength = 16 * 1024;
 constexpr int kMaxPlainLength = 32 * 1024;
 constexpr int kMaxLengthWithTables = 4 * 1024;
-constexpr int kMaxSheetLength = 1000;
+constexpr int kMaxSheetLength = 256;
 constexpr int kMaxTags = 1000;
-constexpr int kMaxTagsTimesSheetLength = 100000;
+constexpr int kMaxTagsWithSheet = 128;
 constexpr int kMaxTableTags = 128;
 constexpr int kMaxTableDepth = 2;
 
@@ -179,8 +179,8 @@ bool IsHarmlessMarkup(const QString &notes)
         inSheet = opens && name == QLatin1String("style");
         end = tag.capturedEnd();
     }
-    // Every selector is tried on every element.
-    if (inSheet || sheetLength * count.Tags() > kMaxTagsTimesSheetLength)
+    // Every part of a selector is tried on every element and on all that hold it, part by part.
+    if (inSheet || (sheetLength > 0 && count.Tags() > kMaxTagsWithSheet))
         return false;
     return !count.HasTables() || notes.size() <= kMaxLengthWithTables;
 }

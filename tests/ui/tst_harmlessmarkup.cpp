@@ -156,6 +156,11 @@ void HarmlessMarkupTest::showsAsPlainTextWhatWouldHangTheLayout_data()
         QStringLiteral("<style>") +
             (QStringLiteral("i ") + times(50, "b ") + QStringLiteral("{color:red}")).repeated(8) +
             QStringLiteral("</style>") + times(500, "<b>"));
+    add("one selector of two parts on tags in tags",
+        QStringLiteral("<style>i b{}</style>") + times(990, "<b>"));
+    add("a few selectors of three parts on tags in tags",
+        QStringLiteral("<style>") + times(14, "i b b{}") + QStringLiteral("</style>") +
+            times(300, "<b>"));
     add("several sheets",
         (QStringLiteral("<style>") + times(10, "b b{color:red}") + QStringLiteral("</style>"))
                 .repeated(6) +
