@@ -100,8 +100,8 @@ inline QString PrimaryButton()
         "background-color:rgba(66,133,246,1);border-radius:4px;"
         "background:qlineargradient(spread:pad,x1:-0.1002,y1:0.2985,x2:1.1002,y2:0.7015,"
         "stop:0 rgba(50,122,255,1),stop:1 rgba(104,157,243,1));}"
-        "QPushButton:hover{background:rgba(85,145,246,1);}"
-        "QPushButton:pressed{background:rgba(62,124,228,1);}");
+        "QPushButton:hover{background:rgba(85,145,246,1);border:none;}"
+        "QPushButton:pressed{background:rgba(62,124,228,1);border:none;}");
 }
 
 /// To stand before the sheet of a button of several: tells which one Space presses.
