@@ -66,6 +66,24 @@ inline QStringList TabRound(QWidget &dialog)
     return names;
 }
 
+/// The columns of a table of style sheets: what a widget's sheet says of a property.
+inline void AddStyleColumns()
+{
+    QTest::addColumn<QByteArray>("widget");
+    QTest::addColumn<QString>("selector");
+    QTest::addColumn<QString>("property");
+    QTest::addColumn<QString>("value");
+}
+
+/// A row of such a table.
+inline void AddStyle(const char *widget, const char *selector, const char *property,
+                     const char *value)
+{
+    QTest::addRow("%s %s %s", widget, selector, property)
+        << QByteArray(widget) << QString::fromLatin1(selector) << QString::fromLatin1(property)
+        << QString::fromLatin1(value);
+}
+
 /// The signals and slots that a class adds, in their order, as "signal name(types)".
 inline QStringList OwnMethods(const QMetaObject &metaObject)
 {

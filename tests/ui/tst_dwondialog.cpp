@@ -323,17 +323,8 @@ void DwonDialogTest::translatesThePercentageAndTheSizeOnly()
 
 void DwonDialogTest::stylesItsWidgets_data()
 {
-    QTest::addColumn<QByteArray>("widget");
-    QTest::addColumn<QString>("selector");
-    QTest::addColumn<QString>("property");
-    QTest::addColumn<QString>("value");
-
-    const auto add = [](const char *widget, const char *selector, const char *property,
-                        const char *value) {
-        QTest::addRow("%s %s %s", widget, selector, property)
-            << QByteArray(widget) << QString::fromLatin1(selector) << QString::fromLatin1(property)
-            << QString::fromLatin1(value);
-    };
+    AddStyleColumns();
+    const auto add = AddStyle;
     add("labIco", "QLabel", "image", "url(:/image/resourceimg/logo.ico)");
     add("labText", "QLabel", "font-size", "16px");
     add("labText", "QLabel", "font-weight", "500");

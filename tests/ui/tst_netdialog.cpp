@@ -159,17 +159,8 @@ void NetDialogTest::paintsThePanelOnceAndNothingAroundIt()
 
 void NetDialogTest::stylesItsWidgets_data()
 {
-    QTest::addColumn<QByteArray>("widget");
-    QTest::addColumn<QString>("selector");
-    QTest::addColumn<QString>("property");
-    QTest::addColumn<QString>("value");
-
-    const auto add = [](const char *widget, const char *selector, const char *property,
-                        const char *value) {
-        QTest::addRow("%s %s %s", widget, selector, property)
-            << QByteArray(widget) << QString::fromLatin1(selector) << QString::fromLatin1(property)
-            << QString::fromLatin1(value);
-    };
+    AddStyleColumns();
+    const auto add = AddStyle;
     add("lab", "QLabel", "font-size", "16px");
     add("lab", "QLabel", "font-weight", "500");
     add("lab", "QLabel", "color", "rgba(32,49,82,1)");
