@@ -209,6 +209,8 @@ void HttpDownLoadFile::PrepareDownload()
 
 void HttpDownLoadFile::GetPackData()
 {
+    // Windows removes no file that is open, and an attempt under way may have this one.
+    packageFile.close();
     EmptyDownloadFolder();
     if (!OpenPackageFile()) {
         QCoreApplication::quit();
@@ -233,7 +235,6 @@ bool HttpDownLoadFile::OpenPackageFile()
 {
     if (packageFile.fileName().isEmpty())
         packageFile.setFileName(packagePath);
-    packageFile.close();
 
     if (!IsOwnFolder(downloadDir) || !IsPlainFileName(packagePath.mid(downloadDir.size() + 1))) {
         qDebug() << packagePath << " Open failed:" << int(QFileDevice::OpenError);

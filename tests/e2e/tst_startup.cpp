@@ -16,6 +16,7 @@ private slots:
     void AMissingClientConfigurationEndsTheRunWithZero();
     void ABrokenClientConfigurationEndsTheRunWithZero();
     void AConfigurationInTheHomeFolderIsNotFound();
+    void ArgumentsAreLoggedInOrder_data();
     void ArgumentsAreLoggedInOrder();
     void WithoutArgumentsNoneIsLogged();
 
@@ -127,22 +128,35 @@ void TestStartup::AConfigurationInTheHomeFolderIsNotFound()
     QCOMPARE(run.Log(), QStringList{m_missing});
 }
 
+void TestStartup::ArgumentsAreLoggedInOrder_data()
+{
+    QTest::addColumn<QString>("argument");
+    QTest::addColumn<QString>("logged");
+    QTest::newRow("quotes") << QStringLiteral("two \"quoted\" words")
+                            << QStringLiteral("\"two \\\"quoted\\\" words\"");
+    QTest::newRow("back slash at the end") << QStringLiteral("--profile=C:\\my files\\")
+                                           << QStringLiteral("\"--profile=C:\\\\my files\\\\\"");
+    // Arguments come in the system's own code page and are read as UTF-8.
+    const QString chinese = QStringLiteral("中文");
+    if (chinese.toLocal8Bit() == chinese.toUtf8())
+        QTest::newRow("Chinese") << chinese << QStringLiteral("\"中文\"");
+}
+
 void TestStartup::ArgumentsAreLoggedInOrder()
 {
+    QFETCH(QString, argument);
+    QFETCH(QString, logged);
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    QCOMPARE(run.Run({QStringLiteral("-noremid"), QStringLiteral("-immediately"),
-                      QStringLiteral("中文 \"quoted\"")}),
-             0);
+    QCOMPARE(run.Run({QStringLiteral("-noremid"), QStringLiteral("-immediately"), argument}), 0);
     QCOMPARE(run.Log().mid(0, 4),
              (QStringList{run.ConfigurationLine(),
                           QStringLiteral("[INFO] (:0) cmd line parameters : \"-noremid\""),
                           QStringLiteral("[INFO] (:0) cmd line parameters : \"-immediately\""),
-                          QStringLiteral("[INFO] (:0) cmd line parameters : "
-                                         "\"中文 \\\"quoted\\\"\"")}));
+                          QStringLiteral("[INFO] (:0) cmd line parameters : ") + logged}));
     QVERIFY(run.client.WaitForCalls(1));
-    QCOMPARE(run.client.Calls().first(), QStringList{QStringLiteral("中文 \"quoted\"")});
+    QCOMPARE(run.client.Calls().first(), QStringList{argument});
 }
 
 void TestStartup::WithoutArgumentsNoneIsLogged()

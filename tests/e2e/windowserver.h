@@ -5,8 +5,9 @@
 #include <QString>
 
 /**
- * A window server of the test's own, and a user in front of it who presses buttons and keys. Sets
- * the environment so that programs started from here on show their windows there. GUI thread.
+ * A window server, and a user in front of it who presses buttons and keys. On Unix the server is
+ * the test's own; on Windows it is the session's. Sets the environment so that programs started
+ * from here on show their windows there. GUI thread.
  */
 class WindowServer
 {
@@ -26,11 +27,11 @@ public:
     /// A click of the left button at @p position in the window.
     void Click(const QString &window, const QPoint &position) const;
 
-    /// Gives the window the focus and presses the key of that name, such as "Escape".
+    /// Gives the window the focus and presses the key of that name: "Escape" or "Return".
     void Press(const QString &window, const QString &key) const;
 
 private:
     Q_DISABLE_COPY(WindowServer)
 
-    QProcess m_server;
+    QProcess m_server; // not started on Windows
 };

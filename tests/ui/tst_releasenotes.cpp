@@ -260,7 +260,7 @@ void ReleaseNotesTest::theTestWouldSeeASheetThatIsLoaded()
 {
     const ForeignFiles files;
     const QString notes =
-        files.Fill(QStringLiteral("<style>@import url(PATH/foreign.css);</style><p>b</p>"), 0);
+        files.Fill(QStringLiteral("<style>@import url(FILE/foreign.css);</style><p>b</p>"), 0);
     const FileWatch watch;
     QTextBrowser ordinary;
     ordinary.setText(notes);

@@ -1,0 +1,111 @@
+#include "tests/e2e/windowserver.h"
+
+#include <QStringList>
+#include <QTest>
+
+#include <iterator>
+#include <windows.h>
+
+namespace
+{
+
+struct Search {
+    QString title;
+    QStringList found;
+};
+
+QString Title(HWND window)
+{
+    wchar_t text[256];
+    const int length = GetWindowTextW(window, text, int(std::size(text)));
+    return QString::fromWCharArray(text, length);
+}
+
+BOOL CALLBACK Examine(HWND window, LPARAM search)
+{
+    auto *wanted = reinterpret_cast<Search *>(search);
+    if (IsWindowVisible(window) && Title(window) == wanted->title)
+        wanted->found.append(QString::number(quintptr(window)));
+    return TRUE;
+}
+
+QStringList VisibleWindows(const QString &title)
+{
+    Search search{title, {}};
+    EnumWindows(Examine, reinterpret_cast<LPARAM>(&search));
+    return search.found;
+}
+
+HWND Handle(const QString &window)
+{
+    return reinterpret_cast<HWND>(quintptr(window.toULongLong()));
+}
+
+void Send(INPUT *inputs, UINT count)
+{
+    if (SendInput(count, inputs, sizeof(INPUT)) != count)
+        qFatal("no input was taken: error %lu", GetLastError());
+}
+
+WORD KeyCode(const QString &key)
+{
+    if (key == QLatin1String("Escape"))
+        return VK_ESCAPE;
+    if (key == QLatin1String("Return"))
+        return VK_RETURN;
+    qFatal("no key is named %s", qPrintable(key));
+}
+
+} // namespace
+
+// The session has a window server already.
+WindowServer::WindowServer()
+{
+    qputenv("QT_QPA_PLATFORM", "windows");
+}
+
+WindowServer::~WindowServer() = default;
+
+QString WindowServer::WaitForWindow(const QString &title, const QString &former) const
+{
+    QString found;
+    const auto isThere = [&] {
+        QStringList windows = VisibleWindows(title);
+        windows.removeAll(former);
+        found = windows.value(0);
+        return !found.isEmpty();
+    };
+    if (!QTest::qWaitFor(isThere, 30000))
+        qFatal("no window \"%s\" came up", qPrintable(title));
+    return found;
+}
+
+bool WindowServer::HasWindow(const QString &title) const
+{
+    return !VisibleWindows(title).isEmpty();
+}
+
+void WindowServer::Click(const QString &window, const QPoint &position) const
+{
+    POINT point{position.x(), position.y()};
+    if (!ClientToScreen(Handle(window), &point) || !SetCursorPos(point.x, point.y))
+        qFatal("the pointer cannot be moved: error %lu", GetLastError());
+    INPUT inputs[2] = {};
+    for (INPUT &input : inputs)
+        input.type = INPUT_MOUSE;
+    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
+    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
+    Send(inputs, 2);
+}
+
+void WindowServer::Press(const QString &window, const QString &key) const
+{
+    SetForegroundWindow(Handle(window));
+    INPUT inputs[2] = {};
+    for (INPUT &input : inputs) {
+        input.type = INPUT_KEYBOARD;
+        input.ki.wVk = KeyCode(key);
+    }
+    inputs[1].ki.dwFlags = KEYEVENTF_KEYUP;
+    Send(inputs, 2);
+}
