@@ -87,9 +87,14 @@ bool WindowServer::HasWindow(const QString &title) const
 
 void WindowServer::Click(const QString &window, const QPoint &position) const
 {
-    POINT point{position.x(), position.y()};
-    if (!ClientToScreen(Handle(window), &point) || !SetCursorPos(point.x, point.y))
-        qFatal("the pointer cannot be moved: error %lu", GetLastError());
+    // A window that has only just been shown may still be moved, or lie under another one.
+    const auto isUnderThePointer = [&] {
+        POINT point{position.x(), position.y()};
+        return ClientToScreen(Handle(window), &point) && SetCursorPos(point.x, point.y) &&
+               WindowFromPoint(point) == Handle(window) && GetForegroundWindow() == Handle(window);
+    };
+    if (!QTest::qWaitFor(isUnderThePointer, 30000))
+        qFatal("the window does not come to the front");
     INPUT inputs[2] = {};
     for (INPUT &input : inputs)
         input.type = INPUT_MOUSE;

@@ -7,6 +7,8 @@ LogCapture *LogCapture::current = nullptr;
 
 LogCapture::LogCapture()
 {
+    if (current)
+        qFatal("one LogCapture at a time");
     current = this;
     // Only now: a message may come at once.
     // cppcheck-suppress useInitializationList

@@ -1159,26 +1159,25 @@ void UpdateDialogTest::enterPressesUpdate()
 
 void UpdateDialogTest::spacePressesWhatHasTheFocus()
 {
-    const Machine machine;
-    machine.Shown();
-    const auto *box = machine.Has<QCheckBox>("checkRemid");
-    const auto pressSpaceOn = [&](const char *name) {
+    const auto pressSpaceOn = [](const Machine &machine, const char *name) {
         machine.Has<QWidget>(name)->setFocus();
         QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Space);
     };
-
-    pressSpaceOn("checkRemid");
-    QVERIFY(box->isChecked());
-    pressSpaceOn("checkRemid");
-    QVERIFY(!box->isChecked());
-    QVERIFY(Quits([&] { pressSpaceOn("laterBtn"); }));
-    QVERIFY(machine.client.WaitForCalls(1));
-
-    const Machine other;
-    other.Shown();
-    const QSignalSpy getPack(other.prompt.get(), &UpdateDialog::getPack);
-    other.Has<QWidget>("immedBtn")->setFocus();
-    QTest::keyClick(other.prompt->focusWidget(), Qt::Key_Space);
+    {
+        const Machine machine;
+        machine.Shown();
+        const auto *box = machine.Has<QCheckBox>("checkRemid");
+        pressSpaceOn(machine, "checkRemid");
+        QVERIFY(box->isChecked());
+        pressSpaceOn(machine, "checkRemid");
+        QVERIFY(!box->isChecked());
+        QVERIFY(Quits([&] { pressSpaceOn(machine, "laterBtn"); }));
+        QVERIFY(machine.client.WaitForCalls(1));
+    }
+    const Machine machine;
+    machine.Shown();
+    const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
+    pressSpaceOn(machine, "immedBtn");
     QCOMPARE(getPack.count(), 1);
 }
 
