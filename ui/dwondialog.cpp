@@ -88,6 +88,8 @@ void DwonDialog::SetTexts()
 void DwonDialog::UpdateProgressBar(qint64 bytesRead, qint64 totalBytes)
 {
     ui->progressBar->setValue(int(bytesRead));
+    // By itself the bar is drawn in steps of the style's blocks, and would lag behind the line.
+    ui->progressBar->update();
     // "Installing" is said of the download too: to the user it is one thing.
     const QString line =
         Global::instance.IsEnglish() ? tr("installing......%1%") : tr("正在安装中......%1%");

@@ -47,6 +47,12 @@ void Send(INPUT *inputs, UINT count)
         qFatal("no input was taken: error %lu", GetLastError());
 }
 
+/// A pixel as input events count it: 65536 to the whole screen.
+LONG Normalized(LONG pixel, int screenPixels)
+{
+    return (pixel * 65536 + screenPixels / 2) / screenPixels;
+}
+
 WORD KeyCode(const QString &key)
 {
     if (key == QLatin1String("Escape"))
@@ -88,18 +94,24 @@ bool WindowServer::HasWindow(const QString &title) const
 void WindowServer::Click(const QString &window, const QPoint &position) const
 {
     // A window that has only just been shown may still be moved, or lie under another one.
+    POINT point{};
     const auto isUnderThePointer = [&] {
-        POINT point{position.x(), position.y()};
+        point = {position.x(), position.y()};
         return ClientToScreen(Handle(window), &point) && SetCursorPos(point.x, point.y) &&
                WindowFromPoint(point) == Handle(window) && GetForegroundWindow() == Handle(window);
     };
     if (!QTest::qWaitFor(isUnderThePointer, 30000))
         qFatal("the window does not come to the front");
+    // The position once more with each step: a late report of where the pointer was may come in.
     INPUT inputs[2] = {};
-    for (INPUT &input : inputs)
+    for (INPUT &input : inputs) {
         input.type = INPUT_MOUSE;
-    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
-    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
+        input.mi.dx = Normalized(point.x, GetSystemMetrics(SM_CXSCREEN));
+        input.mi.dy = Normalized(point.y, GetSystemMetrics(SM_CYSCREEN));
+        input.mi.dwFlags = MOUSEEVENTF_ABSOLUTE | MOUSEEVENTF_MOVE;
+    }
+    inputs[0].mi.dwFlags |= MOUSEEVENTF_LEFTDOWN;
+    inputs[1].mi.dwFlags |= MOUSEEVENTF_LEFTUP;
     Send(inputs, 2);
 }
 

@@ -21,6 +21,21 @@ constexpr qint64 kMoreThanAnyDrive = qint64(1) << 60;
 const QColor kBlue(66, 133, 246);
 const QColor kRed(250, 81, 81);
 
+/// Counts how often a widget is drawn.
+class PaintCount : public QObject
+{
+public:
+    int count = 0;
+
+protected:
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Paint)
+            ++count;
+        return false;
+    }
+};
+
 } // namespace
 
 class DwonDialogTest : public QObject
@@ -51,6 +66,7 @@ private slots:
     void showsThePercentageRoundedDown_data();
     void showsThePercentageRoundedDown();
     void fillsTheBarByBytes();
+    void drawsTheBarAtEveryStep();
     void keepsThePercentageOfAPackageBeyond32Bits();
     void startsAgainFromZeroWhenTheTextsAreSet();
 
@@ -426,6 +442,20 @@ void DwonDialogTest::fillsTheBarByBytes()
     QCOMPARE(bar->maximum(), 1000);
     VERIFY_COLOUR(Picture(*bar).pixelColor(50, 4), kBlue);
     VERIFY_COLOUR(Picture(*bar).pixelColor(300, 4), QColor(217, 231, 253));
+}
+
+void DwonDialogTest::drawsTheBarAtEveryStep()
+{
+    Global::instance.packageSize = 1000;
+    Shown();
+    auto *bar = Child<QProgressBar>(*dialog, "progressBar");
+    PaintCount paints;
+    bar->installEventFilter(&paints);
+    for (int bytes = 1; bytes <= 5; ++bytes) {
+        const int before = paints.count;
+        dialog->UpdateProgressBar(bytes, 1000);
+        QTRY_VERIFY2(paints.count > before, qPrintable(QString::number(bytes)));
+    }
 }
 
 void DwonDialogTest::keepsThePercentageOfAPackageBeyond32Bits()
