@@ -10,6 +10,7 @@
 #include <QMap>
 #include <QRegularExpression>
 #include <QTest>
+#include <QUrl>
 
 namespace
 {
@@ -106,6 +107,7 @@ private slots:
     void answerHasTheKeysOfTheTable();
     void answerIsRead();
     void answerWithoutAnUpdateIsRead();
+    void packagesComeFromTheHostsOfTheTable();
 };
 
 void TestConfigurationDocument::tableHasTheKeysOfTheSources()
@@ -335,6 +337,18 @@ void TestConfigurationDocument::answerWithoutAnUpdateIsRead()
     const TestHome home;
     QCOMPARE(Global::instance.ParseServiceReply(Document(kProtocol).Fenced(kJson).value(1)), 0);
     QCOMPARE(Global::instance.update, QStringLiteral("0"));
+}
+
+void TestConfigurationDocument::packagesComeFromTheHostsOfTheTable()
+{
+    const QVector<QStringList> rows =
+        Document(QStringLiteral("docs/security.md")).Rows(QStringLiteral("`updatePackageUrl`"));
+    QVERIFY(!rows.isEmpty());
+    for (const QStringList &row : rows) {
+        const QString host = Quoted(row.at(2));
+        if (!host.isNull())
+            QCOMPARE(QUrl(Quoted(row.at(0)) + Quoted(row.at(1)), QUrl::TolerantMode).host(), host);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestConfigurationDocument)
