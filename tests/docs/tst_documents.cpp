@@ -1,0 +1,114 @@
+#include "tests/docs/document.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QTest>
+
+namespace
+{
+
+/// Every document of the project, by its path in it.
+QStringList AllDocuments()
+{
+    QStringList paths;
+    for (const QString &folder : {QString(), QStringLiteral("docs/")}) {
+        const QStringList names =
+            QDir(ProjectPath(folder)).entryList({QStringLiteral("*.md")}, QDir::Files, QDir::Name);
+        for (const QString &name : names)
+            paths.append(folder + name);
+    }
+    return paths;
+}
+
+bool LeadsOutside(const QString &link)
+{
+    return link.contains(QLatin1String("://")) || link.startsWith(QLatin1String("mailto:"));
+}
+
+/// What is wrong with a link in the document at @p path; empty when nothing is.
+QString Complaint(const QString &path, const QString &link)
+{
+    const QString file = link.section(QLatin1Char('#'), 0, 0);
+    const QString anchor = link.section(QLatin1Char('#'), 1);
+    const QString folder = path.left(path.lastIndexOf(QLatin1Char('/')) + 1);
+    const QString target = file.isEmpty() ? path : QDir::cleanPath(folder + file);
+    if (!QFileInfo::exists(ProjectPath(target)))
+        return QStringLiteral("there is no %1").arg(target);
+    if (!anchor.isEmpty() && !Document(target).Anchors().contains(anchor))
+        return QStringLiteral("%1 has no heading #%2").arg(target, anchor);
+    return QString();
+}
+
+} // namespace
+
+/// What holds for every document.
+class TestDocuments : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void linksResolve_data() { AddAllDocuments(); }
+    void linksResolve();
+    void jsonExamplesParse_data() { AddAllDocuments(); }
+    void jsonExamplesParse();
+    void everyDocumentIsReachedFromTheReadme();
+
+private:
+    static void AddAllDocuments();
+};
+
+void TestDocuments::AddAllDocuments()
+{
+    QTest::addColumn<QString>("path");
+    const QStringList paths = AllDocuments();
+    for (const QString &path : paths)
+        QTest::newRow(qPrintable(path)) << path;
+}
+
+void TestDocuments::linksResolve()
+{
+    QFETCH(QString, path);
+    QStringList complaints;
+    const QStringList links = Document(path).Links();
+    for (const QString &link : links) {
+        if (!LeadsOutside(link) && !Complaint(path, link).isEmpty())
+            complaints.append(Complaint(path, link));
+    }
+    QCOMPARE(complaints.join(QStringLiteral("; ")), QString());
+}
+
+void TestDocuments::jsonExamplesParse()
+{
+    QFETCH(QString, path);
+    const QVector<QByteArray> examples = Document(path).Fenced(QStringLiteral("json"));
+    for (const QByteArray &example : examples) {
+        QJsonParseError error;
+        QJsonDocument::fromJson(example, &error);
+        QVERIFY2(error.error == QJsonParseError::NoError,
+                 (error.errorString().toUtf8() + " in\n" + example).constData());
+    }
+}
+
+void TestDocuments::everyDocumentIsReachedFromTheReadme()
+{
+    QStringList reached{QStringLiteral("README.md")};
+    for (int index = 0; index < reached.size(); ++index) {
+        const QString path = reached.at(index);
+        const QString folder = path.left(path.lastIndexOf(QLatin1Char('/')) + 1);
+        const QStringList links = Document(path).Links();
+        for (const QString &link : links) {
+            const QString target = QDir::cleanPath(folder + link.section(QLatin1Char('#'), 0, 0));
+            if (target.endsWith(QLatin1String(".md")) && !reached.contains(target) &&
+                QFileInfo::exists(ProjectPath(target)))
+                reached.append(target);
+        }
+    }
+    QStringList missed = AllDocuments();
+    for (const QString &path : qAsConst(reached))
+        missed.removeAll(path);
+    QCOMPARE(missed, QStringList());
+}
+
+QTEST_GUILESS_MAIN(TestDocuments)
+#include "tst_documents.moc"
