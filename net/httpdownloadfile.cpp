@@ -2,6 +2,7 @@
 
 #include "config/global.h"
 #include "config/paths.h"
+#include "net/contentcoding.h"
 #include "net/timelimits.h"
 #include "ui/dwondialog.h"
 #include "ui/updatedialog.h"
@@ -28,8 +29,8 @@ constexpr int kPlatform = 6;
 
 const QLatin1String kNoUpdate("0");
 
-// An answer beyond this is never read to its end: the check runs into its time limit, and memory
-// does not grow with whatever the service sends.
+// An answer beyond this, packed or not, is never taken in whole: memory does not grow with whatever
+// the service sends.
 constexpr qint64 kMaxCheckReplyBytes = 8LL * 1024 * 1024;
 
 // Bytes that may wait for a slow disk before the connection is held back.
@@ -48,6 +49,8 @@ QNetworkRequest CheckRequest()
     QNetworkRequest request(QUrl(Global::instance.updateCheckUrl, QUrl::TolerantMode));
     request.setRawHeader("X-Request-From", "internal");
     request.setRawHeader("content-type", "application/json;charset=UTF-8");
+    // What the framework would send anyway; but an answer that it unpacks itself knows no limit.
+    request.setRawHeader("Accept-Encoding", "gzip, deflate");
     QSslConfiguration tls = request.sslConfiguration();
     tls.setPeerVerifyMode(QSslSocket::VerifyNone);
     tls.setProtocol(QSsl::AnyProtocol);
@@ -182,9 +185,14 @@ void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
         qDebug() << "Network Recv Back Error:" << Reply->error();
         return;
     }
+    QByteArray answer = Reply->readAll();
+    if (!DecodeContent(Reply->rawHeader("Content-Encoding"), kMaxCheckReplyBytes, answer)) {
+        LaunchClientOnce();
+        qDebug() << "check answer cannot be unpacked, bytes:" << answer.size();
+        return;
+    }
     Global &global = Global::instance;
-    if (global.ParseServiceReply(Reply->readAll()) != 0 ||
-        global.latestVersion == global.currentVersion) {
+    if (global.ParseServiceReply(answer) != 0 || global.latestVersion == global.currentVersion) {
         LaunchClientOnce();
         return;
     }

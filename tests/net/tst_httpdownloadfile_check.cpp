@@ -215,6 +215,7 @@ void tst_HttpDownLoadFile_Check::requestIsExactlyThis()
     QCOMPARE(request.target, target);
     QCOMPARE(request.body, body);
     QCOMPARE(request.Header("content-length"), QByteArray::number(body.size()));
+    QCOMPARE(request.Header("accept-encoding"), QByteArray("gzip, deflate"));
     QCOMPARE(OwnHeaders(request),
              QList<QByteArray>(
                  {"X-Request-From: internal", "content-type: application/json;charset=UTF-8"}));

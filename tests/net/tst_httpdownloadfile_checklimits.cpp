@@ -17,7 +17,7 @@ QString TimedOut()
 
 } // namespace
 
-/// Checks whose answer does not come in time. Each of these takes at least ten seconds.
+/// Checks whose answer does not come in time, or is too much. Most take at least ten seconds.
 class tst_HttpDownLoadFile_CheckLimits : public QObject
 {
     Q_OBJECT
@@ -28,6 +28,7 @@ private slots:
 
     void unansweredCheckStartsTheClientOnce();
     void endlessAnswerStartsTheClientWithMemoryBounded();
+    void answerThatUnpacksWithoutEndStartsTheClientAtOnce();
 
 private:
     std::unique_ptr<ScriptedServer> m_server;
@@ -80,6 +81,24 @@ void tst_HttpDownLoadFile_CheckLimits::endlessAnswerStartsTheClientWithMemoryBou
 #ifdef Q_OS_LINUX
     QVERIFY(LinuxMemory("VmHWM") - before < 128LL * 1024 * 1024);
 #endif
+}
+
+void tst_HttpDownLoadFile_CheckLimits::answerThatUnpacksWithoutEndStartsTheClientAtOnce()
+{
+    const UpdateScene scene(*m_server);
+    const QByteArray packed = qCompress(QByteArray(16 * 1024 * 1024, ' '), 9).mid(4);
+    m_server->Script(QStringLiteral("/check"),
+                     Sends(packed, R"("headers":[["Content-Encoding","deflate"]])"));
+
+    WorkerRun run;
+    QVERIFY(RunUntilQuit(kLimitMs));
+    run.Shutdown();
+    QCOMPARE(scene.Log(),
+             QStringList({scene.ClientStarts(),
+                          QStringLiteral("[DEBUG] check answer cannot be unpacked, bytes: %1")
+                              .arg(packed.size())}));
+    QVERIFY(scene.client.WaitForCalls(1));
+    QCOMPARE(scene.client.Calls().size(), 1);
 }
 
 QTEST_MAIN(tst_HttpDownLoadFile_CheckLimits)
