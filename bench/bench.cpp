@@ -172,7 +172,7 @@ QString PackageTarget()
 /// Publishes the package at @p path, held back after @p bytes, and waits until those have arrived.
 void DownloadUpTo(UpdaterRun &run, const QString &path, qint64 bytes)
 {
-    const QString reply = QFileInfo(path).absolutePath() + QStringLiteral("/reply.json");
+    const QString reply = QFileInfo(path).absolutePath() + QStringLiteral("/../check/offer.json");
     QJsonObject biz =
         QJsonDocument::fromJson(ReadFile(reply)).object().value(QStringLiteral("biz")).toObject();
     biz.insert(QStringLiteral("id"), QStringLiteral("large.zip"));
