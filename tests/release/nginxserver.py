@@ -1,7 +1,9 @@
 """A real nginx, started by scripts/serve on a port of its own, and bare requests to it."""
 
+import contextlib
 import http.client
 import json
+import random
 import signal
 import socket
 import ssl
@@ -52,10 +54,12 @@ def wait_until(condition, what: str) -> None:
 
 
 def free_port() -> int:
-    """A port of the loopback that nobody listens on."""
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """A port of the loopback that nobody has, below those that the system gives to connections."""
+    while True:
+        port = random.randrange(20_000, 30_000)
+        with socket.socket() as probe, contextlib.suppress(OSError):
+            probe.bind(("127.0.0.1", port))
+            return port
 
 
 class Answer:
@@ -103,8 +107,9 @@ class NginxServer:
         """True once a request can be made, or never will be."""
         if self.process.poll() is not None:
             return True
-        with socket.socket() as probe:
-            return probe.connect_ex(("127.0.0.1", self.port)) == 0
+        # nginx writes the file when it has its ports.
+        file = self.work / "nginx.pid"
+        return file.exists() and file.read_text().strip() == str(self.process.pid)
 
     def connection(self, source: str = "127.0.0.1") -> http.client.HTTPSConnection:
         """A connection with the certificate checked, from any address of 127.0.0.0/8."""

@@ -11,30 +11,10 @@ from pathlib import Path
 
 import nginxserver
 from nginxserver import NginxServer, check_body, make_tree, wait_until
+from rolloutfile import changed, rollout, shipped
 
 SERVE = ""
-PROJECT = Path(__file__).resolve().parents[2]
 PACKAGE_PATH = f"/packages/{nginxserver.PACKAGE}"
-
-
-def shipped(name: str) -> str:
-    """The text of a file of release/nginx/updates/."""
-    return (PROJECT / "release" / "nginx" / "updates" / name).read_text()
-
-
-def changed(text: str, old: str, new: str) -> str:
-    """The text with one thing in it changed, which must be there exactly once."""
-    if text.count(old) != 1:
-        raise ValueError(f"expected once: {old}")
-    return text.replace(old, new)
-
-
-def rollout(*rules: str, share: str = "100%", kill_switch: str = "off", salt: str = "2.1.3") -> str:
-    """The shipped rollout.conf as a release engineer would edit it."""
-    text = changed(shipped("rollout.conf"), "100%  offer;", f"{share}  offer;")
-    text = changed(text, "first release $client_network", f"{salt} $client_network")
-    text = changed(text, "default  off;", f"default  {kill_switch};")
-    return changed(text, "default  $share;", "\n    ".join(["default  $share;", *rules]))
 
 
 class ServedTree(unittest.TestCase):
