@@ -138,12 +138,21 @@ class NginxServer:
             return str(answer.status)
         return {"0": "none", "1": "offer"}[json.loads(answer.body)["biz"]["update"]]
 
-    def raw(self, sent: bytes) -> bytes:
-        """Everything that comes back for these bytes until the server hangs up."""
-        with socket.create_connection(("127.0.0.1", self.port), PATIENCE_SECONDS) as plain:
-            with self.tls.wrap_socket(plain, server_hostname="localhost") as connection:
-                connection.sendall(sent)
-                return b"".join(iter(lambda: connection.recv(65536), b""))
+    def tls_socket(self) -> ssl.SSLSocket:
+        """A connection to send bare bytes through."""
+        plain = socket.create_connection(("127.0.0.1", self.port), PATIENCE_SECONDS)
+        return self.tls.wrap_socket(plain, server_hostname="localhost")
+
+    def raw(self, *pieces: bytes) -> Answer:
+        """What comes back for these bytes; each further piece is sent when the server asks for it."""
+        with self.tls_socket() as connection:
+            connection.sendall(pieces[0])
+            for piece in pieces[1:]:
+                connection.recv(65536)
+                connection.sendall(piece)
+            response = http.client.HTTPResponse(connection)
+            response.begin()
+            return Answer(response)
 
     def reload(self, rollout: str) -> None:
         """A release engineer's edit of rollout.conf, and the reload."""
