@@ -154,10 +154,17 @@ class NginxServer:
             response.begin()
             return Answer(response)
 
+    def workers(self) -> set:
+        """The processes that answer requests."""
+        command = ["pgrep", "-P", str(self.process.pid)]
+        return set(subprocess.run(command, capture_output=True, check=True).stdout.split())
+
     def reload(self, rollout: str) -> None:
-        """A release engineer's edit of rollout.conf, and the reload."""
+        """A release engineer's edit of rollout.conf, and the reload, until nobody answers by the old one."""
+        former = self.workers()
         (self.work / "updates" / "rollout.conf").write_text(rollout)
         self.process.send_signal(signal.SIGHUP)
+        wait_until(lambda: self.workers().isdisjoint(former), "the reload")
 
     def log_lines(self, count: int) -> list:
         """The first COUNT lines of the access log, parsed, once they are there."""

@@ -10,7 +10,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import nginxserver
-from nginxserver import NginxServer, check_body, make_tree, wait_until
+from nginxserver import NginxServer, check_body, make_tree
 from rolloutfile import changed, rollout, shipped
 
 SERVE = ""
@@ -291,11 +291,7 @@ class RollOut(FreshServer):
         server = self.start(rollout=rollout(share="20%"))
         addresses = [f"127.9.0.{i}" for i in range(1, 201)]
         before = self.answers(server, addresses)
-        newcomer = addresses[self.answers(server, addresses).index("none")]
-        server.reload(rollout(share="100%"))
-        wait_until(lambda: server.check("2.0.1", newcomer) == "offer", "the larger share")
         server.reload(rollout(share="40%"))
-        wait_until(lambda: "none" in self.answers(server, addresses), "the share of 40 %")
         after = self.answers(server, addresses)
         self.assertGreater(after.count("offer"), before.count("offer"))
         self.assertEqual({b for a, b in zip(before, after) if a == "offer"}, {"offer"})
@@ -305,7 +301,7 @@ class RollOut(FreshServer):
         addresses = [f"127.9.0.{i}" for i in range(1, 101)]
         before = self.answers(server, addresses)
         server.reload(rollout(share="50%", salt="2.1.4"))
-        wait_until(lambda: self.answers(server, addresses) != before, "another choice")
+        self.assertNotEqual(self.answers(server, addresses), before)
 
     def test_the_installed_version_decides(self) -> None:
         (self.tree / "check" / "offer-2.0.9.json").write_text(
@@ -326,7 +322,6 @@ class RollOut(FreshServer):
         server = self.start(rollout=rollout(*rules))
         self.assertEqual([server.check("2.0.1"), server.check("1.0")], ["offer", "offer"])
         server.reload(rollout(*rules, kill_switch="on"))
-        wait_until(lambda: server.check("2.0.1") == "none", "the kill switch")
         self.assertEqual([server.check("2.0.1"), server.check("1.0")], ["none", "none"])
 
     def test_behind_a_load_balancer_the_clients_own_address_counts(self) -> None:
