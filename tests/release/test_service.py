@@ -317,6 +317,16 @@ class RollOut(FreshServer):
         oldest = server.request("POST", "/check", body=check_body("1.9"))
         self.assertEqual(json.loads(oldest.body)["biz"]["latestVersion"], "2.0.9")
 
+    def test_the_documented_roll_out_does_what_is_written_there(self) -> None:
+        document = (Path(__file__).resolve().parents[2] / "docs" / "service.md").read_text("utf-8")
+        documented = document.split("```nginx\n")[1].split("```")[0]
+        server = self.start(rollout='map "" $kill_switch { default off; }\n' + documented)
+        addresses = [f"127.9.0.{i}" for i in range(1, 101)]
+        for version, answers in (("2.1.3", {"none"}), ("2.2.0", {"none"}), ("2.0.5", {"offer"}),
+                                 ("1.7", {"offer", "none"})):
+            with self.subTest(version):
+                self.assertEqual(set(self.answers(server, addresses, version)), answers)
+
     def test_the_kill_switch_holds_for_everybody(self) -> None:
         rules = (r"~^2\.0\.  offer;",)
         server = self.start(rollout=rollout(*rules))
