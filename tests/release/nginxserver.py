@@ -74,9 +74,13 @@ class Answer:
 class NginxServer:
     """scripts/serve at work; ends with the with-block. ROOM is an empty folder of the test."""
 
-    def __init__(self, serve: str, tree: Path, room: Path, **replaced: str):
-        """REPLACED gives files of release/nginx/updates/ another text, as rollout="..."."""
+    def __init__(self, serve: str, tree: Path, room: Path, *options: str, **replaced: str):
+        """OPTIONS are further ones of scripts/serve.
+
+        REPLACED gives files of release/nginx/updates/ another text, as rollout="...".
+        """
         self.serve = serve
+        self.options = options
         self.tree = tree
         self.work = room / "work"
         self.replacements = room / "replacements"
@@ -90,6 +94,7 @@ class NginxServer:
 
     def __enter__(self) -> "NginxServer":
         command = [self.serve, self.tree, "--port", str(self.port), "--work", self.work]
+        command += self.options
         command += ["--replace", self.replacements] if any(self.replacements.iterdir()) else []
         with self.output.open("w") as output:
             self.process = subprocess.Popen(command, stdout=output, stderr=output)
@@ -131,7 +136,7 @@ class NginxServer:
             connection.close()
 
     def check(self, version: str, source: str = "127.0.0.1") -> str:
-        """The check of an updater beside a client of this version; "offer", "none" or the status."""
+        """The check beside a client of this version: "offer", "none" or the status."""
         body = check_body(version)
         answer = self.request("POST", "/check", source, body=body, headers=CHECK_HEADERS)
         if answer.status != http.HTTPStatus.OK:
@@ -144,7 +149,7 @@ class NginxServer:
         return self.tls.wrap_socket(plain, server_hostname="localhost")
 
     def raw(self, *pieces: bytes) -> Answer:
-        """What comes back for these bytes; each further piece is sent when the server asks for it."""
+        """What comes back; each piece after the first is sent when the server asks for it."""
         with self.tls_socket() as connection:
             connection.sendall(pieces[0])
             for piece in pieces[1:]:
@@ -160,7 +165,7 @@ class NginxServer:
         return set(subprocess.run(command, capture_output=True, check=True).stdout.split())
 
     def reload(self, rollout: str) -> None:
-        """A release engineer's edit of rollout.conf, and the reload, until nobody answers by the old one."""
+        """An edit of rollout.conf and the reload, until nobody answers by the old text."""
         former = self.workers()
         (self.work / "updates" / "rollout.conf").write_text(rollout)
         self.process.send_signal(signal.SIGHUP)

@@ -6,6 +6,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import urllib.request
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -179,9 +180,9 @@ class FreshServer(unittest.TestCase):
         self.tree = self.room / "tree"
         make_tree(self.tree)
 
-    def start(self, **replaced: str) -> NginxServer:
-        """nginx with these texts in the place of shipped files."""
-        return self.enterContext(NginxServer(SERVE, self.tree, self.room, **replaced))
+    def start(self, *options: str, **replaced: str) -> NginxServer:
+        """nginx with these options and these texts in the place of shipped files."""
+        return self.enterContext(NginxServer(SERVE, self.tree, self.room, *options, **replaced))
 
 
 class Log(FreshServer):
@@ -382,6 +383,8 @@ class Serve(FreshServer):
             ((), "name the tree to serve"),
             ((self.room, *work), "is no release tree"),
             ((self.tree, "--port", "70000", *work), "70000 is no port"),
+            ((self.tree, "--plain-port", "no", *work), "no is no port"),
+            ((self.tree, "--port", "9999", "--plain-port", "9999", *work), "not 9999 twice"),
             ((self.tree, "--frost"), "unknown option --frost"),
             ((self.tree, "--key", "k", *work), "go together"),
             ((self.tree, "--work", self.room / "blank here"), "without blanks"),
@@ -394,7 +397,8 @@ class Serve(FreshServer):
         server = self.start()
         line = self.refusal(self.tree, "--port", str(server.port), "--work", self.room / "other")
         self.assertIn("is taken", line)
-        line = self.refusal(self.tree, "--port", str(nginxserver.free_port()), "--work", server.work)
+        other_port = str(nginxserver.free_port())
+        line = self.refusal(self.tree, "--port", other_port, "--work", server.work)
         self.assertIn("serves from", line)
         self.assertEqual(server.check("1.0.0"), "offer")
 
@@ -405,6 +409,17 @@ class Serve(FreshServer):
         self.assertIn(f'"updateCheckUrl": "{address}/check"', printed)
         self.assertIn(f'"updatePackageUrl": "{address}/packages/"', printed)
         self.assertIn(str(server.work / "certificate.pem"), printed)
+
+    def test_packages_can_be_had_without_trusting_the_certificate(self) -> None:
+        plain_port = nginxserver.free_port()
+        server = self.start("--plain-port", str(plain_port))
+        address = f"http://localhost:{plain_port}/packages/"
+        self.assertIn(f'"updatePackageUrl": "{address}"', server.output.read_text())
+        with urllib.request.urlopen(address + nginxserver.PACKAGE, timeout=60) as answer:
+            self.assertEqual(
+                answer.read(), (self.tree / "packages" / nginxserver.PACKAGE).read_bytes()
+            )
+        self.assertEqual(server.check("1.0.0"), "offer")
 
 
 if __name__ == "__main__":

@@ -17,7 +17,7 @@ SERVE = ""
 UPDATER = ""
 PROJECT = Path(__file__).resolve().parents[2]
 
-# 127.0.0.1, where the updater asks from, is among the 10 % of one of these releases and not of the other.
+# The updater asks from 127.0.0.1, which is among the 10 % of one of these releases only.
 RELEASE_FOR_THIS_ADDRESS = "2.1.7"
 RELEASE_FOR_OTHERS = "2.1.3"
 
