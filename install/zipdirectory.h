@@ -30,6 +30,12 @@ struct ZipEntry {
 QVector<ZipEntry> ReadZipDirectory(QIODevice &archive);
 
 /**
+ * How many entries the record that ends the archive announces: more than ReadZipDirectory() gives
+ * when some cannot be read. -1 for anything that is not a zip archive.
+ */
+int DeclaredZipEntries(QIODevice &archive);
+
+/**
  * True when the data of @p entry is there, stored or deflated, not encrypted, and unpacks to
  * exactly the size and checksum that its header declares. Reads the entry's data once, in small
  * pieces.
