@@ -160,10 +160,13 @@ QVector<ZipEntry> ReadZipDirectory(QIODevice &archive)
     return entries;
 }
 
-int DeclaredZipEntries(QIODevice &archive)
+bool ZipDirectoryIsWhole(QIODevice &archive)
 {
     const QByteArray end = ReadEndOfDirectory(archive);
-    return end.isEmpty() ? -1 : Word(end, kEntriesOffset);
+    if (end.isEmpty() || ReadZipDirectory(archive).size() != Word(end, kEntriesOffset))
+        return false;
+    const QByteArray next = archive.read(kEndOfDirectorySize);
+    return next == end;
 }
 
 bool ZipDataIsSound(QIODevice &archive, const ZipEntry &entry)

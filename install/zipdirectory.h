@@ -30,10 +30,11 @@ struct ZipEntry {
 QVector<ZipEntry> ReadZipDirectory(QIODevice &archive);
 
 /**
- * How many entries the record that ends the archive announces: more than ReadZipDirectory() gives
- * when some cannot be read. -1 for anything that is not a zip archive.
+ * True when ReadZipDirectory() gives all that there is: as many entries as the record that ends the
+ * archive announces, and that record right behind the last one. The count has 16 bits and begins
+ * again at 0: an archive with more entries is not whole.
  */
-int DeclaredZipEntries(QIODevice &archive);
+bool ZipDirectoryIsWhole(QIODevice &archive);
 
 /**
  * True when the data of @p entry is there, stored or deflated, not encrypted, and unpacks to

@@ -17,7 +17,7 @@ bool IsLink(const QString &path);
 bool ErrorsGoToTerminal();
 
 /// Puts @p from in the place of @p to, at once: whoever opens @p to gets the old or the new one.
-bool ReplaceFile(const QString &from, const QString &to);
+bool MoveIntoPlace(const QString &from, const QString &to);
 
 /// Waits until what was written to @p file, which is open, would outlast a power cut.
 bool SyncToDisk(QFile &file);

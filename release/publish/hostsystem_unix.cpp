@@ -28,7 +28,7 @@ bool HostSystem::ErrorsGoToTerminal()
     return isatty(STDERR_FILENO) != 0;
 }
 
-bool HostSystem::ReplaceFile(const QString &from, const QString &to)
+bool HostSystem::MoveIntoPlace(const QString &from, const QString &to)
 {
     return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
 }

@@ -43,7 +43,7 @@ bool HostSystem::ErrorsGoToTerminal()
     return _isatty(_fileno(stderr)) != 0;
 }
 
-bool HostSystem::ReplaceFile(const QString &from, const QString &to)
+bool HostSystem::MoveIntoPlace(const QString &from, const QString &to)
 {
     return MoveFileExW(NativePath(from).c_str(), NativePath(to).c_str(),
                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;

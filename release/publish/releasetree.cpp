@@ -54,7 +54,7 @@ Failure Replace(const QString &from, const QString &to)
 {
     if (!QDir().mkpath(FolderOf(to)))
         return CannotWrite(FolderOf(to), QStringLiteral("the folder cannot be made"));
-    if (!HostSystem::ReplaceFile(from, to))
+    if (!HostSystem::MoveIntoPlace(from, to))
         return CannotWrite(to, QStringLiteral("the file cannot be replaced"));
     return {};
 }

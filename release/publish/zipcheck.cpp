@@ -52,17 +52,17 @@ public:
 private:
     bool ReadDirectories()
     {
-        const int declared = m_file.open(QIODevice::ReadOnly) ? DeclaredZipEntries(m_file) : -1;
-        if (declared < 0) {
-            Add(Damaged(QStringLiteral("the package is not a zip archive")));
+        if (m_file.open(QIODevice::ReadOnly))
+            m_directory = ReadZipDirectory(m_file);
+        if (m_directory.isEmpty()) {
+            Add(Damaged(QStringLiteral("the package is not a zip archive, or an empty one")));
             return false;
         }
-        m_directory = ReadZipDirectory(m_file);
         m_seen = m_reader.fileInfoList();
-        if (m_directory.size() != declared || m_seen.size() != declared) {
-            Add(Damaged(QStringLiteral("the package announces %1 entries, and %2 can be read")
-                            .arg(declared)
-                            .arg(qMin(m_directory.size(), m_seen.size()))));
+        if (!ZipDirectoryIsWhole(m_file) || m_seen.size() != m_directory.size()) {
+            Add(Damaged(
+                QStringLiteral("the package's list of entries is damaged, or longer than %1")
+                    .arg(ReleaseRules::MaxEntries)));
             return false;
         }
         return true;
