@@ -16,8 +16,8 @@
 namespace
 {
 
-constexpr qint64 kPieceSize = 1024 * 1024;
-constexpr qint64 kMaxNotesSize = 1024 * 1024; // in bytes; nobody reads more
+constexpr qint64 kPieceSize = 1024LL * 1024;
+constexpr qint64 kMaxNotesSize = 1024LL * 1024; // in bytes; nobody reads more
 
 /// One release on its way: each step adds to the outcome, and the first one that fails is the last.
 class Publisher

@@ -13,7 +13,7 @@ const QString kStagingFolder = QStringLiteral("/.publish");
 const QString kLockFile = QStringLiteral("lock");
 const QString kStagedPackage = QStringLiteral("package");
 
-constexpr qint64 kPieceSize = 1024 * 1024;
+constexpr qint64 kPieceSize = 1024LL * 1024;
 
 Finding CannotWrite(const QString &path, const QString &reason)
 {

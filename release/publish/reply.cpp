@@ -41,8 +41,10 @@ QJsonObject ReadFrame(const QByteArray &reply, Findings &findings)
     }
     if (!answer.value(Key::Desc).isString())
         findings.append(Wrong(QStringLiteral("\"%1\" is not a text").arg(Key::Desc)));
-    if (!answer.value(Key::Biz).isObject())
-        findings.append(Wrong(QStringLiteral("\"%1\" is not an object").arg(Key::Biz)));
+    if (answer.value(Key::Biz).toObject().isEmpty()) {
+        findings.append(
+            Wrong(QStringLiteral("\"%1\" is not an object with something in it").arg(Key::Biz)));
+    }
     return answer.value(Key::Biz).toObject();
 }
 
@@ -113,7 +115,7 @@ Findings ReadOffer(const QByteArray &reply, Offer &offer)
 {
     Findings findings;
     const QJsonObject biz = ReadFrame(reply, findings);
-    if (biz.isEmpty())
+    if (!findings.isEmpty())
         return findings;
 
     offer.id = ReadText(biz, Key::Id, findings);

@@ -10,6 +10,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <utility>
+
 namespace
 {
 
@@ -17,8 +19,8 @@ namespace
 class Verifier
 {
 public:
-    Verifier(const QString &folder, const QString &updaterFolder, Progress &progress)
-        : m_tree(folder), m_updaterFolder(updaterFolder), m_progress(progress)
+    Verifier(const QString &folder, QString updaterFolder, Progress &progress)
+        : m_tree(folder), m_updaterFolder(std::move(updaterFolder)), m_progress(progress)
     {
     }
 

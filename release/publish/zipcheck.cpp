@@ -8,8 +8,6 @@
 namespace
 {
 
-using ReleaseRules::Entry;
-
 const QString kMakeAgain = QStringLiteral("make the package with \"publish zip\"");
 
 // Of PKWARE's APPNOTE.TXT, 4.4.4 and 4.4.5.

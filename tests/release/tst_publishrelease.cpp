@@ -230,7 +230,7 @@ void TestPublishRelease::filesThatArePackedAlreadyStayAsTheyAre()
               noise + QByteArray(noise.size(), 'x') + noise);
     VerifyPublished(Publish(vendor.ZipRequest()));
     const qint64 size = QFileInfo(vendor.Package()).size();
-    QVERIFY2(size > 3 * noise.size() && size < 3 * noise.size() + 10000,
+    QVERIFY2(size > 3LL * noise.size() && size < 3LL * noise.size() + 10000,
              qPrintable(QString::number(size)));
     QVERIFY(ReadFile(vendor.Package()).contains(noise));
     QVERIFY(Verify(vendor).refusals.isEmpty());

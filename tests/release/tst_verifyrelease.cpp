@@ -214,6 +214,8 @@ void TestVerifyRelease::wrongAnswers_data()
     AddRow("desc no text", "reply", "\"desc\"", SaysOutside(offer, "desc", 1));
     AddRow("biz as a text", "reply", "\"biz\"", SaysOutside(offer, "biz", QStringLiteral("{}")));
 
+    AddRow("nothing in it", "reply", "\"biz\"", SaysOutside(offer, "biz", QJsonObject()));
+
     for (const char *key : {"id", "latestVersion", "latestVersionUrl", "latestVersionInfo"}) {
         const QByteArray quoted = '"' + QByteArray(key) + '"';
         for (const QJsonValue &value : {QJsonValue(), QJsonValue(1), QJsonValue(QString())}) {
