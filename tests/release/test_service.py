@@ -2,6 +2,7 @@
 """What updaters, and whoever else calls, get from the nginx of release/nginx/."""
 
 import json
+import ssl
 import subprocess
 import sys
 import tempfile
@@ -39,9 +40,9 @@ class Check(ServedTree):
             b"Host: localhost\r\n"
             b"X-Request-From: internal\r\n"
             b"content-type: application/json;charset=UTF-8\r\n"
+            b"Accept-Encoding: gzip, deflate\r\n"
             b"Content-Length: %d\r\n"
             b"Connection: Keep-Alive\r\n"
-            b"Accept-Encoding: gzip, deflate\r\n"
             b"Accept-Language: en,*\r\n"
             b"User-Agent: Mozilla/5.0\r\n\r\n" % len(body)
         ) + body
@@ -409,6 +410,14 @@ class Serve(FreshServer):
         self.assertIn(f'"updateCheckUrl": "{address}/check"', printed)
         self.assertIn(f'"updatePackageUrl": "{address}/packages/"', printed)
         self.assertIn(str(server.work / "certificate.pem"), printed)
+
+    def test_the_certificate_is_kept_for_the_next_run(self) -> None:
+        server = NginxServer(SERVE, self.tree, self.room)
+        certificates = []
+        for _ in range(2):
+            with server:
+                certificates.append(ssl.get_server_certificate(("127.0.0.1", server.port)))
+        self.assertEqual(*certificates)
 
     def test_packages_can_be_had_without_trusting_the_certificate(self) -> None:
         plain_port = nginxserver.free_port()
