@@ -2,6 +2,7 @@
 
 #include "config/global.h"
 #include "fuzz/support/require.h"
+#include "tests/support/filewatch.h"
 #include "tests/support/testhome.h"
 #include "ui/updatedialog.h"
 
@@ -13,7 +14,6 @@
 #include <QTextDocument>
 #include <QTextEdit>
 
-#include <QtCore/private/qabstractfileengine_p.h>
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -80,23 +80,6 @@ constexpr std::array<const char *, 47> kParts{
     "&#65535;",
     "<p style=\"page-break-before:always; line-height:999%\">"};
 
-/// Writes down the files that are asked for while it lives, but for resources.
-class FileWatch : public QAbstractFileEngineHandler
-{
-public:
-    QAbstractFileEngine *create(const QString &fileName) const override
-    {
-        if (!fileName.startsWith(QLatin1Char(':')))
-            m_names.append(fileName);
-        return nullptr;
-    }
-
-    QString Names() const { return m_names.join(QLatin1Char(' ')); }
-
-private:
-    mutable QStringList m_names;
-};
-
 double CpuSeconds()
 {
     timespec now{};
@@ -161,7 +144,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QString notes = QString::fromUtf8(reinterpret_cast<const char *>(data), int(size));
     RequireCleanLog();
     const int descriptors = OpenDescriptors();
-    const FileWatch watch;
+    const FileWatch watch{QString()};
     const double start = CpuSeconds();
 
     const QTextDocument &document = ThePrompt().Show(notes);
