@@ -53,7 +53,7 @@ void StoreEarlierOffer()
 int Parse(const QByteArray &body, const char *language)
 {
     ResetGlobal();
-    RequireCleanLog();
+    const CleanLog log;
     StoreEarlierOffer();
     Global::instance.language = QLatin1String(language);
     return Global::instance.ParseServiceReply(body);

@@ -122,24 +122,17 @@ int Read()
           &global.updatePackageUrl, &global.noRemindVersion, &global.currentVersion})
         *text = QStringLiteral("earlier");
     global.noRemind = kEarlierNoRemind;
-    RequireCleanLog();
     return global.ReadConfig();
 }
 
-bool LogHasUpdateConfigFailure()
-{
-    return LogHasLine(QStringLiteral("updateconfig.json open failed:")) ||
-           LogHasLine(QStringLiteral(" Auto Jsondata Error:"));
-}
-
-void RequireRightFailure()
+void RequireRightFailure(const CleanLog &log)
 {
     const Global &global = Global::instance;
     Require(global.language.isEmpty() && global.scriptPath.isEmpty(),
             "a load that fails ends before the language");
     Require(global.currentVersion == QLatin1String("earlier"),
             "a load that fails stores no version");
-    if (LogHasUpdateConfigFailure())
+    if (log.Has(QStringLiteral(" Auto Jsondata Error:")))
         Require(StoredTexts().count(QStringLiteral("earlier")) == StoredTexts().size() &&
                     global.noRemind == kEarlierNoRemind,
                 "an updateconfig.json that cannot be read stores nothing");
@@ -180,11 +173,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Put(machine.clientConfig, files.hasClientConfig, files.clientConfig);
     Put(machine.language, files.hasLanguage, files.language);
 
+    const CleanLog log;
     const int result = Read();
     const Global &global = Global::instance;
     Require(result == Global::Success || result == Global::Failure, "the result is 0 or -1");
     if (result == Global::Failure) {
-        RequireRightFailure();
+        RequireRightFailure(log);
         return 0;
     }
     Require(files.hasClientConfig, "nothing is loaded without the client's configuration");

@@ -142,7 +142,7 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QString notes = QString::fromUtf8(reinterpret_cast<const char *>(data), int(size));
-    RequireCleanLog();
+    const CleanLog log;
     const int descriptors = OpenDescriptors();
     const FileWatch watch{QString()};
     const double start = CpuSeconds();

@@ -45,13 +45,18 @@ void Require(bool holds, const char *promise, const QString &seen)
     Require(false, promise);
 }
 
-void RequireCleanLog()
+CleanLog::CleanLog()
 {
     Lines().clear();
     qInstallMessageHandler(Catch);
 }
 
-bool LogHasLine(const QString &text)
+CleanLog::~CleanLog()
+{
+    qInstallMessageHandler(nullptr);
+}
+
+bool CleanLog::Has(const QString &text) const
 {
     return std::any_of(Lines().cbegin(), Lines().cend(),
                        [&text](const QString &line) { return line.contains(text); });

@@ -10,10 +10,19 @@ void Require(bool holds, const char *promise);
 void Require(bool holds, const char *promise, const QString &seen);
 
 /**
- * From here on the framework's messages are not shown, and each is required to be one line of text
+ * Keeps the framework's messages to itself while it lives, and requires each to be one line of text
  * without control characters: what comes from outside must not be able to forge lines of the log.
+ * One at a time; one thread.
  */
-void RequireCleanLog();
+class CleanLog
+{
+public:
+    CleanLog();
+    ~CleanLog();
 
-/// Whether a message since the last call of RequireCleanLog() has @p text in it.
-bool LogHasLine(const QString &text);
+    /// Whether a message has @p text in it.
+    bool Has(const QString &text) const;
+
+private:
+    Q_DISABLE_COPY(CleanLog)
+};
