@@ -46,8 +46,3 @@ QAbstractFileEngine *FileWatch::create(const QString &fileName) const
     const bool isResource = fileName.startsWith(QLatin1Char(':'));
     return fileName.contains(m_part) && !isResource ? new WatchedFile(fileName, m_names) : nullptr;
 }
-
-QString FileWatch::Names() const
-{
-    return m_names.join(QLatin1Char(' '));
-}

@@ -16,8 +16,8 @@ public:
 
     QAbstractFileEngine *create(const QString &fileName) const override;
 
-    /// The names, with a blank between them; one can come several times.
-    QString Names() const;
+    /// In the order in which they were asked for; one can come several times.
+    QStringList Names() const { return m_names; }
 
 private:
     QString m_part;

@@ -189,7 +189,7 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram()
     const QImage seen = Picture(prompt);
 
     QVERIFY2(!Shows(seen, kForeign, 60), "a foreign colour in the picture");
-    QCOMPARE(watch.Names(), QString());
+    QCOMPARE(watch.Names(), QStringList());
     QVERIFY(!server.hasPendingConnections());
     QVERIFY2(prompt.Notes().document()->size().height() <= 120, "a foreign size");
     QVERIFY(log.Messages().filter(QStringLiteral("foreign")).isEmpty());
@@ -310,7 +310,7 @@ void ReleaseNotesTest::answerEveryLoadOfAnotherPlaceWithNothing()
         const QVariant answer = document.resource(type, url);
         QVERIFY(answer.toByteArray().isEmpty());
     }
-    QCOMPARE(watch.Names(), QString());
+    QCOMPARE(watch.Names(), QStringList());
 }
 
 void ReleaseNotesTest::handOutTheProgramsOwnResources()
@@ -343,7 +343,7 @@ void ReleaseNotesTest::followNoLink()
     QTest::mouseClick(prompt.Notes().viewport(), Qt::LeftButton, Qt::NoModifier, QPoint(30, 12));
     QTest::keyClick(&prompt.Notes(), Qt::Key_Tab);
 
-    QCOMPARE(watch.Names(), QString());
+    QCOMPARE(watch.Names(), QStringList());
     QCOMPARE(prompt.Notes().toPlainText().size(), 40);
     QVERIFY(prompt.Notes().viewport()->cursor().shape() != Qt::PointingHandCursor);
 }
@@ -362,7 +362,7 @@ void ReleaseNotesTest::canBeReplaced()
 
     QVERIFY(prompt.Notes().toPlainText().startsWith(QStringLiteral("again")));
     QVERIFY(!Shows(Picture(prompt), kForeign, 60));
-    QCOMPARE(watch.Names(), QString());
+    QCOMPARE(watch.Names(), QStringList());
 }
 
 int main(int argc, char *argv[])
