@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <random>
+#include <utility>
 #include <zlib.h>
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t *data, size_t size, size_t maxSize);
@@ -39,8 +40,8 @@ constexpr int kMostUnpacked = 1 << 20;
 class FolderWatch : public QAbstractFileEngineHandler
 {
 public:
-    FolderWatch(const QString &folder, const QStringList &others)
-        : m_folder(folder), m_others(others)
+    FolderWatch(QString folder, QStringList others)
+        : m_folder(std::move(folder)), m_others(std::move(others))
     {
     }
 

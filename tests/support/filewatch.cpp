@@ -1,5 +1,7 @@
 #include "tests/support/filewatch.h"
 
+#include <utility>
+
 #include <QtCore/private/qfsfileengine_p.h>
 
 namespace
@@ -39,7 +41,7 @@ private:
 
 } // namespace
 
-FileWatch::FileWatch(const QString &part) : m_part(part) {}
+FileWatch::FileWatch(QString part) : m_part(std::move(part)) {}
 
 QAbstractFileEngine *FileWatch::create(const QString &fileName) const
 {

@@ -12,7 +12,7 @@
 class FileWatch : public QAbstractFileEngineHandler
 {
 public:
-    explicit FileWatch(const QString &part);
+    explicit FileWatch(QString part);
 
     QAbstractFileEngine *create(const QString &fileName) const override;
 
