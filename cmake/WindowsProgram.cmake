@@ -26,16 +26,26 @@ function(windows_program target)
         QT_PLUGINS_styles Qt5::QWindowsVistaStylePlugin
         QT_PLUGINS_imageformats Qt5::QICOPlugin)
 
+    # The resource holds the manifest; the linker must not make one as well.
     if(MSVC)
-        # The resource holds the manifest; the linker must not make one as well.
         target_link_options(${target} PRIVATE /MANIFEST:NO)
-    elseif(CMAKE_STRIP AND CMAKE_OBJCOPY)
-        keep_debug_symbols_apart(${target})
     endif()
+    keep_debug_symbols_apart(${target})
+endfunction()
+
+# windows_console_program(TARGET): one that shows nothing, and needs none of a static Qt's plugins.
+function(windows_console_program target)
+    set_target_properties(${target} PROPERTIES
+        QT_PLUGINS_platforms -
+        QT_PLUGINS_imageformats -)
+    keep_debug_symbols_apart(${target})
 endfunction()
 
 # The symbols go to TARGET.exe.debug, which the debugger finds through the link left in the program.
 function(keep_debug_symbols_apart target)
+    if(MSVC OR NOT CMAKE_STRIP OR NOT CMAKE_OBJCOPY)
+        return()
+    endif()
     # --preserve-dates: of the header's date as well, which would be the time of this build.
     add_custom_command(TARGET ${target} POST_BUILD
         COMMAND ${CMAKE_OBJCOPY} --preserve-dates --only-keep-debug $<TARGET_FILE_NAME:${target}> $<TARGET_FILE_NAME:${target}>.debug

@@ -17,6 +17,7 @@ constexpr quint32 kEndOfDirectorySignature = 0x06054b50;
 constexpr int kLocalHeaderSize = 30;
 constexpr int kCentralHeaderSize = 46;
 constexpr int kEndOfDirectorySize = 22;
+constexpr int kEntriesOffset = 8; // in the end-of-directory record
 constexpr int kMaxCommentSize = 65535;
 
 constexpr quint16 kEncryptedFlag = 0x0001;
@@ -150,13 +151,22 @@ QVector<ZipEntry> ReadZipDirectory(QIODevice &archive)
         return {};
 
     QVector<ZipEntry> entries;
-    for (int left = Word(end, 8); left > 0; --left) {
+    for (int left = Word(end, kEntriesOffset); left > 0; --left) {
         ZipEntry entry;
         if (!ReadEntry(archive, entry))
             break;
         entries.append(entry);
     }
     return entries;
+}
+
+bool ZipDirectoryIsWhole(QIODevice &archive)
+{
+    const QByteArray end = ReadEndOfDirectory(archive);
+    if (end.isEmpty() || ReadZipDirectory(archive).size() != Word(end, kEntriesOffset))
+        return false;
+    const QByteArray next = archive.read(kEndOfDirectorySize);
+    return next == end;
 }
 
 bool ZipDataIsSound(QIODevice &archive, const ZipEntry &entry)

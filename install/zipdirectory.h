@@ -30,6 +30,13 @@ struct ZipEntry {
 QVector<ZipEntry> ReadZipDirectory(QIODevice &archive);
 
 /**
+ * True when ReadZipDirectory() gives all that there is: as many entries as the record that ends the
+ * archive announces, and that record right behind the last one. The count has 16 bits and begins
+ * again at 0: an archive with more entries is not whole.
+ */
+bool ZipDirectoryIsWhole(QIODevice &archive);
+
+/**
  * True when the data of @p entry is there, stored or deflated, not encrypted, and unpacks to
  * exactly the size and checksum that its header declares. Reads the entry's data once, in small
  * pieces.

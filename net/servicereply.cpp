@@ -1,29 +1,11 @@
 #include "config/global.h"
+#include "net/servicecontract.h"
 
 #include <QDebug>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QStringList>
 
-namespace
-{
-
-const QLatin1String kSuccessCode("000000");
-const QChar kNotesSeparator = QLatin1Char('&');
-
-/**
- * The service sends the Chinese notes first and the English ones second. The Chinese ones are for
- * exactly "zh": an empty or unknown language has Chinese dialogs but English notes.
- */
-QString NotesInLanguage(const QString &notes, const QString &language)
-{
-    if (!notes.contains(kNotesSeparator))
-        return notes;
-    const QStringList languages = notes.split(kNotesSeparator);
-    return language == QLatin1String("zh") ? languages.at(0) : languages.at(1).trimmed();
-}
-
-} // namespace
+namespace Key = ServiceContract::Key;
 
 int Global::ParseServiceReply(const QByteArray &body)
 {
@@ -36,24 +18,24 @@ int Global::ParseServiceReply(const QByteArray &body)
         return Failure;
     }
 
-    code = answer.value(QLatin1String("code")).toString();
-    desc = answer.value(QLatin1String("desc")).toString();
-    if (code != kSuccessCode) {
+    code = answer.value(Key::Code).toString();
+    desc = answer.value(Key::Desc).toString();
+    if (code != ServiceContract::SuccessCode) {
         qDebug() << "Services Jsondata Code Error:" << code;
         return Failure;
     }
 
-    const QJsonObject biz = answer.value(QLatin1String("biz")).toObject();
-    id = biz.value(QLatin1String("id")).toString();
-    update = biz.value(QLatin1String("update")).toString();
-    latestVersion = biz.value(QLatin1String("latestVersion")).toString();
-    latestVersionUrl = biz.value(QLatin1String("latestVersionUrl")).toString();
-    latestVersionInfo = biz.value(QLatin1String("latestVersionInfo")).toString();
-    md5 = biz.value(QLatin1String("md5")).toString();
-    sha1 = biz.value(QLatin1String("sha1")).toString();
-    packageSize = biz.value(QLatin1String("packageSize")).toInt(0);
-    updateType = biz.value(QLatin1String("updateType")).toInt(0);
+    const QJsonObject biz = answer.value(Key::Biz).toObject();
+    id = biz.value(Key::Id).toString();
+    update = biz.value(Key::Update).toString();
+    latestVersion = biz.value(Key::LatestVersion).toString();
+    latestVersionUrl = biz.value(Key::LatestVersionUrl).toString();
+    latestVersionInfo = biz.value(Key::LatestVersionInfo).toString();
+    md5 = biz.value(Key::Md5).toString();
+    sha1 = biz.value(Key::Sha1).toString();
+    packageSize = biz.value(Key::PackageSize).toInt(0);
+    updateType = biz.value(Key::UpdateType).toInt(0);
 
-    latestVersionInfo = NotesInLanguage(latestVersionInfo, language);
+    latestVersionInfo = ServiceContract::NotesInLanguage(latestVersionInfo, language);
     return Success;
 }

@@ -70,6 +70,9 @@ private slots:
     void commentBehindTheArchiveIsPassedOver_data();
     void commentBehindTheArchiveIsPassedOver();
     void nameThatReachesBeyondTheFileEndsTheList();
+    void wholeDirectoryIsTold();
+    void directoryThatIsNotWholeIsTold_data();
+    void directoryThatIsNotWholeIsTold();
     void soundDataIsSound_data();
     void soundDataIsSound();
     void dataDescriptorsDoNoHarm();
@@ -205,6 +208,35 @@ void TestZipDirectory::nameThatReachesBeyondTheFileEndsTheList()
     AddThreeEntries(zip);
     zip.Set(1, ZipMaker::NameSize, 0xffff, ZipMaker::Central);
     QCOMPARE(Names(zip.Bytes()), threeNames.mid(0, 1));
+}
+
+void TestZipDirectory::wholeDirectoryIsTold()
+{
+    Archive archive(ThreeEntries());
+    QVERIFY(ZipDirectoryIsWhole(archive));
+}
+
+void TestZipDirectory::directoryThatIsNotWholeIsTold_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    const auto row = [](const char *name, quint32 count) {
+        ZipMaker zip;
+        AddThreeEntries(zip);
+        zip.SetEnd(ZipMaker::EntriesHere, count);
+        QTest::newRow(name) << zip.Bytes();
+    };
+    // As of an archive with 65538 entries, too.
+    row("fewer entries than there are", 2);
+    row("more entries than there are", 4);
+    QTest::newRow("cut") << ThreeEntries().chopped(1);
+    QTest::newRow("no archive") << QByteArray("this is no archive");
+}
+
+void TestZipDirectory::directoryThatIsNotWholeIsTold()
+{
+    QFETCH(QByteArray, bytes);
+    Archive archive(bytes);
+    QVERIFY(!ZipDirectoryIsWhole(archive));
 }
 
 void TestZipDirectory::soundDataIsSound_data()

@@ -8,17 +8,17 @@
 #include <sys/resource.h>
 
 /**
- * While it lives every write of this process to a file fails, as on a full disk; opening, making
- * and removing files go on working. POSIX only.
+ * While it lives every write of this process to a file fails, as on a full disk, or every one
+ * beyond the first bytes of the file; opening, making and removing files go on working. POSIX only.
  */
 class FullDisk
 {
 public:
-    FullDisk() : m_oldHandler(std::signal(SIGXFSZ, SIG_IGN))
+    explicit FullDisk(rlim_t room = 0) : m_oldHandler(std::signal(SIGXFSZ, SIG_IGN))
     {
         getrlimit(RLIMIT_FSIZE, &m_oldLimit);
-        const rlimit none = {0, m_oldLimit.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &none);
+        const rlimit little = {room, m_oldLimit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &little);
     }
 
     ~FullDisk()

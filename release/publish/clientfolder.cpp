@@ -1,0 +1,62 @@
+#include "release/publish/clientfolder.h"
+
+#include "release/publish/hostsystem.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <algorithm>
+
+namespace
+{
+
+void AddContents(const QDir &folder, const QString &prefix, ClientFolder &client);
+
+void AddItem(const QFileInfo &item, const QString &path, ClientFolder &client)
+{
+    if (HostSystem::IsLink(item.filePath())) {
+        client.findings.append({QStringLiteral("link"), path,
+                                path + QStringLiteral(": a link, which the updater skips; put what "
+                                                      "it points to in its place")});
+        return;
+    }
+    if (item.isDir()) {
+        client.entries.append({path, true, 0});
+        AddContents(QDir(item.filePath()), path + QLatin1Char('/'), client);
+        return;
+    }
+    // A name that the system's encoding cannot tell leads nowhere: its own rule speaks of it.
+    if (item.exists() && !item.isFile()) {
+        client.findings.append({QStringLiteral("special-file"), path,
+                                path + QStringLiteral(": neither a file nor a folder; remove it")});
+        return;
+    }
+    client.entries.append({path, false, item.size()});
+    client.totalSize += item.size();
+}
+
+void AddContents(const QDir &folder, const QString &prefix, ClientFolder &client)
+{
+    if (!folder.isReadable()) {
+        client.findings.append({QStringLiteral("unreadable"), prefix.left(prefix.size() - 1),
+                                prefix + QStringLiteral(": the folder cannot be read; mend its "
+                                                        "permissions")});
+        return;
+    }
+    QFileInfoList items = folder.entryInfoList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
+    std::sort(items.begin(), items.end(), [](const QFileInfo &one, const QFileInfo &other) {
+        return one.fileName() < other.fileName();
+    });
+    for (const QFileInfo &item : qAsConst(items))
+        AddItem(item, prefix + item.fileName(), client);
+}
+
+} // namespace
+
+ClientFolder ListClientFolder(const QString &folder)
+{
+    ClientFolder client;
+    AddContents(QDir(folder), QString(), client);
+    return client;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+/// What the command line asks for.
+struct Request {
+    enum Command { Zip, Installer, Verify };
+
+    Command command = Zip;
+    QString source; ///< the client's folder, the installer, or the release to verify
+    QString name;   ///< of the package, without version; empty: the installer's own file name
+    QString version;
+    bool forced = false;
+    QString notesZhFile;
+    QString notesEnFile;
+    QString out;
+    QString urlPrefix;
+    QString updaterFolder; ///< the updater's folder, relative to the client's
+    bool asJson = false;
+};
+
+/// One of a request, a help text that was asked for, or what is wrong with the command line.
+struct CommandLine {
+    Request request;
+    QString help;
+    QString error; ///< one line
+};
+
+/// Reads the arguments after the program's name. Pure.
+CommandLine ReadCommandLine(const QStringList &arguments);

@@ -1,0 +1,49 @@
+#include "release/publish/commandline.h"
+#include "release/publish/hostsystem.h"
+#include "release/publish/publishrelease.h"
+#include "release/publish/report.h"
+#include "release/publish/verifyrelease.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+namespace
+{
+
+/// The framework speaks of damaged archives in its own words; the tool has better ones.
+void SilenceFramework(QtMsgType, const QMessageLogContext &, const QString &) {}
+
+Progress::Style ProgressStyle(const Request &request)
+{
+    if (request.asJson)
+        return Progress::Silent;
+    return HostSystem::ErrorsGoToTerminal() ? Progress::Bar : Progress::Lines;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    qInstallMessageHandler(SilenceFramework);
+    HostSystem::NoteInterruptions();
+
+    const CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
+    if (!commandLine.error.isEmpty()) {
+        std::fprintf(stderr, "publish: %s\n", commandLine.error.toLocal8Bit().constData());
+        return ExitUsage;
+    }
+    if (!commandLine.help.isEmpty()) {
+        std::fputs(commandLine.help.toLocal8Bit().constData(), stdout);
+        return ExitOk;
+    }
+
+    const Request &request = commandLine.request;
+    Progress progress(ProgressStyle(request));
+    const Outcome outcome = request.command == Request::Verify
+                                ? VerifyRelease(request.source, request.updaterFolder, progress)
+                                : PublishRelease(request, progress);
+    progress.End();
+    return Report(outcome, request.asJson);
+}

@@ -1,0 +1,362 @@
+#include "release/publish/releaserules.h"
+
+#include "net/servicecontract.h"
+#include "ui/releasenotes.h"
+
+#include <QHash>
+#include <QRegularExpression>
+#include <QSet>
+#include <QTextDocument>
+
+#include <algorithm>
+
+namespace
+{
+
+using ReleaseRules::Entry;
+
+const QString kInstallerSuffix = QStringLiteral(".exe");
+
+bool IsAscii(const QString &text)
+{
+    return std::all_of(text.cbegin(), text.cend(),
+                       [](QChar character) { return character.unicode() < 0x80; });
+}
+
+/// As findings show a name: characters that would break or forge a line are replaced.
+QString Shown(QString text)
+{
+    for (QChar &character : text) {
+        if (!character.isPrint())
+            character = QChar::ReplacementCharacter;
+    }
+    return text;
+}
+
+QString ForbiddenCharacter(const QString &name)
+{
+    for (const QChar character : name) {
+        if (character.unicode() < 0x20)
+            return QStringLiteral("a control character");
+        if (QStringLiteral("<>:\"/\\|?*").contains(character))
+            return QStringLiteral("\"%1\"").arg(character);
+    }
+    return QString();
+}
+
+bool IsReserved(const QString &name)
+{
+    // A device whatever follows the first dot, and whatever blanks stand before it.
+    static const QRegularExpression devices(
+        QStringLiteral("^(?:con|prn|aux|nul|conin\\$|conout\\$|com[1-9]|lpt[1-9]) *(?:\\.|$)"),
+        QRegularExpression::CaseInsensitiveOption);
+    return devices.match(name).hasMatch();
+}
+
+/// What keeps Windows from holding a file or folder of this name; empty when nothing does.
+QString WindowsObjection(const QString &name)
+{
+    const QString forbidden = ForbiddenCharacter(name);
+    if (!forbidden.isEmpty())
+        return QStringLiteral("holds %1, which no name on Windows may").arg(forbidden);
+    if (name.endsWith(QLatin1Char('.')) || name.endsWith(QLatin1Char(' ')))
+        return QStringLiteral("ends with a dot or a blank, which Windows drops");
+    if (IsReserved(name))
+        return QStringLiteral("is the name of a device on Windows");
+    return QString();
+}
+
+/// The findings about one name, @p subject as their messages begin.
+Findings CheckName(const QString &name, const QString &path, const QString &subject)
+{
+    Findings findings;
+    if (!IsAscii(name)) {
+        findings.append({QStringLiteral("name-ascii"), path,
+                         subject + QStringLiteral(" is not plain ASCII, and machines of another "
+                                                  "code page would get an empty file; rename it")});
+    }
+    const QString objection = WindowsObjection(name);
+    if (!objection.isEmpty()) {
+        findings.append({QStringLiteral("name-windows"), path,
+                         QStringLiteral("%1 %2; rename it").arg(subject, objection)});
+    }
+    return findings;
+}
+
+/// What a package of any kind may be called: its name becomes part of an address, and a file.
+Findings CheckPackageName(const QString &name)
+{
+    const QString subject = QStringLiteral("the package's name \"%1\"").arg(Shown(name));
+    Findings findings = CheckName(name, QString(), subject);
+    for (const QChar character : {QLatin1Char('?'), QLatin1Char('#'), QLatin1Char('%')}) {
+        if (name.contains(character)) {
+            findings.append({QStringLiteral("package-name"), QString(),
+                             QStringLiteral("%1 holds \"%2\", which means something else in an "
+                                            "address; rename it")
+                                 .arg(subject)
+                                 .arg(character)});
+        }
+    }
+    if (name.size() > ReleaseRules::MaxPathLength) {
+        findings.append({QStringLiteral("name-length"), QString(),
+                         QStringLiteral("%1 has %2 characters, %3 is the most; shorten it")
+                             .arg(subject)
+                             .arg(name.size())
+                             .arg(ReleaseRules::MaxPathLength)});
+    }
+    return findings;
+}
+
+QString LastPart(const QString &path)
+{
+    return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
+}
+
+QString ParentOf(const QString &path)
+{
+    return path.left(qMax(0, path.lastIndexOf(QLatin1Char('/'))));
+}
+
+Finding TooLong(const QString &topFolder, const Entry &entry)
+{
+    return {QStringLiteral("name-length"), entry.path,
+            QStringLiteral("%1: the path has %2 characters in the package, %3 is the most; shorten "
+                           "its names")
+                .arg(Shown(entry.path))
+                .arg(topFolder.size() + 1 + entry.path.size())
+                .arg(ReleaseRules::MaxPathLength)};
+}
+
+Finding TooLarge(const Entry &entry)
+{
+    return {QStringLiteral("file-size"), entry.path,
+            QStringLiteral("%1: %2 bytes, and the updater takes files below 2 GiB only; split it")
+                .arg(Shown(entry.path))
+                .arg(entry.size)};
+}
+
+Finding CaseTwin(const QString &path, const QString &twin)
+{
+    const QString message =
+        path == twin ? QStringLiteral("%1: there are two entries of this name; keep one of them")
+                           .arg(Shown(path))
+                     : QStringLiteral("%1: Windows takes it for \"%2\"; rename one of them")
+                           .arg(Shown(path), Shown(twin));
+    return {QStringLiteral("case-twin"), path, message};
+}
+
+Finding BeforeItsFolder(const QString &path)
+{
+    return {QStringLiteral("folder-order"), path,
+            QStringLiteral("%1: its folder is not listed before it, and the updater would stop "
+                           "there; make the package with \"publish zip\"")
+                .arg(Shown(path))};
+}
+
+} // namespace
+
+QString ReleaseRules::PackageFileName(const QString &name, const QString &version,
+                                      const QString &suffix)
+{
+    return name + QLatin1Char('-') + version + suffix;
+}
+
+QString ReleaseRules::TopFolder(const QString &packageFileName)
+{
+    return packageFileName.left(packageFileName.indexOf(ZipSuffix));
+}
+
+Findings ReleaseRules::CheckVersion(const QString &version)
+{
+    static const QRegularExpression plain(QStringLiteral("\\A[A-Za-z0-9._+-]+\\z"));
+    if (version.size() <= MaxVersionLength && plain.match(version).hasMatch())
+        return {};
+    return {
+        {QStringLiteral("version"), QString(),
+         QStringLiteral("the version \"%1\" is not 1 to %2 letters, digits, \".\", \"-\", \"_\" "
+                        "and \"+\"; write it as the client's configuration has it, as in 2.1.3")
+             .arg(Shown(version.left(MaxVersionLength)))
+             .arg(MaxVersionLength)}};
+}
+
+Findings ReleaseRules::CheckNotes(const QString &notes, const QString &language)
+{
+    const QString rule = QStringLiteral("notes");
+    if (notes.trimmed().isEmpty()) {
+        return {
+            {rule, QString(),
+             QStringLiteral("the %1 notes are empty, and the prompt would be; write what is new")
+                 .arg(language)}};
+    }
+    if (notes.contains(ServiceContract::NotesSeparator)) {
+        return {{rule, QString(),
+                 QStringLiteral("the %1 notes hold \"&\", which separates the languages; write "
+                                "\"and\", and characters themselves instead of their \"&name;\"")
+                     .arg(language)}};
+    }
+    if (notes.contains(QChar::ReplacementCharacter) || notes.contains(QChar::Null)) {
+        return {
+            {rule, QString(),
+             QStringLiteral("the %1 notes are not UTF-8 text; save them as UTF-8").arg(language)}};
+    }
+    return {};
+}
+
+Findings ReleaseRules::CheckUrlPrefix(const QString &prefix)
+{
+    static const QRegularExpression address(
+        QStringLiteral("\\Ahttps?://[A-Za-z0-9.:\\[\\]-]+(?:/[A-Za-z0-9._~/-]*)?\\z"));
+    if (prefix.isEmpty() || address.match(prefix).hasMatch())
+        return {};
+    return {{QStringLiteral("url-prefix"), QString(),
+             QStringLiteral("\"%1\" is not the beginning of an address; write it as in "
+                            "https://updates.example.com")
+                 .arg(Shown(prefix))}};
+}
+
+Findings ReleaseRules::CheckZipName(const QString &packageFileName)
+{
+    Findings findings = CheckPackageName(packageFileName);
+    const QString shown = Shown(packageFileName);
+    if (!packageFileName.endsWith(ZipSuffix)) {
+        findings.append({QStringLiteral("package-name"), QString(),
+                         QStringLiteral("the package's name \"%1\" does not end with \"%2\"; "
+                                        "rename it")
+                             .arg(shown, ZipSuffix)});
+        return findings;
+    }
+    const QString top = TopFolder(packageFileName);
+    if (top.size() + ZipSuffix.size() != packageFileName.size()) {
+        findings.append(
+            {QStringLiteral("package-name"), QString(),
+             QStringLiteral("the package's name \"%1\" holds \"%2\" before its end, and "
+                            "the updater would cut it there; take it out")
+                 .arg(shown, ZipSuffix)});
+    }
+    if (top.isEmpty() || top.startsWith(QLatin1Char('.'))) {
+        findings.append({QStringLiteral("package-name"), QString(),
+                         QStringLiteral("the package's name \"%1\" begins with a dot, which the "
+                                        "updater drops when it unpacks; take it away")
+                             .arg(shown)});
+    }
+    const QString objection = WindowsObjection(top);
+    if (!objection.isEmpty() && WindowsObjection(packageFileName).isEmpty()) {
+        findings.append({QStringLiteral("package-name"), QString(),
+                         QStringLiteral("the package's folder \"%1\" %2; choose another name or "
+                                        "version")
+                             .arg(Shown(top), objection)});
+    }
+    return findings;
+}
+
+Findings ReleaseRules::CheckInstallerName(const QString &packageFileName)
+{
+    Findings findings = CheckPackageName(packageFileName);
+    if (!packageFileName.endsWith(kInstallerSuffix, Qt::CaseInsensitive)) {
+        findings.append({QStringLiteral("package-name"), QString(),
+                         QStringLiteral("the installer's name \"%1\" does not end with \"%2\", and "
+                                        "Windows would not start it; publish a program")
+                             .arg(Shown(packageFileName), kInstallerSuffix)});
+    }
+    return findings;
+}
+
+Findings ReleaseRules::CheckPackageSize(qint64 size)
+{
+    if (size <= 0) {
+        return {{QStringLiteral("package-size"), QString(),
+                 QStringLiteral("the package is empty; publish one that is not")}};
+    }
+    if (size > MaxSize) {
+        return {
+            {QStringLiteral("package-size"), QString(),
+             QStringLiteral("the package has 2 GiB or more, and the updater reads its size as a "
+                            "32-bit number; leave files out, or publish an installer that "
+                            "fetches the rest")}};
+    }
+    return {};
+}
+
+Findings ReleaseRules::CheckEntries(const QString &topFolder, const QVector<Entry> &entries)
+{
+    Findings findings;
+    if (entries.isEmpty()) {
+        findings.append({QStringLiteral("empty"), QString(),
+                         QStringLiteral("there is nothing in the client's folder; name the folder "
+                                        "that holds the new client")});
+    }
+    const int count = entries.size() + 1; // and the top folder
+    if (count > MaxEntries) {
+        findings.append(
+            {QStringLiteral("too-many-entries"), QString(),
+             QStringLiteral("%1 files and folders, and the updater can count to %2 only; "
+                            "leave some out, or publish an installer")
+                 .arg(count)
+                 .arg(MaxEntries)});
+    }
+
+    QSet<QString> folders{QString()};
+    QHash<QString, QString> firstOfName;
+    for (const Entry &entry : entries) {
+        findings += CheckName(LastPart(entry.path), entry.path,
+                              Shown(entry.path) + QStringLiteral(": the name"));
+        if (topFolder.size() + 1 + entry.path.size() > MaxPathLength)
+            findings.append(TooLong(topFolder, entry));
+        if (entry.size > MaxSize)
+            findings.append(TooLarge(entry));
+        if (!folders.contains(ParentOf(entry.path)))
+            findings.append(BeforeItsFolder(entry.path));
+        if (entry.isFolder)
+            folders.insert(entry.path);
+
+        QString &first = firstOfName[entry.path.toLower()];
+        if (first.isNull())
+            first = entry.path;
+        else
+            findings.append(CaseTwin(entry.path, first));
+    }
+    return findings;
+}
+
+Findings ReleaseRules::WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries,
+                                     const QString &updaterFolder)
+{
+    Findings warnings;
+    const auto isUpdater = [&updaterFolder](const Entry &entry) {
+        return entry.path.compare(updaterFolder, Qt::CaseInsensitive) == 0;
+    };
+    if (std::any_of(entries.cbegin(), entries.cend(), isUpdater)) {
+        warnings.append(
+            {QStringLiteral("updater-folder"), updaterFolder,
+             QStringLiteral("\"%1\" is the updater's own folder: Windows does not "
+                            "overwrite a running program, and the copy would stop there; "
+                            "leave it out, or name the updater's folder with "
+                            "--updater-folder")
+                 .arg(Shown(updaterFolder))});
+    }
+
+    const auto isLong = [&topFolder](const Entry &entry) {
+        return topFolder.size() + 1 + entry.path.size() > RoomyPathLength;
+    };
+    const auto firstLong = std::find_if(entries.cbegin(), entries.cend(), isLong);
+    if (firstLong != entries.cend()) {
+        warnings.append({QStringLiteral("long-path"), firstLong->path,
+                         QStringLiteral("%1 paths are longer than %2 characters, as %3: below the "
+                                        "folder of a user with a long name they may pass what "
+                                        "Windows copies; shorten them")
+                             .arg(std::count_if(firstLong, entries.cend(), isLong))
+                             .arg(RoomyPathLength)
+                             .arg(Shown(firstLong->path))});
+    }
+    return warnings;
+}
+
+Findings ReleaseRules::WarnOfNotes(const QString &notes, const QString &language)
+{
+    if (IsHarmlessMarkup(notes) || !Qt::mightBeRichText(notes))
+        return {};
+    return {{QStringLiteral("notes-plain"), QString(),
+             QStringLiteral("the prompt shows the %1 notes as plain text, tags and all; use fewer, "
+                            "closed tags, small tables and numbers of up to three digits")
+                 .arg(language)}};
+}

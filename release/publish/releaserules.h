@@ -1,0 +1,72 @@
+#pragma once
+
+#include "release/publish/findings.h"
+
+#include <QString>
+#include <QVector>
+#include <QtGlobal>
+
+#include <limits>
+
+/**
+ * What a release has to keep so that every updater on every machine can install it. Pure functions:
+ * they look at names and texts only. No findings is good. Callable from every thread.
+ */
+namespace ReleaseRules
+{
+
+/// The updater counts entries in 16 bits.
+constexpr int MaxEntries = 65535;
+
+/// Of a path in the package, in characters.
+constexpr int MaxPathLength = 240;
+
+/// A longer path may not fit below the download folder of a user with a long name. In characters.
+constexpr int RoomyPathLength = 190;
+
+/// In bytes, of the package and of each file in it: the updater reads sizes as 32-bit integers.
+constexpr qint64 MaxSize = std::numeric_limits<qint32>::max();
+
+/// In characters.
+constexpr int MaxVersionLength = 64;
+
+const inline QString ZipSuffix = QStringLiteral(".zip");
+
+/// A file or folder of a package.
+struct Entry {
+    QString path; ///< below the package's top folder, with forward slashes and none at its end
+    bool isFolder = false;
+    qint64 size = 0; ///< in bytes, unpacked; 0 for a folder
+};
+
+/// The file name of the zip package or installer called @p name: as "Client-2.1.3.zip".
+QString PackageFileName(const QString &name, const QString &version, const QString &suffix);
+
+/// The one folder at the top of a package: what the updater copies from after unpacking.
+QString TopFolder(const QString &packageFileName);
+
+Findings CheckVersion(const QString &version);
+
+/// @p language stands in the findings: "Chinese" or "English".
+Findings CheckNotes(const QString &notes, const QString &language);
+
+/// What precedes "/packages/" in the announced address; empty is good.
+Findings CheckUrlPrefix(const QString &prefix);
+
+Findings CheckZipName(const QString &packageFileName);
+Findings CheckInstallerName(const QString &packageFileName);
+
+/// Size in bytes of a whole package.
+Findings CheckPackageSize(qint64 size);
+
+/// @p entries without the top folder, in the order of the package.
+Findings CheckEntries(const QString &topFolder, const QVector<Entry> &entries);
+
+/// What is allowed, but may not be what the publisher means.
+Findings WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries,
+                       const QString &updaterFolder);
+
+/// @p notes of one language.
+Findings WarnOfNotes(const QString &notes, const QString &language);
+
+} // namespace ReleaseRules

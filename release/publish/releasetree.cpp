@@ -1,0 +1,185 @@
+#include "release/publish/releasetree.h"
+
+#include "release/publish/hostsystem.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+namespace
+{
+
+const QString kStagingFolder = QStringLiteral("/.publish");
+const QString kLockFile = QStringLiteral("lock");
+const QString kStagedPackage = QStringLiteral("package");
+
+constexpr qint64 kPieceSize = 1024LL * 1024;
+
+Finding CannotWrite(const QString &path, const QString &reason)
+{
+    return {QStringLiteral("unwritable"), QString(),
+            QStringLiteral("%1: %2; make room and see to the permissions").arg(path, reason)};
+}
+
+QString FolderOf(const QString &path)
+{
+    return QFileInfo(path).path();
+}
+
+bool HaveSameBytes(const QString &onePath, const QString &otherPath)
+{
+    QFile one(onePath);
+    QFile other(otherPath);
+    if (!one.open(QIODevice::ReadOnly) || !other.open(QIODevice::ReadOnly) ||
+        one.size() != other.size())
+        return false;
+    while (!one.atEnd()) {
+        const QByteArray piece = one.read(kPieceSize);
+        if (piece.isEmpty() || piece != other.read(kPieceSize))
+            return false;
+    }
+    return true;
+}
+
+Failure WriteWhole(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() ||
+        !HostSystem::SyncToDisk(file))
+        return CannotWrite(path, file.errorString());
+    return {};
+}
+
+Failure Replace(const QString &from, const QString &to)
+{
+    if (!QDir().mkpath(FolderOf(to)))
+        return CannotWrite(FolderOf(to), QStringLiteral("the folder cannot be made"));
+    if (!HostSystem::MoveIntoPlace(from, to))
+        return CannotWrite(to, QStringLiteral("the file cannot be replaced"));
+    return {};
+}
+
+} // namespace
+
+const QString ReleaseTree::PackagesPath = QStringLiteral("/packages/");
+
+ReleaseTree::ReleaseTree(const QString &folder)
+    : m_folder(QDir::cleanPath(QDir::current().absoluteFilePath(folder)))
+{
+}
+
+QString ReleaseTree::OfferFile() const
+{
+    return m_folder + QStringLiteral("/check/offer.json");
+}
+
+QString ReleaseTree::NoOfferFile() const
+{
+    return m_folder + QStringLiteral("/check/none.json");
+}
+
+QString ReleaseTree::IndexFile() const
+{
+    return m_folder + QStringLiteral("/index.html");
+}
+
+QString ReleaseTree::PackageFile(const QString &id) const
+{
+    return m_folder + PackagesPath + id;
+}
+
+StagedRelease::StagedRelease(const ReleaseTree &tree)
+    : m_tree(tree), m_folder(tree.Folder() + kStagingFolder)
+{
+}
+
+StagedRelease::~StagedRelease()
+{
+    if (m_lock && m_lock->isLocked()) {
+        for (const QString &file : QDir(m_folder).entryList(QDir::Files)) {
+            if (file != kLockFile)
+                QFile::remove(StagedPath(file));
+        }
+        m_lock->unlock();
+    }
+    RemoveWhatIsEmpty();
+}
+
+Failure StagedRelease::Begin()
+{
+    m_oldAncestor = m_tree.Folder();
+    while (!QFileInfo::exists(m_oldAncestor) && FolderOf(m_oldAncestor) != m_oldAncestor)
+        m_oldAncestor = FolderOf(m_oldAncestor);
+    if (!QDir().mkpath(m_folder))
+        return CannotWrite(m_tree.Folder(), QStringLiteral("the folder cannot be made"));
+
+    m_lock = std::make_unique<QLockFile>(StagedPath(kLockFile));
+    m_lock->setStaleLockTime(0); // a large release takes its time
+    if (!m_lock->tryLock()) {
+        if (m_lock->error() != QLockFile::LockFailedError)
+            return CannotWrite(m_folder, QStringLiteral("no file can be made there"));
+        return Finding{QStringLiteral("busy"), QString(),
+                       QStringLiteral("%1: another process publishes there; wait for its end")
+                           .arg(m_tree.Folder())};
+    }
+    return {};
+}
+
+QString StagedRelease::PackagePath() const
+{
+    return StagedPath(kStagedPackage);
+}
+
+Failure StagedRelease::Publish(const QString &id, const QByteArray &offer,
+                               const QByteArray &noOffer, const QByteArray &index)
+{
+    struct Page {
+        QString target;
+        QByteArray content;
+    };
+    // The offer comes last: nobody is sent to what is not there yet.
+    const QVector<Page> pages{
+        {m_tree.NoOfferFile(), noOffer}, {m_tree.IndexFile(), index}, {m_tree.OfferFile(), offer}};
+
+    const auto stagedPage = [this](const Page &page) {
+        return StagedPath(QFileInfo(page.target).fileName());
+    };
+    for (const Page &page : pages) {
+        if (Failure failure = WriteWhole(stagedPage(page), page.content))
+            return failure;
+    }
+    if (Failure failure = PublishPackage(id))
+        return failure;
+    for (const Page &page : pages) {
+        if (Failure failure = Replace(stagedPage(page), page.target))
+            return failure;
+    }
+    return {};
+}
+
+QString StagedRelease::StagedPath(const QString &name) const
+{
+    return m_folder + QLatin1Char('/') + name;
+}
+
+Failure StagedRelease::PublishPackage(const QString &id)
+{
+    const QString target = m_tree.PackageFile(id);
+    if (!QFileInfo::exists(target))
+        return Replace(PackagePath(), target);
+    if (HaveSameBytes(PackagePath(), target))
+        return {};
+    return Finding{QStringLiteral("package-exists"), QString(),
+                   QStringLiteral("%1 is there already with other bytes, and caches may hold it; "
+                                  "give the release another version or name")
+                       .arg(target)};
+}
+
+void StagedRelease::RemoveWhatIsEmpty() const
+{
+    if (m_oldAncestor.isEmpty())
+        return;
+    QString folder = m_folder;
+    while (folder != m_oldAncestor && QDir().rmdir(folder))
+        folder = FolderOf(folder);
+}

@@ -1,0 +1,332 @@
+#!/usr/bin/python3
+"""The publisher's tool as a release engineer runs it: lines, exit codes, and how it ends early."""
+
+import fcntl
+import hashlib
+import json
+import os
+import pty
+import resource
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import zipfile
+from pathlib import Path
+from typing import Callable, Dict, List, Optional
+
+TOOL = ""
+TIME_LIMIT = 120  # seconds, for what takes less than one
+
+Snapshot = Dict[str, Optional[bytes]]
+
+
+def snapshot(folder: Path) -> Snapshot:
+    """Every file below the folder with its content, every folder with None."""
+    return {
+        str(path.relative_to(folder)): None if path.is_dir() else path.read_bytes()
+        for path in folder.rglob("*")
+    }
+
+
+def served(folder: Path) -> Snapshot:
+    """What of a tree a web server would hand out."""
+    return {
+        path: content for path, content in snapshot(folder).items() if not path.startswith(".")
+    }
+
+
+class Publish(unittest.TestCase):
+    """Each test has a client's folder, notes and a place for the release tree of its own."""
+
+    def setUp(self) -> None:
+        self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
+        self.client = self.room / "client"
+        self.site = self.room / "site"
+        (self.client / "plug ins" / "deep").mkdir(parents=True)
+        (self.client / "empty").mkdir()
+        (self.client / "a.txt").write_text("a" * 1000)
+        (self.client / "plug ins" / "deep" / "b.txt").write_text("b")
+        (self.room / "zh.txt").write_text("新\n", encoding="utf-8")
+        (self.room / "en.txt").write_text("new\n", encoding="utf-8")
+
+    def command(self, version: str = "2.1.3", *more: str) -> List[str]:
+        """What publishes the client."""
+        # fmt: off
+        return [
+            TOOL, "zip", "--client", str(self.client), "--name", "Client", "--version", version,
+            "--update", "optional", "--notes-zh", str(self.room / "zh.txt"),
+            "--notes-en", str(self.room / "en.txt"), "--out", str(self.site), *more,
+        ]
+        # fmt: on
+
+    def run_tool(
+        self, command: List[str], before: Optional[Callable[[], None]] = None
+    ) -> subprocess.CompletedProcess:
+        """Runs it to its end."""
+        # A process of its own whose limits can be lowered.
+        return subprocess.run(  # pylint: disable=subprocess-popen-preexec-fn
+            command,
+            capture_output=True,
+            text=True,
+            check=False,
+            timeout=TIME_LIMIT,
+            preexec_fn=before,
+        )
+
+    def publish(self, version: str = "2.1.3", *more: str) -> subprocess.CompletedProcess:
+        """Publishes the client."""
+        return self.run_tool(self.command(version, *more))
+
+    def make_client_large(self) -> None:
+        """Gives the client data that takes a while to pack."""
+        noise = os.urandom(1 << 20)
+        text = b"".join(b"%02x" % byte for byte in noise)
+        for number in range(15):
+            (self.client / f"{number}.txt").write_bytes(text)
+
+    def start_and_wait_for_half_a_package(self) -> subprocess.Popen:
+        """Starts publishing a large client, and returns in the middle of it."""
+        self.make_client_large()
+        # Whoever waits for its end sees it, so the test does what it says.
+        tool = subprocess.Popen(  # pylint: disable=consider-using-with
+            self.command("2.2.0"), stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True
+        )
+        staged = self.site / ".publish" / "package"
+        deadline = time.monotonic() + TIME_LIMIT
+        while not (staged.exists() and staged.stat().st_size > 1 << 20):
+            self.assertIsNone(tool.poll(), "it was over before it could be stopped")
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.001)
+        return tool
+
+    def test_success_is_told(self) -> None:
+        done = self.publish()
+        self.assertEqual(done.returncode, 0, done.stderr)
+        package = self.site / "packages" / "Client-2.1.3.zip"
+        self.assertIn("Published version 2.1.3, optional.", done.stdout)
+        self.assertIn(str(package), done.stdout)
+        self.assertIn(hashlib.md5(package.read_bytes()).hexdigest(), done.stdout)
+        verified = self.run_tool([TOOL, "verify", str(self.site)])
+        self.assertEqual(verified.returncode, 0, verified.stderr)
+        self.assertIn("keeps every rule", verified.stdout)
+
+    def test_another_program_reads_the_package(self) -> None:
+        self.assertEqual(self.publish().returncode, 0)
+        with zipfile.ZipFile(self.site / "packages" / "Client-2.1.3.zip") as package:
+            self.assertIsNone(package.testzip())
+            package.extractall(self.room / "unpacked")
+        self.assertEqual(snapshot(self.room / "unpacked" / "Client-2.1.3"), snapshot(self.client))
+
+    def test_answers_are_one_line_of_json(self) -> None:
+        self.assertEqual(self.publish("2.1.3", "--url-prefix", "https://x.invalid").returncode, 0)
+        offer = (self.site / "check" / "offer.json").read_text(encoding="utf-8")
+        self.assertEqual(offer.count("\n"), 1)
+        package = self.site / "packages" / "Client-2.1.3.zip"
+        self.assertEqual(
+            json.loads(offer),
+            {
+                "code": "000000",
+                "desc": "success",
+                "biz": {
+                    "id": "Client-2.1.3.zip",
+                    "update": "1",
+                    "latestVersion": "2.1.3",
+                    "latestVersionUrl": "https://x.invalid/packages/Client-2.1.3.zip",
+                    "latestVersionInfo": "新&new",
+                    "md5": hashlib.md5(package.read_bytes()).hexdigest(),
+                    "sha1": hashlib.sha1(package.read_bytes()).hexdigest(),
+                    "packageSize": package.stat().st_size,
+                    "updateType": 1,
+                },
+            },
+        )
+        none = json.loads((self.site / "check" / "none.json").read_text(encoding="utf-8"))
+        self.assertEqual((none["code"], none["biz"]["update"]), ("000000", "0"))
+
+    def test_refusal_is_one_line_a_reason(self) -> None:
+        (self.client / "中文.txt").write_text("x")
+        (self.client / "link").symlink_to("a.txt")
+        (self.room / "en.txt").write_text("this & that")
+        refused = self.publish()
+        self.assertEqual(refused.returncode, 1)
+        self.assertEqual(refused.stdout, "")
+        lines = refused.stderr.splitlines()
+        self.assertEqual(len(lines), 3, refused.stderr)
+        for line, mend in zip(lines, ["put what it points to", "rename it", 'write "and"']):
+            self.assertTrue(line.startswith("publish: "), line)
+            self.assertIn(mend, line)
+        self.assertFalse(self.site.exists())
+
+    def test_many_reasons_are_cut_for_people_and_whole_for_scripts(self) -> None:
+        for number in range(30):
+            (self.client / f"é{number}").touch()
+        refused = self.publish("2.1.3", "--json")
+        self.assertEqual(refused.returncode, 1)
+        self.assertEqual(len(refused.stderr.splitlines()), 21)
+        self.assertIn("and 10 more", refused.stderr)
+        result = json.loads(refused.stdout)
+        self.assertFalse(result["ok"])
+        self.assertEqual(
+            {(reason["rule"], reason["path"]) for reason in result["refusals"]},
+            {("name-ascii", f"é{number}") for number in range(30)},
+        )
+
+    def test_more_than_65535_entries_are_refused(self) -> None:
+        many = self.client / "many"
+        many.mkdir()
+        for number in range(65535):
+            os.close(os.open(many / str(number), os.O_CREAT | os.O_WRONLY))
+        refused = self.publish()
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("65542 files and folders", refused.stderr)
+        self.assertFalse(self.site.exists())
+
+    def test_files_of_2_gib_are_refused(self) -> None:
+        with (self.client / "large").open("wb") as large:
+            large.truncate(2**31)  # takes no room
+        refused = self.publish()
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("large: 2147483648 bytes", refused.stderr)
+        self.assertFalse(self.site.exists())
+
+    def test_wrong_command_line_is_told_apart(self) -> None:
+        for command in ([TOOL], [TOOL, "tar"], [TOOL, "verify"], self.command() + ["--colour"]):
+            wrong = self.run_tool(command)
+            self.assertEqual(wrong.returncode, 2, command)
+            self.assertEqual(wrong.stdout, "")
+            self.assertEqual(len(wrong.stderr.splitlines()), 1)
+            self.assertIn("; see publish ", wrong.stderr)
+
+    def test_help_is_no_failure(self) -> None:
+        for command in ([], ["zip"], ["installer"], ["verify"]):
+            told = self.run_tool([TOOL, *command, "--help"])
+            self.assertEqual((told.returncode, told.stderr), (0, ""))
+            self.assertIn("publish verify" if not command else "Example:", told.stdout)
+
+    def test_json_is_all_there_is_on_the_standard_output(self) -> None:
+        done = self.publish("2.1.3", "--json")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        result = json.loads(done.stdout)
+        package = Path(result["package"])
+        self.assertTrue(result["ok"])
+        self.assertEqual(result["sha256"], hashlib.sha256(package.read_bytes()).hexdigest())
+        self.assertEqual(result["size"], package.stat().st_size)
+        verified = self.run_tool([TOOL, "verify", str(self.site), "--json"])
+        self.assertEqual(json.loads(verified.stdout)["entries"], 6)
+
+    def test_steps_are_plain_lines_without_a_terminal(self) -> None:
+        done = self.publish()
+        self.assertEqual(
+            [line.split(",")[0] for line in done.stderr.splitlines()],
+            ["publish: packing", "publish: digests"],
+        )
+        self.assertNotIn("\r", done.stderr)
+
+    def test_a_terminal_gets_a_bar_that_goes_away(self) -> None:
+        ours, theirs = pty.openpty()
+        with subprocess.Popen(self.command(), stdout=subprocess.DEVNULL, stderr=theirs) as tool:
+            self.assertEqual(tool.wait(TIME_LIMIT), 0)
+        os.close(theirs)
+        # What was written to a terminal is there until it is read; then it ends.
+        fcntl.fcntl(ours, fcntl.F_SETFL, os.O_NONBLOCK)
+        shown = b""
+        try:
+            while piece := os.read(ours, 65536):
+                shown += piece
+        except OSError:
+            pass
+        os.close(ours)
+        self.assertIn(b"\rpacking", shown)
+        self.assertIn(b"[", shown)
+        self.assertTrue(shown.endswith(b" \r"), shown[-20:])
+
+    def test_full_disk_leaves_nothing_behind(self) -> None:
+        self.assertEqual(self.publish().returncode, 0)
+        before = snapshot(self.site)
+        self.make_client_large()
+
+        def allow_little() -> None:
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (5 << 20, 5 << 20))
+
+        failed = self.run_tool(self.command("2.2.0"), allow_little)
+        self.assertEqual(failed.returncode, 1)
+        self.assertIn("make room", failed.stderr)
+        self.assertEqual(snapshot(self.site), before)
+
+    def test_interruption_leaves_nothing_behind(self) -> None:
+        self.assertEqual(self.publish().returncode, 0)
+        for wish in (signal.SIGINT, signal.SIGTERM):
+            before = snapshot(self.site)
+            tool = self.start_and_wait_for_half_a_package()
+            tool.send_signal(wish)
+            _, errors = tool.communicate(timeout=TIME_LIMIT)
+            self.assertEqual(tool.returncode, 1)
+            self.assertIn("publish: interrupted", errors)
+            self.assertEqual(snapshot(self.site), before)
+
+    def test_killed_in_the_middle_it_leaves_no_half_file_to_serve(self) -> None:
+        self.assertEqual(self.publish().returncode, 0)
+        before = served(self.site)
+        tool = self.start_and_wait_for_half_a_package()
+        tool.kill()
+        tool.communicate(timeout=TIME_LIMIT)
+        self.assertEqual(served(self.site), before)
+        self.assertEqual(self.run_tool([TOOL, "verify", str(self.site)]).returncode, 0)
+
+        # The next one is not held up, and tidies up.
+        again = self.publish("2.2.0")
+        self.assertEqual(again.returncode, 0, again.stderr)
+        self.assertFalse((self.site / ".publish").exists())
+        self.assertEqual(self.run_tool([TOOL, "verify", str(self.site)]).returncode, 0)
+
+    def test_a_reader_never_sees_a_half_release(self) -> None:
+        self.assertEqual(self.publish().returncode, 0)
+        self.make_client_large()
+        offers = set()
+        with subprocess.Popen(
+            self.command("2.2.0"), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
+        ) as tool:
+            while tool.poll() is None:
+                offer = json.loads((self.site / "check" / "offer.json").read_bytes())["biz"]
+                package = self.site / "packages" / offer["id"]
+                self.assertEqual(package.stat().st_size, offer["packageSize"])
+                offers.add(offer["latestVersion"])
+        self.assertEqual(tool.returncode, 0)
+        self.assertIn("2.1.3", offers)
+
+    def test_two_at_a_time_are_refused(self) -> None:
+        tool = self.start_and_wait_for_half_a_package()
+        second = self.publish("2.3.0")
+        self.assertEqual(second.returncode, 1)
+        self.assertIn("another process publishes there", second.stderr)
+        _, errors = tool.communicate(timeout=TIME_LIMIT)
+        self.assertEqual(tool.returncode, 0, errors)
+        self.assertEqual(self.run_tool([TOOL, "verify", str(self.site)]).returncode, 0)
+
+    def test_installer_is_published_as_it_is(self) -> None:
+        setup = self.room / "Setup-2.1.3.exe"
+        setup.write_bytes(b"MZ installer")
+        command = self.command("2.1.3")
+        command[1:6] = ["installer", "--file", str(setup)]
+        done = self.run_tool(command)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual((self.site / "packages" / setup.name).read_bytes(), b"MZ installer")
+
+    def test_same_folder_gives_the_same_bytes(self) -> None:
+        self.assertEqual(self.publish().returncode, 0)
+        first = snapshot(self.site)
+        shutil.rmtree(self.site)
+        for path in self.client.rglob("*"):
+            os.utime(path, (10**9, 10**9))
+        self.assertEqual(self.publish().returncode, 0)
+        self.assertEqual(snapshot(self.site), first)
+
+
+if __name__ == "__main__":
+    TOOL = sys.argv.pop(1)
+    unittest.main()

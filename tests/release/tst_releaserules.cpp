@@ -1,0 +1,404 @@
+#include "release/publish/releaserules.h"
+
+#include <QTest>
+
+#include <algorithm>
+
+using ReleaseRules::Entry;
+
+namespace
+{
+
+/// The rules that are broken, in alphabetical order; and every line says how to mend it.
+QStringList Broken(const Findings &findings)
+{
+    QStringList rules;
+    for (const Finding &finding : findings) {
+        if (!finding.message.contains(QLatin1String("; ")) ||
+            finding.message.contains(QLatin1Char('\n')))
+            qFatal("not one line with its mend: %s", qPrintable(finding.message));
+        rules.append(finding.rule);
+    }
+    rules.sort();
+    rules.removeDuplicates();
+    return rules;
+}
+
+QStringList Words(const char *text)
+{
+    return QString::fromLatin1(text).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
+void AddTextColumns()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QStringList>("broken");
+}
+
+/// A row of @p text, which breaks the rules in @p broken, blanks between them.
+void AddText(const char *row, const QString &text, const char *broken = "")
+{
+    QTest::newRow(row) << text << Words(broken);
+}
+
+Entry File(const QString &path, qint64 size = 1)
+{
+    return {path, false, size};
+}
+
+Entry Folder(const QString &path)
+{
+    return {path, true, 0};
+}
+
+void AddEntries(const char *row, const QVector<Entry> &entries, const char *broken = "")
+{
+    QTest::newRow(row) << entries << Words(broken);
+}
+
+void AddNames(const char *broken, const QStringList &names)
+{
+    for (const QString &name : names) {
+        AddEntries(qPrintable(QStringLiteral("file %1").arg(name)), {File(name)}, broken);
+        AddEntries(qPrintable(QStringLiteral("folder %1").arg(name)), {Folder(name)}, broken);
+        AddEntries(qPrintable(QStringLiteral("deep %1").arg(name)),
+                   {Folder(QStringLiteral("d")), File(QStringLiteral("d/") + name)}, broken);
+    }
+}
+
+QVector<Entry> ManyFiles(int count)
+{
+    QVector<Entry> entries;
+    for (int number = 0; number < count; ++number)
+        entries.append(File(QString::number(number)));
+    return entries;
+}
+
+const QString top = QStringLiteral("Client-2.1.3");
+
+/// A path that has @p length characters in the package.
+QString PathOfLength(int length)
+{
+    return QString(length - top.size() - 1, QLatin1Char('x'));
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(QVector<Entry>)
+
+class TestReleaseRules : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void packageIsCalledByNameAndVersion();
+    void topFolderIsTheNameUpToTheFirstZip_data();
+    void topFolderIsTheNameUpToTheFirstZip();
+    void versions_data();
+    void versions();
+    void notes_data();
+    void notes();
+    void urlPrefixes_data();
+    void urlPrefixes();
+    void zipNames_data();
+    void zipNames();
+    void installerNames_data();
+    void installerNames();
+    void packageSizes_data();
+    void packageSizes();
+    void entries_data();
+    void entries();
+    void findingNamesThePath();
+    void controlCharactersDoNotReachTheLine();
+    void updatersFolderIsWarnedOf_data();
+    void updatersFolderIsWarnedOf();
+    void longPathsAreWarnedOfOnce();
+    void notesThatLoseTheirMarkupAreWarnedOf_data();
+    void notesThatLoseTheirMarkupAreWarnedOf();
+};
+
+void TestReleaseRules::packageIsCalledByNameAndVersion()
+{
+    QCOMPARE(ReleaseRules::PackageFileName(QStringLiteral("Client"), QStringLiteral("2.1.3"),
+                                           ReleaseRules::ZipSuffix),
+             QStringLiteral("Client-2.1.3.zip"));
+}
+
+void TestReleaseRules::topFolderIsTheNameUpToTheFirstZip_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("folder");
+    QTest::newRow("plain") << "Client-2.1.3.zip"
+                           << "Client-2.1.3";
+    QTest::newRow("twice") << "Client.zip-2.zip"
+                           << "Client";
+    QTest::newRow("other case stays") << "Client.ZIP-2.zip"
+                                      << "Client.ZIP-2";
+}
+
+void TestReleaseRules::topFolderIsTheNameUpToTheFirstZip()
+{
+    QFETCH(QString, name);
+    QTEST(ReleaseRules::TopFolder(name), "folder");
+}
+
+void TestReleaseRules::versions_data()
+{
+    AddTextColumns();
+    AddText("numbers", QStringLiteral("2.1.3"));
+    AddText("one number", QStringLiteral("7"));
+    AddText("with a word", QStringLiteral("2.1.3-beta_1+4711"));
+    AddText("longest", QString(64, QLatin1Char('1')));
+    AddText("too long", QString(65, QLatin1Char('1')), "version");
+    AddText("empty", QString(), "version");
+    AddText("blank before", QStringLiteral(" 2.1.3"), "version");
+    AddText("line end", QStringLiteral("2.1.3\n"), "version");
+    AddText("slash", QStringLiteral("2/1"), "version");
+    AddText("not ASCII", QStringLiteral("２.1"), "version");
+}
+
+void TestReleaseRules::versions()
+{
+    QFETCH(QString, text);
+    QTEST(Broken(ReleaseRules::CheckVersion(text)), "broken");
+}
+
+void TestReleaseRules::notes_data()
+{
+    AddTextColumns();
+    AddText("plain", QStringLiteral("new things\nand more"));
+    AddText("rich", QStringLiteral("<b>新</b><br>功能"));
+    AddText("empty", QString(), "notes");
+    AddText("blank", QStringLiteral(" \n\t "), "notes");
+    AddText("separator", QStringLiteral("this & that"), "notes");
+    AddText("character by name", QStringLiteral("this&nbsp;that"), "notes");
+    AddText("not UTF-8", QString::fromUtf8("caf\xe9 new"), "notes");
+    AddText("zero byte", QString(QChar::Null) + QStringLiteral("new"), "notes");
+}
+
+void TestReleaseRules::notes()
+{
+    QFETCH(QString, text);
+    const Findings findings = ReleaseRules::CheckNotes(text, QStringLiteral("Chinese"));
+    for (const Finding &finding : findings)
+        QVERIFY2(finding.message.contains(QLatin1String("the Chinese notes")),
+                 qPrintable(finding.message));
+    QTEST(Broken(findings), "broken");
+}
+
+void TestReleaseRules::urlPrefixes_data()
+{
+    AddTextColumns();
+    AddText("none", QString());
+    AddText("host", QStringLiteral("https://updates.example.com"));
+    AddText("port and path", QStringLiteral("http://127.0.0.1:8080/a/b~c/"));
+    AddText("no scheme", QStringLiteral("updates.example.com"), "url-prefix");
+    AddText("query", QStringLiteral("https://updates.example.com/?a=b"), "url-prefix");
+    AddText("fragment", QStringLiteral("https://updates.example.com/#x"), "url-prefix");
+    AddText("blank", QStringLiteral("https://updates.example.com/a b"), "url-prefix");
+}
+
+void TestReleaseRules::urlPrefixes()
+{
+    QFETCH(QString, text);
+    QTEST(Broken(ReleaseRules::CheckUrlPrefix(text)), "broken");
+}
+
+void TestReleaseRules::zipNames_data()
+{
+    AddTextColumns();
+    AddText("plain", QStringLiteral("Client-2.1.3.zip"));
+    AddText("blank inside", QStringLiteral("My Client-2.1.3.zip"));
+    AddText("other case inside", QStringLiteral("Client.ZIP-2.zip"));
+    AddText("not ASCII", QStringLiteral("客户端-2.zip"), "name-ascii");
+    AddText("query mark", QStringLiteral("Client-2?.zip"), "name-windows package-name");
+    AddText("fragment mark", QStringLiteral("Client#-2.zip"), "package-name");
+    AddText("escape mark", QStringLiteral("Client%41-2.zip"), "package-name");
+    AddText("zip earlier", QStringLiteral("Client.zip-2.zip"), "package-name");
+    AddText("zip twice at the end", QStringLiteral("Client-2.zip.zip"), "package-name");
+    AddText("no zip", QStringLiteral("Client-2.tar"), "package-name");
+    AddText("upper-case zip", QStringLiteral("Client-2.ZIP"), "package-name");
+    AddText("nothing but zip", QStringLiteral(".zip"), "package-name");
+    AddText("leading dot", QStringLiteral(".Client-2.zip"), "package-name");
+    AddText("folder with a trailing dot", QStringLiteral("Client-2..zip"), "package-name");
+    AddText("folder with a trailing blank", QStringLiteral("Client-2 .zip"), "package-name");
+    AddText("device", QStringLiteral("NUL.2.zip"), "name-windows");
+    AddText("sub-folder", QStringLiteral("a/Client-2.zip"), "name-windows");
+    AddText("parent", QStringLiteral("../Client-2.zip"), "name-windows package-name");
+    AddText("drive", QStringLiteral("C:Client-2.zip"), "name-windows");
+    AddText("too long", QString(240, QLatin1Char('x')) + QStringLiteral(".zip"), "name-length");
+}
+
+void TestReleaseRules::zipNames()
+{
+    QFETCH(QString, text);
+    QTEST(Broken(ReleaseRules::CheckZipName(text)), "broken");
+}
+
+void TestReleaseRules::installerNames_data()
+{
+    AddTextColumns();
+    AddText("plain", QStringLiteral("Setup-2.1.3.exe"));
+    AddText("upper-case", QStringLiteral("SETUP.EXE"));
+    AddText("zip in the name", QStringLiteral("Setup.zip.exe"));
+    AddText("no program", QStringLiteral("Setup.msi"), "package-name");
+    AddText("not ASCII", QStringLiteral("安装.exe"), "name-ascii");
+    AddText("query mark", QStringLiteral("Setup?.exe"), "name-windows package-name");
+    AddText("fragment mark", QStringLiteral("Setup#2.exe"), "package-name");
+    AddText("device", QStringLiteral("aux.exe"), "name-windows");
+}
+
+void TestReleaseRules::installerNames()
+{
+    QFETCH(QString, text);
+    QTEST(Broken(ReleaseRules::CheckInstallerName(text)), "broken");
+}
+
+void TestReleaseRules::packageSizes_data()
+{
+    QTest::addColumn<qint64>("size");
+    QTest::addColumn<QStringList>("broken");
+    QTest::newRow("nothing") << qint64(0) << Words("package-size");
+    QTest::newRow("one byte") << qint64(1) << Words("");
+    QTest::newRow("2 GiB less one") << qint64(0x7fffffff) << Words("");
+    QTest::newRow("2 GiB") << qint64(0x80000000) << Words("package-size");
+    QTest::newRow("4 GiB") << qint64(0x100000000) << Words("package-size");
+}
+
+void TestReleaseRules::packageSizes()
+{
+    QFETCH(qint64, size);
+    QTEST(Broken(ReleaseRules::CheckPackageSize(size)), "broken");
+}
+
+void TestReleaseRules::entries_data()
+{
+    QTest::addColumn<QVector<Entry>>("entries");
+    QTest::addColumn<QStringList>("broken");
+
+    AddEntries("none", {}, "empty");
+    AddEntries("folder before its file",
+               {Folder(QStringLiteral("d")), File(QStringLiteral("d/f"))});
+    AddEntries("file before its folder", {File(QStringLiteral("d/f")), Folder(QStringLiteral("d"))},
+               "folder-order");
+    AddEntries("file without its folder", {File(QStringLiteral("d/f"))}, "folder-order");
+    AddEntries("folder without its folder", {Folder(QStringLiteral("d/e"))}, "folder-order");
+    AddEntries("file in a file", {File(QStringLiteral("d")), File(QStringLiteral("d/f"))},
+               "folder-order");
+    AddEntries("double slash", {Folder(QStringLiteral("d")), File(QStringLiteral("d//f"))},
+               "folder-order");
+
+    // With the top folder they are as many as can be, and one more.
+    AddEntries("65535 entries", ManyFiles(65534));
+    AddEntries("65536 entries", ManyFiles(65535), "too-many-entries");
+
+    AddEntries("240 characters", {File(PathOfLength(240))});
+    AddEntries("241 characters", {File(PathOfLength(241))}, "name-length");
+    AddEntries("2 GiB less one", {File(QStringLiteral("f"), 0x7fffffff)});
+    AddEntries("2 GiB", {File(QStringLiteral("f"), 0x80000000)}, "file-size");
+
+    AddEntries("files by case", {File(QStringLiteral("Read")), File(QStringLiteral("read"))},
+               "case-twin");
+    AddEntries("folders by case", {Folder(QStringLiteral("D")), Folder(QStringLiteral("d"))},
+               "case-twin");
+    AddEntries("file and folder by case", {File(QStringLiteral("D")), Folder(QStringLiteral("d"))},
+               "case-twin");
+    AddEntries("the same name twice", {File(QStringLiteral("f")), File(QStringLiteral("f"))},
+               "case-twin");
+    AddEntries(
+        "the same name in two folders",
+        {Folder(QStringLiteral("d")), File(QStringLiteral("d/f")), File(QStringLiteral("f"))});
+
+    AddNames("", {QStringLiteral("a b"), QStringLiteral(".hidden"), QStringLiteral("a&b;c=d+e,f'g"),
+                  QStringLiteral("x#y%20"), QStringLiteral("console"), QStringLiteral("com10"),
+                  QStringLiteral("com"), QStringLiteral("x.con"), QStringLiteral("nul-1")});
+    AddNames("name-ascii", {QStringLiteral("中文.txt"), QStringLiteral("café"),
+                            QString(QChar::ReplacementCharacter)});
+    AddNames("name-windows",
+             {QStringLiteral("a:b"),        QStringLiteral("a?"),       QStringLiteral("*"),
+              QStringLiteral("<"),          QStringLiteral(">"),        QStringLiteral("\"a\""),
+              QStringLiteral("a|b"),        QStringLiteral("a\\b"),     QStringLiteral("a\tb"),
+              QStringLiteral("dot."),       QStringLiteral("blank "),   QStringLiteral(".."),
+              QStringLiteral("con"),        QStringLiteral("CON"),      QStringLiteral("Aux.txt"),
+              QStringLiteral("nul.tar.gz"), QStringLiteral("prn .txt"), QStringLiteral("COM1"),
+              QStringLiteral("lpt9.log"),   QStringLiteral("conin$"),   QStringLiteral("CONOUT$")});
+}
+
+void TestReleaseRules::entries()
+{
+    QFETCH(QVector<Entry>, entries);
+    QTEST(Broken(ReleaseRules::CheckEntries(top, entries)), "broken");
+}
+
+void TestReleaseRules::findingNamesThePath()
+{
+    const Findings findings = ReleaseRules::CheckEntries(
+        top, {Folder(QStringLiteral("d")), File(QStringLiteral("d/nul.txt"))});
+    QCOMPARE(findings.size(), 1);
+    QCOMPARE(findings.first().path, QStringLiteral("d/nul.txt"));
+    QCOMPARE(findings.first().message,
+             QStringLiteral("d/nul.txt: the name is the name of a device on Windows; rename it"));
+}
+
+void TestReleaseRules::controlCharactersDoNotReachTheLine()
+{
+    const Findings findings =
+        ReleaseRules::CheckEntries(top, {File(QStringLiteral("a\n\x1b[31mb"))});
+    QCOMPARE(findings.size(), 1);
+    const QString &line = findings.first().message;
+    QVERIFY2(std::all_of(line.cbegin(), line.cend(), [](QChar c) { return c.isPrint(); }),
+             qPrintable(line));
+}
+
+void TestReleaseRules::updatersFolderIsWarnedOf_data()
+{
+    QTest::addColumn<QVector<Entry>>("entries");
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<QStringList>("broken");
+    const QVector<Entry> entries{Folder(QStringLiteral("AutoUpdate")),
+                                 File(QStringLiteral("AutoUpdate/x")), Folder(QStringLiteral("d")),
+                                 Folder(QStringLiteral("d/Up"))};
+    QTest::newRow("as named") << entries << "AutoUpdate" << Words("updater-folder");
+    QTest::newRow("in another case") << entries << "autoupdate" << Words("updater-folder");
+    QTest::newRow("another one") << entries << "Up" << QStringList();
+}
+
+void TestReleaseRules::updatersFolderIsWarnedOf()
+{
+    QFETCH(QVector<Entry>, entries);
+    QFETCH(QString, folder);
+    QTEST(Broken(ReleaseRules::WarnOfEntries(top, entries, folder)), "broken");
+}
+
+void TestReleaseRules::longPathsAreWarnedOfOnce()
+{
+    const auto warnings = [](const QVector<Entry> &entries) {
+        return ReleaseRules::WarnOfEntries(top, entries, QStringLiteral("AutoUpdate"));
+    };
+    QVERIFY(warnings({File(PathOfLength(190))}).isEmpty());
+    const Findings found =
+        warnings({File(PathOfLength(190)), File(PathOfLength(191)), File(PathOfLength(240))});
+    QCOMPARE(found.size(), 1);
+    QVERIFY2(found.first().message.startsWith(QLatin1String("2 paths ")),
+             qPrintable(found.first().message));
+}
+
+void TestReleaseRules::notesThatLoseTheirMarkupAreWarnedOf_data()
+{
+    AddTextColumns();
+    AddText("plain", QStringLiteral("new: a < b"));
+    AddText("rich", QStringLiteral("<b>new</b>"));
+    AddText("tables in tables", QStringLiteral("<table><tr><td>").repeated(3), "notes-plain");
+    AddText("too long", QStringLiteral("<b>") + QString(17 * 1024, QLatin1Char('x')),
+            "notes-plain");
+    AddText("long and plain", QString(17 * 1024, QLatin1Char('x')));
+}
+
+void TestReleaseRules::notesThatLoseTheirMarkupAreWarnedOf()
+{
+    QFETCH(QString, text);
+    QTEST(Broken(ReleaseRules::WarnOfNotes(text, QStringLiteral("English"))), "broken");
+}
+
+QTEST_GUILESS_MAIN(TestReleaseRules)
+#include "tst_releaserules.moc"
