@@ -167,14 +167,16 @@ void RequireRightWriteBack(const Files &files)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const Machine &machine = TheMachine();
-    const ClientConfigHandler handler(machine.clientConfig);
     const Files files = Split(QByteArray(reinterpret_cast<const char *>(data), int(size)));
     machine.home.WriteUpdateConfig(files.updateConfig);
     Put(machine.clientConfig, files.hasClientConfig, files.clientConfig);
     Put(machine.language, files.hasLanguage, files.language);
 
+    const ClientConfigHandler handler(machine.clientConfig);
     const CleanLog log;
     const int result = Read();
+    Require(!log.Has(QStringLiteral("updateconfig.json open failed")),
+            "updateconfig.json is there");
     const Global &global = Global::instance;
     Require(result == Global::Success || result == Global::Failure, "the result is 0 or -1");
     if (result == Global::Failure) {
