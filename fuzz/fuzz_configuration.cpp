@@ -72,7 +72,7 @@ Files Split(const QByteArray &input)
     Files files{};
     const int first = input.indexOf(kNextFile);
     const int second = first < 0 ? -1 : input.indexOf(kNextFile, first + kNextFile.size());
-    files.updateConfig = input.left(first);
+    files.updateConfig = input.mid(0, first);
     files.hasClientConfig = first >= 0;
     files.hasLanguage = second >= 0;
     if (files.hasClientConfig) {
@@ -110,7 +110,7 @@ QString CodeIn(const QByteArray &content)
     while (end > start && content.at(end - 1) != '\0' && std::strchr(blanks, content.at(end - 1)))
         --end;
     const QByteArray code = content.mid(start, end - start);
-    return QString::fromUtf8(code.left(code.indexOf('\0')));
+    return QString::fromUtf8(code.mid(0, code.indexOf('\0')));
 }
 
 int Read()
