@@ -48,6 +48,7 @@ private:
 /// The machine that the files lie on, made once.
 struct Machine {
     TestHome home;
+    QString updateConfig = home.ProgramFolder() + QStringLiteral("/updateconfig.json");
     QString clientConfig = home.ClientFolder() + QStringLiteral("/config.json");
     QString language = home.ClientDataFolder() + QStringLiteral("/language.txt");
 };
@@ -86,10 +87,10 @@ Files Split(const QByteArray &input)
 
 void Put(const QString &path, bool isThere, const QByteArray &content)
 {
+    // A new file each time: file systems take care that one cut to nothing is soon on the disk.
+    QFile::remove(path);
     if (isThere)
         WriteFile(path, content);
-    else
-        QFile::remove(path);
 }
 
 QStringList StoredTexts()
@@ -168,7 +169,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const Machine &machine = TheMachine();
     const Files files = Split(QByteArray(reinterpret_cast<const char *>(data), int(size)));
-    machine.home.WriteUpdateConfig(files.updateConfig);
+    Put(machine.updateConfig, true, files.updateConfig);
     Put(machine.clientConfig, files.hasClientConfig, files.clientConfig);
     Put(machine.language, files.hasLanguage, files.language);
 
