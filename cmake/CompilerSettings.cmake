@@ -1,6 +1,7 @@
 # Warnings, sanitizers and the definitions that every target of the project is compiled with.
 
 option(UPDATER_SANITIZE "Build with the address, leak and undefined-behaviour sanitizers" OFF)
+option(UPDATER_FUZZ "Build the fuzz targets, and all that they link, for libFuzzer; needs clang" OFF)
 
 add_library(compiler_settings INTERFACE)
 
@@ -24,4 +25,11 @@ if(UPDATER_SANITIZE)
     set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     target_compile_options(compiler_settings INTERFACE ${sanitizers})
     target_link_options(compiler_settings INTERFACE ${sanitizers})
+endif()
+
+if(UPDATER_FUZZ)
+    # Each finding ends the program; the targets themselves add libFuzzer's entry function.
+    set(fuzzing -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_compile_options(compiler_settings INTERFACE ${fuzzing})
+    target_link_options(compiler_settings INTERFACE ${fuzzing})
 endif()

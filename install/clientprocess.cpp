@@ -21,12 +21,6 @@ int IndexOfMeetingLink(const QStringList &arguments)
     return link == arguments.cend() ? -1 : int(link - arguments.cbegin());
 }
 
-void RemoveUpdaterSwitches(QStringList &arguments)
-{
-    arguments.removeAll(Global::NoRemindSwitch);
-    arguments.removeAll(Global::ImmediatelySwitch);
-}
-
 } // namespace
 
 bool ClientIsListed(QProcess &tasklist, const QString &appName)
@@ -59,6 +53,24 @@ QString ClientUrlArgument(const QString &meetingLink)
     return QStringLiteral("--url=") + meetingLink.split(QStringLiteral("://")).value(1);
 }
 
+QStringList ProgramArguments(QStringList arguments)
+{
+    arguments.removeAll(Global::NoRemindSwitch);
+    arguments.removeAll(Global::ImmediatelySwitch);
+    return arguments;
+}
+
+QStringList ClientArguments(const QStringList &arguments)
+{
+    QStringList passed = ProgramArguments(arguments);
+    const int link = IndexOfMeetingLink(passed);
+    if (link >= 0)
+        passed.append(ClientUrlArgument(passed.takeAt(link)));
+    if (passed.isEmpty())
+        passed.append(QStringLiteral("-autoupdate"));
+    return passed;
+}
+
 int Global::CheckClientRunning()
 {
     QProcess tasklist;
@@ -82,13 +94,7 @@ int Global::CheckClientRunning()
 
 int Global::LaunchClient()
 {
-    RemoveUpdaterSwitches(cmdLineArgs);
-    const int link = IndexOfMeetingLink(cmdLineArgs);
-    if (link >= 0)
-        cmdLineArgs.append(ClientUrlArgument(cmdLineArgs.takeAt(link)));
-    if (cmdLineArgs.isEmpty())
-        cmdLineArgs.append(QStringLiteral("-autoupdate"));
-
+    cmdLineArgs = ClientArguments(cmdLineArgs);
     Platform::Pause(kPauseBeforeClientMs);
     QProcess::startDetached(ClientProgram(), cmdLineArgs);
     qInfo() << appName << " starting...";
@@ -98,7 +104,7 @@ int Global::LaunchClient()
 
 int Global::LaunchProgram(const QString &program)
 {
-    RemoveUpdaterSwitches(cmdLineArgs);
+    cmdLineArgs = ProgramArguments(cmdLineArgs);
     Platform::MakeStartable(program);
     QProcess::startDetached(program, cmdLineArgs);
     qInfo() << program << " starting...";

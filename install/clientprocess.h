@@ -2,6 +2,7 @@
 
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 
 /**
  * Asks tasklist for processes with the image name @p appName and tells whether its output contains
@@ -22,3 +23,12 @@ bool IsMeetingLink(const QString &argument);
 
 /// What the client takes for a meeting link: "--url=TEXT"; TEXT is empty when "://" is missing.
 QString ClientUrlArgument(const QString &meetingLink);
+
+/// What a started program is passed of the updater's @p arguments: all but the updater's switches.
+QStringList ProgramArguments(QStringList arguments);
+
+/**
+ * What the client is passed of the updater's @p arguments: the same, but for the first meeting
+ * link, which moves to the end as ClientUrlArgument(); "-autoupdate" when nothing is left.
+ */
+QStringList ClientArguments(const QStringList &arguments);

@@ -91,7 +91,8 @@ bool Unpack(const QString &packageFile, const QString &folder)
         const QString target = folder + entry.filePath;
         if (entry.isSymLink)
             continue;
-        if (!StaysInFolder(entry.filePath)) {
+        // An archive is not read while it is written over.
+        if (!StaysInFolder(entry.filePath) || QFileInfo(target) == QFileInfo(packageFile)) {
             LogUnzipFailure(target, QFileDevice::OpenError);
             return false;
         }

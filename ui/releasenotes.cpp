@@ -62,6 +62,14 @@ bool IsHarmlessSheet(QString sheet)
     return !forbidden.match(sheet).hasMatch();
 }
 
+/// The framework writes the name of a colour that it does not know into the log, line breaks and
+/// all.
+bool IsColour(const QString &text)
+{
+    static const QRegularExpression colour(QStringLiteral("\\A *#?[0-9a-zA-Z]* *\\z"));
+    return colour.match(text).hasMatch();
+}
+
 bool IsHarmlessAttribute(const QString &name, const QString &value)
 {
     static const QStringList spans{QStringLiteral("colspan"), QStringLiteral("rowspan")};
@@ -70,10 +78,14 @@ bool IsHarmlessAttribute(const QString &name, const QString &value)
                                      QStringLiteral("cellspacing"), QStringLiteral("size"),
                                      QStringLiteral("start"),       QStringLiteral("value"),
                                      QStringLiteral("hspace"),      QStringLiteral("vspace")};
+    static const QStringList colours{QStringLiteral("color"), QStringLiteral("bgcolor"),
+                                     QStringLiteral("bordercolor")};
     if (spans.contains(name))
         return value == QLatin1String("1") || value == QLatin1String("2");
     if (numbers.contains(name))
         return IsSmallNumber(value);
+    if (colours.contains(name))
+        return IsColour(value);
     return name != QLatin1String("style") || IsHarmlessSheet(value);
 }
 

@@ -26,7 +26,9 @@ protected:
  * engine takes time that doubles with every table inside a table, grows with the square of the
  * number of elements, and never ends for lengths beyond its fixed-point numbers; and the notes come
  * from the network. So: moderate length, a moderate number of well-formed tags, small tables at
- * most two deep, small numbers. Notes that people write keep to that. Any thread.
+ * most two deep, small numbers. Notes that people write keep to that. And it puts unknown colours
+ * into the log as they are: colours are plain words or digits, so that no line is forged there. Any
+ * thread.
  */
 bool IsHarmlessMarkup(const QString &notes);
 

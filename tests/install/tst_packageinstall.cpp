@@ -61,6 +61,22 @@ public:
         return own;
     }
 
+    /// The files beside the package and below, each with its size.
+    QStringList Unpacked() const
+    {
+        QStringList files;
+        QDirIterator it(DownloadFolder(), QDir::Files | QDir::Hidden | QDir::System,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString path = it.next();
+            if (path != Package())
+                files.append(QDir(DownloadFolder()).relativeFilePath(path) + QLatin1Char(' ') +
+                             QString::number(it.fileInfo().size()));
+        }
+        files.sort();
+        return files;
+    }
+
     /// Everything there is on this machine: files with their sizes and folders.
     QStringList Everything() const
     {
@@ -153,6 +169,12 @@ private slots:
     void entryThatTheReaderRefusesFails_data();
     void entryThatTheReaderRefusesFails();
     void secondEntryOfTheSameNameFails();
+    void entryInThePlaceOfThePackageFails_data();
+    void entryInThePlaceOfThePackageFails();
+    void hostileArchives_data();
+    void hostileArchives();
+    void moreEntriesThanTheCountHolds_data();
+    void moreEntriesThanTheCountHolds();
     void nameThatLeavesTheFolderFails_data();
     void nameThatLeavesTheFolderFails();
     void nameWithoutUtf8MarkStaysInTheFolder();
@@ -486,6 +508,156 @@ void TestPackageInstall::secondEntryOfTheSameNameFails()
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
     QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/app.txt"))), QByteArray("first"));
     VerifyNothingInstalled(machine, xcopy);
+}
+
+void TestPackageInstall::entryInThePlaceOfThePackageFails_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QString>("target");
+    const auto row = [](const char *name, const char *target) {
+        QTest::newRow(name) << QByteArray(name) << QString::fromLatin1(target);
+    };
+    row("pkg.zip", "pkg.zip");
+    row("././pkg.zip", "pkg.zip");
+    row("../pkg.zip", "pkg.zip");
+    row("/pkg.zip", "pkg.zip");
+#ifdef Q_OS_WIN
+    row("PKG.ZIP", "PKG.ZIP");
+#endif
+}
+
+void TestPackageInstall::entryInThePlaceOfThePackageFails()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QString, target);
+    const Machine machine;
+    const StandIn xcopy(machine.Xcopy());
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddRawName(name, "mine");
+    zip.AddFile(QStringLiteral("pkg/after.txt"), "after");
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Messages(), QStringList(UnzipFailure(machine.Downloaded(target))));
+    QCOMPARE(ReadFile(machine.Package()), zip.Bytes());
+    VerifyNothingInstalled(machine, xcopy);
+}
+
+/// What becomes of archives that mean harm, but whose headers and data go together.
+void TestPackageInstall::hostileArchives_data()
+{
+    QTest::addColumn<QByteArray>("archive");
+    QTest::addColumn<int>("result");
+    QTest::addColumn<QStringList>("unpacked");
+    const auto row = [](const char *name, int result, const QStringList &unpacked,
+                        const Fill &fill) {
+        ZipMaker zip;
+        zip.AddFolder(QStringLiteral("pkg"));
+        fill(zip);
+        QTest::newRow(name) << zip.Bytes() << result << unpacked;
+    };
+    const QString longestName = QStringLiteral("pkg/") + QString(65531, QLatin1Char('n'));
+    constexpr quint32 encrypted = 0x0801;
+
+    // The disk alone limits what a package may hold; an entry ends below 2 GiB.
+    row("64 MiB from 64 KiB, as it says", 0, {QStringLiteral("pkg/bomb 67108864")},
+        [](ZipMaker &zip) { zip.AddFile(QStringLiteral("pkg/bomb"), QByteArray(64 << 20, '\0')); });
+    row("data of two entries", 0,
+        {QStringLiteral("pkg/one 4000000"), QStringLiteral("pkg/two 4000000")}, [](ZipMaker &zip) {
+            zip.AddFile(QStringLiteral("pkg/one"), QByteArray(4000000, '\0'));
+            zip.AddFile(QStringLiteral("pkg/two"), "small");
+            for (const ZipField &field : {ZipMaker::Crc32, ZipMaker::PackedSize, ZipMaker::Size,
+                                          ZipMaker::Method, ZipMaker::HeaderOffset})
+                zip.Set(2, field, zip.Get(1, field), ZipMaker::Central);
+        });
+    row("65,535 entries", 0, {QStringLiteral("pkg/last 4")}, [](ZipMaker &zip) {
+        for (int entry = 2; entry < 65535; ++entry)
+            zip.AddFolder(QStringLiteral("pkg"));
+        zip.AddFile(QStringLiteral("pkg/last"), "last");
+    });
+    row("name of 64 KiB", -1, {}, [&](ZipMaker &zip) { zip.AddFile(longestName, "long"); });
+    row("name of 64 KiB in short parts", -1, {}, [](ZipMaker &zip) {
+        zip.AddRawName("pkg/" + QByteArray("part/").repeated(13105) + "part", "deep");
+    });
+    // That a folder cannot be made goes unnoticed until a file wants to be in it.
+    row("folder with a name of 64 KiB", 0, {QStringLiteral("pkg/after 5")}, [&](ZipMaker &zip) {
+        zip.AddFolder(longestName.chopped(1));
+        zip.AddFile(QStringLiteral("pkg/after"), "after");
+    });
+    row("no name at all", -1, {}, [](ZipMaker &zip) { zip.AddRawName("", "nameless"); });
+    row("entries of 0 bytes", 0, {QStringLiteral("pkg/deflated 0"), QStringLiteral("pkg/stored 0")},
+        [](ZipMaker &zip) {
+            zip.AddFile(QStringLiteral("pkg/stored"), QByteArray(), ZipMaker::Stored);
+            zip.AddFile(QStringLiteral("pkg/deflated"), QByteArray());
+        });
+    row("encrypted entry of 0 bytes", -1, {}, [](ZipMaker &zip) {
+        zip.AddFile(QStringLiteral("pkg/secret"), QByteArray(), ZipMaker::Stored);
+        zip.Set(1, ZipMaker::Flags, encrypted);
+    });
+    // A folder has no data that could not be read.
+    row("encrypted folder", 0, {QStringLiteral("pkg/after 5")}, [](ZipMaker &zip) {
+        zip.AddFolder(QStringLiteral("pkg/secret"));
+        zip.AddFile(QStringLiteral("pkg/after"), "after");
+        zip.Set(1, ZipMaker::Flags, encrypted);
+    });
+    row("two names for one file", 0, {QStringLiteral("pkg/app 5")}, [](ZipMaker &zip) {
+        zip.AddFile(QStringLiteral("pkg/app"), "first, and longer");
+        zip.AddRawName("pkg/./app", "other");
+    });
+    row("a file, then a folder of its name", -1, {QStringLiteral("pkg/app 4")}, [](ZipMaker &zip) {
+        zip.AddFile(QStringLiteral("pkg/app"), "file");
+        zip.AddFolder(QStringLiteral("pkg/app"));
+        zip.AddFile(QStringLiteral("pkg/app/inner"), "inner");
+    });
+}
+
+void TestPackageInstall::hostileArchives()
+{
+    QFETCH(QByteArray, archive);
+    QFETCH(int, result);
+    const Machine machine;
+    WriteFile(machine.Package(), archive);
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), result);
+    QTEST(machine.Unpacked(), "unpacked");
+    if (result == 0) {
+        QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
+    } else {
+        QCOMPARE(machine.Messages().size(), 1);
+        QVERIFY(machine.Messages().first().startsWith(QLatin1String("[DEBUG] unzip  ")));
+    }
+}
+
+void TestPackageInstall::moreEntriesThanTheCountHolds_data()
+{
+    QTest::addColumn<quint32>("count");
+    QTest::addColumn<QStringList>("unpacked");
+    // As programs write it that know of zip64: the marker, and the true count in a record between.
+    QTest::newRow("zip64") << 0xffffU << QStringList(QStringLiteral("pkg/first 5"));
+    // As others do: what the count no longer holds is gone.
+    QTest::newRow("65,537, of which 1 is left") << 1U << QStringList();
+    QTest::newRow("65,538, of which 2 are left")
+        << 2U << QStringList(QStringLiteral("pkg/first 5"));
+}
+
+/// Those that the count does not tell of are left out, without a word: vendors must not make such.
+void TestPackageInstall::moreEntriesThanTheCountHolds()
+{
+    QFETCH(quint32, count);
+    const Machine machine;
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/first"), "first");
+    for (int entry = 2; entry < 65537; ++entry)
+        zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/last"), "last");
+    zip.SetEnd(ZipMaker::EntriesHere, count).SetEnd(ZipMaker::Entries, count);
+    zip.WriteTo(machine.Package());
+
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QTEST(machine.Unpacked(), "unpacked");
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
 }
 
 void TestPackageInstall::nameThatLeavesTheFolderFails_data()

@@ -16,8 +16,8 @@ private slots:
 
     void rendersNotesAsPeopleWriteThem_data();
     void rendersNotesAsPeopleWriteThem();
-    void showsAsPlainTextWhatWouldHangTheLayout_data();
-    void showsAsPlainTextWhatWouldHangTheLayout();
+    void showsAsPlainTextWhatWouldDoHarm_data();
+    void showsAsPlainTextWhatWouldDoHarm();
     void drawsTheLineAtItsLimits_data();
     void drawsTheLineAtItsLimits();
     void showsWhateverTheNotesHold_data();
@@ -94,7 +94,7 @@ void HarmlessMarkupTest::rendersNotesAsPeopleWriteThem()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-void HarmlessMarkupTest::showsAsPlainTextWhatWouldHangTheLayout_data()
+void HarmlessMarkupTest::showsAsPlainTextWhatWouldDoHarm_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -175,11 +175,24 @@ void HarmlessMarkupTest::showsAsPlainTextWhatWouldHangTheLayout_data()
     add("a long text without a blank", QStringLiteral("<p>") + times(1000000, "x"));
     add("a narrow cell", QStringLiteral("<table width=1><tr><td>") + times(64000, "x"));
     add("marks on one letter", QStringLiteral("<p>e") + QString(1000000, QChar(0x301)));
+    const auto colour = [&add](const char *name, const QString &value) {
+        for (const char *attribute :
+             {"font color", "body bgcolor", "TABLE BGCOLOR", "td bordercolor"})
+            add(qPrintable(
+                    QStringLiteral("%1 %2").arg(QLatin1String(attribute), QLatin1String(name))),
+                QStringLiteral("<%1='%2'>a").arg(QLatin1String(attribute), value));
+    };
+    colour("that forges a line of the log",
+           QStringLiteral("no\n[2023-05-04 10:15:02] [INFO] (:0) forged"));
+    colour("with a line break before it", QStringLiteral("\nred"));
+    colour("with a line break behind it", QStringLiteral("red\n"));
+    colour("with a line break in disguise", QStringLiteral("&#10;red"));
+    colour("with a rarer line break", QStringLiteral("no\u2028colour"));
     add("half of a tag", QStringLiteral("<p>a</p><b"));
     add("a bracket alone", QStringLiteral("<p>5 < 6</p>"));
 }
 
-void HarmlessMarkupTest::showsAsPlainTextWhatWouldHangTheLayout()
+void HarmlessMarkupTest::showsAsPlainTextWhatWouldDoHarm()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -229,6 +242,14 @@ void HarmlessMarkupTest::drawsTheLineAtItsLimits_data()
             << QStringLiteral("<table><tr><td %1=2>a</table>").arg(QLatin1String(name)) << true;
         QTest::addRow("%s of 3", name)
             << QStringLiteral("<table><tr><td %1=3>a</table>").arg(QLatin1String(name)) << false;
+    }
+    for (const char *name : {"color", "bgcolor", "bordercolor"}) {
+        QTest::addRow("%s by its name", name)
+            << QStringLiteral("<font %1=' Red '>a").arg(QLatin1String(name)) << true;
+        QTest::addRow("%s by its digits", name)
+            << QStringLiteral("<font %1=\"#A0b1C2\">a").arg(QLatin1String(name)) << true;
+        QTest::addRow("%s with a line break", name)
+            << QStringLiteral("<font %1=\"red\n\">a").arg(QLatin1String(name)) << false;
     }
     add("999 pixels", QStringLiteral("<td style=\"padding:999px\">"), true);
     add("1000 pixels", QStringLiteral("<td style=\"padding:1000px\">"), false);

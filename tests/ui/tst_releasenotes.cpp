@@ -1,5 +1,6 @@
 #include "ui/releasenotes.h"
 
+#include "tests/support/filewatch.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/notesprompt.h"
@@ -9,62 +10,13 @@
 #include <QTextBrowser>
 #include <QTextEdit>
 
-#include <QtCore/private/qabstractfileengine_p.h>
-#include <QtCore/private/qfsfileengine_p.h>
-
 namespace
 {
 
 const QColor kForeign(255, 0, 255);
 
-/// A file of the disk that writes down its name as soon as anyone asks the disk for it.
-class WatchedFile : public QFSFileEngine
-{
-public:
-    WatchedFile(const QString &name, QStringList &names)
-        : QFSFileEngine(name), m_name(name), m_names(names)
-    {
-    }
-
-    bool open(QIODevice::OpenMode mode) override
-    {
-        m_names.append(m_name);
-        return QFSFileEngine::open(mode);
-    }
-
-    FileFlags fileFlags(FileFlags type) const override
-    {
-        m_names.append(m_name);
-        return QFSFileEngine::fileFlags(type);
-    }
-
-    qint64 size() const override
-    {
-        m_names.append(m_name);
-        return QFSFileEngine::size();
-    }
-
-private:
-    QString m_name;
-    QStringList &m_names;
-};
-
-/// Writes down the files outside the program that are opened or looked for while it lives.
-class FileWatch : public QAbstractFileEngineHandler
-{
-public:
-    QAbstractFileEngine *create(const QString &fileName) const override
-    {
-        const bool isResource = fileName.startsWith(QLatin1Char(':'));
-        const bool isForeign = fileName.contains(QLatin1String("foreign"));
-        return isForeign && !isResource ? new WatchedFile(fileName, m_names) : nullptr;
-    }
-
-    QString Names() const { return m_names.join(QLatin1Char(' ')); }
-
-private:
-    mutable QStringList m_names;
-};
+/// Part of the names of all files that the notes name.
+const QString kForeignFiles = QStringLiteral("foreign");
 
 /// A picture that nobody misses in another picture.
 void WriteForeignImage(const QString &path)
@@ -231,13 +183,13 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram()
     QVERIFY(server.listen(QHostAddress::LocalHost));
     const QString filled = files.Fill(notes, server.serverPort());
     const LogCapture log;
-    const FileWatch watch;
+    const FileWatch watch(kForeignFiles);
 
     Prompt prompt(filled);
     const QImage seen = Picture(prompt);
 
     QVERIFY2(!Shows(seen, kForeign, 60), "a foreign colour in the picture");
-    QCOMPARE(watch.Names(), QString());
+    QCOMPARE(watch.Names(), QStringList());
     QVERIFY(!server.hasPendingConnections());
     QVERIFY2(prompt.Notes().document()->size().height() <= 120, "a foreign size");
     QVERIFY(log.Messages().filter(QStringLiteral("foreign")).isEmpty());
@@ -247,7 +199,7 @@ void ReleaseNotesTest::theTestWouldSeeAnImageThatIsLoaded()
 {
     const ForeignFiles files;
     const QString notes = files.Fill(QStringLiteral("<p>a<img src=\"FILE/foreign.png\">b</p>"), 0);
-    const FileWatch watch;
+    const FileWatch watch(kForeignFiles);
     QTextEdit ordinary;
     ordinary.setText(notes);
     ordinary.show();
@@ -261,7 +213,7 @@ void ReleaseNotesTest::theTestWouldSeeASheetThatIsLoaded()
     const ForeignFiles files;
     const QString notes =
         files.Fill(QStringLiteral("<style>@import url(FILE/foreign.css);</style><p>b</p>"), 0);
-    const FileWatch watch;
+    const FileWatch watch(kForeignFiles);
     QTextBrowser ordinary;
     ordinary.setText(notes);
     ordinary.show();
@@ -350,7 +302,7 @@ void ReleaseNotesTest::answerEveryLoadOfAnotherPlaceWithNothing()
     QFETCH(QString, address);
     const ForeignFiles files;
     const QUrl url(files.Fill(address, 0));
-    const FileWatch watch;
+    const FileWatch watch(kForeignFiles);
     const ReleaseNotesDocument document(nullptr);
 
     for (const int type : {QTextDocument::HtmlResource, QTextDocument::ImageResource,
@@ -358,7 +310,7 @@ void ReleaseNotesTest::answerEveryLoadOfAnotherPlaceWithNothing()
         const QVariant answer = document.resource(type, url);
         QVERIFY(answer.toByteArray().isEmpty());
     }
-    QCOMPARE(watch.Names(), QString());
+    QCOMPARE(watch.Names(), QStringList());
 }
 
 void ReleaseNotesTest::handOutTheProgramsOwnResources()
@@ -386,12 +338,12 @@ void ReleaseNotesTest::followNoLink()
     const ForeignFiles files;
     Prompt prompt(files.Fill(
         QStringLiteral("<a href=\"FILE/foreign.html\">%1</a>").arg(QString(40, QChar(0x2588))), 0));
-    const FileWatch watch;
+    const FileWatch watch(kForeignFiles);
 
     QTest::mouseClick(prompt.Notes().viewport(), Qt::LeftButton, Qt::NoModifier, QPoint(30, 12));
     QTest::keyClick(&prompt.Notes(), Qt::Key_Tab);
 
-    QCOMPARE(watch.Names(), QString());
+    QCOMPARE(watch.Names(), QStringList());
     QCOMPARE(prompt.Notes().toPlainText().size(), 40);
     QVERIFY(prompt.Notes().viewport()->cursor().shape() != Qt::PointingHandCursor);
 }
@@ -402,7 +354,7 @@ void ReleaseNotesTest::canBeReplaced()
     const QString first = files.Fill(QStringLiteral("<img src=\"FILE/foreign.png\">"), 0);
     const QString second =
         files.Fill(QStringLiteral("<b>again</b><img src=\"PATH/foreign.png\">"), 0);
-    const FileWatch watch;
+    const FileWatch watch(kForeignFiles);
     Prompt prompt(first);
     Global::instance.latestVersionInfo = second;
 
@@ -410,7 +362,7 @@ void ReleaseNotesTest::canBeReplaced()
 
     QVERIFY(prompt.Notes().toPlainText().startsWith(QStringLiteral("again")));
     QVERIFY(!Shows(Picture(prompt), kForeign, 60));
-    QCOMPARE(watch.Names(), QString());
+    QCOMPARE(watch.Names(), QStringList());
 }
 
 int main(int argc, char *argv[])

@@ -1,0 +1,75 @@
+// The command line of the updater, one argument a line, and what is left of it for other programs.
+
+#include "config/global.h"
+#include "fuzz/support/require.h"
+#include "install/clientprocess.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace
+{
+
+const QString kUrlOption = QStringLiteral("--url=");
+const QString kNothingLeft = QStringLiteral("-autoupdate");
+
+/// What is passed on as it stands: one by one, unlike the code that is looked at.
+QStringList WithoutSwitches(const QStringList &arguments)
+{
+    QStringList rest;
+    for (const QString &argument : arguments) {
+        if (argument != QLatin1String("-noremid") && argument != QLatin1String("-immediately"))
+            rest.append(argument);
+    }
+    return rest;
+}
+
+/// The text behind the first "://" up to the next.
+QString LinkText(const QString &link)
+{
+    const QString mark = QStringLiteral("://");
+    const int start = link.indexOf(mark);
+    if (start < 0)
+        return QString();
+    const int end = link.indexOf(mark, start + mark.size());
+    return end < 0 ? link.mid(start + mark.size())
+                   : link.mid(start + mark.size(), end - start - mark.size());
+}
+
+void RequireRightClientArguments(QStringList rest, QStringList passed)
+{
+    int link = 0;
+    while (link < rest.size() && !rest.at(link).contains(QLatin1String("qorb-meeting")))
+        ++link;
+    if (link < rest.size()) {
+        const QString text = LinkText(rest.takeAt(link));
+        Require(passed.takeLast() == kUrlOption + text, "a meeting link goes last, as --url=");
+        Require(passed == rest, "what surrounds a meeting link is passed on in its order");
+        return;
+    }
+    if (rest.isEmpty())
+        rest.append(kNothingLeft);
+    Require(passed == rest, "arguments without a link are passed on in their order");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const QString text = QString::fromUtf8(reinterpret_cast<const char *>(data), int(size));
+    const QStringList arguments =
+        size == 0 ? QStringList() : text.split(QLatin1Char('\n'), Qt::KeepEmptyParts);
+    const QStringList rest = WithoutSwitches(arguments);
+
+    Require(ProgramArguments(arguments) == rest, "a program is passed all but the switches");
+
+    const QStringList passed = ClientArguments(arguments);
+    Require(!passed.isEmpty(), "the client is always passed something");
+    Require(!passed.contains(Global::NoRemindSwitch) && !passed.contains(Global::ImmediatelySwitch),
+            "the client is passed no switch of the updater");
+    RequireRightClientArguments(rest, passed);
+    return 0;
+}
