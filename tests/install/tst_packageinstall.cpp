@@ -577,9 +577,12 @@ void TestPackageInstall::hostileArchives_data()
         zip.AddFile(QStringLiteral("pkg/last"), "last");
     });
     row("name of 64 KiB", -1, {}, [&](ZipMaker &zip) { zip.AddFile(longestName, "long"); });
+#ifdef Q_OS_UNIX
+    // Wine reports no failure for such a path.
     row("name of 64 KiB in short parts", -1, {}, [](ZipMaker &zip) {
         zip.AddRawName("pkg/" + QByteArray("part/").repeated(13105) + "part", "deep");
     });
+#endif
     // That a folder cannot be made goes unnoticed until a file wants to be in it.
     row("folder with a name of 64 KiB", 0, {QStringLiteral("pkg/after 5")}, [&](ZipMaker &zip) {
         zip.AddFolder(longestName.chopped(1));
