@@ -1,4 +1,5 @@
 #include "config/global.h"
+#include "config/jsonobject.h"
 #include "config/paths.h"
 
 #include <QDebug>
@@ -29,7 +30,7 @@ bool Global::ReadUpdateConfig()
     }
 
     QJsonParseError parseError;
-    const QJsonObject config = QJsonDocument::fromJson(file.readAll(), &parseError).object();
+    const QJsonObject config = JsonObjectOf(file.readAll(), &parseError);
     if (parseError.error != QJsonParseError::NoError) {
         file.close();
         qDebug() << " Auto Jsondata Error:" << int(parseError.error);
@@ -60,7 +61,7 @@ bool Global::ReadClientConfig()
     }
 
     QJsonParseError parseError;
-    const QJsonObject config = QJsonDocument::fromJson(file.readAll(), &parseError).object();
+    const QJsonObject config = JsonObjectOf(file.readAll(), &parseError);
     if (parseError.error != QJsonParseError::NoError) {
         qDebug() << " APP Jsondata Error:" << int(parseError.error);
         return false;

@@ -1,4 +1,5 @@
 #include "config/global.h"
+#include "config/jsonobject.h"
 #include "config/paths.h"
 
 #include <QDebug>
@@ -14,12 +15,6 @@ const QLatin1String kNoRemind("noRemind");
 const QLatin1String kCurrentVersion("currentVersion");
 const QLatin1String kClient("client");
 const QLatin1String kVersion("version");
-
-/// The object that the file holds; an empty one when it does not parse.
-QJsonObject ReadObject(QFile &file)
-{
-    return QJsonDocument::fromJson(file.readAll()).object();
-}
 
 /// Writes over the old content. The file keeps its length when the new text is the shorter one.
 void WriteOver(QFile &file, const QJsonObject &object)
@@ -40,7 +35,7 @@ int Global::WriteConfigToFile(const QString &kind)
         return Failure;
     }
 
-    QJsonObject config = ReadObject(file);
+    QJsonObject config = JsonObjectOf(file.readAll());
     if (kind == QLatin1String("remid")) {
         config.insert(kNoRemindVersion, latestVersion);
         config.insert(kNoRemind, 1);
@@ -65,7 +60,7 @@ int Global::WriteConfigToClientFile()
         return Failure;
     }
 
-    QJsonObject config = ReadObject(file);
+    QJsonObject config = JsonObjectOf(file.readAll());
     QJsonObject client = config.value(kClient).toObject();
     client.insert(kVersion, latestVersion);
     config.insert(kClient, client);

@@ -144,6 +144,7 @@ private slots:
     void brokenUpdateConfigFails();
     void updateConfigThatIsNoObjectYieldsEmptyValues();
     void missingClientConfigFailsAfterTheValuesAreStored();
+    void keyBehindAByteOrderMarkIsThatKey();
     void clientFolderWithoutSeparatorIsNoFolder();
     void clientConfigThatCannotBeOpenedFails();
     void brokenClientConfigFails_data();
@@ -390,6 +391,21 @@ void TestReadConfig::missingClientConfigFailsAfterTheValuesAreStored()
              QStringList(QStringLiteral("[DEBUG] \"%1\"  Not exists").arg(ClientConfigPath(home))));
     VerifyUpdateConfigStored(home);
     VerifyRestUntouched();
+}
+
+void TestReadConfig::keyBehindAByteOrderMarkIsThatKey()
+{
+    const TestHome home;
+    WriteSoundFiles(home);
+    QByteArray config = QJsonDocument(SoundConfig(home)).toJson();
+    QVERIFY(config.contains("\"noRemindVersion\""));
+    home.WriteUpdateConfig(
+        config.replace("\"noRemindVersion\"", "\"\xef\xbb\xbfnoRemindVersion\""));
+    FillFields();
+
+    QCOMPARE(Global::instance.ReadConfig(), 0);
+
+    VerifyUpdateConfigStored(home);
 }
 
 void TestReadConfig::clientFolderWithoutSeparatorIsNoFolder()

@@ -69,6 +69,7 @@ private slots:
     void existingFileGetsOnlyTheKeysOfItsKind();
     void anyOtherWordOnlyRewrites_data();
     void anyOtherWordOnlyRewrites();
+    void keyBehindAByteOrderMarkIsThatKey();
     void otherKeysAndTheirValuesAreKept();
     void endOfALongerTextStaysBehind();
     void leftoverOfWhiteSpaceDoesNoHarm();
@@ -210,6 +211,21 @@ void TestWriteBack::anyOtherWordOnlyRewrites()
                                             "    \"currentVersion\": \"y\",\n"
                                             "    \"noRemind\": 5,\n"
                                             "    \"noRemindVersion\": \"x\"\n"
+                                            "}\n"));
+}
+
+void TestWriteBack::keyBehindAByteOrderMarkIsThatKey()
+{
+    const TestHome home;
+    FillFields(home);
+    home.WriteUpdateConfig("{\"a\": 1, \"\xef\xbb\xbfnoRemind\": \"1\"}");
+
+    QCOMPARE(Global::instance.WriteConfigToFile(remid), 0);
+
+    QCOMPARE(UpdateConfig(home), QByteArray("{\n"
+                                            "    \"a\": 1,\n"
+                                            "    \"noRemind\": 1,\n"
+                                            "    \"noRemindVersion\": \"2.1.3\"\n"
                                             "}\n"));
 }
 
