@@ -88,6 +88,7 @@ private slots:
     void sourceLocationIsShortenedAfterTheLastSlash_data();
     void sourceLocationIsShortenedAfterTheLastSlash();
     void timeIsTheLocalTimeOfTheMessage();
+    void timeGoesOnFromLineToLine();
     void messagesAreWrittenAsTheyAre_data();
     void messagesAreWrittenAsTheyAre();
     void textIsInTheEncodingOfTheSystem();
@@ -184,6 +185,18 @@ void TestLogMessageHandler::timeIsTheLocalTimeOfTheMessage()
     QCOMPARE(line.mid(20), QStringLiteral("] [INFO] (:0) text"));
     const QDateTime logged = QDateTime::fromString(line.mid(1, 19), format);
     QVERIFY2(logged >= before && logged <= after, qPrintable(line));
+}
+
+void TestLogMessageHandler::timeGoesOnFromLineToLine()
+{
+    const TestHome home;
+    Log(QStringLiteral("text"));
+    const qint64 first = QDateTime::currentSecsSinceEpoch();
+    QTRY_VERIFY(QDateTime::currentSecsSinceEpoch() > first);
+    Log(QStringLiteral("text"));
+    const QStringList lines = home.LogLines();
+    QCOMPARE(lines.size(), 2);
+    QVERIFY2(lines.first().left(20) < lines.last().left(20), qPrintable(lines.last()));
 }
 
 void TestLogMessageHandler::messagesAreWrittenAsTheyAre_data()
