@@ -25,4 +25,11 @@ void Pause(unsigned long milliseconds);
 /// Lets the system start a downloaded file as a program, where it asks for more than the name.
 void MakeStartable(const QString &program);
 
+/**
+ * Keeps the TLS library as it is until the process is gone, where it would clean up at exit: a
+ * thread that the framework has waited for may still be on its last steps there, and both would
+ * free the same memory. To be called before anything uses TLS; later calls do nothing.
+ */
+void KeepTlsUntilTheEnd();
+
 } // namespace Platform

@@ -4,6 +4,7 @@
 #include <QThread>
 
 #include <cerrno>
+#include <openssl/crypto.h>
 #include <sys/statvfs.h>
 
 namespace
@@ -41,4 +42,9 @@ void Platform::MakeStartable(const QString &program)
 {
     QFile file(program);
     file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeUser);
+}
+
+void Platform::KeepTlsUntilTheEnd()
+{
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
 }

@@ -26,3 +26,8 @@ void Platform::MakeStartable(const QString &)
 {
     // The file's name is enough for the system.
 }
+
+void Platform::KeepTlsUntilTheEnd()
+{
+    // The system's own TLS, and threads that are waited for to their very end.
+}

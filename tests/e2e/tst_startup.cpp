@@ -1,5 +1,6 @@
 #include "tests/e2e/updaterrun.h"
 
+#include <QFile>
 #include <QTest>
 
 /// How the program starts, refuses to, and ends.
@@ -19,6 +20,9 @@ private slots:
     void ArgumentsAreLoggedInOrder_data();
     void ArgumentsAreLoggedInOrder();
     void WithoutArgumentsNoneIsLogged();
+#ifdef Q_OS_UNIX
+    void TlsIsLoadedBeforeTheCheckBegins_posix();
+#endif
 
 private:
     static const QString m_missing;
@@ -169,6 +173,23 @@ void TestStartup::WithoutArgumentsNoneIsLogged()
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
 }
+
+#ifdef Q_OS_UNIX
+void TestStartup::TlsIsLoadedBeforeTheCheckBegins_posix()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    // The check begins with tasklist: this one looks what its caller has loaded by then.
+    const QString tasklist = run.home.CommandsFolder() + QStringLiteral("/tasklist");
+    const QString seen = run.home.Scratch() + QStringLiteral("/seen");
+    WriteFile(tasklist,
+              "#!/bin/sh\ngrep -o libssl /proc/$PPID/maps >>'" + QFile::encodeName(seen) + "'\n");
+    QVERIFY(QFile::setPermissions(tasklist, QFile::ReadOwner | QFile::ExeOwner));
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(ReadFile(seen).startsWith("libssl\n"));
+}
+#endif
 
 QTEST_GUILESS_MAIN(TestStartup)
 #include "tst_startup.moc"

@@ -1,0 +1,10 @@
+#include "net/tlspreparation.h"
+
+#include <QNetworkAccessManager>
+#include <QSslConfiguration>
+
+void PrepareTls()
+{
+    (void)QSslConfiguration::defaultConfiguration();
+    const QNetworkAccessManager first;
+}
