@@ -49,9 +49,8 @@ UpdaterRun::UpdaterRun()
       client(home.ClientFolder() + QLatin1Char('/') + imageName)
 {
     QFile program(QStringLiteral(UPDATER_PROGRAM));
-    const QString copy = home.ProgramFolder() + QLatin1Char('/') + ProgramName();
-    if (!program.copy(copy))
-        qFatal("cannot copy the program to %s: %s", qPrintable(copy),
+    if (!program.copy(ProgramPath()))
+        qFatal("cannot copy the program to %s: %s", qPrintable(ProgramPath()),
                qPrintable(program.errorString()));
     ChooseGuard(home);
     SetLanguage("en");
@@ -93,17 +92,22 @@ void UpdaterRun::SetLanguage(const QByteArray &language)
     WriteFile(home.ClientDataFolder() + QStringLiteral("/language.txt"), language);
 }
 
-void UpdaterRun::AnswerCheck(const QJsonObject &biz)
+QByteArray UpdaterRun::CheckAnswer(const QJsonObject &biz)
 {
     const QJsonObject answer{{QStringLiteral("code"), QStringLiteral("000000")},
                              {QStringLiteral("desc"), QStringLiteral("success")},
                              {QStringLiteral("biz"), biz}};
-    const QByteArray body = QJsonDocument(answer).toJson(QJsonDocument::Compact);
-    server.Script(QStringLiteral("/check"),
-                  QJsonObject{{QStringLiteral("body"), QString::fromUtf8(body)}});
+    return QJsonDocument(answer).toJson(QJsonDocument::Compact);
 }
 
-void UpdaterRun::Publish(const QByteArray &package, const QString &name, const QJsonObject &changes)
+void UpdaterRun::AnswerCheck(const QJsonObject &biz)
+{
+    server.Script(QStringLiteral("/check"),
+                  QJsonObject{{QStringLiteral("body"), QString::fromUtf8(CheckAnswer(biz))}});
+}
+
+QJsonObject UpdaterRun::Offer(const QByteArray &package, const QString &name,
+                              const QJsonObject &changes)
 {
     const QByteArray md5 = QCryptographicHash::hash(package, QCryptographicHash::Md5).toHex();
     QJsonObject biz{
@@ -117,7 +121,12 @@ void UpdaterRun::Publish(const QByteArray &package, const QString &name, const Q
         {QStringLiteral("updateType"), 1}};
     for (auto change = changes.begin(); change != changes.end(); ++change)
         biz.insert(change.key(), change.value());
-    AnswerCheck(biz);
+    return biz;
+}
+
+void UpdaterRun::Publish(const QByteArray &package, const QString &name, const QJsonObject &changes)
+{
+    AnswerCheck(Offer(package, name, changes));
     server.Script(
         QStringLiteral("/packages/") + name,
         QJsonObject{{QStringLiteral("bodyBase64"), QString::fromLatin1(package.toBase64())}});
@@ -129,11 +138,16 @@ QString UpdaterRun::PackagePath(const QString &name) const
            imageName.section(QLatin1Char('.'), 0, 0) + QLatin1Char('/') + name;
 }
 
+QString UpdaterRun::ProgramPath() const
+{
+    return home.ProgramFolder() + QLatin1Char('/') + ProgramName();
+}
+
 void UpdaterRun::Start(const QStringList &arguments)
 {
     process.setWorkingDirectory(home.Scratch());
     process.setProcessChannelMode(QProcess::ForwardedChannels);
-    process.start(home.ProgramFolder() + QLatin1Char('/') + ProgramName(), arguments);
+    process.start(ProgramPath(), arguments);
     if (!process.waitForStarted())
         qFatal("the updater does not start: %s", qPrintable(process.errorString()));
 }

@@ -34,6 +34,13 @@ public:
     /// The client's language choice.
     void SetLanguage(const QByteArray &language);
 
+    /// The service's answer to the check that carries @p biz as its "biz" object.
+    static QByteArray CheckAnswer(const QJsonObject &biz);
+
+    /// The "biz" object that offers @p package as @p name and version 2.1.3, with @p changes to it.
+    static QJsonObject Offer(const QByteArray &package, const QString &name,
+                             const QJsonObject &changes = {});
+
     /// What the service answers to the check: @p biz as its "biz" object.
     void AnswerCheck(const QJsonObject &biz);
 
@@ -42,6 +49,9 @@ public:
 
     /// Full path of the package of that name once it is downloaded.
     QString PackagePath(const QString &name) const;
+
+    /// Full path of the program under test.
+    QString ProgramPath() const;
 
     /// Starts the updater from a foreign working directory.
     void Start(const QStringList &arguments = {});

@@ -11,7 +11,7 @@
 namespace
 {
 constexpr int startTimeoutMs = 30000;
-constexpr int callTimeoutMs = 15000;
+constexpr int callTimeoutMs = 60000;
 constexpr int stopTimeoutMs = 5000;
 constexpr int pollIntervalMs = 10;
 
