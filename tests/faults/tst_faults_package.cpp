@@ -1,0 +1,116 @@
+#include "tests/faults/faultrun.h"
+
+#include <QTest>
+
+/// The package server gives a wrong answer: what the user sees at once.
+class TestFaultsPackage : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void AWrongPackageIsNotInstalled_data();
+    void AWrongPackageIsNotInstalled();
+    void AnOddAnswerStillUpdates_data();
+    void AnOddAnswerStillUpdates();
+    void RetryAfterACorruptedPackageUpdates();
+};
+
+namespace
+{
+
+const QString kBase64 = QStringLiteral("bodyBase64");
+const QString kStatus = QStringLiteral("status");
+
+QJsonObject Step(const QByteArray &body)
+{
+    return {{kBase64, QString::fromLatin1(body.toBase64())}};
+}
+
+QByteArray WithOneBitTurned()
+{
+    QByteArray package = FaultRun::Package();
+    package[package.size() / 2] = char(package.at(package.size() / 2) ^ 1);
+    return package;
+}
+
+} // namespace
+
+void TestFaultsPackage::AWrongPackageIsNotInstalled_data()
+{
+    QTest::addColumn<QJsonObject>("step");
+    QTest::addColumn<QString>("left");
+    const QByteArray package = FaultRun::Package();
+    const QString damaged = QStringLiteral(", another file as the package");
+    const QString empty = QStringLiteral(", an empty package file");
+    QTest::newRow("package: one bit turned over") << Step(WithOneBitTurned()) << damaged;
+    QTest::newRow("package: one byte too many") << Step(package + 'x') << damaged;
+    QTest::newRow("package: one byte missing")
+        << Step(package.left(package.size() - 1)) << QStringLiteral(", part of the package");
+    QTest::newRow("package: empty") << Step(QByteArray()) << empty;
+    QTest::newRow("package: a page of a hotel's network")
+        << Step("<html><body>Log in</body></html>") << damaged;
+    QTest::newRow("package: announced half as long as it is")
+        << QJsonObject{{QStringLiteral("length"), package.size() / 2},
+                       {QStringLiteral("then"), QStringLiteral("close")}}
+        << QStringLiteral(", part of the package");
+    for (const int status : {301, 302, 307})
+        QTest::addRow("package: answer %d to another page", status)
+            << QJsonObject{{kStatus, status},
+                           {QStringLiteral("body"), QString()},
+                           {QStringLiteral("headers"),
+                            QJsonArray{QJsonArray{QStringLiteral("Location"),
+                                                  QStringLiteral("/elsewhere")}}}}
+            << empty;
+}
+
+void TestFaultsPackage::AWrongPackageIsNotInstalled()
+{
+    QFETCH(QJsonObject, step);
+    QFETCH(QString, left);
+    FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
+    fault.Offer();
+    fault.ScriptPackage(step);
+    fault.Start();
+    fault.WaitForError();
+    fault.MustEndWith({FaultRun::Corrupted, FaultRun::Untouched + left, 0});
+}
+
+void TestFaultsPackage::AnOddAnswerStillUpdates_data()
+{
+    QTest::addColumn<QJsonObject>("step");
+    QTest::newRow("package: without a length, ended by the connection")
+        << QJsonObject{{QStringLiteral("length"), QStringLiteral("none")}};
+    const QByteArray packed = qCompress(FaultRun::Package()).mid(4);
+    QTest::newRow("package: compressed on the way") << QJsonObject{
+        {kBase64, QString::fromLatin1(packed.toBase64())},
+        {QStringLiteral("headers"),
+         QJsonArray{QJsonArray{QStringLiteral("Content-Encoding"), QStringLiteral("deflate")}}}};
+    QTest::newRow("package: in chunks") << QJsonObject{{QStringLiteral("chunked"), true}};
+}
+
+void TestFaultsPackage::AnOddAnswerStillUpdates()
+{
+    QFETCH(QJsonObject, step);
+    FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
+    fault.Offer();
+    fault.ScriptPackage(step);
+    fault.RunThrough();
+    fault.MustEndWith({FaultRun::Progress, FaultRun::Updated, 1});
+}
+
+void TestFaultsPackage::RetryAfterACorruptedPackageUpdates()
+{
+    FaultRun fault(QStringLiteral("package: one bit turned over, and whole on \"Retry\""));
+    fault.Offer();
+    fault.run.server.Script(FaultRun::PackagePage,
+                            QJsonArray{Step(WithOneBitTurned()), Step(FaultRun::Package())});
+    fault.Start();
+    fault.WaitForError();
+    fault.Press(FaultRun::CancelOrRetryButton);
+    QCOMPARE(fault.run.WaitForEnd(), 0);
+    fault.MustEndWith(
+        {FaultRun::Corrupted + QStringLiteral(", then progress"), FaultRun::Updated, 1});
+}
+
+QTEST_GUILESS_MAIN(TestFaultsPackage)
+#include "tst_faults_package.moc"
