@@ -1,6 +1,7 @@
 # Warnings, sanitizers and the definitions that every target of the project is compiled with.
 
 option(UPDATER_SANITIZE "Build with the address, leak and undefined-behaviour sanitizers" OFF)
+option(UPDATER_FIND_LEAKS "Build with the leak sanitizer alone, which costs next to nothing" OFF)
 option(UPDATER_FUZZ "Build the fuzz targets, and all that they link, for libFuzzer; needs clang" OFF)
 
 add_library(compiler_settings INTERFACE)
@@ -25,6 +26,11 @@ if(UPDATER_SANITIZE)
     set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     target_compile_options(compiler_settings INTERFACE ${sanitizers})
     target_link_options(compiler_settings INTERFACE ${sanitizers})
+endif()
+
+if(UPDATER_FIND_LEAKS)
+    target_compile_options(compiler_settings INTERFACE -fsanitize=leak -fno-omit-frame-pointer)
+    target_link_options(compiler_settings INTERFACE -fsanitize=leak)
 endif()
 
 if(UPDATER_FUZZ)

@@ -1,0 +1,13 @@
+/// Shows an empty window and ends: what the framework itself keeps until the very end of a process.
+#include <QApplication>
+#include <QTimer>
+#include <QWidget>
+
+int main(int argc, char *argv[])
+{
+    const QApplication application(argc, argv);
+    QWidget window;
+    window.show();
+    QTimer::singleShot(0, &application, &QCoreApplication::quit);
+    return QApplication::exec();
+}
