@@ -1,7 +1,9 @@
-// What the updater's start is measured against: the least that a program of this framework with a
-// window can be. It says when its window is drawn, and ends.
+// What the updater is measured against: the least that a program of this framework with a window
+// can be. It says when its window is drawn, and ends; with --stay it goes on. With --text there is
+// a word in the window, as in nearly all others.
 
 #include <QApplication>
+#include <QPainter>
 #include <QTimer>
 #include <QWidget>
 
@@ -15,9 +17,13 @@ class BareWindow : public QWidget
 protected:
     void paintEvent(QPaintEvent *) override
     {
+        const QStringList arguments = QCoreApplication::arguments();
+        if (arguments.contains(QStringLiteral("--text")))
+            QPainter(this).drawText(rect(), Qt::AlignCenter, QStringLiteral("text"));
         std::puts("drawn");
         std::fflush(stdout);
-        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        if (!arguments.contains(QStringLiteral("--stay")))
+            QTimer::singleShot(0, qApp, &QCoreApplication::quit);
     }
 };
 

@@ -1,0 +1,98 @@
+// What the process does while the prompt stands and nobody touches it: how often its threads wake
+// up, against a bare window beside it in the same seconds. Threads that the framework starts for
+// itself count in the second row only.
+
+#include "bench/barewindow.h"
+#include "bench/figure.h"
+#include "bench/processstatus.h"
+#include "tests/e2e/updaterrun.h"
+
+#include <QApplication>
+#include <QTest>
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr int kRuns = 3;
+constexpr int kSeconds = 10;
+constexpr int kMillisecondsInSecond = 1000;
+
+/// What drawing for the first time leaves to be done is done by then.
+constexpr int kSettleMs = 3000;
+
+constexpr int kTryMs = 30000;
+
+/// As the framework and the system name the threads.
+const QByteArray kWorkerThread("QThread");
+const QByteArray kGuiThread("AutoUpdate");
+const QByteArray kBareGuiThread("barewindow");
+
+/// The wake-ups from @p before to @p after. A thread that has ended by then counts for nothing.
+double Sum(const QMap<QByteArray, double> &before, const QMap<QByteArray, double> &after)
+{
+    double sum = 0;
+    for (auto thread = after.begin(); thread != after.end(); ++thread)
+        sum += std::max(0.0, thread.value() - before.value(thread.key()));
+    return sum;
+}
+
+bool IsPromptShown()
+{
+    QProcess search;
+    search.start(QStringLiteral("xdotool"),
+                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                  QStringLiteral("--name"), QStringLiteral("^App Update$")});
+    search.waitForFinished();
+    return !search.readAllStandardOutput().isEmpty();
+}
+
+void Measure(Figure &own, Figure &all)
+{
+    UpdaterRun run;
+    run.Configure();
+    run.Publish("package", QStringLiteral("package.zip"));
+    run.Start();
+    if (!QTest::qWaitFor(IsPromptShown, kTryMs))
+        qFatal("the prompt never came up");
+    QProcess bare;
+    StartBareWindow(bare, {QStringLiteral("--stay")});
+    QTest::qWait(kSettleMs);
+
+    const auto oursBefore = SleepCounts(run.process.processId());
+    const auto theirsBefore = SleepCounts(bare.processId());
+    QTest::qWait(kSeconds * kMillisecondsInSecond);
+    const auto ours = SleepCounts(run.process.processId());
+    const auto theirs = SleepCounts(bare.processId());
+    own.ours.append((ours[kGuiThread] + ours[kWorkerThread] - oursBefore[kGuiThread] -
+                     oursBefore[kWorkerThread]) /
+                    kSeconds);
+    own.theirs.append((theirs[kBareGuiThread] - theirsBefore[kBareGuiThread]) / kSeconds);
+    all.ours.append(Sum(oursBefore, ours) / kSeconds);
+    all.theirs.append(Sum(theirsBefore, theirs) / kSeconds);
+    bare.kill();
+    bare.waitForFinished();
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const QApplication application(argc, argv);
+    KeepQuiet();
+    Figure own;
+    Figure all;
+    for (int run = 0; run < kRuns; ++run)
+        Measure(own, all);
+    own.name = QStringLiteral("wake-ups while the prompt stands, the program's two threads");
+    own.judged = Figure::Difference;
+    own.bound = 0;
+    all.name = QStringLiteral("wake-ups while the prompt stands, with the framework's threads");
+    for (Figure *figure : {&own, &all}) {
+        figure->unit = QStringLiteral("/s");
+        figure->comparedWith = QStringLiteral("bare window");
+        Print(*figure);
+    }
+    return 0;
+}
