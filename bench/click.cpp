@@ -3,6 +3,7 @@
 
 #include "bench/figure.h"
 #include "bench/packageserver.h"
+#include "bench/updaterwindow.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -58,17 +59,6 @@ private:
     QProcess m_xdotool;
 };
 
-/// The number of the updater's window; empty when it is not there.
-QString FindWindow()
-{
-    QProcess search;
-    search.start(QStringLiteral("xdotool"),
-                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                  QStringLiteral("--name"), QStringLiteral("^App Update$")});
-    search.waitForFinished();
-    return QString::fromLatin1(search.readAllStandardOutput()).trimmed();
-}
-
 QImage WhatIsThere(const QString &window)
 {
     return QGuiApplication::primaryScreen()
@@ -95,7 +85,7 @@ void Measure(const PackageServer &server, QVector<double> &answers)
     server.StartDownload(run, kMebibytes);
     if (!QTest::qWaitFor([&] { return QFileInfo(path).size() > 0; }, kTryMs))
         qFatal("the download does not begin");
-    const QString window = FindWindow();
+    const QString window = UpdaterWindow();
     const QImage blank = WhatIsThere(window);
 
     Mouse mouse;

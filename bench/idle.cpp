@@ -5,6 +5,7 @@
 #include "bench/barewindow.h"
 #include "bench/figure.h"
 #include "bench/processstatus.h"
+#include "bench/updaterwindow.h"
 #include "tests/e2e/updaterrun.h"
 
 #include <QApplication>
@@ -38,23 +39,13 @@ double Sum(const QMap<QByteArray, double> &before, const QMap<QByteArray, double
     return sum;
 }
 
-bool IsPromptShown()
-{
-    QProcess search;
-    search.start(QStringLiteral("xdotool"),
-                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                  QStringLiteral("--name"), QStringLiteral("^App Update$")});
-    search.waitForFinished();
-    return !search.readAllStandardOutput().isEmpty();
-}
-
 void Measure(Figure &own, Figure &all)
 {
     UpdaterRun run;
     run.Configure();
     run.Publish("package", QStringLiteral("package.zip"));
     run.Start();
-    if (!QTest::qWaitFor(IsPromptShown, kTryMs))
+    if (!QTest::qWaitFor([] { return !UpdaterWindow().isEmpty(); }, kTryMs))
         qFatal("the prompt never came up");
     QProcess bare;
     StartBareWindow(bare, {QStringLiteral("--stay")});

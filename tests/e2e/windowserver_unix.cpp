@@ -30,8 +30,8 @@ QStringList VisibleWindows(const QString &title)
 WindowServer::WindowServer()
 {
     m_server.setProcessChannelMode(QProcess::SeparateChannels);
-    // Without "-noreset" it would start afresh whenever its last client goes, an xdotool most of the
-    // time, and turn away a program that comes at that moment.
+    // Without "-noreset" it would start afresh whenever its last client goes, an xdotool most of
+    // the time, and turn away a program that comes at that moment.
     m_server.start(QStringLiteral("Xvfb"),
                    {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-noreset"),
                     QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("800x600x24"),

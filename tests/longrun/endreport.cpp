@@ -6,9 +6,10 @@
  *     descriptor 3 /path    an open one
  *     thread NAME           one that has not ended, besides the main one
  *     object QTimer         an object of the framework that was never destroyed
- *     segment 4711          shared memory that this process made or attached, and that is still
- * there semaphores 4711       likewise late 1                so many times shared memory was still
- * attached for a moment, see shmctl() end                   the last line: the report is whole
+ *     segment 4711          shared memory that this process made or attached, and that stays
+ *     semaphores 4711       likewise
+ *     late 1                so many times shared memory was let go late, see shmctl()
+ *     end                   the last line: the report is whole
  */
 #include "tests/longrun/liveobjects.h"
 #include "tests/longrun/ownprocess.h"
