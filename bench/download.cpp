@@ -5,6 +5,7 @@
 #include "bench/figure.h"
 #include "bench/packageserver.h"
 #include "bench/processstatus.h"
+#include "bench/warmmemory.h"
 
 #include <QApplication>
 #include <QFile>
@@ -32,7 +33,8 @@ Download WithUpdater(const PackageServer &server, int mebibytes)
     const QString path = PackageServer::Target(run, mebibytes);
     const CloseWatch watch(path);
     const int request = server.RequestCount();
-    server.StartDownload(run, mebibytes);
+    WarmMemory memory(mebibytes);
+    server.StartDownload(run, mebibytes, [&memory] { memory.Release(); });
 
     double peak = 0;
     const double end = watch.Wait([&] {
@@ -49,6 +51,8 @@ double WithCurl(const PackageServer &server, int mebibytes)
     const QString path = home.Scratch() + QStringLiteral("/package");
     const CloseWatch watch(path);
     const int request = server.RequestCount();
+    WarmMemory memory(mebibytes);
+    memory.Release();
     QProcess curl;
     curl.start(QStringLiteral("curl"),
                {QStringLiteral("--silent"), QStringLiteral("--fail"), QStringLiteral("--cacert"),

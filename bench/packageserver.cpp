@@ -66,20 +66,29 @@ double PackageServer::RequestStartMs(int index) const
     return start * kMillisecondsInSecond;
 }
 
-void PackageServer::StartDownload(UpdaterRun &run, int mebibytes) const
+void PackageServer::StartDownload(UpdaterRun &run, int mebibytes,
+                                  const std::function<void()> &beforeTheOffer) const
 {
     run.Configure({{QStringLiteral("updatePackageUrl"), PackagesUrl()}});
-    run.AnswerCheck({{QStringLiteral("id"), PackageName(mebibytes)},
-                     {QStringLiteral("update"), QStringLiteral("1")},
-                     {QStringLiteral("latestVersion"), QStringLiteral("2.1.3")},
-                     {QStringLiteral("latestVersionUrl"), Url(mebibytes)},
-                     {QStringLiteral("packageSize"), mebibytes * kMebibyte},
-                     {QStringLiteral("updateType"), kNeitherStartedNorInstalled}});
+    const QString check = QStringLiteral("/check");
+    const QByteArray answer =
+        UpdaterRun::CheckAnswer({{QStringLiteral("id"), PackageName(mebibytes)},
+                                 {QStringLiteral("update"), QStringLiteral("1")},
+                                 {QStringLiteral("latestVersion"), QStringLiteral("2.1.3")},
+                                 {QStringLiteral("latestVersionUrl"), Url(mebibytes)},
+                                 {QStringLiteral("packageSize"), mebibytes * kMebibyte},
+                                 {QStringLiteral("updateType"), kNeitherStartedNorInstalled}});
+    run.server.Script(check, QJsonObject{{QStringLiteral("body"), QString::fromUtf8(answer)},
+                                         {QStringLiteral("hold"), QStringLiteral("before")}});
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(TRUST_LIBRARY));
     environment.insert(QStringLiteral("BENCH_CERTIFICATE"), Certificate());
     run.process.setProcessEnvironment(environment);
     run.Start({QStringLiteral("-immediately")});
+    if (!run.server.WaitForRequests(1))
+        qFatal("the updater never asked for an update");
+    beforeTheOffer();
+    run.server.Release(check);
 }
 
 QString PackageServer::Target(const UpdaterRun &run, int mebibytes)

@@ -4,6 +4,8 @@
 
 #include <QString>
 
+#include <functional>
+
 /**
  * The package server that scripts/bench runs: nginx with the production files, a certificate of its
  * own, and packages that are called after their size in MiB. GUI thread.
@@ -31,9 +33,11 @@ public:
     /**
      * Starts the updater of @p run so that it goes straight on to download the package of
      * @p mebibytes from here, trusting the certificate. The service offers it with a kind that
-     * neither starts nor installs it, so that the run stays as it is when all has come.
+     * neither starts nor installs it, so that the run stays as it is when all has come. Calls
+     * @p beforeTheOffer while the check waits for its answer, after which the download begins.
      */
-    void StartDownload(UpdaterRun &run, int mebibytes) const;
+    void StartDownload(
+        UpdaterRun &run, int mebibytes, const std::function<void()> &beforeTheOffer = [] {}) const;
 
     /// Where that package comes to lie; its folder is made.
     static QString Target(const UpdaterRun &run, int mebibytes);
