@@ -1,7 +1,6 @@
 #include "app/logmessagehandler.h"
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
-#include "net/tlspreparation.h"
 
 #include <QApplication>
 #include <QDebug>
@@ -65,8 +64,6 @@ int main(int argc, char *argv[])
     // Direct: what the worker holds of the network is released on its own thread, as its last act.
     QObject::connect(thread, &QThread::finished, worker, &HttpDownLoadFile::DeleteResource,
                      Qt::DirectConnection);
-    // The check follows after a pause: time to load what it needs, where it would wait for it.
-    QObject::connect(thread, &QThread::started, worker, &PrepareTls);
     thread->start(QThread::InheritPriority);
 
     const int result = QApplication::exec();

@@ -5,6 +5,7 @@
 #include "install/platform.h"
 #include "net/contentcoding.h"
 #include "net/timelimits.h"
+#include "net/tlspreparation.h"
 #include "ui/dwondialog.h"
 #include "ui/updatedialog.h"
 
@@ -133,6 +134,8 @@ HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
     connect(this, &HttpDownLoadFile::InitCheck, this, &HttpDownLoadFile::CheckProcess);
 
     QTimer::singleShot(TimeLimits::FirstCheckDelayMs, this, &HttpDownLoadFile::TimerPro);
+    // The worker's thread does that as it starts, in the pause that the check waits for anyway.
+    QMetaObject::invokeMethod(this, &PrepareTls, Qt::QueuedConnection);
 }
 
 HttpDownLoadFile::~HttpDownLoadFile()
