@@ -19,9 +19,6 @@ private slots:
 namespace
 {
 
-const QString kThen = QStringLiteral("then");
-const QString kSendBytes = QStringLiteral("sendBytes");
-
 const QString kPart = QStringLiteral(", part of the package");
 const QString kEmpty = QStringLiteral(", an empty package file");
 
@@ -35,8 +32,6 @@ void TestFaultsSlowPackage::AnErrorOfTheServerIsGivenUp_data()
     for (const int status : {403, 404, 500, 503})
         QTest::addRow("package: answer %d", status)
             << QJsonObject{{QStringLiteral("status"), status}, {body, QString()}} << kEmpty;
-    QTest::newRow("package: connection reset in the middle")
-        << QJsonObject{{kSendBytes, 100000}, {kThen, QStringLiteral("reset")}} << kPart;
     QTest::newRow("package: announced longer than it is, connection kept")
         << QJsonObject{{QStringLiteral("length"), FaultRun::Package().size() + 1}}
         << QStringLiteral(", the package");
