@@ -3,6 +3,7 @@
 #include "tests/support/testhome.h"
 
 #include <QDir>
+#include <QStringList>
 
 namespace
 {

@@ -3,7 +3,6 @@
 #include <QByteArray>
 #include <QMap>
 #include <QString>
-#include <QStringList>
 #include <QtGlobal>
 
 /// A number that the system tells of a process, such as "VmHWM" in KiB; fails the program when it
