@@ -4,6 +4,8 @@
 #include "config/paths.h"
 #include "install/platform.h"
 #include "net/contentcoding.h"
+#include "net/packagename.h"
+#include "net/requests.h"
 #include "net/timelimits.h"
 #include "net/tlspreparation.h"
 #include "ui/dwondialog.h"
@@ -14,20 +16,12 @@
 #include <QDebug>
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QNetworkAccessManager>
-#include <QNetworkRequest>
-#include <QSslConfiguration>
 #include <QTimer>
 #include <QTimerEvent>
-#include <QUrl>
 
 namespace
 {
-
-/// Windows, as the update service counts platforms.
-constexpr int kPlatform = 6;
 
 const QLatin1String kNoUpdate("0");
 
@@ -38,28 +32,6 @@ constexpr qint64 kMaxCheckReplyBytes = 8LL * 1024 * 1024;
 // Bytes that may wait to be written before the connection is held back. So few that they are still
 // in the processor's cache then: 1 MiB costs a third more of the processor's time.
 constexpr qint64 kDownloadBufferBytes = 64LL * 1024;
-
-QByteArray CheckRequestBody()
-{
-    const QJsonObject body{{QStringLiteral("clientVersion"), Global::instance.currentVersion},
-                           {QStringLiteral("deviceType"), QStringLiteral("Windows")},
-                           {QStringLiteral("platform"), kPlatform}};
-    return QJsonDocument(body).toJson(QJsonDocument::Compact);
-}
-
-QNetworkRequest CheckRequest()
-{
-    QNetworkRequest request(QUrl(Global::instance.updateCheckUrl, QUrl::TolerantMode));
-    request.setRawHeader("X-Request-From", "internal");
-    request.setRawHeader("content-type", "application/json;charset=UTF-8");
-    // What the framework would send anyway; but an answer that it unpacks itself knows no limit.
-    request.setRawHeader("Accept-Encoding", "gzip, deflate");
-    QSslConfiguration tls = request.sslConfiguration();
-    tls.setPeerVerifyMode(QSslSocket::VerifyNone);
-    tls.setProtocol(QSsl::AnyProtocol);
-    request.setSslConfiguration(tls);
-    return request;
-}
 
 /// The user asked never to be prompted for this version, and nobody asks for the prompt now.
 bool IsSilenced()
@@ -86,23 +58,10 @@ void RemoveNotesMarker()
         qDebug() << "failed to delete isShowUpdataInfo.txt: " << int(marker.error());
 }
 
-QString FileNameOfUrl(const QString &url)
-{
-    return url.mid(url.lastIndexOf(QLatin1Char('/')) + 1);
-}
-
-/// False for a name that the service chose so that it climbs out of the folder or onto another
-/// drive.
-bool IsPlainFileName(const QString &name)
-{
-    return name != QLatin1String("..") && !name.contains(QLatin1Char('\\')) &&
-           !name.contains(QLatin1Char(':'));
-}
-
 /// A nameless client has the folder of everybody's application data: that one is never emptied.
 bool IsOwnFolder(const QString &folder)
 {
-    return !FileNameOfUrl(folder).trimmed().isEmpty();
+    return !folder.mid(folder.lastIndexOf(QLatin1Char('/')) + 1).trimmed().isEmpty();
 }
 
 void RemoveEntry(const QFileInfo &entry)
@@ -171,7 +130,8 @@ void HttpDownLoadFile::CheckProcess()
 
 void HttpDownLoadFile::SendCheckRequest()
 {
-    reply = checkManager->post(CheckRequest(), CheckRequestBody());
+    reply = checkManager->post(CheckRequest(Global::instance.updateCheckUrl),
+                               CheckRequestBody(Global::instance.currentVersion));
     // Once the answer has begun: the framework forgets a limit that is set on a POST before that.
     connect(reply, &QNetworkReply::metaDataChanged, reply,
             [answer = reply] { answer->setReadBufferSize(kMaxCheckReplyBytes); });
@@ -208,13 +168,18 @@ void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
         LaunchClientOnce();
         return;
     }
+    packagePath = PackageFileName(global.latestVersionUrl);
+    if (!IsUsablePackageName(packagePath)) {
+        LaunchClientOnce();
+        qDebug() << "package name cannot be used:" << packagePath;
+        return;
+    }
     PrepareDownload();
     emit Aupdate(global.update);
 }
 
 void HttpDownLoadFile::PrepareDownload()
 {
-    packagePath = FileNameOfUrl(Global::instance.latestVersionUrl);
     downloadDir = Paths::DownloadFolder(Global::instance.appName);
     QDir().mkpath(downloadDir);
     packagePath = downloadDir + QLatin1Char('/') + packagePath;
@@ -250,7 +215,7 @@ bool HttpDownLoadFile::OpenPackageFile()
     if (packageFile.fileName().isEmpty())
         packageFile.setFileName(packagePath);
 
-    if (!IsOwnFolder(downloadDir) || !IsPlainFileName(packagePath.mid(downloadDir.size() + 1))) {
+    if (!IsOwnFolder(downloadDir)) {
         qDebug() << packagePath << " Open failed:" << int(QFileDevice::OpenError);
         return false;
     }
@@ -268,7 +233,7 @@ void HttpDownLoadFile::SendPackageRequest()
         reply->disconnect(this);
 
     const QString address = Global::instance.updatePackageUrl + Global::instance.id;
-    reply = downloadManager->get(QNetworkRequest(QUrl(address, QUrl::TolerantMode)));
+    reply = downloadManager->get(PackageRequest(address));
     reply->setReadBufferSize(kDownloadBufferBytes);
     connect(reply, &QNetworkReply::readyRead, this, &HttpDownLoadFile::ReplyPackDataRecv);
     connect(reply, &QNetworkReply::finished, this, &HttpDownLoadFile::ReplyFinished);
