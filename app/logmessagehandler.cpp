@@ -13,6 +13,7 @@ namespace
 {
 
 constexpr qint64 kMaxLogBytes = 30LL * 1024 * 1024;
+constexpr int kPieceLength = 8 * 1024;
 
 /// Critical and fatal messages have no word: the program itself never emits them.
 QString LevelWord(QtMsgType type)
@@ -65,8 +66,8 @@ void LogMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
     if (!QDir(folder).exists())
         QDir().mkpath(folder);
 
-    const QString line = QStringLiteral("[%1] [%2] %3 %4")
-                             .arg(TimeText(), LevelWord(type), SourceLocation(context), message);
+    const QString head =
+        QStringLiteral("[%1] [%2] %3 ").arg(TimeText(), LevelWord(type), SourceLocation(context));
 
     QFile file(folder + QStringLiteral("/AutoUpdate.log"));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Append))
@@ -74,7 +75,12 @@ void LogMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
     if (file.size() > kMaxLogBytes)
         file.resize(0);
     QTextStream stream(&file);
-    stream << line << "\r\n";
+    stream << head;
+    // In pieces, which the stream passes on as they come: a message may be as large as an answer of
+    // the service, and would be in memory twice more.
+    for (int start = 0; start < message.size(); start += kPieceLength)
+        stream << message.midRef(start, kPieceLength);
+    stream << "\r\n";
     stream.flush();
     file.close();
 }

@@ -9,6 +9,8 @@
 #include <QSharedMemory>
 #include <QThread>
 
+#include <algorithm>
+
 namespace
 {
 
@@ -42,7 +44,10 @@ int main(int argc, char *argv[])
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
 
-    QApplication application(argc, argv);
+    // Qt sees the program's name only. It would take options such as -stylesheet for its own: they
+    // would not reach the client, and open files that whoever wrote a link has chosen.
+    int ownArguments = std::min(argc, 1);
+    QApplication application(ownArguments, argv);
 
     QFont font;
     font.setFamily(QStringLiteral("微软雅黑"));

@@ -1,5 +1,6 @@
 #include "config/global.h"
 #include "config/paths.h"
+#include "install/windowsnames.h"
 #include "install/zipdirectory.h"
 
 #include <QDebug>
@@ -9,6 +10,9 @@
 #include <QHash>
 #include <QProcess>
 #include <QtGui/private/qzipreader_p.h>
+
+#include <algorithm>
+#include <new>
 
 namespace
 {
@@ -82,8 +86,19 @@ bool WriteFileEntry(const QString &target, const QByteArray &data)
     return true;
 }
 
+/// False for a name that leads out of the folder, or that Windows takes for something else.
+bool IsHarmlessEntryName(const QString &path)
+{
+    const QStringList segments = path.split(QLatin1Char('/'));
+    return StaysInFolder(path) &&
+           std::none_of(segments.cbegin(), segments.cend(), [](const QString &segment) {
+               return WindowsNames::IsDevice(segment) ||
+                      WindowsNames::HasInvisibleCharacter(segment);
+           });
+}
+
 /// Unpacks every entry of @p packageFile below @p folder, which ends with a slash.
-bool Unpack(const QString &packageFile, const QString &folder)
+bool UnpackEntries(const QString &packageFile, const QString &folder)
 {
     PackageArchive archive(packageFile);
     for (int index = 0; index < archive.Entries().size(); ++index) {
@@ -92,7 +107,7 @@ bool Unpack(const QString &packageFile, const QString &folder)
         if (entry.isSymLink)
             continue;
         // An archive is not read while it is written over.
-        if (!StaysInFolder(entry.filePath) || QFileInfo(target) == QFileInfo(packageFile)) {
+        if (!IsHarmlessEntryName(entry.filePath) || QFileInfo(target) == QFileInfo(packageFile)) {
             LogUnzipFailure(target, QFileDevice::OpenError);
             return false;
         }
@@ -111,6 +126,18 @@ bool Unpack(const QString &packageFile, const QString &folder)
     }
     qInfo() << packageFile << " successfully decompressed";
     return true;
+}
+
+/// The same, where a machine with too little memory for an entry is met like a damaged entry. Qt
+/// reports that by an exception, which would end the process with the client stopped.
+bool Unpack(const QString &packageFile, const QString &folder)
+{
+    try {
+        return UnpackEntries(packageFile, folder);
+    } catch (const std::bad_alloc &) {
+        LogUnzipFailure(packageFile, QFileDevice::ResourceError);
+        return false;
+    }
 }
 
 /// Replaces a file that the client reads. @p name stands in the log.

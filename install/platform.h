@@ -26,6 +26,12 @@ void Pause(unsigned long milliseconds);
 void MakeStartable(const QString &program);
 
 /**
+ * Ends the process without waiting for any thread and without cleaning up: nothing of the program
+ * runs after it. The system releases what the process held.
+ */
+[[noreturn]] void LeaveAtOnce(int exitCode);
+
+/**
  * Keeps the TLS library as it is until the process is gone, where it would clean up at exit: a
  * thread that the framework has waited for may still be on its last steps there, and both would
  * free the same memory. To be called before anything uses TLS; later calls do nothing.

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <openssl/crypto.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace
 {
@@ -42,6 +43,11 @@ void Platform::MakeStartable(const QString &program)
 {
     QFile file(program);
     file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeUser);
+}
+
+void Platform::LeaveAtOnce(int exitCode)
+{
+    _exit(exitCode);
 }
 
 void Platform::KeepTlsUntilTheEnd()

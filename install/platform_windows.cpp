@@ -1,5 +1,6 @@
 #include "install/platform.h"
 
+#include <cstdlib>
 #include <qt_windows.h>
 
 Platform::FreeSpace Platform::VolumeFreeSpace(const QString &path)
@@ -25,6 +26,14 @@ void Platform::Pause(unsigned long milliseconds)
 void Platform::MakeStartable(const QString &)
 {
     // The file's name is enough for the system.
+}
+
+void Platform::LeaveAtOnce(int exitCode)
+{
+    // Not ExitProcess(), which runs the libraries' clean-up and may wait for a lock that a stuck
+    // thread holds.
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
+    std::abort();
 }
 
 void Platform::KeepTlsUntilTheEnd()

@@ -3,6 +3,7 @@
 #include "config/global.h"
 #include "config/paths.h"
 #include "install/platform.h"
+#include "net/checkwatchdog.h"
 #include "net/contentcoding.h"
 #include "net/packagename.h"
 #include "net/requests.h"
@@ -25,9 +26,12 @@ namespace
 
 const QLatin1String kNoUpdate("0");
 
-// An answer beyond this, packed or not, is never taken in whole: memory does not grow with whatever
-// the service sends.
+// An answer beyond this, compressed or not, is refused: memory does not grow with whatever the
+// service sends.
 constexpr qint64 kMaxCheckReplyBytes = 8LL * 1024 * 1024;
+
+// Of a package name that is refused: it may be as long as the answer.
+constexpr int kMaxLoggedName = 300;
 
 // Bytes that may wait to be written before the connection is held back. So few that they are still
 // in the processor's cache then: 1 MiB costs a third more of the processor's time.
@@ -92,6 +96,7 @@ HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
     connect(updateDialog, &UpdateDialog::getPack, this, &HttpDownLoadFile::GetPackData);
     connect(this, &HttpDownLoadFile::InitCheck, this, &HttpDownLoadFile::CheckProcess);
 
+    checkWatchdog = std::make_unique<CheckWatchdog>(this, [this] { ReleaseReply(); });
     QTimer::singleShot(TimeLimits::FirstCheckDelayMs, this, &HttpDownLoadFile::TimerPro);
     // The worker's thread does that as it starts, in the pause that the check waits for anyway.
     QMetaObject::invokeMethod(this, &PrepareTls, Qt::QueuedConnection);
@@ -99,6 +104,7 @@ HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
 
 HttpDownLoadFile::~HttpDownLoadFile()
 {
+    checkWatchdog.reset();
     delete updateDialog;
     updateDialog = nullptr;
 }
@@ -130,11 +136,15 @@ void HttpDownLoadFile::CheckProcess()
 
 void HttpDownLoadFile::SendCheckRequest()
 {
+    checkWatchdog->Begin();
     reply = checkManager->post(CheckRequest(Global::instance.updateCheckUrl),
                                CheckRequestBody(Global::instance.currentVersion));
-    // Once the answer has begun: the framework forgets a limit that is set on a POST before that.
-    connect(reply, &QNetworkReply::metaDataChanged, reply,
-            [answer = reply] { answer->setReadBufferSize(kMaxCheckReplyBytes); });
+    QNetworkReply *const answer = reply;
+    // Once the answer has begun: Qt forgets a limit that is set on a POST before that. One byte
+    // more than is taken, so that an answer of just that size is told from a larger one.
+    connect(answer, &QNetworkReply::metaDataChanged, answer,
+            [answer] { answer->setReadBufferSize(kMaxCheckReplyBytes + 1); });
+    connect(answer, &QNetworkReply::readyRead, this, [this, answer] { RefuseLargeAnswer(answer); });
     connect(checkManager, &QNetworkAccessManager::finished, this,
             &HttpDownLoadFile::ReplyCheckDataRecv);
     StartTimer(checkTimerId);
@@ -143,39 +153,43 @@ void HttpDownLoadFile::SendCheckRequest()
 void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
 {
     StopTimer(checkTimerId);
-    if (clientLaunched)
-        return;
-
     if (Reply->error() != QNetworkReply::NoError) {
-        LaunchClientOnce();
-        qDebug() << "Network Recv Back Error:" << Reply->error();
+        if (EndCheckWithClient())
+            qDebug() << "Network Recv Back Error:" << Reply->error();
         return;
     }
     QByteArray answer = Reply->readAll();
     if (!DecodeContent(Reply->rawHeader("Content-Encoding"), kMaxCheckReplyBytes, answer)) {
-        LaunchClientOnce();
-        qDebug() << "check answer cannot be unpacked, bytes:" << answer.size();
+        if (EndCheckWithClient())
+            qDebug() << "check answer cannot be unpacked, bytes:" << answer.size();
         return;
     }
     Global &global = Global::instance;
     if (global.ParseServiceReply(answer) != 0 || global.latestVersion == global.currentVersion) {
-        LaunchClientOnce();
+        EndCheckWithClient();
         return;
     }
 
     RemoveNotesMarker();
     if (HasNothingToOffer()) {
-        LaunchClientOnce();
+        EndCheckWithClient();
         return;
     }
     packagePath = PackageFileName(global.latestVersionUrl);
     if (!IsUsablePackageName(packagePath)) {
-        LaunchClientOnce();
-        qDebug() << "package name cannot be used:" << packagePath;
+        if (EndCheckWithClient())
+            qDebug() << "package name cannot be used:" << packagePath.left(kMaxLoggedName);
         return;
     }
     PrepareDownload();
-    emit Aupdate(global.update);
+    if (checkWatchdog->End(CheckWatchdog::Prompted))
+        emit Aupdate(global.update);
+}
+
+void HttpDownLoadFile::RefuseLargeAnswer(const QNetworkReply *answer)
+{
+    if (answer->bytesAvailable() > kMaxCheckReplyBytes && EndCheckWithClient())
+        qDebug() << "check answer is too large, bytes: more than" << kMaxCheckReplyBytes;
 }
 
 void HttpDownLoadFile::PrepareDownload()
@@ -233,6 +247,7 @@ void HttpDownLoadFile::SendPackageRequest()
         reply->disconnect(this);
 
     const QString address = Global::instance.updatePackageUrl + Global::instance.id;
+    packageDecoder.reset();
     reply = downloadManager->get(PackageRequest(address));
     reply->setReadBufferSize(kDownloadBufferBytes);
     connect(reply, &QNetworkReply::readyRead, this, &HttpDownLoadFile::ReplyPackDataRecv);
@@ -249,8 +264,19 @@ void HttpDownLoadFile::ReplyPackDataRecv()
     if (reply == nullptr)
         return;
     lastActivityMs = QDateTime::currentMSecsSinceEpoch();
-    packageFile.write(reply->readAll());
+    WritePackage(reply->readAll());
     packageFile.flush();
+}
+
+void HttpDownLoadFile::WritePackage(const QByteArray &received)
+{
+    if (packageDecoder == nullptr)
+        packageDecoder = std::make_unique<ContentDecoder>(reply->rawHeader("Content-Encoding"));
+    const auto write = [this](const QByteArray &plain) {
+        return packageFile.write(plain) == plain.size();
+    };
+    // What is damaged here is missing in the file: the digest tells.
+    packageDecoder->Feed(received, write);
 }
 
 void HttpDownLoadFile::UpdateDataReadProgress(qint64 bytesRead, qint64 totalBytes)
@@ -289,7 +315,7 @@ void HttpDownLoadFile::HandOverPackage()
     } else if (global.updateType == Global::ZipPackage) {
         if (global.InstallPackage(packagePath) != Global::Success)
             QCoreApplication::quit();
-        LaunchClientOnce();
+        global.LaunchClient();
     }
 }
 
@@ -297,14 +323,20 @@ void HttpDownLoadFile::timerEvent(QTimerEvent *event)
 {
     const qint64 elapsedMs = QDateTime::currentMSecsSinceEpoch() - lastActivityMs;
     if (event->timerId() == checkTimerId) {
-        if (TimeLimits::CheckTimedOut(elapsedMs) && !clientLaunched) {
-            qDebug() << "NetworkReply Post TimerOut";
-            LaunchClientOnce();
-        }
+        if (TimeLimits::CheckTimedOut(elapsedMs))
+            GiveUpCheck();
     } else if (event->timerId() == downloadTimerId) {
         if (TimeLimits::DownloadStalled(elapsedMs))
             AbandonDownload();
     }
+}
+
+void HttpDownLoadFile::GiveUpCheck()
+{
+    if (!checkWatchdog->End(CheckWatchdog::ClientStarted))
+        return;
+    qDebug() << "NetworkReply Post TimerOut";
+    Global::instance.LaunchClient();
 }
 
 void HttpDownLoadFile::AbandonDownload()
@@ -331,12 +363,12 @@ void HttpDownLoadFile::DeleteResource()
     StopTimer(downloadTimerId);
 }
 
-void HttpDownLoadFile::LaunchClientOnce()
+bool HttpDownLoadFile::EndCheckWithClient()
 {
-    if (clientLaunched)
-        return;
-    clientLaunched = true;
+    if (!checkWatchdog->End(CheckWatchdog::ClientStarted))
+        return false;
     Global::instance.LaunchClient();
+    return true;
 }
 
 void HttpDownLoadFile::ReleaseReply()

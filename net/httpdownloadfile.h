@@ -5,6 +5,10 @@
 #include <QObject>
 #include <QString>
 
+#include <memory>
+
+class CheckWatchdog;
+class ContentDecoder;
 class QNetworkAccessManager;
 class UpdateDialog;
 
@@ -74,9 +78,12 @@ private:
     void EmptyDownloadFolder() const;
     bool OpenPackageFile();
     void SendPackageRequest();
+    void WritePackage(const QByteArray &received);
     void HandOverPackage();
+    void GiveUpCheck();
     void AbandonDownload();
-    void LaunchClientOnce();
+    bool EndCheckWithClient();
+    void RefuseLargeAnswer(const QNetworkReply *answer);
     void ReleaseReply();
     void StartTimer(int &timerId);
     void StopTimer(int &timerId);
@@ -92,5 +99,6 @@ private:
     QString packagePath; ///< the announced file name, then the full path
     QString downloadDir;
     UpdateDialog *updateDialog = nullptr;
-    bool clientLaunched = false; ///< a late answer or tick must not start the client again
+    std::unique_ptr<CheckWatchdog> checkWatchdog;   ///< on the GUI thread
+    std::unique_ptr<ContentDecoder> packageDecoder; ///< of the download under way
 };

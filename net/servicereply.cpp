@@ -1,4 +1,5 @@
 #include "config/global.h"
+#include "net/answerlimits.h"
 #include "net/servicecontract.h"
 
 #include <QDebug>
@@ -9,7 +10,11 @@ namespace Key = ServiceContract::Key;
 
 int Global::ParseServiceReply(const QByteArray &body)
 {
-    qInfo() << "Service Jsondata:" << QString::fromUtf8(body);
+    if (!AnswerLimits::CanBeTaken(body)) {
+        qDebug() << "check answer cannot be taken, bytes:" << body.size();
+        return Failure;
+    }
+    AnswerLimits::Log(body);
 
     QJsonParseError parseError;
     const QJsonObject answer = QJsonDocument::fromJson(body, &parseError).object();

@@ -12,6 +12,13 @@ namespace TimeLimits
 constexpr int FirstCheckDelayMs = 1000;
 constexpr int TickMs = 2000;
 
+/// A check that has not ended by then is stuck: a tick at the limit of CheckTimedOut() may be up to
+/// a tick late, and has started the client by now.
+constexpr int StuckCheckMs = 13000;
+
+/// A worker that does not react for so long at the end of a run is stuck.
+constexpr int WorkerAnswersMs = 1000;
+
 /// An answer that comes 9999 ms after the request is still in time.
 constexpr bool CheckTimedOut(qint64 elapsedMs)
 {

@@ -113,17 +113,6 @@ QByteArray Md5(const QByteArray &content)
     return QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex();
 }
 
-#ifdef Q_OS_LINUX
-qint64 LinuxMemory(const char *kind)
-{
-    const QByteArray wanted = QByteArray(kind) + ':';
-    for (const QByteArray &line : ReadFile(QStringLiteral("/proc/self/status")).split('\n'))
-        if (line.startsWith(wanted))
-            return line.simplified().split(' ').at(1).toLongLong() * 1024;
-    qFatal("the system does not tell %s", kind);
-}
-#endif
-
 UpdateScene::UpdateScene(ScriptedServer &server)
     : client(home.ClientFolder() + QLatin1Char('/') + TestHome::UniqueImageName())
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/logcapture.h"
+#include "tests/support/peakmemory.h"
 #include "tests/support/scriptedserver.h"
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
@@ -42,11 +43,6 @@ QJsonObject Sends(const QByteArray &body, const QByteArray &members = QByteArray
 
 /// The MD5 digest as the service announces it.
 QByteArray Md5(const QByteArray &content);
-
-#ifdef Q_OS_LINUX
-/// What the system says of this process's memory: "VmRSS" now, "VmHWM" at the most. In bytes.
-qint64 LinuxMemory(const char *kind);
-#endif
 
 /**
  * A machine with an installed client of version 1.0.0 in English, configured for the service at
