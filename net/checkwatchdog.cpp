@@ -11,16 +11,8 @@
 #include <memory>
 #include <utility>
 
-namespace
-{
-
-constexpr int kNoCheckYet = 0;
-constexpr int kUnderWay = -1;
-
-} // namespace
-
 CheckWatchdog::CheckWatchdog(QObject *worker, std::function<void()> release)
-    : m_worker(worker), m_release(std::move(release)), m_state(kNoCheckYet)
+    : m_worker(worker), m_release(std::move(release))
 {
     m_limit.setSingleShot(true);
     m_limit.setInterval(TimeLimits::StuckCheckMs);
@@ -30,18 +22,36 @@ CheckWatchdog::CheckWatchdog(QObject *worker, std::function<void()> release)
 
 void CheckWatchdog::Begin()
 {
-    m_state.storeRelease(kUnderWay);
+    m_clientStarted.storeRelease(0);
+    m_underWay.ref();
     QMetaObject::invokeMethod(&m_limit, QOverload<>::of(&QTimer::start), Qt::QueuedConnection);
 }
 
-bool CheckWatchdog::End(Ending ending)
+bool CheckWatchdog::IsUnderWay() const
 {
-    return m_state.testAndSetOrdered(kUnderWay, ending);
+    return m_underWay.loadAcquire() > 0;
+}
+
+bool CheckWatchdog::EndWithPrompt()
+{
+    for (int count = m_underWay.loadAcquire(); count > 0; count = m_underWay.loadAcquire()) {
+        if (m_underWay.testAndSetOrdered(count, count - 1))
+            return true;
+    }
+    return false;
+}
+
+bool CheckWatchdog::EndWithClient()
+{
+    if (m_underWay.fetchAndStoreOrdered(0) == 0)
+        return false;
+    m_clientStarted.storeRelease(1);
+    return true;
 }
 
 void CheckWatchdog::StartClient()
 {
-    if (!End(ClientStarted))
+    if (!EndWithClient())
         return;
     Global::instance.LaunchClient();
     qDebug() << "check is stuck, client started without it";
@@ -49,7 +59,7 @@ void CheckWatchdog::StartClient()
 
 void CheckWatchdog::LeaveWhenStuck()
 {
-    if (m_state.loadAcquire() != ClientStarted)
+    if (m_clientStarted.loadAcquire() == 0)
         return;
     // Shared: a worker that is stuck for now may answer when this function is long over.
     const auto answered = std::make_shared<QSemaphore>();

@@ -25,20 +25,25 @@ class CheckWatchdog : public QObject
     Q_OBJECT
 
 public:
-    enum Ending { Prompted = 1, ClientStarted = 2 };
-
     /**
      * Watches the checks of @p worker. @p release frees what the worker holds of a check; it is run
      * on the worker's thread once the run is over. GUI thread.
      */
     CheckWatchdog(QObject *worker, std::function<void()> release);
 
-    /// A check request was sent: its time counts from now. Any thread.
+    /// A check request was sent: the time counts from now. Any thread.
     void Begin();
 
-    /// Claims the end of the check. True for one caller after each Begin(): only that one may
-    /// prompt or start the client. Any thread.
-    bool End(Ending ending);
+    /// True while a check has not ended. Any thread.
+    bool IsUnderWay() const;
+
+    /// Claims the end of one check. True for one caller after each Begin(): only that one may show
+    /// the prompt. Any thread.
+    bool EndWithPrompt();
+
+    /// Claims the end of all checks under way, for the run is over then. True for one caller: only
+    /// that one may start the client. Any thread.
+    bool EndWithClient();
 
 private:
     void StartClient();
@@ -47,5 +52,6 @@ private:
     QObject *const m_worker;
     const std::function<void()> m_release;
     QTimer m_limit;
-    QAtomicInt m_state; ///< one of Ending, or whether a check is under way
+    QAtomicInt m_underWay;      ///< how many checks have not ended
+    QAtomicInt m_clientStarted; ///< whether the last check ended with the client
 };

@@ -153,6 +153,8 @@ void HttpDownLoadFile::SendCheckRequest()
 void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
 {
     StopTimer(checkTimerId);
+    if (!checkWatchdog->IsUnderWay())
+        return;
     if (Reply->error() != QNetworkReply::NoError) {
         if (EndCheckWithClient())
             qDebug() << "Network Recv Back Error:" << Reply->error();
@@ -182,7 +184,7 @@ void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
         return;
     }
     PrepareDownload();
-    if (checkWatchdog->End(CheckWatchdog::Prompted))
+    if (checkWatchdog->EndWithPrompt())
         emit Aupdate(global.update);
 }
 
@@ -333,7 +335,7 @@ void HttpDownLoadFile::timerEvent(QTimerEvent *event)
 
 void HttpDownLoadFile::GiveUpCheck()
 {
-    if (!checkWatchdog->End(CheckWatchdog::ClientStarted))
+    if (!checkWatchdog->EndWithClient())
         return;
     qDebug() << "NetworkReply Post TimerOut";
     Global::instance.LaunchClient();
@@ -365,7 +367,7 @@ void HttpDownLoadFile::DeleteResource()
 
 bool HttpDownLoadFile::EndCheckWithClient()
 {
-    if (!checkWatchdog->End(CheckWatchdog::ClientStarted))
+    if (!checkWatchdog->EndWithClient())
         return false;
     Global::instance.LaunchClient();
     return true;

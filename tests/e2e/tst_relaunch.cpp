@@ -1,5 +1,6 @@
 #include "tests/e2e/updaterrun.h"
 
+#include <QDateTime>
 #include <QTest>
 
 /// Runs that end with the client being started unchanged.
@@ -15,6 +16,8 @@ private slots:
     void AnUnreachableServiceStartsTheClient();
     void AServiceThatNeverAnswersStartsTheClientOnce();
     void AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient();
+    void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data();
+    void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime();
     void ARunningClientIsStartedAgainWithoutACheck();
     void ARunningClientIsHandedTheMeetingLink();
     void AMeetingLinkReachesAClientThatDoesNotRun();
@@ -140,6 +143,44 @@ void TestRelaunch::AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClien
     QCOMPARE(run.Log().filter(QStringLiteral("starting...")).size(), 1);
     QVERIFY(run.Log().filter(QStringLiteral("Service Jsondata")).isEmpty());
     QCOMPARE(run.client.Calls().size(), 1);
+}
+
+void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("count");
+    // What Qt does with each grows with the number of all.
+    QTest::newRow("header lines") << QStringLiteral("X-%1") << 100000;
+    QTest::newRow("cookies") << QStringLiteral("Set-Cookie") << 20000;
+}
+
+void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
+{
+    QFETCH(QString, name);
+    QFETCH(int, count);
+    UpdaterRun run;
+    run.Configure();
+    run.server.Script(QStringLiteral("/check"),
+                      QJsonObject{{QStringLiteral("headers"), UpdaterRun::ManyHeaders(name, count)},
+                                  {QStringLiteral("body"), QStringLiteral("{}")}});
+    run.Start();
+    QVERIFY(run.server.WaitForRequests(1));
+    const qint64 requestMs = run.server.Requests().first().timeMs;
+    QVERIFY(run.client.WaitForCalls(1, 60000));
+    const qint64 clientMs = QDateTime::currentMSecsSinceEpoch();
+    QCOMPARE(run.WaitForEnd(), 0);
+    const qint64 endMs = QDateTime::currentMSecsSinceEpoch();
+    QVERIFY2(clientMs - requestMs <= 15000, qPrintable(QString::number(clientMs - requestMs)));
+    QVERIFY2(endMs - clientMs <= 2000, qPrintable(QString::number(endMs - clientMs)));
+    QCOMPARE(
+        run.Log().mid(1),
+        (QStringList{QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName),
+                     QStringLiteral("[DEBUG] (:0) check is stuck, client started without it")}));
+
+    // Nothing is left that would keep the next run out.
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(2));
 }
 
 void TestRelaunch::ARunningClientIsStartedAgainWithoutACheck()

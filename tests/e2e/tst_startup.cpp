@@ -19,6 +19,7 @@ private slots:
     void AConfigurationInTheHomeFolderIsNotFound();
     void ArgumentsAreLoggedInOrder_data();
     void ArgumentsAreLoggedInOrder();
+    void NoArgumentIsTakenForQt();
     void WithoutArgumentsNoneIsLogged();
 #ifdef Q_OS_UNIX
     void TlsIsLoadedBeforeTheCheckBegins_posix();
@@ -161,6 +162,25 @@ void TestStartup::ArgumentsAreLoggedInOrder()
                           QStringLiteral("[INFO] (:0) cmd line parameters : ") + logged}));
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(run.client.Calls().first(), QStringList{argument});
+}
+
+void TestStartup::NoArgumentIsTakenForQt()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    const QStringList arguments =
+        QStringLiteral("-stylesheet file.qss -style windows -platform none "
+                       "-session id -reverse -widgetcount -geometry 1x1 "
+                       "-display :99 -qmljsdebugger=port:1 --style=fusion")
+            .split(QLatin1Char(' '));
+    QCOMPARE(run.Run(arguments), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(run.client.Calls().first(), arguments);
+    QStringList logged;
+    for (const QString &argument : arguments)
+        logged.append(QStringLiteral("[INFO] (:0) cmd line parameters : \"%1\"").arg(argument));
+    QCOMPARE(run.Log().filter(QStringLiteral("cmd line parameters")), logged);
 }
 
 void TestStartup::WithoutArgumentsNoneIsLogged()

@@ -100,6 +100,17 @@ QByteArray UpdaterRun::CheckAnswer(const QJsonObject &biz)
     return QJsonDocument(answer).toJson(QJsonDocument::Compact);
 }
 
+QJsonArray UpdaterRun::ManyHeaders(const QString &name, int count)
+{
+    QJsonArray headers;
+    for (int line = 0; line < count; ++line) {
+        QString own = name;
+        own.replace(QLatin1String("%1"), QString::number(line));
+        headers.append(QJsonArray{own, QStringLiteral("a%1=b").arg(line)});
+    }
+    return headers;
+}
+
 void UpdaterRun::AnswerCheck(const QJsonObject &biz)
 {
     server.Script(QStringLiteral("/check"),

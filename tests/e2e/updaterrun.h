@@ -4,6 +4,7 @@
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
 
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QProcess>
 #include <QStringList>
@@ -43,6 +44,9 @@ public:
 
     /// What the service answers to the check: @p biz as its "biz" object.
     void AnswerCheck(const QJsonObject &biz);
+
+    /// As many header lines for a step of the server, %1 in @p name replaced by their number.
+    static QJsonArray ManyHeaders(const QString &name, int count);
 
     /// Publishes @p package as @p name, and answers the check with it and @p changes to its "biz".
     void Publish(const QByteArray &package, const QString &name, const QJsonObject &changes = {});

@@ -10,8 +10,11 @@ class TestFaultsAnswer : public QObject
 private slots:
     void TheAnswerStartsTheClientAsItIs_data();
     void TheAnswerStartsTheClientAsItIs();
+    void AnAnswerThatAsksForCredentialsGetsNone_data();
+    void AnAnswerThatAsksForCredentialsGetsNone();
     void AnOddAnswerStillUpdates_data();
     void AnOddAnswerStillUpdates();
+    void AnEndlessVersionIsPromptedFor();
 };
 
 namespace
@@ -73,6 +76,17 @@ void TestFaultsAnswer::TheAnswerStartsTheClientAsItIs_data()
     AddStep("check: compressed answer of 64 MiB in 64 KiB",
             {{kHeaders, Header("Content-Encoding", "deflate")},
              {QStringLiteral("bodyBase64"), Deflated(QByteArray(64 * 1024 * 1024, ' '))}});
+    AddStep("check: answer of 9 MiB", {{QStringLiteral("fill"), 9 * 1024 * 1024}});
+    AddStep("check: answer of 8 MiB of control characters",
+            {{kBody, QString(8 * 1024 * 1024, QChar(1))}});
+    AddStep("check: answer with 100,000 header lines",
+            {{kHeaders, UpdaterRun::ManyHeaders(QStringLiteral("X-%1"), 100000)}});
+    AddStep("check: answer with 20,000 cookies",
+            {{kHeaders, UpdaterRun::ManyHeaders(QStringLiteral("Set-Cookie"), 20000)}});
+    AddStep("check: names the package after a batch file",
+            {{kBody, QString::fromUtf8(FaultRun::CheckAnswer(
+                         {{QStringLiteral("latestVersionUrl"),
+                           QStringLiteral("https://example.invalid/setup.bat")}}))}});
 }
 
 void TestFaultsAnswer::TheAnswerStartsTheClientAsItIs()
@@ -83,6 +97,43 @@ void TestFaultsAnswer::TheAnswerStartsTheClientAsItIs()
     fault.ScriptCheck(step);
     fault.RunThrough();
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
+}
+
+void TestFaultsAnswer::AnAnswerThatAsksForCredentialsGetsNone_data()
+{
+    QTest::addColumn<QJsonObject>("step");
+    for (const char *scheme :
+         {"Basic realm=\"a\"", "Digest realm=\"a\", nonce=\"b\"", "NTLM", "Negotiate"}) {
+        QTest::addRow("check: asks for credentials: %.9s", scheme)
+            << QJsonObject{{kStatus, 401}, {kHeaders, Header("WWW-Authenticate", scheme)}};
+    }
+}
+
+void TestFaultsAnswer::AnAnswerThatAsksForCredentialsGetsNone()
+{
+    QFETCH(QJsonObject, step);
+    FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
+    fault.Offer();
+    fault.ScriptCheck(step);
+    fault.RunThrough();
+    const auto requests = fault.run.server.Requests();
+    QCOMPARE(requests.size(), 1);
+    QVERIFY(requests.first().Header("Authorization").isNull());
+    fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
+}
+
+void TestFaultsAnswer::AnEndlessVersionIsPromptedFor()
+{
+    FaultRun fault(QStringLiteral("check: offers a version of a million combining characters"));
+    fault.Offer();
+    const QString version(1000000, QChar(0x0301));
+    fault.ScriptCheck({{kBody, QString::fromUtf8(FaultRun::CheckAnswer(
+                                   {{QStringLiteral("latestVersion"), version}}))}});
+    fault.run.Start();
+    fault.WaitForWidget(FaultRun::LaterButton);
+    fault.Press(FaultRun::LaterButton);
+    QCOMPARE(fault.run.WaitForEnd(), 0);
+    fault.MustEndWith({QStringLiteral("prompt"), FaultRun::Untouched, 1});
 }
 
 void TestFaultsAnswer::AnOddAnswerStillUpdates_data()

@@ -1,4 +1,5 @@
 #include "tests/faults/faultrun.h"
+#include "tests/support/compression.h"
 
 #include <QTest>
 
@@ -13,6 +14,7 @@ private slots:
     void AnOddAnswerStillUpdates_data();
     void AnOddAnswerStillUpdates();
     void RetryAfterACorruptedPackageUpdates();
+    void AnEntryBeyondTheMemoryStartsTheClient();
 };
 
 namespace
@@ -43,6 +45,12 @@ void TestFaultsPackage::AWrongPackageIsNotInstalled_data()
     const QString damaged = QStringLiteral(", another file as the package");
     const QString empty = QStringLiteral(", an empty package file");
     QTest::newRow("package: one bit turned over") << Step(WithOneBitTurned()) << damaged;
+    QTest::newRow("package: 64 KiB that decompress to 64 MiB")
+        << QJsonObject{{kBase64, QString::fromLatin1(Gzip(QByteArray(64 << 20, '\0')).toBase64())},
+                       {QStringLiteral("headers"),
+                        QJsonArray{QJsonArray{QStringLiteral("Content-Encoding"),
+                                              QStringLiteral("gzip")}}}}
+        << damaged;
     QTest::newRow("package: one byte too many") << Step(package + 'x') << damaged;
     QTest::newRow("package: one byte missing")
         << Step(package.left(package.size() - 1)) << QStringLiteral(", part of the package");
@@ -110,6 +118,16 @@ void TestFaultsPackage::RetryAfterACorruptedPackageUpdates()
     QCOMPARE(fault.run.WaitForEnd(), 0);
     fault.MustEndWith(
         {FaultRun::Corrupted + QStringLiteral(", then progress"), FaultRun::Updated, 1});
+}
+
+void TestFaultsPackage::AnEntryBeyondTheMemoryStartsTheClient()
+{
+    FaultRun fault(QStringLiteral("package: an entry of 2 GiB - 1, as it says"));
+    fault.Offer();
+    fault.run.Publish(ZipOfZeros(0x7fffffff), FaultRun::PackageName);
+    fault.RunThrough();
+    fault.MustEndWith({FaultRun::Progress,
+                       FaultRun::Untouched + QStringLiteral(", another file as the package"), 1});
 }
 
 QTEST_GUILESS_MAIN(TestFaultsPackage)

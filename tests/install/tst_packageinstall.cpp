@@ -1,7 +1,9 @@
 #include "config/global.h"
 #include "tests/install/damagedarchives.h"
+#include "tests/support/compression.h"
 #include "tests/support/fulldisk.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/smallmachine.h"
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
 #include "tests/support/zipmaker.h"
@@ -173,6 +175,13 @@ private slots:
     void entryInThePlaceOfThePackageFails();
     void hostileArchives_data();
     void hostileArchives();
+    void entryBeyondTheMemoryFails();
+#if defined(Q_OS_LINUX) && !defined(__SANITIZE_ADDRESS__)
+    void entryBeyondTheMachinesMemoryFails_posix();
+#endif
+    void nameThatIsNoHarmlessFileFails_data();
+    void nameThatIsNoHarmlessFileFails();
+    void batchFileIsInstalled();
     void moreEntriesThanTheCountHolds_data();
     void moreEntriesThanTheCountHolds();
     void nameThatLeavesTheFolderFails_data();
@@ -630,6 +639,66 @@ void TestPackageInstall::hostileArchives()
         QCOMPARE(machine.Messages().size(), 1);
         QVERIFY(machine.Messages().first().startsWith(QLatin1String("[DEBUG] unzip  ")));
     }
+}
+
+void TestPackageInstall::entryBeyondTheMemoryFails()
+{
+    // The most that a header can declare, and more than Qt can hold in one piece.
+    constexpr quint32 size = 0x7fffffff;
+    const Machine machine;
+    WriteFile(machine.Package(), ZipOfZeros(size));
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Unpacked(), QStringList());
+    QCOMPARE(machine.Messages().size(), 1);
+    QVERIFY(machine.Messages().first().startsWith(QLatin1String("[DEBUG] unzip  ")));
+}
+
+#if defined(Q_OS_LINUX) && !defined(__SANITIZE_ADDRESS__)
+void TestPackageInstall::entryBeyondTheMachinesMemoryFails_posix()
+{
+    const Machine machine;
+    WriteFile(machine.Package(), ZipOfZeros(512U << 20));
+    const SmallMachine memory(256U << 20);
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Unpacked(), QStringList());
+    QCOMPARE(machine.Messages().size(), 1);
+    QVERIFY(machine.Messages().first().startsWith(QLatin1String("[DEBUG] unzip  ")));
+}
+#endif
+
+void TestPackageInstall::nameThatIsNoHarmlessFileFails_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::newRow("device") << QByteArray("pkg/NUL");
+    QTest::newRow("device with an extension") << QByteArray("pkg/com1.txt");
+    QTest::newRow("device as a folder") << QByteArray("pkg/aux/file");
+    QTest::newRow("control character") << QByteArray("pkg/bell\a.txt");
+    QTest::newRow("reversed direction") << QByteArray("pkg/\xe2\x80\xaetxt.exe");
+    QTest::newRow("invisible character") << QByteArray("pkg/app\xe2\x80\x8b.exe");
+}
+
+void TestPackageInstall::nameThatIsNoHarmlessFileFails()
+{
+    QFETCH(QByteArray, name);
+    const Machine machine;
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFolder(QStringLiteral("pkg/aux"));
+    zip.AddRawName(name, "harm");
+    WriteFile(machine.Package(), zip.Bytes());
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
+    QCOMPARE(machine.Unpacked(), QStringList());
+    QCOMPARE(machine.Messages().size(), 1);
+}
+
+void TestPackageInstall::batchFileIsInstalled()
+{
+    const Machine machine;
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg")).AddFile(QStringLiteral("pkg/repair.bat"), "@echo off");
+    WriteFile(machine.Package(), zip.Bytes());
+    QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
+    QCOMPARE(machine.Unpacked(), QStringList(QStringLiteral("pkg/repair.bat 9")));
 }
 
 void TestPackageInstall::moreEntriesThanTheCountHolds_data()

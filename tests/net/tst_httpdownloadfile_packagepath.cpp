@@ -15,6 +15,8 @@ private slots:
 
     void packageIsNamedAfterItsAddress_data();
     void packageIsNamedAfterItsAddress();
+    void nameThatIsNoHarmlessFileStartsTheClient_data();
+    void nameThatIsNoHarmlessFileStartsTheClient();
     void downloadFolderIsNamedAfterTheClient_data();
     void downloadFolderIsNamedAfterTheClient();
 
@@ -33,12 +35,10 @@ void tst_HttpDownLoadFile_PackagePath::packageIsNamedAfterItsAddress_data()
     row("nothing but a name", "Package.zip", "Package.zip");
     row("ends with a slash", "https://packages.example/a/", "");
     row("empty", "", "");
-    row("query is part of it", "https://packages.example/p.zip?x=1&y=2", "p.zip?x=1&y=2");
     row("slash in the query", "https://packages.example/p.zip?next=/q.zip", "q.zip");
     row("stays encoded", "https://packages.example/a%20b%2Fc.zip", "a%20b%2Fc.zip");
     row("Chinese", u8"https://packages.example/安装包.zip", u8"安装包.zip");
-    row("back-slash stays", R"(https://packages.example/..\\evil.zip)", R"(..\\evil.zip)");
-    row("parent folder stays", "https://packages.example/..", "..");
+    row("batch file in the middle", "https://packages.example/setup.bat.exe", "setup.bat.exe");
 }
 
 void tst_HttpDownLoadFile_PackagePath::packageIsNamedAfterItsAddress()
@@ -56,6 +56,48 @@ void tst_HttpDownLoadFile_PackagePath::packageIsNamedAfterItsAddress()
         QStringLiteral("[INFO] update fileName:  \"%1/%2\"").arg(scene.DownloadFolder(), logged));
     QVERIFY(QDir(scene.DownloadFolder()).exists());
     QCOMPARE(m_server->Requests().size(), 1);
+}
+
+void tst_HttpDownLoadFile_PackagePath::nameThatIsNoHarmlessFileStartsTheClient_data()
+{
+    QTest::addColumn<QString>("name");
+    const auto row = [](const char *tag, const char *name) {
+        QTest::newRow(tag) << QString::fromUtf8(name);
+    };
+    row("batch file", "setup.bat");
+    row("command file", "setup.cmd");
+    row("command file as Windows keeps it", "Setup.CMD. ");
+    row("device", "NUL");
+    row("device with an extension", "com1.zip");
+    row("parent folder", "..");
+    row("folder itself", ". ");
+    row("back-slash", R"(..\\evil.zip)");
+    row("drive", "C:evil.exe");
+    row("stream of a file", "Package.zip:hidden");
+    row("query", "p.zip?x=1&y=2");
+    row("control character", R"(Package\u0007.zip)");
+    row("reversed direction", R"(Package\u202epiz.exe)");
+}
+
+void tst_HttpDownLoadFile_PackagePath::nameThatIsNoHarmlessFileStartsTheClient()
+{
+    QFETCH(QString, name);
+    const UpdateScene scene(*m_server);
+    m_server->Script(QStringLiteral("/check"),
+                     Sends(Offer(R"("updateType":0,"latestVersionUrl":"https://packages.example/)" +
+                                 name.toUtf8() + '"')));
+
+    WorkerRun run;
+    QVERIFY(RunUntilQuit());
+    run.Shutdown();
+    QVERIFY(scene.client.WaitForCalls(1));
+    const QStringList log = scene.LogAfterAnswer();
+    QCOMPARE(log.size(), 3);
+    QCOMPARE(log.at(1), scene.ClientStarts());
+    QVERIFY2(log.at(2).startsWith(QLatin1String("[DEBUG] package name cannot be used: \"")),
+             qPrintable(log.at(2)));
+    QVERIFY(!QDir(scene.DownloadFolder()).exists());
+    QCOMPARE(run.Announced(), QStringList());
 }
 
 void tst_HttpDownLoadFile_PackagePath::downloadFolderIsNamedAfterTheClient_data()

@@ -3,7 +3,8 @@
 #include <QtGlobal>
 
 #ifdef Q_OS_LINUX
-/// What the system says of this process's memory: "VmRSS" now, "VmHWM" at the most. In bytes.
+/// What the system says of this process's memory: "VmRSS" now, "VmHWM" at the most, "VmSize" with
+/// what was only reserved. In bytes.
 qint64 LinuxMemory(const char *kind);
 #endif
 
