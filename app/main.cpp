@@ -1,4 +1,5 @@
 #include "app/logmessagehandler.h"
+#include "app/qtenvironment.h"
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
 
@@ -10,6 +11,7 @@
 #include <QThread>
 
 #include <algorithm>
+#include <memory>
 
 namespace
 {
@@ -47,7 +49,9 @@ int main(int argc, char *argv[])
     // Qt sees the program's name only. It would take options such as -stylesheet for its own: they
     // would not reach the client, and open files that whoever wrote a link has chosen.
     int ownArguments = std::min(argc, 1);
+    auto environment = std::make_unique<QtEnvironmentGuard>();
     QApplication application(ownArguments, argv);
+    environment.reset();
 
     QFont font;
     font.setFamily(QStringLiteral("微软雅黑"));

@@ -1,6 +1,7 @@
 #include "tests/e2e/updaterrun.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QTest>
 
 /// How the program starts, refuses to, and ends.
@@ -20,6 +21,8 @@ private slots:
     void ArgumentsAreLoggedInOrder_data();
     void ArgumentsAreLoggedInOrder();
     void NoArgumentIsTakenForQt();
+    void TheEnvironmentLoadsNoLibrary();
+    void TheEnvironmentOpensNoFile();
     void WithoutArgumentsNoneIsLogged();
 #ifdef Q_OS_UNIX
     void TlsIsLoadedBeforeTheCheckBegins_posix();
@@ -45,6 +48,30 @@ void StartAndHold(UpdaterRun &run)
     if (!run.server.WaitForRequests(1))
         qFatal("no check request came");
 }
+
+/// A variable of the environment while it lives.
+class Variable
+{
+public:
+    Variable(const char *name, const QByteArray &value) : m_name(name), m_old(qgetenv(name))
+    {
+        qputenv(name, value);
+    }
+
+    ~Variable()
+    {
+        if (m_old.isNull())
+            qunsetenv(m_name);
+        else
+            qputenv(m_name, m_old);
+    }
+
+private:
+    Q_DISABLE_COPY(Variable)
+
+    const char *m_name;
+    QByteArray m_old;
+};
 
 } // namespace
 
@@ -181,6 +208,35 @@ void TestStartup::NoArgumentIsTakenForQt()
     for (const QString &argument : arguments)
         logged.append(QStringLiteral("[INFO] (:0) cmd line parameters : \"%1\"").arg(argument));
     QCOMPARE(run.Log().filter(QStringLiteral("cmd line parameters")), logged);
+}
+
+void TestStartup::TheEnvironmentLoadsNoLibrary()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    const QFileInfo library(QStringLiteral(TESTABILITY_LIBRARY));
+    // Where it is found: beside the program on Windows, on the search path elsewhere.
+    const QString found = run.home.ProgramFolder() + QLatin1Char('/') + library.fileName();
+    QVERIFY(QFile::copy(library.filePath(), found));
+    const Variable path("LD_LIBRARY_PATH", QFile::encodeName(run.home.ProgramFolder()));
+    const Variable testability("QT_LOAD_TESTABILITY", "1");
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+}
+
+void TestStartup::TheEnvironmentOpensNoFile()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    const QString rules = run.home.Scratch() + QStringLiteral("/qtlogging.ini");
+    WriteFile(rules, "[Rules]\ndefault=false\n");
+    const Variable conf("QT_LOGGING_CONF", QFile::encodeName(rules));
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+    // The file would have silenced the log.
+    QCOMPARE(run.Log().first(), run.ConfigurationLine());
 }
 
 void TestStartup::WithoutArgumentsNoneIsLogged()
