@@ -14,6 +14,8 @@ qt_options=(
     -schannel -no-openssl
     -no-opengl -no-direct2d -no-dbus -no-icu -no-freetype
     -qt-zlib -qt-pcre -qt-libpng -no-libjpeg -qt-harfbuzz
+    # Qt would answer a server's challenge with the account of whoever is logged on.
+    -no-feature-sspi -no-feature-gssapi
     # Wants a header that Debian's mingw-w64 lacks.
     -no-feature-tabletevent
     # What the program does not use. The ODF writer stays: the zip classes come with it.
@@ -40,29 +42,4 @@ qt_compilers() {
 qt_patch() {
     grep -rlE -e '-l(Secur32|Crypt32)' --include='*.pri' --include='*.json' --include='*.conf' \
         "$1/src" "$1/mkspecs" | xargs -r sed -i 's/-lSecur32/-lsecur32/g; s/-lCrypt32/-lcrypt32/g'
-}
-
-# qt_has_zip QT
-qt_has_zip() {
-    ! grep -q '^#define QT_NO_TEXTODFWRITER' "$1/include/QtGui/qtgui-config.h"
-}
-
-# qt_add_zip QT SOURCES: gives a Qt that was built without the ODF writer its zip classes.
-qt_add_zip() {
-    local qt=$1 sources=$2 version folder includes=()
-    version=$(sed -n 's/^QT_VERSION = //p' "$qt/mkspecs/qconfig.pri")
-    for folder in QtCore QtGui; do
-        includes+=("-I$qt/include/$folder" "-I$qt/include/$folder/$version"
-                   "-I$qt/include/$folder/$version/$folder"
-                   "-I$qt/include/$folder/$version/$folder/private")
-    done
-    sed -i '/^#define QT_NO_TEXTODFWRITER/d
-            s/^\(#define QT_FEATURE_textodfwriter\) -1/\1 1/' "$qt/include/QtGui/qtgui-config.h"
-    x86_64-w64-mingw32-g++-posix -c -std=c++17 -Os -w -fno-exceptions \
-        -ffunction-sections -fdata-sections -ffile-prefix-map="$sources"=qt \
-        -DQT_BUILD_GUI_LIB -DQT_BUILDING_QT -DQT_NO_DEBUG -DNDEBUG -DUNICODE -D_UNICODE \
-        -I"$qt/mkspecs/win32-g++" -I"$qt/include" -I"$qt/include/QtZlib" "${includes[@]}" \
-        "$sources/src/gui/text/qzip.cpp" -o "$qt/qzip.o"
-    x86_64-w64-mingw32-gcc-ar-posix rcsD "$qt/lib/libQt5Gui.a" "$qt/qzip.o"
-    rm "$qt/qzip.o"
 }
