@@ -61,13 +61,13 @@ void CheckWatchdog::LeaveWhenStuck()
 {
     if (m_clientStarted.loadAcquire() == 0)
         return;
-    // Shared: a worker that is stuck for now may answer when this function is long over.
-    const auto answered = std::make_shared<QSemaphore>();
-    const auto answer = [answered, release = m_release] {
+    // Shared: a worker that is stuck for now may let go when this function is long over.
+    const auto released = std::make_shared<QSemaphore>();
+    const auto letGo = [released, release = m_release] {
         release();
-        answered->release();
+        released->release();
     };
-    QMetaObject::invokeMethod(m_worker, answer, Qt::QueuedConnection);
-    if (!answered->tryAcquire(1, TimeLimits::WorkerAnswersMs))
+    QMetaObject::invokeMethod(m_worker, letGo, Qt::QueuedConnection);
+    if (!released->tryAcquire(1, TimeLimits::WorkerLetsGoMs))
         Platform::LeaveAtOnce(0);
 }

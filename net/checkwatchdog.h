@@ -26,8 +26,9 @@ class CheckWatchdog : public QObject
 
 public:
     /**
-     * Watches the checks of @p worker. @p release frees what the worker holds of a check; it is run
-     * on the worker's thread once the run is over. GUI thread.
+     * Watches the checks of @p worker. @p release frees what the worker holds of the network, which
+     * may take seconds while an answer without end comes in. It is run on the worker's thread once
+     * the run is over. GUI thread.
      */
     CheckWatchdog(QObject *worker, std::function<void()> release);
 

@@ -96,7 +96,7 @@ HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
     connect(updateDialog, &UpdateDialog::getPack, this, &HttpDownLoadFile::GetPackData);
     connect(this, &HttpDownLoadFile::InitCheck, this, &HttpDownLoadFile::CheckProcess);
 
-    checkWatchdog = std::make_unique<CheckWatchdog>(this, [this] { ReleaseReply(); });
+    checkWatchdog = std::make_unique<CheckWatchdog>(this, [this] { DeleteResource(); });
     QTimer::singleShot(TimeLimits::FirstCheckDelayMs, this, &HttpDownLoadFile::TimerPro);
     // The worker's thread does that as it starts, in the pause that the check waits for anyway.
     QMetaObject::invokeMethod(this, &PrepareTls, Qt::QueuedConnection);

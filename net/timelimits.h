@@ -16,8 +16,8 @@ constexpr int TickMs = 2000;
 /// a tick late, and has started the client by now.
 constexpr int StuckCheckMs = 13000;
 
-/// A worker that does not react for so long at the end of a run is stuck.
-constexpr int WorkerAnswersMs = 1000;
+/// A worker that has not let go of the network for so long at the end of a run is stuck.
+constexpr int WorkerLetsGoMs = 1000;
 
 /// An answer that comes 9999 ms after the request is still in time.
 constexpr bool CheckTimedOut(qint64 elapsedMs)
