@@ -1,5 +1,7 @@
 #include "release/publish/releaserules.h"
 
+#include "install/windowsnames.h"
+#include "net/packagename.h"
 #include "net/servicecontract.h"
 #include "ui/releasenotes.h"
 
@@ -33,35 +35,22 @@ QString Shown(QString text)
     return text;
 }
 
-QString ForbiddenCharacter(const QString &name)
-{
-    for (const QChar character : name) {
-        if (character.unicode() < 0x20)
-            return QStringLiteral("a control character");
-        if (QStringLiteral("<>:\"/\\|?*").contains(character))
-            return QStringLiteral("\"%1\"").arg(character);
-    }
-    return QString();
-}
-
-bool IsReserved(const QString &name)
-{
-    // A device whatever follows the first dot, and whatever blanks stand before it.
-    static const QRegularExpression devices(
-        QStringLiteral("^(?:con|prn|aux|nul|conin\\$|conout\\$|com[1-9]|lpt[1-9]) *(?:\\.|$)"),
-        QRegularExpression::CaseInsensitiveOption);
-    return devices.match(name).hasMatch();
-}
-
-/// What keeps Windows from holding a file or folder of this name; empty when nothing does.
+/// What keeps Windows from holding a file or folder of this name, or its users from seeing what it
+/// is; empty when nothing does.
 QString WindowsObjection(const QString &name)
 {
-    const QString forbidden = ForbiddenCharacter(name);
-    if (!forbidden.isEmpty())
-        return QStringLiteral("holds %1, which no name on Windows may").arg(forbidden);
-    if (name.endsWith(QLatin1Char('.')) || name.endsWith(QLatin1Char(' ')))
+    if (WindowsNames::HasInvisibleCharacter(name))
+        return QStringLiteral("contains a control or formatting character, which cannot be seen");
+    const auto forbidden = std::find_if(name.cbegin(), name.cend(), [](QChar character) {
+        return WindowsNames::HasForbiddenCharacter(QString(character));
+    });
+    if (forbidden != name.cend()) {
+        return QStringLiteral("contains \"%1\", which Windows does not allow in file names")
+            .arg(*forbidden);
+    }
+    if (WindowsNames::AsKept(name) != name)
         return QStringLiteral("ends with a dot or a blank, which Windows drops");
-    if (IsReserved(name))
+    if (WindowsNames::IsDevice(name))
         return QStringLiteral("is the name of a device on Windows");
     return QString();
 }
@@ -103,6 +92,12 @@ Findings CheckPackageName(const QString &name)
                              .arg(subject)
                              .arg(name.size())
                              .arg(ReleaseRules::MaxPathLength)});
+    }
+    // Whatever else the updater refuses.
+    if (findings.isEmpty() && !IsUsablePackageName(name)) {
+        findings.append({QStringLiteral("package-name"), QString(),
+                         subject + QStringLiteral(" is one that the updater refuses to download; "
+                                                  "publish a .zip package or an .exe installer")});
     }
     return findings;
 }

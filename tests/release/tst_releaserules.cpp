@@ -104,11 +104,13 @@ private slots:
     void zipNames();
     void installerNames_data();
     void installerNames();
+    void nameThatTheUpdaterRefusesIsToldSo();
     void packageSizes_data();
     void packageSizes();
     void entries_data();
     void entries();
     void findingNamesThePath();
+    void findingNamesTheCharacter();
     void controlCharactersDoNotReachTheLine();
     void updatersFolderIsWarnedOf_data();
     void updatersFolderIsWarnedOf();
@@ -227,6 +229,8 @@ void TestReleaseRules::zipNames_data()
     AddText("parent", QStringLiteral("../Client-2.zip"), "name-windows package-name");
     AddText("drive", QStringLiteral("C:Client-2.zip"), "name-windows");
     AddText("too long", QString(240, QLatin1Char('x')) + QStringLiteral(".zip"), "name-length");
+    AddText("turned around", QStringLiteral("Client-\u202Epiz.zip"), "name-ascii name-windows");
+    AddText("delete character", QStringLiteral("Client\u007F-2.zip"), "name-windows");
 }
 
 void TestReleaseRules::zipNames()
@@ -246,12 +250,27 @@ void TestReleaseRules::installerNames_data()
     AddText("query mark", QStringLiteral("Setup?.exe"), "name-windows package-name");
     AddText("fragment mark", QStringLiteral("Setup#2.exe"), "package-name");
     AddText("device", QStringLiteral("aux.exe"), "name-windows");
+    AddText("device of number 0", QStringLiteral("COM0.exe"), "name-windows");
+    AddText("turned around", QStringLiteral("Setup\u202Ecod.exe"), "name-ascii name-windows");
+    AddText("for the command interpreter", QStringLiteral("Setup.cmd"), "package-name");
 }
 
 void TestReleaseRules::installerNames()
 {
     QFETCH(QString, text);
     QTEST(Broken(ReleaseRules::CheckInstallerName(text)), "broken");
+}
+
+void TestReleaseRules::nameThatTheUpdaterRefusesIsToldSo()
+{
+    const QString end = QStringLiteral(
+        "is one that the updater refuses to download; publish a .zip package or an .exe installer");
+    for (const char *name : {"Setup.bat", "Setup-2.1.3.CMD"}) {
+        const QString message =
+            ReleaseRules::CheckInstallerName(QLatin1String(name)).first().message;
+        QCOMPARE(message,
+                 QStringLiteral("the package's name \"%1\" %2").arg(QLatin1String(name), end));
+    }
 }
 
 void TestReleaseRules::packageSizes_data()
@@ -311,7 +330,8 @@ void TestReleaseRules::entries_data()
 
     AddNames("", {QStringLiteral("a b"), QStringLiteral(".hidden"), QStringLiteral("a&b;c=d+e,f'g"),
                   QStringLiteral("x#y%20"), QStringLiteral("console"), QStringLiteral("com10"),
-                  QStringLiteral("com"), QStringLiteral("x.con"), QStringLiteral("nul-1")});
+                  QStringLiteral("com"), QStringLiteral("x.con"), QStringLiteral("nul-1"),
+                  QStringLiteral("start.bat"), QStringLiteral("start.cmd")});
     AddNames("name-ascii", {QStringLiteral("中文.txt"), QStringLiteral("café"),
                             QString(QChar::ReplacementCharacter)});
     AddNames("name-windows",
@@ -321,7 +341,11 @@ void TestReleaseRules::entries_data()
               QStringLiteral("dot."),       QStringLiteral("blank "),   QStringLiteral(".."),
               QStringLiteral("con"),        QStringLiteral("CON"),      QStringLiteral("Aux.txt"),
               QStringLiteral("nul.tar.gz"), QStringLiteral("prn .txt"), QStringLiteral("COM1"),
-              QStringLiteral("lpt9.log"),   QStringLiteral("conin$"),   QStringLiteral("CONOUT$")});
+              QStringLiteral("lpt9.log"),   QStringLiteral("conin$"),   QStringLiteral("CONOUT$"),
+              QStringLiteral("com0"),       QStringLiteral("LPT0.txt"), QStringLiteral("a\u007F")});
+    AddNames("name-ascii name-windows",
+             {QStringLiteral("COM¹"), QStringLiteral("lpt³.log"), QStringLiteral("a\u200Bb"),
+              QStringLiteral("txt\u202Eexe")});
 }
 
 void TestReleaseRules::entries()
@@ -338,6 +362,15 @@ void TestReleaseRules::findingNamesThePath()
     QCOMPARE(findings.first().path, QStringLiteral("d/nul.txt"));
     QCOMPARE(findings.first().message,
              QStringLiteral("d/nul.txt: the name is the name of a device on Windows; rename it"));
+}
+
+void TestReleaseRules::findingNamesTheCharacter()
+{
+    const Findings findings = ReleaseRules::CheckEntries(top, {File(QStringLiteral("a|b"))});
+    QCOMPARE(findings.size(), 1);
+    QCOMPARE(findings.first().message,
+             QStringLiteral("a|b: the name contains \"|\", which Windows does not allow in file "
+                            "names; rename it"));
 }
 
 void TestReleaseRules::controlCharactersDoNotReachTheLine()
