@@ -102,6 +102,16 @@ Findings CheckPackageName(const QString &name)
     return findings;
 }
 
+/// The part of a package's file name that NAME and VERSION make up.
+QString WithoutSuffix(const QString &packageFileName)
+{
+    for (const QString &suffix : {ReleaseRules::ZipSuffix, kInstallerSuffix}) {
+        if (packageFileName.endsWith(suffix, Qt::CaseInsensitive))
+            return packageFileName.chopped(suffix.size());
+    }
+    return QString();
+}
+
 QString LastPart(const QString &path)
 {
     return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
@@ -172,6 +182,45 @@ Findings ReleaseRules::CheckVersion(const QString &version)
                         "and \"+\"; write it as the client's configuration has it, as in 2.1.3")
              .arg(Shown(version.left(MaxVersionLength)))
              .arg(MaxVersionLength)}};
+}
+
+QString ReleaseRules::VersionInName(const QString &packageFileName, const QString &likeName,
+                                    const QString &likeVersion)
+{
+    const QString name = WithoutSuffix(packageFileName);
+    QString prefix = WithoutSuffix(likeName);
+    if (!likeVersion.isEmpty() && prefix.endsWith(likeVersion)) {
+        prefix.chop(likeVersion.size());
+        const QString rest = name.mid(prefix.size());
+        // "Client-Setup-2.1.3" only looks as if it were called like "Client-2.1.3".
+        if (name.startsWith(prefix) && !rest.isEmpty() &&
+            rest.at(0).isDigit() == likeVersion.at(0).isDigit() && CheckVersion(rest).isEmpty())
+            return rest;
+    }
+    static const QRegularExpression version(QStringLiteral("-([0-9].*)\\z"));
+    const QString found = version.match(name).captured(1);
+    return CheckVersion(found).isEmpty() ? found : QString();
+}
+
+Findings ReleaseRules::CheckVersionLength(const QString &version, const QStringList &published)
+{
+    const auto longest = std::max_element(
+        published.cbegin(), published.cend(),
+        [](const QString &one, const QString &other) { return one.size() < other.size(); });
+    if (longest == published.cend() || longest->size() - version.size() <= MaxShorterBy)
+        return {};
+    QString longer = version;
+    while (longest->size() - longer.size() > MaxShorterBy)
+        longer += QStringLiteral(".0");
+    return {{QStringLiteral("shorter-version"), QString(),
+             QStringLiteral("the version %1 is %2 characters shorter than %3, which was published "
+                            "before: where %3 was installed or silenced, this update would leave "
+                            "updateconfig.json unreadable, and the client would never be started "
+                            "again; give the release a longer version such as %4, or pass "
+                            "--allow-shorter-version")
+                 .arg(Shown(version))
+                 .arg(longest->size() - version.size())
+                 .arg(Shown(*longest), Shown(longer))}};
 }
 
 Findings ReleaseRules::CheckNotes(const QString &notes, const QString &language)
