@@ -3,6 +3,8 @@
 #include <QCommandLineParser>
 #include <QVector>
 
+#include <algorithm>
+
 namespace
 {
 
@@ -36,6 +38,9 @@ const Option kUpdaterFolder{
     "updater-folder", "NAME", Optional,
     "the updater's folder in the client's, which a package had better leave "
     "out (default: AutoUpdate)"};
+const Option kAllowShorterVersion{
+    "allow-shorter-version", nullptr, Flag,
+    "publish even though clients may never start again after this version"};
 const Option kJson{"json", nullptr, Flag, "the result as JSON on the standard output"};
 
 const QVector<CommandDescription> &Commands()
@@ -56,6 +61,7 @@ const QVector<CommandDescription> &Commands()
           kOut,
           kUrlPrefix,
           kUpdaterFolder,
+          kAllowShorterVersion,
           kJson}},
         {Request::Installer,
          "installer",
@@ -71,6 +77,7 @@ const QVector<CommandDescription> &Commands()
           kNotesEn,
           kOut,
           kUrlPrefix,
+          kAllowShorterVersion,
           kJson}},
         {Request::Verify,
          "verify",
@@ -189,12 +196,14 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     if (!wrong.isEmpty())
         return Wrong(wrong, name);
 
-    const auto value = [&parser, &command](const Option &option) {
-        for (const Option &known : command.options) {
-            if (qstrcmp(known.name, option.name) == 0)
-                return parser.value(Text(option.name));
-        }
-        return QString();
+    // The parser complains when it is asked about an option of another command.
+    const auto isKnown = [&command](const Option &option) {
+        return std::any_of(
+            command.options.cbegin(), command.options.cend(),
+            [&option](const Option &known) { return qstrcmp(known.name, option.name) == 0; });
+    };
+    const auto value = [&parser, &isKnown](const Option &option) {
+        return isKnown(option) ? parser.value(Text(option.name)) : QString();
     };
     CommandLine commandLine;
     Request &request = commandLine.request;
@@ -210,6 +219,8 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     request.updaterFolder = value(kUpdaterFolder);
     if (request.updaterFolder.isEmpty())
         request.updaterFolder = QStringLiteral("AutoUpdate");
+    request.allowShorterVersion =
+        isKnown(kAllowShorterVersion) && parser.isSet(Text(kAllowShorterVersion.name));
     request.asJson = parser.isSet(Text(kJson.name));
 
     const QString update = value(kUpdate);

@@ -17,6 +17,7 @@ struct Request {
     QString out;
     QString urlPrefix;
     QString updaterFolder; ///< the updater's folder, relative to the client's
+    bool allowShorterVersion = false;
     bool asJson = false;
 };
 

@@ -33,6 +33,7 @@ public:
         CheckSource();
         CheckTexts();
         CheckTree();
+        CheckVersionLength();
         if (!m_outcome.refusals.isEmpty())
             return m_outcome;
         if (Failure failure = Publish())
@@ -176,6 +177,37 @@ private:
                                   "version of its own")
                        .arg(m_request.version));
         }
+    }
+
+    void CheckVersionLength()
+    {
+        if (!m_request.allowShorterVersion &&
+            ReleaseRules::CheckVersion(m_request.version).isEmpty())
+            Refuse(ReleaseRules::CheckVersionLength(m_request.version, PublishedVersions()));
+    }
+
+    /// The versions of all releases that the tree still holds an offer or a package of.
+    QStringList PublishedVersions() const
+    {
+        QStringList versions;
+        QStringList offeredPackages;
+        const QStringList answers = m_tree.AnswerFiles();
+        for (const QString &path : answers) {
+            QFile file(path);
+            Offer offer;
+            if (file.open(QIODevice::ReadOnly) && ReadOffer(file.readAll(), offer).isEmpty()) {
+                versions.append(offer.version);
+                offeredPackages.append(offer.id);
+            }
+        }
+        const QStringList packages = m_tree.PackageNames();
+        for (const QString &package : packages) {
+            if (!offeredPackages.contains(package)) {
+                versions.append(
+                    ReleaseRules::VersionInName(package, m_offer.id, m_request.version));
+            }
+        }
+        return versions;
     }
 
     Failure Publish()

@@ -1,5 +1,7 @@
 #include "release/publish/releaserules.h"
 
+#include "install/windowsnames.h"
+#include "net/packagename.h"
 #include "net/servicecontract.h"
 #include "ui/releasenotes.h"
 
@@ -33,35 +35,22 @@ QString Shown(QString text)
     return text;
 }
 
-QString ForbiddenCharacter(const QString &name)
-{
-    for (const QChar character : name) {
-        if (character.unicode() < 0x20)
-            return QStringLiteral("a control character");
-        if (QStringLiteral("<>:\"/\\|?*").contains(character))
-            return QStringLiteral("\"%1\"").arg(character);
-    }
-    return QString();
-}
-
-bool IsReserved(const QString &name)
-{
-    // A device whatever follows the first dot, and whatever blanks stand before it.
-    static const QRegularExpression devices(
-        QStringLiteral("^(?:con|prn|aux|nul|conin\\$|conout\\$|com[1-9]|lpt[1-9]) *(?:\\.|$)"),
-        QRegularExpression::CaseInsensitiveOption);
-    return devices.match(name).hasMatch();
-}
-
-/// What keeps Windows from holding a file or folder of this name; empty when nothing does.
+/// What keeps Windows from holding a file or folder of this name, or its users from seeing what it
+/// is; empty when nothing does.
 QString WindowsObjection(const QString &name)
 {
-    const QString forbidden = ForbiddenCharacter(name);
-    if (!forbidden.isEmpty())
-        return QStringLiteral("holds %1, which no name on Windows may").arg(forbidden);
-    if (name.endsWith(QLatin1Char('.')) || name.endsWith(QLatin1Char(' ')))
+    if (WindowsNames::HasInvisibleCharacter(name))
+        return QStringLiteral("contains a control or formatting character, which cannot be seen");
+    const auto forbidden = std::find_if(name.cbegin(), name.cend(), [](QChar character) {
+        return WindowsNames::HasForbiddenCharacter(QString(character));
+    });
+    if (forbidden != name.cend()) {
+        return QStringLiteral("contains \"%1\", which Windows does not allow in file names")
+            .arg(*forbidden);
+    }
+    if (WindowsNames::AsKept(name) != name)
         return QStringLiteral("ends with a dot or a blank, which Windows drops");
-    if (IsReserved(name))
+    if (WindowsNames::IsDevice(name))
         return QStringLiteral("is the name of a device on Windows");
     return QString();
 }
@@ -104,7 +93,23 @@ Findings CheckPackageName(const QString &name)
                              .arg(name.size())
                              .arg(ReleaseRules::MaxPathLength)});
     }
+    // Whatever else the updater refuses.
+    if (findings.isEmpty() && !IsUsablePackageName(name)) {
+        findings.append({QStringLiteral("package-name"), QString(),
+                         subject + QStringLiteral(" is one that the updater refuses to download; "
+                                                  "publish a .zip package or an .exe installer")});
+    }
     return findings;
+}
+
+/// The part of a package's file name that NAME and VERSION make up.
+QString WithoutSuffix(const QString &packageFileName)
+{
+    for (const QString &suffix : {ReleaseRules::ZipSuffix, kInstallerSuffix}) {
+        if (packageFileName.endsWith(suffix, Qt::CaseInsensitive))
+            return packageFileName.chopped(suffix.size());
+    }
+    return QString();
 }
 
 QString LastPart(const QString &path)
@@ -177,6 +182,45 @@ Findings ReleaseRules::CheckVersion(const QString &version)
                         "and \"+\"; write it as the client's configuration has it, as in 2.1.3")
              .arg(Shown(version.left(MaxVersionLength)))
              .arg(MaxVersionLength)}};
+}
+
+QString ReleaseRules::VersionInName(const QString &packageFileName, const QString &likeName,
+                                    const QString &likeVersion)
+{
+    const QString name = WithoutSuffix(packageFileName);
+    QString prefix = WithoutSuffix(likeName);
+    if (!likeVersion.isEmpty() && prefix.endsWith(likeVersion)) {
+        prefix.chop(likeVersion.size());
+        const QString rest = name.mid(prefix.size());
+        // "Client-Setup-2.1.3" only looks as if it were called like "Client-2.1.3".
+        if (name.startsWith(prefix) && !rest.isEmpty() &&
+            rest.at(0).isDigit() == likeVersion.at(0).isDigit() && CheckVersion(rest).isEmpty())
+            return rest;
+    }
+    static const QRegularExpression version(QStringLiteral("-([0-9].*)\\z"));
+    const QString found = version.match(name).captured(1);
+    return CheckVersion(found).isEmpty() ? found : QString();
+}
+
+Findings ReleaseRules::CheckVersionLength(const QString &version, const QStringList &published)
+{
+    const auto longest = std::max_element(
+        published.cbegin(), published.cend(),
+        [](const QString &one, const QString &other) { return one.size() < other.size(); });
+    if (longest == published.cend() || longest->size() - version.size() <= MaxShorterBy)
+        return {};
+    QString longer = version;
+    while (longest->size() - longer.size() > MaxShorterBy)
+        longer += QStringLiteral(".0");
+    return {{QStringLiteral("shorter-version"), QString(),
+             QStringLiteral("the version %1 is %2 characters shorter than %3, which was published "
+                            "before: where %3 was installed or silenced, this update would leave "
+                            "updateconfig.json unreadable, and the client would never be started "
+                            "again; give the release a longer version such as %4, or pass "
+                            "--allow-shorter-version")
+                 .arg(Shown(version))
+                 .arg(longest->size() - version.size())
+                 .arg(Shown(*longest), Shown(longer))}};
 }
 
 Findings ReleaseRules::CheckNotes(const QString &notes, const QString &language)

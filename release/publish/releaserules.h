@@ -3,6 +3,7 @@
 #include "release/publish/findings.h"
 
 #include <QString>
+#include <QStringList>
 #include <QVector>
 #include <QtGlobal>
 
@@ -30,6 +31,9 @@ constexpr qint64 MaxSize = std::numeric_limits<qint32>::max();
 /// In characters.
 constexpr int MaxVersionLength = 64;
 
+/// By how many characters a version may be shorter than one that was published before.
+constexpr int MaxShorterBy = 1;
+
 const inline QString ZipSuffix = QStringLiteral(".zip");
 
 /// A file or folder of a package.
@@ -45,7 +49,23 @@ QString PackageFileName(const QString &name, const QString &version, const QStri
 /// The one folder at the top of a package: what the updater copies from after unpacking.
 QString TopFolder(const QString &packageFileName);
 
+/**
+ * The version in the file name of a package in the tree; empty when none is recognized. Packages
+ * called like @p likeName, the package of version @p likeVersion, are recognized whatever their
+ * name; others have to be called NAME-VERSION, the version beginning with a digit.
+ */
+QString VersionInName(const QString &packageFileName, const QString &likeName,
+                      const QString &likeVersion);
+
 Findings CheckVersion(const QString &version);
+
+/**
+ * Refuses @p version when it is at least two characters shorter than the longest of @p published.
+ * The updater writes versions over one another in updateconfig.json and never shortens the file: of
+ * the longer text a brace would remain, and the file could not be read again. One character less is
+ * harmless, because only a line break remains.
+ */
+Findings CheckVersionLength(const QString &version, const QStringList &published);
 
 /// @p language stands in the findings: "Chinese" or "English".
 Findings CheckNotes(const QString &notes, const QString &language);

@@ -88,6 +88,21 @@ QString ReleaseTree::PackageFile(const QString &id) const
     return m_folder + PackagesPath + id;
 }
 
+QStringList ReleaseTree::AnswerFiles() const
+{
+    QStringList files;
+    const QFileInfoList found =
+        QDir(FolderOf(OfferFile())).entryInfoList({QStringLiteral("*.json")}, QDir::Files);
+    for (const QFileInfo &file : found)
+        files.append(file.filePath());
+    return files;
+}
+
+QStringList ReleaseTree::PackageNames() const
+{
+    return QDir(m_folder + PackagesPath).entryList(QDir::Files);
+}
+
 StagedRelease::StagedRelease(const ReleaseTree &tree)
     : m_tree(tree), m_folder(tree.Folder() + kStagingFolder)
 {

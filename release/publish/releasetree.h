@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QLockFile>
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 
@@ -29,6 +30,12 @@ public:
     QString IndexFile() const;
 
     QString PackageFile(const QString &id) const;
+
+    /// Every answer in the tree, offers that were kept under other names included.
+    QStringList AnswerFiles() const;
+
+    /// The file names of all packages.
+    QStringList PackageNames() const;
 
 private:
     QString m_folder; ///< absolute, without a slash at its end

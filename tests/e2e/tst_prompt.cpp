@@ -13,6 +13,7 @@ class TestPrompt : public QObject
 private slots:
     void LaterStartsTheClientWithoutTheArguments();
     void NeverPromptIsRemembered();
+    void SilencingAMuchShorterVersionEndsEveryLaterRun();
     void EscapeInTheOptionalPromptStartsTheClient();
     void EscapeInTheForcedPromptEndsTheRunWithoutTheClient();
     void EnterUpdates();
@@ -103,6 +104,33 @@ void TestPrompt::NeverPromptIsRemembered()
     // The next run does not prompt.
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(2));
+}
+
+void TestPrompt::SilencingAMuchShorterVersionEndsEveryLaterRun()
+{
+    UpdaterRun run;
+    run.Configure();
+    int calls = 0;
+    for (const char *version : {"2.10.10", "3.0.0"}) {
+        run.Publish(NewClient(), kPackage,
+                    {{QStringLiteral("latestVersion"), QLatin1String(version)}});
+        run.Start();
+        const QString prompt = m_windows.WaitForWindow(kEnglish);
+        m_windows.Click(prompt, kNeverPrompt);
+        m_windows.Click(prompt, kLater);
+        QCOMPARE(run.WaitForEnd(), 0);
+        QVERIFY(run.client.WaitForCalls(++calls));
+    }
+
+    const QString unreadable =
+        QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: %1").arg(QJsonParseError::GarbageAtEnd);
+    QVERIFY(!run.Log().contains(unreadable));
+    const int lines = run.Log().size();
+    QCOMPARE(run.Run(), 0);
+    const QStringList log = run.Log().mid(lines);
+    QVERIFY2(log.contains(unreadable), qPrintable(log.join(QLatin1Char('\n'))));
+    QCOMPARE(log.filter(QStringLiteral("starting...")), QStringList());
+    QCOMPARE(run.client.Calls().size(), 2);
 }
 
 void TestPrompt::EscapeInTheOptionalPromptStartsTheClient()

@@ -19,8 +19,12 @@ private slots:
     void ACorruptedPackageIsNotInstalled();
     void ADamagedZipPackageStillStartsTheClient();
     void APackageFromAServerNobodyTrustsIsRefused();
-    void AnAnnouncedNameOutsideTheFolderEndsTheRun();
+    void AnAnnouncedNameThatIsRefusedStartsTheClient_data();
+    void AnAnnouncedNameThatIsRefusedStartsTheClient();
     void APackageOfManyMegabytesArrivesWhole();
+    void AMuchShorterVersionEndsEveryLaterRun();
+    void ALongEnoughVersionEndsNoRun_data();
+    void ALongEnoughVersionEndsNoRun();
 };
 
 namespace
@@ -28,6 +32,8 @@ namespace
 
 const QString kPackage = QStringLiteral("client-2.1.3.zip");
 const QStringList kImmediately{QStringLiteral("-immediately")};
+const QString kUnreadable =
+    QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: %1").arg(QJsonParseError::GarbageAtEnd);
 
 /// A package with a new client configuration, a new file in a folder, and an empty folder.
 QByteArray NewClient()
@@ -39,6 +45,36 @@ QByteArray NewClient()
         .AddFile(QStringLiteral("client-2.1.3/plug ins/中文.txt"), "new")
         .AddFolder(QStringLiteral("client-2.1.3/empty"))
         .Bytes();
+}
+
+/// Publishes @p version as a zip package that brings the client's configuration only.
+void PublishVersion(UpdaterRun &run, const QString &version)
+{
+    const QString name = QStringLiteral("client-") + version;
+    const QByteArray config =
+        QStringLiteral(R"({"client": {"version": "%1"}})").arg(version).toUtf8();
+    run.Publish(
+        ZipMaker().AddFolder(name).AddFile(name + QStringLiteral("/config.json"), config).Bytes(),
+        name + QStringLiteral(".zip"), {{QStringLiteral("latestVersion"), version}});
+}
+
+/// Installs 2.10.10 and then @p version. The client has been started twice then.
+void InstallAfterALongVersion(UpdaterRun &run, const QString &version)
+{
+    run.Configure();
+    int calls = 0;
+    for (const QString &published : {QStringLiteral("2.10.10"), version}) {
+        PublishVersion(run, published);
+        QCOMPARE(run.Run(kImmediately), 0);
+        QVERIFY(run.client.WaitForCalls(++calls));
+        QVERIFY(ReadFile(run.home.ClientFolder() + QStringLiteral("/config.json"))
+                    .contains(published.toUtf8()));
+    }
+}
+
+QString UpdateConfigFile(const UpdaterRun &run)
+{
+    return run.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
 }
 
 QString Info(const QString &text)
@@ -238,18 +274,28 @@ void TestUpdate::APackageFromAServerNobodyTrustsIsRefused()
     QCOMPARE(ReadFile(run.PackagePath(kPackage)), QByteArray());
 }
 
-void TestUpdate::AnAnnouncedNameOutsideTheFolderEndsTheRun()
+void TestUpdate::AnAnnouncedNameThatIsRefusedStartsTheClient_data()
 {
+    QTest::addColumn<QString>("name");
+    QTest::newRow("outside the folder") << R"(..\..\evil)";
+    QTest::newRow("for the command interpreter") << "Setup.bat";
+}
+
+void TestUpdate::AnAnnouncedNameThatIsRefusedStartsTheClient()
+{
+    QFETCH(QString, name);
     UpdaterRun run;
     run.Configure();
     run.Publish(
         NewClient(), kPackage,
-        {{QStringLiteral("latestVersionUrl"), QStringLiteral("https://x.invalid/..\\..\\evil")}});
+        {{QStringLiteral("latestVersionUrl"), QStringLiteral("https://x.invalid/") + name}});
     QCOMPARE(run.Run(kImmediately), 0);
-    QCOMPARE(run.Log().last(), Debug(Quoted(run.PackagePath(QStringLiteral("..\\\\..\\\\evil"))) +
-                                     QStringLiteral("  Open failed: 5")));
+    QVERIFY(run.client.WaitForCalls(1));
+    const QString logged = QString(name).replace(QLatin1Char('\\'), QLatin1String("\\\\"));
+    const QStringList log = run.Log();
+    QVERIFY2(log.contains(Debug(QStringLiteral("package name cannot be used: ") + Quoted(logged))),
+             qPrintable(log.join(QLatin1Char('\n'))));
     QCOMPARE(run.server.Requests().size(), 1);
-    QVERIFY(run.client.Calls().isEmpty());
 }
 
 void TestUpdate::APackageOfManyMegabytesArrivesWhole()
@@ -268,6 +314,52 @@ void TestUpdate::APackageOfManyMegabytesArrivesWhole()
     QCOMPARE(ReadFile(run.home.ClientFolder() + QStringLiteral("/data.bin")),
              ScriptedServer::Fill(24LL * 1024 * 1024));
     QVERIFY(run.client.WaitForCalls(1));
+}
+
+void TestUpdate::AMuchShorterVersionEndsEveryLaterRun()
+{
+    UpdaterRun run;
+    InstallAfterALongVersion(run, QStringLiteral("3.0.0"));
+    QVERIFY(!run.Log().contains(kUnreadable));
+    const int requests = run.server.Requests().size();
+    const QByteArray left = ReadFile(UpdateConfigFile(run));
+
+    // No switch helps, and nothing repairs the file.
+    for (const QStringList &arguments : {QStringList(), kImmediately}) {
+        const int lines = run.Log().size();
+        QCOMPARE(run.Run(arguments), 0);
+        const QStringList log = run.Log().mid(lines);
+        QVERIFY2(log.contains(kUnreadable), qPrintable(log.join(QLatin1Char('\n'))));
+        QCOMPARE(log.filter(QStringLiteral("starting...")), QStringList());
+        QCOMPARE(run.client.Calls().size(), 2);
+        QCOMPARE(run.server.Requests().size(), requests);
+        QCOMPARE(ReadFile(UpdateConfigFile(run)), left);
+    }
+
+    // What a person can do: remove everything behind the first brace that begins a line.
+    const QByteArray brace("\n}\n");
+    const int length = left.indexOf(brace) + brace.size();
+    QVERIFY2(length < left.size(), left.constData());
+    WriteFile(UpdateConfigFile(run), left.left(length));
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(3));
+}
+
+void TestUpdate::ALongEnoughVersionEndsNoRun_data()
+{
+    QTest::addColumn<QString>("version");
+    QTest::newRow("one character shorter") << "3.0.10";
+    QTest::newRow("as long") << "3.0.0.0";
+}
+
+void TestUpdate::ALongEnoughVersionEndsNoRun()
+{
+    QFETCH(QString, version);
+    UpdaterRun run;
+    InstallAfterALongVersion(run, version);
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(3));
+    QVERIFY(!run.Log().contains(kUnreadable));
 }
 
 QTEST_GUILESS_MAIN(TestUpdate)

@@ -161,6 +161,18 @@ class Publish(unittest.TestCase):
             self.assertIn(mend, line)
         self.assertFalse(self.site.exists())
 
+    def test_a_much_shorter_version_has_to_be_allowed(self) -> None:
+        self.assertEqual(self.publish("2.10.10").returncode, 0)
+        before = snapshot(self.site)
+        refused = self.publish("3.0.0")
+        self.assertEqual(refused.returncode, 1)
+        self.assertEqual(len(refused.stderr.splitlines()), 1, refused.stderr)
+        self.assertIn("3.0.0 is 2 characters shorter than 2.10.10", refused.stderr)
+        self.assertIn("such as 3.0.0.0, or pass --allow-shorter-version", refused.stderr)
+        self.assertEqual(snapshot(self.site), before)
+        allowed = self.publish("3.0.0", "--allow-shorter-version")
+        self.assertEqual(allowed.returncode, 0, allowed.stderr)
+
     def test_many_reasons_are_cut_for_people_and_whole_for_scripts(self) -> None:
         for number in range(30):
             (self.client / f"é{number}").touch()

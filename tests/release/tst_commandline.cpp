@@ -21,6 +21,7 @@ class TestCommandLine : public QObject
 
 private slots:
     void zip();
+    void shorterVersionsAreAllowedOnRequest();
     void installer();
     void verify();
     void wrongOnes_data();
@@ -47,6 +48,19 @@ void TestCommandLine::zip()
     QCOMPARE(line.request.urlPrefix, QStringLiteral("https://x"));
     QCOMPARE(line.request.updaterFolder, QStringLiteral("Up"));
     QVERIFY(line.request.asJson);
+    QVERIFY(!line.request.allowShorterVersion);
+}
+
+void TestCommandLine::shorterVersionsAreAllowedOnRequest()
+{
+    for (const char *command :
+         {wholeZip, "installer --file s.exe --version 2 --update optional --notes-zh zh "
+                    "--notes-en en --out o"}) {
+        QVERIFY(!ReadCommandLine(Words(command)).request.allowShorterVersion);
+        const CommandLine line = ReadCommandLine(Words(command) + Words("--allow-shorter-version"));
+        QCOMPARE(line.error, QString());
+        QVERIFY(line.request.allowShorterVersion);
+    }
 }
 
 void TestCommandLine::installer()
@@ -90,6 +104,9 @@ void TestCommandLine::wrongOnes_data()
                                   << "\"more\" is one too many; see publish zip --help";
     QTest::newRow("folder missing")
         << Words("verify") << "DIR is missing; see publish verify --help";
+    QTest::newRow("nothing is published")
+        << Words("verify --allow-shorter-version site")
+        << "Unknown option 'allow-shorter-version'; see publish verify --help";
     QTest::newRow("neither optional nor forced")
         << Words(
                "zip --client c --name C --version 2 --update now --notes-zh z --notes-en e --out o")

@@ -98,6 +98,9 @@ private slots:
     void pageRunsAndLoadsNothing();
     void newReleaseKeepsOlderPackages();
     void olderReleaseCanBePublishedAgain();
+    void shorterVersionCanBeForced();
+    void versionIsLongEnoughForEveryReleaseOfTheTree_data();
+    void versionIsLongEnoughForEveryReleaseOfTheTree();
     void refusals_data();
     void refusals();
     void refusalLeavesAnOlderReleaseAlone_data();
@@ -355,6 +358,64 @@ void TestPublishRelease::olderReleaseCanBePublishedAgain()
     VerifyPublished(Publish(vendor.ZipRequest()));
     QCOMPARE(ReadByUpdater(vendor, QStringLiteral("en")).latestVersion, QStringLiteral("2.1.3"));
     QVERIFY(Verify(vendor).refusals.isEmpty());
+}
+
+void TestPublishRelease::shorterVersionCanBeForced()
+{
+    const Vendor vendor;
+    Request request = vendor.ZipRequest();
+    request.version = QStringLiteral("2.10.10");
+    VerifyPublished(Publish(request));
+    request = vendor.ZipRequest();
+    QCOMPARE(Rules(Publish(request).refusals), QStringList(QStringLiteral("shorter-version")));
+    request.allowShorterVersion = true;
+    VerifyPublished(Publish(request));
+    QCOMPARE(ReadByUpdater(vendor, QStringLiteral("en")).latestVersion, QStringLiteral("2.1.3"));
+}
+
+void TestPublishRelease::versionIsLongEnoughForEveryReleaseOfTheTree_data()
+{
+    QTest::addColumn<Change>("change");
+    // Each takes one record of the long version away, and the other one is left.
+    QTest::newRow("offer and package") << Change([](const Vendor &, Request &) {});
+    QTest::newRow("package of a replaced release") << Change([](const Vendor &vendor, Request &) {
+        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("check/offer.json"))));
+    });
+    QTest::newRow("offer whose package was withdrawn")
+        << Change([](const Vendor &vendor, Request &) {
+               QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("packages/Client-2.10.10.zip"))));
+           });
+    QTest::newRow("offer that was kept under another name")
+        << Change([](const Vendor &vendor, Request &) {
+               QVERIFY(QFile::rename(vendor.Tree(QStringLiteral("check/offer.json")),
+                                     vendor.Tree(QStringLiteral("check/offer-2.10.10.json"))));
+               QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("packages/Client-2.10.10.zip"))));
+           });
+    QTest::newRow("package of another kind") << Change([](const Vendor &vendor, Request &request) {
+        request = vendor.InstallerRequest();
+        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("check/offer.json"))));
+    });
+}
+
+void TestPublishRelease::versionIsLongEnoughForEveryReleaseOfTheTree()
+{
+    QFETCH(Change, change);
+    const Vendor vendor;
+    Request request = vendor.ZipRequest();
+    request.version = QStringLiteral("2.10.10");
+    VerifyPublished(Publish(request));
+    request = vendor.ZipRequest();
+    change(vendor, request);
+    const QMap<QString, QByteArray> before = Snapshot(vendor.Tree());
+
+    const Findings refusals = Publish(request).refusals;
+    QCOMPARE(Rules(refusals), QStringList(QStringLiteral("shorter-version")));
+    QVERIFY2(refusals.first().message.contains(QLatin1String("2.1.3.0")),
+             qPrintable(Lines(refusals)));
+    QCOMPARE(Snapshot(vendor.Tree()), before);
+
+    request.version = QStringLiteral("2.1.30");
+    VerifyPublished(Publish(request));
 }
 
 void TestPublishRelease::refusals_data()

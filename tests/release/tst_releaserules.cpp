@@ -96,6 +96,10 @@ private slots:
     void topFolderIsTheNameUpToTheFirstZip();
     void versions_data();
     void versions();
+    void versionsInNames_data();
+    void versionsInNames();
+    void versionLengths_data();
+    void versionLengths();
     void notes_data();
     void notes();
     void urlPrefixes_data();
@@ -104,11 +108,13 @@ private slots:
     void zipNames();
     void installerNames_data();
     void installerNames();
+    void nameThatTheUpdaterRefusesIsToldSo();
     void packageSizes_data();
     void packageSizes();
     void entries_data();
     void entries();
     void findingNamesThePath();
+    void findingNamesTheCharacter();
     void controlCharactersDoNotReachTheLine();
     void updatersFolderIsWarnedOf_data();
     void updatersFolderIsWarnedOf();
@@ -161,6 +167,95 @@ void TestReleaseRules::versions()
 {
     QFETCH(QString, text);
     QTEST(Broken(ReleaseRules::CheckVersion(text)), "broken");
+}
+
+void TestReleaseRules::versionsInNames_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("likeName");
+    QTest::addColumn<QString>("likeVersion");
+    QTest::addColumn<QString>("version");
+    const auto add = [](const char *row, const char *name, const char *likeName,
+                        const char *likeVersion, const char *version) {
+        QTest::newRow(row) << name << likeName << likeVersion << version;
+    };
+    const char *const client = "Client-3.0.0.zip";
+    add("same name", "Client-2.10.10.zip", client, "3.0.0", "2.10.10");
+    add("same name with a number in it", "Client-64bit-2.10.10.zip", "Client-64bit-3.0.0.zip",
+        "3.0.0", "2.10.10");
+    add("word in the version", "Client-2.1.3-beta_1+4711.zip", client, "3.0.0",
+        "2.1.3-beta_1+4711");
+    add("versions that begin with a letter", "Client-r2022.zip", "Client-r3.zip", "r3", "r2022");
+    add("installer without a dash", "Setup_2.10.10.exe", "Setup_3.0.0.exe", "3.0.0", "2.10.10");
+    add("installer in capitals", "SETUP-2.10.10.EXE", client, "3.0.0", "2.10.10");
+    add("another name", "NorvaneSetup-2.10.10.exe", client, "3.0.0", "2.10.10");
+    add("another name that begins alike", "Client-Setup-2.10.10.exe", client, "3.0.0", "2.10.10");
+    add("number before the dash", "Client64-x-2.10.10.zip", client, "3.0.0", "2.10.10");
+    add("like an installer without a version", "Client-2.10.10.zip", "Setup.exe", "3.0.0",
+        "2.10.10");
+    add("no version to be like", "Client-2.10.10.zip", "Client-.zip", "", "2.10.10");
+    add("no version", "Setup.exe", client, "3.0.0", "");
+    add("nothing behind the dash", "Client-.zip", client, "3.0.0", "");
+    add("not a version", "Client-2.1.3 (1).zip", client, "3.0.0", "");
+    add("no package", "Client-2.10.10.zip.part", client, "3.0.0", "");
+}
+
+void TestReleaseRules::versionsInNames()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, likeName);
+    QFETCH(QString, likeVersion);
+    QTEST(ReleaseRules::VersionInName(name, likeName, likeVersion), "version");
+}
+
+void TestReleaseRules::versionLengths_data()
+{
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("published");
+    QTest::addColumn<QString>("suggestion"); // empty when the version is long enough
+    const auto add = [](const char *row, const QString &version, const QString &published,
+                        const QString &suggestion = QString()) {
+        QTest::newRow(row) << version << published << suggestion;
+    };
+    const QString longest(ReleaseRules::MaxVersionLength, QLatin1Char('1'));
+    add("first release", QStringLiteral("1"), QString());
+    add("longer", QStringLiteral("2.10.10"), QStringLiteral("2.9.9"));
+    add("as long", QStringLiteral("3.0.0"), QStringLiteral("2.9.9"));
+    add("one shorter", QStringLiteral("3.0.10"), QStringLiteral("2.10.10"));
+    add("two shorter", QStringLiteral("3.0.0"), QStringLiteral("2.10.10"),
+        QStringLiteral("3.0.0.0"));
+    add("three shorter", QStringLiteral("3.1"), QStringLiteral("2.10.1"), QStringLiteral("3.1.0"));
+    add("four shorter", QStringLiteral("3.0"), QStringLiteral("2.10.10"),
+        QStringLiteral("3.0.0.0"));
+    add("as the last one, shorter than an earlier one", QStringLiteral("2.9.8"),
+        QStringLiteral("2.9.9 2.10.10 2.9.7"), QStringLiteral("2.9.8.0"));
+    add("one shorter at each step", QStringLiteral("4.0.0"), QStringLiteral("2.10.10 3.0.10"),
+        QStringLiteral("4.0.0.0"));
+    add("after a test version", QStringLiteral("2.1.3"), QStringLiteral("2.1.3-beta.1"),
+        QStringLiteral("2.1.3.0.0.0"));
+    add("after the longest there can be", QStringLiteral("1"), longest,
+        QStringLiteral("1") + QStringLiteral(".0").repeated(31));
+}
+
+void TestReleaseRules::versionLengths()
+{
+    QFETCH(QString, version);
+    QFETCH(QString, published);
+    QFETCH(QString, suggestion);
+    const QStringList versions = published.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    const Findings findings = ReleaseRules::CheckVersionLength(version, versions);
+    if (suggestion.isEmpty()) {
+        QCOMPARE(Broken(findings), QStringList());
+        return;
+    }
+    QCOMPARE(Broken(findings), Words("shorter-version"));
+    const QString wanted =
+        QStringLiteral("such as %1, or pass --allow-shorter-version").arg(suggestion);
+    const QString &message = findings.first().message;
+    QVERIFY2(message.endsWith(wanted), qPrintable(message));
+    // Whoever follows the suggestion gets through.
+    QCOMPARE(Broken(ReleaseRules::CheckVersionLength(suggestion, versions)), QStringList());
+    QCOMPARE(Broken(ReleaseRules::CheckVersion(suggestion)), QStringList());
 }
 
 void TestReleaseRules::notes_data()
@@ -227,6 +322,8 @@ void TestReleaseRules::zipNames_data()
     AddText("parent", QStringLiteral("../Client-2.zip"), "name-windows package-name");
     AddText("drive", QStringLiteral("C:Client-2.zip"), "name-windows");
     AddText("too long", QString(240, QLatin1Char('x')) + QStringLiteral(".zip"), "name-length");
+    AddText("turned around", QStringLiteral("Client-\u202Epiz.zip"), "name-ascii name-windows");
+    AddText("delete character", QStringLiteral("Client\u007F-2.zip"), "name-windows");
 }
 
 void TestReleaseRules::zipNames()
@@ -246,12 +343,27 @@ void TestReleaseRules::installerNames_data()
     AddText("query mark", QStringLiteral("Setup?.exe"), "name-windows package-name");
     AddText("fragment mark", QStringLiteral("Setup#2.exe"), "package-name");
     AddText("device", QStringLiteral("aux.exe"), "name-windows");
+    AddText("device of number 0", QStringLiteral("COM0.exe"), "name-windows");
+    AddText("turned around", QStringLiteral("Setup\u202Ecod.exe"), "name-ascii name-windows");
+    AddText("for the command interpreter", QStringLiteral("Setup.cmd"), "package-name");
 }
 
 void TestReleaseRules::installerNames()
 {
     QFETCH(QString, text);
     QTEST(Broken(ReleaseRules::CheckInstallerName(text)), "broken");
+}
+
+void TestReleaseRules::nameThatTheUpdaterRefusesIsToldSo()
+{
+    const QString end = QStringLiteral(
+        "is one that the updater refuses to download; publish a .zip package or an .exe installer");
+    for (const char *name : {"Setup.bat", "Setup-2.1.3.CMD"}) {
+        const QString message =
+            ReleaseRules::CheckInstallerName(QLatin1String(name)).first().message;
+        QCOMPARE(message,
+                 QStringLiteral("the package's name \"%1\" %2").arg(QLatin1String(name), end));
+    }
 }
 
 void TestReleaseRules::packageSizes_data()
@@ -311,7 +423,8 @@ void TestReleaseRules::entries_data()
 
     AddNames("", {QStringLiteral("a b"), QStringLiteral(".hidden"), QStringLiteral("a&b;c=d+e,f'g"),
                   QStringLiteral("x#y%20"), QStringLiteral("console"), QStringLiteral("com10"),
-                  QStringLiteral("com"), QStringLiteral("x.con"), QStringLiteral("nul-1")});
+                  QStringLiteral("com"), QStringLiteral("x.con"), QStringLiteral("nul-1"),
+                  QStringLiteral("start.bat"), QStringLiteral("start.cmd")});
     AddNames("name-ascii", {QStringLiteral("中文.txt"), QStringLiteral("café"),
                             QString(QChar::ReplacementCharacter)});
     AddNames("name-windows",
@@ -321,7 +434,11 @@ void TestReleaseRules::entries_data()
               QStringLiteral("dot."),       QStringLiteral("blank "),   QStringLiteral(".."),
               QStringLiteral("con"),        QStringLiteral("CON"),      QStringLiteral("Aux.txt"),
               QStringLiteral("nul.tar.gz"), QStringLiteral("prn .txt"), QStringLiteral("COM1"),
-              QStringLiteral("lpt9.log"),   QStringLiteral("conin$"),   QStringLiteral("CONOUT$")});
+              QStringLiteral("lpt9.log"),   QStringLiteral("conin$"),   QStringLiteral("CONOUT$"),
+              QStringLiteral("com0"),       QStringLiteral("LPT0.txt"), QStringLiteral("a\u007F")});
+    AddNames("name-ascii name-windows",
+             {QStringLiteral("COM¹"), QStringLiteral("lpt³.log"), QStringLiteral("a\u200Bb"),
+              QStringLiteral("txt\u202Eexe")});
 }
 
 void TestReleaseRules::entries()
@@ -338,6 +455,15 @@ void TestReleaseRules::findingNamesThePath()
     QCOMPARE(findings.first().path, QStringLiteral("d/nul.txt"));
     QCOMPARE(findings.first().message,
              QStringLiteral("d/nul.txt: the name is the name of a device on Windows; rename it"));
+}
+
+void TestReleaseRules::findingNamesTheCharacter()
+{
+    const Findings findings = ReleaseRules::CheckEntries(top, {File(QStringLiteral("a|b"))});
+    QCOMPARE(findings.size(), 1);
+    QCOMPARE(findings.first().message,
+             QStringLiteral("a|b: the name contains \"|\", which Windows does not allow in file "
+                            "names; rename it"));
 }
 
 void TestReleaseRules::controlCharactersDoNotReachTheLine()
