@@ -1,7 +1,11 @@
 #include "tests/e2e/updaterrun.h"
 
 #include <QDateTime>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
+
+#include <utility>
 
 /// Runs that end with the client being started unchanged.
 class TestRelaunch : public QObject
@@ -18,6 +22,8 @@ private slots:
     void AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient();
     void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data();
     void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime();
+    void AHeadWithoutEndStartsTheClientInTime_data();
+    void AHeadWithoutEndStartsTheClientInTime();
     void ARunningClientIsStartedAgainWithoutACheck();
     void ARunningClientIsHandedTheMeetingLink();
     void AMeetingLinkReachesAClientThatDoesNotRun();
@@ -145,6 +151,81 @@ void TestRelaunch::AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClien
     QCOMPARE(run.client.Calls().size(), 1);
 }
 
+namespace
+{
+
+/// A service on 127.0.0.1 that answers with @p head and then the same letter for ever.
+class EndlessService : public QTcpServer
+{
+public:
+    explicit EndlessService(QByteArray head) : m_head(std::move(head))
+    {
+        if (!listen(QHostAddress::LocalHost))
+            qFatal("no port to listen on: %s", qPrintable(errorString()));
+        connect(this, &QTcpServer::newConnection, this, [this] { Serve(nextPendingConnection()); });
+    }
+
+    QString Url() const { return QStringLiteral("http://127.0.0.1:%1/check").arg(serverPort()); }
+
+    /// Since the epoch; 0 before a request has come.
+    qint64 RequestMs() const { return m_requestMs; }
+
+private:
+    void Serve(QTcpSocket *socket)
+    {
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        connect(socket, &QTcpSocket::bytesWritten, socket, [socket] {
+            if (socket->bytesToWrite() == 0)
+                socket->write(QByteArray(65536, 'a'));
+        });
+        connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+            if (!socket->readAll().isEmpty() && m_requestMs == 0) {
+                m_requestMs = QDateTime::currentMSecsSinceEpoch();
+                socket->write(m_head);
+            }
+        });
+    }
+
+    QByteArray m_head;
+    qint64 m_requestMs = 0;
+};
+
+/// The client is started within 15 seconds of the request, and the process ends within 2 of that.
+void VerifyClientAndEndInTime(UpdaterRun &run, qint64 requestMs)
+{
+    QVERIFY(run.client.WaitForCalls(1, 60000));
+    const qint64 clientMs = QDateTime::currentMSecsSinceEpoch();
+    QCOMPARE(run.WaitForEnd(), 0);
+    const qint64 endMs = QDateTime::currentMSecsSinceEpoch();
+    QVERIFY2(clientMs - requestMs <= 15000, qPrintable(QString::number(clientMs - requestMs)));
+    QVERIFY2(endMs - clientMs <= 2000, qPrintable(QString::number(endMs - clientMs)));
+}
+
+} // namespace
+
+void TestRelaunch::AHeadWithoutEndStartsTheClientInTime_data()
+{
+    QTest::addColumn<QByteArray>("head");
+    QTest::newRow("status line") << QByteArray("HTTP/1.1 200 ");
+    QTest::newRow("header line") << QByteArray("HTTP/1.1 200 OK\r\nX-Line: ");
+    QTest::newRow("chunk extension")
+        << QByteArray("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5;a=");
+}
+
+void TestRelaunch::AHeadWithoutEndStartsTheClientInTime()
+{
+    QFETCH(QByteArray, head);
+    UpdaterRun run;
+    const EndlessService service(head);
+    run.Configure({{QStringLiteral("updateCheckUrl"), service.Url()}});
+    run.Start();
+    QVERIFY(QTest::qWaitFor([&] { return service.RequestMs() != 0; }, 30000));
+    // Waits with the event loop running, which serves.
+    QVERIFY(run.WaitForLog(QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)));
+    VerifyClientAndEndInTime(run, service.RequestMs());
+    QVERIFY(run.Log().contains(QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut")));
+}
+
 void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
 {
     QTest::addColumn<QString>("name");
@@ -165,13 +246,7 @@ void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
                                   {QStringLiteral("body"), QStringLiteral("{}")}});
     run.Start();
     QVERIFY(run.server.WaitForRequests(1));
-    const qint64 requestMs = run.server.Requests().first().timeMs;
-    QVERIFY(run.client.WaitForCalls(1, 60000));
-    const qint64 clientMs = QDateTime::currentMSecsSinceEpoch();
-    QCOMPARE(run.WaitForEnd(), 0);
-    const qint64 endMs = QDateTime::currentMSecsSinceEpoch();
-    QVERIFY2(clientMs - requestMs <= 15000, qPrintable(QString::number(clientMs - requestMs)));
-    QVERIFY2(endMs - clientMs <= 2000, qPrintable(QString::number(endMs - clientMs)));
+    VerifyClientAndEndInTime(run, run.server.Requests().first().timeMs);
     QCOMPARE(
         run.Log().mid(1),
         (QStringList{QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName),

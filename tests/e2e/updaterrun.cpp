@@ -35,7 +35,7 @@ void ChooseGuard(const TestHome &home)
     qFatal("no free guard");
 }
 
-/// Takes the guard of a killed run away.
+/// Takes away the guard of a run that was killed, or that left without its worker.
 void DropGuard()
 {
     QSharedMemory left(QStringLiteral("ZellAutoUpdate"));
@@ -58,10 +58,10 @@ UpdaterRun::UpdaterRun()
 
 UpdaterRun::~UpdaterRun()
 {
-    if (process.state() == QProcess::NotRunning)
-        return;
-    process.kill();
-    process.waitForFinished();
+    if (process.state() != QProcess::NotRunning) {
+        process.kill();
+        process.waitForFinished();
+    }
     DropGuard();
 }
 
