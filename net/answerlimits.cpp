@@ -1,6 +1,5 @@
 #include "net/answerlimits.h"
 
-#include <QDebug>
 #include <QString>
 
 #include <algorithm>
@@ -82,14 +81,13 @@ bool AnswerLimits::CanBeTaken(const QByteArray &body)
     return HasFewJsonValues(body) && FitsIntoLog(body);
 }
 
-void AnswerLimits::Log(const QByteArray &body)
+QDebug operator<<(QDebug line, const LoggedAnswer &answer)
 {
-    QDebug line = qInfo();
-    line << "Service Jsondata:";
+    const QDebugStateSaver saver(line);
     line.nospace().noquote() << '"';
-    ForEachEscapedPiece(body, [&line](const QString &piece) {
+    ForEachEscapedPiece(answer.body, [&line](const QString &piece) {
         line << piece;
         return true;
     });
-    line << '"';
+    return line << '"';
 }

@@ -14,7 +14,7 @@ int Global::ParseServiceReply(const QByteArray &body)
         qDebug() << "check answer cannot be taken, bytes:" << body.size();
         return Failure;
     }
-    AnswerLimits::Log(body);
+    qInfo() << "Service Jsondata:" << LoggedAnswer{body};
 
     QJsonParseError parseError;
     const QJsonObject answer = QJsonDocument::fromJson(body, &parseError).object();

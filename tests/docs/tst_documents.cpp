@@ -1,8 +1,11 @@
 #include "tests/docs/document.h"
+#include "tests/support/testhome.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QTest>
 
 namespace
@@ -40,6 +43,39 @@ QString Complaint(const QString &path, const QString &link)
     return QString();
 }
 
+/// A claim of a document is followed by a comment with the tests that prove it, as in
+/// <!-- test: startup::NoArgumentIsTakenForQt folderremoval -->
+QStringList NamedTests(const QString &text)
+{
+    static const QRegularExpression comment(QStringLiteral("<!-- test: ([^>]+) -->"));
+    QStringList names;
+    auto match = comment.globalMatch(text);
+    while (match.hasNext())
+        names += match.next().captured(1).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    return names;
+}
+
+/// The sources of the test program with that name; empty when there is none.
+QString SourceOfTest(const QString &subject)
+{
+    QDirIterator it(
+        ProjectPath(QStringLiteral("tests")),
+        {QStringLiteral("tst_%1.cpp").arg(subject), QStringLiteral("test_%1.py").arg(subject)},
+        QDir::Files, QDirIterator::Subdirectories);
+    return it.hasNext() ? QString::fromUtf8(ReadFile(it.next())) : QString();
+}
+
+/// @p name is SUBJECT for a whole program, or SUBJECT::FUNCTION.
+bool TestExists(const QString &name)
+{
+    const QString source = SourceOfTest(name.section(QStringLiteral("::"), 0, 0));
+    const QString function = name.section(QStringLiteral("::"), 1);
+    if (function.isEmpty())
+        return !source.isEmpty();
+    return source.contains(QStringLiteral("::%1()\n").arg(function)) ||
+           source.contains(QStringLiteral("def %1(").arg(function));
+}
+
 } // namespace
 
 /// What holds for every document.
@@ -50,6 +86,9 @@ class TestDocuments : public QObject
 private slots:
     void linksResolve_data() { AddAllDocuments(); }
     void linksResolve();
+    void namedTestsExist_data() { AddAllDocuments(); }
+    void namedTestsExist();
+    void everyAttackNamesItsTest();
     void jsonExamplesParse_data() { AddAllDocuments(); }
     void jsonExamplesParse();
     void everyDocumentIsReachedFromTheReadme();
@@ -76,6 +115,23 @@ void TestDocuments::linksResolve()
             complaints.append(Complaint(path, link));
     }
     QCOMPARE(complaints.join(QStringLiteral("; ")), QString());
+}
+
+void TestDocuments::namedTestsExist()
+{
+    QFETCH(QString, path);
+    const QStringList names = NamedTests(QString::fromUtf8(ReadFile(ProjectPath(path))));
+    for (const QString &name : names)
+        QVERIFY2(TestExists(name), qPrintable(name));
+}
+
+void TestDocuments::everyAttackNamesItsTest()
+{
+    const QVector<QStringList> attacks =
+        Document(QStringLiteral("docs/security.md")).Rows(QStringLiteral("They can"));
+    QVERIFY(attacks.size() > 10);
+    for (const QStringList &attack : attacks)
+        QVERIFY2(!NamedTests(attack.last()).isEmpty(), qPrintable(attack.first()));
 }
 
 void TestDocuments::jsonExamplesParse()

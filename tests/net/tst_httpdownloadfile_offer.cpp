@@ -35,6 +35,7 @@ private slots:
     void updateModeIsAnnounced();
     void replyWithoutAnOfferPrompts();
     void replyWithoutAnOfferOrInstalledVersionStartsTheClient();
+    void olderVersionIsOffered();
     void silencedVersionIsNotPrompted_data();
     void silencedVersionIsNotPrompted();
     void notesMarkerIsRemoved_data();
@@ -101,6 +102,14 @@ void tst_HttpDownLoadFile_Offer::replyWithoutAnOfferOrInstalledVersionStartsTheC
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.LogAfterAnswer(), QStringList(scene.ClientStarts()));
     QCOMPARE(run.Announced(), QStringList());
+}
+
+void tst_HttpDownLoadFile_Offer::olderVersionIsOffered()
+{
+    const UpdateScene scene(*m_server);
+    m_server->Script(QStringLiteral("/check"), Sends(Offer(R"("latestVersion":"0.9.0")")));
+    WorkerRun run;
+    QVERIFY(run.RunUntilPrompt());
 }
 
 void tst_HttpDownLoadFile_Offer::silencedVersionIsNotPrompted_data()
