@@ -673,7 +673,7 @@ void TestPackageInstall::nameThatIsNoHarmlessFileFails_data()
     QTest::newRow("device with an extension") << QByteArray("pkg/com1.txt");
     QTest::newRow("device as a folder") << QByteArray("pkg/aux/file");
     QTest::newRow("control character") << QByteArray("pkg/bell\a.txt");
-    QTest::newRow("reversed direction") << QByteArray("pkg/\xe2\x80\xaetxt.exe");
+    QTest::newRow("reversed direction") << "pkg/" + QString(QChar(0x202e)).toUtf8() + "txt.exe";
     QTest::newRow("invisible character") << QByteArray("pkg/app\xe2\x80\x8b.exe");
 }
 
