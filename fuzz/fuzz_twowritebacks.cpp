@@ -1,0 +1,167 @@
+// Two choices written into updateconfig.json, one after the other. The first byte chooses what they
+// are. After it come the two versions and the file, with a line that holds only "=" between them.
+
+#include "config/global.h"
+#include "config/paths.h"
+#include "fuzz/support/require.h"
+#include "tests/support/testhome.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonParseError>
+#include <QString>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace
+{
+
+const QByteArray kNextPart("\n=\n");
+const QString kCurrentVersion = QStringLiteral("currentVersion");
+const QString kNoRemindVersion = QStringLiteral("noRemindVersion");
+const QString kNoRemind = QStringLiteral("noRemind");
+
+const TestHome &TheHome()
+{
+    static const TestHome home;
+    return home;
+}
+
+/// One call: what is written, and with which version.
+struct Choice {
+    QString kind;
+    QString version;
+
+    bool Touches(const QString &key) const
+    {
+        if (kind == QLatin1String("remid"))
+            return key == kNoRemindVersion || key == kNoRemind;
+        return kind == QLatin1String("version") && key == kCurrentVersion;
+    }
+};
+
+struct Input {
+    std::array<Choice, 2> choices;
+    bool hasFile;
+    QByteArray file;
+};
+
+QString KindOf(int number)
+{
+    if (number == 3)
+        return QStringLiteral("other");
+    return number == 0 ? QStringLiteral("version") : QStringLiteral("remid");
+}
+
+Input InputOf(const uint8_t *data, size_t size)
+{
+    const QByteArray text(reinterpret_cast<const char *>(data) + 1, int(size) - 1);
+    const int first = text.indexOf(kNextPart);
+    const int second = first < 0 ? -1 : text.indexOf(kNextPart, first + kNextPart.size());
+    const int start = first + kNextPart.size();
+    Input input{};
+    input.choices[0] = {KindOf(data[0] & 3), QString::fromUtf8(text.mid(0, first))};
+    input.choices[1] = {KindOf(data[0] >> 2 & 3),
+                        first < 0
+                            ? QString()
+                            : QString::fromUtf8(text.mid(start, second < 0 ? -1 : second - start))};
+    input.hasFile = second >= 0;
+    if (input.hasFile)
+        input.file = text.mid(second + kNextPart.size());
+    return input;
+}
+
+QJsonObject ObjectIn(const QByteArray &text)
+{
+    return QJsonDocument::fromJson(text).object();
+}
+
+bool Parses(const QByteArray &text)
+{
+    QJsonParseError error{};
+    QJsonDocument::fromJson(text, &error);
+    return error.error == QJsonParseError::NoError;
+}
+
+/// What is written when the file holds @p old.
+QByteArray TextAfter(const QByteArray &old, bool isNew, const Choice &choice)
+{
+    const QJsonObject read = ObjectIn(old);
+    QJsonObject object;
+    // Member by member: Qt looks in vain for a key that it read behind a byte order mark.
+    for (auto member = read.begin(); member != read.end(); ++member)
+        object.insert(member.key(), member.value());
+    if (choice.kind == QLatin1String("remid")) {
+        object.insert(kNoRemindVersion, choice.version);
+        object.insert(kNoRemind, 1);
+        if (isNew)
+            object.insert(kCurrentVersion, QString());
+    } else if (choice.kind == QLatin1String("version")) {
+        object.insert(kCurrentVersion, choice.version);
+        if (isNew) {
+            object.insert(kNoRemindVersion, QString());
+            object.insert(kNoRemind, 0);
+        }
+    }
+    return QJsonDocument(object).toJson();
+}
+
+void RequireOthersKept(const QByteArray &old, const QByteArray &written, const Choice &choice)
+{
+    const QJsonObject before = ObjectIn(old);
+    const QJsonObject after = ObjectIn(written);
+    for (auto member = before.begin(); member != before.end(); ++member) {
+        if (!choice.Touches(member.key()))
+            Require(after.value(member.key()) == member.value(),
+                    "a key that is not touched keeps its value", member.key());
+    }
+}
+
+/// Writes the choice; returns how long the new text is, without the rest of the old one.
+int Write(const Choice &choice)
+{
+    const bool isNew = !QFile::exists(Paths::UpdateConfigFile());
+    const QByteArray old = isNew ? QByteArray() : ReadFile(Paths::UpdateConfigFile());
+    Global::instance.latestVersion = choice.version;
+    Require(Global::instance.WriteConfigToFile(choice.kind) == Global::Success,
+            "a choice is written");
+
+    const QByteArray written = ReadFile(Paths::UpdateConfigFile());
+    const QByteArray text = TextAfter(old, isNew, choice);
+    Require(written == text + old.mid(text.size()),
+            "the file is the new text and the rest of a longer old one",
+            QString::fromUtf8(written));
+    if (Parses(written))
+        RequireOthersKept(old, written, choice);
+    return text.size();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size == 0)
+        return 0;
+    const Input input = InputOf(data, size);
+    TheHome();
+    // A new file each time: file systems take care that one cut to nothing is soon on the disk.
+    QFile::remove(Paths::UpdateConfigFile());
+    if (input.hasFile)
+        WriteFile(Paths::UpdateConfigFile(), input.file);
+
+    const CleanLog log;
+    const int first = Write(input.choices[0]);
+    const bool firstParses = Parses(ReadFile(Paths::UpdateConfigFile()));
+    Require(firstParses || input.file.size() > first, "a file that is new text only can be read");
+    const int second = Write(input.choices[1]);
+    // The texts end with a line break: of a longer one it may be all that is left.
+    if (firstParses && first - second <= 1)
+        Require(Parses(ReadFile(Paths::UpdateConfigFile())),
+                "a text at most one byte shorter can be read",
+                QString::fromUtf8(ReadFile(Paths::UpdateConfigFile())));
+    return 0;
+}
