@@ -28,7 +28,8 @@ void RequireHarmless(const QByteArray &coding, qint64 limit, const QByteArray &b
     QByteArray unpacked = body;
     const bool done = DecodeContent(coding, limit, unpacked);
     if (!IsUnpacked(coding))
-        Require(done, "a body of another coding is taken");
+        Require(done == (body.size() <= limit),
+                "a body of another coding is taken up to the limit");
     if (done && IsUnpacked(coding))
         Require(unpacked.size() <= limit, "an unpacked body keeps to the limit");
     else
