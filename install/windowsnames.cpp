@@ -1,7 +1,6 @@
 #include "install/windowsnames.h"
 
-#include <QRegularExpression>
-#include <QVector>
+#include <QStringList>
 
 #include <algorithm>
 
@@ -11,32 +10,52 @@ namespace
 bool IsInvisible(uint character)
 {
     const QChar::Category category = QChar::category(character);
-    return category == QChar::Other_Control || category == QChar::Other_Format;
+    return category == QChar::Other_Control || category == QChar::Other_Format ||
+           category == QChar::Other_Surrogate;
+}
+
+/// "COM" or "LPT" and one digit. Windows counts the superscript ones among the digits.
+bool IsPort(const QString &name)
+{
+    return name.size() == 4 &&
+           (name.startsWith(QLatin1String("COM")) || name.startsWith(QLatin1String("LPT"))) &&
+           QStringLiteral("0123456789¹²³").contains(name.at(3));
 }
 
 } // namespace
 
+// No regular expressions here: they match nothing in a text with half a surrogate pair, which the
+// answer to the check may hold.
+
 bool WindowsNames::IsDevice(const QString &name)
 {
-    // A device whatever follows the first dot, and whatever blanks stand before it. Windows counts
-    // the superscript digits among the digits.
-    static const QRegularExpression devices(
-        QStringLiteral(
-            "\\A(?:con|prn|aux|nul|conin\\$|conout\\$|(?:com|lpt)[0-9¹²³]) *(?:\\.|\\z)"),
-        QRegularExpression::CaseInsensitiveOption);
-    return devices.match(name).hasMatch();
+    static const QStringList devices{QStringLiteral("CON"),    QStringLiteral("PRN"),
+                                     QStringLiteral("AUX"),    QStringLiteral("NUL"),
+                                     QStringLiteral("CONIN$"), QStringLiteral("CONOUT$")};
+    // A device whatever follows the first dot, and whatever blanks stand before it.
+    const QString base = AsKept(name.section(QLatin1Char('.'), 0, 0)).toUpper();
+    return devices.contains(base) || IsPort(base);
 }
 
 bool WindowsNames::HasForbiddenCharacter(const QString &name)
 {
-    static const QRegularExpression forbidden(QStringLiteral("[<>:\"/\\\\|?*]"));
-    return name.contains(forbidden);
+    return std::any_of(name.cbegin(), name.cend(), [](QChar character) {
+        return QStringLiteral("<>:\"/\\|?*").contains(character);
+    });
 }
 
 bool WindowsNames::HasInvisibleCharacter(const QString &name)
 {
-    const QVector<uint> characters = name.toUcs4();
-    return std::any_of(characters.cbegin(), characters.cend(), IsInvisible);
+    // By hand: QString::toUcs4() replaces half a surrogate pair.
+    for (int index = 0; index < name.size(); ++index) {
+        uint character = name.at(index).unicode();
+        if (QChar::isHighSurrogate(character) && index + 1 < name.size() &&
+            name.at(index + 1).isLowSurrogate())
+            character = QChar::surrogateToUcs4(ushort(character), name.at(++index).unicode());
+        if (IsInvisible(character))
+            return true;
+    }
+    return false;
 }
 
 QString WindowsNames::AsKept(const QString &name)

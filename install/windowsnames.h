@@ -18,7 +18,8 @@ bool IsDevice(const QString &name);
 bool HasForbiddenCharacter(const QString &name);
 
 /// True when the name holds a character that is not seen but changes what is seen: a control
-/// character, or a formatting one such as those that reverse the direction of the text.
+/// character, half a surrogate pair, or a formatting character such as those that reverse the
+/// direction of the text.
 bool HasInvisibleCharacter(const QString &name);
 
 /// The name as Windows keeps it: without dots and blanks at its end.

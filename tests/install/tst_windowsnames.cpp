@@ -66,6 +66,9 @@ void TestWindowsNames::devices_data()
                          device + QStringLiteral("-.txt"), QStringLiteral("x.") + device,
                          QLatin1Char(' ') + device, device.chopped(1)});
     }
+    // Half a surrogate pair hides nothing.
+    AddNames(true,
+             {QStringLiteral("NUL.") + QChar(0xdc00), QStringLiteral("com1.") + QChar(0xd800)});
     for (const QChar digit : QStringLiteral("0123456789¹²³")) {
         AddNames(true,
                  {QStringLiteral("COM") + digit, QStringLiteral("lpt") + digit,
@@ -92,6 +95,7 @@ void TestWindowsNames::forbiddenCharacters_data()
         AddNames(true, {QString(character), QLatin1Char('a') + character,
                         character + QLatin1Char('a'), QStringLiteral("客户%1端").arg(character)});
     }
+    AddNames(true, {QStringLiteral("a?") + QChar(0xdc00)});
     AddNames(false, {QString(), QStringLiteral("客户端-2.1.3.zip"),
                      QStringLiteral("a b.c-d_e+f,g;h=i'j`k~l!m@n#o$p%q^r&s(t)u[v]w{x}y"),
                      QStringLiteral("？：＊"), QStringLiteral("a\tb")});
@@ -116,6 +120,7 @@ void TestWindowsNames::invisibleCharacters_data()
     // Soft hyphen, no width at all, byte-order mark.
     for (const ushort character : {0x00ad, 0x200b, 0x200d, 0x2060, 0xfeff})
         AddNames(true, {QStringLiteral("a%1b").arg(QChar(character)), QString(QChar(character))});
+    AddNames(true, {QStringLiteral("a") + QChar(0xd800), QChar(0xdc00) + QStringLiteral("b")});
     // A tag, which is a formatting character; a musical mark.
     AddNames(true, {Around(0xe0001), Around(0x1d173)});
 
