@@ -105,7 +105,7 @@ struct Entry {
     bool TellsTheTruth() const { return declaredSize == size && declaredCrc == crc; }
 };
 
-/// 1 MiB to 2 GiB; one in thirty is above 512 MiB. Of a checksum of the input, so that the fuzzer's
+/// 1 MiB to 2 GiB; one in fifty is above 512 MiB. Of a checksum of the input, so that the fuzzer's
 /// preference for extreme numbers does not lead to large entries only.
 qint64 SizeFor(quint32 key)
 {
@@ -113,7 +113,7 @@ qint64 SizeFor(quint32 key)
         quint32(CrcOf(QByteArray(reinterpret_cast<const char *>(&key), int(sizeof key))));
     if (number % 256 == 0)
         return kRareSizes.at(number / 256 % kRareSizes.size());
-    return qint64(std::exp2(20 + 11 * std::pow(number / 4294967296.0, 6)));
+    return qint64(std::exp2(20 + 11 * std::pow(number / 4294967296.0, 10)));
 }
 
 QVector<Entry> EntriesOf(InputReader reader)

@@ -54,14 +54,22 @@ QString AsWindowsKeepsIt(const QString &name)
     return WithoutTrailing(name, QStringLiteral(". "));
 }
 
+const QStringList &Devices()
+{
+    static const QStringList devices = [] {
+        QStringList names =
+            QStringLiteral("CON PRN AUX NUL CONIN$ CONOUT$").split(QLatin1Char(' '));
+        for (const QChar digit : QStringLiteral("0123456789\u00b9\u00b2\u00b3"))
+            names << QStringLiteral("COM") + digit << QStringLiteral("LPT") + digit;
+        return names;
+    }();
+    return devices;
+}
+
 bool IsDeviceName(const QString &name)
 {
-    QStringList devices{QStringLiteral("CON"), QStringLiteral("PRN"),    QStringLiteral("AUX"),
-                        QStringLiteral("NUL"), QStringLiteral("CONIN$"), QStringLiteral("CONOUT$")};
-    for (const QChar digit : QStringLiteral("0123456789\u00b9\u00b2\u00b3"))
-        devices << QStringLiteral("COM") + digit << QStringLiteral("LPT") + digit;
     const QString stem = name.left(name.indexOf(QLatin1Char('.')));
-    return devices.contains(WithoutTrailing(stem, QStringLiteral(" ")).toUpper());
+    return Devices().contains(WithoutTrailing(stem, QStringLiteral(" ")).toUpper());
 }
 
 bool IsBatchFile(const QString &name)
@@ -116,6 +124,11 @@ void RequireRightName(const QString &address)
         RequireHarmless(name);
     else
         Require(!IsPlainPackageName(name) || IsDeviceName(name), "a plain name is usable", name);
+    const QString extension = name.mid((name + QLatin1Char('.')).indexOf(QLatin1Char('.')));
+    for (const QString &device : Devices())
+        Require(!IsUsablePackageName(device + extension) &&
+                    !IsUsablePackageName(device.toLower() + extension),
+                "a device is one with every extension", extension);
 }
 
 } // namespace

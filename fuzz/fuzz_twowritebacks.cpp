@@ -8,9 +8,11 @@
 
 #include <QByteArray>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonParseError>
+#include <QJsonValue>
 #include <QString>
 
 #include <array>
@@ -110,13 +112,33 @@ QByteArray TextAfter(const QByteArray &old, bool isNew, const Choice &choice)
     return QJsonDocument(object).toJson();
 }
 
+/// Without the digits beyond a double's: Qt reads them in whole numbers, but does not write them.
+QJsonValue AsDoubles(const QJsonValue &value)
+{
+    if (value.isDouble())
+        return value.toDouble();
+    if (value.isArray()) {
+        QJsonArray array;
+        for (const QJsonValue member : value.toArray())
+            array.append(AsDoubles(member));
+        return array;
+    }
+    if (!value.isObject())
+        return value;
+    const QJsonObject read = value.toObject();
+    QJsonObject object;
+    for (auto member = read.begin(); member != read.end(); ++member)
+        object.insert(member.key(), AsDoubles(member.value()));
+    return object;
+}
+
 void RequireOthersKept(const QByteArray &old, const QByteArray &written, const Choice &choice)
 {
     const QJsonObject before = ObjectIn(old);
     const QJsonObject after = ObjectIn(written);
     for (auto member = before.begin(); member != before.end(); ++member) {
         if (!choice.Touches(member.key()))
-            Require(after.value(member.key()) == member.value(),
+            Require(AsDoubles(after.value(member.key())) == AsDoubles(member.value()),
                     "a key that is not touched keeps its value", member.key());
     }
 }
