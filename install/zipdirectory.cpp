@@ -171,9 +171,11 @@ bool ZipDirectoryIsWhole(QIODevice &archive)
 
 bool ZipDataIsSound(QIODevice &archive, const ZipEntry &entry)
 {
-    // The reader keeps sizes and offsets in a signed 32-bit integer.
+    // Qt's zip reader keeps sizes and offsets in a signed 32-bit integer, and the data in one byte
+    // array, which needs some bytes for itself.
     constexpr quint32 readerLimit = std::numeric_limits<qint32>::max();
-    if (entry.packedSize > readerLimit || entry.size > readerLimit ||
+    constexpr quint32 dataLimit = readerLimit - 64;
+    if (entry.packedSize > dataLimit || entry.size > dataLimit ||
         entry.localHeaderOffset > readerLimit)
         return false;
     if ((entry.flags & kEncryptedFlag) != 0 ||

@@ -11,10 +11,14 @@ namespace
 /// Windows, as the update service counts platforms.
 constexpr int kPlatform = 6;
 
-/// Qt would answer a challenge by itself, on Windows with the account of whoever is logged on.
-void NeverSignIn(QNetworkRequest &request)
+/// Qt would answer a challenge by itself, on Windows with the account of whoever is logged on, and
+/// return cookies with the next request.
+void IdentifyNobody(QNetworkRequest &request)
 {
-    request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
+    for (const QNetworkRequest::Attribute attribute :
+         {QNetworkRequest::AuthenticationReuseAttribute,
+          QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::CookieSaveControlAttribute})
+        request.setAttribute(attribute, QNetworkRequest::Manual);
 }
 
 /// The bytes that Qt sends anyway; but only a body that was asked for here is left as it came. Qt
@@ -32,7 +36,7 @@ QNetworkRequest CheckRequest(const QString &address)
     request.setRawHeader("X-Request-From", "internal");
     request.setRawHeader("content-type", "application/json;charset=UTF-8");
     LeaveCompressed(request);
-    NeverSignIn(request);
+    IdentifyNobody(request);
     QSslConfiguration tls = request.sslConfiguration();
     tls.setPeerVerifyMode(QSslSocket::VerifyNone);
     tls.setProtocol(QSsl::AnyProtocol);
@@ -52,6 +56,6 @@ QNetworkRequest PackageRequest(const QString &address)
 {
     QNetworkRequest request(QUrl(address, QUrl::TolerantMode));
     LeaveCompressed(request);
-    NeverSignIn(request);
+    IdentifyNobody(request);
     return request;
 }

@@ -176,7 +176,7 @@ private slots:
     void hostileArchives_data();
     void hostileArchives();
     void entryBeyondTheMemoryFails();
-#if defined(Q_OS_LINUX) && !defined(__SANITIZE_ADDRESS__)
+#ifdef Q_OS_LINUX
     void entryBeyondTheMachinesMemoryFails_posix();
 #endif
     void nameThatIsNoHarmlessFileFails_data();
@@ -653,9 +653,12 @@ void TestPackageInstall::entryBeyondTheMemoryFails()
     QVERIFY(machine.Messages().first().startsWith(QLatin1String("[DEBUG] unzip  ")));
 }
 
-#if defined(Q_OS_LINUX) && !defined(__SANITIZE_ADDRESS__)
+#ifdef Q_OS_LINUX
 void TestPackageInstall::entryBeyondTheMachinesMemoryFails_posix()
 {
+#ifdef __SANITIZE_ADDRESS__
+    QSKIP("The sanitizer reserves more memory than a small machine has.");
+#endif
     const Machine machine;
     WriteFile(machine.Package(), ZipOfZeros(512U << 20));
     const SmallMachine memory(256U << 20);
