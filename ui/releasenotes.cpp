@@ -1,11 +1,14 @@
 #include "ui/releasenotes.h"
 
+#include "ui/layoutcost.h"
+
 #include <QAbstractTextDocumentLayout>
 #include <QFile>
 #include <QImage>
 #include <QPainter>
 #include <QRegularExpression>
 #include <QStringList>
+#include <QTextCursor>
 #include <QTextImageFormat>
 #include <QUrl>
 
@@ -14,7 +17,7 @@ namespace
 
 // Found by trial: within these the layout ends within moments, whatever the tags say.
 constexpr int kMaxMarkupLength = 16 * 1024;
-constexpr int kMaxPlainLength = 32 * 1024;
+constexpr int kMaxPlainLength = 16 * 1024;
 constexpr int kMaxLengthWithTables = 4 * 1024;
 constexpr int kMaxSheetLength = 256;
 constexpr int kMaxTags = 1000;
@@ -142,17 +145,35 @@ QString ResourcePath(const QString &name)
     return QString();
 }
 
-QImage ResourceImage(const QTextFormat &format)
-{
-    const QString path = ResourcePath(format.toImageFormat().name());
-    return path.isEmpty() ? QImage() : QImage(path);
-}
-
 } // namespace
 
 ReleaseNotesDocument::ReleaseNotesDocument(QObject *parent) : QTextDocument(parent)
 {
     documentLayout()->registerHandler(QTextFormat::ImageObject, new ResourceImages(this));
+}
+
+void ReleaseNotesDocument::SetNotes(const QString &notes)
+{
+    SetLimited(notes, Qt::mightBeRichText(notes));
+}
+
+void ReleaseNotesDocument::SetPlainNotes(const QString &notes)
+{
+    SetLimited(PlainNotes(notes), false);
+}
+
+void ReleaseNotesDocument::SetLimited(const QString &text, bool markup)
+{
+    setUndoRedoEnabled(false);
+    // Nothing is laid out before the end of the edit.
+    QTextCursor edit(this);
+    edit.beginEditBlock();
+    if (markup)
+        setHtml(text);
+    else
+        setPlainText(text);
+    LimitLayoutCost(*this);
+    edit.endEditBlock();
 }
 
 QVariant ReleaseNotesDocument::loadResource(int, const QUrl &name)
@@ -202,9 +223,20 @@ QString PlainNotes(const QString &notes)
     return notes.left(kMaxPlainLength);
 }
 
+QImage ResourceImages::Image(const QTextFormat &format)
+{
+    const QString path = ResourcePath(format.toImageFormat().name());
+    if (path.isEmpty())
+        return QImage();
+    auto image = m_images.constFind(path);
+    if (image == m_images.constEnd())
+        image = m_images.insert(path, QImage(path));
+    return *image;
+}
+
 QSizeF ResourceImages::intrinsicSize(QTextDocument *, int, const QTextFormat &format)
 {
-    const QImage image = ResourceImage(format);
+    const QImage image = Image(format);
     if (image.isNull())
         return QSizeF(0, 0);
     const QTextImageFormat wanted = format.toImageFormat();
@@ -215,7 +247,7 @@ QSizeF ResourceImages::intrinsicSize(QTextDocument *, int, const QTextFormat &fo
 void ResourceImages::drawObject(QPainter *painter, const QRectF &area, QTextDocument *, int,
                                 const QTextFormat &format)
 {
-    const QImage image = ResourceImage(format);
+    const QImage image = Image(format);
     if (!image.isNull())
         painter->drawImage(area, image);
 }

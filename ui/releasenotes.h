@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QHash>
+#include <QImage>
 #include <QTextDocument>
 #include <QTextObjectInterface>
 
@@ -17,8 +19,18 @@ class ReleaseNotesDocument : public QTextDocument
 public:
     explicit ReleaseNotesDocument(QObject *parent);
 
+    /// Replaces the contents by @p notes, which are harmless: markup or plain text. Does what
+    /// LimitLayoutCost() does.
+    void SetNotes(const QString &notes);
+
+    /// Replaces the contents by PlainNotes(@p notes). Does what LimitLayoutCost() does.
+    void SetPlainNotes(const QString &notes);
+
 protected:
     QVariant loadResource(int type, const QUrl &name) override;
+
+private:
+    void SetLimited(const QString &text, bool markup);
 };
 
 /**
@@ -32,8 +44,8 @@ protected:
  */
 bool IsHarmlessMarkup(const QString &notes);
 
-/// What is shown of notes that are not harmless: their text as it stands, cut where laying out a
-/// text without any blank would begin to take seconds. Any thread.
+/// What is shown of notes that are not harmless: the first 16384 UTF-16 units of their text as
+/// it stands. Beyond that, a text of different Chinese characters takes long. Any thread.
 QString PlainNotes(const QString &notes);
 
 /**
@@ -51,4 +63,10 @@ public:
     QSizeF intrinsicSize(QTextDocument *document, int position, const QTextFormat &format) override;
     void drawObject(QPainter *painter, const QRectF &area, QTextDocument *document, int position,
                     const QTextFormat &format) override;
+
+private:
+    QImage Image(const QTextFormat &format);
+
+    /// By path. Layout and drawing ask for an image every time it occurs; it is decoded once.
+    QHash<QString, QImage> m_images;
 };

@@ -66,6 +66,8 @@ void UpdateDialog::updateMode(QString mode)
     if (arguments.contains(Global::NoRemindSwitch))
         ui->checkRemid->hide();
     show();
+    // Qt scrolls to the lower edge of the first line, which may be higher than the view.
+    ui->updateText->verticalScrollBar()->setValue(0);
 }
 
 void UpdateDialog::SetEnglishTexts(bool optional)
@@ -96,12 +98,19 @@ void UpdateDialog::SetChineseTexts(bool optional)
 void UpdateDialog::ShowReleaseNotes()
 {
     const QString &notes = Global::instance.latestVersionInfo;
+    QTextDocument *const former = ui->updateText->document();
+    auto *document = new ReleaseNotesDocument(ui->updateText);
+    document->setDefaultFont(former->defaultFont());
     if (IsHarmlessMarkup(notes)) {
-        ui->updateText->setText(notes);
+        document->SetNotes(notes);
     } else {
         qWarning() << "release notes shown as plain text";
-        ui->updateText->setPlainText(PlainNotes(notes));
+        document->SetPlainNotes(notes);
     }
+    // Set once it is filled: otherwise the text cursor ends up behind the notes, and the whole
+    // document is laid out at once in order to scroll there.
+    ui->updateText->setDocument(document);
+    delete former;
     ui->updateText->setReadOnly(true);
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
 }

@@ -5,6 +5,7 @@
 /**
  * The line that both dialogs show under their headline: "Version V" or its Chinese form, the
  * offered version, and @p sizeTemplate with %1 replaced by the package size in units of 1024 x 1024
- * bytes with two decimals. The dialog hands over its own translation of the template.
+ * bytes with two decimals. The dialog hands over its own translation of the template. A version of
+ * more than 128 UTF-16 units is cut and ends in an ellipsis.
  */
 QString VersionLine(const QString &sizeTemplate);

@@ -17,6 +17,8 @@ private slots:
     void givesTheSizeWithTwoDecimals();
     void takesAPlaceholderInTheVersionAsText();
     void keepsAnEmptyVersion();
+    void cutsAnEndlessVersion_data();
+    void cutsAnEndlessVersion();
 };
 
 namespace
@@ -94,6 +96,36 @@ void VersionLineTest::keepsAnEmptyVersion()
     Global::instance.language = QStringLiteral("en");
 
     QCOMPARE(VersionLine(kSize), QStringLiteral("Version V  Update Package 0.00M"));
+}
+
+void VersionLineTest::cutsAnEndlessVersion_data()
+{
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("shown");
+
+    const QString ellipsis = QStringLiteral("\u2026");
+    const QString longest(128, QLatin1Char('1'));
+    const QString almost(127, QLatin1Char('1'));
+    const QString emoji = QString::fromUtf8("\xf0\x9f\x98\x80");
+    QTest::newRow("the longest") << longest << longest;
+    QTest::newRow("one more") << longest + QLatin1Char('2') << longest + ellipsis;
+    QTest::newRow("a million marks")
+        << QString(1000000, QChar(0x301)) << QString(128, QChar(0x301)) + ellipsis;
+    QTest::newRow("a pair at the cut") << almost + emoji << almost + ellipsis;
+    QTest::newRow("a pair before the cut")
+        << almost.left(126) + emoji + QLatin1Char('2') << almost.left(126) + emoji + ellipsis;
+}
+
+void VersionLineTest::cutsAnEndlessVersion()
+{
+    QFETCH(QString, version);
+    QFETCH(QString, shown);
+    const TestHome home;
+    Global::instance.language = QStringLiteral("en");
+    Global::instance.latestVersion = version;
+
+    QCOMPARE(VersionLine(kSize), QStringLiteral("Version V%1  Update Package 0.00M").arg(shown));
+    QCOMPARE(Global::instance.latestVersion, version);
 }
 
 QTEST_GUILESS_MAIN(VersionLineTest)

@@ -1,0 +1,387 @@
+#include "tests/support/logcapture.h"
+#include "tests/support/testhome.h"
+#include "tests/ui/dialogs.h"
+#include "ui/dwondialog.h"
+#include "ui/layoutcost.h"
+#include "ui/releasenotes.h"
+#include "ui/updatedialog.h"
+
+#include <QLabel>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QTest>
+#include <QTextCursor>
+#include <QTextEdit>
+#include <QTextList>
+
+#include <ctime>
+
+namespace
+{
+
+constexpr int kAnswerBytes = 8 * 1024 * 1024;
+
+const QString kLogo = QStringLiteral(":/image/resourceimg/logo.png");
+
+/// Processor time of this process; on Windows std::clock() returns elapsed time instead.
+double Seconds()
+{
+    return double(std::clock()) / CLOCKS_PER_SEC;
+}
+
+/// The text repeated up to the size of the largest answer.
+QString Filled(const QString &text)
+{
+    return text.repeated(kAnswerBytes / text.toUtf8().size());
+}
+
+/// Different characters, as far as there are so many.
+QString Ideographs(int count)
+{
+    QString text;
+    for (int i = 0; i < count; ++i)
+        text.append(QChar(0x4e00 + i % 20900));
+    return text;
+}
+
+QString Image(const QString &path, const char *attributes)
+{
+    return QStringLiteral("<img src=\"%1\" %2>").arg(path, QLatin1String(attributes));
+}
+
+/// The largest number of images that still counts as harmless.
+QString Images(const QString &path, const char *attributes)
+{
+    const QString image = Image(path, attributes);
+    return image.repeated(qMin(1000, 16384 / image.size()));
+}
+
+QString TextOf(const ReleaseNotesDocument &document)
+{
+    QString text = document.toRawText();
+    return text.replace(QChar::ParagraphSeparator, QLatin1Char('|'));
+}
+
+} // namespace
+
+/// Anybody on the network can forge the service's answer. None may freeze the prompt.
+class PromptSpeedTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+
+    void handlesLaterWithinASecond_data();
+    void handlesLaterWithinASecond();
+    void endlessVersionDoesNotHoldUpTheProgressDialog();
+
+    void splitsALongParagraphWhereALineMayEnd_data();
+    void splitsALongParagraphWhereALineMayEnd();
+    void aSplitParagraphGoesOnWithoutAGap();
+    void aSplitListItemGetsNoSecondBullet();
+    void keepsOrdinaryFormats();
+    void keepsOrdinaryFonts();
+    void keepsAFewFloatingImages();
+    void showsTheNotesFromTheirStart_data();
+    void showsTheNotesFromTheirStart();
+
+private:
+    static void AddVersions();
+    static void AddPlainNotes();
+    static void AddMarkup();
+};
+
+void PromptSpeedTest::initTestCase()
+{
+    Q_INIT_RESOURCE(resources);
+}
+
+void PromptSpeedTest::AddVersions()
+{
+    const auto add = [](const char *name, const QString &version) {
+        QTest::addRow("version: %s", name) << Filled(version) << QString();
+    };
+    add("marks on one letter", QStringLiteral("\u0301"));
+    add("letters", QStringLiteral("x"));
+    add("ideographs", QStringLiteral("版"));
+    add("Arabic", QStringLiteral("\u0633"));
+    add("turns of direction", QStringLiteral("\u202ea"));
+    add("line breaks", QStringLiteral("\n"));
+}
+
+void PromptSpeedTest::AddPlainNotes()
+{
+    const auto add = [](const char *name, const QString &text) {
+        QTest::addRow("plain: %s", name) << QString() << Filled(text);
+        // Also as harmless markup, which is handled differently.
+        QTest::addRow("paragraph: %s", name)
+            << QString()
+            << QStringLiteral("<p>") + text.repeated(16384 / text.size() + 1).left(16380);
+    };
+    add("ordinary", QStringLiteral("1. Faster start.\n"));
+    add("one word", QStringLiteral("x"));
+    add("words", QStringLiteral("x "));
+    add("marks on one letter", QStringLiteral("\u0301"));
+    add("Arabic", QStringLiteral("\u0633\u0644\u0627\u0645"));
+    add("Thai", QStringLiteral("\u0e01\u0e34\u0e48"));
+    add("Khmer", QStringLiteral("\u1780\u17d2\u1781\u17b6"));
+    add("letters of two directions", QStringLiteral("a\u0628"));
+    add("digits of two directions", QStringLiteral("1\u0661\u05d0"));
+    add("turns of direction", QStringLiteral("\u202ea"));
+    add("isolated letters", QStringLiteral("\u2066a\u2069b"));
+    add("joined emoji", QString::fromUtf8("\xf0\x9f\x91\xa8\xe2\x80\x8d"));
+    add("tabs", QStringLiteral("\t"));
+    add("line breaks", QStringLiteral("\n"));
+    add("line separators", QStringLiteral("\u2028"));
+    add("objects", QStringLiteral("\ufffc"));
+    add("all ideographs", Ideographs(20900));
+}
+
+void PromptSpeedTest::AddMarkup()
+{
+    const auto add = [](const char *name, const QString &notes) {
+        QTest::addRow("markup: %s", name) << QString() << notes;
+    };
+    for (const char *file : {"logo.png", "logo.ico", "cancle.png", "check.png"})
+        for (const char *attributes :
+             {"", "width=999 height=999", "width=999 height=1", "align=left"})
+            QTest::addRow("images: %s %s", file, attributes)
+                << QString()
+                << Images(QStringLiteral(":/image/resourceimg/") + QLatin1String(file), attributes);
+    add("images in one line", QStringLiteral("<p style=\"line-height:1%\">") +
+                                  Image(kLogo, "width=999 height=999").repeated(240));
+    add("images that do not exist", Images(QStringLiteral(":/x"), ""));
+
+    QString names;
+    QString sizes;
+    for (int i = 1; i < 780; ++i)
+        names.append(QStringLiteral("<font face=a%1>a中\u0628").arg(i));
+    for (int i = 1; i < 490; ++i)
+        sizes.append(QStringLiteral("<b style=\"font-size:%1px\">中").arg(i));
+    add("many fonts", names);
+    add("many sizes", sizes);
+
+    const QString ideographs = Ideographs(16000);
+    add("small letters", QStringLiteral("<p style=\"font-size:1px\">") + ideographs);
+    add("lines upon each other", QStringLiteral("<p style=\"line-height:1%\">") + ideographs);
+    add("letters upon each other",
+        QStringLiteral("<p style=\"letter-spacing:-99px\">") + ideographs);
+    add("capitals in two sizes", QStringLiteral("<p style=\"font-variant:small-caps\">") +
+                                     QStringLiteral("xX").repeated(8000));
+    // The first two would be higher than Qt's fixed-point numbers reach: the layout never ended.
+    add("large letters", QStringLiteral("<p style=\"font-size:999pt\">") + ideographs);
+    add("large margins", QStringLiteral("<p style=\"margin:999em\">x").repeated(600));
+    add("high lines",
+        QStringLiteral("<p style=\"line-height:999em\">") + QString(16000, QChar::LineSeparator));
+    add("large everything",
+        QStringLiteral("<table style=\"margin:999em;padding:999em;border:99em solid red\" "
+                       "cellpadding=999 cellspacing=999 border=999>") +
+            QStringLiteral("<tr><td style=\"padding:999em;border:99em solid red\">x").repeated(40));
+}
+
+void PromptSpeedTest::handlesLaterWithinASecond_data()
+{
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("notes");
+
+    AddVersions();
+    AddPlainNotes();
+    AddMarkup();
+}
+
+void PromptSpeedTest::handlesLaterWithinASecond()
+{
+    QFETCH(QString, version);
+    QFETCH(QString, notes);
+    const TestHome home;
+    Global &global = Global::instance;
+    global.language = QStringLiteral("en");
+    global.update = QStringLiteral("1");
+    global.appName = TestHome::UniqueImageName();
+    global.latestVersion = version;
+    global.latestVersionInfo = notes;
+    const LogCapture log;
+
+    const double start = Seconds();
+    UpdateDialog prompt;
+    prompt.updateMode(QStringLiteral("1"));
+    QVERIFY(QTest::qWaitForWindowExposed(&prompt));
+    QCoreApplication::processEvents();
+    QVERIFY(!Picture(prompt).isNull());
+    const double shown = Seconds();
+    QTest::mouseClick(Child<QPushButton>(prompt, "laterBtn"), Qt::LeftButton);
+    const double handled = Seconds();
+
+    QCOMPARE(log.Messages().filter(QStringLiteral("starting...")).size(), 1);
+    QVERIFY2(handled - start < 1.0 * TIME_FACTOR,
+             qPrintable(QStringLiteral("shown after %1 s, Later handled after %2 s")
+                            .arg(shown - start)
+                            .arg(handled - start)));
+    QCOMPARE(global.latestVersion, version);
+    QCOMPARE(global.latestVersionInfo, notes);
+}
+
+void PromptSpeedTest::endlessVersionDoesNotHoldUpTheProgressDialog()
+{
+    const TestHome home;
+    Global::instance.latestVersion = QString(1000000, QChar(0x301));
+
+    const double start = Seconds();
+    DwonDialog dialog;
+    dialog.SetTexts();
+    dialog.show();
+    QVERIFY(!Picture(dialog).isNull());
+
+    QVERIFY(Seconds() - start < 1.0 * TIME_FACTOR);
+    QVERIFY(Child<QLabel>(dialog, "labVersion")->text().endsWith(QStringLiteral("  更新包 0.00M")));
+}
+
+void PromptSpeedTest::splitsALongParagraphWhereALineMayEnd_data()
+{
+    QTest::addColumn<QString>("notes");
+    QTest::addColumn<QString>("shown");
+
+    const auto x = [](int count) { return QString(count, QLatin1Char('x')); };
+    const QString emoji = QString::fromUtf8("\xf0\x9f\x98\x80");
+    QTest::newRow("the longest") << x(1024) << x(1024);
+    QTest::newRow("one more") << x(1025) << x(1024) + QStringLiteral("|x");
+    QTest::newRow("three parts") << x(2050)
+                                 << x(1024) + QLatin1Char('|') + x(1024) + QStringLiteral("|xx");
+    QTest::newRow("at a blank") << x(1000) + QLatin1Char(' ') + x(50)
+                                << x(1000) + QStringLiteral(" |") + x(50);
+    QTest::newRow("not at an early blank")
+        << x(100) + QLatin1Char(' ') + x(1000)
+        << x(100) + QLatin1Char(' ') + x(923) + QLatin1Char('|') + x(77);
+    QTest::newRow("not in a pair") << x(1023) + emoji << x(1023) + QLatin1Char('|') + emoji;
+    QTest::newRow("not before a mark")
+        << x(1023) + QStringLiteral("e\u0301") << x(1023) + QStringLiteral("|e\u0301");
+    QTest::newRow("among marks") << QString(1025, QChar(0x301))
+                                 << QString(1024, QChar(0x301)) + QStringLiteral("|\u0301");
+    QTest::newRow("two paragraphs")
+        << x(1000) + QLatin1Char('\n') + x(1000) << x(1000) + QLatin1Char('|') + x(1000);
+}
+
+void PromptSpeedTest::splitsALongParagraphWhereALineMayEnd()
+{
+    QFETCH(QString, notes);
+    ReleaseNotesDocument document(nullptr);
+
+    document.SetNotes(notes);
+    QTEST(TextOf(document), "shown");
+
+    document.SetPlainNotes(notes);
+    QTEST(TextOf(document), "shown");
+}
+
+void PromptSpeedTest::aSplitParagraphGoesOnWithoutAGap()
+{
+    ReleaseNotesDocument document(nullptr);
+    document.SetNotes(QStringLiteral("<p style=\"margin:20px; text-indent:9px\">%1</p>")
+                          .arg(QStringLiteral("x ").repeated(1000)));
+
+    QCOMPARE(document.blockCount(), 2);
+    const QTextBlockFormat first = document.firstBlock().blockFormat();
+    const QTextBlockFormat last = document.lastBlock().blockFormat();
+    QCOMPARE(first.topMargin(), 20.0);
+    QCOMPARE(first.bottomMargin(), 0.0);
+    QCOMPARE(first.textIndent(), 9.0);
+    QCOMPARE(last.topMargin(), 0.0);
+    QCOMPARE(last.bottomMargin(), 20.0);
+    QCOMPARE(last.textIndent(), 0.0);
+    QCOMPARE(last.leftMargin(), 20.0);
+}
+
+void PromptSpeedTest::aSplitListItemGetsNoSecondBullet()
+{
+    ReleaseNotesDocument document(nullptr);
+    document.SetNotes(
+        QStringLiteral("<ul><li>%1<li>b</ul>").arg(QStringLiteral("x ").repeated(1000)));
+
+    QCOMPARE(document.blockCount(), 3);
+    const QTextBlock rest = document.firstBlock().next();
+    QVERIFY(document.firstBlock().textList() != nullptr);
+    QVERIFY(rest.textList() == nullptr);
+    QVERIFY(document.lastBlock().textList() != nullptr);
+    QCOMPARE(rest.blockFormat().indent(), document.firstBlock().textList()->format().indent());
+}
+
+void PromptSpeedTest::keepsOrdinaryFormats()
+{
+    const QString notes = QStringLiteral(
+        "<h1 style=\"margin-left:30px\">New</h1><ol start=3><li style=\"font-size:20px\">a<li>b"
+        "</ol><p style=\"line-height:120%; letter-spacing:2px; margin:12px 0\">c</p><table "
+        "border=1 cellpadding=4 width=\"100%\" align=right><tr><td style=\"padding:9px\">x<td>y"
+        "</table><blockquote>q</blockquote><hr width=50%>");
+    QTextDocument ordinary;
+    ordinary.setHtml(notes);
+    QTextDocument limited;
+    QTextCursor edit(&limited);
+    edit.beginEditBlock();
+    limited.setHtml(notes);
+    LimitLayoutCost(limited);
+    edit.endEditBlock();
+
+    QCOMPARE(limited.toHtml(), ordinary.toHtml());
+    QCOMPARE(limited.size(), ordinary.size());
+}
+
+void PromptSpeedTest::keepsOrdinaryFonts()
+{
+    QString notes;
+    for (int size = 8; size < 48; ++size)
+        notes.append(QStringLiteral("<p style=\"font-size:%1px\">a</p>").arg(size));
+    ReleaseNotesDocument document(nullptr);
+    document.SetNotes(notes);
+
+    int size = 8;
+    for (QTextBlock block = document.begin(); block.isValid(); block = block.next())
+        QCOMPARE(block.begin().fragment().charFormat().font().pixelSize(), size++);
+    QCOMPARE(size, 48);
+}
+
+void PromptSpeedTest::keepsAFewFloatingImages()
+{
+    ReleaseNotesDocument document(nullptr);
+    document.SetNotes(Image(kLogo, "align=right").repeated(40));
+
+    int floating = 0;
+    const QList<QTextFrame *> frames = document.rootFrame()->childFrames();
+    for (const QTextFrame *frame : frames)
+        if (frame->frameFormat().position() == QTextFrameFormat::FloatRight)
+            ++floating;
+    QCOMPARE(frames.size(), 40);
+    QCOMPARE(floating, 32);
+}
+
+void PromptSpeedTest::showsTheNotesFromTheirStart_data()
+{
+    QTest::addColumn<QString>("notes");
+
+    QTest::newRow("text") << QStringLiteral("line\n").repeated(100);
+    QTest::newRow("markup") << QStringLiteral("<p>line</p>").repeated(100);
+    QTest::newRow("a split paragraph") << QStringLiteral("word ").repeated(3000);
+    QTest::newRow("an image higher than the view") << Image(kLogo, "height=400").repeated(3);
+}
+
+void PromptSpeedTest::showsTheNotesFromTheirStart()
+{
+    QFETCH(QString, notes);
+    const TestHome home;
+    Global::instance.latestVersionInfo = notes;
+    UpdateDialog prompt;
+
+    for (int time = 0; time < 2; ++time) {
+        prompt.updateMode(QStringLiteral("1"));
+        QVERIFY(QTest::qWaitForWindowExposed(&prompt));
+        QVERIFY(!Picture(prompt).isNull());
+
+        auto *scrollBar = Child<QTextEdit>(prompt, "updateText")->verticalScrollBar();
+        QVERIFY(scrollBar->maximum() > 0);
+        QCOMPARE(scrollBar->value(), 0);
+        scrollBar->setValue(40);
+    }
+}
+
+QTEST_MAIN(PromptSpeedTest)
+#include "tst_promptspeed.moc"
