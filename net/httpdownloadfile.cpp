@@ -2,6 +2,7 @@
 
 #include "config/global.h"
 #include "config/paths.h"
+#include "install/folderremoval.h"
 #include "install/platform.h"
 #include "net/contentcoding.h"
 #include "net/packagename.h"
@@ -15,7 +16,6 @@
 #include <QDateTime>
 #include <QDebug>
 #include <QDir>
-#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QTimer>
 #include <QTimerEvent>
@@ -62,18 +62,6 @@ void RemoveNotesMarker()
 bool IsOwnFolder(const QString &folder)
 {
     return !folder.mid(folder.lastIndexOf(QLatin1Char('/')) + 1).trimmed().isEmpty();
-}
-
-void RemoveEntry(const QFileInfo &entry)
-{
-    const QString path = entry.absoluteFilePath();
-    if (QFile::remove(path))
-        return;
-    // A link to a folder is removed as such; what it points to is not ours to empty.
-    if (entry.isSymLink())
-        QDir().rmdir(path);
-    else
-        QDir(path).removeRecursively();
 }
 
 } // namespace
@@ -201,13 +189,8 @@ void HttpDownLoadFile::GetPackData()
 
 void HttpDownLoadFile::EmptyDownloadFolder() const
 {
-    if (!IsOwnFolder(downloadDir))
-        return;
-    const QFileInfoList entries = QDir(downloadDir)
-                                      .entryInfoList(QDir::Files | QDir::AllDirs | QDir::Hidden |
-                                                     QDir::System | QDir::NoDotAndDotDot);
-    for (const QFileInfo &entry : entries)
-        RemoveEntry(entry);
+    if (IsOwnFolder(downloadDir))
+        EmptyFolder(downloadDir);
 }
 
 bool HttpDownLoadFile::OpenPackageFile()
