@@ -22,6 +22,23 @@ FreeSpace VolumeFreeSpace(const QString &path);
 /// Blocks the calling thread.
 void Pause(unsigned long milliseconds);
 
+/// True when @p path is a symbolic link or a junction, and also when the system cannot tell: in
+/// doubt nothing below it is removed.
+bool LeadsElsewhere(const QString &path);
+
+/**
+ * Whether a Windows file with these attributes is a symbolic link or a junction. The tag counts
+ * only for reparse points. Those of cloud storage, for example, are ordinary files and folders and
+ * lack the bit for name surrogates. Wine gives no tag to the host's symbolic links.
+ */
+constexpr bool IsNameSurrogate(quint32 attributes, quint32 reparseTag)
+{
+    constexpr quint32 reparsePoint = 0x400;
+    constexpr quint32 nameSurrogate = 0x20000000;
+    return (attributes & reparsePoint) != 0 &&
+           ((reparseTag & nameSurrogate) != 0 || reparseTag == 0);
+}
+
 /// Lets the system start a downloaded file as a program, where it asks for more than the name.
 void MakeStartable(const QString &program);
 

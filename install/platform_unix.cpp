@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <openssl/crypto.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -37,6 +38,12 @@ Platform::FreeSpace Platform::VolumeFreeSpace(const QString &path)
 void Platform::Pause(unsigned long milliseconds)
 {
     QThread::msleep(milliseconds);
+}
+
+bool Platform::LeadsElsewhere(const QString &path)
+{
+    struct stat status = {};
+    return lstat(QFile::encodeName(path).constData(), &status) != 0 || S_ISLNK(status.st_mode);
 }
 
 void Platform::MakeStartable(const QString &program)

@@ -1,15 +1,34 @@
 #include "install/platform.h"
 
+#include <QDir>
+
 #include <cstdlib>
 #include <qt_windows.h>
 
+namespace
+{
+
+const wchar_t *Wide(const QString &text)
+{
+    return reinterpret_cast<const wchar_t *>(text.utf16());
+}
+
+/// In the form that Windows accepts beyond 260 characters.
+QString LongPath(const QString &path)
+{
+    const QString native = QDir::toNativeSeparators(QDir::cleanPath(QDir().absoluteFilePath(path)));
+    if (native.startsWith(QLatin1String("\\\\")))
+        return QLatin1String("\\\\?\\UNC\\") + native.mid(2);
+    return QLatin1String("\\\\?\\") + native;
+}
+
+} // namespace
+
 Platform::FreeSpace Platform::VolumeFreeSpace(const QString &path)
 {
-    const auto *volume = reinterpret_cast<const wchar_t *>(path.utf16());
-
     FreeSpace space;
     ULARGE_INTEGER totalFreeBytes = {};
-    if (GetDiskFreeSpaceExW(volume, nullptr, nullptr, &totalFreeBytes) == 0) {
+    if (GetDiskFreeSpaceExW(Wide(path), nullptr, nullptr, &totalFreeBytes) == 0) {
         space.errorCode = GetLastError();
         return space;
     }
@@ -21,6 +40,17 @@ Platform::FreeSpace Platform::VolumeFreeSpace(const QString &path)
 void Platform::Pause(unsigned long milliseconds)
 {
     Sleep(milliseconds);
+}
+
+bool Platform::LeadsElsewhere(const QString &path)
+{
+    // Returns the tag without opening the entry.
+    WIN32_FIND_DATAW entry = {};
+    const HANDLE search = FindFirstFileW(Wide(LongPath(path)), &entry);
+    if (search == INVALID_HANDLE_VALUE)
+        return true;
+    FindClose(search);
+    return IsNameSurrogate(entry.dwFileAttributes, entry.dwReserved0);
 }
 
 void Platform::MakeStartable(const QString &)

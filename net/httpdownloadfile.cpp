@@ -2,6 +2,7 @@
 
 #include "config/global.h"
 #include "config/paths.h"
+#include "install/folderremoval.h"
 #include "install/platform.h"
 #include "net/checkwatchdog.h"
 #include "net/contentcoding.h"
@@ -16,7 +17,6 @@
 #include <QDateTime>
 #include <QDebug>
 #include <QDir>
-#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QTimer>
 #include <QTimerEvent>
@@ -66,18 +66,6 @@ void RemoveNotesMarker()
 bool IsOwnFolder(const QString &folder)
 {
     return !folder.mid(folder.lastIndexOf(QLatin1Char('/')) + 1).trimmed().isEmpty();
-}
-
-void RemoveEntry(const QFileInfo &entry)
-{
-    const QString path = entry.absoluteFilePath();
-    if (QFile::remove(path))
-        return;
-    // A link to a folder is removed as such; what it points to is not ours to empty.
-    if (entry.isSymLink())
-        QDir().rmdir(path);
-    else
-        QDir(path).removeRecursively();
 }
 
 } // namespace
@@ -217,13 +205,8 @@ void HttpDownLoadFile::GetPackData()
 
 void HttpDownLoadFile::EmptyDownloadFolder() const
 {
-    if (!IsOwnFolder(downloadDir))
-        return;
-    const QFileInfoList entries = QDir(downloadDir)
-                                      .entryInfoList(QDir::Files | QDir::AllDirs | QDir::Hidden |
-                                                     QDir::System | QDir::NoDotAndDotDot);
-    for (const QFileInfo &entry : entries)
-        RemoveEntry(entry);
+    if (IsOwnFolder(downloadDir))
+        EmptyFolder(downloadDir);
 }
 
 bool HttpDownLoadFile::OpenPackageFile()
