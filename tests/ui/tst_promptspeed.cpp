@@ -14,10 +14,10 @@
 #include <QTextEdit>
 #include <QTextList>
 
-#include <ctime>
-
 #ifdef Q_OS_WIN
 #include <qt_windows.h>
+#else
+#include <ctime>
 #endif
 
 namespace
@@ -27,21 +27,25 @@ constexpr int kAnswerBytes = 8 * 1024 * 1024;
 
 const QString kLogo = QStringLiteral(":/image/resourceimg/logo.png");
 
+#ifdef Q_OS_WIN
+/// Processor time of this thread. std::clock() returns elapsed time on Windows.
+double Seconds()
+{
+    FILETIME times[4] = {};
+    if (GetThreadTimes(GetCurrentThread(), &times[0], &times[1], &times[2], &times[3]) == 0)
+        qFatal("no processor time");
+    const auto units = [](FILETIME time) {
+        return double((quint64(time.dwHighDateTime) << 32U) + time.dwLowDateTime);
+    };
+    return (units(times[2]) + units(times[3])) / 1e7;
+}
+#else
 /// Processor time of this process.
 double Seconds()
 {
-#ifdef Q_OS_WIN
-    // std::clock() tells the elapsed time there. In units of 100 ns.
-    FILETIME created, ended, kernel, user;
-    GetProcessTimes(GetCurrentProcess(), &created, &ended, &kernel, &user);
-    const auto units = [](const FILETIME &time) {
-        return double(quint64(time.dwHighDateTime) << 32 | time.dwLowDateTime);
-    };
-    return (units(kernel) + units(user)) / 1e7;
-#else
     return double(std::clock()) / CLOCKS_PER_SEC;
-#endif
 }
+#endif
 
 /// The text repeated up to the size of the largest answer.
 QString Filled(const QString &text)
