@@ -88,16 +88,10 @@ void TestFaultsClock::AClockSetBackDuringTheCheck()
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
     clock.Set("-3600");
-    // What is to be seen is that nothing happens.
-    QVERIFY(!QTest::qWaitFor([&] { return fault.run.process.state() == QProcess::NotRunning; },
-                             kLongestCheckMs));
-    fault.MustLeadTo({QStringLiteral("nothing"), FaultRun::Untouched, 0,
-                      QStringLiteral("an answer, the end of the connection or the hour itself ends "
-                                     "it; user: start the client, or set the clock right")});
-    clock.Set("+0");
+    // The time limit of the check goes by this clock; the watchdog's does not.
     QCOMPARE(fault.run.WaitForEnd(), 0);
-    QVERIFY(fault.run.client.WaitForCalls(1));
-    fault.StartedSince(1);
+    fault.MustLeadTo({QStringLiteral("nothing"), FaultRun::Untouched, 1});
+    clock.Set("+0");
     fault.NextRunMustWork();
 }
 
