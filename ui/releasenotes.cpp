@@ -165,7 +165,7 @@ void ReleaseNotesDocument::SetPlainNotes(const QString &notes)
 void ReleaseNotesDocument::SetLimited(const QString &text, bool markup)
 {
     setUndoRedoEnabled(false);
-    // Nothing is laid out before the end of the edit.
+    // Qt computes the layout only at the end of the edit.
     QTextCursor edit(this);
     edit.beginEditBlock();
     if (markup)
