@@ -128,10 +128,12 @@ void HttpDownLoadFile::SendCheckRequest()
     reply = checkManager->post(CheckRequest(Global::instance.updateCheckUrl),
                                CheckRequestBody(Global::instance.currentVersion));
     QNetworkReply *const answer = reply;
-    // Once the answer has begun: Qt forgets a limit that is set on a POST before that. One byte
-    // more than is taken, so that an answer of just that size is told from a larger one.
-    connect(answer, &QNetworkReply::metaDataChanged, answer,
-            [answer] { answer->setReadBufferSize(kMaxCheckReplyBytes + 1); });
+    // One byte more than is taken, so that an answer of just that size is told from a larger one.
+    // Qt forgets a limit that is set on a POST at once. Set later than before the answer comes, it
+    // may have no effect either: Qt's own thread does not look up while data keeps coming in.
+    const auto limit = [answer] { answer->setReadBufferSize(kMaxCheckReplyBytes + 1); };
+    QMetaObject::invokeMethod(answer, limit, Qt::QueuedConnection);
+    connect(answer, &QNetworkReply::metaDataChanged, answer, limit);
     connect(answer, &QNetworkReply::readyRead, this, [this, answer] { RefuseLargeAnswer(answer); });
     connect(checkManager, &QNetworkAccessManager::finished, this,
             &HttpDownLoadFile::ReplyCheckDataRecv);
@@ -176,10 +178,14 @@ void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
         emit Aupdate(global.update);
 }
 
-void HttpDownLoadFile::RefuseLargeAnswer(const QNetworkReply *answer)
+void HttpDownLoadFile::RefuseLargeAnswer(QNetworkReply *answer)
 {
-    if (answer->bytesAvailable() > kMaxCheckReplyBytes && EndCheckWithClient())
-        qDebug() << "check answer is too large, bytes: more than" << kMaxCheckReplyBytes;
+    if (answer->bytesAvailable() <= kMaxCheckReplyBytes || !checkWatchdog->EndWithClient())
+        return;
+    // Nothing more of it is received while the client is started.
+    answer->abort();
+    Global::instance.LaunchClient();
+    qDebug() << "check answer is too large, bytes: more than" << kMaxCheckReplyBytes;
 }
 
 void HttpDownLoadFile::PrepareDownload()

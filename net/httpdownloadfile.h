@@ -83,7 +83,7 @@ private:
     void GiveUpCheck();
     void AbandonDownload();
     bool EndCheckWithClient();
-    void RefuseLargeAnswer(const QNetworkReply *answer);
+    void RefuseLargeAnswer(QNetworkReply *answer);
     void ReleaseReply();
     void StartTimer(int &timerId);
     void StopTimer(int &timerId);
