@@ -107,8 +107,8 @@ void UpdateDialog::ShowReleaseNotes()
         qWarning() << "release notes shown as plain text";
         document->SetPlainNotes(notes);
     }
-    // Set once it is filled: otherwise the text cursor ends up behind the notes, and the whole
-    // document is laid out at once in order to scroll there.
+    // Set once it is filled: otherwise the text cursor ends up behind the notes, and Qt
+    // computes the layout of the whole document at once in order to scroll there.
     ui->updateText->setDocument(document);
     delete former;
     ui->updateText->setReadOnly(true);
