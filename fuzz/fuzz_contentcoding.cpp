@@ -62,16 +62,17 @@ void RequireRoundTrip(const QByteArray &plain)
     for (const Way &way :
          {Way{"gzip", MAX_WBITS + 16}, Way{"deflate", MAX_WBITS}, Way{"deflate", -MAX_WBITS}}) {
         const QByteArray packed = Packed(plain, way.windowBits);
+        // What packs badly is larger as it comes than as it is meant.
+        const qint64 limit = qMax(packed.size(), plain.size());
         QByteArray body = packed;
-        Require(DecodeContent(way.coding, plain.size(), body) && body == plain,
+        Require(DecodeContent(way.coding, limit, body) && body == plain,
                 "what was packed is unpacked");
         body = packed;
-        if (!plain.isEmpty())
-            Require(!DecodeContent(way.coding, plain.size() - 1, body),
-                    "a body one byte above the limit is refused");
+        Require(!DecodeContent(way.coding, limit - 1, body),
+                "a body one byte above the limit is refused");
         // Without its last byte no stream has ended.
         body = packed.left(packed.size() - 1);
-        Require(!DecodeContent(way.coding, plain.size(), body), "a body cut short is refused");
+        Require(!DecodeContent(way.coding, limit, body), "a body cut short is refused");
     }
 }
 
