@@ -1,5 +1,4 @@
 #include "config/global.h"
-#include "config/jsonobject.h"
 #include "config/paths.h"
 
 #include <QDebug>
@@ -30,7 +29,7 @@ bool Global::ReadUpdateConfig()
     }
 
     QJsonParseError parseError;
-    const QJsonObject config = JsonObjectOf(file.readAll(), &parseError);
+    const QJsonObject config = QJsonDocument::fromJson(file.readAll(), &parseError).object();
     if (parseError.error != QJsonParseError::NoError) {
         file.close();
         qDebug() << " Auto Jsondata Error:" << int(parseError.error);
@@ -61,7 +60,7 @@ bool Global::ReadClientConfig()
     }
 
     QJsonParseError parseError;
-    const QJsonObject config = JsonObjectOf(file.readAll(), &parseError);
+    const QJsonObject config = QJsonDocument::fromJson(file.readAll(), &parseError).object();
     if (parseError.error != QJsonParseError::NoError) {
         qDebug() << " APP Jsondata Error:" << int(parseError.error);
         return false;

@@ -1,5 +1,4 @@
 #include "config/global.h"
-#include "config/jsonobject.h"
 #include "config/paths.h"
 
 #include <QDebug>
@@ -35,7 +34,7 @@ int Global::WriteConfigToFile(const QString &kind)
         return Failure;
     }
 
-    QJsonObject config = JsonObjectOf(file.readAll());
+    QJsonObject config = QJsonDocument::fromJson(file.readAll()).object();
     if (kind == QLatin1String("remid")) {
         config.insert(kNoRemindVersion, latestVersion);
         config.insert(kNoRemind, 1);
@@ -60,7 +59,7 @@ int Global::WriteConfigToClientFile()
         return Failure;
     }
 
-    QJsonObject config = JsonObjectOf(file.readAll());
+    QJsonObject config = QJsonDocument::fromJson(file.readAll()).object();
     QJsonObject client = config.value(kClient).toObject();
     client.insert(kVersion, latestVersion);
     config.insert(kClient, client);

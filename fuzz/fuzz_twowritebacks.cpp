@@ -92,11 +92,7 @@ bool Parses(const QByteArray &text)
 /// What is written when the file holds @p old.
 QByteArray TextAfter(const QByteArray &old, bool isNew, const Choice &choice)
 {
-    const QJsonObject read = ObjectIn(old);
-    QJsonObject object;
-    // Member by member: Qt looks in vain for a key that it read behind a byte order mark.
-    for (auto member = read.begin(); member != read.end(); ++member)
-        object.insert(member.key(), member.value());
+    QJsonObject object = ObjectIn(old);
     if (choice.kind == QLatin1String("remid")) {
         object.insert(kNoRemindVersion, choice.version);
         object.insert(kNoRemind, 1);

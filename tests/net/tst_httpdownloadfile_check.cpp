@@ -81,6 +81,7 @@ private slots:
     void lateAnswerWithinTheLimitPrompts();
     void secondCheckByHandIsASecondRequest();
     void secondCheckLeavesTheFirstUnderWay();
+    void secondCheckIsAnsweredAfterTheFirstStartedTheClient();
 
     void shutdownBeforeTheCheckDoesNothing();
     void releasingTwiceDoesNothing();
@@ -328,6 +329,20 @@ void tst_HttpDownLoadFile_Check::secondCheckLeavesTheFirstUnderWay()
     QVERIFY(run.RunUntil([&] { return run.Announced().size() == 2; }));
     QCOMPARE(run.Announced(), QStringList({QStringLiteral("2"), QStringLiteral("1")}));
     QCOMPARE(Global::instance.id, QStringLiteral("7"));
+}
+
+void tst_HttpDownLoadFile_Check::secondCheckIsAnsweredAfterTheFirstStartedTheClient()
+{
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"),
+                    QJsonArray{Sends(Offer(R"("update":"0")")), Sends(Offer())});
+
+    WorkerRun run;
+    QVERIFY(RunUntilQuit());
+    run.Worker()->TimerPro();
+    QVERIFY(run.RunUntilPrompt());
+    QCOMPARE(run.Announced(), QStringList(QStringLiteral("1")));
+    QVERIFY(scene.client.WaitForCalls(1));
 }
 
 void tst_HttpDownLoadFile_Check::shutdownBeforeTheCheckDoesNothing()
