@@ -2,7 +2,6 @@
 // up, against a bare window beside it in the same seconds. Threads that the framework starts for
 // itself count in the second row only.
 
-#include "bench/barewindow.h"
 #include "bench/figure.h"
 #include "bench/processstatus.h"
 #include "bench/updaterwindow.h"
@@ -48,7 +47,9 @@ void Measure(Figure &own, Figure &all)
     if (!QTest::qWaitFor([] { return !UpdaterWindow().isEmpty(); }, kTryMs))
         qFatal("the prompt never came up");
     QProcess bare;
-    StartBareWindow(bare, {QStringLiteral("--stay")});
+    bare.start(QStringLiteral(BARE_WINDOW_PROGRAM), QStringList());
+    if (!bare.waitForReadyRead() || bare.readLine().trimmed() != "drawn")
+        qFatal("the bare window was never drawn");
     QTest::qWait(kSettleMs);
 
     const auto oursBefore = SleepCounts(run.process.processId());
