@@ -164,11 +164,8 @@ void DwonDialogTest::isAFixedWindowOf480By292()
     QCOMPARE(dialog->size(), QSize(480, 292));
     QCOMPARE(dialog->minimumSize(), QSize(480, 292));
     QCOMPARE(dialog->maximumSize(), QSize(480, 292));
-    QVERIFY(dialog->windowFlags().testFlag(Qt::WindowCloseButtonHint));
-    QVERIFY(!dialog->windowFlags().testFlag(Qt::WindowContextHelpButtonHint));
-    QVERIFY(!dialog->windowFlags().testFlag(Qt::WindowMinimizeButtonHint));
-    QVERIFY(!dialog->windowFlags().testFlag(Qt::WindowMaximizeButtonHint));
-    QVERIFY(!dialog->windowIcon().isNull());
+    QCOMPARE(dialog->windowFlags(), FlagsOfClosableWindow());
+    QVERIFY(HasLogoAsIcon(*dialog));
 }
 
 void DwonDialogTest::hasItsWidgetsInTheirPlaces_data()

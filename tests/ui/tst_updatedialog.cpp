@@ -230,11 +230,8 @@ void UpdateDialogTest::isAFixedWindowOf480By292()
     QCOMPARE(prompt.size(), QSize(480, 292));
     QCOMPARE(prompt.minimumSize(), QSize(480, 292));
     QCOMPARE(prompt.maximumSize(), QSize(480, 292));
-    QVERIFY(prompt.windowFlags().testFlag(Qt::WindowCloseButtonHint));
-    QVERIFY(!prompt.windowFlags().testFlag(Qt::WindowContextHelpButtonHint));
-    QVERIFY(!prompt.windowFlags().testFlag(Qt::WindowMinimizeButtonHint));
-    QVERIFY(!prompt.windowFlags().testFlag(Qt::WindowMaximizeButtonHint));
-    QVERIFY(!prompt.windowIcon().isNull());
+    QCOMPARE(prompt.windowFlags(), FlagsOfClosableWindow());
+    QVERIFY(HasLogoAsIcon(prompt));
 }
 
 void UpdateDialogTest::hasItsWidgetsInTheirPlaces_data()
