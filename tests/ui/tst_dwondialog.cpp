@@ -51,6 +51,7 @@ private slots:
     void hasItsWidgetsInTheirPlaces_data();
     void hasItsWidgetsInTheirPlaces();
     void staysHiddenWithItsConfirmationUntilShown();
+    void holdsTheTextsOfItsFormUntilTheyAreSet();
     void showsTheTextsOfTheLanguage_data();
     void showsTheTextsOfTheLanguage();
     void showsThePackageSize_data();
@@ -208,6 +209,19 @@ void DwonDialogTest::staysHiddenWithItsConfirmationUntilShown()
     Shown();
     QVERIFY(dialog->isVisible());
     QVERIFY(Child<QDockWidget>(*dialog, "dockWidget")->isHidden());
+}
+
+void DwonDialogTest::holdsTheTextsOfItsFormUntilTheyAreSet()
+{
+    Global::instance.language = QStringLiteral("en");
+    const DwonDialog fresh;
+
+    QCOMPARE(fresh.windowTitle(), QStringLiteral("应用更新"));
+    QCOMPARE(Child<QLabel>(fresh, "labText")->text(), QStringLiteral("Norvane"));
+    QCOMPARE(Child<QLabel>(fresh, "labVersion")->text(), QStringLiteral("版本号V1.4.1006"));
+    QCOMPARE(Child<QLabel>(fresh, "labInstall")->text(), QStringLiteral("正在安装中......0%"));
+    QCOMPARE(Child<QProgressBar>(fresh, "progressBar")->value(), 0);
+    QCOMPARE(Child<QPushButton>(fresh, "cancleBtn")->text(), QStringLiteral("取消"));
 }
 
 void DwonDialogTest::showsTheTextsOfTheLanguage_data()

@@ -147,6 +147,7 @@ private slots:
     void showsTheUpdateButtonInTheColoursOfItsState();
     void showsTheLaterButtonInTheColoursOfItsState();
     void showsACheckBoxOf16Pixels();
+    void holdsTheTextsOfItsFormUntilThereIsAnUpdate();
 
     void theForcedPromptOffersOnlyToUpdate_data();
     void theForcedPromptOffersOnlyToUpdate();
@@ -605,6 +606,21 @@ void UpdateDialogTest::showsACheckBoxOf16Pixels()
 
     QTest::mouseClick(box, Qt::LeftButton, Qt::NoModifier, QPoint(60, 8));
     QVERIFY(!box->isChecked());
+}
+
+void UpdateDialogTest::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
+{
+    const Machine machine;
+    Global::instance.language = QStringLiteral("en");
+    const UpdateDialog prompt;
+
+    QCOMPARE(prompt.windowTitle(), QStringLiteral("应用更新"));
+    QCOMPARE(Child<QLabel>(prompt, "labText")->text(), QStringLiteral("已检测到新版本，是否更新?"));
+    QCOMPARE(Child<QLabel>(prompt, "labVersion")->text(), QStringLiteral("版本号"));
+    QCOMPARE(Child<QTextEdit>(prompt, "updateText")->toPlainText(), QString());
+    QCOMPARE(Child<QCheckBox>(prompt, "checkRemid")->text(), QStringLiteral("不再提醒"));
+    QCOMPARE(Child<QPushButton>(prompt, "laterBtn")->text(), QStringLiteral("稍后更新"));
+    QCOMPARE(Child<QPushButton>(prompt, "immedBtn")->text(), QStringLiteral("立即更新"));
 }
 
 void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate_data()
