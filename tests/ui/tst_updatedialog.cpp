@@ -107,6 +107,25 @@ public:
     QStringList changes;
 };
 
+/// Looks at a count whenever a window comes.
+class ShowWatch : public QObject
+{
+public:
+    explicit ShowWatch(std::function<int()> count) : m_count(std::move(count)) {}
+
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Show)
+            seen.append(m_count());
+        return false;
+    }
+
+    QVector<int> seen;
+
+private:
+    std::function<int()> m_count;
+};
+
 /// Where a colour of the gradient belongs that runs at 133 degrees over a button of 100 x 36.
 QColor GradientColour(double x, double y)
 {
@@ -179,6 +198,7 @@ private slots:
     void anImpatientUserDownloadsOnce();
     void laterAfterUpdateAndUpdateAfterLaterDoNothing();
     void aRetryAsksForThePackageAgain();
+    void updateStopsTheClientBeforeTheProgressDialogComes();
 
     void closingDoesWhatTheServiceWants_data();
     void closingDoesWhatTheServiceWants();
@@ -1049,6 +1069,19 @@ void UpdateDialogTest::aRetryAsksForThePackageAgain()
         QTest::mouseClick(button, Qt::LeftButton);
         QCOMPARE(getPack.count(), 1 + retry);
     }
+}
+
+void UpdateDialogTest::updateStopsTheClientBeforeTheProgressDialogComes()
+{
+    Machine machine;
+    machine.Shown();
+    machine.tasklist.SetScript(StandIn::Prints(Global::instance.appName.toLocal8Bit()));
+    ShowWatch watch([&] { return machine.taskkill.Calls().size(); });
+    machine.Progress().installEventFilter(&watch);
+
+    machine.Click("immedBtn");
+
+    QCOMPARE(watch.seen, QVector<int>({1}));
 }
 
 void UpdateDialogTest::closingDoesWhatTheServiceWants_data()
