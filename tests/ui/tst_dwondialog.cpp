@@ -77,6 +77,8 @@ private slots:
     void keepsTheLastErrorOfSeveral();
     void retryDownloadsAgainAndLooksNormal_data();
     void retryDownloadsAgainAndLooksNormal();
+    void retryLooksNormalOnlyAfterItsSignal_data();
+    void retryLooksNormalOnlyAfterItsSignal();
     void retryWithoutRoomChangesNothing_data();
     void retryWithoutRoomChangesNothing();
     void aSecondClickOnRetryDoesNotDownloadTwice();
@@ -583,6 +585,28 @@ void DwonDialogTest::retryDownloadsAgainAndLooksNormal()
 
     dialog->UpdateProgressBar(500, 1000);
     VERIFY_COLOUR(Picture(*bar).pixelColor(50, 4), kBlue);
+}
+
+void DwonDialogTest::retryLooksNormalOnlyAfterItsSignal_data()
+{
+    AddLanguages();
+}
+
+void DwonDialogTest::retryLooksNormalOnlyAfterItsSignal()
+{
+    FetchLanguage();
+    Shown();
+    dialog->UpdateErrorState(QStringLiteral("it failed"));
+    auto *button = Child<QPushButton>(*dialog, "cancleBtn");
+    QStringList seen;
+    connect(dialog.get(), &DwonDialog::GetPackAgain, [&] {
+        seen = QStringList{button->text(), Child<QLabel>(*dialog, "labInstall")->text()};
+    });
+
+    QTest::mouseClick(button, Qt::LeftButton);
+
+    QCOMPARE(seen, QStringList({InLanguage("Retry", "重试"), QStringLiteral("it failed")}));
+    QCOMPARE(button->text(), InLanguage("Cancel", "取消"));
 }
 
 void DwonDialogTest::retryWithoutRoomChangesNothing_data()
