@@ -5,6 +5,7 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QColor>
+#include <QIcon>
 #include <QImage>
 #include <QMetaMethod>
 #include <QMouseEvent>
@@ -37,6 +38,23 @@ inline QString InLanguage(const char *english, const char *chinese)
 {
     const bool wantsEnglish = Global::instance.language == QLatin1String("en");
     return QString::fromUtf8(wantsEnglish ? english : chinese);
+}
+
+/// The flags of a window whose title bar has the close button only, and nothing else about it.
+inline Qt::WindowFlags FlagsOfClosableWindow()
+{
+    QWidget window;
+    window.setWindowFlags(Qt::WindowCloseButtonHint);
+    return window.windowFlags();
+}
+
+/// Whether the window's icon is the product's logo.
+inline bool HasLogoAsIcon(const QWidget &window)
+{
+    constexpr int side = 32;
+    const QImage logo =
+        QIcon(QStringLiteral(":/image/resourceimg/logo.ico")).pixmap(side).toImage();
+    return !logo.isNull() && window.windowIcon().pixmap(side).toImage() == logo;
 }
 
 /// What a screen reader says for the widget.

@@ -3,6 +3,7 @@
 #include "config/global.h"
 #include "tests/support/testhome.h"
 
+#include <QFile>
 #include <QTest>
 
 class DiskSpaceTest : public QObject
@@ -16,6 +17,9 @@ private slots:
     void namesTheDriveThatIsShort();
     void findsRoomOnThisMachineForASmallPackage();
     void namesDriveCWhenNoDriveOfThisMachineHasRoom();
+#ifdef Q_OS_LINUX
+    void namesDriveCWhenItAloneIsShort_linux();
+#endif
 };
 
 void DiskSpaceTest::wantsStrictlyMoreThanThreePackages_data()
@@ -84,6 +88,18 @@ void DiskSpaceTest::namesDriveCWhenNoDriveOfThisMachineHasRoom()
 
     QCOMPARE(DriveWithoutRoomForPackage(), QStringLiteral("C"));
 }
+
+#ifdef Q_OS_LINUX
+void DiskSpaceTest::namesDriveCWhenItAloneIsShort_linux()
+{
+    const TestHome home;
+    Global::instance.packageSize = 1000;
+    // A drive's name is a file's name here: it leads to a volume that never has a free byte.
+    QVERIFY(QFile::link(QStringLiteral("/proc"), home.ProgramFolder() + QStringLiteral("/C:\\")));
+
+    QCOMPARE(DriveWithoutRoomForPackage(), QStringLiteral("C"));
+}
+#endif
 
 QTEST_GUILESS_MAIN(DiskSpaceTest)
 #include "tst_diskspace.moc"

@@ -51,6 +51,7 @@ private slots:
     void hasItsWidgetsInTheirPlaces_data();
     void hasItsWidgetsInTheirPlaces();
     void staysHiddenWithItsConfirmationUntilShown();
+    void holdsTheTextsOfItsFormUntilTheyAreSet();
     void showsTheTextsOfTheLanguage_data();
     void showsTheTextsOfTheLanguage();
     void showsThePackageSize_data();
@@ -76,6 +77,8 @@ private slots:
     void keepsTheLastErrorOfSeveral();
     void retryDownloadsAgainAndLooksNormal_data();
     void retryDownloadsAgainAndLooksNormal();
+    void retryLooksNormalOnlyAfterItsSignal_data();
+    void retryLooksNormalOnlyAfterItsSignal();
     void retryWithoutRoomChangesNothing_data();
     void retryWithoutRoomChangesNothing();
     void aSecondClickOnRetryDoesNotDownloadTwice();
@@ -164,11 +167,8 @@ void DwonDialogTest::isAFixedWindowOf480By292()
     QCOMPARE(dialog->size(), QSize(480, 292));
     QCOMPARE(dialog->minimumSize(), QSize(480, 292));
     QCOMPARE(dialog->maximumSize(), QSize(480, 292));
-    QVERIFY(dialog->windowFlags().testFlag(Qt::WindowCloseButtonHint));
-    QVERIFY(!dialog->windowFlags().testFlag(Qt::WindowContextHelpButtonHint));
-    QVERIFY(!dialog->windowFlags().testFlag(Qt::WindowMinimizeButtonHint));
-    QVERIFY(!dialog->windowFlags().testFlag(Qt::WindowMaximizeButtonHint));
-    QVERIFY(!dialog->windowIcon().isNull());
+    QCOMPARE(dialog->windowFlags(), FlagsOfClosableWindow());
+    QVERIFY(HasLogoAsIcon(*dialog));
 }
 
 void DwonDialogTest::hasItsWidgetsInTheirPlaces_data()
@@ -211,6 +211,19 @@ void DwonDialogTest::staysHiddenWithItsConfirmationUntilShown()
     Shown();
     QVERIFY(dialog->isVisible());
     QVERIFY(Child<QDockWidget>(*dialog, "dockWidget")->isHidden());
+}
+
+void DwonDialogTest::holdsTheTextsOfItsFormUntilTheyAreSet()
+{
+    Global::instance.language = QStringLiteral("en");
+    const DwonDialog fresh;
+
+    QCOMPARE(fresh.windowTitle(), QStringLiteral("应用更新"));
+    QCOMPARE(Child<QLabel>(fresh, "labText")->text(), QStringLiteral("Norvane"));
+    QCOMPARE(Child<QLabel>(fresh, "labVersion")->text(), QStringLiteral("版本号V1.4.1006"));
+    QCOMPARE(Child<QLabel>(fresh, "labInstall")->text(), QStringLiteral("正在安装中......0%"));
+    QCOMPARE(Child<QProgressBar>(fresh, "progressBar")->value(), 0);
+    QCOMPARE(Child<QPushButton>(fresh, "cancleBtn")->text(), QStringLiteral("取消"));
 }
 
 void DwonDialogTest::showsTheTextsOfTheLanguage_data()
@@ -572,6 +585,28 @@ void DwonDialogTest::retryDownloadsAgainAndLooksNormal()
 
     dialog->UpdateProgressBar(500, 1000);
     VERIFY_COLOUR(Picture(*bar).pixelColor(50, 4), kBlue);
+}
+
+void DwonDialogTest::retryLooksNormalOnlyAfterItsSignal_data()
+{
+    AddLanguages();
+}
+
+void DwonDialogTest::retryLooksNormalOnlyAfterItsSignal()
+{
+    FetchLanguage();
+    Shown();
+    dialog->UpdateErrorState(QStringLiteral("it failed"));
+    auto *button = Child<QPushButton>(*dialog, "cancleBtn");
+    QStringList seen;
+    connect(dialog.get(), &DwonDialog::GetPackAgain, [&] {
+        seen = QStringList{button->text(), Child<QLabel>(*dialog, "labInstall")->text()};
+    });
+
+    QTest::mouseClick(button, Qt::LeftButton);
+
+    QCOMPARE(seen, QStringList({InLanguage("Retry", "重试"), QStringLiteral("it failed")}));
+    QCOMPARE(button->text(), InLanguage("Cancel", "取消"));
 }
 
 void DwonDialogTest::retryWithoutRoomChangesNothing_data()

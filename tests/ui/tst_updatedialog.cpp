@@ -107,6 +107,25 @@ public:
     QStringList changes;
 };
 
+/// Looks at a count whenever a window comes.
+class ShowWatch : public QObject
+{
+public:
+    explicit ShowWatch(std::function<int()> count) : m_count(std::move(count)) {}
+
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Show)
+            seen.append(m_count());
+        return false;
+    }
+
+    QVector<int> seen;
+
+private:
+    std::function<int()> m_count;
+};
+
 /// Where a colour of the gradient belongs that runs at 133 degrees over a button of 100 x 36.
 QColor GradientColour(double x, double y)
 {
@@ -147,6 +166,7 @@ private slots:
     void showsTheUpdateButtonInTheColoursOfItsState();
     void showsTheLaterButtonInTheColoursOfItsState();
     void showsACheckBoxOf16Pixels();
+    void holdsTheTextsOfItsFormUntilThereIsAnUpdate();
 
     void theForcedPromptOffersOnlyToUpdate_data();
     void theForcedPromptOffersOnlyToUpdate();
@@ -178,6 +198,7 @@ private slots:
     void anImpatientUserDownloadsOnce();
     void laterAfterUpdateAndUpdateAfterLaterDoNothing();
     void aRetryAsksForThePackageAgain();
+    void updateStopsTheClientBeforeTheProgressDialogComes();
 
     void closingDoesWhatTheServiceWants_data();
     void closingDoesWhatTheServiceWants();
@@ -230,11 +251,8 @@ void UpdateDialogTest::isAFixedWindowOf480By292()
     QCOMPARE(prompt.size(), QSize(480, 292));
     QCOMPARE(prompt.minimumSize(), QSize(480, 292));
     QCOMPARE(prompt.maximumSize(), QSize(480, 292));
-    QVERIFY(prompt.windowFlags().testFlag(Qt::WindowCloseButtonHint));
-    QVERIFY(!prompt.windowFlags().testFlag(Qt::WindowContextHelpButtonHint));
-    QVERIFY(!prompt.windowFlags().testFlag(Qt::WindowMinimizeButtonHint));
-    QVERIFY(!prompt.windowFlags().testFlag(Qt::WindowMaximizeButtonHint));
-    QVERIFY(!prompt.windowIcon().isNull());
+    QCOMPARE(prompt.windowFlags(), FlagsOfClosableWindow());
+    QVERIFY(HasLogoAsIcon(prompt));
 }
 
 void UpdateDialogTest::hasItsWidgetsInTheirPlaces_data()
@@ -608,6 +626,21 @@ void UpdateDialogTest::showsACheckBoxOf16Pixels()
 
     QTest::mouseClick(box, Qt::LeftButton, Qt::NoModifier, QPoint(60, 8));
     QVERIFY(!box->isChecked());
+}
+
+void UpdateDialogTest::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
+{
+    const Machine machine;
+    Global::instance.language = QStringLiteral("en");
+    const UpdateDialog prompt;
+
+    QCOMPARE(prompt.windowTitle(), QStringLiteral("应用更新"));
+    QCOMPARE(Child<QLabel>(prompt, "labText")->text(), QStringLiteral("已检测到新版本，是否更新?"));
+    QCOMPARE(Child<QLabel>(prompt, "labVersion")->text(), QStringLiteral("版本号"));
+    QCOMPARE(Child<QTextEdit>(prompt, "updateText")->toPlainText(), QString());
+    QCOMPARE(Child<QCheckBox>(prompt, "checkRemid")->text(), QStringLiteral("不再提醒"));
+    QCOMPARE(Child<QPushButton>(prompt, "laterBtn")->text(), QStringLiteral("稍后更新"));
+    QCOMPARE(Child<QPushButton>(prompt, "immedBtn")->text(), QStringLiteral("立即更新"));
 }
 
 void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate_data()
@@ -1036,6 +1069,19 @@ void UpdateDialogTest::aRetryAsksForThePackageAgain()
         QTest::mouseClick(button, Qt::LeftButton);
         QCOMPARE(getPack.count(), 1 + retry);
     }
+}
+
+void UpdateDialogTest::updateStopsTheClientBeforeTheProgressDialogComes()
+{
+    Machine machine;
+    machine.Shown();
+    machine.tasklist.SetScript(StandIn::Prints(Global::instance.appName.toLocal8Bit()));
+    ShowWatch watch([&] { return machine.taskkill.Calls().size(); });
+    machine.Progress().installEventFilter(&watch);
+
+    machine.Click("immedBtn");
+
+    QCOMPARE(watch.seen, QVector<int>({1}));
 }
 
 void UpdateDialogTest::closingDoesWhatTheServiceWants_data()

@@ -1,0 +1,112 @@
+// How long is waited for other programs, and before the client's start. The linker leads these
+// waits through this file, so that nobody has to sit through them.
+
+#include "config/global.h"
+#include "install/clientprocess.h"
+#include "tests/support/standinfile.h"
+#include "tests/support/testhome.h"
+
+#include <QFileInfo>
+#include <QProcess>
+#include <QTest>
+#include <QTimer>
+#include <QVector>
+
+#include <functional>
+#include <memory>
+
+namespace
+{
+
+/// What the ends of programs were waited for, in milliseconds; -1 is without limit.
+QVector<int> g_limits;
+
+/// What happens instead of a pause of so many milliseconds.
+std::function<void(unsigned long)> g_pause;
+
+} // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
+extern "C" void __wrap__ZN8Platform5PauseEm(unsigned long milliseconds);
+extern "C" bool __real__ZN8QProcess15waitForFinishedEi(QProcess *process, int limitMs);
+extern "C" bool __wrap__ZN8QProcess15waitForFinishedEi(QProcess *process, int limitMs);
+
+extern "C" void __wrap__ZN8Platform5PauseEm(unsigned long milliseconds)
+{
+    g_pause(milliseconds);
+}
+
+extern "C" bool __wrap__ZN8QProcess15waitForFinishedEi(QProcess *process, int limitMs)
+{
+    g_limits.append(limitMs);
+    return __real__ZN8QProcess15waitForFinishedEi(process, limitMs);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+class TestWaits : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+
+    void tasklistIsWaitedForUpTo30Seconds();
+    void xcopyIsWaitedForWithoutLimit();
+    void clientIsStartedAfterHalfASecond();
+};
+
+void TestWaits::init()
+{
+    g_limits.clear();
+    g_pause = nullptr;
+}
+
+void TestWaits::tasklistIsWaitedForUpTo30Seconds()
+{
+    const TestHome home;
+    const StandIn tasklist(home.CommandsFolder() + QStringLiteral("/tasklist"));
+    Global::instance.appName = QStringLiteral("Client.exe");
+
+    QCOMPARE(Global::instance.CheckClientRunning(), -1);
+    QCOMPARE(g_limits, QVector<int>({30000, 30000}));
+
+    StopRunningClient(Global::instance.appName);
+    QCOMPARE(g_limits, QVector<int>({30000, 30000, 30000}));
+    QCOMPARE(tasklist.Calls().size(), 3);
+}
+
+void TestWaits::xcopyIsWaitedForWithoutLimit()
+{
+    const TestHome home;
+    const StandIn xcopy(home.CommandsFolder() + QStringLiteral("/xcopy"));
+    home.ClientDataFolder();
+
+    QCOMPARE(Global::instance.InstallPackage(home.Scratch() + QStringLiteral("/empty.zip")), 0);
+
+    QCOMPARE(g_limits, QVector<int>({-1}));
+    QCOMPARE(xcopy.Calls().size(), 1);
+}
+
+void TestWaits::clientIsStartedAfterHalfASecond()
+{
+    const TestHome home;
+    const QString program = home.ClientFolder() + QLatin1Char('/') + TestHome::UniqueImageName();
+    Global::instance.appPath = home.ClientFolder() + QLatin1Char('/');
+    Global::instance.appName = QFileInfo(program).fileName();
+    QVector<unsigned long> pauses;
+    std::unique_ptr<StandIn> client;
+    // There is nothing to start before the pause.
+    g_pause = [&](unsigned long milliseconds) {
+        pauses.append(milliseconds);
+        client = std::make_unique<StandIn>(program);
+    };
+
+    QTimer::singleShot(0, [] { Global::instance.LaunchClient(); });
+    QVERIFY(RunUntilQuit());
+
+    QCOMPARE(pauses, QVector<unsigned long>({500}));
+    QVERIFY(client->WaitForCalls(1));
+}
+
+QTEST_GUILESS_MAIN(TestWaits)
+#include "tst_waits.moc"
