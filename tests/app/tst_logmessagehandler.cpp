@@ -1,6 +1,7 @@
 #include "app/logmessagehandler.h"
 #include "config/global.h"
 #include "tests/support/fulldisk.h"
+#include "tests/support/localeencoding.h"
 #include "tests/support/testhome.h"
 
 #include <QDateTime>
@@ -91,15 +92,6 @@ public:
 
 private:
     QByteArray m_old;
-};
-
-/// The encoding of the system's locale while it lives.
-class LocaleEncoding
-{
-public:
-    explicit LocaleEncoding(QTextCodec *codec) { QTextCodec::setCodecForLocale(codec); }
-    ~LocaleEncoding() { QTextCodec::setCodecForLocale(nullptr); }
-    Q_DISABLE_COPY(LocaleEncoding)
 };
 
 QString Now()
@@ -283,9 +275,7 @@ void TestLogMessageHandler::textIsInTheEncodingOfTheSystem()
 void TestLogMessageHandler::textFollowsTheEncodingOfTheLocale()
 {
     const TestHome home;
-    QTextCodec *const western = QTextCodec::codecForName("ISO-8859-1");
-    QVERIFY(western != nullptr);
-    const LocaleEncoding encoding(western);
+    const LocaleEncoding western("ISO-8859-1");
     Log(QStringLiteral("caf\u00e9"));
     const QByteArray log = ReadFile(LogFile(home));
     QVERIFY2(log.endsWith(" caf\xe9\r\n"), log.constData());
