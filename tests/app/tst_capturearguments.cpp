@@ -18,6 +18,7 @@ void Capture(std::initializer_list<QByteArray> arguments)
     std::vector<QByteArray> texts{"AutoUpdate"};
     texts.insert(texts.end(), arguments);
     std::vector<char *> argv;
+    argv.reserve(texts.size() + 1);
     for (QByteArray &text : texts)
         argv.push_back(text.data());
     argv.push_back(nullptr);
