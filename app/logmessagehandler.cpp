@@ -40,21 +40,6 @@ QString SourceLocation(const QMessageLogContext &context)
     return QStringLiteral("(%1:%2)").arg(name, QString::number(context.line));
 }
 
-/// The time of the day. Laid out once a second, for lines come in bursts and this is half of what
-/// one costs. To be called with the lock held.
-QString TimeText()
-{
-    static qint64 laidOut = -1; // the second since the epoch that text is of
-    // Never destroyed: lines may still come while the process ends.
-    static auto *const text = new QString;
-    const qint64 now = QDateTime::currentSecsSinceEpoch();
-    if (now != laidOut) {
-        *text = QDateTime::fromSecsSinceEpoch(now).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
-        laidOut = now;
-    }
-    return *text;
-}
-
 } // namespace
 
 void LogMessageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
@@ -66,8 +51,10 @@ void LogMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
     if (!QDir(folder).exists())
         QDir().mkpath(folder);
 
+    const QString time =
+        QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
     const QString head =
-        QStringLiteral("[%1] [%2] %3 ").arg(TimeText(), LevelWord(type), SourceLocation(context));
+        QStringLiteral("[%1] [%2] %3 ").arg(time, LevelWord(type), SourceLocation(context));
 
     QFile file(folder + QStringLiteral("/AutoUpdate.log"));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Append))

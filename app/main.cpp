@@ -1,10 +1,10 @@
+#include "app/arguments.h"
 #include "app/logmessagehandler.h"
 #include "app/qtenvironment.h"
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
 
 #include <QApplication>
-#include <QDebug>
 #include <QDir>
 #include <QFont>
 #include <QSharedMemory>
@@ -27,15 +27,6 @@ bool TakeGuard(QSharedMemory &guard)
     if (guard.attach(QSharedMemory::ReadWrite))
         guard.detach();
     return guard.create(1, QSharedMemory::ReadWrite);
-}
-
-void CaptureArguments(int argc, char *argv[])
-{
-    for (int i = 1; i < argc; ++i) {
-        const QString argument = QString::fromUtf8(argv[i]);
-        Global::instance.cmdLineArgs.append(argument);
-        qInfo() << "cmd line parameters :" << argument;
-    }
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "app/logmessagehandler.h"
 #include "config/global.h"
 #include "tests/support/fulldisk.h"
+#include "tests/support/localeencoding.h"
 #include "tests/support/testhome.h"
 
 #include <QDateTime>
@@ -73,6 +74,31 @@ private:
     QtMessageHandler m_oldHandler;
 };
 
+/// The environment's time zone while it lives.
+class TimeZone
+{
+public:
+    explicit TimeZone(const QByteArray &zone) : m_old(qgetenv("TZ")) { qputenv("TZ", zone); }
+
+    ~TimeZone()
+    {
+        if (m_old.isNull())
+            qunsetenv("TZ");
+        else
+            qputenv("TZ", m_old);
+    }
+
+    Q_DISABLE_COPY(TimeZone)
+
+private:
+    QByteArray m_old;
+};
+
+QString Now()
+{
+    return QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(QtMsgType)
@@ -87,11 +113,13 @@ private slots:
     void everyLevelHasItsWord();
     void sourceLocationIsShortenedAfterTheLastSlash_data();
     void sourceLocationIsShortenedAfterTheLastSlash();
+    void timeIsTheLocalTimeOfTheMessage_data();
     void timeIsTheLocalTimeOfTheMessage();
     void timeGoesOnFromLineToLine();
     void messagesAreWrittenAsTheyAre_data();
     void messagesAreWrittenAsTheyAre();
     void textIsInTheEncodingOfTheSystem();
+    void textFollowsTheEncodingOfTheLocale();
     void linesAreAppendedToWhatIsThere();
     void eachLineIsOnDiskAtOnceAndTheFileIsNotHeldOpen();
     void logIsEmptiedOnlyWhenLargerThanTheLimit_data();
@@ -172,19 +200,32 @@ void TestLogMessageHandler::sourceLocationIsShortenedAfterTheLastSlash()
     QCOMPARE(LinesWithoutTime(home), QStringList(QStringLiteral("[INFO] %1 text").arg(location)));
 }
 
+void TestLogMessageHandler::timeIsTheLocalTimeOfTheMessage_data()
+{
+    // Windows has one zone, which the variable must not move; elsewhere the variable is the zone.
+    // Two of them, so that one differs from UTC and from the machine's own.
+    QTest::addColumn<QByteArray>("zone");
+    QTest::newRow("east of Greenwich") << QByteArray("JST-9");
+    QTest::newRow("west of Greenwich") << QByteArray("MST7");
+}
+
 void TestLogMessageHandler::timeIsTheLocalTimeOfTheMessage()
 {
+    QFETCH(QByteArray, zone);
     const TestHome home;
-    const QString format = QStringLiteral("yyyy-MM-dd hh:mm:ss");
-    const QDateTime before = QDateTime::currentDateTime().addMSecs(-999);
+    const TimeZone timeZone(zone);
+    const QString before = Now();
     Log(QStringLiteral("text"));
-    const QDateTime after = QDateTime::currentDateTime();
+    const QString after = Now();
 
     const QString line = home.LogLines().value(0);
     QVERIFY(line.startsWith(QLatin1Char('[')));
     QCOMPARE(line.mid(20), QStringLiteral("] [INFO] (:0) text"));
-    const QDateTime logged = QDateTime::fromString(line.mid(1, 19), format);
+    const QString logged = line.mid(1, 19);
     QVERIFY2(logged >= before && logged <= after, qPrintable(line));
+#ifdef Q_OS_UNIX
+    QVERIFY(QDateTime::currentDateTime().offsetFromUtc() != 0);
+#endif
 }
 
 void TestLogMessageHandler::timeGoesOnFromLineToLine()
@@ -229,6 +270,15 @@ void TestLogMessageHandler::textIsInTheEncodingOfTheSystem()
         QTextCodec::codecForLocale()->fromUnicode(QStringLiteral("[INFO] (:0) ") + text);
     QCOMPARE(ReadFile(LogFile(home)).mid(int(qstrlen("[2023-05-04 10:15:02] "))),
              expected + "\r\n");
+}
+
+void TestLogMessageHandler::textFollowsTheEncodingOfTheLocale()
+{
+    const TestHome home;
+    const LocaleEncoding western("ISO-8859-1");
+    Log(QStringLiteral("caf\u00e9"));
+    const QByteArray log = ReadFile(LogFile(home));
+    QVERIFY2(log.endsWith(" caf\xe9\r\n"), log.constData());
 }
 
 void TestLogMessageHandler::linesAreAppendedToWhatIsThere()

@@ -1,5 +1,6 @@
 #include "config/global.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/nofilesleft.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
@@ -147,6 +148,9 @@ private slots:
     void keyBehindAByteOrderMarkIsAnotherKey();
     void clientFolderWithoutSeparatorIsNoFolder();
     void clientConfigThatCannotBeOpenedFails();
+#ifdef Q_OS_UNIX
+    void errorOfAFileIsTheOneItHas_posix();
+#endif
     void brokenClientConfigFails_data();
     void brokenClientConfigFails();
     void clientConfigWithoutVersionGivesAnEmptyOne_data();
@@ -196,7 +200,8 @@ void TestReadConfig::keysMissingOrOfAnotherTypeAreEmpty_data()
 {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QJsonValue>("value");
-    for (const char *key : {"updateCheckUrl", "updatePackageUrl", "noRemindVersion", "appName"}) {
+    for (const char *key : {"updateCheckUrl", "updatePackageUrl", "noRemindVersion", "appName",
+                            "appPath", "appConfigFile"}) {
         const auto row = [key](const char *what) -> QTestData & {
             return QTest::addRow("%s: %s", key, what) << QString::fromLatin1(key);
         };
@@ -219,14 +224,19 @@ void TestReadConfig::keysMissingOrOfAnotherTypeAreEmpty()
     WriteConfig(home, config);
     FillFields();
 
-    QCOMPARE(Global::instance.ReadConfig(), 0);
+    // Without either of these two the client's configuration is not found.
+    const bool findsClient =
+        key != QLatin1String("appPath") && key != QLatin1String("appConfigFile");
+    QCOMPARE(Global::instance.ReadConfig(), findsClient ? 0 : -1);
 
     const Global &global = Global::instance;
     const QHash<QString, QString> fields = {
         {QStringLiteral("updateCheckUrl"), global.updateCheckUrl},
         {QStringLiteral("updatePackageUrl"), global.updatePackageUrl},
         {QStringLiteral("noRemindVersion"), global.noRemindVersion},
-        {QStringLiteral("appName"), global.appName}};
+        {QStringLiteral("appName"), global.appName},
+        {QStringLiteral("appPath"), global.appPath},
+        {QStringLiteral("appConfigFile"), global.appConfigFile}};
     for (auto field = fields.cbegin(); field != fields.cend(); ++field)
         QCOMPARE(field.value().isEmpty(), field.key() == key);
 }
@@ -441,6 +451,23 @@ void TestReadConfig::clientConfigThatCannotBeOpenedFails()
     VerifyUpdateConfigStored(home);
     VerifyRestUntouched();
 }
+
+#ifdef Q_OS_UNIX
+void TestReadConfig::errorOfAFileIsTheOneItHas_posix()
+{
+    const TestHome home;
+    WriteSoundFiles(home);
+    const LogCapture log;
+    int result = 0;
+    {
+        const NoFilesLeft noFiles;
+        result = Global::instance.ReadConfig();
+    }
+    QCOMPARE(result, -1);
+    QCOMPARE(log.Messages(),
+             QStringList(QStringLiteral("[DEBUG] updateconfig.json open failed: 4")));
+}
+#endif
 
 void TestReadConfig::brokenClientConfigFails_data()
 {

@@ -1,6 +1,7 @@
 #include "config/global.h"
 #include "tests/support/fulldisk.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/nofilesleft.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
@@ -83,6 +84,7 @@ private slots:
     void fileThatCannotBeOpenedFails();
 #ifdef Q_OS_UNIX
     void fileThatCannotBeMadeFails_posix();
+    void errorOfAFileIsTheOneItHas_posix();
     void failedWriteCountsAsSuccess_posix();
 #endif
     void fileOfTheWorkingFolderIsWritten();
@@ -381,6 +383,29 @@ void TestWriteBack::fileThatCannotBeMadeFails_posix()
     const LogCapture log;
     QCOMPARE(Global::instance.WriteConfigToFile(version), -1);
     QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG] WriteConfigToFile failed: 5")));
+}
+#endif
+
+#ifdef Q_OS_UNIX
+void TestWriteBack::errorOfAFileIsTheOneItHas_posix()
+{
+    const TestHome home;
+    FillFields(home);
+    home.WriteUpdateConfig("{}");
+    const LogCapture log;
+    int updateResult = 0;
+    int clientResult = 0;
+    {
+        const NoFilesLeft noFiles;
+        updateResult = Global::instance.WriteConfigToFile(version);
+        clientResult = Global::instance.WriteConfigToClientFile();
+    }
+    QCOMPARE(updateResult, -1);
+    QCOMPARE(clientResult, -1);
+    QCOMPARE(log.Messages(),
+             QStringList({QStringLiteral("[DEBUG] WriteConfigToFile failed: 4"),
+                          QStringLiteral("[DEBUG] WriteConfigToClientFile failed: 4")}));
+    QCOMPARE(UpdateConfig(home), QByteArray("{}"));
 }
 #endif
 

@@ -2,6 +2,8 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <QSharedMemory>
 #include <QTest>
 
 /// How the program starts, refuses to, and ends.
@@ -11,6 +13,7 @@ class TestStartup : public QObject
 
 private slots:
     void ASecondCopyEndsAtOnceAndLogsNothing();
+    void TheGuardIsTheOneOfThatName();
     void ARunThatWasKilledDoesNotBlockTheNextOne();
     void AnotherRunMayFollowAFinishedOne();
     void AMissingConfigurationEndsTheRunWithZero();
@@ -23,8 +26,10 @@ private slots:
     void NoArgumentIsTakenForQt();
     void TheEnvironmentLoadsNoLibrary();
     void TheEnvironmentOpensNoFile();
+    void TextsAreInTheInterfaceFont();
     void WithoutArgumentsNoneIsLogged();
 #ifdef Q_OS_UNIX
+    void TheInterfaceFontIsTheOneOfThatName_posix();
     void TlsIsLoadedBeforeTheCheckBegins_posix();
 #endif
 
@@ -88,6 +93,21 @@ void TestStartup::ASecondCopyEndsAtOnceAndLogsNothing()
     QCOMPARE(qint8(second.exitCode()), qint8(-1));
     QCOMPARE(run.Log(), log);
     QCOMPARE(run.process.state(), QProcess::Running);
+}
+
+void TestStartup::TheGuardIsTheOneOfThatName()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    QSharedMemory held(QStringLiteral("ZellAutoUpdate"));
+    QVERIFY2(held.create(1), qPrintable(held.errorString()));
+    QCOMPARE(qint8(run.Run()), qint8(-1));
+    QCOMPARE(run.Log(), QStringList());
+
+    QVERIFY(held.detach());
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
 }
 
 void TestStartup::ARunThatWasKilledDoesNotBlockTheNextOne()
@@ -239,6 +259,25 @@ void TestStartup::TheEnvironmentOpensNoFile()
     QCOMPARE(run.Log().first(), run.ConfigurationLine());
 }
 
+void TestStartup::TextsAreInTheInterfaceFont()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    // Qt tells of each font that it looks for.
+    const Variable rules("QT_LOGGING_RULES", "qt.text.font.match.debug=true");
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(1));
+
+    // Letters that Latin-1 lacks it writes as question marks.
+    static const QRegularExpression requested(QStringLiteral("request:\n    family: (.*) \\["));
+    QStringList families;
+    auto request = requested.globalMatch(run.home.LogLines().join(QLatin1Char('\n')));
+    while (request.hasNext())
+        families.append(request.next().captured(1));
+    QVERIFY(families.contains(QStringLiteral("????")));
+}
+
 void TestStartup::WithoutArgumentsNoneIsLogged()
 {
     UpdaterRun run;
@@ -251,6 +290,19 @@ void TestStartup::WithoutArgumentsNoneIsLogged()
 }
 
 #ifdef Q_OS_UNIX
+void TestStartup::TheInterfaceFontIsTheOneOfThatName_posix()
+{
+    UpdaterRun run;
+    run.Configure();
+    run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
+    // Fontconfig prints what it is asked for.
+    const Variable debug("FC_DEBUG", "4");
+    QProcess program;
+    program.start(run.ProgramPath(), QStringList());
+    QVERIFY(program.waitForFinished());
+    QVERIFY(program.readAllStandardOutput().contains(u8"family: \"微软雅黑\""));
+}
+
 void TestStartup::TlsIsLoadedBeforeTheCheckBegins_posix()
 {
     UpdaterRun run;

@@ -9,6 +9,8 @@
 #include <QMetaType>
 #include <QTest>
 
+#include <algorithm>
+
 namespace
 {
 
@@ -24,6 +26,33 @@ QList<QByteArray> OwnHeaders(const ScriptedServer::Request &request)
             own.append(header.first + ": " + header.second);
     }
     return own;
+}
+
+/// The names of all headers in small letters, repeated ones included, in no order of their own.
+QList<QByteArray> HeaderNames(const ScriptedServer::Request &request)
+{
+    QList<QByteArray> names;
+    for (const auto &header : request.headers)
+        names.append(header.first.toLower());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+/// What the request itself sets, and what Qt puts into every request with a body.
+const QList<QByteArray> kHeaderNames = {"accept-encoding", "accept-language", "connection",
+                                        "content-length",  "content-type",    "host",
+                                        "user-agent",      "x-request-from"};
+
+/// The intervals of this thread's single shots that have not come yet. Each is a timer of an object
+/// that belongs to the thread's dispatcher.
+QVector<int> SingleShots()
+{
+    QVector<int> intervalsMs;
+    auto *dispatcher = QAbstractEventDispatcher::instance();
+    for (QObject *owner : dispatcher->children())
+        for (const QAbstractEventDispatcher::TimerInfo &timer : dispatcher->registeredTimers(owner))
+            intervalsMs.append(timer.interval);
+    return intervalsMs;
 }
 
 /// The thread on which a line was logged, while an object lives.
@@ -71,6 +100,7 @@ private slots:
     void networkErrorIsAKnownMetaType();
     void signalsAndSlotsAreInOrder();
 
+    void checkIsArmedForTheNextSecond();
     void checkStartsOnTheWorkersThread();
     void requestIsExactlyThis_data();
     void requestIsExactlyThis();
@@ -78,6 +108,7 @@ private slots:
 
     void answerIsReadHoweverItIsSent_data();
     void answerIsReadHoweverItIsSent();
+    void clockTicksEveryTwoSeconds();
     void lateAnswerWithinTheLimitPrompts();
     void secondCheckByHandIsASecondRequest();
     void secondCheckLeavesTheFirstUnderWay();
@@ -103,7 +134,9 @@ ScriptedServer &tst_HttpDownLoadFile_Check::Server()
 void tst_HttpDownLoadFile_Check::networkErrorIsAKnownMetaType()
 {
     const TestHome home;
-    const WorkerRun run;
+    QCOMPARE(QMetaType::type("QNetworkReply::NetworkError"), int(QMetaType::UnknownType));
+    // On no thread of its own: there it makes network managers, and these register the type too.
+    const HttpDownLoadFile worker(nullptr);
     QVERIFY(QMetaType::type("QNetworkReply::NetworkError") != QMetaType::UnknownType);
 }
 
@@ -147,6 +180,17 @@ void tst_HttpDownLoadFile_Check::signalsAndSlotsAreInOrder()
     QCOMPARE(names(6), QList<QByteArray>({"Reply"}));
     QCOMPARE(names(8), QList<QByteArray>({"bytesRead", "totalBytes"}));
     QCOMPARE(names(10), QList<QByteArray>({"err"}));
+}
+
+void tst_HttpDownLoadFile_Check::checkIsArmedForTheNextSecond()
+{
+    const UpdateScene scene(Server());
+    const QVector<int> before = SingleShots();
+    const WorkerRun run;
+    QVector<int> armed = SingleShots();
+    for (const int intervalMs : before)
+        armed.removeOne(intervalMs);
+    QCOMPARE(armed, QVector<int>{1000});
 }
 
 void tst_HttpDownLoadFile_Check::checkStartsOnTheWorkersThread()
@@ -220,6 +264,7 @@ void tst_HttpDownLoadFile_Check::requestIsExactlyThis()
     QCOMPARE(OwnHeaders(request),
              QList<QByteArray>(
                  {"X-Request-From: internal", "content-type: application/json;charset=UTF-8"}));
+    QCOMPARE(HeaderNames(request), kHeaderNames);
 }
 
 void tst_HttpDownLoadFile_Check::selfSignedServiceIsAccepted()
@@ -237,6 +282,7 @@ void tst_HttpDownLoadFile_Check::selfSignedServiceIsAccepted()
     QCOMPARE(OwnHeaders(requests.first()),
              QList<QByteArray>(
                  {"X-Request-From: internal", "content-type: application/json;charset=UTF-8"}));
+    QCOMPARE(HeaderNames(requests.first()), kHeaderNames);
 }
 
 void tst_HttpDownLoadFile_Check::answerIsReadHoweverItIsSent_data()
@@ -271,6 +317,16 @@ void tst_HttpDownLoadFile_Check::answerIsReadHoweverItIsSent()
     QCOMPARE(Global::instance.latestVersion, QStringLiteral("2.1.3"));
     QCOMPARE(run.Announced(), QStringList(QStringLiteral("1")));
     QCOMPARE(Server().Requests().size(), 1);
+}
+
+void tst_HttpDownLoadFile_Check::clockTicksEveryTwoSeconds()
+{
+    const UpdateScene scene(Server());
+    Server().Script(QStringLiteral("/check"), Sends(Offer(), R"("hold":"before")"));
+
+    WorkerRun run;
+    QVERIFY(run.RunUntil([&] { return !run.Timers().isEmpty(); }));
+    QCOMPARE(run.TimerKinds(), QVector<WorkerRun::TimerKind>{qMakePair(2000, Qt::CoarseTimer)});
 }
 
 void tst_HttpDownLoadFile_Check::lateAnswerWithinTheLimitPrompts()

@@ -347,6 +347,7 @@ void tst_HttpDownLoadFile_Download::secondStartIgnoresTheFirstsTimer()
     QVERIFY(m_server->WaitForRequests(2));
     const QVector<int> first = run.Timers();
     QCOMPARE(first.size(), 1);
+    QCOMPARE(run.TimerKinds(), QVector<WorkerRun::TimerKind>{qMakePair(2000, Qt::CoarseTimer)});
     emit run.Prompt()->getPack();
     QVERIFY(m_server->WaitForRequests(3));
     QCOMPARE(run.Timers().size(), 2);

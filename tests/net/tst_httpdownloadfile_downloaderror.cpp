@@ -1,7 +1,33 @@
 #include "config/global.h"
 #include "tests/net/workerrun.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QTest>
+
+#include <algorithm>
+
+namespace
+{
+
+/// True while this process has the file open.
+bool IsOpen(const QString &path)
+{
+#ifdef Q_OS_WIN
+    // There, what is open cannot be renamed.
+    const QString other = path + QStringLiteral(".other");
+    return !QFile::rename(path, other) || !QFile::rename(other, path);
+#else
+    const QString wanted = QFileInfo(path).canonicalFilePath();
+    const QFileInfoList files = QDir(QStringLiteral("/proc/self/fd")).entryInfoList(QDir::Files);
+    return std::any_of(files.begin(), files.end(), [&wanted](const QFileInfo &file) {
+        return file.canonicalFilePath() == wanted;
+    });
+#endif
+}
+
+} // namespace
 
 /// Downloads that fail on the way.
 class tst_HttpDownLoadFile_DownloadError : public QObject
@@ -12,6 +38,7 @@ private slots:
     void initTestCase() { m_server = std::make_unique<ScriptedServer>(); }
     void cleanupTestCase() { m_server.reset(); }
 
+    void downloadUnderWayHasItsFileOpen();
     void networkErrorIsOnlyLogged_data();
     void networkErrorIsOnlyLogged();
     void lostConnectionIsNoPackage_data();
@@ -22,6 +49,18 @@ private slots:
 private:
     std::unique_ptr<ScriptedServer> m_server;
 };
+
+void tst_HttpDownLoadFile_DownloadError::downloadUnderWayHasItsFileOpen()
+{
+    const UpdateScene scene(*m_server);
+    m_server->Script(QStringLiteral("/check"), Sends(Offer()));
+    m_server->Script(QStringLiteral("/package/4711"), Sends("gone", R"("hold":"headers")"));
+
+    WorkerRun run;
+    QVERIFY(run.StartDownload());
+    QVERIFY(m_server->WaitForRequests(2));
+    QVERIFY(IsOpen(scene.PackagePath()));
+}
 
 void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged_data()
 {
@@ -65,6 +104,7 @@ void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged()
     WorkerRun run;
     QVERIFY(run.StartDownload());
     QVERIFY(run.RunUntilLogged(scene, error));
+    QVERIFY(!IsOpen(scene.PackagePath()));
 
     // What follows is the stall time-out's business: its timer runs on, nobody is told yet.
     const QVector<int> timers = run.Timers();

@@ -5,7 +5,6 @@
 #include "ui/dwondialog.h"
 #include "ui/updatedialog.h"
 
-#include <QAbstractEventDispatcher>
 #include <QApplication>
 #include <QCryptographicHash>
 #include <QJsonDocument>
@@ -260,15 +259,28 @@ void WorkerRun::OnWorkerThread(const std::function<void()> &function)
     QMetaObject::invokeMethod(m_worker, function, Qt::BlockingQueuedConnection);
 }
 
+QList<QAbstractEventDispatcher::TimerInfo> WorkerRun::RegisteredTimers()
+{
+    QList<QAbstractEventDispatcher::TimerInfo> timers;
+    OnWorkerThread(
+        [&] { timers = QAbstractEventDispatcher::instance()->registeredTimers(m_worker); });
+    return timers;
+}
+
 QVector<int> WorkerRun::Timers()
 {
     QVector<int> ids;
-    OnWorkerThread([&] {
-        const auto timers = QAbstractEventDispatcher::instance()->registeredTimers(m_worker);
-        for (const QAbstractEventDispatcher::TimerInfo &timer : timers)
-            ids.append(timer.timerId);
-    });
+    for (const QAbstractEventDispatcher::TimerInfo &timer : RegisteredTimers())
+        ids.append(timer.timerId);
     return ids;
+}
+
+QVector<WorkerRun::TimerKind> WorkerRun::TimerKinds()
+{
+    QVector<TimerKind> kinds;
+    for (const QAbstractEventDispatcher::TimerInfo &timer : RegisteredTimers())
+        kinds.append({timer.interval, timer.timerType});
+    return kinds;
 }
 
 void WorkerRun::Tick(int timerId)

@@ -6,9 +6,11 @@
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
 
+#include <QAbstractEventDispatcher>
 #include <QAtomicInt>
 #include <QByteArray>
 #include <QJsonObject>
+#include <QList>
 #include <QObject>
 #include <QPair>
 #include <QString>
@@ -80,6 +82,8 @@ public:
 class WorkerRun
 {
 public:
+    using TimerKind = QPair<int, Qt::TimerType>;
+
     WorkerRun();
     ~WorkerRun();
 
@@ -125,6 +129,9 @@ public:
     /// The ids of the worker's timers that run, in no order.
     QVector<int> Timers();
 
+    /// Interval in milliseconds and precision of each of them, in the same order.
+    QVector<TimerKind> TimerKinds();
+
     /// Lets the worker have a timer event without waiting for it.
     void Tick(int timerId);
 
@@ -149,6 +156,7 @@ private:
 
     void Listen();
     void PressUpdate();
+    QList<QAbstractEventDispatcher::TimerInfo> RegisteredTimers();
 
     QThread *m_thread;
     HttpDownLoadFile *m_worker;
