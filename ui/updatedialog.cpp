@@ -12,6 +12,7 @@
 
 #include <QCoreApplication>
 #include <QDebug>
+#include <QPointer>
 #include <QScrollBar>
 
 namespace
@@ -33,7 +34,6 @@ UpdateDialog::UpdateDialog(QWidget *parent)
     ui->checkRemid->setStyleSheet(Sheets::NeverPrompt());
     ui->laterBtn->setStyleSheet(Sheets::ButtonFocus() + Sheets::SecondaryButton());
     ui->immedBtn->setStyleSheet(Sheets::ButtonFocus() + Sheets::PrimaryButton());
-    ui->updateText->setDocument(new ReleaseNotesDocument(ui->updateText));
     ui->updateText->setStyleSheet(Sheets::ReleaseNotes());
     ui->updateText->verticalScrollBar()->setStyleSheet(Sheets::ReleaseNotesScrollBar());
 
@@ -98,7 +98,7 @@ void UpdateDialog::SetChineseTexts(bool optional)
 void UpdateDialog::ShowReleaseNotes()
 {
     const QString &notes = Global::instance.latestVersionInfo;
-    QTextDocument *const former = ui->updateText->document();
+    const QPointer<QTextDocument> former = ui->updateText->document();
     auto *document = new ReleaseNotesDocument(ui->updateText);
     document->setDefaultFont(former->defaultFont());
     if (IsHarmlessMarkup(notes)) {
@@ -110,7 +110,7 @@ void UpdateDialog::ShowReleaseNotes()
     // Set once it is filled: otherwise the text cursor ends up behind the notes, and Qt
     // computes the layout of the whole document at once in order to scroll there.
     ui->updateText->setDocument(document);
-    delete former;
+    delete former.data(); // null when it was the form's, which the text edit deletes itself
     ui->updateText->setReadOnly(true);
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
 }

@@ -16,6 +16,7 @@
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTextBlock>
 #include <QTextEdit>
 
 namespace
@@ -138,6 +139,7 @@ private slots:
     void showsAVersionWithMarkupAsItIs();
     void translatesTheSizeOnly_data();
     void translatesTheSizeOnly();
+    void keepsTheFormsNotesUntilThereAreOwn();
     void showsTheReleaseNotesAsRichText();
     void wrapsReleaseNotesAndScrollsThemDownOnly();
     void releaseNotesCanNeitherBeEditedNorSelected();
@@ -411,6 +413,22 @@ void UpdateDialogTest::translatesTheSizeOnly()
     QCOMPARE(machine.Has<QPushButton>("laterBtn")->text(), InLanguage("Later", "稍后更新"));
     QCOMPARE(machine.Has<QPushButton>("immedBtn")->text(), InLanguage("Update", "立即更新"));
     QCOMPARE(machine.Has<QCheckBox>("checkRemid")->text(), InLanguage("Never Prompt", "不再提醒"));
+}
+
+void UpdateDialogTest::keepsTheFormsNotesUntilThereAreOwn()
+{
+    const Machine machine;
+    const auto *notes = machine.Has<QTextEdit>("updateText");
+
+    QCOMPARE(notes->toPlainText(), QString());
+    QCOMPARE(notes->document()->blockCount(), 1);
+    const QFont font = notes->document()->firstBlock().charFormat().font();
+    QCOMPARE(font.family(), QStringLiteral("SimSun"));
+    QCOMPARE(font.pixelSize(), 12);
+
+    machine.Shown();
+    QCOMPARE(notes->toPlainText(), QStringLiteral("Faster start."));
+    QVERIFY(!notes->toHtml().contains(QLatin1String("SimSun")));
 }
 
 void UpdateDialogTest::showsTheReleaseNotesAsRichText()
