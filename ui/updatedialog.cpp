@@ -65,6 +65,7 @@ void UpdateDialog::updateMode(QString mode)
     }
     if (arguments.contains(Global::NoRemindSwitch))
         ui->checkRemid->hide();
+    setEnabled(true);
     show();
     // Qt scrolls to the lower edge of the first line, which may be higher than the view.
     ui->updateText->verticalScrollBar()->setValue(0);
@@ -115,12 +116,14 @@ void UpdateDialog::ShowReleaseNotes()
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
 }
 
+void UpdateDialog::TakeNoMoreInput()
+{
+    setEnabled(false);
+}
+
 void UpdateDialog::LaterUpdate()
 {
-    if (answered)
-        return;
-    answered = true;
-
+    TakeNoMoreInput();
     Global &global = Global::instance;
     if (ui->checkRemid->checkState() == Qt::Checked &&
         global.WriteConfigToFile(QStringLiteral("remid")) != Global::Success) {
@@ -133,10 +136,7 @@ void UpdateDialog::LaterUpdate()
 
 void UpdateDialog::ImmediatelyUpdate()
 {
-    if (answered)
-        return;
-    answered = true;
-
+    TakeNoMoreInput();
     StopRunningClient(Global::instance.appName);
     dwonDialog->SetTexts();
     dwonDialog->show();
@@ -160,6 +160,8 @@ void UpdateDialog::reject()
 
 void UpdateDialog::closeEvent(QCloseEvent *)
 {
+    if (!isEnabled()) // answered, and closed by input from before the answer
+        return;
     if (Global::instance.update == kOptional)
         LaterUpdate();
     else if (Global::instance.update == kQuitWhenClosed)

@@ -58,7 +58,10 @@ private:
     void SetChineseTexts(bool optional);
     void ShowReleaseNotes();
 
+    /// The user has answered: what was clicked and typed while the answer blocks does nothing. The
+    /// slots may be called again.
+    void TakeNoMoreInput();
+
     std::unique_ptr<Ui::UpdateDialog> ui;
     std::unique_ptr<DwonDialog> dwonDialog;
-    bool answered = false; ///< a second click, queued while the first one blocks, does nothing
 };

@@ -177,7 +177,11 @@ private slots:
     void updateStopsARunningClientOfThisHost();
     void updateWithoutRoomShowsTheErrorInstead_data();
     void updateWithoutRoomShowsTheErrorInstead();
+    void updateWithRoomAfterAllAsksForThePackage();
     void anImpatientUserDownloadsOnce();
+    void closingAfterTheAnswerDoesNothing_data();
+    void closingAfterTheAnswerDoesNothing();
+    void aPromptThatIsShownAgainCanBeAnsweredAgain();
     void laterAfterUpdateAndUpdateAfterLaterDoNothing();
     void aRetryAsksForThePackageAgain();
 
@@ -1002,6 +1006,26 @@ void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead()
     QTEST(Child<QLabel>(machine.Progress(), "labInstall")->text(), "marked");
 }
 
+void UpdateDialogTest::updateWithRoomAfterAllAsksForThePackage()
+{
+    const Machine machine;
+    const qint64 size = Global::instance.packageSize;
+    machine.Shown();
+    const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
+    const QSignalSpy error(&machine.Progress(), &DwonDialog::ErrSignal);
+    Global::instance.packageSize = kMoreThanAnyDrive;
+    QueueClicks(machine.Has<QPushButton>("immedBtn"), 2);
+    QCoreApplication::sendPostedEvents();
+    QCOMPARE(error.count(), 1);
+
+    Global::instance.packageSize = size;
+    machine.prompt->ImmediatelyUpdate();
+
+    QCOMPARE(getPack.count(), 1);
+    QCOMPARE(error.count(), 1);
+    QVERIFY(machine.Progress().isVisible());
+}
+
 void UpdateDialogTest::anImpatientUserDownloadsOnce()
 {
     const Machine machine;
@@ -1013,6 +1037,43 @@ void UpdateDialogTest::anImpatientUserDownloadsOnce()
 
     QCOMPARE(getPack.count(), 1);
     QCOMPARE(machine.tasklist.Calls().size(), 1);
+}
+
+void UpdateDialogTest::closingAfterTheAnswerDoesNothing_data()
+{
+    QTest::addColumn<bool>("byEsc");
+    QTest::newRow("close button") << false;
+    QTest::newRow("Esc") << true;
+}
+
+void UpdateDialogTest::closingAfterTheAnswerDoesNothing()
+{
+    QFETCH(bool, byEsc);
+    const Machine machine;
+    machine.Shown();
+
+    QVERIFY(!Quits([&] {
+        machine.Click("immedBtn");
+        if (byEsc)
+            QTest::keyClick(machine.prompt.get(), Qt::Key_Escape);
+        else
+            machine.prompt->close();
+    }));
+
+    QVERIFY(!machine.StartedClient());
+    QVERIFY(machine.Progress().isVisible());
+}
+
+void UpdateDialogTest::aPromptThatIsShownAgainCanBeAnsweredAgain()
+{
+    const Machine machine;
+    const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
+
+    for (int answers = 1; answers <= 2; ++answers) {
+        machine.Shown();
+        machine.Click("immedBtn");
+        QCOMPARE(getPack.count(), answers);
+    }
 }
 
 void UpdateDialogTest::laterAfterUpdateAndUpdateAfterLaterDoNothing()
