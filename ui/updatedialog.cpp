@@ -10,8 +10,9 @@
 #include "ui/versionline.h"
 #include "ui_updatedialog.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDebug>
+#include <QFocusFrame>
 #include <QPointer>
 #include <QScrollBar>
 
@@ -25,18 +26,20 @@ const QLatin1String kQuitWhenClosed("2");
 
 UpdateDialog::UpdateDialog(QWidget *parent)
     : QDialog(parent), ui(std::make_unique<Ui::UpdateDialog>()),
-      dwonDialog(std::make_unique<DwonDialog>())
+      dwonDialog(std::make_unique<DwonDialog>()), focusFrame(new QFocusFrame(this))
 {
     ui->setupUi(this);
     SetUpWindow(this, ui->labIco);
     ui->labText->setStyleSheet(Sheets::Headline());
     ui->labVersion->setStyleSheet(Sheets::Version());
-    ui->checkRemid->setStyleSheet(Sheets::NeverPrompt());
-    ui->laterBtn->setStyleSheet(Sheets::ButtonFocus() + Sheets::SecondaryButton());
-    ui->immedBtn->setStyleSheet(Sheets::ButtonFocus() + Sheets::PrimaryButton());
+    ui->checkRemid->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::NeverPrompt());
+    ui->laterBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
+    ui->immedBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::PrimaryButton());
     ui->updateText->setStyleSheet(Sheets::ReleaseNotes());
     ui->updateText->verticalScrollBar()->setStyleSheet(Sheets::ReleaseNotesScrollBar());
 
+    focusFrame->setStyleSheet(Sheets::FocusFrame());
+    connect(qApp, &QApplication::focusChanged, this, &UpdateDialog::FrameFocus);
     connect(ui->laterBtn, &QPushButton::clicked, this, &UpdateDialog::LaterUpdate);
     connect(ui->immedBtn, &QPushButton::clicked, this, &UpdateDialog::ImmediatelyUpdate);
     connect(dwonDialog.get(), &DwonDialog::GetPackAgain, this, &UpdateDialog::getPack);
@@ -114,6 +117,14 @@ void UpdateDialog::ShowReleaseNotes()
     delete former.data(); // null when it was the form's, which the text edit deletes itself
     ui->updateText->setReadOnly(true);
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
+}
+
+void UpdateDialog::FrameFocus(QWidget *, QWidget *now)
+{
+    // As on Windows: those who never press Tab see no frame.
+    const bool framed = now != nullptr && now != this && isAncestorOf(now) &&
+                        testAttribute(Qt::WA_KeyboardFocusChange);
+    focusFrame->setWidget(framed ? now : nullptr);
 }
 
 void UpdateDialog::TakeNoMoreInput()

@@ -196,6 +196,9 @@ private slots:
     void spacePressesWhatHasTheFocus();
     void tabVisitsTheControlsInReadingOrder_data();
     void tabVisitsTheControlsInReadingOrder();
+    void theFocusIsFramedForTheKeyboard_data();
+    void theFocusIsFramedForTheKeyboard();
+    void theFocusIsNotFramedForTheMouse();
     void theKeyboardScrollsTheReleaseNotes();
 
     void hasItsSignalAndSlotsInOrder();
@@ -1290,6 +1293,53 @@ void UpdateDialogTest::tabVisitsTheControlsInReadingOrder()
 
     QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Tab, Qt::ShiftModifier);
     QCOMPARE(machine.prompt->focusWidget(), machine.Has<QWidget>("immedBtn"));
+}
+
+void UpdateDialogTest::theFocusIsFramedForTheKeyboard_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    for (const char *name : {"updateText", "checkRemid", "laterBtn", "immedBtn"})
+        QTest::newRow(name) << QByteArray(name);
+}
+
+void UpdateDialogTest::theFocusIsFramedForTheKeyboard()
+{
+    QFETCH(QByteArray, name);
+    const Machine machine;
+    machine.Shown();
+    auto *widget = machine.Has<QWidget>(name.constData());
+    machine.Has<QWidget>(name == "updateText" ? "laterBtn" : "updateText")->setFocus();
+    const QImage before = Picture(*machine.prompt);
+
+    while (machine.prompt->focusWidget() != widget)
+        QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Tab);
+
+    // Around the widget something is drawn, and what it shows itself stays as it was.
+    const QRect place = PlaceIn(*machine.prompt, *widget);
+    const QImage after = Picture(*machine.prompt);
+    // The empty box is the style's own affair.
+    const QRect own = name == "checkRemid" ? place.adjusted(16, 0, 0, 0) : place;
+    QCOMPARE(after.copy(own), before.copy(own));
+    const QRect around = place.marginsAdded(QMargins(3, 3, 3, 3));
+    QVERIFY(after.copy(around) != before.copy(around));
+
+    // It goes with the focus.
+    machine.Has<QWidget>(name == "laterBtn" ? "immedBtn" : "laterBtn")->setFocus();
+    QCOMPARE(Picture(*machine.prompt).copy(around), before.copy(around));
+}
+
+void UpdateDialogTest::theFocusIsNotFramedForTheMouse()
+{
+    const Machine machine;
+    machine.Shown();
+    const QImage before = Picture(*machine.prompt);
+
+    auto *box = machine.Has<QCheckBox>("checkRemid");
+    QTest::mouseClick(box, Qt::LeftButton, Qt::NoModifier, QPoint(8, 8));
+    QTest::mouseClick(box, Qt::LeftButton, Qt::NoModifier, QPoint(8, 8));
+
+    QVERIFY(box->hasFocus());
+    QCOMPARE(Picture(*machine.prompt), before);
 }
 
 void UpdateDialogTest::theKeyboardScrollsTheReleaseNotes()
