@@ -19,7 +19,7 @@ private slots:
     void SilencingAMuchShorterVersionEndsEveryLaterRun();
     void EscapeInTheOptionalPromptStartsTheClient();
     void EscapeInTheForcedPromptEndsTheRunWithoutTheClient();
-    void EnterUpdates();
+    void EnterDoesNotUpdate();
     void AClickUpdatesAndCancellingAsksFirst();
     void RetryDownloadsAgain();
 
@@ -193,16 +193,18 @@ void TestPrompt::EscapeInTheForcedPromptEndsTheRunWithoutTheClient()
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestPrompt::EnterUpdates()
+void TestPrompt::EnterDoesNotUpdate()
 {
     UpdaterRun run;
     run.Configure();
     run.Publish(NewClient(), kPackage);
     run.Start();
+    // Presses "Later", the first button.
     m_windows.Press(m_windows.WaitForWindow(kEnglish), QStringLiteral("Return"));
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
-    QVERIFY(IsInstalled(run));
+    QVERIFY(!IsInstalled(run));
+    QCOMPARE(run.server.Requests().size(), 1);
 }
 
 void TestPrompt::AClickUpdatesAndCancellingAsksFirst()

@@ -191,8 +191,8 @@ private slots:
     void closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClient();
     void closingAnythingElseDoesNothingOfItsOwn();
 
-    void enterPressesUpdate_data();
-    void enterPressesUpdate();
+    void enterPressesTheButtonWithTheFocusOrElseTheFirst_data();
+    void enterPressesTheButtonWithTheFocusOrElseTheFirst();
     void spacePressesWhatHasTheFocus();
     void tabVisitsTheControlsInReadingOrder_data();
     void tabVisitsTheControlsInReadingOrder();
@@ -1206,37 +1206,48 @@ void UpdateDialogTest::closingAnythingElseDoesNothingOfItsOwn()
     QCOMPARE(machine.log.Messages(), QStringList());
 }
 
-void UpdateDialogTest::enterPressesUpdate_data()
+void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
 {
     QTest::addColumn<QByteArray>("focus");
     QTest::addColumn<QString>("mode");
     QTest::addColumn<int>("key");
+    QTest::addColumn<QByteArray>("pressed");
 
+    const QString optional = QStringLiteral("1");
+    const QString forced = QStringLiteral("2");
     const int enter = Qt::Key_Enter;
     const int enterOnLetters = Qt::Key_Return;
-    QTest::newRow("at once") << QByteArray() << QStringLiteral("1") << enterOnLetters;
-    QTest::newRow("at once, forced") << QByteArray() << QStringLiteral("2") << enter;
-    QTest::newRow("in the notes") << QByteArray("updateText") << QStringLiteral("1") << enter;
-    QTest::newRow("on the check box")
-        << QByteArray("checkRemid") << QStringLiteral("1") << enterOnLetters;
-    QTest::newRow("on the button") << QByteArray("immedBtn") << QStringLiteral("1") << enter;
+    const QByteArray later("laterBtn");
+    const QByteArray update("immedBtn");
+    QTest::newRow("at once") << QByteArray() << optional << enterOnLetters << later;
+    QTest::newRow("in the notes") << QByteArray("updateText") << optional << enter << later;
+    QTest::newRow("on the box") << QByteArray("checkRemid") << optional << enterOnLetters << later;
+    QTest::newRow("on Later") << later << optional << enter << later;
+    QTest::newRow("on Update") << update << optional << enter << update;
+    // The first button is there, hidden.
+    QTest::newRow("at once, forced") << QByteArray() << forced << enter << QByteArray();
+    QTest::newRow("on Update, forced") << update << forced << enterOnLetters << update;
 }
 
-void UpdateDialogTest::enterPressesUpdate()
+void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst()
 {
     QFETCH(QByteArray, focus);
     QFETCH(QString, mode);
     QFETCH(int, key);
+    QFETCH(QByteArray, pressed);
     const Machine machine;
     machine.Shown(mode);
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     if (!focus.isEmpty())
         machine.Has<QWidget>(focus.constData())->setFocus();
 
-    QVERIFY(!Quits([&] { QTest::keyClick(machine.prompt->focusWidget(), Qt::Key(key)); }));
+    const bool quits = Quits([&] { QTest::keyClick(machine.prompt->focusWidget(), Qt::Key(key)); });
 
-    QCOMPARE(getPack.count(), 1);
-    QVERIFY(!machine.StartedClient());
+    QCOMPARE(quits, pressed == "laterBtn");
+    QCOMPARE(machine.StartedClient(), pressed == "laterBtn");
+    QCOMPARE(getPack.count(), pressed == "immedBtn" ? 1 : 0);
+    if (machine.StartedClient())
+        QVERIFY(machine.client.WaitForCalls(1));
 }
 
 void UpdateDialogTest::spacePressesWhatHasTheFocus()
