@@ -75,12 +75,11 @@ inline QString NeverPrompt()
 {
     return QStringLiteral(
         "QCheckBox{font-size:14px;font-weight:400;color:rgba(143,152,168,1);line-height:20px;}"
-        "QCheckBox:focus{color:rgba(66,133,246,1);}"
         "QCheckBox::indicator{width:16px;height:16px;}"
         "QCheckBox::indicator:checked{image:url(:/image/resourceimg/check.png);}");
 }
 
-/// White button. The look of the focus is for those who press Tab.
+/// White button.
 inline QString SecondaryButton()
 {
     return QStringLiteral(
@@ -104,10 +103,16 @@ inline QString PrimaryButton()
         "QPushButton:pressed{background:rgba(62,124,228,1);border:none;}");
 }
 
-/// To stand before the sheet of a button of several: tells which one Space presses.
-inline QString ButtonFocus()
+/// To stand before the sheet of a widget that a FocusFrame() is put around.
+inline QString NoFocusOfItsOwn()
 {
-    return QStringLiteral("QPushButton:focus{border:1px solid rgba(32,49,82,0.6);}");
+    return QStringLiteral("*{outline:none;}");
+}
+
+/// Lies around the widget, so that what the widget shows stays as it is.
+inline QString FocusFrame()
+{
+    return QStringLiteral("QFocusFrame{border:1px dotted rgba(32,49,82,1);}");
 }
 
 inline QString Percentage()

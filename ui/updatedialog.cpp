@@ -10,8 +10,10 @@
 #include "ui/versionline.h"
 #include "ui_updatedialog.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDebug>
+#include <QFocusFrame>
+#include <QPointer>
 #include <QScrollBar>
 
 namespace
@@ -24,19 +26,20 @@ const QLatin1String kQuitWhenClosed("2");
 
 UpdateDialog::UpdateDialog(QWidget *parent)
     : QDialog(parent), ui(std::make_unique<Ui::UpdateDialog>()),
-      dwonDialog(std::make_unique<DwonDialog>())
+      dwonDialog(std::make_unique<DwonDialog>()), focusFrame(new QFocusFrame(this))
 {
     ui->setupUi(this);
     SetUpWindow(this, ui->labIco);
     ui->labText->setStyleSheet(Sheets::Headline());
     ui->labVersion->setStyleSheet(Sheets::Version());
-    ui->checkRemid->setStyleSheet(Sheets::NeverPrompt());
-    ui->laterBtn->setStyleSheet(Sheets::ButtonFocus() + Sheets::SecondaryButton());
-    ui->immedBtn->setStyleSheet(Sheets::ButtonFocus() + Sheets::PrimaryButton());
-    ui->updateText->setDocument(new ReleaseNotesDocument(ui->updateText));
+    ui->checkRemid->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::NeverPrompt());
+    ui->laterBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
+    ui->immedBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::PrimaryButton());
     ui->updateText->setStyleSheet(Sheets::ReleaseNotes());
     ui->updateText->verticalScrollBar()->setStyleSheet(Sheets::ReleaseNotesScrollBar());
 
+    focusFrame->setStyleSheet(Sheets::FocusFrame());
+    connect(qApp, &QApplication::focusChanged, this, &UpdateDialog::FrameFocus);
     connect(ui->laterBtn, &QPushButton::clicked, this, &UpdateDialog::LaterUpdate);
     connect(ui->immedBtn, &QPushButton::clicked, this, &UpdateDialog::ImmediatelyUpdate);
     connect(dwonDialog.get(), &DwonDialog::GetPackAgain, this, &UpdateDialog::getPack);
@@ -65,6 +68,7 @@ void UpdateDialog::updateMode(QString mode)
     }
     if (arguments.contains(Global::NoRemindSwitch))
         ui->checkRemid->hide();
+    setEnabled(true);
     show();
     // Qt scrolls to the lower edge of the first line, which may be higher than the view.
     ui->updateText->verticalScrollBar()->setValue(0);
@@ -98,7 +102,7 @@ void UpdateDialog::SetChineseTexts(bool optional)
 void UpdateDialog::ShowReleaseNotes()
 {
     const QString &notes = Global::instance.latestVersionInfo;
-    QTextDocument *const former = ui->updateText->document();
+    const QPointer<QTextDocument> former = ui->updateText->document();
     auto *document = new ReleaseNotesDocument(ui->updateText);
     document->setDefaultFont(former->defaultFont());
     if (IsHarmlessMarkup(notes)) {
@@ -110,17 +114,27 @@ void UpdateDialog::ShowReleaseNotes()
     // Set once it is filled: otherwise the text cursor ends up behind the notes, and Qt
     // computes the layout of the whole document at once in order to scroll there.
     ui->updateText->setDocument(document);
-    delete former;
+    delete former.data(); // null when it was the form's, which the text edit deletes itself
     ui->updateText->setReadOnly(true);
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
 }
 
+void UpdateDialog::FrameFocus(QWidget *, QWidget *now)
+{
+    // As on Windows: those who never press Tab see no frame.
+    const bool framed = now != nullptr && now != this && isAncestorOf(now) &&
+                        testAttribute(Qt::WA_KeyboardFocusChange);
+    focusFrame->setWidget(framed ? now : nullptr);
+}
+
+void UpdateDialog::TakeNoMoreInput()
+{
+    setEnabled(false);
+}
+
 void UpdateDialog::LaterUpdate()
 {
-    if (answered)
-        return;
-    answered = true;
-
+    TakeNoMoreInput();
     Global &global = Global::instance;
     if (ui->checkRemid->checkState() == Qt::Checked &&
         global.WriteConfigToFile(QStringLiteral("remid")) != Global::Success) {
@@ -133,10 +147,7 @@ void UpdateDialog::LaterUpdate()
 
 void UpdateDialog::ImmediatelyUpdate()
 {
-    if (answered)
-        return;
-    answered = true;
-
+    TakeNoMoreInput();
     StopRunningClient(Global::instance.appName);
     dwonDialog->SetTexts();
     dwonDialog->show();
@@ -160,6 +171,8 @@ void UpdateDialog::reject()
 
 void UpdateDialog::closeEvent(QCloseEvent *)
 {
+    if (!isEnabled()) // answered, and closed by input from before the answer
+        return;
     if (Global::instance.update == kOptional)
         LaterUpdate();
     else if (Global::instance.update == kQuitWhenClosed)

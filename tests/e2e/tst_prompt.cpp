@@ -3,6 +3,7 @@
 #include "tests/support/zipmaker.h"
 
 #include <QJsonDocument>
+#include <QProcessEnvironment>
 #include <QTest>
 
 /// The user in front of the real program, with a real window server between them.
@@ -11,12 +12,14 @@ class TestPrompt : public QObject
     Q_OBJECT
 
 private slots:
+    void TheWindowsFollowTheScreensScale_data();
+    void TheWindowsFollowTheScreensScale();
     void LaterStartsTheClientWithoutTheArguments();
     void NeverPromptIsRemembered();
     void SilencingAMuchShorterVersionEndsEveryLaterRun();
     void EscapeInTheOptionalPromptStartsTheClient();
     void EscapeInTheForcedPromptEndsTheRunWithoutTheClient();
-    void EnterUpdates();
+    void EnterDoesNotUpdate();
     void AClickUpdatesAndCancellingAsksFirst();
     void RetryDownloadsAgain();
 
@@ -30,6 +33,8 @@ namespace
 const QString kPackage = QStringLiteral("client-2.1.3.zip");
 const QString kEnglish = QStringLiteral("App Update");
 const QString kChinese = QStringLiteral("应用更新");
+
+constexpr int kOrdinaryDpi = 96;
 
 // Middles of the buttons.
 const QPoint kNeverPrompt(32, 252);
@@ -70,6 +75,37 @@ void HoldPackage(UpdaterRun &run, const QByteArray &package)
 }
 
 } // namespace
+
+void TestPrompt::TheWindowsFollowTheScreensScale_data()
+{
+    QTest::addColumn<int>("dpi");
+    QTest::addColumn<QSize>("size");
+
+    QTest::newRow("100 %") << 96 << QSize(480, 292);
+    QTest::newRow("125 %") << 120 << QSize(600, 365);
+    QTest::newRow("150 %") << 144 << QSize(720, 438);
+    QTest::newRow("200 %") << 192 << QSize(960, 584);
+}
+
+void TestPrompt::TheWindowsFollowTheScreensScale()
+{
+    QFETCH(int, dpi);
+    UpdaterRun run;
+    run.Configure();
+    const QByteArray package = NewClient();
+    run.Publish(package, kPackage);
+    HoldPackage(run, package);
+    // Stands for the resolution that the screen is set to.
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_FONT_DPI"), QString::number(dpi));
+    run.process.setProcessEnvironment(environment);
+    run.Start();
+
+    const QString prompt = m_windows.WaitForWindow(kEnglish);
+    QTEST(m_windows.Size(prompt), "size");
+    m_windows.Click(prompt, kUpdate * dpi / kOrdinaryDpi);
+    QTEST(m_windows.Size(m_windows.WaitForWindow(kEnglish, prompt)), "size");
+}
 
 void TestPrompt::LaterStartsTheClientWithoutTheArguments()
 {
@@ -157,16 +193,18 @@ void TestPrompt::EscapeInTheForcedPromptEndsTheRunWithoutTheClient()
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestPrompt::EnterUpdates()
+void TestPrompt::EnterDoesNotUpdate()
 {
     UpdaterRun run;
     run.Configure();
     run.Publish(NewClient(), kPackage);
     run.Start();
+    // Presses "Later", the first button.
     m_windows.Press(m_windows.WaitForWindow(kEnglish), QStringLiteral("Return"));
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
-    QVERIFY(IsInstalled(run));
+    QVERIFY(!IsInstalled(run));
+    QCOMPARE(run.server.Requests().size(), 1);
 }
 
 void TestPrompt::AClickUpdatesAndCancellingAsksFirst()

@@ -2,6 +2,7 @@
 
 #include <QPoint>
 #include <QProcess>
+#include <QSize>
 #include <QString>
 
 /**
@@ -23,6 +24,9 @@ public:
 
     /// True while a window titled @p title is visible.
     bool HasWindow(const QString &title) const;
+
+    /// The window's size in pixels, without its frame.
+    QSize Size(const QString &window) const;
 
     /// A click of the left button at @p position in the window.
     void Click(const QString &window, const QPoint &position) const;

@@ -31,11 +31,13 @@ WindowServer::WindowServer()
 {
     m_server.setProcessChannelMode(QProcess::SeparateChannels);
     // Without "-noreset" it would start afresh whenever its last client goes, an xdotool most of
-    // the time, and turn away a program that comes at that moment.
+    // the time, and turn away a program that comes at that moment. The server keeps the screen's
+    // size in whole millimetres: only a screen like this one has exactly the given resolution.
     m_server.start(QStringLiteral("Xvfb"),
                    {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-noreset"),
-                    QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("800x600x24"),
-                    QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+                    QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1440x960x24"),
+                    QStringLiteral("-dpi"), QStringLiteral("96"), QStringLiteral("-nolisten"),
+                    QStringLiteral("tcp")});
     if (!m_server.waitForReadyRead(30000))
         qFatal("Xvfb does not start: %s", qPrintable(m_server.errorString()));
     qputenv("DISPLAY", ':' + m_server.readLine().trimmed());
@@ -65,6 +67,15 @@ QString WindowServer::WaitForWindow(const QString &title, const QString &former)
 bool WindowServer::HasWindow(const QString &title) const
 {
     return !VisibleWindows(title).last().isEmpty();
+}
+
+QSize WindowServer::Size(const QString &window) const
+{
+    const QString geometry =
+        Xdotool({QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"), window});
+    static const QRegularExpression form(QStringLiteral("WIDTH=(\\d+)\nHEIGHT=(\\d+)"));
+    const QRegularExpressionMatch size = form.match(geometry);
+    return QSize(size.captured(1).toInt(), size.captured(2).toInt());
 }
 
 void WindowServer::Click(const QString &window, const QPoint &position) const

@@ -91,6 +91,13 @@ bool WindowServer::HasWindow(const QString &title) const
     return !VisibleWindows(title).isEmpty();
 }
 
+QSize WindowServer::Size(const QString &window) const
+{
+    RECT area{};
+    GetClientRect(Handle(window), &area);
+    return QSize(area.right, area.bottom);
+}
+
 void WindowServer::Click(const QString &window, const QPoint &position) const
 {
     // A window that has only just been shown may still be moved, or lie under another one.

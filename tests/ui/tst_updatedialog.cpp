@@ -16,6 +16,7 @@
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTextBlock>
 #include <QTextEdit>
 
 namespace
@@ -157,6 +158,7 @@ private slots:
     void showsAVersionWithMarkupAsItIs();
     void translatesTheSizeOnly_data();
     void translatesTheSizeOnly();
+    void keepsTheFormsNotesUntilThereAreOwn();
     void showsTheReleaseNotesAsRichText();
     void wrapsReleaseNotesAndScrollsThemDownOnly();
     void releaseNotesCanNeitherBeEditedNorSelected();
@@ -195,7 +197,11 @@ private slots:
     void updateStopsARunningClientOfThisHost();
     void updateWithoutRoomShowsTheErrorInstead_data();
     void updateWithoutRoomShowsTheErrorInstead();
+    void updateWithRoomAfterAllAsksForThePackage();
     void anImpatientUserDownloadsOnce();
+    void closingAfterTheAnswerDoesNothing_data();
+    void closingAfterTheAnswerDoesNothing();
+    void aPromptThatIsShownAgainCanBeAnsweredAgain();
     void laterAfterUpdateAndUpdateAfterLaterDoNothing();
     void aRetryAsksForThePackageAgain();
     void updateStopsTheClientBeforeTheProgressDialogComes();
@@ -206,11 +212,14 @@ private slots:
     void closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClient();
     void closingAnythingElseDoesNothingOfItsOwn();
 
-    void enterPressesUpdate_data();
-    void enterPressesUpdate();
+    void enterPressesTheButtonWithTheFocusOrElseTheFirst_data();
+    void enterPressesTheButtonWithTheFocusOrElseTheFirst();
     void spacePressesWhatHasTheFocus();
     void tabVisitsTheControlsInReadingOrder_data();
     void tabVisitsTheControlsInReadingOrder();
+    void theFocusIsFramedForTheKeyboard_data();
+    void theFocusIsFramedForTheKeyboard();
+    void theFocusIsNotFramedForTheMouse();
     void theKeyboardScrollsTheReleaseNotes();
 
     void hasItsSignalAndSlotsInOrder();
@@ -429,6 +438,22 @@ void UpdateDialogTest::translatesTheSizeOnly()
     QCOMPARE(machine.Has<QPushButton>("laterBtn")->text(), InLanguage("Later", "稍后更新"));
     QCOMPARE(machine.Has<QPushButton>("immedBtn")->text(), InLanguage("Update", "立即更新"));
     QCOMPARE(machine.Has<QCheckBox>("checkRemid")->text(), InLanguage("Never Prompt", "不再提醒"));
+}
+
+void UpdateDialogTest::keepsTheFormsNotesUntilThereAreOwn()
+{
+    const Machine machine;
+    const auto *notes = machine.Has<QTextEdit>("updateText");
+
+    QCOMPARE(notes->toPlainText(), QString());
+    QCOMPARE(notes->document()->blockCount(), 1);
+    const QFont font = notes->document()->firstBlock().charFormat().font();
+    QCOMPARE(font.family(), QStringLiteral("SimSun"));
+    QCOMPARE(font.pixelSize(), 12);
+
+    machine.Shown();
+    QCOMPARE(notes->toPlainText(), QStringLiteral("Faster start."));
+    QVERIFY(!notes->toHtml().contains(QLatin1String("SimSun")));
 }
 
 void UpdateDialogTest::showsTheReleaseNotesAsRichText()
@@ -1017,6 +1042,26 @@ void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead()
     QTEST(Child<QLabel>(machine.Progress(), "labInstall")->text(), "marked");
 }
 
+void UpdateDialogTest::updateWithRoomAfterAllAsksForThePackage()
+{
+    const Machine machine;
+    const qint64 size = Global::instance.packageSize;
+    machine.Shown();
+    const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
+    const QSignalSpy error(&machine.Progress(), &DwonDialog::ErrSignal);
+    Global::instance.packageSize = kMoreThanAnyDrive;
+    QueueClicks(machine.Has<QPushButton>("immedBtn"), 2);
+    QCoreApplication::sendPostedEvents();
+    QCOMPARE(error.count(), 1);
+
+    Global::instance.packageSize = size;
+    machine.prompt->ImmediatelyUpdate();
+
+    QCOMPARE(getPack.count(), 1);
+    QCOMPARE(error.count(), 1);
+    QVERIFY(machine.Progress().isVisible());
+}
+
 void UpdateDialogTest::anImpatientUserDownloadsOnce()
 {
     const Machine machine;
@@ -1028,6 +1073,43 @@ void UpdateDialogTest::anImpatientUserDownloadsOnce()
 
     QCOMPARE(getPack.count(), 1);
     QCOMPARE(machine.tasklist.Calls().size(), 1);
+}
+
+void UpdateDialogTest::closingAfterTheAnswerDoesNothing_data()
+{
+    QTest::addColumn<bool>("byEsc");
+    QTest::newRow("close button") << false;
+    QTest::newRow("Esc") << true;
+}
+
+void UpdateDialogTest::closingAfterTheAnswerDoesNothing()
+{
+    QFETCH(bool, byEsc);
+    const Machine machine;
+    machine.Shown();
+
+    QVERIFY(!Quits([&] {
+        machine.Click("immedBtn");
+        if (byEsc)
+            QTest::keyClick(machine.prompt.get(), Qt::Key_Escape);
+        else
+            machine.prompt->close();
+    }));
+
+    QVERIFY(!machine.StartedClient());
+    QVERIFY(machine.Progress().isVisible());
+}
+
+void UpdateDialogTest::aPromptThatIsShownAgainCanBeAnsweredAgain()
+{
+    const Machine machine;
+    const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
+
+    for (int answers = 1; answers <= 2; ++answers) {
+        machine.Shown();
+        machine.Click("immedBtn");
+        QCOMPARE(getPack.count(), answers);
+    }
 }
 
 void UpdateDialogTest::laterAfterUpdateAndUpdateAfterLaterDoNothing()
@@ -1170,37 +1252,48 @@ void UpdateDialogTest::closingAnythingElseDoesNothingOfItsOwn()
     QCOMPARE(machine.log.Messages(), QStringList());
 }
 
-void UpdateDialogTest::enterPressesUpdate_data()
+void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
 {
     QTest::addColumn<QByteArray>("focus");
     QTest::addColumn<QString>("mode");
     QTest::addColumn<int>("key");
+    QTest::addColumn<QByteArray>("pressed");
 
+    const QString optional = QStringLiteral("1");
+    const QString forced = QStringLiteral("2");
     const int enter = Qt::Key_Enter;
     const int enterOnLetters = Qt::Key_Return;
-    QTest::newRow("at once") << QByteArray() << QStringLiteral("1") << enterOnLetters;
-    QTest::newRow("at once, forced") << QByteArray() << QStringLiteral("2") << enter;
-    QTest::newRow("in the notes") << QByteArray("updateText") << QStringLiteral("1") << enter;
-    QTest::newRow("on the check box")
-        << QByteArray("checkRemid") << QStringLiteral("1") << enterOnLetters;
-    QTest::newRow("on the button") << QByteArray("immedBtn") << QStringLiteral("1") << enter;
+    const QByteArray later("laterBtn");
+    const QByteArray update("immedBtn");
+    QTest::newRow("at once") << QByteArray() << optional << enterOnLetters << later;
+    QTest::newRow("in the notes") << QByteArray("updateText") << optional << enter << later;
+    QTest::newRow("on the box") << QByteArray("checkRemid") << optional << enterOnLetters << later;
+    QTest::newRow("on Later") << later << optional << enter << later;
+    QTest::newRow("on Update") << update << optional << enter << update;
+    // The first button is there, hidden.
+    QTest::newRow("at once, forced") << QByteArray() << forced << enter << QByteArray();
+    QTest::newRow("on Update, forced") << update << forced << enterOnLetters << update;
 }
 
-void UpdateDialogTest::enterPressesUpdate()
+void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst()
 {
     QFETCH(QByteArray, focus);
     QFETCH(QString, mode);
     QFETCH(int, key);
+    QFETCH(QByteArray, pressed);
     const Machine machine;
     machine.Shown(mode);
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     if (!focus.isEmpty())
         machine.Has<QWidget>(focus.constData())->setFocus();
 
-    QVERIFY(!Quits([&] { QTest::keyClick(machine.prompt->focusWidget(), Qt::Key(key)); }));
+    const bool quits = Quits([&] { QTest::keyClick(machine.prompt->focusWidget(), Qt::Key(key)); });
 
-    QCOMPARE(getPack.count(), 1);
-    QVERIFY(!machine.StartedClient());
+    QCOMPARE(quits, pressed == "laterBtn");
+    QCOMPARE(machine.StartedClient(), pressed == "laterBtn");
+    QCOMPARE(getPack.count(), pressed == "immedBtn" ? 1 : 0);
+    if (machine.StartedClient())
+        QVERIFY(machine.client.WaitForCalls(1));
 }
 
 void UpdateDialogTest::spacePressesWhatHasTheFocus()
@@ -1257,6 +1350,53 @@ void UpdateDialogTest::tabVisitsTheControlsInReadingOrder()
 
     QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Tab, Qt::ShiftModifier);
     QCOMPARE(machine.prompt->focusWidget(), machine.Has<QWidget>("immedBtn"));
+}
+
+void UpdateDialogTest::theFocusIsFramedForTheKeyboard_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    for (const char *name : {"updateText", "checkRemid", "laterBtn", "immedBtn"})
+        QTest::newRow(name) << QByteArray(name);
+}
+
+void UpdateDialogTest::theFocusIsFramedForTheKeyboard()
+{
+    QFETCH(QByteArray, name);
+    const Machine machine;
+    machine.Shown();
+    auto *widget = machine.Has<QWidget>(name.constData());
+    machine.Has<QWidget>(name == "updateText" ? "laterBtn" : "updateText")->setFocus();
+    const QImage before = Picture(*machine.prompt);
+
+    while (machine.prompt->focusWidget() != widget)
+        QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Tab);
+
+    // Around the widget something is drawn, and what it shows itself stays as it was.
+    const QRect place = PlaceIn(*machine.prompt, *widget);
+    const QImage after = Picture(*machine.prompt);
+    // The empty box is the style's own affair.
+    const QRect own = name == "checkRemid" ? place.adjusted(16, 0, 0, 0) : place;
+    QCOMPARE(after.copy(own), before.copy(own));
+    const QRect around = place.marginsAdded(QMargins(3, 3, 3, 3));
+    QVERIFY(after.copy(around) != before.copy(around));
+
+    // It goes with the focus.
+    machine.Has<QWidget>(name == "laterBtn" ? "immedBtn" : "laterBtn")->setFocus();
+    QCOMPARE(Picture(*machine.prompt).copy(around), before.copy(around));
+}
+
+void UpdateDialogTest::theFocusIsNotFramedForTheMouse()
+{
+    const Machine machine;
+    machine.Shown();
+    const QImage before = Picture(*machine.prompt);
+
+    auto *box = machine.Has<QCheckBox>("checkRemid");
+    QTest::mouseClick(box, Qt::LeftButton, Qt::NoModifier, QPoint(8, 8));
+    QTest::mouseClick(box, Qt::LeftButton, Qt::NoModifier, QPoint(8, 8));
+
+    QVERIFY(box->hasFocus());
+    QCOMPARE(Picture(*machine.prompt), before);
 }
 
 void UpdateDialogTest::theKeyboardScrollsTheReleaseNotes()

@@ -1,0 +1,157 @@
+#include "config/global.h"
+#include "tests/support/testhome.h"
+#include "tests/ui/dialogs.h"
+#include "ui/netdialog.h"
+#include "ui/updatedialog.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QDir>
+#include <QImageReader>
+#include <QLabel>
+#include <QPainter>
+
+namespace
+{
+
+const QString kFolder = QStringLiteral(":/image/resourceimg/");
+
+/// The image of the icon that has that many pixels a side; a null one when there is none.
+QImage InIcon(int side)
+{
+    QImageReader reader(kFolder + QStringLiteral("logo.ico"));
+    for (int i = 0; i < reader.imageCount(); ++i) {
+        reader.jumpToImage(i);
+        const QImage image = reader.read();
+        if (image.width() == side)
+            return image;
+    }
+    return QImage();
+}
+
+/// The image as it is drawn pixel by pixel on white.
+QImage OnWhite(QImage image)
+{
+    image.setDevicePixelRatio(1); // 2 when its file is a copy of double size
+    QImage seen(image.size(), QImage::Format_RGB32);
+    seen.fill(Qt::white);
+    QPainter(&seen).drawImage(0, 0, image);
+    return seen;
+}
+
+/// Where the two differ first, in words; empty when they do not.
+QString Difference(const QImage &seen, const QImage &wanted)
+{
+    if (seen.size() != wanted.size())
+        return QStringLiteral("%1 pixels wide, wanted %2").arg(seen.width()).arg(wanted.width());
+    for (int y = 0; y < wanted.height(); ++y)
+        for (int x = 0; x < wanted.width(); ++x)
+            if (!IsNear(seen.pixelColor(x, y), wanted.pixelColor(x, y)))
+                return QStringLiteral("(%1, %2) is %3, wanted %4")
+                    .arg(x)
+                    .arg(y)
+                    .arg(seen.pixelColor(x, y).name(), wanted.pixelColor(x, y).name());
+    return QString();
+}
+
+} // namespace
+
+/// Run once for each scale of the screen.
+class ImagesTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void haveACopyOfDoubleSize_data();
+    void haveACopyOfDoubleSize();
+    void theLogoIsDrawnFromAnImageOfItsSize();
+    void theTickIsDrawnPixelByPixel();
+    void thePanelIsDrawnPixelByPixel();
+
+private:
+    /// True when the pictures need not be scaled: their copies are of double size.
+    static bool ScaleIsWhole() { return qApp->devicePixelRatio() == int(qApp->devicePixelRatio()); }
+
+    /// The picture of that name for this scale, which is whole.
+    static QImage Wanted(const QString &name)
+    {
+        const char *copy = qApp->devicePixelRatio() > 1 ? "@2x" : "";
+        return QImage(kFolder + name + QLatin1String(copy) + QStringLiteral(".png"));
+    }
+};
+
+void ImagesTest::initTestCase()
+{
+    Q_INIT_RESOURCE(resources);
+}
+
+void ImagesTest::haveACopyOfDoubleSize_data()
+{
+    QTest::addColumn<QString>("name");
+    for (const char *name : {"cancle", "check", "logo"})
+        QTest::newRow(name) << QString::fromLatin1(name);
+}
+
+void ImagesTest::haveACopyOfDoubleSize()
+{
+    QFETCH(QString, name);
+    const QImage picture(kFolder + name + QStringLiteral(".png"));
+    QVERIFY(!picture.isNull());
+    QCOMPARE(QImage(kFolder + name + QStringLiteral("@2x.png")).size(), 2 * picture.size());
+    const QStringList pictures = QDir(kFolder).entryList({QStringLiteral("*.png")});
+    QCOMPARE(pictures.size(), 6);
+}
+
+void ImagesTest::theLogoIsDrawnFromAnImageOfItsSize()
+{
+    UpdateDialog prompt;
+    const QImage wanted = InIcon(qRound(48 * qApp->devicePixelRatio()));
+    QVERIFY(!wanted.isNull());
+
+    const QString difference =
+        Difference(Picture(*Child<QLabel>(prompt, "labIco")), OnWhite(wanted));
+    QVERIFY2(difference.isEmpty(), qPrintable(difference));
+}
+
+void ImagesTest::theTickIsDrawnPixelByPixel()
+{
+    if (!ScaleIsWhole())
+        QSKIP("drawn from the larger picture");
+    UpdateDialog prompt;
+    auto *box = Child<QCheckBox>(prompt, "checkRemid");
+    box->setChecked(true);
+    const QImage wanted = Wanted(QStringLiteral("check"));
+
+    const QImage seen = Picture(*box).copy(QRect(QPoint(), wanted.size()));
+    const QString difference = Difference(seen, OnWhite(wanted));
+    QVERIFY2(difference.isEmpty(), qPrintable(difference));
+}
+
+void ImagesTest::thePanelIsDrawnPixelByPixel()
+{
+    if (!ScaleIsWhole())
+        QSKIP("drawn from the larger picture");
+    QWidget backdrop;
+    backdrop.setStyleSheet(QStringLiteral("background-color:white;"));
+    auto *panel = new NetDialog;
+    panel->setParent(&backdrop, Qt::Widget);
+    for (QWidget *child : panel->findChildren<QWidget *>())
+        child->hide();
+    backdrop.resize(panel->size());
+    backdrop.show();
+
+    const QString difference =
+        Difference(Picture(*panel), OnWhite(Wanted(QStringLiteral("cancle"))));
+    QVERIFY2(difference.isEmpty(), qPrintable(difference));
+}
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QApplication application(argc, argv);
+    ImagesTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_images.moc"
