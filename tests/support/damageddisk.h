@@ -5,44 +5,50 @@
 #include <QtCore/private/qabstractfileengine_p.h>
 #include <QtCore/private/qfsfileengine_p.h>
 #include <algorithm>
+#include <limits>
 #include <utility>
 
-/// While it lives, one file can be read up to a certain byte only, as on a damaged disk.
+/// While it lives, some bytes of one file cannot be read, as on a damaged disk.
 class DamagedDisk : public QAbstractFileEngineHandler
 {
 public:
-    /// The file at @p path fails from byte number @p soundBytes on.
-    DamagedDisk(QString path, qint64 soundBytes) : m_path(std::move(path)), m_soundBytes(soundBytes)
+    /// Of the file at @p path, byte number @p begin and all up to @p end, without it, are lost.
+    explicit DamagedDisk(QString path, qint64 begin,
+                         qint64 end = std::numeric_limits<qint64>::max())
+        : m_path(std::move(path)), m_begin(begin), m_end(end)
     {
     }
 
     QAbstractFileEngine *create(const QString &fileName) const override
     {
-        return fileName == m_path ? new Engine(fileName, m_soundBytes) : nullptr;
+        return fileName == m_path ? new Engine(fileName, m_begin, m_end) : nullptr;
     }
 
 private:
     class Engine : public QFSFileEngine
     {
     public:
-        Engine(const QString &path, qint64 soundBytes)
-            : QFSFileEngine(path), m_soundBytes(soundBytes)
+        Engine(const QString &path, qint64 begin, qint64 end)
+            : QFSFileEngine(path), m_begin(begin), m_end(end)
         {
         }
 
         qint64 read(char *data, qint64 size) override
         {
-            const qint64 left = m_soundBytes - pos();
-            if (left > 0)
-                return QFSFileEngine::read(data, std::min(size, left));
+            if (pos() >= m_end)
+                return QFSFileEngine::read(data, size);
+            if (pos() < m_begin)
+                return QFSFileEngine::read(data, std::min(size, m_begin - pos()));
             setError(QFileDevice::ReadError, QStringLiteral("Input/output error"));
             return -1;
         }
 
     private:
-        qint64 m_soundBytes;
+        qint64 m_begin;
+        qint64 m_end;
     };
 
     QString m_path;
-    qint64 m_soundBytes;
+    qint64 m_begin;
+    qint64 m_end;
 };
