@@ -74,8 +74,9 @@ public:
     int ParseServiceReply(const QByteArray &body);
 
     /**
-     * The MD5 digest (RFC 1321) of the whole file as 32 lower-case hexadecimal digits, or an empty
-     * string when the file cannot be opened. Reads the file into memory at once.
+     * The MD5 digest (RFC 1321) of the whole file as 32 lower-case hexadecimal digits. An empty
+     * string when the file cannot be opened; the digest of something else when it cannot be read
+     * to its end. Reads small pieces: the file may have any size.
      */
     QString FileMd5(const QString &path) const;
     ///@}

@@ -2,13 +2,16 @@
 #include "config/paths.h"
 #include "install/windowsnames.h"
 #include "install/zipdirectory.h"
+#include "install/zipunpacker.h"
 
+#include <QByteArray>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
 #include <QProcess>
+#include <QVector>
 #include <QtGui/private/qzipreader_p.h>
 
 #include <algorithm>
@@ -19,54 +22,58 @@ namespace
 
 const QLatin1String kZipSuffix(".zip");
 
-/// One package being unpacked: the framework's reader, and a second look at what it would trust.
+/// What two entries with one name have in common: the name in the local encoding, which is what
+/// Qt's reader takes it for. Plain names need no copy.
+QByteArray NameKey(const QByteArray &rawName)
+{
+    const bool isAscii = std::all_of(rawName.cbegin(), rawName.cend(),
+                                     [](char character) { return uchar(character) < 0x80; });
+    return isAscii ? rawName : QString::fromLocal8Bit(rawName).toUtf8();
+}
+
+/// One package being unpacked: the entries as Qt's reader lists them, and their data.
 class PackageArchive
 {
 public:
-    explicit PackageArchive(const QString &path) : m_reader(path), m_file(path)
+    explicit PackageArchive(const QString &path) : m_reader(path), m_file(path), m_unpacker(m_file)
     {
-        m_entries = m_reader.fileInfoList();
         if (m_file.open(QIODevice::ReadOnly))
             m_directory = ReadZipDirectory(m_file);
+        m_firstOfName.reserve(m_directory.size());
         for (int index = m_directory.size() - 1; index >= 0; --index)
-            m_firstOfName.insert(ReaderName(index), index);
+            m_firstOfName.insert(NameKey(m_directory.at(index).rawName), index);
     }
 
-    const QVector<QZipReader::FileInfo> &Entries() const { return m_entries; }
+    int Count() const { return m_reader.count(); }
 
-    /// Archives made without file modes tell a folder by the slash at the end of its name only.
-    bool IsFolder(int index) const
+    QZipReader::FileInfo Entry(int index) const
     {
-        return m_entries.at(index).isDir ||
-               (index < m_directory.size() && m_directory.at(index).rawName.endsWith('/'));
+        QZipReader::FileInfo entry = m_reader.entryInfoAt(index);
+        // Archives made without file modes tell a folder by the slash at the end of its name only.
+        if (index < m_directory.size() && m_directory.at(index).rawName.endsWith('/'))
+            entry.isDir = true;
+        return entry;
     }
 
-    /// The data of entry @p index into @p data. False when it cannot be had.
-    bool Read(int index, QByteArray &data)
+    /// Finds the data of entry @p index. False when the headers tell that it cannot be had.
+    bool Find(int index)
     {
-        if (m_directory.size() != m_entries.size())
+        if (m_directory.size() != Count())
             return false;
         const ZipEntry &entry = m_directory.at(index);
-        const QString name = ReaderName(index);
-        // Of two entries with one name the reader always hands out the first one's data.
-        if (m_firstOfName.value(name) != index || !ZipDataIsSound(m_file, entry))
-            return false;
-        data = m_reader.fileData(name);
-        return data.size() == qint64(entry.size);
+        // Of two entries with one name, programs disagree which one counts: the first is taken.
+        return m_firstOfName.value(NameKey(entry.rawName)) == index && m_unpacker.Find(entry);
     }
+
+    /// Unpacks what Find() has found, as ZipUnpacker::Unpack() does.
+    bool Unpack(const ZipUnpacker::Sink &sink) { return m_unpacker.Unpack(sink); }
 
 private:
-    /// The name that the reader finds data by: in the local encoding, whatever the archive says.
-    QString ReaderName(int index) const
-    {
-        return QString::fromLocal8Bit(m_directory.at(index).rawName);
-    }
-
     QZipReader m_reader;
     QFile m_file;
-    QVector<QZipReader::FileInfo> m_entries;
+    ZipUnpacker m_unpacker;
     QVector<ZipEntry> m_directory;
-    QHash<QString, int> m_firstOfName;
+    QHash<QByteArray, int> m_firstOfName;
 };
 
 void LogUnzipFailure(const QString &target, QFileDevice::FileError error)
@@ -74,16 +81,24 @@ void LogUnzipFailure(const QString &target, QFileDevice::FileError error)
     qDebug() << "unzip " << target << " failed:" << int(error);
 }
 
-bool WriteFileEntry(const QString &target, const QByteArray &data)
+/// Unpacks the entry that @p archive has found.
+bool WriteFileEntry(const QString &target, PackageArchive &archive)
 {
+    // The pieces are large: a buffer of the file's own would only be one more copy.
     QFile file(target);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
         LogUnzipFailure(target, file.error());
         return false;
     }
-    file.write(data);
+    // A write that fails, as on a full disk, goes unnoticed; but nothing may follow the gap.
+    bool isWhole = true;
+    const bool isSound = archive.Unpack([&file, &isWhole](const char *data, qint64 size) {
+        isWhole = isWhole && file.write(data, size) == size;
+    });
     file.close();
-    return true;
+    if (!isSound)
+        LogUnzipFailure(target, QFileDevice::OpenError);
+    return isSound;
 }
 
 /// False for a name that leads out of the folder, or that Windows takes for something else.
@@ -97,39 +112,45 @@ bool IsHarmlessEntryName(const QString &path)
            });
 }
 
+/// An archive must not be read while it is written over.
+bool IsSameFile(const QFileInfo &target, const QFileInfo &package)
+{
+    // Comparing looks at every folder of the path; but hardly any target exists yet.
+    return target.exists() && target == package;
+}
+
 /// Unpacks every entry of @p packageFile below @p folder, which ends with a slash.
 bool UnpackEntries(const QString &packageFile, const QString &folder)
 {
+    const QFileInfo package(packageFile);
     PackageArchive archive(packageFile);
-    for (int index = 0; index < archive.Entries().size(); ++index) {
-        const QZipReader::FileInfo &entry = archive.Entries().at(index);
+    for (int index = 0; index < archive.Count(); ++index) {
+        const QZipReader::FileInfo entry = archive.Entry(index);
         const QString target = folder + entry.filePath;
         if (entry.isSymLink)
             continue;
-        // An archive is not read while it is written over.
-        if (!IsHarmlessEntryName(entry.filePath) || QFileInfo(target) == QFileInfo(packageFile)) {
+        if (!IsHarmlessEntryName(entry.filePath) || IsSameFile(QFileInfo(target), package)) {
             LogUnzipFailure(target, QFileDevice::OpenError);
             return false;
         }
-        if (archive.IsFolder(index)) {
+        if (entry.isDir) {
             if (!QDir(target).exists())
                 QDir().mkpath(target);
             continue;
         }
-        QByteArray data;
-        if (!archive.Read(index, data)) {
+        if (!archive.Find(index)) {
             LogUnzipFailure(target, QFileDevice::OpenError);
             return false;
         }
-        if (!WriteFileEntry(target, data))
+        if (!WriteFileEntry(target, archive))
             return false;
     }
     qInfo() << packageFile << " successfully decompressed";
     return true;
 }
 
-/// The same, where a machine with too little memory for an entry is met like a damaged entry. Qt
-/// reports that by an exception, which would end the process with the client stopped.
+/// The same, where a list of entries that is too long for the memory is met like a damaged entry.
+/// Qt reports that by an exception, which would end the process with the client stopped.
 bool Unpack(const QString &packageFile, const QString &folder)
 {
     try {

@@ -4,8 +4,6 @@
 #include <QtEndian>
 
 #include <algorithm>
-#include <limits>
-#include <zlib.h>
 
 namespace
 {
@@ -19,12 +17,6 @@ constexpr int kCentralHeaderSize = 46;
 constexpr int kEndOfDirectorySize = 22;
 constexpr int kEntriesOffset = 8; // in the end-of-directory record
 constexpr int kMaxCommentSize = 65535;
-
-constexpr quint16 kEncryptedFlag = 0x0001;
-constexpr quint16 kStored = 0;
-constexpr quint16 kDeflated = 8;
-
-constexpr qint64 kPieceSize = 64LL * 1024;
 
 quint16 Word(const QByteArray &record, int offset)
 {
@@ -56,6 +48,7 @@ bool ReadEntry(QIODevice &archive, ZipEntry &entry)
     const QByteArray header = archive.read(kCentralHeaderSize);
     if (header.size() < kCentralHeaderSize || DoubleWord(header, 0) != kCentralHeaderSignature)
         return false;
+    entry.versionNeeded = Word(header, 6);
     entry.flags = Word(header, 8);
     entry.method = Word(header, 10);
     entry.crc32 = DoubleWord(header, 16);
@@ -69,79 +62,6 @@ bool ReadEntry(QIODevice &archive, ZipEntry &entry)
     return entry.rawName.size() == nameSize && archive.read(restSize).size() == restSize;
 }
 
-/// Sums up unpacked data and compares it with what the header declares.
-class Tally
-{
-public:
-    explicit Tally(const ZipEntry &declared) : m_declared(declared) {}
-
-    /// False once there is more data than declared.
-    bool Add(const QByteArray &piece, qint64 size)
-    {
-        m_size += size;
-        m_crc = ::crc32(m_crc, reinterpret_cast<const Bytef *>(piece.constData()), uInt(size));
-        return m_size <= m_declared.size;
-    }
-
-    bool Matches() const { return m_size == m_declared.size && m_crc == m_declared.crc32; }
-
-private:
-    const ZipEntry &m_declared;
-    qint64 m_size = 0;
-    uLong m_crc = ::crc32(0, nullptr, 0);
-};
-
-/// A raw deflate stream (RFC 1951) being unpacked piece by piece.
-class Inflater
-{
-public:
-    Inflater() { m_ready = inflateInit2(&m_stream, -MAX_WBITS) == Z_OK; }
-    ~Inflater()
-    {
-        if (m_ready)
-            inflateEnd(&m_stream);
-    }
-    Q_DISABLE_COPY(Inflater)
-
-    bool AtEnd() const { return m_result == Z_STREAM_END; }
-
-    /// Unpacks @p packed into @p tally. False when the data is damaged or more than declared.
-    bool Feed(QByteArray packed, Tally &tally)
-    {
-        m_stream.next_in = reinterpret_cast<Bytef *>(packed.data());
-        m_stream.avail_in = uInt(packed.size());
-        QByteArray piece(int(kPieceSize), Qt::Uninitialized);
-        do {
-            m_stream.next_out = reinterpret_cast<Bytef *>(piece.data());
-            m_stream.avail_out = uInt(piece.size());
-            m_result = m_ready ? inflate(&m_stream, Z_NO_FLUSH) : Z_MEM_ERROR;
-            if (m_result != Z_OK && m_result != Z_STREAM_END && m_result != Z_BUF_ERROR)
-                return false;
-            if (!tally.Add(piece, piece.size() - qint64(m_stream.avail_out)))
-                return false;
-        } while (m_stream.avail_out == 0 && !AtEnd());
-        return true;
-    }
-
-private:
-    z_stream m_stream = {};
-    int m_result = Z_OK;
-    bool m_ready = false;
-};
-
-/// Places the device at the entry's data. False when the local header is not there or disagrees.
-bool SeekToData(QIODevice &archive, const ZipEntry &entry)
-{
-    if (!archive.seek(entry.localHeaderOffset))
-        return false;
-    const QByteArray header = archive.read(kLocalHeaderSize);
-    if (header.size() < kLocalHeaderSize || DoubleWord(header, 0) != kLocalHeaderSignature ||
-        Word(header, 8) != entry.method)
-        return false;
-    const qint64 start = archive.pos() + Word(header, 26) + Word(header, 28);
-    return start + entry.packedSize <= archive.size() && archive.seek(start);
-}
-
 } // namespace
 
 QVector<ZipEntry> ReadZipDirectory(QIODevice &archive)
@@ -150,8 +70,10 @@ QVector<ZipEntry> ReadZipDirectory(QIODevice &archive)
     if (end.isEmpty() || !archive.seek(DoubleWord(end, 16)))
         return {};
 
+    const int count = Word(end, kEntriesOffset);
     QVector<ZipEntry> entries;
-    for (int left = Word(end, kEntriesOffset); left > 0; --left) {
+    entries.reserve(count);
+    for (int left = count; left > 0; --left) {
         ZipEntry entry;
         if (!ReadEntry(archive, entry))
             break;
@@ -169,34 +91,16 @@ bool ZipDirectoryIsWhole(QIODevice &archive)
     return next == end;
 }
 
-bool ZipDataIsSound(QIODevice &archive, const ZipEntry &entry)
+bool SeekToZipData(QIODevice &archive, const ZipEntry &entry)
 {
-    // Qt's zip reader keeps sizes and offsets in a signed 32-bit integer, and the data in one byte
-    // array, which needs some bytes for itself.
-    constexpr quint32 readerLimit = std::numeric_limits<qint32>::max();
-    constexpr quint32 dataLimit = readerLimit - 64;
-    if (entry.packedSize > dataLimit || entry.size > dataLimit ||
-        entry.localHeaderOffset > readerLimit)
+    if (!archive.seek(entry.localHeaderOffset))
         return false;
-    if ((entry.flags & kEncryptedFlag) != 0 ||
-        (entry.method != kStored && entry.method != kDeflated))
+    const QByteArray header = archive.read(kLocalHeaderSize);
+    if (header.size() < kLocalHeaderSize || DoubleWord(header, 0) != kLocalHeaderSignature ||
+        Word(header, 8) != entry.method)
         return false;
-    if (!SeekToData(archive, entry))
-        return false;
-
-    Tally tally(entry);
-    Inflater inflater;
-    for (qint64 left = entry.packedSize; left > 0;) {
-        const QByteArray packed = archive.read(std::min(left, kPieceSize));
-        if (packed.isEmpty() || inflater.AtEnd())
-            return false;
-        left -= packed.size();
-        const bool fits = entry.method == kStored ? tally.Add(packed, packed.size())
-                                                  : inflater.Feed(packed, tally);
-        if (!fits)
-            return false;
-    }
-    return tally.Matches() && (entry.method == kStored || inflater.AtEnd());
+    const qint64 start = archive.pos() + Word(header, 26) + Word(header, 28);
+    return start + entry.packedSize <= archive.size() && archive.seek(start);
 }
 
 bool StaysInFolder(const QString &path)

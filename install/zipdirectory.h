@@ -10,7 +10,8 @@
  * checked. Format: PKWARE's APPNOTE.TXT, 4.3.12. Sizes in bytes.
  */
 struct ZipEntry {
-    QByteArray rawName; ///< in the archive's own encoding
+    QByteArray rawName;        ///< in the archive's own encoding
+    quint16 versionNeeded = 0; ///< of the format, times ten
     quint16 flags = 0;
     quint16 method = 0;
     quint32 crc32 = 0;
@@ -23,9 +24,6 @@ struct ZipEntry {
  * The entries of a zip archive in the order of its central directory, or those up to the first one
  * that cannot be read. Empty for anything that is not a zip archive. @p archive must be open and
  * seekable.
- *
- * The framework's zip reader hands out data on the word of these headers alone, to the point of
- * reading past its buffers: ask ZipDataIsSound() before asking it.
  */
 QVector<ZipEntry> ReadZipDirectory(QIODevice &archive);
 
@@ -37,11 +35,10 @@ QVector<ZipEntry> ReadZipDirectory(QIODevice &archive);
 bool ZipDirectoryIsWhole(QIODevice &archive);
 
 /**
- * True when the data of @p entry is there, stored or deflated, not encrypted, and unpacks to
- * exactly the size and checksum that its header declares. Reads the entry's data once, in small
- * pieces.
+ * Places @p archive at the packed data of @p entry. False when there is no local header where the
+ * directory says, when it names another method, or when the archive ends before the data does.
  */
-bool ZipDataIsSound(QIODevice &archive, const ZipEntry &entry);
+bool SeekToZipData(QIODevice &archive, const ZipEntry &entry);
 
 /**
  * True when @p path, relative to a folder, stays inside it on every system: no ".." segment (nor

@@ -1,6 +1,7 @@
 #include "release/publish/zipcheck.h"
 
 #include "install/zipdirectory.h"
+#include "install/zipunpacker.h"
 
 #include <QFile>
 #include <QtGui/private/qzipreader_p.h>

@@ -1,5 +1,7 @@
 #include "config/global.h"
+#include "tests/support/damageddisk.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/peakmemory.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
@@ -13,10 +15,16 @@ private slots:
     void digestIsOfTheWholeFile_data();
     void digestIsOfTheWholeFile();
     void digestOfLargeFileIsRight();
+    void fileBeyond2GibNeedsNoMemory();
     void fileIsClosedAgain();
     void announcedDigestIsOnlyLogged();
     void fileThatCannotBeOpenedHasNoDigest_data();
     void fileThatCannotBeOpenedHasNoDigest();
+    void digestOfDamagedDiskFitsNothing_data();
+    void digestOfDamagedDiskFitsNothing();
+#ifdef Q_OS_LINUX
+    void digestOfUnreadableFileFitsNothing_posix();
+#endif
 };
 
 namespace
@@ -25,6 +33,20 @@ namespace
 QString Digest(const QString &path)
 {
     return Global::instance.FileMd5(path);
+}
+
+const QString kDigestOfNothing = QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
+
+/// The digest of a file that cannot be read to its end, which is logged.
+QString DigestOfUnreadable(const QString &path)
+{
+    const LogCapture log;
+    const QString digest = Digest(path);
+    const QStringList expected = {QStringLiteral("[DEBUG] \"%1\"  read failed: 1").arg(path),
+                                  QStringLiteral("[INFO] org: \"\"  checkmd5: \"%1\"").arg(digest)};
+    if (log.Messages() != expected)
+        qFatal("logged was: %s", qPrintable(log.Messages().join(QLatin1Char('\n'))));
+    return digest;
 }
 
 } // namespace
@@ -77,6 +99,23 @@ void tst_PackageHash::digestOfLargeFileIsRight()
     QCOMPARE(Digest(path), QStringLiteral("7707d6ae4e027c70eea2a935c2296f21"));
 }
 
+// A file with holes where the system has such: it takes no space on the disk.
+void tst_PackageHash::fileBeyond2GibNeedsNoMemory()
+{
+    const TestHome home;
+    const QString path = home.Scratch() + QStringLiteral("/package.zip");
+    WriteFile(path, "beginning");
+    QVERIFY(QFile::resize(path, (2LL << 30) + 5));
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::Append));
+    QCOMPARE(file.write("end"), 3);
+    file.close();
+
+    const PeakMemory memory;
+    QCOMPARE(Digest(path), QStringLiteral("e5577eceeb8730955af59ea446486f53"));
+    QVERIFY2(memory.GrownBy() <= 1024LL * 1024, qPrintable(QString::number(memory.GrownBy())));
+}
+
 void tst_PackageHash::fileIsClosedAgain()
 {
     const TestHome home;
@@ -126,6 +165,45 @@ void tst_PackageHash::fileThatCannotBeOpenedHasNoDigest()
     QCOMPARE(log.Messages(),
              QStringList(QStringLiteral("[DEBUG] \"%1\"  open failed: 5").arg(path)));
 }
+
+void tst_PackageHash::digestOfDamagedDiskFitsNothing_data()
+{
+    QTest::addColumn<int>("soundBytes");
+    QTest::newRow("first byte") << 0;
+    QTest::newRow("middle") << 100000;
+    QTest::newRow("between two pieces") << 128 * 1024;
+    QTest::newRow("last byte") << 199999;
+}
+
+void tst_PackageHash::digestOfDamagedDiskFitsNothing()
+{
+    QFETCH(int, soundBytes);
+    const TestHome home;
+    const QString path = home.Scratch() + QStringLiteral("/package.zip");
+    const QByteArray content(200000, 'a');
+    WriteFile(path, content.left(soundBytes));
+    const QString digestOfSoundPart = Digest(path);
+    WriteFile(path, content);
+    const QString digestOfAll = Digest(path);
+
+    const DamagedDisk disk(path, soundBytes);
+    const QString digest = DigestOfUnreadable(path);
+    QVERIFY(digest != digestOfAll);
+    QVERIFY(digest != digestOfSoundPart);
+    // An answer of the service may announce no digest at all.
+    QCOMPARE(digest.size(), kDigestOfNothing.size());
+}
+
+#ifdef Q_OS_LINUX
+void tst_PackageHash::digestOfUnreadableFileFitsNothing_posix()
+{
+    const TestHome home;
+    // Nothing lies at the beginning of a process's memory.
+    const QString digest = DigestOfUnreadable(QStringLiteral("/proc/self/mem"));
+    QVERIFY(digest != kDigestOfNothing);
+    QCOMPARE(digest.size(), kDigestOfNothing.size());
+}
+#endif
 
 QTEST_GUILESS_MAIN(tst_PackageHash)
 #include "tst_packagehash.moc"
