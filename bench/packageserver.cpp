@@ -1,5 +1,7 @@
 #include "bench/packageserver.h"
 
+#include "config/global.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
@@ -10,23 +12,25 @@
 namespace
 {
 
+constexpr int kInstalled = 1;
 constexpr int kNeitherStartedNorInstalled = 2;
 constexpr int kMebibyte = 1024 * 1024;
 constexpr double kMillisecondsInSecond = 1000;
 
 QString PackageName(int mebibytes)
 {
-    return QString::number(mebibytes);
+    return QStringLiteral("%1.zip").arg(mebibytes);
 }
 
 } // namespace
 
 PackageServer::PackageServer(int argc, char *argv[])
 {
-    if (argc != 3)
-        qFatal("usage: %s PORT FOLDER", argv[0]);
+    if (argc != 4)
+        qFatal("usage: %s PORT FOLDER PACKAGES", argv[0]);
     m_port = QString::fromLocal8Bit(argv[1]);
     m_folder = QString::fromLocal8Bit(argv[2]);
+    m_packages = QString::fromLocal8Bit(argv[3]);
 }
 
 QString PackageServer::PackagesUrl() const
@@ -69,16 +73,33 @@ double PackageServer::RequestStartMs(int index) const
 void PackageServer::StartDownload(UpdaterRun &run, int mebibytes,
                                   const std::function<void()> &beforeTheOffer) const
 {
+    Start(run, mebibytes, {{QStringLiteral("updateType"), kNeitherStartedNorInstalled}},
+          beforeTheOffer);
+}
+
+void PackageServer::StartUpdate(UpdaterRun &run, int mebibytes) const
+{
+    const QString package = m_packages + QLatin1Char('/') + PackageName(mebibytes);
+    Start(run, mebibytes,
+          {{QStringLiteral("updateType"), kInstalled},
+           {QStringLiteral("md5"), Global::instance.FileMd5(package)}},
+          [] {});
+}
+
+void PackageServer::Start(UpdaterRun &run, int mebibytes, const QJsonObject &changes,
+                          const std::function<void()> &beforeTheOffer) const
+{
     run.Configure({{QStringLiteral("updatePackageUrl"), PackagesUrl()}});
     const QString check = QStringLiteral("/check");
-    const QByteArray answer =
-        UpdaterRun::CheckAnswer({{QStringLiteral("id"), PackageName(mebibytes)},
-                                 {QStringLiteral("update"), QStringLiteral("1")},
-                                 {QStringLiteral("latestVersion"), QStringLiteral("2.1.3")},
-                                 {QStringLiteral("latestVersionUrl"), Url(mebibytes)},
-                                 {QStringLiteral("packageSize"), mebibytes * kMebibyte},
-                                 {QStringLiteral("updateType"), kNeitherStartedNorInstalled}});
-    run.server.Script(check, QJsonObject{{QStringLiteral("body"), QString::fromUtf8(answer)},
+    QJsonObject offer{{QStringLiteral("id"), PackageName(mebibytes)},
+                      {QStringLiteral("update"), QStringLiteral("1")},
+                      {QStringLiteral("latestVersion"), QStringLiteral("2.1.3")},
+                      {QStringLiteral("latestVersionUrl"), Url(mebibytes)},
+                      {QStringLiteral("packageSize"), mebibytes * kMebibyte}};
+    for (auto change = changes.begin(); change != changes.end(); ++change)
+        offer.insert(change.key(), change.value());
+    run.server.Script(check, QJsonObject{{QStringLiteral("body"),
+                                          QString::fromUtf8(UpdaterRun::CheckAnswer(offer))},
                                          {QStringLiteral("hold"), QStringLiteral("before")}});
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(TRUST_LIBRARY));

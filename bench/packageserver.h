@@ -8,12 +8,13 @@
 
 /**
  * The package server that scripts/bench runs: nginx with the production files, a certificate of its
- * own, and packages that are called after their size in MiB. GUI thread.
+ * own, and zip packages that are called after their size in MiB. GUI thread.
  */
 class PackageServer
 {
 public:
-    /// From the command line: the port, and the working folder of scripts/serve.
+    /// From the command line: the port, the working folder of scripts/serve, and the folder that
+    /// the packages lie in.
     PackageServer(int argc, char *argv[]);
 
     /// The address of the package of @p mebibytes.
@@ -39,13 +40,19 @@ public:
     void StartDownload(
         UpdaterRun &run, int mebibytes, const std::function<void()> &beforeTheOffer = [] {}) const;
 
+    /// Starts the updater in the same way, but offers the package to be installed.
+    void StartUpdate(UpdaterRun &run, int mebibytes) const;
+
     /// Where that package comes to lie; its folder is made.
     static QString Target(const UpdaterRun &run, int mebibytes);
 
 private:
+    void Start(UpdaterRun &run, int mebibytes, const QJsonObject &changes,
+               const std::function<void()> &beforeTheOffer) const;
     QString PackagesUrl() const;
     QList<QByteArray> Log() const;
 
     QString m_port;
     QString m_folder;
+    QString m_packages;
 };

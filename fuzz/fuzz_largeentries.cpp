@@ -33,10 +33,7 @@ constexpr qint64 kMaxSize = std::numeric_limits<qint32>::max();
 /// Of all entries of an archive, so that the disk is not filled.
 constexpr qint64 kMaxTotal = kMaxSize + 64LL * kPieceSize;
 
-/// Up to here there must be memory for an entry.
-constexpr qint64 kMaxExpectedSize = 1LL << 30;
-
-// Where memory, 32-bit numbers or Qt's containers end.
+// Where 32-bit numbers or Qt's containers end.
 constexpr std::array<qint64, 8> kRareSizes{kMaxSize,      kMaxSize - 1,    kMaxSize - 24,
                                            kMaxSize - 31, kMaxSize - 32,   (1LL << 30) + 1,
                                            1LL << 30,     (1LL << 30) - 32};
@@ -262,7 +259,7 @@ uLong CrcOfFile(const QString &path)
     return crc;
 }
 
-/// The first one: Qt's reader hands out its data for every later entry of the name. -1 without any.
+/// The first one: a second one of its name ends the installation. -1 without any.
 int IndexOf(const QVector<Entry> &entries, const QString &name)
 {
     const auto *const entry =
@@ -272,7 +269,14 @@ int IndexOf(const QVector<Entry> &entries, const QString &name)
     return entry == entries.cend() ? -1 : int(entry - entries.cbegin());
 }
 
-void RequireDeclaredFiles(const QStringList &before, const QVector<Entry> &entries)
+/// Whether the unpacking ended at the entry for @p path.
+bool EndedAt(const CleanLog &log, const QString &path)
+{
+    return log.Has(QStringLiteral("unzip  \"%1\"").arg(path));
+}
+
+void RequireDeclaredFiles(const QStringList &before, const QVector<Entry> &entries,
+                          const CleanLog &log)
 {
     const QString folder = PackageFolder::Path() + QLatin1Char('/');
     for (const QString &path : Files()) {
@@ -282,14 +286,18 @@ void RequireDeclaredFiles(const QStringList &before, const QVector<Entry> &entri
         const int index = IndexOf(entries, path.mid(folder.size()));
         Require(index >= 0, "each file is one that the package declares", path);
         const Entry &entry = entries.at(index);
-        Require(entry.TellsTheTruth(), "an entry that lies is not unpacked", path);
+        Require(QFileInfo(path).size() <= qint64(entry.declaredSize),
+                "no more of an entry is unpacked than it declares", path);
+        if (EndedAt(log, path))
+            continue;
+        Require(entry.TellsTheTruth(), "the installation ends at an entry that lies", path);
         Require(QFileInfo(path).size() == entry.size && CrcOfFile(path) == entry.crc,
                 "each file is as its entry declares it", path);
     }
 }
 
 /// Every entry up to the first one that may fail must be there.
-void RequireHonestFiles(const QString &package, const QVector<Entry> &entries)
+void RequireHonestFiles(const QString &package, const QVector<Entry> &entries, const CleanLog &log)
 {
     // Qt's reader finds nothing whose offset has more than 31 bits.
     if (QFileInfo(package).size() > kMaxSize)
@@ -297,10 +305,14 @@ void RequireHonestFiles(const QString &package, const QVector<Entry> &entries)
     for (int index = 0; index < entries.size(); ++index) {
         const Entry &entry = entries.at(index);
         const QString name = QString::fromLatin1(entry.name);
-        if (entry.lie >= WrongSize || entry.size > kMaxExpectedSize ||
-            IndexOf(entries, name) != index)
+        if (entry.lie >= WrongSize || IndexOf(entries, name) != index)
             return;
-        Require(QFile::exists(PackageFolder::Path() + QLatin1Char('/') + name),
+        const QString path = PackageFolder::Path() + QLatin1Char('/') + name;
+        // A second entry of its name may have ended the installation.
+        const bool isOnlyOne =
+            std::count_if(entries.cbegin(), entries.cend(),
+                          [&](const Entry &other) { return other.name == entry.name; }) == 1;
+        Require(QFile::exists(path) && !(isOnlyOne && EndedAt(log, path)),
                 "an honest entry is unpacked", name);
     }
 }
@@ -322,7 +334,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // Without the client's data folder it ends right after the unpacking, before any command runs.
     Require(Global::instance.InstallPackage(package) == Global::Failure,
             "nothing is installed without the client's data folder");
-    RequireDeclaredFiles(before, entries);
-    RequireHonestFiles(package, entries);
+    RequireDeclaredFiles(before, entries, log);
+    RequireHonestFiles(package, entries, log);
     return 0;
 }

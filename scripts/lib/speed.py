@@ -21,7 +21,7 @@ HEAD = ["Figure", "Ours", "Compared with", "Ratio", "Bound"]
 
 CHARTS = {
     "download": ("Download over TLS", "size of the package in MiB", "ms"),
-    "memory": ("Most memory before the digest", "size of the package in MiB", "MiB"),
+    "memory": ("Most memory of a whole update", "size of the package in MiB", "MiB"),
     "extraction": ("Extraction of small files", "entries", "ms"),
 }
 
