@@ -112,7 +112,7 @@ inline QString NoFocusOfItsOwn()
 /// Lies around the widget, so that what the widget shows stays as it is.
 inline QString FocusFrame()
 {
-    return QStringLiteral("QFocusFrame{border:1px dotted rgba(32,49,82,1);}");
+    return QStringLiteral("QFocusFrame{border:1px solid rgba(66,133,246,1);border-radius:4px;}");
 }
 
 inline QString Percentage()
