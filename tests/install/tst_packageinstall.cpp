@@ -147,6 +147,7 @@ qint64 DeclaredSize(QByteArray archive, int index)
     return qint64(ReadZipDirectory(buffer).value(index).size);
 }
 
+#ifdef Q_OS_LINUX
 /// An archive whose list of entries has at least @p size bytes.
 QByteArray ZipWithListOf(int size)
 {
@@ -160,6 +161,7 @@ QByteArray ZipWithListOf(int size)
     const int end = archive.indexOf("PK\x05\x06");
     return archive.left(list) + archive.mid(list, end - list).repeated(count) + archive.mid(end);
 }
+#endif
 
 /// While it lives, the second write to a file fails, and no other.
 class OneFailedWrite : public QAbstractFileEngineHandler
