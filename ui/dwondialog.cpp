@@ -44,7 +44,7 @@ DwonDialog::DwonDialog(QWidget *parent)
     ui->labVersion->setStyleSheet(Sheets::Version());
     ui->labInstall->setStyleSheet(Sheets::Percentage());
     ui->progressBar->setStyleSheet(Sheets::ProgressBar());
-    ui->cancleBtn->setStyleSheet(Sheets::SecondaryButton());
+    ui->cancleBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
     ui->dockWidget->setStyleSheet(Sheets::ConfirmationHolder());
 
     ui->dockWidget->setFixedSize(199, 114);
@@ -99,7 +99,7 @@ void DwonDialog::UpdateProgressBar(qint64 bytesRead, qint64 totalBytes)
 void DwonDialog::UpdateErrorState(QString text)
 {
     ui->cancleBtn->setText(Global::instance.IsEnglish() ? QString(kRetryEnglish) : RetryChinese());
-    ui->cancleBtn->setStyleSheet(Sheets::PrimaryButton());
+    ui->cancleBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::PrimaryButton());
     ui->labInstall->setText(text);
     ui->labInstall->setStyleSheet(Sheets::ErrorText());
     ui->progressBar->setStyleSheet(Sheets::FailedProgressBar());
@@ -125,7 +125,7 @@ void DwonDialog::RetryDownload()
 void DwonDialog::ResetToNormalState()
 {
     const bool english = Global::instance.IsEnglish();
-    ui->cancleBtn->setStyleSheet(Sheets::SecondaryButton());
+    ui->cancleBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
     ui->labInstall->setText(english ? QStringLiteral("installing......0%")
                                     : QStringLiteral("正在安装中......0%"));
     ui->cancleBtn->setText(english ? QString(kCancelEnglish) : CancelChinese());

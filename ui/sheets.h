@@ -166,9 +166,9 @@ inline QString ConfirmationQuestion()
 inline QString ConfirmationButton()
 {
     return QStringLiteral(
-        "QPushButton{width:28px;height:20px;border:none;font-size:14px;font-weight:400;"
+        "QPushButton{width:28px;height:20px;border:none;outline:none;font-size:14px;font-weight:"
+        "400;"
         "color:rgba(32,49,82,0.5);line-height:20px;background-color:rgb(255, 255, 255);}"
-        "QPushButton:focus{text-decoration:underline;}"
         "QPushButton:hover{color:rgba(66,133,246,1);}"
         "QPushButton:pressed{color:rgba(52,108,197,1);}");
 }

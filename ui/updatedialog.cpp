@@ -10,9 +10,8 @@
 #include "ui/versionline.h"
 #include "ui_updatedialog.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QDebug>
-#include <QFocusFrame>
 #include <QPointer>
 #include <QScrollBar>
 
@@ -26,7 +25,7 @@ const QLatin1String kQuitWhenClosed("2");
 
 UpdateDialog::UpdateDialog(QWidget *parent)
     : QDialog(parent), ui(std::make_unique<Ui::UpdateDialog>()),
-      dwonDialog(std::make_unique<DwonDialog>()), focusFrame(new QFocusFrame(this))
+      dwonDialog(std::make_unique<DwonDialog>())
 {
     ui->setupUi(this);
     SetUpWindow(this, ui->labIco);
@@ -38,8 +37,6 @@ UpdateDialog::UpdateDialog(QWidget *parent)
     ui->updateText->setStyleSheet(Sheets::ReleaseNotes());
     ui->updateText->verticalScrollBar()->setStyleSheet(Sheets::ReleaseNotesScrollBar());
 
-    focusFrame->setStyleSheet(Sheets::FocusFrame());
-    connect(qApp, &QApplication::focusChanged, this, &UpdateDialog::FrameFocus);
     connect(ui->laterBtn, &QPushButton::clicked, this, &UpdateDialog::LaterUpdate);
     connect(ui->immedBtn, &QPushButton::clicked, this, &UpdateDialog::ImmediatelyUpdate);
     connect(dwonDialog.get(), &DwonDialog::GetPackAgain, this, &UpdateDialog::getPack);
@@ -117,14 +114,6 @@ void UpdateDialog::ShowReleaseNotes()
     delete former.data(); // null when it was the form's, which the text edit deletes itself
     ui->updateText->setReadOnly(true);
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
-}
-
-void UpdateDialog::FrameFocus(QWidget *, QWidget *now)
-{
-    // As on Windows: those who never press Tab see no frame.
-    const bool framed = now != nullptr && now != this && isAncestorOf(now) &&
-                        testAttribute(Qt::WA_KeyboardFocusChange);
-    focusFrame->setWidget(framed ? now : nullptr);
 }
 
 void UpdateDialog::TakeNoMoreInput()

@@ -5,7 +5,6 @@
 #include <memory>
 
 class DwonDialog;
-class QFocusFrame;
 
 namespace Ui
 {
@@ -59,14 +58,10 @@ private:
     void SetChineseTexts(bool optional);
     void ShowReleaseNotes();
 
-    /// Frames the widget that has got the focus, once the user moves it with the keyboard.
-    void FrameFocus(QWidget *former, QWidget *now);
-
     /// The user has answered: what was clicked and typed while the answer blocks does nothing. The
     /// slots may be called again.
     void TakeNoMoreInput();
 
     std::unique_ptr<Ui::UpdateDialog> ui;
     std::unique_ptr<DwonDialog> dwonDialog;
-    QFocusFrame *focusFrame;
 };

@@ -7,6 +7,7 @@
 #include "ui/netdialog.h"
 
 #include <QDockWidget>
+#include <QFocusFrame>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
@@ -96,6 +97,7 @@ private slots:
     void closingTheWindowAsksAndKeepsItOpen();
 
     void escAsksAndEscAgainKeepsTheUpdateGoing();
+    void theFocusIsFramedForTheKeyboard();
     void enterPressesTheOneButton_data();
     void enterPressesTheOneButton();
     void spacePressesTheOneButton();
@@ -819,6 +821,31 @@ void DwonDialogTest::escAsksAndEscAgainKeepsTheUpdateGoing()
 
     QVERIFY(!quits);
     QVERIFY(dialog->isVisible());
+}
+
+void DwonDialogTest::theFocusIsFramedForTheKeyboard()
+{
+    Shown();
+    auto *button = Child<QPushButton>(*dialog, "cancleBtn");
+    const auto *frame = dialog->findChild<QFocusFrame *>();
+    QVERIFY(frame != nullptr);
+    const QImage before = Picture(*button);
+    QVERIFY(!frame->isVisible());
+    dialog->CancleDownload();
+    QVERIFY(!frame->isVisible());
+
+    for (const char *name : {"cbtn", "sbtn", "cancleBtn"}) {
+        QTest::keyClick(dialog->focusWidget(), Qt::Key_Tab);
+        QCOMPARE(dialog->focusWidget(), Child<QWidget>(*dialog, name));
+        QVERIFY(frame->isVisible());
+        QCOMPARE(frame->widget(), dialog->focusWidget());
+    }
+    dialog->CloseCancleDlg();
+    QCOMPARE(frame->widget(), button);
+    QCOMPARE(Picture(*button), before);
+
+    QTest::keyClick(button, Qt::Key_Escape);
+    QVERIFY2(!frame->isVisible(), "the panel itself has the focus");
 }
 
 void DwonDialogTest::enterPressesTheOneButton_data()
