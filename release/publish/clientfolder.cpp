@@ -12,6 +12,32 @@ namespace
 
 void AddContents(const QDir &folder, const QString &prefix, ClientFolder &client);
 
+/// @p name with the bytes that are not ASCII written as "\\xff".
+QString Escaped(const QByteArray &name)
+{
+    QString text;
+    for (const char character : name) {
+        const auto byte = uchar(character);
+        if (byte >= ' ' && byte < 0x7f)
+            text += QLatin1Char(character);
+        else
+            text += QStringLiteral("\\x%1").arg(byte, 2, 16, QLatin1Char('0'));
+    }
+    return text;
+}
+
+/// What the framework's list of a folder does not hold would be missing without a word.
+void RefuseNamesThatAreNoText(const QDir &folder, const QString &prefix, ClientFolder &client)
+{
+    const QByteArrayList names = HostSystem::NamesThatAreNoText(folder.path());
+    for (const QByteArray &name : names) {
+        const QString path = prefix + Escaped(name);
+        client.findings.append({QStringLiteral("name-encoding"), path,
+                                path + QStringLiteral(": the name is no text in this system's "
+                                                      "encoding; rename it")});
+    }
+}
+
 void AddItem(const QFileInfo &item, const QString &path, ClientFolder &client)
 {
     if (HostSystem::IsLink(item.filePath())) {
@@ -43,6 +69,7 @@ void AddContents(const QDir &folder, const QString &prefix, ClientFolder &client
                                                         "permissions")});
         return;
     }
+    RefuseNamesThatAreNoText(folder, prefix, client);
     QFileInfoList items = folder.entryInfoList(
         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
     std::sort(items.begin(), items.end(), [](const QFileInfo &one, const QFileInfo &other) {

@@ -205,6 +205,19 @@ class Publish(unittest.TestCase):
         self.assertIn("large: 2147483648 bytes", refused.stderr)
         self.assertFalse(self.site.exists())
 
+    def test_names_that_are_no_text_are_refused(self) -> None:
+        raw = os.fsencode(self.client)
+        os.mkdir(raw + b"/lost\xff")
+        (self.client / "plug ins" / os.fsdecode(b"caf\xe9")).touch()
+        refused = self.publish("2.1.3", "--json")
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("publish: lost\\xff: ", refused.stderr)
+        self.assertEqual(
+            [(reason["rule"], reason["path"]) for reason in json.loads(refused.stdout)["refusals"]],
+            [("name-encoding", "lost\\xff"), ("name-encoding", "plug ins/caf\\xe9")],
+        )
+        self.assertFalse(self.site.exists())
+
     def test_wrong_command_line_is_told_apart(self) -> None:
         for command in ([TOOL], [TOOL, "tar"], [TOOL, "verify"], self.command() + ["--colour"]):
             wrong = self.run_tool(command)
