@@ -36,8 +36,9 @@ const Option kUrlPrefix{"url-prefix", "URL", Optional,
                         "what precedes /packages/ in the announced address"};
 const Option kUpdaterFolder{
     "updater-folder", "NAME", Optional,
-    "the updater's folder in the client's, which a package had better leave "
-    "out (default: AutoUpdate)"};
+    "the updater's folder in the client's, which a package must not hold (default: AutoUpdate)"};
+const Option kAllowUpdater{"allow-updater", nullptr, Flag,
+                           "take a package that holds the updater's folder nevertheless"};
 const Option kAllowShorterVersion{
     "allow-shorter-version", nullptr, Flag,
     "publish even though clients may never start again after this version"};
@@ -61,6 +62,7 @@ const QVector<CommandDescription> &Commands()
           kOut,
           kUrlPrefix,
           kUpdaterFolder,
+          kAllowUpdater,
           kAllowShorterVersion,
           kJson}},
         {Request::Installer,
@@ -84,7 +86,7 @@ const QVector<CommandDescription> &Commands()
          "DIR",
          "holds a published release against every rule; writes nothing",
          "publish verify site",
-         {kUpdaterFolder, kJson}},
+         {kUpdaterFolder, kAllowUpdater, kJson}},
     };
     return commands;
 }
@@ -219,8 +221,11 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     request.updaterFolder = value(kUpdaterFolder);
     if (request.updaterFolder.isEmpty())
         request.updaterFolder = QStringLiteral("AutoUpdate");
-    request.allowShorterVersion =
-        isKnown(kAllowShorterVersion) && parser.isSet(Text(kAllowShorterVersion.name));
+    const auto isSet = [&parser, &isKnown](const Option &option) {
+        return isKnown(option) && parser.isSet(Text(option.name));
+    };
+    request.allowShorterVersion = isSet(kAllowShorterVersion);
+    request.allowUpdater = isSet(kAllowUpdater);
     request.asJson = parser.isSet(Text(kJson.name));
 
     const QString update = value(kUpdate);

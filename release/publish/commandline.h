@@ -18,6 +18,7 @@ struct Request {
     QString urlPrefix;
     QString updaterFolder; ///< the updater's folder, relative to the client's
     bool allowShorterVersion = false;
+    bool allowUpdater = false; ///< the updater's folder may be in a package
     bool asJson = false;
 };
 

@@ -41,9 +41,8 @@ int main(int argc, char *argv[])
 
     const Request &request = commandLine.request;
     Progress progress(ProgressStyle(request));
-    const Outcome outcome = request.command == Request::Verify
-                                ? VerifyRelease(request.source, request.updaterFolder, progress)
-                                : PublishRelease(request, progress);
+    const Outcome outcome = request.command == Request::Verify ? VerifyRelease(request, progress)
+                                                               : PublishRelease(request, progress);
     progress.End();
     return Report(outcome, request.asJson);
 }

@@ -84,8 +84,10 @@ private:
         const QString top = ReleaseRules::TopFolder(m_offer.id);
         Refuse(m_client.findings);
         Refuse(ReleaseRules::CheckEntries(top, m_client.entries));
-        m_outcome.warnings +=
-            ReleaseRules::WarnOfEntries(top, m_client.entries, m_request.updaterFolder);
+        const Findings updater =
+            ReleaseRules::CheckUpdaterFolder(m_client.entries, m_request.updaterFolder);
+        (m_request.allowUpdater ? m_outcome.warnings : m_outcome.refusals) += updater;
+        m_outcome.warnings += ReleaseRules::WarnOfEntries(top, m_client.entries);
     }
 
     bool TreeLiesInClient() const

@@ -18,6 +18,8 @@ namespace
 using ReleaseRules::Entry;
 
 const QString kInstallerSuffix = QStringLiteral(".exe");
+const QString kUpdaterProgram = QStringLiteral("AutoUpdate.exe");
+const QString kUpdaterConfiguration = QStringLiteral("updateconfig.json");
 
 bool IsAscii(const QString &text)
 {
@@ -120,6 +122,26 @@ QString LastPart(const QString &path)
 QString ParentOf(const QString &path)
 {
     return path.left(qMax(0, path.lastIndexOf(QLatin1Char('/'))));
+}
+
+/// The folder in which @p entries hold the updater; empty when they do not.
+QString UpdaterFolderIn(const QVector<Entry> &entries, const QString &named)
+{
+    QSet<QString> withProgram;
+    QSet<QString> withConfiguration;
+    for (const Entry &entry : entries) {
+        if (entry.path.compare(named, Qt::CaseInsensitive) == 0)
+            return entry.path;
+        const QString folder = ParentOf(entry.path);
+        if (LastPart(entry.path).compare(kUpdaterProgram, Qt::CaseInsensitive) == 0)
+            withProgram.insert(folder);
+        if (LastPart(entry.path).compare(kUpdaterConfiguration, Qt::CaseInsensitive) == 0)
+            withConfiguration.insert(folder);
+    }
+    withProgram.intersect(withConfiguration);
+    QStringList folders = withProgram.values();
+    std::sort(folders.begin(), folders.end());
+    return folders.value(0);
 }
 
 Finding TooLong(const QString &topFolder, const Entry &entry)
@@ -362,23 +384,23 @@ Findings ReleaseRules::CheckEntries(const QString &topFolder, const QVector<Entr
     return findings;
 }
 
-Findings ReleaseRules::WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries,
-                                     const QString &updaterFolder)
+Findings ReleaseRules::CheckUpdaterFolder(const QVector<Entry> &entries,
+                                          const QString &updaterFolder)
 {
-    Findings warnings;
-    const auto isUpdater = [&updaterFolder](const Entry &entry) {
-        return entry.path.compare(updaterFolder, Qt::CaseInsensitive) == 0;
-    };
-    if (std::any_of(entries.cbegin(), entries.cend(), isUpdater)) {
-        warnings.append(
-            {QStringLiteral("updater-folder"), updaterFolder,
+    const QString folder = UpdaterFolderIn(entries, updaterFolder);
+    if (folder.isEmpty())
+        return {};
+    return {{QStringLiteral("updater-folder"), folder,
              QStringLiteral("\"%1\" is the updater's own folder: Windows does not "
                             "overwrite a running program, and the copy would stop there; "
-                            "leave it out, or name the updater's folder with "
-                            "--updater-folder")
-                 .arg(Shown(updaterFolder))});
-    }
+                            "leave it out, name the updater's folder with "
+                            "--updater-folder, or pass --allow-updater")
+                 .arg(Shown(folder))}};
+}
 
+Findings ReleaseRules::WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries)
+{
+    Findings warnings;
     const auto isLong = [&topFolder](const Entry &entry) {
         return topFolder.size() + 1 + entry.path.size() > RoomyPathLength;
     };

@@ -82,9 +82,14 @@ Findings CheckPackageSize(qint64 size);
 /// @p entries without the top folder, in the order of the package.
 Findings CheckEntries(const QString &topFolder, const QVector<Entry> &entries);
 
+/**
+ * Whether the updater is among @p entries: its folder, which is @p updaterFolder or any folder with
+ * the updater's program and configuration in it. One finding at the most.
+ */
+Findings CheckUpdaterFolder(const QVector<Entry> &entries, const QString &updaterFolder);
+
 /// What is allowed, but may not be what the publisher means.
-Findings WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries,
-                       const QString &updaterFolder);
+Findings WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries);
 
 /// @p notes of one language.
 Findings WarnOfNotes(const QString &notes, const QString &language);

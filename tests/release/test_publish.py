@@ -218,6 +218,20 @@ class Publish(unittest.TestCase):
         )
         self.assertFalse(self.site.exists())
 
+    def test_the_updaters_folder_has_to_be_allowed(self) -> None:
+        (self.client / "AutoUpdate").mkdir()
+        (self.client / "AutoUpdate" / "AutoUpdate.exe").write_bytes(b"MZ")
+        refused = self.publish()
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("or pass --allow-updater", refused.stderr)
+        self.assertFalse(self.site.exists())
+        allowed = self.publish("2.1.3", "--allow-updater")
+        self.assertEqual(allowed.returncode, 0, allowed.stderr)
+        self.assertIn('publish: warning: "AutoUpdate" is the updater', allowed.stderr)
+        verify = [TOOL, "verify", str(self.site)]
+        self.assertEqual(self.run_tool(verify).returncode, 1)
+        self.assertEqual(self.run_tool(verify + ["--allow-updater"]).returncode, 0)
+
     def test_wrong_command_line_is_told_apart(self) -> None:
         for command in ([TOOL], [TOOL, "tar"], [TOOL, "verify"], self.command() + ["--colour"]):
             wrong = self.run_tool(command)

@@ -22,6 +22,7 @@ class TestCommandLine : public QObject
 private slots:
     void zip();
     void shorterVersionsAreAllowedOnRequest();
+    void updaterIsAllowedOnRequest();
     void installer();
     void verify();
     void wrongOnes_data();
@@ -49,6 +50,17 @@ void TestCommandLine::zip()
     QCOMPARE(line.request.updaterFolder, QStringLiteral("Up"));
     QVERIFY(line.request.asJson);
     QVERIFY(!line.request.allowShorterVersion);
+    QVERIFY(!line.request.allowUpdater);
+}
+
+void TestCommandLine::updaterIsAllowedOnRequest()
+{
+    for (const QStringList &command : {Words(wholeZip), Words("verify site")}) {
+        QVERIFY(!ReadCommandLine(command).request.allowUpdater);
+        const CommandLine line = ReadCommandLine(command + Words("--allow-updater"));
+        QCOMPARE(line.error, QString());
+        QVERIFY(line.request.allowUpdater);
+    }
 }
 
 void TestCommandLine::shorterVersionsAreAllowedOnRequest()

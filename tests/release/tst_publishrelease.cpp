@@ -105,7 +105,7 @@ private slots:
     void refusals();
     void refusalLeavesAnOlderReleaseAlone_data();
     void refusalLeavesAnOlderReleaseAlone();
-    void updatersFolderIsOnlyWarnedOf();
+    void updatersFolderHasToBeAllowed();
     void whatACrashLeftIsCleanedUp();
     void twoAtATimeAreRefused();
 #ifdef Q_OS_UNIX
@@ -552,14 +552,21 @@ void TestPublishRelease::refusalLeavesAnOlderReleaseAlone()
     QCOMPARE(Snapshot(vendor.Tree()), before);
 }
 
-void TestPublishRelease::updatersFolderIsOnlyWarnedOf()
+void TestPublishRelease::updatersFolderHasToBeAllowed()
 {
     const Vendor vendor;
     WriteFile(vendor.Client(QStringLiteral("AutoUpdate/AutoUpdate.exe")), "MZ");
-    const Outcome outcome = Publish(vendor.ZipRequest());
+    Request request = vendor.ZipRequest();
+    const QStringList rule(QStringLiteral("updater-folder"));
+    QCOMPARE(Rules(Publish(request).refusals), rule);
+    QVERIFY(!QFile::exists(vendor.Tree()));
+
+    request.allowUpdater = true;
+    const Outcome outcome = Publish(request);
     VerifyPublished(outcome);
-    QCOMPARE(Rules(outcome.warnings), QStringList(QStringLiteral("updater-folder")));
+    QCOMPARE(Rules(outcome.warnings), rule);
     QVERIFY(outcome.warnings.first().message.contains(QLatin1String("--updater-folder")));
+    QCOMPARE(Rules(Verify(vendor).refusals), rule);
 }
 
 void TestPublishRelease::whatACrashLeftIsCleanedUp()

@@ -116,8 +116,8 @@ private slots:
     void findingNamesThePath();
     void findingNamesTheCharacter();
     void controlCharactersDoNotReachTheLine();
-    void updatersFolderIsWarnedOf_data();
-    void updatersFolderIsWarnedOf();
+    void updatersFolderIsFound_data();
+    void updatersFolderIsFound();
     void longPathsAreWarnedOfOnce();
     void notesThatLoseTheirMarkupAreWarnedOf_data();
     void notesThatLoseTheirMarkupAreWarnedOf();
@@ -476,7 +476,7 @@ void TestReleaseRules::controlCharactersDoNotReachTheLine()
              qPrintable(line));
 }
 
-void TestReleaseRules::updatersFolderIsWarnedOf_data()
+void TestReleaseRules::updatersFolderIsFound_data()
 {
     QTest::addColumn<QVector<Entry>>("entries");
     QTest::addColumn<QString>("folder");
@@ -487,19 +487,27 @@ void TestReleaseRules::updatersFolderIsWarnedOf_data()
     QTest::newRow("as named") << entries << "AutoUpdate" << Words("updater-folder");
     QTest::newRow("in another case") << entries << "autoupdate" << Words("updater-folder");
     QTest::newRow("another one") << entries << "Up" << QStringList();
+    QTest::newRow("by what is in it")
+        << QVector<Entry>{Folder(QStringLiteral("d")), File(QStringLiteral("d/autoupdate.exe")),
+                          File(QStringLiteral("d/UpdateConfig.json"))}
+        << "Up" << Words("updater-folder");
+    QTest::newRow("not together") << QVector<Entry>{Folder(QStringLiteral("d")),
+                                                    File(QStringLiteral("d/AutoUpdate.exe")),
+                                                    File(QStringLiteral("updateconfig.json"))}
+                                  << "Up" << QStringList();
 }
 
-void TestReleaseRules::updatersFolderIsWarnedOf()
+void TestReleaseRules::updatersFolderIsFound()
 {
     QFETCH(QVector<Entry>, entries);
     QFETCH(QString, folder);
-    QTEST(Broken(ReleaseRules::WarnOfEntries(top, entries, folder)), "broken");
+    QTEST(Broken(ReleaseRules::CheckUpdaterFolder(entries, folder)), "broken");
 }
 
 void TestReleaseRules::longPathsAreWarnedOfOnce()
 {
     const auto warnings = [](const QVector<Entry> &entries) {
-        return ReleaseRules::WarnOfEntries(top, entries, QStringLiteral("AutoUpdate"));
+        return ReleaseRules::WarnOfEntries(top, entries);
     };
     QVERIFY(warnings({File(PathOfLength(190))}).isEmpty());
     const Findings found =
