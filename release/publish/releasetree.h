@@ -45,7 +45,8 @@ private:
  * A release in the making. It is put together in a folder of the tree that no address leads to, and
  * appears in its place by renaming whole files: whoever reads the tree meanwhile sees the old or
  * the new one. What is not published is removed by the destructor, and after a crash by the next
- * one. One at a time a tree. Main thread.
+ * one. One at a time a tree. Everybody may read the files and the folders that it makes. Main
+ * thread.
  */
 class StagedRelease
 {

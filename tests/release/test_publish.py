@@ -232,6 +232,33 @@ class Publish(unittest.TestCase):
         self.assertEqual(self.run_tool(verify).returncode, 1)
         self.assertEqual(self.run_tool(verify + ["--allow-updater"]).returncode, 0)
 
+    def test_the_tree_can_be_read_by_everybody(self) -> None:
+        setup = self.room / "Setup-2.2.0.exe"
+        setup.write_bytes(b"MZ installer")
+        setup.chmod(0o600)
+        self.site = self.room / "new" / "site"
+        installer = self.command("2.2.0")
+        installer[1:6] = ["installer", "--file", str(setup)]
+        for command in (self.command(), installer):
+            done = self.run_tool(command, lambda: os.umask(0o077) and None)
+            self.assertEqual(done.returncode, 0, done.stderr)
+        new = self.room / "new"
+        self.assertEqual(
+            {str(path.relative_to(new)): oct(path.stat().st_mode & 0o7777)
+             for path in [new, *new.rglob("*")]},
+            {
+                ".": "0o755",
+                "site": "0o755",
+                "site/check": "0o755",
+                "site/check/none.json": "0o644",
+                "site/check/offer.json": "0o644",
+                "site/index.html": "0o644",
+                "site/packages": "0o755",
+                "site/packages/Client-2.1.3.zip": "0o644",
+                "site/packages/Setup-2.2.0.exe": "0o644",
+            },
+        )
+
     def test_wrong_command_line_is_told_apart(self) -> None:
         for command in ([TOOL], [TOOL, "tar"], [TOOL, "verify"], self.command() + ["--colour"]):
             wrong = self.run_tool(command)
