@@ -10,7 +10,8 @@
 namespace
 {
 
-void AddContents(const QDir &folder, const QString &prefix, ClientFolder &client);
+void AddContents(const QDir &folder, const QString &prefix, const Exclusion &exclusion,
+                 ClientFolder &client);
 
 /// @p name with the bytes that are not ASCII written as "\\xff".
 QString Escaped(const QByteArray &name)
@@ -38,8 +39,13 @@ void RefuseNamesThatAreNoText(const QDir &folder, const QString &prefix, ClientF
     }
 }
 
-void AddItem(const QFileInfo &item, const QString &path, ClientFolder &client)
+void AddItem(const QFileInfo &item, const QString &path, const Exclusion &exclusion,
+             ClientFolder &client)
 {
+    if (exclusion.Holds(path)) {
+        client.leftOut.append(path);
+        return;
+    }
     if (HostSystem::IsLink(item.filePath())) {
         client.findings.append({QStringLiteral("link"), path,
                                 path + QStringLiteral(": a link, which the updater skips; put what "
@@ -48,7 +54,7 @@ void AddItem(const QFileInfo &item, const QString &path, ClientFolder &client)
     }
     if (item.isDir()) {
         client.entries.append({path, true, 0});
-        AddContents(QDir(item.filePath()), path + QLatin1Char('/'), client);
+        AddContents(QDir(item.filePath()), path + QLatin1Char('/'), exclusion, client);
         return;
     }
     // A name that the system's encoding cannot tell leads nowhere: its own rule speaks of it.
@@ -61,7 +67,8 @@ void AddItem(const QFileInfo &item, const QString &path, ClientFolder &client)
     client.totalSize += item.size();
 }
 
-void AddContents(const QDir &folder, const QString &prefix, ClientFolder &client)
+void AddContents(const QDir &folder, const QString &prefix, const Exclusion &exclusion,
+                 ClientFolder &client)
 {
     if (!folder.isReadable()) {
         client.findings.append({QStringLiteral("unreadable"), prefix.left(prefix.size() - 1),
@@ -76,14 +83,14 @@ void AddContents(const QDir &folder, const QString &prefix, ClientFolder &client
         return one.fileName() < other.fileName();
     });
     for (const QFileInfo &item : qAsConst(items))
-        AddItem(item, prefix + item.fileName(), client);
+        AddItem(item, prefix + item.fileName(), exclusion, client);
 }
 
 } // namespace
 
-ClientFolder ListClientFolder(const QString &folder)
+ClientFolder ListClientFolder(const QString &folder, const Exclusion &exclusion)
 {
     ClientFolder client;
-    AddContents(QDir(folder), QString(), client);
+    AddContents(QDir(folder), QString(), exclusion, client);
     return client;
 }

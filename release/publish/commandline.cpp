@@ -1,5 +1,7 @@
 #include "release/publish/commandline.h"
 
+#include "release/publish/exclusion.h"
+
 #include <QCommandLineParser>
 #include <QVector>
 
@@ -8,7 +10,7 @@
 namespace
 {
 
-enum Need { Required, Optional, Flag };
+enum Need { Required, Optional, Repeatable, Flag };
 
 struct Option {
     const char *name;
@@ -37,6 +39,11 @@ const Option kUrlPrefix{"url-prefix", "URL", Optional,
 const Option kUpdaterFolder{
     "updater-folder", "NAME", Optional,
     "the updater's folder in the client's, which a package must not hold (default: AutoUpdate)"};
+const Option kExclude{"exclude", "PATTERN", Repeatable,
+                      "leaves out what is called so, as in *.pdb or doc/*.txt; may be given often"};
+const Option kNoDefaultExcludes{
+    "no-default-excludes", nullptr, Flag,
+    "packs what is left out otherwise: .git, .svn, .hg, .DS_Store, Thumbs.db, desktop.ini, ..."};
 const Option kAllowUpdater{"allow-updater", nullptr, Flag,
                            "take a package that holds the updater's folder nevertheless"};
 const Option kAllowShorterVersion{
@@ -61,6 +68,8 @@ const QVector<CommandDescription> &Commands()
           kNotesEn,
           kOut,
           kUrlPrefix,
+          kExclude,
+          kNoDefaultExcludes,
           kUpdaterFolder,
           kAllowUpdater,
           kAllowShorterVersion,
@@ -164,7 +173,7 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
     for (const Option &option : command.options) {
         const QString name = Text(option.name);
         const QStringList values = parser.values(name);
-        if (values.size() > 1)
+        if (values.size() > 1 && option.need != Repeatable)
             return QStringLiteral("--%1 is given twice").arg(name);
         if (option.need == Required && (values.isEmpty() || values.first().isEmpty()))
             return OptionText(option) + QStringLiteral(" is missing");
@@ -224,6 +233,14 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     const auto isSet = [&parser, &isKnown](const Option &option) {
         return isKnown(option) && parser.isSet(Text(option.name));
     };
+    if (!isSet(kNoDefaultExcludes))
+        request.exclude = Exclusion::Defaults();
+    if (isKnown(kExclude))
+        request.exclude += parser.values(Text(kExclude.name));
+    for (const QString &pattern : qAsConst(request.exclude)) {
+        if (!Exclusion::IsPattern(pattern))
+            return Wrong(QStringLiteral("\"%1\" is no pattern of names").arg(pattern), name);
+    }
     request.allowShorterVersion = isSet(kAllowShorterVersion);
     request.allowUpdater = isSet(kAllowUpdater);
     request.asJson = parser.isSet(Text(kJson.name));

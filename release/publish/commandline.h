@@ -17,6 +17,7 @@ struct Request {
     QString out;
     QString urlPrefix;
     QString updaterFolder; ///< the updater's folder, relative to the client's
+    QStringList exclude;   ///< patterns of what stays out of the package, for Exclusion
     bool allowShorterVersion = false;
     bool allowUpdater = false; ///< the updater's folder may be in a package
     bool asJson = false;

@@ -12,11 +12,13 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 
 namespace
 {
 
 constexpr qint64 kPieceSize = 1024LL * 1024;
+constexpr int kMaxLeftOutNames = 10;            // in the summary; more nobody reads
 constexpr qint64 kMaxNotesSize = 1024LL * 1024; // in bytes; nobody reads more
 
 /// One release on its way: each step adds to the outcome, and the first one that fails is the last.
@@ -80,7 +82,7 @@ private:
                                   "become part of it; put it elsewhere"));
             return;
         }
-        m_client = ListClientFolder(folder);
+        m_client = ListClientFolder(folder, Exclusion(m_request.exclude));
         const QString top = ReleaseRules::TopFolder(m_offer.id);
         Refuse(m_client.findings);
         Refuse(ReleaseRules::CheckEntries(top, m_client.entries));
@@ -271,6 +273,19 @@ private:
         return {};
     }
 
+    /// What the exclusion kept out, for the summary; empty when that is nothing.
+    QString LeftOutLine() const
+    {
+        const QStringList &paths = m_client.leftOut;
+        if (paths.isEmpty())
+            return QString();
+        QString names =
+            ReleaseRules::Shown(paths.mid(0, kMaxLeftOutNames).join(QStringLiteral(", ")));
+        if (paths.size() > kMaxLeftOutNames)
+            names += QStringLiteral(" and %1 more").arg(paths.size() - kMaxLeftOutNames);
+        return QStringLiteral("  left out %1\n").arg(names);
+    }
+
     void DescribeResult()
     {
         const QString mode = m_offer.forced ? QStringLiteral("forced") : QStringLiteral("optional");
@@ -285,18 +300,21 @@ private:
                            "  page     %9\n")
                 .arg(m_offer.version, mode, package, SizeText(m_offer.package.size),
                      QString::number(m_offer.package.size), m_offer.package.md5,
-                     m_offer.package.sha256, m_tree.OfferFile(), m_tree.IndexFile());
-        m_outcome.facts = {{QStringLiteral("version"), m_offer.version},
-                           {QStringLiteral("update"), mode},
-                           {QStringLiteral("id"), m_offer.id},
-                           {QStringLiteral("package"), package},
-                           {QStringLiteral("size"), m_offer.package.size},
-                           {QStringLiteral("md5"), m_offer.package.md5},
-                           {QStringLiteral("sha1"), m_offer.package.sha1},
-                           {QStringLiteral("sha256"), m_offer.package.sha256},
-                           {QStringLiteral("offer"), m_tree.OfferFile()},
-                           {QStringLiteral("none"), m_tree.NoOfferFile()},
-                           {QStringLiteral("index"), m_tree.IndexFile()}};
+                     m_offer.package.sha256, m_tree.OfferFile(), m_tree.IndexFile()) +
+            LeftOutLine();
+        m_outcome.facts = {
+            {QStringLiteral("version"), m_offer.version},
+            {QStringLiteral("update"), mode},
+            {QStringLiteral("id"), m_offer.id},
+            {QStringLiteral("package"), package},
+            {QStringLiteral("size"), m_offer.package.size},
+            {QStringLiteral("md5"), m_offer.package.md5},
+            {QStringLiteral("sha1"), m_offer.package.sha1},
+            {QStringLiteral("sha256"), m_offer.package.sha256},
+            {QStringLiteral("leftOut"), QJsonArray::fromStringList(m_client.leftOut)},
+            {QStringLiteral("offer"), m_tree.OfferFile()},
+            {QStringLiteral("none"), m_tree.NoOfferFile()},
+            {QStringLiteral("index"), m_tree.IndexFile()}};
     }
 
     const Request &m_request;

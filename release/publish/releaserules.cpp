@@ -16,6 +16,7 @@ namespace
 {
 
 using ReleaseRules::Entry;
+using ReleaseRules::Shown;
 
 const QString kInstallerSuffix = QStringLiteral(".exe");
 const QString kUpdaterProgram = QStringLiteral("AutoUpdate.exe");
@@ -25,16 +26,6 @@ bool IsAscii(const QString &text)
 {
     return std::all_of(text.cbegin(), text.cend(),
                        [](QChar character) { return character.unicode() < 0x80; });
-}
-
-/// As findings show a name: characters that would break or forge a line are replaced.
-QString Shown(QString text)
-{
-    for (QChar &character : text) {
-        if (!character.isPrint())
-            character = QChar::ReplacementCharacter;
-    }
-    return text;
 }
 
 /// What keeps Windows from holding a file or folder of this name, or its users from seeing what it
@@ -181,6 +172,15 @@ Finding BeforeItsFolder(const QString &path)
 }
 
 } // namespace
+
+QString ReleaseRules::Shown(QString text)
+{
+    for (QChar &character : text) {
+        if (!character.isPrint())
+            character = QChar::ReplacementCharacter;
+    }
+    return text;
+}
 
 QString ReleaseRules::PackageFileName(const QString &name, const QString &version,
                                       const QString &suffix)

@@ -43,6 +43,9 @@ struct Entry {
     qint64 size = 0; ///< in bytes, unpacked; 0 for a folder
 };
 
+/// As lines show a name: characters that would break or forge a line are replaced.
+QString Shown(QString text);
+
 /// The file name of the zip package or installer called @p name: as "Client-2.1.3.zip".
 QString PackageFileName(const QString &name, const QString &version, const QString &suffix);
 

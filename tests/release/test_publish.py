@@ -259,6 +259,22 @@ class Publish(unittest.TestCase):
             },
         )
 
+    def test_what_is_left_out_is_told(self) -> None:
+        for path in (".git/config", "plug ins/Thumbs.db", "plug ins/a.pdb", "b.pdb"):
+            (self.client / path).parent.mkdir(exist_ok=True)
+            (self.client / path).touch()
+        done = self.publish("2.1.3", "--exclude", "*.pdb")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn(
+            "\n  left out .git, b.pdb, plug ins/Thumbs.db, plug ins/a.pdb\n", done.stdout
+        )
+        for path in (".git/config", "plug ins/Thumbs.db", "plug ins/a.pdb", "b.pdb"):
+            (self.client / path).unlink()
+        (self.client / ".git").rmdir()
+        with zipfile.ZipFile(self.site / "packages" / "Client-2.1.3.zip") as package:
+            package.extractall(self.room / "unpacked")
+        self.assertEqual(snapshot(self.room / "unpacked" / "Client-2.1.3"), snapshot(self.client))
+
     def test_wrong_command_line_is_told_apart(self) -> None:
         for command in ([TOOL], [TOOL, "tar"], [TOOL, "verify"], self.command() + ["--colour"]):
             wrong = self.run_tool(command)

@@ -22,6 +22,7 @@ class TestCommandLine : public QObject
 private slots:
     void zip();
     void shorterVersionsAreAllowedOnRequest();
+    void excludedIsWhatIsGivenAndTheUsual();
     void updaterIsAllowedOnRequest();
     void installer();
     void verify();
@@ -51,6 +52,18 @@ void TestCommandLine::zip()
     QVERIFY(line.request.asJson);
     QVERIFY(!line.request.allowShorterVersion);
     QVERIFY(!line.request.allowUpdater);
+}
+
+void TestCommandLine::excludedIsWhatIsGivenAndTheUsual()
+{
+    const QStringList usual = ReadCommandLine(Words(wholeZip)).request.exclude;
+    QVERIFY(usual.contains(QStringLiteral(".git")));
+    const QStringList given = Words("--exclude *.pdb --exclude=doc/*");
+    CommandLine line = ReadCommandLine(Words(wholeZip) + given);
+    QCOMPARE(line.error, QString());
+    QCOMPARE(line.request.exclude, usual + Words("*.pdb doc/*"));
+    line = ReadCommandLine(Words(wholeZip) + given + Words("--no-default-excludes"));
+    QCOMPARE(line.request.exclude, Words("*.pdb doc/*"));
 }
 
 void TestCommandLine::updaterIsAllowedOnRequest()
@@ -114,6 +127,11 @@ void TestCommandLine::wrongOnes_data()
                                  << "--version is given twice; see publish zip --help";
     QTest::newRow("one too many") << Words(wholeZip) + Words("more")
                                   << "\"more\" is one too many; see publish zip --help";
+    for (const char *pattern : {"", "/a", "[a"}) {
+        QTest::newRow(qPrintable(QStringLiteral("pattern \"%1\"").arg(QLatin1String(pattern))))
+            << Words(wholeZip) + QStringList{QStringLiteral("--exclude"), QLatin1String(pattern)}
+            << QStringLiteral("\"%1\" is no pattern of names").arg(QLatin1String(pattern));
+    }
     QTest::newRow("folder missing")
         << Words("verify") << "DIR is missing; see publish verify --help";
     QTest::newRow("nothing is published")
