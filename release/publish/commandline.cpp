@@ -34,8 +34,9 @@ const Option kNotesZh{"notes-zh", "FILE", Required,
                       "release notes in Chinese, UTF-8; plain or HTML"};
 const Option kNotesEn{"notes-en", "FILE", Required, "release notes in English"};
 const Option kOut{"out", "DIR", Required, "the release tree; made when it is not there"};
-const Option kUrlPrefix{"url-prefix", "URL", Optional,
-                        "what precedes /packages/ in the announced address"};
+const Option kUrlPrefix{
+    "url-prefix", "URL", Optional,
+    "what precedes /packages/ in the announced address; with /packages is right too"};
 const Option kUpdaterFolder{
     "updater-folder", "NAME", Optional,
     "the updater's folder in the client's, which a package must not hold (default: AutoUpdate)"};
@@ -120,7 +121,8 @@ QString GeneralHelp()
         help += QStringLiteral("publish %1: %2\n  %3\n\n")
                     .arg(Text(command.name), Text(command.help), Text(command.example));
     }
-    return help + QStringLiteral("publish COMMAND --help tells its options.\n"
+    return help + QStringLiteral("publish COMMAND --help tells its options, "
+                                 "publish --version the version of the tool.\n"
                                  "Exit codes: 0 done, 1 refused (nothing was published), 2 wrong "
                                  "command line.\n");
 }
@@ -253,9 +255,7 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     return commandLine;
 }
 
-} // namespace
-
-CommandLine ReadCommandLine(const QStringList &arguments)
+CommandLine ReadArguments(const QStringList &arguments)
 {
     if (arguments.isEmpty())
         return Wrong(QStringLiteral("no command is given"));
@@ -263,9 +263,23 @@ CommandLine ReadCommandLine(const QStringList &arguments)
     if (first == QLatin1String("--help") || first == QLatin1String("-h") ||
         first == QLatin1String("help"))
         return Help(GeneralHelp());
+    if (first == QLatin1String("--version")) {
+        CommandLine commandLine;
+        commandLine.asksForVersion = true;
+        return commandLine;
+    }
     for (const CommandDescription &command : Commands()) {
         if (first == QLatin1String(command.name))
             return ReadCommand(command, arguments);
     }
     return Wrong(QStringLiteral("\"%1\" is no command").arg(first));
+}
+
+} // namespace
+
+CommandLine ReadCommandLine(const QStringList &arguments)
+{
+    CommandLine commandLine = ReadArguments(arguments);
+    commandLine.asJson = arguments.contains(QStringLiteral("--") + Text(kJson.name));
+    return commandLine;
 }

@@ -23,11 +23,13 @@ struct Request {
     bool asJson = false;
 };
 
-/// One of a request, a help text that was asked for, or what is wrong with the command line.
+/// One of a request, a help text or version that was asked for, or what is wrong with it.
 struct CommandLine {
     Request request;
     QString help;
-    QString error; ///< one line
+    QString error;               ///< one line
+    bool asksForVersion = false; ///< of the tool; there is no request then
+    bool asJson = false;         ///< as the request's, but known of a wrong command line too
 };
 
 /// Reads the arguments after the program's name. Pure.

@@ -31,11 +31,18 @@ int main(int argc, char *argv[])
 
     const CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
     if (!commandLine.error.isEmpty()) {
-        std::fprintf(stderr, "publish: %s\n", commandLine.error.toLocal8Bit().constData());
+        Outcome wrong;
+        wrong.refusals.append({QStringLiteral("usage"), QString(), commandLine.error});
+        Report(wrong, commandLine.asJson);
         return ExitUsage;
     }
     if (!commandLine.help.isEmpty()) {
         std::fputs(commandLine.help.toLocal8Bit().constData(), stdout);
+        return ExitOk;
+    }
+
+    if (commandLine.asksForVersion) {
+        std::puts("publish " PUBLISH_VERSION);
         return ExitOk;
     }
 

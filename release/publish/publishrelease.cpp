@@ -35,7 +35,7 @@ public:
         CheckSource();
         CheckTexts();
         CheckTree();
-        CheckVersionLength();
+        CheckVersionAgainstOthers();
         if (!m_outcome.refusals.isEmpty())
             return m_outcome;
         if (Failure failure = Publish())
@@ -119,11 +119,9 @@ private:
         }
         Refuse(ReleaseRules::CheckPackageSize(installer.size()));
         QFile file(m_request.source);
-        if (file.open(QIODevice::ReadOnly) && file.read(2) != "MZ") {
-            m_outcome.warnings.append(
-                {QStringLiteral("not-a-program"), QString(),
-                 QStringLiteral("%1 does not begin as programs for Windows do; see that it is one")
-                     .arg(m_request.source)});
+        if (file.open(QIODevice::ReadOnly)) {
+            m_outcome.warnings += ReleaseRules::WarnOfInstaller(
+                m_request.source, file.read(ReleaseRules::InstallerBeginning));
         }
     }
 
@@ -131,10 +129,7 @@ private:
     {
         Refuse(ReleaseRules::CheckVersion(m_request.version));
         Refuse(ReleaseRules::CheckUrlPrefix(m_request.urlPrefix));
-        QString prefix = m_request.urlPrefix;
-        while (prefix.endsWith(QLatin1Char('/')))
-            prefix.chop(1);
-        m_offer.url = prefix + ReleaseTree::PackagesPath + m_offer.id;
+        m_offer.url = ReleaseTree::PackageAddress(m_request.urlPrefix, m_offer.id);
         m_offer.notes = ReadNotes(m_request.notesZhFile, QStringLiteral("Chinese")) +
                         ServiceContract::NotesSeparator +
                         ReadNotes(m_request.notesEnFile, QStringLiteral("English"));
@@ -183,11 +178,14 @@ private:
         }
     }
 
-    void CheckVersionLength()
+    void CheckVersionAgainstOthers()
     {
-        if (!m_request.allowShorterVersion &&
-            ReleaseRules::CheckVersion(m_request.version).isEmpty())
-            Refuse(ReleaseRules::CheckVersionLength(m_request.version, PublishedVersions()));
+        if (!ReleaseRules::CheckVersion(m_request.version).isEmpty())
+            return;
+        const QStringList published = PublishedVersions();
+        if (!m_request.allowShorterVersion)
+            Refuse(ReleaseRules::CheckVersionLength(m_request.version, published));
+        m_outcome.warnings += ReleaseRules::WarnOfOlderVersion(m_request.version, published);
     }
 
     /// The versions of all releases that the tree still holds an offer or a package of.

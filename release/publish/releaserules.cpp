@@ -9,6 +9,7 @@
 #include <QRegularExpression>
 #include <QSet>
 #include <QTextDocument>
+#include <QVersionNumber>
 
 #include <algorithm>
 
@@ -148,9 +149,10 @@ Finding TooLong(const QString &topFolder, const Entry &entry)
 Finding TooLarge(const Entry &entry)
 {
     return {QStringLiteral("file-size"), entry.path,
-            QStringLiteral("%1: %2 bytes, and the updater takes files below 2 GiB only; split it")
+            QStringLiteral("%1: %2 bytes, and the updater takes files of at most %3; split it")
                 .arg(Shown(entry.path))
-                .arg(entry.size)};
+                .arg(entry.size)
+                .arg(ReleaseRules::MaxFileSize)};
 }
 
 Finding CaseTwin(const QString &path, const QString &twin)
@@ -368,7 +370,7 @@ Findings ReleaseRules::CheckEntries(const QString &topFolder, const QVector<Entr
                               Shown(entry.path) + QStringLiteral(": the name"));
         if (topFolder.size() + 1 + entry.path.size() > MaxPathLength)
             findings.append(TooLong(topFolder, entry));
-        if (entry.size > MaxSize)
+        if (entry.size > MaxFileSize)
             findings.append(TooLarge(entry));
         if (!folders.contains(ParentOf(entry.path)))
             findings.append(BeforeItsFolder(entry.path));
@@ -396,6 +398,35 @@ Findings ReleaseRules::CheckUpdaterFolder(const QVector<Entry> &entries,
                             "leave it out, name the updater's folder with "
                             "--updater-folder, or pass --allow-updater")
                  .arg(Shown(folder))}};
+}
+
+Findings ReleaseRules::WarnOfInstaller(const QString &path, const QByteArray &beginning)
+{
+    if (beginning.startsWith("MZ"))
+        return {};
+    return {{QStringLiteral("not-a-program"), QString(),
+             QStringLiteral("%1 does not begin as programs for Windows do; see that it is one")
+                 .arg(path)}};
+}
+
+Findings ReleaseRules::WarnOfOlderVersion(const QString &version, const QStringList &published)
+{
+    const QVersionNumber number = QVersionNumber::fromString(version).normalized();
+    const QString *newest = nullptr;
+    QVersionNumber newestNumber = number;
+    for (const QString &other : published) {
+        const QVersionNumber otherNumber = QVersionNumber::fromString(other).normalized();
+        if (otherNumber > newestNumber) {
+            newest = &other;
+            newestNumber = otherNumber;
+        }
+    }
+    if (newest == nullptr || version.isEmpty() || !version.at(0).isDigit())
+        return {};
+    return {{QStringLiteral("older-version"), QString(),
+             QStringLiteral("the version %1 is older than %2, which was published before, and is "
+                            "offered to those who have %2 too; see that it is meant so")
+                 .arg(Shown(version), Shown(*newest))}};
 }
 
 Findings ReleaseRules::WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries)

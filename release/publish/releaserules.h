@@ -2,6 +2,7 @@
 
 #include "release/publish/findings.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -25,8 +26,12 @@ constexpr int MaxPathLength = 240;
 /// A longer path may not fit below the download folder of a user with a long name. In characters.
 constexpr int RoomyPathLength = 190;
 
-/// In bytes, of the package and of each file in it: the updater reads sizes as 32-bit integers.
+/// In bytes, of the package: the updater reads its size as a 32-bit integer.
 constexpr qint64 MaxSize = std::numeric_limits<qint32>::max();
+
+/// In bytes, of each file in it: the updater unpacks into a byte array, which needs some of a
+/// 32-bit integer's range for itself.
+constexpr qint64 MaxFileSize = MaxSize - 64;
 
 /// In characters.
 constexpr int MaxVersionLength = 64;
@@ -90,6 +95,16 @@ Findings CheckEntries(const QString &topFolder, const QVector<Entry> &entries);
  * the updater's program and configuration in it. One finding at the most.
  */
 Findings CheckUpdaterFolder(const QVector<Entry> &entries, const QString &updaterFolder);
+
+/// In bytes; as much of an installer tells whether it is one.
+constexpr int InstallerBeginning = 2;
+
+/// Whether the installer @p path is a program, judged by @p beginning, its first bytes.
+Findings WarnOfInstaller(const QString &path, const QByteArray &beginning);
+
+/// Of a version before the newest of @p published; versions that do not begin with a number are not
+/// compared.
+Findings WarnOfOlderVersion(const QString &version, const QStringList &published);
 
 /// What is allowed, but may not be what the publisher means.
 Findings WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries);

@@ -93,6 +93,14 @@ Failure Replace(const QString &from, const QString &to)
 
 const QString ReleaseTree::PackagesPath = QStringLiteral("/packages/");
 
+QString ReleaseTree::PackageAddress(QString prefix, const QString &id)
+{
+    while (prefix.endsWith(QLatin1Char('/')))
+        prefix.chop(1);
+    const QString folder = PackagesPath.chopped(1);
+    return (prefix.endsWith(folder) ? prefix.chopped(folder.size()) : prefix) + PackagesPath + id;
+}
+
 ReleaseTree::ReleaseTree(const QString &folder)
     : m_folder(QDir::cleanPath(QDir::current().absoluteFilePath(folder)))
 {

@@ -16,6 +16,9 @@ public:
     /// Where the packages lie, in the tree and in their addresses.
     static const QString PackagesPath; // "/packages/"
 
+    /// The address of the package @p id. @p prefix precedes PackagesPath, or ends with it already.
+    static QString PackageAddress(QString prefix, const QString &id);
+
     explicit ReleaseTree(const QString &folder);
 
     QString Folder() const { return m_folder; }

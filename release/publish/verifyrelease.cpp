@@ -121,6 +121,17 @@ private:
         CheckIndex(found);
         if (m_offer.kind == Global::ZipPackage)
             CheckZip(path);
+        else
+            CheckInstaller(path);
+    }
+
+    void CheckInstaller(const QString &path)
+    {
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly)) {
+            m_outcome.warnings +=
+                ReleaseRules::WarnOfInstaller(path, file.read(ReleaseRules::InstallerBeginning));
+        }
     }
 
     void CompareDigests(const FileDigests &found)

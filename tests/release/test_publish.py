@@ -275,6 +275,29 @@ class Publish(unittest.TestCase):
             package.extractall(self.room / "unpacked")
         self.assertEqual(snapshot(self.room / "unpacked" / "Client-2.1.3"), snapshot(self.client))
 
+    def test_the_largest_file_below_2_gib_is_refused_for_its_size(self) -> None:
+        with (self.client / "large").open("wb") as large:
+            large.truncate(2**31 - 1)
+        refused = self.publish()
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("large: 2147483647 bytes, and the updater takes files of at most 2147483583;", refused.stderr)
+        self.assertNotIn("changed", refused.stderr)
+        self.assertFalse(self.site.exists())
+
+    def test_version_of_the_tool_is_told(self) -> None:
+        told = self.run_tool([TOOL, "--version"])
+        self.assertEqual((told.returncode, told.stderr), (0, ""))
+        self.assertRegex(told.stdout, r"\Apublish [0-9]+\.[0-9]+\.[0-9]+\n\Z")
+
+    def test_wrong_command_line_is_json_on_request(self) -> None:
+        for command in ([TOOL, "--json"], [TOOL, "tar", "--json"], self.command("2", "--json", "x")):
+            wrong = self.run_tool(command)
+            self.assertEqual(wrong.returncode, 2, command)
+            result = json.loads(wrong.stdout)
+            self.assertFalse(result["ok"])
+            self.assertEqual([reason["rule"] for reason in result["refusals"]], ["usage"])
+            self.assertIn(result["refusals"][0]["message"], wrong.stderr)
+
     def test_wrong_command_line_is_told_apart(self) -> None:
         for command in ([TOOL], [TOOL, "tar"], [TOOL, "verify"], self.command() + ["--colour"]):
             wrong = self.run_tool(command)

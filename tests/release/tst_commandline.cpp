@@ -23,6 +23,8 @@ private slots:
     void zip();
     void shorterVersionsAreAllowedOnRequest();
     void excludedIsWhatIsGivenAndTheUsual();
+    void versionOfTheToolIsNoRequest();
+    void wrongOnesKnowThatJsonIsWanted();
     void updaterIsAllowedOnRequest();
     void installer();
     void verify();
@@ -64,6 +66,24 @@ void TestCommandLine::excludedIsWhatIsGivenAndTheUsual()
     QCOMPARE(line.request.exclude, usual + Words("*.pdb doc/*"));
     line = ReadCommandLine(Words(wholeZip) + given + Words("--no-default-excludes"));
     QCOMPARE(line.request.exclude, Words("*.pdb doc/*"));
+}
+
+void TestCommandLine::versionOfTheToolIsNoRequest()
+{
+    const CommandLine line = ReadCommandLine(Words("--version"));
+    QCOMPARE(line.error, QString());
+    QVERIFY(line.asksForVersion);
+    QVERIFY(!ReadCommandLine(Words(wholeZip)).asksForVersion);
+}
+
+void TestCommandLine::wrongOnesKnowThatJsonIsWanted()
+{
+    for (const char *wrong : {"--json", "tar --json", "zip --json --colour", "verify --json"}) {
+        const CommandLine line = ReadCommandLine(Words(wrong));
+        QVERIFY(!line.error.isEmpty());
+        QVERIFY2(line.asJson, wrong);
+    }
+    QVERIFY(!ReadCommandLine(Words("tar")).asJson);
 }
 
 void TestCommandLine::updaterIsAllowedOnRequest()
