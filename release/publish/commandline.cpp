@@ -1,5 +1,7 @@
 #include "release/publish/commandline.h"
 
+#include "release/publish/exclusion.h"
+
 #include <QCommandLineParser>
 #include <QVector>
 
@@ -8,7 +10,7 @@
 namespace
 {
 
-enum Need { Required, Optional, Flag };
+enum Need { Required, Optional, Repeatable, Flag };
 
 struct Option {
     const char *name;
@@ -32,12 +34,19 @@ const Option kNotesZh{"notes-zh", "FILE", Required,
                       "release notes in Chinese, UTF-8; plain or HTML"};
 const Option kNotesEn{"notes-en", "FILE", Required, "release notes in English"};
 const Option kOut{"out", "DIR", Required, "the release tree; made when it is not there"};
-const Option kUrlPrefix{"url-prefix", "URL", Optional,
-                        "what precedes /packages/ in the announced address"};
+const Option kUrlPrefix{
+    "url-prefix", "URL", Optional,
+    "what precedes /packages/ in the announced address; with /packages is right too"};
 const Option kUpdaterFolder{
     "updater-folder", "NAME", Optional,
-    "the updater's folder in the client's, which a package had better leave "
-    "out (default: AutoUpdate)"};
+    "the updater's folder in the client's, which a package must not hold (default: AutoUpdate)"};
+const Option kExclude{"exclude", "PATTERN", Repeatable,
+                      "leaves out what is called so, as in *.pdb or doc/*.txt; may be given often"};
+const Option kNoDefaultExcludes{
+    "no-default-excludes", nullptr, Flag,
+    "packs what is left out otherwise: .git, .svn, .hg, .DS_Store, Thumbs.db, desktop.ini, ..."};
+const Option kAllowUpdater{"allow-updater", nullptr, Flag,
+                           "take a package that holds the updater's folder nevertheless"};
 const Option kAllowShorterVersion{
     "allow-shorter-version", nullptr, Flag,
     "publish even though clients may never start again after this version"};
@@ -60,7 +69,10 @@ const QVector<CommandDescription> &Commands()
           kNotesEn,
           kOut,
           kUrlPrefix,
+          kExclude,
+          kNoDefaultExcludes,
           kUpdaterFolder,
+          kAllowUpdater,
           kAllowShorterVersion,
           kJson}},
         {Request::Installer,
@@ -84,7 +96,7 @@ const QVector<CommandDescription> &Commands()
          "DIR",
          "holds a published release against every rule; writes nothing",
          "publish verify site",
-         {kUpdaterFolder, kJson}},
+         {kUpdaterFolder, kAllowUpdater, kJson}},
     };
     return commands;
 }
@@ -109,7 +121,8 @@ QString GeneralHelp()
         help += QStringLiteral("publish %1: %2\n  %3\n\n")
                     .arg(Text(command.name), Text(command.help), Text(command.example));
     }
-    return help + QStringLiteral("publish COMMAND --help tells its options.\n"
+    return help + QStringLiteral("publish COMMAND --help tells its options, "
+                                 "publish --version the version of the tool.\n"
                                  "Exit codes: 0 done, 1 refused (nothing was published), 2 wrong "
                                  "command line.\n");
 }
@@ -162,7 +175,7 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
     for (const Option &option : command.options) {
         const QString name = Text(option.name);
         const QStringList values = parser.values(name);
-        if (values.size() > 1)
+        if (values.size() > 1 && option.need != Repeatable)
             return QStringLiteral("--%1 is given twice").arg(name);
         if (option.need == Required && (values.isEmpty() || values.first().isEmpty()))
             return OptionText(option) + QStringLiteral(" is missing");
@@ -219,8 +232,19 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     request.updaterFolder = value(kUpdaterFolder);
     if (request.updaterFolder.isEmpty())
         request.updaterFolder = QStringLiteral("AutoUpdate");
-    request.allowShorterVersion =
-        isKnown(kAllowShorterVersion) && parser.isSet(Text(kAllowShorterVersion.name));
+    const auto isSet = [&parser, &isKnown](const Option &option) {
+        return isKnown(option) && parser.isSet(Text(option.name));
+    };
+    if (!isSet(kNoDefaultExcludes))
+        request.exclude = Exclusion::Defaults();
+    if (isKnown(kExclude))
+        request.exclude += parser.values(Text(kExclude.name));
+    for (const QString &pattern : qAsConst(request.exclude)) {
+        if (!Exclusion::IsPattern(pattern))
+            return Wrong(QStringLiteral("\"%1\" is no pattern of names").arg(pattern), name);
+    }
+    request.allowShorterVersion = isSet(kAllowShorterVersion);
+    request.allowUpdater = isSet(kAllowUpdater);
     request.asJson = parser.isSet(Text(kJson.name));
 
     const QString update = value(kUpdate);
@@ -231,9 +255,7 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     return commandLine;
 }
 
-} // namespace
-
-CommandLine ReadCommandLine(const QStringList &arguments)
+CommandLine ReadArguments(const QStringList &arguments)
 {
     if (arguments.isEmpty())
         return Wrong(QStringLiteral("no command is given"));
@@ -241,9 +263,23 @@ CommandLine ReadCommandLine(const QStringList &arguments)
     if (first == QLatin1String("--help") || first == QLatin1String("-h") ||
         first == QLatin1String("help"))
         return Help(GeneralHelp());
+    if (first == QLatin1String("--version")) {
+        CommandLine commandLine;
+        commandLine.asksForVersion = true;
+        return commandLine;
+    }
     for (const CommandDescription &command : Commands()) {
         if (first == QLatin1String(command.name))
             return ReadCommand(command, arguments);
     }
     return Wrong(QStringLiteral("\"%1\" is no command").arg(first));
+}
+
+} // namespace
+
+CommandLine ReadCommandLine(const QStringList &arguments)
+{
+    CommandLine commandLine = ReadArguments(arguments);
+    commandLine.asJson = arguments.contains(QStringLiteral("--") + Text(kJson.name));
+    return commandLine;
 }

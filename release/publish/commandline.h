@@ -17,15 +17,19 @@ struct Request {
     QString out;
     QString urlPrefix;
     QString updaterFolder; ///< the updater's folder, relative to the client's
+    QStringList exclude;   ///< patterns of what stays out of the package, for Exclusion
     bool allowShorterVersion = false;
+    bool allowUpdater = false; ///< the updater's folder may be in a package
     bool asJson = false;
 };
 
-/// One of a request, a help text that was asked for, or what is wrong with the command line.
+/// One of a request, a help text or version that was asked for, or what is wrong with it.
 struct CommandLine {
     Request request;
     QString help;
-    QString error; ///< one line
+    QString error;               ///< one line
+    bool asksForVersion = false; ///< of the tool; there is no request then
+    bool asJson = false;         ///< as the request's, but known of a wrong command line too
 };
 
 /// Reads the arguments after the program's name. Pure.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArrayList>
 #include <QFile>
 #include <QString>
 
@@ -12,6 +13,12 @@ namespace HostSystem
 
 /// True for a symbolic link and for what else stands for a file or folder elsewhere.
 bool IsLink(const QString &path);
+
+/**
+ * The names in @p folder that are no text in the system's encoding, as their bytes, sorted. The
+ * framework leaves them out of its lists. Empty where every name is a text.
+ */
+QByteArrayList NamesThatAreNoText(const QString &folder);
 
 /// True when what is written to the standard error stream is seen as it is written.
 bool ErrorsGoToTerminal();

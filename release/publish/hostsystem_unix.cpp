@@ -1,7 +1,10 @@
 #include "release/publish/hostsystem.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <dirent.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,6 +24,22 @@ bool HostSystem::IsLink(const QString &path)
 {
     struct stat status = {};
     return lstat(QFile::encodeName(path).constData(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+QByteArrayList HostSystem::NamesThatAreNoText(const QString &folder)
+{
+    QByteArrayList names;
+    const std::unique_ptr<DIR, int (*)(DIR *)> stream(
+        opendir(QFile::encodeName(folder).constData()), closedir);
+    if (!stream)
+        return names;
+    while (const dirent *entry = readdir(stream.get())) {
+        const QByteArray name(entry->d_name);
+        if (QFile::encodeName(QFile::decodeName(name)) != name)
+            names.append(name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 bool HostSystem::ErrorsGoToTerminal()

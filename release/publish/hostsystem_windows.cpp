@@ -38,6 +38,11 @@ bool HostSystem::IsLink(const QString &path)
             found.dwReserved0 == IO_REPARSE_TAG_MOUNT_POINT);
 }
 
+QByteArrayList HostSystem::NamesThatAreNoText(const QString &)
+{
+    return {};
+}
+
 bool HostSystem::ErrorsGoToTerminal()
 {
     return _isatty(_fileno(stderr)) != 0;

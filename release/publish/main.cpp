@@ -31,7 +31,9 @@ int main(int argc, char *argv[])
 
     const CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
     if (!commandLine.error.isEmpty()) {
-        std::fprintf(stderr, "publish: %s\n", commandLine.error.toLocal8Bit().constData());
+        Outcome wrong;
+        wrong.refusals.append({QStringLiteral("usage"), QString(), commandLine.error});
+        Report(wrong, commandLine.asJson);
         return ExitUsage;
     }
     if (!commandLine.help.isEmpty()) {
@@ -39,11 +41,15 @@ int main(int argc, char *argv[])
         return ExitOk;
     }
 
+    if (commandLine.asksForVersion) {
+        std::puts("publish " PUBLISH_VERSION);
+        return ExitOk;
+    }
+
     const Request &request = commandLine.request;
     Progress progress(ProgressStyle(request));
-    const Outcome outcome = request.command == Request::Verify
-                                ? VerifyRelease(request.source, request.updaterFolder, progress)
-                                : PublishRelease(request, progress);
+    const Outcome outcome = request.command == Request::Verify ? VerifyRelease(request, progress)
+                                                               : PublishRelease(request, progress);
     progress.End();
     return Report(outcome, request.asJson);
 }

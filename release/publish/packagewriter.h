@@ -9,8 +9,8 @@
 
 /**
  * Packs @p entries of @p clientFolder below @p topFolder into the new zip file @p target, in their
- * order. The bytes depend on names and contents alone: not on times, modes or the machine. Keeps
- * one file of the client in memory at a time, and its packed form. Whether @p target is there after
+ * order. The bytes depend on names and contents alone: not on times, modes or the machine. Reads
+ * and writes in small pieces. Whether @p target is there after
  * a failure, and what it holds, is not said.
  */
 Failure WritePackage(const QString &clientFolder, const QString &topFolder,

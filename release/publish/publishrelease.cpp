@@ -12,11 +12,13 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 
 namespace
 {
 
 constexpr qint64 kPieceSize = 1024LL * 1024;
+constexpr int kMaxLeftOutNames = 10;            // in the summary; more nobody reads
 constexpr qint64 kMaxNotesSize = 1024LL * 1024; // in bytes; nobody reads more
 
 /// One release on its way: each step adds to the outcome, and the first one that fails is the last.
@@ -33,7 +35,7 @@ public:
         CheckSource();
         CheckTexts();
         CheckTree();
-        CheckVersionLength();
+        CheckVersionAgainstOthers();
         if (!m_outcome.refusals.isEmpty())
             return m_outcome;
         if (Failure failure = Publish())
@@ -80,12 +82,14 @@ private:
                                   "become part of it; put it elsewhere"));
             return;
         }
-        m_client = ListClientFolder(folder);
+        m_client = ListClientFolder(folder, Exclusion(m_request.exclude));
         const QString top = ReleaseRules::TopFolder(m_offer.id);
         Refuse(m_client.findings);
         Refuse(ReleaseRules::CheckEntries(top, m_client.entries));
-        m_outcome.warnings +=
-            ReleaseRules::WarnOfEntries(top, m_client.entries, m_request.updaterFolder);
+        const Findings updater =
+            ReleaseRules::CheckUpdaterFolder(m_client.entries, m_request.updaterFolder);
+        (m_request.allowUpdater ? m_outcome.warnings : m_outcome.refusals) += updater;
+        m_outcome.warnings += ReleaseRules::WarnOfEntries(top, m_client.entries);
     }
 
     bool TreeLiesInClient() const
@@ -115,11 +119,9 @@ private:
         }
         Refuse(ReleaseRules::CheckPackageSize(installer.size()));
         QFile file(m_request.source);
-        if (file.open(QIODevice::ReadOnly) && file.read(2) != "MZ") {
-            m_outcome.warnings.append(
-                {QStringLiteral("not-a-program"), QString(),
-                 QStringLiteral("%1 does not begin as programs for Windows do; see that it is one")
-                     .arg(m_request.source)});
+        if (file.open(QIODevice::ReadOnly)) {
+            m_outcome.warnings += ReleaseRules::WarnOfInstaller(
+                m_request.source, file.read(ReleaseRules::InstallerBeginning));
         }
     }
 
@@ -127,10 +129,7 @@ private:
     {
         Refuse(ReleaseRules::CheckVersion(m_request.version));
         Refuse(ReleaseRules::CheckUrlPrefix(m_request.urlPrefix));
-        QString prefix = m_request.urlPrefix;
-        while (prefix.endsWith(QLatin1Char('/')))
-            prefix.chop(1);
-        m_offer.url = prefix + ReleaseTree::PackagesPath + m_offer.id;
+        m_offer.url = ReleaseTree::PackageAddress(m_request.urlPrefix, m_offer.id);
         m_offer.notes = ReadNotes(m_request.notesZhFile, QStringLiteral("Chinese")) +
                         ServiceContract::NotesSeparator +
                         ReadNotes(m_request.notesEnFile, QStringLiteral("English"));
@@ -179,11 +178,14 @@ private:
         }
     }
 
-    void CheckVersionLength()
+    void CheckVersionAgainstOthers()
     {
-        if (!m_request.allowShorterVersion &&
-            ReleaseRules::CheckVersion(m_request.version).isEmpty())
-            Refuse(ReleaseRules::CheckVersionLength(m_request.version, PublishedVersions()));
+        if (!ReleaseRules::CheckVersion(m_request.version).isEmpty())
+            return;
+        const QStringList published = PublishedVersions();
+        if (!m_request.allowShorterVersion)
+            Refuse(ReleaseRules::CheckVersionLength(m_request.version, published));
+        m_outcome.warnings += ReleaseRules::WarnOfOlderVersion(m_request.version, published);
     }
 
     /// The versions of all releases that the tree still holds an offer or a package of.
@@ -269,6 +271,19 @@ private:
         return {};
     }
 
+    /// What the exclusion kept out, for the summary; empty when that is nothing.
+    QString LeftOutLine() const
+    {
+        const QStringList &paths = m_client.leftOut;
+        if (paths.isEmpty())
+            return QString();
+        QString names =
+            ReleaseRules::Shown(paths.mid(0, kMaxLeftOutNames).join(QStringLiteral(", ")));
+        if (paths.size() > kMaxLeftOutNames)
+            names += QStringLiteral(" and %1 more").arg(paths.size() - kMaxLeftOutNames);
+        return QStringLiteral("  left out %1\n").arg(names);
+    }
+
     void DescribeResult()
     {
         const QString mode = m_offer.forced ? QStringLiteral("forced") : QStringLiteral("optional");
@@ -283,18 +298,21 @@ private:
                            "  page     %9\n")
                 .arg(m_offer.version, mode, package, SizeText(m_offer.package.size),
                      QString::number(m_offer.package.size), m_offer.package.md5,
-                     m_offer.package.sha256, m_tree.OfferFile(), m_tree.IndexFile());
-        m_outcome.facts = {{QStringLiteral("version"), m_offer.version},
-                           {QStringLiteral("update"), mode},
-                           {QStringLiteral("id"), m_offer.id},
-                           {QStringLiteral("package"), package},
-                           {QStringLiteral("size"), m_offer.package.size},
-                           {QStringLiteral("md5"), m_offer.package.md5},
-                           {QStringLiteral("sha1"), m_offer.package.sha1},
-                           {QStringLiteral("sha256"), m_offer.package.sha256},
-                           {QStringLiteral("offer"), m_tree.OfferFile()},
-                           {QStringLiteral("none"), m_tree.NoOfferFile()},
-                           {QStringLiteral("index"), m_tree.IndexFile()}};
+                     m_offer.package.sha256, m_tree.OfferFile(), m_tree.IndexFile()) +
+            LeftOutLine();
+        m_outcome.facts = {
+            {QStringLiteral("version"), m_offer.version},
+            {QStringLiteral("update"), mode},
+            {QStringLiteral("id"), m_offer.id},
+            {QStringLiteral("package"), package},
+            {QStringLiteral("size"), m_offer.package.size},
+            {QStringLiteral("md5"), m_offer.package.md5},
+            {QStringLiteral("sha1"), m_offer.package.sha1},
+            {QStringLiteral("sha256"), m_offer.package.sha256},
+            {QStringLiteral("leftOut"), QJsonArray::fromStringList(m_client.leftOut)},
+            {QStringLiteral("offer"), m_tree.OfferFile()},
+            {QStringLiteral("none"), m_tree.NoOfferFile()},
+            {QStringLiteral("index"), m_tree.IndexFile()}};
     }
 
     const Request &m_request;

@@ -9,6 +9,7 @@
 #include <QRegularExpression>
 #include <QSet>
 #include <QTextDocument>
+#include <QVersionNumber>
 
 #include <algorithm>
 
@@ -16,23 +17,16 @@ namespace
 {
 
 using ReleaseRules::Entry;
+using ReleaseRules::Shown;
 
 const QString kInstallerSuffix = QStringLiteral(".exe");
+const QString kUpdaterProgram = QStringLiteral("AutoUpdate.exe");
+const QString kUpdaterConfiguration = QStringLiteral("updateconfig.json");
 
 bool IsAscii(const QString &text)
 {
     return std::all_of(text.cbegin(), text.cend(),
                        [](QChar character) { return character.unicode() < 0x80; });
-}
-
-/// As findings show a name: characters that would break or forge a line are replaced.
-QString Shown(QString text)
-{
-    for (QChar &character : text) {
-        if (!character.isPrint())
-            character = QChar::ReplacementCharacter;
-    }
-    return text;
 }
 
 /// What keeps Windows from holding a file or folder of this name, or its users from seeing what it
@@ -122,6 +116,26 @@ QString ParentOf(const QString &path)
     return path.left(qMax(0, path.lastIndexOf(QLatin1Char('/'))));
 }
 
+/// The folder in which @p entries hold the updater; empty when they do not.
+QString UpdaterFolderIn(const QVector<Entry> &entries, const QString &named)
+{
+    QSet<QString> withProgram;
+    QSet<QString> withConfiguration;
+    for (const Entry &entry : entries) {
+        if (entry.path.compare(named, Qt::CaseInsensitive) == 0)
+            return entry.path;
+        const QString folder = ParentOf(entry.path);
+        if (LastPart(entry.path).compare(kUpdaterProgram, Qt::CaseInsensitive) == 0)
+            withProgram.insert(folder);
+        if (LastPart(entry.path).compare(kUpdaterConfiguration, Qt::CaseInsensitive) == 0)
+            withConfiguration.insert(folder);
+    }
+    withProgram.intersect(withConfiguration);
+    QStringList folders = withProgram.values();
+    std::sort(folders.begin(), folders.end());
+    return folders.value(0);
+}
+
 Finding TooLong(const QString &topFolder, const Entry &entry)
 {
     return {QStringLiteral("name-length"), entry.path,
@@ -135,9 +149,10 @@ Finding TooLong(const QString &topFolder, const Entry &entry)
 Finding TooLarge(const Entry &entry)
 {
     return {QStringLiteral("file-size"), entry.path,
-            QStringLiteral("%1: %2 bytes, and the updater takes files below 2 GiB only; split it")
+            QStringLiteral("%1: %2 bytes, and the updater takes files of at most %3; split it")
                 .arg(Shown(entry.path))
-                .arg(entry.size)};
+                .arg(entry.size)
+                .arg(ReleaseRules::MaxSize)};
 }
 
 Finding CaseTwin(const QString &path, const QString &twin)
@@ -159,6 +174,15 @@ Finding BeforeItsFolder(const QString &path)
 }
 
 } // namespace
+
+QString ReleaseRules::Shown(QString text)
+{
+    for (QChar &character : text) {
+        if (!character.isPrint())
+            character = QChar::ReplacementCharacter;
+    }
+    return text;
+}
 
 QString ReleaseRules::PackageFileName(const QString &name, const QString &version,
                                       const QString &suffix)
@@ -362,23 +386,52 @@ Findings ReleaseRules::CheckEntries(const QString &topFolder, const QVector<Entr
     return findings;
 }
 
-Findings ReleaseRules::WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries,
-                                     const QString &updaterFolder)
+Findings ReleaseRules::CheckUpdaterFolder(const QVector<Entry> &entries,
+                                          const QString &updaterFolder)
 {
-    Findings warnings;
-    const auto isUpdater = [&updaterFolder](const Entry &entry) {
-        return entry.path.compare(updaterFolder, Qt::CaseInsensitive) == 0;
-    };
-    if (std::any_of(entries.cbegin(), entries.cend(), isUpdater)) {
-        warnings.append(
-            {QStringLiteral("updater-folder"), updaterFolder,
+    const QString folder = UpdaterFolderIn(entries, updaterFolder);
+    if (folder.isEmpty())
+        return {};
+    return {{QStringLiteral("updater-folder"), folder,
              QStringLiteral("\"%1\" is the updater's own folder: Windows does not "
                             "overwrite a running program, and the copy would stop there; "
-                            "leave it out, or name the updater's folder with "
-                            "--updater-folder")
-                 .arg(Shown(updaterFolder))});
-    }
+                            "leave it out, name the updater's folder with "
+                            "--updater-folder, or pass --allow-updater")
+                 .arg(Shown(folder))}};
+}
 
+Findings ReleaseRules::WarnOfInstaller(const QString &path, const QByteArray &beginning)
+{
+    if (beginning.startsWith("MZ"))
+        return {};
+    return {{QStringLiteral("not-a-program"), QString(),
+             QStringLiteral("%1 does not begin as programs for Windows do; see that it is one")
+                 .arg(path)}};
+}
+
+Findings ReleaseRules::WarnOfOlderVersion(const QString &version, const QStringList &published)
+{
+    const QVersionNumber number = QVersionNumber::fromString(version).normalized();
+    const QString *newest = nullptr;
+    QVersionNumber newestNumber = number;
+    for (const QString &other : published) {
+        const QVersionNumber otherNumber = QVersionNumber::fromString(other).normalized();
+        if (otherNumber > newestNumber) {
+            newest = &other;
+            newestNumber = otherNumber;
+        }
+    }
+    if (newest == nullptr || version.isEmpty() || !version.at(0).isDigit())
+        return {};
+    return {{QStringLiteral("older-version"), QString(),
+             QStringLiteral("the version %1 is older than %2, which was published before, and is "
+                            "offered to those who have %2 too; see that it is meant so")
+                 .arg(Shown(version), Shown(*newest))}};
+}
+
+Findings ReleaseRules::WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries)
+{
+    Findings warnings;
     const auto isLong = [&topFolder](const Entry &entry) {
         return topFolder.size() + 1 + entry.path.size() > RoomyPathLength;
     };

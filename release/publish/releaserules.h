@@ -2,6 +2,7 @@
 
 #include "release/publish/findings.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -25,7 +26,8 @@ constexpr int MaxPathLength = 240;
 /// A longer path may not fit below the download folder of a user with a long name. In characters.
 constexpr int RoomyPathLength = 190;
 
-/// In bytes, of the package and of each file in it: the updater reads sizes as 32-bit integers.
+/// In bytes, of the package, whose size the updater reads as a 32-bit integer, and of each file in
+/// it.
 constexpr qint64 MaxSize = std::numeric_limits<qint32>::max();
 
 /// In characters.
@@ -42,6 +44,9 @@ struct Entry {
     bool isFolder = false;
     qint64 size = 0; ///< in bytes, unpacked; 0 for a folder
 };
+
+/// As lines show a name: characters that would break or forge a line are replaced.
+QString Shown(QString text);
 
 /// The file name of the zip package or installer called @p name: as "Client-2.1.3.zip".
 QString PackageFileName(const QString &name, const QString &version, const QString &suffix);
@@ -82,9 +87,24 @@ Findings CheckPackageSize(qint64 size);
 /// @p entries without the top folder, in the order of the package.
 Findings CheckEntries(const QString &topFolder, const QVector<Entry> &entries);
 
+/**
+ * Whether the updater is among @p entries: its folder, which is @p updaterFolder or any folder with
+ * the updater's program and configuration in it. One finding at the most.
+ */
+Findings CheckUpdaterFolder(const QVector<Entry> &entries, const QString &updaterFolder);
+
+/// In bytes; as much of an installer tells whether it is one.
+constexpr int InstallerBeginning = 2;
+
+/// Whether the installer @p path is a program, judged by @p beginning, its first bytes.
+Findings WarnOfInstaller(const QString &path, const QByteArray &beginning);
+
+/// Of a version before the newest of @p published; versions that do not begin with a number are not
+/// compared.
+Findings WarnOfOlderVersion(const QString &version, const QStringList &published);
+
 /// What is allowed, but may not be what the publisher means.
-Findings WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries,
-                       const QString &updaterFolder);
+Findings WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries);
 
 /// @p notes of one language.
 Findings WarnOfNotes(const QString &notes, const QString &language);

@@ -21,6 +21,12 @@ Finding CannotWrite(const QString &path, const QString &reason)
             QStringLiteral("%1: %2; make room and see to the permissions").arg(path, reason)};
 }
 
+/// Whatever mask the process has: the web server is another user.
+constexpr QFileDevice::Permissions kFileMode = QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                               QFileDevice::ReadGroup | QFileDevice::ReadOther;
+constexpr QFileDevice::Permissions kFolderMode =
+    kFileMode | QFileDevice::ExeOwner | QFileDevice::ExeGroup | QFileDevice::ExeOther;
+
 QString FolderOf(const QString &path)
 {
     return QFileInfo(path).path();
@@ -50,10 +56,34 @@ Failure WriteWhole(const QString &path, const QByteArray &content)
     return {};
 }
 
+/// False when others cannot read @p path. Some file systems have a mode of their own for all.
+bool LetEverybodyRead(const QString &path, QFileDevice::Permissions mode)
+{
+    return QFile::setPermissions(path, mode) || (QFile::permissions(path) & mode) == mode;
+}
+
+/// Makes what is missing of @p folder; of what is there already the mode is its owner's choice.
+Failure MakeFolder(const QString &folder)
+{
+    if (QFileInfo(folder).isDir())
+        return {};
+    if (FolderOf(folder) != folder) {
+        if (Failure failure = MakeFolder(FolderOf(folder)))
+            return failure;
+    }
+    // Another process may make it at the same time.
+    const bool isMade = QDir().mkdir(folder) && LetEverybodyRead(folder, kFolderMode);
+    if (!isMade && !QFileInfo(folder).isDir())
+        return CannotWrite(folder, QStringLiteral("the folder cannot be made"));
+    return {};
+}
+
 Failure Replace(const QString &from, const QString &to)
 {
-    if (!QDir().mkpath(FolderOf(to)))
-        return CannotWrite(FolderOf(to), QStringLiteral("the folder cannot be made"));
+    if (Failure failure = MakeFolder(FolderOf(to)))
+        return failure;
+    if (!LetEverybodyRead(from, kFileMode))
+        return CannotWrite(from, QStringLiteral("its mode cannot be set"));
     if (!HostSystem::MoveIntoPlace(from, to))
         return CannotWrite(to, QStringLiteral("the file cannot be replaced"));
     return {};
@@ -62,6 +92,14 @@ Failure Replace(const QString &from, const QString &to)
 } // namespace
 
 const QString ReleaseTree::PackagesPath = QStringLiteral("/packages/");
+
+QString ReleaseTree::PackageAddress(QString prefix, const QString &id)
+{
+    while (prefix.endsWith(QLatin1Char('/')))
+        prefix.chop(1);
+    const QString folder = PackagesPath.chopped(1);
+    return (prefix.endsWith(folder) ? prefix.chopped(folder.size()) : prefix) + PackagesPath + id;
+}
 
 ReleaseTree::ReleaseTree(const QString &folder)
     : m_folder(QDir::cleanPath(QDir::current().absoluteFilePath(folder)))
@@ -125,8 +163,8 @@ Failure StagedRelease::Begin()
     m_oldAncestor = m_tree.Folder();
     while (!QFileInfo::exists(m_oldAncestor) && FolderOf(m_oldAncestor) != m_oldAncestor)
         m_oldAncestor = FolderOf(m_oldAncestor);
-    if (!QDir().mkpath(m_folder))
-        return CannotWrite(m_tree.Folder(), QStringLiteral("the folder cannot be made"));
+    if (Failure failure = MakeFolder(m_folder))
+        return failure;
 
     m_lock = std::make_unique<QLockFile>(StagedPath(kLockFile));
     m_lock->setStaleLockTime(0); // a large release takes its time

@@ -16,6 +16,9 @@ public:
     /// Where the packages lie, in the tree and in their addresses.
     static const QString PackagesPath; // "/packages/"
 
+    /// The address of the package @p id. @p prefix precedes PackagesPath, or ends with it already.
+    static QString PackageAddress(QString prefix, const QString &id);
+
     explicit ReleaseTree(const QString &folder);
 
     QString Folder() const { return m_folder; }
@@ -45,7 +48,8 @@ private:
  * A release in the making. It is put together in a folder of the tree that no address leads to, and
  * appears in its place by renaming whole files: whoever reads the tree meanwhile sees the old or
  * the new one. What is not published is removed by the destructor, and after a crash by the next
- * one. One at a time a tree. Main thread.
+ * one. One at a time a tree. Everybody may read the files and the folders that it makes. Main
+ * thread.
  */
 class StagedRelease
 {

@@ -10,8 +10,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <utility>
-
 namespace
 {
 
@@ -19,8 +17,8 @@ namespace
 class Verifier
 {
 public:
-    Verifier(const QString &folder, QString updaterFolder, Progress &progress)
-        : m_tree(folder), m_updaterFolder(std::move(updaterFolder)), m_progress(progress)
+    Verifier(const Request &request, Progress &progress)
+        : m_request(request), m_tree(request.source), m_progress(progress)
     {
     }
 
@@ -123,6 +121,17 @@ private:
         CheckIndex(found);
         if (m_offer.kind == Global::ZipPackage)
             CheckZip(path);
+        else
+            CheckInstaller(path);
+    }
+
+    void CheckInstaller(const QString &path)
+    {
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly)) {
+            m_outcome.warnings +=
+                ReleaseRules::WarnOfInstaller(path, file.read(ReleaseRules::InstallerBeginning));
+        }
     }
 
     void CompareDigests(const FileDigests &found)
@@ -154,8 +163,11 @@ private:
         const ZipContents contents = CheckZipPackage(path, m_offer.id, m_progress);
         Refuse(contents.findings);
         m_entries = contents.entries.size() + 1; // and the top folder
-        m_outcome.warnings += ReleaseRules::WarnOfEntries(ReleaseRules::TopFolder(m_offer.id),
-                                                          contents.entries, m_updaterFolder);
+        const Findings updater =
+            ReleaseRules::CheckUpdaterFolder(contents.entries, m_request.updaterFolder);
+        (m_request.allowUpdater ? m_outcome.warnings : m_outcome.refusals) += updater;
+        m_outcome.warnings +=
+            ReleaseRules::WarnOfEntries(ReleaseRules::TopFolder(m_offer.id), contents.entries);
     }
 
     void DescribeResult()
@@ -171,8 +183,8 @@ private:
                            {QStringLiteral("entries"), m_entries}};
     }
 
+    const Request &m_request;
     ReleaseTree m_tree;
-    QString m_updaterFolder;
     Progress &m_progress;
     Offer m_offer;
     int m_entries = 0; ///< of a zip package; 0 for an installer
@@ -181,7 +193,7 @@ private:
 
 } // namespace
 
-Outcome VerifyRelease(const QString &folder, const QString &updaterFolder, Progress &progress)
+Outcome VerifyRelease(const Request &request, Progress &progress)
 {
-    return Verifier(folder, updaterFolder, progress).Run();
+    return Verifier(request, progress).Run();
 }

@@ -1,12 +1,8 @@
 #pragma once
 
+#include "release/publish/commandline.h"
 #include "release/publish/progress.h"
 #include "release/publish/report.h"
 
-#include <QString>
-
-/**
- * Holds the release in the tree @p folder against every rule. Writes nothing. @p updaterFolder is
- * the updater's folder, relative to the client's.
- */
-Outcome VerifyRelease(const QString &folder, const QString &updaterFolder, Progress &progress);
+/// Holds the release that @p request, a verification, names against every rule. Writes nothing.
+Outcome VerifyRelease(const Request &request, Progress &progress);

@@ -205,6 +205,99 @@ class Publish(unittest.TestCase):
         self.assertIn("large: 2147483648 bytes", refused.stderr)
         self.assertFalse(self.site.exists())
 
+    def test_names_that_are_no_text_are_refused(self) -> None:
+        raw = os.fsencode(self.client)
+        os.mkdir(raw + b"/lost\xff")
+        (self.client / "plug ins" / os.fsdecode(b"caf\xe9")).touch()
+        refused = self.publish("2.1.3", "--json")
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("publish: lost\\xff: ", refused.stderr)
+        self.assertEqual(
+            [(reason["rule"], reason["path"]) for reason in json.loads(refused.stdout)["refusals"]],
+            [("name-encoding", "lost\\xff"), ("name-encoding", "plug ins/caf\\xe9")],
+        )
+        self.assertFalse(self.site.exists())
+
+    def test_the_updaters_folder_has_to_be_allowed(self) -> None:
+        (self.client / "AutoUpdate").mkdir()
+        (self.client / "AutoUpdate" / "AutoUpdate.exe").write_bytes(b"MZ")
+        refused = self.publish()
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("or pass --allow-updater", refused.stderr)
+        self.assertFalse(self.site.exists())
+        allowed = self.publish("2.1.3", "--allow-updater")
+        self.assertEqual(allowed.returncode, 0, allowed.stderr)
+        self.assertIn('publish: warning: "AutoUpdate" is the updater', allowed.stderr)
+        verify = [TOOL, "verify", str(self.site)]
+        self.assertEqual(self.run_tool(verify).returncode, 1)
+        self.assertEqual(self.run_tool(verify + ["--allow-updater"]).returncode, 0)
+
+    def test_the_tree_can_be_read_by_everybody(self) -> None:
+        setup = self.room / "Setup-2.2.0.exe"
+        setup.write_bytes(b"MZ installer")
+        setup.chmod(0o600)
+        self.site = self.room / "new" / "site"
+        installer = self.command("2.2.0")
+        installer[1:6] = ["installer", "--file", str(setup)]
+        for command in (self.command(), installer):
+            done = self.run_tool(command, lambda: os.umask(0o077) and None)
+            self.assertEqual(done.returncode, 0, done.stderr)
+        new = self.room / "new"
+        self.assertEqual(
+            {str(path.relative_to(new)): oct(path.stat().st_mode & 0o7777)
+             for path in [new, *new.rglob("*")]},
+            {
+                ".": "0o755",
+                "site": "0o755",
+                "site/check": "0o755",
+                "site/check/none.json": "0o644",
+                "site/check/offer.json": "0o644",
+                "site/index.html": "0o644",
+                "site/packages": "0o755",
+                "site/packages/Client-2.1.3.zip": "0o644",
+                "site/packages/Setup-2.2.0.exe": "0o644",
+            },
+        )
+
+    def test_what_is_left_out_is_told(self) -> None:
+        for path in (".git/config", "plug ins/Thumbs.db", "plug ins/a.pdb", "b.pdb"):
+            (self.client / path).parent.mkdir(exist_ok=True)
+            (self.client / path).touch()
+        done = self.publish("2.1.3", "--exclude", "*.pdb")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn(
+            "\n  left out .git, b.pdb, plug ins/Thumbs.db, plug ins/a.pdb\n", done.stdout
+        )
+        for path in (".git/config", "plug ins/Thumbs.db", "plug ins/a.pdb", "b.pdb"):
+            (self.client / path).unlink()
+        (self.client / ".git").rmdir()
+        with zipfile.ZipFile(self.site / "packages" / "Client-2.1.3.zip") as package:
+            package.extractall(self.room / "unpacked")
+        self.assertEqual(snapshot(self.room / "unpacked" / "Client-2.1.3"), snapshot(self.client))
+
+    def test_a_file_of_2_gib_is_refused_for_its_size(self) -> None:
+        with (self.client / "large").open("wb") as large:
+            large.truncate(2**31)
+        refused = self.publish()
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("large: 2147483648 bytes, and the updater takes files of at most 2147483647;", refused.stderr)
+        self.assertNotIn("changed", refused.stderr)
+        self.assertFalse(self.site.exists())
+
+    def test_version_of_the_tool_is_told(self) -> None:
+        told = self.run_tool([TOOL, "--version"])
+        self.assertEqual((told.returncode, told.stderr), (0, ""))
+        self.assertRegex(told.stdout, r"\Apublish [0-9]+\.[0-9]+\.[0-9]+\n\Z")
+
+    def test_wrong_command_line_is_json_on_request(self) -> None:
+        for command in ([TOOL, "--json"], [TOOL, "tar", "--json"], self.command("2", "--json", "x")):
+            wrong = self.run_tool(command)
+            self.assertEqual(wrong.returncode, 2, command)
+            result = json.loads(wrong.stdout)
+            self.assertFalse(result["ok"])
+            self.assertEqual([reason["rule"] for reason in result["refusals"]], ["usage"])
+            self.assertIn(result["refusals"][0]["message"], wrong.stderr)
+
     def test_wrong_command_line_is_told_apart(self) -> None:
         for command in ([TOOL], [TOOL, "tar"], [TOOL, "verify"], self.command() + ["--colour"]):
             wrong = self.run_tool(command)

@@ -22,6 +22,10 @@ class TestCommandLine : public QObject
 private slots:
     void zip();
     void shorterVersionsAreAllowedOnRequest();
+    void excludedIsWhatIsGivenAndTheUsual();
+    void versionOfTheToolIsNoRequest();
+    void wrongOnesKnowThatJsonIsWanted();
+    void updaterIsAllowedOnRequest();
     void installer();
     void verify();
     void wrongOnes_data();
@@ -49,6 +53,47 @@ void TestCommandLine::zip()
     QCOMPARE(line.request.updaterFolder, QStringLiteral("Up"));
     QVERIFY(line.request.asJson);
     QVERIFY(!line.request.allowShorterVersion);
+    QVERIFY(!line.request.allowUpdater);
+}
+
+void TestCommandLine::excludedIsWhatIsGivenAndTheUsual()
+{
+    const QStringList usual = ReadCommandLine(Words(wholeZip)).request.exclude;
+    QVERIFY(usual.contains(QStringLiteral(".git")));
+    const QStringList given = Words("--exclude *.pdb --exclude=doc/*");
+    CommandLine line = ReadCommandLine(Words(wholeZip) + given);
+    QCOMPARE(line.error, QString());
+    QCOMPARE(line.request.exclude, usual + Words("*.pdb doc/*"));
+    line = ReadCommandLine(Words(wholeZip) + given + Words("--no-default-excludes"));
+    QCOMPARE(line.request.exclude, Words("*.pdb doc/*"));
+}
+
+void TestCommandLine::versionOfTheToolIsNoRequest()
+{
+    const CommandLine line = ReadCommandLine(Words("--version"));
+    QCOMPARE(line.error, QString());
+    QVERIFY(line.asksForVersion);
+    QVERIFY(!ReadCommandLine(Words(wholeZip)).asksForVersion);
+}
+
+void TestCommandLine::wrongOnesKnowThatJsonIsWanted()
+{
+    for (const char *wrong : {"--json", "tar --json", "zip --json --colour", "verify --json"}) {
+        const CommandLine line = ReadCommandLine(Words(wrong));
+        QVERIFY(!line.error.isEmpty());
+        QVERIFY2(line.asJson, wrong);
+    }
+    QVERIFY(!ReadCommandLine(Words("tar")).asJson);
+}
+
+void TestCommandLine::updaterIsAllowedOnRequest()
+{
+    for (const QStringList &command : {Words(wholeZip), Words("verify site")}) {
+        QVERIFY(!ReadCommandLine(command).request.allowUpdater);
+        const CommandLine line = ReadCommandLine(command + Words("--allow-updater"));
+        QCOMPARE(line.error, QString());
+        QVERIFY(line.request.allowUpdater);
+    }
 }
 
 void TestCommandLine::shorterVersionsAreAllowedOnRequest()
@@ -102,6 +147,11 @@ void TestCommandLine::wrongOnes_data()
                                  << "--version is given twice; see publish zip --help";
     QTest::newRow("one too many") << Words(wholeZip) + Words("more")
                                   << "\"more\" is one too many; see publish zip --help";
+    for (const char *pattern : {"", "/a", "[a"}) {
+        QTest::newRow(qPrintable(QStringLiteral("pattern \"%1\"").arg(QLatin1String(pattern))))
+            << Words(wholeZip) + QStringList{QStringLiteral("--exclude"), QLatin1String(pattern)}
+            << QStringLiteral("\"%1\" is no pattern of names").arg(QLatin1String(pattern));
+    }
     QTest::newRow("folder missing")
         << Words("verify") << "DIR is missing; see publish verify --help";
     QTest::newRow("nothing is published")

@@ -91,6 +91,7 @@ private slots:
     void filesThatArePackedAlreadyStayAsTheyAre();
     void whatIsInstalledIsWhatWasPublished();
     void installerIsPublishedAsItIs();
+    void installerThatIsNoProgramIsWarnedOf();
     void installerGetsTheNameThatIsAskedFor();
     void addressPrefixIsAnnounced_data();
     void addressPrefixIsAnnounced();
@@ -105,7 +106,7 @@ private slots:
     void refusals();
     void refusalLeavesAnOlderReleaseAlone_data();
     void refusalLeavesAnOlderReleaseAlone();
-    void updatersFolderIsOnlyWarnedOf();
+    void updatersFolderHasToBeAllowed();
     void whatACrashLeftIsCleanedUp();
     void twoAtATimeAreRefused();
 #ifdef Q_OS_UNIX
@@ -278,7 +279,22 @@ void TestPublishRelease::installerIsPublishedAsItIs()
     const Global &updater = ReadByUpdater(vendor, QStringLiteral("en"));
     QCOMPARE(updater.id, QStringLiteral("Setup-2.1.3.exe"));
     QCOMPARE(updater.updateType, qint32(Global::InstallerPackage));
-    QVERIFY2(Verify(vendor).refusals.isEmpty(), qPrintable(Lines(Verify(vendor).refusals)));
+    const Outcome verified = Verify(vendor);
+    VerifyPublished(verified);
+    QVERIFY(verified.warnings.isEmpty());
+}
+
+void TestPublishRelease::installerThatIsNoProgramIsWarnedOf()
+{
+    const Vendor vendor;
+    const Request request = vendor.InstallerRequest();
+    WriteFile(request.source, "#!/bin/sh");
+    const Outcome published = Publish(request);
+    VerifyPublished(published);
+    const Outcome verified = Verify(vendor);
+    VerifyPublished(verified);
+    for (const Outcome &outcome : {published, verified})
+        QCOMPARE(Rules(outcome.warnings), QStringList(QStringLiteral("not-a-program")));
 }
 
 void TestPublishRelease::installerGetsTheNameThatIsAskedFor()
@@ -295,6 +311,8 @@ void TestPublishRelease::addressPrefixIsAnnounced_data()
     QTest::addColumn<QString>("prefix");
     QTest::newRow("plain") << "https://updates.example.com";
     QTest::newRow("with a slash") << "https://updates.example.com/";
+    QTest::newRow("with the folder") << "https://updates.example.com/packages";
+    QTest::newRow("with folder and slash") << "https://updates.example.com/packages/";
 }
 
 void TestPublishRelease::addressPrefixIsAnnounced()
@@ -355,7 +373,9 @@ void TestPublishRelease::olderReleaseCanBePublishedAgain()
     newer.version = QStringLiteral("2.2.0");
     VerifyPublished(Publish(vendor.ZipRequest()));
     VerifyPublished(Publish(newer));
-    VerifyPublished(Publish(vendor.ZipRequest()));
+    const Outcome outcome = Publish(vendor.ZipRequest());
+    VerifyPublished(outcome);
+    QCOMPARE(Rules(outcome.warnings), QStringList(QStringLiteral("older-version")));
     QCOMPARE(ReadByUpdater(vendor, QStringLiteral("en")).latestVersion, QStringLiteral("2.1.3"));
     QVERIFY(Verify(vendor).refusals.isEmpty());
 }
@@ -552,14 +572,21 @@ void TestPublishRelease::refusalLeavesAnOlderReleaseAlone()
     QCOMPARE(Snapshot(vendor.Tree()), before);
 }
 
-void TestPublishRelease::updatersFolderIsOnlyWarnedOf()
+void TestPublishRelease::updatersFolderHasToBeAllowed()
 {
     const Vendor vendor;
     WriteFile(vendor.Client(QStringLiteral("AutoUpdate/AutoUpdate.exe")), "MZ");
-    const Outcome outcome = Publish(vendor.ZipRequest());
+    Request request = vendor.ZipRequest();
+    const QStringList rule(QStringLiteral("updater-folder"));
+    QCOMPARE(Rules(Publish(request).refusals), rule);
+    QVERIFY(!QFile::exists(vendor.Tree()));
+
+    request.allowUpdater = true;
+    const Outcome outcome = Publish(request);
     VerifyPublished(outcome);
-    QCOMPARE(Rules(outcome.warnings), QStringList(QStringLiteral("updater-folder")));
+    QCOMPARE(Rules(outcome.warnings), rule);
     QVERIFY(outcome.warnings.first().message.contains(QLatin1String("--updater-folder")));
+    QCOMPARE(Rules(Verify(vendor).refusals), rule);
 }
 
 void TestPublishRelease::whatACrashLeftIsCleanedUp()

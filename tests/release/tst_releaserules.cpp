@@ -116,8 +116,10 @@ private slots:
     void findingNamesThePath();
     void findingNamesTheCharacter();
     void controlCharactersDoNotReachTheLine();
-    void updatersFolderIsWarnedOf_data();
-    void updatersFolderIsWarnedOf();
+    void updatersFolderIsFound_data();
+    void updatersFolderIsFound();
+    void olderVersionsAreWarnedOf_data();
+    void olderVersionsAreWarnedOf();
     void longPathsAreWarnedOfOnce();
     void notesThatLoseTheirMarkupAreWarnedOf_data();
     void notesThatLoseTheirMarkupAreWarnedOf();
@@ -406,7 +408,9 @@ void TestReleaseRules::entries_data()
 
     AddEntries("240 characters", {File(PathOfLength(240))});
     AddEntries("241 characters", {File(PathOfLength(241))}, "name-length");
-    AddEntries("2 GiB less one", {File(QStringLiteral("f"), 0x7fffffff)});
+    AddEntries("2 GiB less 65", {File(QStringLiteral("f"), 0x7fffffbf)});
+    AddEntries("2 GiB less 64", {File(QStringLiteral("f"), 0x7fffffc0)}, "file-size");
+    AddEntries("2 GiB less one", {File(QStringLiteral("f"), 0x7fffffff)}, "file-size");
     AddEntries("2 GiB", {File(QStringLiteral("f"), 0x80000000)}, "file-size");
 
     AddEntries("files by case", {File(QStringLiteral("Read")), File(QStringLiteral("read"))},
@@ -476,7 +480,7 @@ void TestReleaseRules::controlCharactersDoNotReachTheLine()
              qPrintable(line));
 }
 
-void TestReleaseRules::updatersFolderIsWarnedOf_data()
+void TestReleaseRules::updatersFolderIsFound_data()
 {
     QTest::addColumn<QVector<Entry>>("entries");
     QTest::addColumn<QString>("folder");
@@ -487,19 +491,55 @@ void TestReleaseRules::updatersFolderIsWarnedOf_data()
     QTest::newRow("as named") << entries << "AutoUpdate" << Words("updater-folder");
     QTest::newRow("in another case") << entries << "autoupdate" << Words("updater-folder");
     QTest::newRow("another one") << entries << "Up" << QStringList();
+    QTest::newRow("by what is in it")
+        << QVector<Entry>{Folder(QStringLiteral("d")), File(QStringLiteral("d/autoupdate.exe")),
+                          File(QStringLiteral("d/UpdateConfig.json"))}
+        << "Up" << Words("updater-folder");
+    QTest::newRow("not together") << QVector<Entry>{Folder(QStringLiteral("d")),
+                                                    File(QStringLiteral("d/AutoUpdate.exe")),
+                                                    File(QStringLiteral("updateconfig.json"))}
+                                  << "Up" << QStringList();
 }
 
-void TestReleaseRules::updatersFolderIsWarnedOf()
+void TestReleaseRules::updatersFolderIsFound()
 {
     QFETCH(QVector<Entry>, entries);
     QFETCH(QString, folder);
-    QTEST(Broken(ReleaseRules::WarnOfEntries(top, entries, folder)), "broken");
+    QTEST(Broken(ReleaseRules::CheckUpdaterFolder(entries, folder)), "broken");
+}
+
+void TestReleaseRules::olderVersionsAreWarnedOf_data()
+{
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QStringList>("published");
+    QTest::addColumn<QString>("newest");
+    QTest::newRow("first") << "2.1.3" << QStringList() << QString();
+    QTest::newRow("newer") << "2.10" << Words("2.9 2.1.3") << QString();
+    QTest::newRow("older") << "2.9" << Words("2.1.3 2.10 2.9.1") << "2.10";
+    QTest::newRow("the same") << "2.1.3" << Words("2.1.3 2.1.3.0") << QString();
+    QTest::newRow("longer and older") << "2.1.3.0" << Words("2.2") << "2.2";
+    QTest::newRow("not numbers") << "alpha" << Words("2.2") << QString();
+    QTest::newRow("nor are those before") << "2.2" << (Words("beta") << QString()) << QString();
+}
+
+void TestReleaseRules::olderVersionsAreWarnedOf()
+{
+    QFETCH(QString, version);
+    QFETCH(QStringList, published);
+    QFETCH(QString, newest);
+    const Findings found = ReleaseRules::WarnOfOlderVersion(version, published);
+    QCOMPARE(Broken(found), newest.isEmpty() ? QStringList() : Words("older-version"));
+    if (!newest.isEmpty()) {
+        const QString line = QStringLiteral("the version %1 is older than %2,");
+        QVERIFY2(found.first().message.startsWith(line.arg(version, newest)),
+                 qPrintable(found.first().message));
+    }
 }
 
 void TestReleaseRules::longPathsAreWarnedOfOnce()
 {
     const auto warnings = [](const QVector<Entry> &entries) {
-        return ReleaseRules::WarnOfEntries(top, entries, QStringLiteral("AutoUpdate"));
+        return ReleaseRules::WarnOfEntries(top, entries);
     };
     QVERIFY(warnings({File(PathOfLength(190))}).isEmpty());
     const Findings found =

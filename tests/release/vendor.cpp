@@ -52,6 +52,15 @@ Request Vendor::InstallerRequest() const
     return request;
 }
 
+Request Vendor::VerifyRequest() const
+{
+    Request request;
+    request.command = Request::Verify;
+    request.source = Tree();
+    request.updaterFolder = QStringLiteral("AutoUpdate");
+    return request;
+}
+
 Outcome Publish(const Request &request)
 {
     Progress progress(Progress::Silent);
@@ -61,7 +70,7 @@ Outcome Publish(const Request &request)
 Outcome Verify(const Vendor &vendor)
 {
     Progress progress(Progress::Silent);
-    return VerifyRelease(vendor.Tree(), QStringLiteral("AutoUpdate"), progress);
+    return VerifyRelease(vendor.VerifyRequest(), progress);
 }
 
 QMap<QString, QByteArray> Snapshot(const QString &folder)

@@ -32,6 +32,9 @@ public:
     /// What publishes an installer, which this makes, as Setup-2.1.3.exe.
     Request InstallerRequest() const;
 
+    /// What verifies the release tree.
+    Request VerifyRequest() const;
+
     /// The package that ZipRequest() makes.
     QString Package() const { return Tree(QStringLiteral("packages/Client-2.1.3.zip")); }
 

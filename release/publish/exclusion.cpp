@@ -1,0 +1,49 @@
+#include "release/publish/exclusion.h"
+
+#include <algorithm>
+
+namespace
+{
+
+QRegularExpression ExpressionOf(QString pattern)
+{
+    // "build/" is the folder, as one writes it elsewhere.
+    while (pattern.endsWith(QLatin1Char('/')))
+        pattern.chop(1);
+    return QRegularExpression(QRegularExpression::wildcardToRegularExpression(pattern),
+                              QRegularExpression::CaseInsensitiveOption);
+}
+
+} // namespace
+
+QStringList Exclusion::Defaults()
+{
+    return {QStringLiteral(".git"),           QStringLiteral(".gitignore"),
+            QStringLiteral(".gitattributes"), QStringLiteral(".gitmodules"),
+            QStringLiteral(".svn"),           QStringLiteral(".hg"),
+            QStringLiteral(".DS_Store"),      QStringLiteral("Thumbs.db"),
+            QStringLiteral("desktop.ini")};
+}
+
+bool Exclusion::IsPattern(const QString &text)
+{
+    const QRegularExpression expression = ExpressionOf(text);
+    return !text.isEmpty() && !text.startsWith(QLatin1Char('/')) && expression.isValid();
+}
+
+Exclusion::Exclusion(const QStringList &patterns)
+{
+    for (const QString &pattern : patterns) {
+        QString inside = pattern;
+        inside.chop(inside.endsWith(QLatin1Char('/')) ? 1 : 0);
+        m_patterns.append({inside.contains(QLatin1Char('/')), ExpressionOf(pattern)});
+    }
+}
+
+bool Exclusion::Holds(const QString &path) const
+{
+    const QString name = path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
+    return std::any_of(m_patterns.cbegin(), m_patterns.cend(), [&](const Pattern &pattern) {
+        return pattern.expression.match(pattern.isPath ? path : name).hasMatch();
+    });
+}
