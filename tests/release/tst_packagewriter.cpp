@@ -1,6 +1,7 @@
 #include "release/publish/packagewriter.h"
 
 #include "install/zipdirectory.h"
+#include "install/zipunpacker.h"
 #include "release/publish/zipwriter.h"
 #include "tests/release/vendor.h"
 #include "tests/support/fulldisk.h"
