@@ -24,7 +24,7 @@ function(windows_program target)
     set_target_properties(${target} PROPERTIES
         QT_PLUGINS_platforms Qt5::QWindowsIntegrationPlugin
         QT_PLUGINS_styles Qt5::QWindowsVistaStylePlugin
-        QT_PLUGINS_imageformats Qt5::QICOPlugin)
+        QT_PLUGINS_imageformats "Qt5::QGifPlugin;Qt5::QICOPlugin")
 
     # The resource holds the manifest; the linker must not make one as well.
     if(MSVC)

@@ -5,8 +5,8 @@
 #include "config/global.h"
 #include "config/paths.h"
 #include "fuzz/support/inputreader.h"
+#include "fuzz/support/promptwatch.h"
 #include "fuzz/support/require.h"
-#include "tests/support/filewatch.h"
 #include "tests/support/testhome.h"
 #include "ui/dwondialog.h"
 #include "ui/updatedialog.h"
@@ -22,7 +22,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 
 namespace
 {
@@ -42,19 +41,6 @@ constexpr int kMaxNotesLength = 200;
 constexpr int kHeadSize = 19;
 
 int g_clientStarts = 0;
-
-double CpuSeconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
-}
-
-/// Rare characters let Qt look for a font that has them.
-bool IsSystemFont(const QString &name)
-{
-    return name.startsWith(QLatin1String("/usr/share/fonts/"));
-}
 
 /// How the user is offered the update, and what is done with the prompt.
 struct Input {
@@ -104,7 +90,7 @@ void RequireShortLabels(const QWidget &dialog)
 /// Shows and paints both dialogs. They must not look at any file.
 void Show(UpdateDialog &prompt, const Input &input)
 {
-    const FileWatch watch{QString()};
+    const OnlyFonts onlyFonts;
     prompt.updateMode(input.mode);
     prompt.grab();
     DwonDialog &progress = *prompt.ProgressDialog();
@@ -113,8 +99,6 @@ void Show(UpdateDialog &prompt, const Input &input)
     progress.grab();
     progress.UpdateProgressBar(input.bytesRead, input.totalBytes);
     progress.grab();
-    for (const QString &name : watch.Names())
-        Require(IsSystemFont(name), "an offer loads no file", name);
 }
 
 /// Presses "Later", or closes the window, which means the same to an optional prompt.

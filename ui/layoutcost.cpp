@@ -1,213 +1,114 @@
 #include "ui/layoutcost.h"
 
+#include <QFont>
+#include <QMap>
 #include <QSet>
 #include <QTextBlock>
-#include <QTextBoundaryFinder>
-#include <QTextCursor>
 #include <QTextDocument>
 #include <QTextFrame>
 #include <QTextLength>
-#include <QTextList>
 #include <QTextTable>
 #include <QVector>
 
 #include <cmath>
+#include <limits>
 #include <set>
 
 namespace
 {
 
-// Qt's time for a word grows with the square of its length. A text of 16384 letters in words of
-// this length takes about 0.1 s, as one word 1.4 s.
-constexpr int kMaxParagraphLength = 1024; // UTF-16 units
+// In seconds; measured with Qt 5.15. What lies in a table is laid out several times.
+constexpr double kPerBlock = 10e-6;
+constexpr double kPerBlockInTable = 25e-6;
+constexpr double kPerCharacter = 1e-6;
+constexpr double kPerGlyph = 5e-6; // of a script with so many that most are met for the first time
+constexpr double kPerStackedMark = 15e-6;
+constexpr double kPerSquaredLetter = 7e-9; // of what cannot be broken into lines, in a narrow place
+constexpr double kPerCrowdedCharacter = 30e-6;
+constexpr double kPerFont = 1e-3;
+constexpr double kPerFloat = 0.5e-6; // and line beside it
+constexpr double kPerImage = 0.1e-3;
+constexpr double kPerLargeImage = 1e-3;
 
-// All in pixels. The notes are about 430 x 120 pixels large. With these limits, 16384 lines stay
-// below the 2^25 pixels that Qt's fixed-point numbers can express.
-constexpr double kMaxLength = 1000;
-constexpr double kMaxFontSize = 96;
-constexpr double kMaxLineHeight = 400; // or per cent
+constexpr double kLargeImage = 100.0 * 100; // pixels
 
-// With less, thousands of different letters are visible at once, and drawing them takes long.
-constexpr double kMinFontSize = 6;    // pixels or points
-constexpr double kMinLineHeight = 50; // per cent
-constexpr double kMaxOverlap = 2;     // pixels by which letters may be moved together
+// Where more letters than usual are visible at once, and each has to be drawn.
+constexpr double kCrowdedFont = 6;        // pixels
+constexpr double kCrowdedSpacing = -2;    // pixels
+constexpr double kCrowdedLineHeight = 50; // per cent
 
-// Loading a font takes about a millisecond.
-constexpr int kMaxFonts = 48;
+constexpr int kStackedMarks = 4;
 
-// For every line, Qt looks at all the tables and images that text flows around.
-constexpr int kMaxFloats = 32;
+// Qt's fixed-point numbers end at 2^25 pixels.
+constexpr double kMaxHeight = 1 << 24;
 
-double Limited(double value, double least, double most)
+bool IsBreak(QChar character)
 {
-    return std::isnan(value) ? least : qBound(least, value, most);
+    const bool isIdeograph = character.unicode() >= 0x2e80 && character.unicode() < 0xa000;
+    return isIdeograph || character.isSpace();
 }
 
-QVariant LimitedProperty(int id, const QVariant &value)
+/// @p repetitions is how often it is laid out.
+double TextSeconds(const QString &text, double repetitions)
 {
-    switch (id) {
-    case QTextFormat::FontPointSize:
-        return Limited(value.toDouble(), kMinFontSize, kMaxFontSize);
-    case QTextFormat::FontPixelSize:
-        return qBound(int(kMinFontSize), value.toInt(), int(kMaxFontSize));
-    case QTextFormat::LineHeight:
-        return Limited(value.toDouble(), 0, kMaxLineHeight);
-    case QTextFormat::FontLetterSpacing:
-    case QTextFormat::FontWordSpacing:
-        return Limited(value.toDouble(), -kMaxOverlap, kMaxLength);
-    case QTextFormat::BlockTopMargin:
-    case QTextFormat::BlockBottomMargin:
-        return Limited(value.toDouble(), 0, kMaxLength);
+    double seconds = text.size() * kPerCharacter * repetitions;
+    double squares = 0;
+    double run = 0;
+    int marks = 0;
+    for (const QChar character : text) {
+        run = IsBreak(character) ? 0 : run + 1;
+        squares += 2 * run; // the sum of these is the square
+        marks = character.isMark() ? marks + 1 : 0;
+        seconds += character.unicode() < 0x300 ? 0 : kPerGlyph;
+        seconds += marks > kStackedMarks ? kPerStackedMark : 0;
+    }
+    return seconds + squares * kPerSquaredLetter * repetitions;
+}
+
+double FontPixels(const QFont &font)
+{
+    constexpr double pixelsPerPoint = 96.0 / 72;
+    constexpr double ordinary = 12; // without a window system, a font may have no size
+    if (font.pixelSize() > 0)
+        return font.pixelSize();
+    return font.pointSizeF() > 0 ? font.pointSizeF() * pixelsPerPoint : ordinary;
+}
+
+bool IsCrowded(const QTextCharFormat &format)
+{
+    return FontPixels(format.font()) < kCrowdedFont ||
+           format.doubleProperty(QTextFormat::FontLetterSpacing) < kCrowdedSpacing ||
+           format.doubleProperty(QTextFormat::FontWordSpacing) < kCrowdedSpacing;
+}
+
+bool IsCrowded(const QTextBlockFormat &format)
+{
+    switch (format.lineHeightType()) {
+    case QTextBlockFormat::ProportionalHeight:
+        return format.lineHeight() < kCrowdedLineHeight;
+    case QTextBlockFormat::FixedHeight:
+        return format.lineHeight() < kCrowdedFont;
     default:
-        break;
-    }
-    if (value.userType() == QMetaType::Double || value.userType() == QMetaType::Float)
-        return Limited(value.toDouble(), -kMaxLength, kMaxLength);
-    if (value.userType() == QMetaType::QTextLength) {
-        const auto length = value.value<QTextLength>();
-        return QVariant(QTextLength(length.type(), Limited(length.rawValue(), 0, kMaxLength)));
-    }
-    return value;
-}
-
-template <class Format> Format Limited(Format format)
-{
-    const QMap<int, QVariant> properties = format.properties();
-    for (auto property = properties.begin(); property != properties.end(); ++property) {
-        const QVariant limited = LimitedProperty(property.key(), property.value());
-        if (limited != property.value())
-            format.setProperty(property.key(), limited);
-    }
-    return format;
-}
-
-/// Also limits how many lines can be visible at once.
-QTextBlockFormat LimitedBlock(const QTextBlockFormat &original)
-{
-    QTextBlockFormat format = Limited(original);
-    const int type = format.lineHeightType();
-    if (type == QTextBlockFormat::ProportionalHeight)
-        format.setLineHeight(qMax(kMinLineHeight, format.lineHeight()), type);
-    else if (type == QTextBlockFormat::FixedHeight)
-        format.setLineHeight(qMax(kMinFontSize, format.lineHeight()), type);
-    return format;
-}
-
-/// Keeps the first kMaxFonts fonts of a document and replaces all others by the default font.
-class FontLimit
-{
-public:
-    QTextCharFormat Apply(QTextCharFormat format)
-    {
-        const QString font = format.font().key();
-        if (m_fonts.contains(font))
-            return format;
-        if (m_fonts.size() < kMaxFonts) {
-            m_fonts.insert(font);
-            return format;
-        }
-        for (int id = QTextFormat::FirstFontProperty; id <= QTextFormat::LastFontProperty; ++id)
-            format.clearProperty(id);
-        format.clearProperty(QTextFormat::FontSizeAdjustment);
-        return format;
-    }
-
-private:
-    QSet<QString> m_fonts;
-};
-
-struct Fragment {
-    int position;
-    int length;
-    QTextCharFormat format;
-};
-
-QVector<Fragment> FragmentsToChange(const QTextBlock &block, FontLimit &fonts)
-{
-    QVector<Fragment> fragments;
-    for (auto it = block.begin(); !it.atEnd(); ++it) {
-        const QTextFragment fragment = it.fragment();
-        const QTextCharFormat format = fonts.Apply(Limited(fragment.charFormat()));
-        if (format != fragment.charFormat())
-            fragments.append({fragment.position(), fragment.length(), format});
-    }
-    return fragments;
-}
-
-void LimitBlockFormats(const QTextBlock &block, FontLimit &fonts)
-{
-    QTextCursor cursor(block);
-    const QTextBlockFormat blockFormat = LimitedBlock(block.blockFormat());
-    if (blockFormat != block.blockFormat())
-        cursor.setBlockFormat(blockFormat);
-    const QTextCharFormat charFormat = fonts.Apply(Limited(block.charFormat()));
-    if (charFormat != block.charFormat())
-        cursor.setBlockCharFormat(charFormat);
-    const QVector<Fragment> fragments = FragmentsToChange(block, fonts);
-    for (const Fragment &fragment : fragments) {
-        cursor.setPosition(fragment.position);
-        cursor.setPosition(fragment.position + fragment.length, QTextCursor::KeepAnchor);
-        cursor.setCharFormat(fragment.format);
+        return false;
     }
 }
 
-/// Where to split the text: where a line may end, otherwise between two characters.
-int SplitPosition(const QString &text)
+/// In pixels, at most.
+double LineHeight(const QTextBlockFormat &format, double font)
 {
-    for (const auto type : {QTextBoundaryFinder::Line, QTextBoundaryFinder::Grapheme}) {
-        QTextBoundaryFinder finder(type, text);
-        finder.setPosition(kMaxParagraphLength);
-        if (!finder.isAtBoundary())
-            finder.toPreviousBoundary();
-        if (finder.position() > kMaxParagraphLength / 2)
-            return finder.position();
-    }
-    const bool splitsPair = text.at(kMaxParagraphLength - 1).isHighSurrogate();
-    return splitsPair ? kMaxParagraphLength - 1 : kMaxParagraphLength;
-}
-
-/// The format of a split paragraph's second part: no gap, no first-line indent, no bullet.
-QTextBlockFormat RestFormat(const QTextBlock &block)
-{
-    QTextBlockFormat format = block.blockFormat();
-    if (block.textList() != nullptr) {
-        format.setIndent(format.indent() + block.textList()->format().indent());
-        format.setObjectIndex(-1);
-    }
-    format.setTextIndent(0);
-    format.setTopMargin(0);
-    return format;
-}
-
-void SplitParagraph(const QTextBlock &block)
-{
-    QTextCursor cursor(block);
-    while (cursor.block().length() - 1 > kMaxParagraphLength) {
-        const QTextBlock paragraph = cursor.block();
-        const QTextBlockFormat rest = RestFormat(paragraph);
-        QTextBlockFormat first = paragraph.blockFormat();
-        first.setBottomMargin(0);
-        cursor.setBlockFormat(first);
-        const QString start = paragraph.text().left(kMaxParagraphLength + 1);
-        cursor.setPosition(paragraph.position() + SplitPosition(start));
-        cursor.insertBlock(rest);
-    }
-}
-
-void LimitCells(const QTextTable *table)
-{
-    for (int row = 0; row < table->rows(); ++row)
-        for (int column = 0; column < table->columns(); ++column) {
-            QTextTableCell cell = table->cellAt(row, column);
-            cell.setFormat(Limited(cell.format()));
-        }
+    const double ordinary = 2 * font;
+    if (format.lineHeightType() == QTextBlockFormat::SingleHeight)
+        return ordinary;
+    if (format.lineHeightType() == QTextBlockFormat::ProportionalHeight)
+        return ordinary * qMax(1.0, format.lineHeight() / 100);
+    return ordinary + format.lineHeight();
 }
 
 /// All frames, tables and floating images. Qt builds the tree of frames at the end of the edit
 /// only.
 QVector<QTextFrame *> Frames(const QTextDocument &document)
 {
-    std::set<int> indices; // in the order of the notes
+    std::set<int> indices;
     const QVector<QTextFormat> formats = document.allFormats();
     for (const QTextFormat &format : formats)
         indices.insert(format.objectIndex());
@@ -218,30 +119,123 @@ QVector<QTextFrame *> Frames(const QTextDocument &document)
     return frames;
 }
 
-void LimitFrames(const QTextDocument &document)
+/// The largest length of any frame, table or cell, whatever it is for, but their widths.
+double LargestFrameLength(const QTextDocument &document)
 {
-    int floats = 0;
-    const QVector<QTextFrame *> frames = Frames(document);
-    for (QTextFrame *frame : frames) {
-        QTextFrameFormat format = Limited(frame->frameFormat());
-        if (format.position() != QTextFrameFormat::InFlow && ++floats > kMaxFloats)
-            format.setPosition(QTextFrameFormat::InFlow);
-        if (format != frame->frameFormat())
-            frame->setFrameFormat(format);
-        if (auto *table = qobject_cast<QTextTable *>(frame))
-            LimitCells(table);
+    double largest = 0;
+    const QVector<QTextFormat> formats = document.allFormats();
+    for (const QTextFormat &format : formats) {
+        if (!format.isFrameFormat() && !format.isTableCellFormat())
+            continue;
+        const QMap<int, QVariant> properties = format.properties();
+        for (auto property = properties.begin(); property != properties.end(); ++property) {
+            const QVariant &value = property.value();
+            double length = 0;
+            if (value.userType() == QMetaType::Double)
+                length = std::abs(value.toDouble());
+            else if (property.key() == QTextFormat::FrameHeight)
+                length = value.value<QTextLength>().rawValue();
+            if (!std::isfinite(length))
+                return std::numeric_limits<double>::infinity();
+            largest = qMax(largest, length);
+        }
     }
+    return largest;
 }
+
+/// Adds up what a document needs.
+class DocumentCost
+{
+public:
+    explicit DocumentCost(const QTextDocument &document)
+    {
+        AddFrames(document);
+        for (QTextBlock block = document.begin(); block.isValid(); block = block.next())
+            AddBlock(block);
+    }
+
+    double Seconds() const
+    {
+        // A height that is no number is not below the limit either.
+        if (!(m_height < kMaxHeight))
+            return std::numeric_limits<double>::infinity();
+        return m_seconds + m_fonts.size() * kPerFont + m_floats * (m_floats + m_lines) * kPerFloat;
+    }
+
+private:
+    void AddFrames(const QTextDocument &document)
+    {
+        constexpr int sides = 4; // margin, border and padding, and the gap between two cells
+        const double length = LargestFrameLength(document);
+        const QVector<QTextFrame *> frames = Frames(document);
+        for (const QTextFrame *frame : frames) {
+            if (frame->frameFormat().position() != QTextFrameFormat::InFlow)
+                ++m_floats;
+            m_height += sides * 2 * length;
+            if (const auto *table = qobject_cast<const QTextTable *>(frame)) {
+                m_height += sides * 2 * length * table->rows();
+                ++m_depthSteps[table->firstPosition()];
+                --m_depthSteps[table->lastPosition() + 1];
+            }
+        }
+    }
+
+    void AddBlock(const QTextBlock &block)
+    {
+        const int tables = TablesAround(block.position());
+        const double repetitions = std::ldexp(1, tables);
+        m_seconds += tables > 0 ? kPerBlockInTable * repetitions : kPerBlock;
+        m_seconds += TextSeconds(block.text(), repetitions);
+        const QTextBlockFormat format = block.blockFormat();
+        double font = FontPixels(block.charFormat().font());
+        for (auto it = block.begin(); !it.atEnd(); ++it)
+            font = qMax(font, AddFragment(it.fragment(), IsCrowded(format)));
+        // As many lines as characters: the place may be narrow.
+        m_height += LineHeight(format, font) * block.length();
+        m_height += std::abs(format.topMargin()) + std::abs(format.bottomMargin());
+        constexpr double charactersPerLine = 10;
+        m_lines += 1 + block.length() / charactersPerLine;
+    }
+
+    /// Returns the size of its font.
+    double AddFragment(const QTextFragment &fragment, bool isCrowded)
+    {
+        const QTextCharFormat format = fragment.charFormat();
+        m_fonts.insert(format.font().key());
+        if (isCrowded || IsCrowded(format))
+            m_seconds += fragment.length() * kPerCrowdedCharacter;
+        if (format.isImageFormat())
+            AddImages(format.toImageFormat(), fragment.length());
+        return FontPixels(format.font());
+    }
+
+    void AddImages(const QTextImageFormat &format, int count)
+    {
+        const bool isLarge = format.width() * format.height() > kLargeImage;
+        m_seconds += count * (isLarge ? kPerLargeImage : kPerImage);
+        m_height += count * std::abs(format.height());
+    }
+
+    /// To be called with rising positions.
+    int TablesAround(int position)
+    {
+        while (!m_depthSteps.isEmpty() && m_depthSteps.firstKey() <= position)
+            m_depth += m_depthSteps.take(m_depthSteps.firstKey());
+        return m_depth;
+    }
+
+    double m_seconds = 0;
+    double m_height = 0; ///< pixels, at most
+    double m_lines = 0;
+    double m_floats = 0;
+    QSet<QString> m_fonts;
+    int m_depth = 0;
+    QMap<int, int> m_depthSteps; ///< how many more tables there are from a position on
+};
 
 } // namespace
 
-void LimitLayoutCost(QTextDocument &document)
+double LayoutSeconds(const QTextDocument &document)
 {
-    LimitFrames(document);
-    FontLimit fonts;
-    for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
-        LimitBlockFormats(block, fonts);
-        if (block.length() - 1 > kMaxParagraphLength)
-            SplitParagraph(block);
-    }
+    return DocumentCost(document).Seconds();
 }

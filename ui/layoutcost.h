@@ -3,15 +3,11 @@
 class QTextDocument;
 
 /**
- * Limits what Qt needs for the layout and the drawing of @p document to well below a second,
- * whatever markup or text it was made from. Ordinary documents do not change.
+ * Estimates the processor time that Qt needs for the layout and the first drawing of @p document,
+ * rounded up; infinity for one that is too high for Qt's fixed-point numbers, whose layout would
+ * never end. Images count with the sizes that their formats name.
  *
- * - Long paragraphs are split, because the time for a word grows with the square of its length.
- * - Lengths and font sizes are limited, because the layout of a document that is too high for Qt's
- *   fixed-point numbers never ends.
- * - The number of fonts and of floating tables and images is limited.
- *
- * Call it between beginEditBlock() and endEditBlock() of a cursor: Qt lays the document out at the
- * end of the edit. GUI thread.
+ * To be called before the layout: between beginEditBlock() and endEditBlock() of the cursor with
+ * which the document is filled. GUI thread.
  */
-void LimitLayoutCost(QTextDocument &document);
+double LayoutSeconds(const QTextDocument &document);

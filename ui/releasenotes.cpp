@@ -1,13 +1,18 @@
 #include "ui/releasenotes.h"
 
 #include "ui/layoutcost.h"
+#include "ui/markup.h"
+#include "ui/plaintextlayout.h"
 
 #include <QAbstractTextDocumentLayout>
+#include <QBuffer>
+#include <QDebug>
 #include <QFile>
-#include <QImage>
+#include <QHash>
+#include <QImageReader>
+#include <QLoggingCategory>
 #include <QPainter>
-#include <QRegularExpression>
-#include <QStringList>
+#include <QTextBlock>
 #include <QTextCursor>
 #include <QTextImageFormat>
 #include <QUrl>
@@ -15,124 +20,34 @@
 namespace
 {
 
-// Found by trial: within these the layout ends within moments, whatever the tags say.
-constexpr int kMaxMarkupLength = 16 * 1024;
-constexpr int kMaxPlainLength = 16 * 1024;
-constexpr int kMaxLengthWithTables = 4 * 1024;
-constexpr int kMaxSheetLength = 256;
-constexpr int kMaxTags = 1000;
-constexpr int kMaxTagsWithSheet = 128;
-constexpr int kMaxTableTags = 128;
-constexpr int kMaxTableDepth = 2;
+/// Of processor time, for all that is done until rich text is seen.
+constexpr double kMaxSeconds = 0.5;
 
-/// A tag as people write it, or a comment. What does not match could be read in another way.
-const QRegularExpression &Tag()
-{
-    static const QRegularExpression tag(
-        QStringLiteral(
-            "<(?:!--(?:(?!--)[^<>])*+-->|!doctype[^<>]*+>|(?<close>/?)(?<name>[a-z][a-z0-9]*+)"
-            "(?<attributes>(?:\\s++[a-z][a-z0-9:_-]*+(?:\\s*+=\\s*+"
-            "(?:\"[^\"<>]*+\"|'[^'<>]*+'|[a-z0-9#%+.,:/?_-]++))?)*+)\\s*+/?>)"),
-        QRegularExpression::CaseInsensitiveOption);
-    return tag;
-}
+// Of all images in the notes together: two that fill a screen.
+constexpr qint64 kMaxPixels = 4 * 1024 * 1024;
+constexpr double kSecondsPerPixel = 50e-9;
 
-const QRegularExpression &Attribute()
-{
-    static const QRegularExpression attribute(
-        QStringLiteral("(?<name>[a-z][a-z0-9:_-]*+)(?:\\s*+=\\s*+(?|\"(?<value>[^\"]*+)\""
-                       "|'(?<value>[^']*+)'|(?<value>[a-z0-9#%+.,:/?_-]++)))?"),
-        QRegularExpression::CaseInsensitiveOption);
-    return attribute;
-}
+/// Longer notes can only be readable in time when most of them are images, and would be in memory
+/// several times.
+constexpr int kMaxMarkupLength = 2 * 1024 * 1024;
 
-bool IsSmallNumber(const QString &text)
-{
-    static const QRegularExpression number(
-        QStringLiteral("^\\s*[+-]?[0-9]{1,3}(?:\\.[0-9]*)?\\s*(?:px|pt|em|%)?\\s*$"));
-    return number.match(text).hasMatch();
-}
+const QLatin1String kData("data");
 
-/// No escapes, no numbers beyond three digits, no "1e9", no "inf": a colour may have more digits.
-bool IsHarmlessSheet(QString sheet)
-{
-    static const QRegularExpression colour(QStringLiteral("#[0-9a-fA-F]{3,8}(?![0-9a-zA-Z])"));
-    static const QRegularExpression forbidden(
-        QStringLiteral("[\\\\&@]|(?<![.0-9])[0-9]{4}|[0-9.][eE][+-]?[0-9]|"
-                       "(?<![a-z])(?:inf|nan)(?:inity)?(?:px|pt|em|ex)?(?![a-z])"),
-        QRegularExpression::CaseInsensitiveOption);
-    sheet.remove(colour);
-    return !forbidden.match(sheet).hasMatch();
-}
+/// The number of an image among the document's NotesPictures.
+constexpr int kPicture = QTextFormat::UserProperty;
 
 /// The framework writes the name of a colour that it does not know into the log, line breaks and
-/// all.
-bool IsColour(const QString &text)
-{
-    static const QRegularExpression colour(QStringLiteral("\\A *#?[0-9a-zA-Z]* *\\z"));
-    return colour.match(text).hasMatch();
-}
-
-bool IsHarmlessAttribute(const QString &name, const QString &value)
-{
-    static const QStringList spans{QStringLiteral("colspan"), QStringLiteral("rowspan")};
-    static const QStringList numbers{QStringLiteral("width"),       QStringLiteral("height"),
-                                     QStringLiteral("border"),      QStringLiteral("cellpadding"),
-                                     QStringLiteral("cellspacing"), QStringLiteral("size"),
-                                     QStringLiteral("start"),       QStringLiteral("value"),
-                                     QStringLiteral("hspace"),      QStringLiteral("vspace")};
-    static const QStringList colours{QStringLiteral("color"), QStringLiteral("bgcolor"),
-                                     QStringLiteral("bordercolor")};
-    if (spans.contains(name))
-        return value == QLatin1String("1") || value == QLatin1String("2");
-    if (numbers.contains(name))
-        return IsSmallNumber(value);
-    if (colours.contains(name))
-        return IsColour(value);
-    return name != QLatin1String("style") || IsHarmlessSheet(value);
-}
-
-bool AreHarmlessAttributes(const QString &attributes)
-{
-    auto matches = Attribute().globalMatch(attributes);
-    while (matches.hasNext()) {
-        const QRegularExpressionMatch match = matches.next();
-        if (!IsHarmlessAttribute(match.captured(QStringLiteral("name")).toLower(),
-                                 match.captured(QStringLiteral("value"))))
-            return false;
-    }
-    return true;
-}
-
-bool IsTableTag(const QString &name)
-{
-    static const QStringList names =
-        QStringLiteral("table thead tbody tfoot tr td th caption").split(QLatin1Char(' '));
-    return names.contains(name);
-}
-
-/// Counts what grows faster than the notes do.
-class TagCount
+/// all: notes could forge lines there. None of its warnings matters while there is one of these.
+class NoWarnings
 {
 public:
-    bool HasTables() const { return m_tableTags > 0; }
-    int Tags() const { return m_tags; }
-
-    /// False when this tag is one too many.
-    bool Add(const QString &name, bool opens)
-    {
-        if (IsTableTag(name))
-            ++m_tableTags;
-        if (name == QLatin1String("table"))
-            m_tableDepth = opens ? m_tableDepth + 1 : qMax(0, m_tableDepth - 1);
-        return ++m_tags <= kMaxTags && m_tableTags <= kMaxTableTags &&
-               m_tableDepth <= kMaxTableDepth;
-    }
+    NoWarnings() { m_log->setEnabled(QtWarningMsg, false); }
+    ~NoWarnings() { m_log->setEnabled(QtWarningMsg, m_wasEnabled); }
+    Q_DISABLE_COPY(NoWarnings)
 
 private:
-    int m_tags = 0;
-    int m_tableTags = 0;
-    int m_tableDepth = 0;
+    QLoggingCategory *const m_log = QLoggingCategory::defaultCategory();
+    const bool m_wasEnabled = m_log->isWarningEnabled();
 };
 
 /// The ":/..." path of a resource's name; empty for a name of anything else.
@@ -145,109 +60,179 @@ QString ResourcePath(const QString &name)
     return QString();
 }
 
+/// Qt takes ":/..." for no address at all.
+QUrl Address(const QString &name)
+{
+    return QUrl(name.startsWith(QLatin1String(":/")) ? QLatin1String("qrc") + name : name);
+}
+
+/// What a resource or an address that is its own content ("data:") holds; empty for all others.
+QByteArray OwnData(const QString &name)
+{
+    QFile file(ResourcePath(name));
+    if (!file.fileName().isEmpty())
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    if (!name.startsWith(kData + QLatin1Char(':'), Qt::CaseInsensitive))
+        return QByteArray();
+    const int comma = name.indexOf(QLatin1Char(','));
+    const QByteArray content = QByteArray::fromPercentEncoding(name.midRef(comma + 1).toLatin1());
+    return name.leftRef(comma).endsWith(QLatin1String(";base64"), Qt::CaseInsensitive)
+               ? QByteArray::fromBase64(content)
+               : content;
+}
+
+struct Fragment {
+    int position;
+    int length;
+    QTextImageFormat format;
+};
+
+QVector<Fragment> ImageFragments(const QTextDocument &document)
+{
+    QVector<Fragment> fragments;
+    for (QTextBlock block = document.begin(); block.isValid(); block = block.next())
+        for (auto it = block.begin(); !it.atEnd(); ++it) {
+            const QTextFragment fragment = it.fragment();
+            const QTextCharFormat format = fragment.charFormat();
+            if (format.isImageFormat())
+                fragments.append({fragment.position(), fragment.length(), format.toImageFormat()});
+        }
+    return fragments;
+}
+
+/// Sets what the notes leave open, in the image's proportions. What is not shown takes no room.
+void SetSize(QTextImageFormat &format, QSizeF size)
+{
+    if (size.isEmpty()) {
+        format.setWidth(0);
+        format.setHeight(0);
+        return;
+    }
+    if (format.width() > 0 && format.height() > 0)
+        return;
+    if (format.width() > 0)
+        size *= format.width() / size.width();
+    else if (format.height() > 0)
+        size *= format.height() / size.height();
+    format.setWidth(size.width());
+    format.setHeight(size.height());
+}
+
 } // namespace
 
-ReleaseNotesDocument::ReleaseNotesDocument(QObject *parent) : QTextDocument(parent)
+ReleaseNotesDocument::ReleaseNotesDocument(QObject *parent)
+    : QTextDocument(parent), m_pictures(new NotesPictures(this))
 {
-    documentLayout()->registerHandler(QTextFormat::ImageObject, new ResourceImages(this));
+}
+
+bool ReleaseNotesDocument::IsRichText(const QString &notes)
+{
+    return Qt::mightBeRichText(notes) && ReleaseNotesDocument(nullptr).SetMarkup(notes);
 }
 
 void ReleaseNotesDocument::SetNotes(const QString &notes)
 {
-    SetLimited(notes, Qt::mightBeRichText(notes));
+    // Asking for the layout makes it.
+    documentLayout()->registerHandler(QTextFormat::ImageObject, m_pictures);
+    const bool isMarkup = Qt::mightBeRichText(notes);
+    if (isMarkup && SetMarkup(notes))
+        return;
+    if (isMarkup)
+        qWarning() << "release notes shown as plain text";
+    SetPlainText(*this, notes);
 }
 
-void ReleaseNotesDocument::SetPlainNotes(const QString &notes)
+bool ReleaseNotesDocument::SetMarkup(const QString &notes)
 {
-    SetLimited(PlainNotes(notes), false);
-}
+    if (notes.size() > kMaxMarkupLength)
+        return false;
+    const Markup markup = ReadMarkup(notes, kMaxSeconds);
+    if (markup.seconds > kMaxSeconds)
+        return false;
 
-void ReleaseNotesDocument::SetLimited(const QString &text, bool markup)
-{
     setUndoRedoEnabled(false);
     // Qt computes the layout only at the end of the edit.
     QTextCursor edit(this);
     edit.beginEditBlock();
-    if (markup)
-        setHtml(text);
-    else
-        setPlainText(text);
-    LimitLayoutCost(*this);
-    edit.endEditBlock();
-}
-
-QVariant ReleaseNotesDocument::loadResource(int, const QUrl &name)
-{
-    QFile file(ResourcePath(name.toString()));
-    if (file.fileName().isEmpty() || !file.open(QIODevice::ReadOnly))
-        return QVariant();
-    return file.readAll();
-}
-
-bool IsHarmlessMarkup(const QString &notes)
-{
-    if (notes.size() > kMaxMarkupLength)
-        return false;
-
-    TagCount count;
-    int sheetLength = 0;
-    bool inSheet = false;
-    int end = 0;
-    for (int start = notes.indexOf(QLatin1Char('<')); start >= 0;
-         start = notes.indexOf(QLatin1Char('<'), end)) {
-        if (inSheet) {
-            const QString sheet = notes.mid(end, start - end);
-            sheetLength += sheet.size();
-            if (sheetLength > kMaxSheetLength || !IsHarmlessSheet(sheet))
-                return false;
-        }
-        const QRegularExpressionMatch tag = Tag().match(
-            notes, start, QRegularExpression::NormalMatch, QRegularExpression::AnchoredMatchOption);
-        if (!tag.hasMatch() || !AreHarmlessAttributes(tag.captured(QStringLiteral("attributes"))))
-            return false;
-        const QString name = tag.captured(QStringLiteral("name")).toLower();
-        const bool opens = tag.captured(QStringLiteral("close")).isEmpty();
-        if (!count.Add(name, opens))
-            return false;
-        inSheet = opens && name == QLatin1String("style");
-        end = tag.capturedEnd();
+    {
+        const NoWarnings noWarnings;
+        setHtml(markup.html);
+        PreparePictures();
     }
-    // Every part of a selector is tried on every element and on all that hold it, part by part.
-    if (inSheet || (sheetLength > 0 && count.Tags() > kMaxTagsWithSheet))
-        return false;
-    return !count.HasTables() || notes.size() <= kMaxLengthWithTables;
+    const bool isCheap =
+        markup.seconds + m_pixels * kSecondsPerPixel + LayoutSeconds(*this) <= kMaxSeconds;
+    if (!isCheap)
+        clear();
+    edit.endEditBlock();
+    return isCheap;
 }
 
-QString PlainNotes(const QString &notes)
+/// Fetches each image once: layout and drawing ask for it every time it occurs.
+void ReleaseNotesDocument::PreparePictures()
 {
-    return notes.left(kMaxPlainLength);
+    QHash<QString, int> numbers;
+    for (const Fragment &fragment : ImageFragments(*this)) {
+        QTextImageFormat format = fragment.format;
+        auto number = numbers.constFind(format.name());
+        if (number == numbers.constEnd()) {
+            const QVariant image = resource(ImageResource, Address(format.name()));
+            number = numbers.insert(format.name(), m_pictures->Add(image.value<QImage>()));
+        }
+        format.setProperty(kPicture, *number);
+        SetSize(format, m_pictures->Size(*number));
+        QTextCursor cursor(this);
+        cursor.setPosition(fragment.position);
+        cursor.setPosition(fragment.position + fragment.length, QTextCursor::KeepAnchor);
+        cursor.setCharFormat(format);
+    }
 }
 
-QImage ResourceImages::Image(const QTextFormat &format)
+QVariant ReleaseNotesDocument::loadResource(int type, const QUrl &name)
 {
-    const QString path = ResourcePath(format.toImageFormat().name());
-    if (path.isEmpty())
+    const QByteArray data = OwnData(name.toString());
+    if (data.isEmpty())
+        return QVariant();
+    if (type != ImageResource)
+        return name.scheme() == kData ? QVariant() : data;
+    const QImage image = Decoded(data);
+    addResource(type, name, image);
+    return image;
+}
+
+QImage ReleaseNotesDocument::Decoded(QByteArray data)
+{
+    // Others may load what they name, as drawings do.
+    static const QList<QByteArray> formats{"png", "gif", "jpeg", "bmp", "ico"};
+    QBuffer buffer(&data);
+    buffer.open(QIODevice::ReadOnly);
+    const QByteArray format = QImageReader::imageFormat(&buffer);
+    if (!formats.contains(format))
         return QImage();
-    auto image = m_images.constFind(path);
-    if (image == m_images.constEnd())
-        image = m_images.insert(path, QImage(path));
-    return *image;
+    QImageReader reader(&buffer, format);
+    const QSize size = reader.size();
+    const qint64 pixels = qint64(size.width()) * size.height();
+    if (!size.isValid() || m_pixels + pixels > kMaxPixels)
+        return QImage();
+    m_pixels += pixels;
+    return reader.read();
 }
 
-QSizeF ResourceImages::intrinsicSize(QTextDocument *, int, const QTextFormat &format)
+int NotesPictures::Add(const QImage &image)
 {
-    const QImage image = Image(format);
-    if (image.isNull())
-        return QSizeF(0, 0);
-    const QTextImageFormat wanted = format.toImageFormat();
-    return QSizeF(wanted.width() > 0 ? wanted.width() : image.width(),
-                  wanted.height() > 0 ? wanted.height() : image.height());
+    m_images.append(image);
+    return m_images.size() - 1;
 }
 
-void ResourceImages::drawObject(QPainter *painter, const QRectF &area, QTextDocument *, int,
-                                const QTextFormat &format)
+QSizeF NotesPictures::intrinsicSize(QTextDocument *, int, const QTextFormat &format)
 {
-    const QImage image = Image(format);
+    const QTextImageFormat image = format.toImageFormat();
+    return {image.width(), image.height()};
+}
+
+void NotesPictures::drawObject(QPainter *painter, const QRectF &area, QTextDocument *, int,
+                               const QTextFormat &format)
+{
+    const QImage image = m_images.value(format.intProperty(kPicture));
     if (!image.isNull())
         painter->drawImage(area, image);
 }

@@ -11,7 +11,6 @@
 #include "ui_updatedialog.h"
 
 #include <QCoreApplication>
-#include <QDebug>
 #include <QPointer>
 #include <QScrollBar>
 
@@ -98,16 +97,10 @@ void UpdateDialog::SetChineseTexts(bool optional)
 
 void UpdateDialog::ShowReleaseNotes()
 {
-    const QString &notes = Global::instance.latestVersionInfo;
     const QPointer<QTextDocument> former = ui->updateText->document();
     auto *document = new ReleaseNotesDocument(ui->updateText);
     document->setDefaultFont(former->defaultFont());
-    if (IsHarmlessMarkup(notes)) {
-        document->SetNotes(notes);
-    } else {
-        qWarning() << "release notes shown as plain text";
-        document->SetPlainNotes(notes);
-    }
+    document->SetNotes(Global::instance.latestVersionInfo);
     // Set once it is filled: otherwise the text cursor ends up behind the notes, and Qt
     // computes the layout of the whole document at once in order to scroll there.
     ui->updateText->setDocument(document);

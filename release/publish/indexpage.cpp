@@ -66,11 +66,11 @@ QVector<Fact> Facts(const Offer &offer)
     };
 }
 
-/// As the prompt decides: rich text only when it is harmless.
+/// As the prompt decides: rich text unless it would take long.
 QString Notes(const QString &notes, const QString &title, const QString &language)
 {
     const QString heading = QStringLiteral("<h2>%1</h2>\n").arg(title);
-    if (IsHarmlessMarkup(notes) && Qt::mightBeRichText(notes)) {
+    if (ReleaseNotesDocument::IsRichText(notes)) {
         return heading +
                QStringLiteral(
                    "<iframe class=\"notes\" lang=\"%1\" title=\"%2\" sandbox srcdoc=\"%3\">"
@@ -78,7 +78,7 @@ QString Notes(const QString &notes, const QString &title, const QString &languag
                    .arg(language, title, (QLatin1String(kNotesStyle) + notes).toHtmlEscaped());
     }
     return heading + QStringLiteral("<div class=\"notes plain\" lang=\"%1\">%2</div>\n")
-                         .arg(language, PlainNotes(notes).toHtmlEscaped());
+                         .arg(language, notes.toHtmlEscaped());
 }
 
 } // namespace

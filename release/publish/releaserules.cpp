@@ -450,10 +450,11 @@ Findings ReleaseRules::WarnOfEntries(const QString &topFolder, const QVector<Ent
 
 Findings ReleaseRules::WarnOfNotes(const QString &notes, const QString &language)
 {
-    if (IsHarmlessMarkup(notes) || !Qt::mightBeRichText(notes))
+    if (!Qt::mightBeRichText(notes) || ReleaseNotesDocument::IsRichText(notes))
         return {};
-    return {{QStringLiteral("notes-plain"), QString(),
-             QStringLiteral("the prompt shows the %1 notes as plain text, tags and all; use fewer, "
-                            "closed tags, small tables and numbers of up to three digits")
-                 .arg(language)}};
+    return {
+        {QStringLiteral("notes-plain"), QString(),
+         QStringLiteral("the prompt shows the %1 notes as plain text, tags and all; shorten them, "
+                        "or use smaller tables, fewer tables in tables and smaller numbers")
+             .arg(language)}};
 }

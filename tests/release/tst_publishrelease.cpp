@@ -330,13 +330,14 @@ void TestPublishRelease::pageShowsNotesAsThePromptDoes()
 {
     const Vendor vendor;
     WriteFile(vendor.Path(QStringLiteral("zh.txt")), u8"<b>新</b>");
-    WriteFile(vendor.Path(QStringLiteral("en.txt")), "<b>New</b> <<i>\"old\"");
+    WriteFile(vendor.Path(QStringLiteral("en.txt")),
+              "<b>New</b> <i>\"old\"" + QByteArray("<table><tr><td>").repeated(30));
     VerifyPublished(Publish(vendor.ZipRequest()));
     const QString page = QString::fromUtf8(ReadFile(vendor.Tree(QStringLiteral("index.html"))));
     // Rich where the prompt shows rich text, and with its tags as they stand where it does not.
     QVERIFY2(page.contains(QStringLiteral("&lt;b&gt;新&lt;/b&gt;\"></iframe>")), qPrintable(page));
-    QVERIFY2(page.contains(QStringLiteral("lang=\"en\">&lt;b&gt;New&lt;/b&gt; &lt;&lt;i&gt;"
-                                          "&quot;old&quot;</div>")),
+    QVERIFY2(page.contains(QStringLiteral("lang=\"en\">&lt;b&gt;New&lt;/b&gt; &lt;i&gt;"
+                                          "&quot;old&quot;&lt;table&gt;")),
              qPrintable(page));
     QVERIFY(page.contains(HexDigest(vendor.Package(), QCryptographicHash::Sha256)));
     QVERIFY(page.contains(QStringLiteral("href=\"packages/Client-2.1.3.zip\"")));

@@ -554,9 +554,11 @@ void TestReleaseRules::notesThatLoseTheirMarkupAreWarnedOf_data()
     AddTextColumns();
     AddText("plain", QStringLiteral("new: a < b"));
     AddText("rich", QStringLiteral("<b>new</b>"));
-    AddText("tables in tables", QStringLiteral("<table><tr><td>").repeated(3), "notes-plain");
+    AddText("tables in tables", QStringLiteral("<table><tr><td>").repeated(5));
+    AddText("many tables in tables", QStringLiteral("<table><tr><td>").repeated(30), "notes-plain");
     AddText("too long", QStringLiteral("<b>") + QString(17 * 1024, QLatin1Char('x')),
             "notes-plain");
+    AddText("long and rich", QStringLiteral("<b>") + QStringLiteral("word ").repeated(4000));
     AddText("long and plain", QString(17 * 1024, QLatin1Char('x')));
 }
 

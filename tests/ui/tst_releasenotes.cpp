@@ -5,10 +5,14 @@
 #include "tests/support/testhome.h"
 #include "tests/ui/notesprompt.h"
 
+#include <QBuffer>
+#include <QImageWriter>
 #include <QTcpServer>
 #include <QTest>
 #include <QTextBrowser>
 #include <QTextEdit>
+
+#include <algorithm>
 
 namespace
 {
@@ -19,10 +23,44 @@ const QColor kForeign(255, 0, 255);
 const QString kForeignFiles = QStringLiteral("foreign");
 
 /// A picture that nobody misses in another picture.
+QImage ForeignImage(int width, int height)
+{
+    QImage image(width, height, QImage::Format_RGB32);
+    image.fill(kForeign);
+    return image;
+}
+
+/// The address that is the picture itself.
+QString DataAddress(const QImage &image, const char *format)
+{
+    QByteArray data;
+    QBuffer buffer(&data);
+    buffer.open(QIODevice::WriteOnly);
+    if (!image.save(&buffer, format))
+        qFatal("cannot write %s", format);
+    return QStringLiteral("data:image/%1;base64,%2")
+        .arg(QLatin1String(format), QString::fromLatin1(data.toBase64()));
+}
+
+/// Counts what the notes load.
+class CountingDocument : public ReleaseNotesDocument
+{
+public:
+    CountingDocument() : ReleaseNotesDocument(nullptr) {}
+
+    int loads = 0;
+
+protected:
+    QVariant loadResource(int type, const QUrl &name) override
+    {
+        ++loads;
+        return ReleaseNotesDocument::loadResource(type, name);
+    }
+};
+
 void WriteForeignImage(const QString &path)
 {
-    QImage image(60, 40, QImage::Format_RGB32);
-    image.fill(kForeign);
+    const QImage image = ForeignImage(60, 40);
     if (!image.save(path, "PNG"))
         qFatal("cannot write %s", qPrintable(path));
 }
@@ -47,15 +85,12 @@ public:
         return home.ProgramFolder() + QLatin1Char('/') + name;
     }
 
-    /// The notes with FILE, PNG64 and PORT put in.
+    /// The notes with FILE, PATH and PORT put in.
     QString Fill(QString notes, int port) const
     {
         notes.replace(QLatin1String("FILE"), QUrl::fromLocalFile(home.ProgramFolder()).toString());
         notes.replace(QLatin1String("PATH"), home.ProgramFolder());
         notes.replace(QLatin1String("PORT"), QString::number(port));
-        notes.replace(
-            QLatin1String("PNG64"),
-            QString::fromLatin1(ReadFile(Path(QStringLiteral("foreign.png"))).toBase64()));
         return notes;
     }
 
@@ -80,6 +115,11 @@ private slots:
     void showTheProgramsOwnImages_data();
     void showTheProgramsOwnImages();
     void showAnOwnImageInTheSizeTheyAskFor();
+    void showTheImagesInThem_data();
+    void showTheImagesInThem();
+    void decodeAnImageOnce();
+    void leaveOutWhatIsNoModerateImage_data();
+    void leaveOutWhatIsNoModerateImage();
     void skipAResourceThatDoesNotExist();
     void answerEveryLoadOfAnotherPlaceWithNothing_data();
     void answerEveryLoadOfAnotherPlaceWithNothing();
@@ -145,7 +185,6 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram_data()
     images("share with slashes", QStringLiteral("//foreign.invalid/share/foreign.png"));
     images("share as file address", QStringLiteral("file://foreign.invalid/share/foreign.png"));
     images("http", QStringLiteral("http://127.0.0.1:PORT/foreign.png"));
-    images("data", QStringLiteral("data:image/png;base64,PNG64"));
     images("image provider", QStringLiteral("image://foreign/foreign.png"));
     images("resource-like", QStringLiteral("qrc:PATH/foreign.png"));
     images("resource-like with dots", QStringLiteral(":/../../foreign.png"));
@@ -273,6 +312,93 @@ void ReleaseNotesTest::showAnOwnImageInTheSizeTheyAskFor()
     QVERIFY(prompt.Notes().document()->size().height() < 110);
 }
 
+void ReleaseNotesTest::showTheImagesInThem_data()
+{
+    QTest::addColumn<QByteArray>("format");
+    QTest::addColumn<QString>("notes");
+    QTest::addColumn<QSizeF>("size");
+
+    const QString image = QStringLiteral("<p><img src=\"%1\"></p>");
+    const QList<QByteArray> written = QImageWriter::supportedImageFormats();
+    for (const char *format : {"png", "bmp", "jpeg", "ico"})
+        if (written.contains(format))
+            QTest::newRow(format) << QByteArray(format) << image << QSizeF(60, 40);
+    QTest::newRow("twice") << QByteArray("png") << image.repeated(2) << QSizeF(60, 40);
+    QTest::newRow("of a width") << QByteArray("png") << QStringLiteral("<img src='%1' width=30>")
+                                << QSizeF(30, 20);
+    QTest::newRow("of a height") << QByteArray("png") << QStringLiteral("<img src='%1' height=80>")
+                                 << QSizeF(120, 80);
+    QTest::newRow("of another size")
+        << QByteArray("png") << QStringLiteral("<img src=%1 width=50 height=50>") << QSizeF(50, 50);
+    QTest::newRow("floating") << QByteArray("png") << QStringLiteral("<img align=right src=%1>b")
+                              << QSizeF(60, 40);
+}
+
+void ReleaseNotesTest::showTheImagesInThem()
+{
+    QFETCH(QByteArray, format);
+    QFETCH(QString, notes);
+    const TestHome home;
+    Prompt prompt(notes.arg(DataAddress(ForeignImage(60, 40), format)));
+
+    const QImage seen = Picture(*prompt.Notes().viewport());
+    QVERIFY(Shows(seen, kForeign, 8));
+    const QVector<QTextFormat> formats = prompt.Notes().document()->allFormats();
+    const auto image = std::find_if(formats.begin(), formats.end(), [](const QTextFormat &each) {
+        return each.isImageFormat() && each.toImageFormat().width() > 0 &&
+               each.toImageFormat().height() > 0;
+    });
+    QVERIFY(image != formats.end());
+    QFETCH(QSizeF, size);
+    QVERIFY(std::any_of(formats.begin(), formats.end(), [&size](const QTextFormat &each) {
+        return each.isImageFormat() &&
+               QSizeF(each.toImageFormat().width(), each.toImageFormat().height()) == size;
+    }));
+}
+
+void ReleaseNotesTest::decodeAnImageOnce()
+{
+    const TestHome home;
+    const QString image =
+        QStringLiteral("<p>a<img src=\"%1\"></p>").arg(DataAddress(ForeignImage(60, 40), "png"));
+    auto *const document = new CountingDocument;
+    document->SetNotes(image.repeated(20) + QStringLiteral("<table><tr><td>") + image);
+    QTextEdit edit;
+    edit.setDocument(document);
+    document->setParent(&edit);
+    edit.show();
+    QVERIFY(Shows(Picture(edit), kForeign));
+    edit.resize(200, 100);
+    QVERIFY(Shows(Picture(edit), kForeign));
+
+    QCOMPARE(document->loads, 1);
+}
+
+void ReleaseNotesTest::leaveOutWhatIsNoModerateImage_data()
+{
+    QTest::addColumn<QString>("address");
+
+    QByteArray drawing = R"(<svg xmlns="http://www.w3.org/2000/svg" width="60" height="40">)"
+                         R"(<rect width="60" height="40" fill="#ff00ff"/></svg>)";
+    QTest::newRow("a drawing") << QStringLiteral("data:image/svg+xml;base64,") +
+                                      QString::fromLatin1(drawing.toBase64());
+    QTest::newRow("nothing") << QStringLiteral("data:");
+    QTest::newRow("no image") << QStringLiteral("data:image/png;base64,AAAA");
+    QTest::newRow("more pixels than two screens") << DataAddress(ForeignImage(2049, 2049), "png");
+}
+
+void ReleaseNotesTest::leaveOutWhatIsNoModerateImage()
+{
+    QFETCH(QString, address);
+    const TestHome home;
+    const LogCapture log;
+    Prompt prompt(QStringLiteral("<p>a<img src=\"%1\">b</p>").arg(address));
+
+    QVERIFY(!Shows(Picture(prompt), kForeign));
+    QVERIFY(prompt.Notes().document()->size().height() < 60);
+    QCOMPARE(log.Messages(), QStringList());
+}
+
 void ReleaseNotesTest::skipAResourceThatDoesNotExist()
 {
     const TestHome home;
@@ -318,8 +444,8 @@ void ReleaseNotesTest::handOutTheProgramsOwnResources()
     const ReleaseNotesDocument document(nullptr);
 
     const QUrl address(QStringLiteral("qrc:/image/resourceimg/check.png"));
-    QCOMPARE(document.resource(QTextDocument::ImageResource, address).toByteArray(),
-             ReadFile(QStringLiteral(":/image/resourceimg/check.png")));
+    QCOMPARE(document.resource(QTextDocument::ImageResource, address).value<QImage>(),
+             QImage(QStringLiteral(":/image/resourceimg/check.png")));
 }
 
 void ReleaseNotesTest::keepTheirOwnMarkup()

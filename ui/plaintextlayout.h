@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QAbstractTextDocumentLayout>
+#include <QFont>
+#include <QString>
+#include <QVector>
+
+class QTextDocument;
+
+/**
+ * Replaces the contents of @p document by @p text, whatever its length, in a moment, and gives the
+ * document a layout that computes only what is seen. Qt's own needs minutes for a few million
+ * characters, and a gigabyte for a few million lines. GUI thread.
+ */
+void SetPlainText(QTextDocument &document, const QString &text);
+
+/**
+ * The layout of a text without formats that can only be looked at. The text is taken apart into
+ * short pieces. A piece is laid out when it is drawn; until then its height is guessed, from the
+ * number of its characters. So the size of the document changes a little while one scrolls.
+ */
+class PlainTextLayout : public QAbstractTextDocumentLayout
+{
+    Q_OBJECT
+
+public:
+    /// @p text is what the document is going to hold.
+    PlainTextLayout(QTextDocument *document, const QString &text);
+
+    void draw(QPainter *painter, const PaintContext &context) override;
+    int hitTest(const QPointF &point, Qt::HitTestAccuracy accuracy) const override;
+    int pageCount() const override { return 1; }
+    QSizeF documentSize() const override;
+    QRectF frameBoundingRect(QTextFrame *frame) const override;
+    QRectF blockBoundingRect(const QTextBlock &block) const override;
+
+protected:
+    void documentChanged(int from, int charsRemoved, int charsAdded) override;
+
+private:
+    struct Piece {
+        int start;
+        int lines;
+        int letters; ///< as wide as the average one
+        double top;
+    };
+
+    static Piece ReadPiece(const QString &text, int start, int end);
+    int PieceAt(double y) const;
+    double GuessedHeight(const Piece &piece) const;
+    double LayOutPiece(int piece, QPainter *painter, const QRectF &clip);
+    void SetHeight(int piece, double height);
+
+    const int m_length;
+    double m_width = -1;
+    QFont m_font;
+    QVector<Piece> m_pieces; ///< the last one is the end of the text
+};
