@@ -24,7 +24,7 @@ namespace
 constexpr double kMaxSeconds = 0.5;
 
 // Of all images in the notes together: two that fill a screen.
-constexpr qint64 kMaxPixels = 4 * 1024 * 1024;
+constexpr qint64 kMaxPixels = 4LL * 1024 * 1024;
 constexpr double kSecondsPerPixel = 50e-9;
 
 /// Longer notes can only be readable in time when most of them are images, and would be in memory
