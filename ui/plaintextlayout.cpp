@@ -37,39 +37,6 @@ bool IsLineEnd(QChar character)
     }
 }
 
-/**
- * The text with its lines ended by '\n', which begins a new paragraph, or QChar::LineSeparator,
- * which does not: a paragraph needs more than a hundred bytes, and there may be millions of lines.
- * Long paragraphs are not good either: Qt takes the first one apart to look for the text cursor.
- */
-QString WithParagraphs(const QString &text)
-{
-    constexpr int maxShortParagraphs = 1000;
-    constexpr int minParagraphLength = 64 * 1024;
-    QString lines(text.size(), Qt::Uninitialized);
-    int end = 0;
-    int paragraphs = 0;
-    int paragraphStart = 0;
-    for (int i = 0; i < text.size(); ++i) {
-        const QChar character = text.at(i);
-        if (!IsLineEnd(character)) {
-            lines[end++] = character;
-            continue;
-        }
-        if (character == QLatin1Char('\r') && text.midRef(i + 1, 1) == QLatin1String("\n"))
-            continue;
-        const bool endsParagraph =
-            paragraphs < maxShortParagraphs || end - paragraphStart > minParagraphLength;
-        lines[end++] = endsParagraph ? QChar(QLatin1Char('\n')) : QChar(QChar::LineSeparator);
-        if (endsParagraph) {
-            ++paragraphs;
-            paragraphStart = end;
-        }
-    }
-    lines.truncate(end);
-    return lines;
-}
-
 /// Where to split a line that is longer than a piece: behind a blank, otherwise between two
 /// characters.
 int SplitPosition(const QString &text, int start)
@@ -88,6 +55,73 @@ int SplitPosition(const QString &text, int start)
         return windowStart + finder.position();
     return text.at(end - 1).isHighSurrogate() ? end - 1 : end;
 }
+
+/**
+ * The text with its lines ended by '\n', which begins a new paragraph, or QChar::LineSeparator,
+ * which does not: a paragraph needs more than a hundred bytes, and there may be millions of lines.
+ * Long paragraphs are not good either: Qt takes the first one apart to look for the text cursor,
+ * and needs up to 80 bytes for each of its characters. So a very long line is divided.
+ */
+class Paragraphs
+{
+public:
+    explicit Paragraphs(const QString &text) : m_text(text)
+    {
+        m_lines.reserve(text.size() + text.size() / (kMaxLineLength - kMaxPieceLength));
+        for (int i = 0; i < text.size(); ++i)
+            Add(i);
+    }
+
+    QString Lines() const { return m_lines; }
+
+private:
+    static constexpr int kMaxShortParagraphs = 1000;
+    static constexpr int kMinParagraphLength = 64 * 1024;
+    static constexpr int kMaxLineLength = 64 * 1024;
+
+    void Add(int position)
+    {
+        const QChar character = m_text.at(position);
+        if (IsLineEnd(character)) {
+            if (character != QLatin1Char('\r') ||
+                m_text.midRef(position + 1, 1) != QLatin1String("\n"))
+                EndLine(position + 1);
+            return;
+        }
+        if (position - m_lineStart == kMaxLineLength - kMaxPieceLength &&
+            position + kMaxPieceLength < m_text.size())
+            m_division = SplitPosition(m_text, position);
+        if (position == m_division) {
+            EndParagraph();
+            m_lineStart = position;
+        }
+        m_lines.append(character);
+    }
+
+    void EndLine(int next)
+    {
+        m_lineStart = next;
+        m_division = -1;
+        if (m_count < kMaxShortParagraphs || m_lines.size() - m_start > kMinParagraphLength)
+            EndParagraph();
+        else
+            m_lines.append(QChar(QChar::LineSeparator));
+    }
+
+    void EndParagraph()
+    {
+        m_lines.append(QLatin1Char('\n'));
+        m_start = m_lines.size();
+        ++m_count;
+    }
+
+    const QString &m_text;
+    QString m_lines;
+    int m_count = 0;     ///< of paragraphs
+    int m_start = 0;     ///< of the last paragraph, in m_lines
+    int m_lineStart = 0; ///< in m_text
+    int m_division = -1; ///< where the line is to be divided, in m_text
+};
 
 int PieceEnd(const QString &text, int start)
 {
@@ -108,7 +142,7 @@ int PieceEnd(const QString &text, int start)
 
 void SetPlainText(QTextDocument &document, const QString &text)
 {
-    const QString lines = WithParagraphs(text);
+    const QString lines = Paragraphs(text).Lines();
     document.setUndoRedoEnabled(false);
     document.setDocumentLayout(new PlainTextLayout(&document, lines));
     document.setPlainText(lines);

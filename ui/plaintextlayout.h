@@ -10,7 +10,8 @@ class QTextDocument;
 /**
  * Replaces the contents of @p document by @p text, whatever its length, in a moment, and gives the
  * document a layout that computes only what is seen. Qt's own needs minutes for a few million
- * characters, and a gigabyte for a few million lines. GUI thread.
+ * characters, and a gigabyte for a few million lines. A line of more than 64 Ki characters is
+ * divided. GUI thread.
  */
 void SetPlainText(QTextDocument &document, const QString &text);
 

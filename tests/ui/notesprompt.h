@@ -18,4 +18,16 @@ public:
     }
 
     QTextEdit &Notes() const { return *Child<QTextEdit>(*this, "updateText"); }
+
+    /// Whether the notes are there as plain text, all of them; very long lines may be divided.
+    bool HoldsAll(QString notes) const
+    {
+        QString shown = Notes().toPlainText();
+        if (shown == notes)
+            return true;
+        constexpr int longLine = 60 * 1024;
+        if (notes.size() < longLine)
+            return false;
+        return shown.remove(QLatin1Char('\n')) == notes.remove(QLatin1Char('\n'));
+    }
 };

@@ -30,12 +30,13 @@ private slots:
 
     void holdsTheWholeText_data();
     void holdsTheWholeText();
+    void keepsTheLinesOfALongText();
     void hasTheHeightOfOrdinaryText_data();
     void hasTheHeightOfOrdinaryText();
     void showsTheEndOfALongText();
     void laysOutAnewForAnotherWidth();
-    void millionsOfLinesNeedLittleMemory_data();
-    void millionsOfLinesNeedLittleMemory();
+    void millionsOfCharactersNeedLittleMemory_data();
+    void millionsOfCharactersNeedLittleMemory();
 };
 
 void PlainTextLayoutTest::initTestCase()
@@ -67,6 +68,16 @@ void PlainTextLayoutTest::holdsTheWholeText()
     Prompt prompt(notes);
     QVERIFY(!Picture(prompt).isNull());
 
+    QVERIFY(prompt.HoldsAll(notes));
+}
+
+void PlainTextLayoutTest::keepsTheLinesOfALongText()
+{
+    const TestHome home;
+    // None is so long that it is divided, and there are more than get a paragraph of their own.
+    const QString line = QString(60 * 1024, QLatin1Char('x')) + QLatin1Char('\n');
+    const QString notes = line.repeated(20) + QStringLiteral("1. Faster start.\n").repeated(5000);
+    const Prompt prompt(notes);
     QVERIFY(prompt.Notes().toPlainText() == notes);
 }
 
@@ -121,7 +132,7 @@ void PlainTextLayoutTest::laysOutAnewForAnotherWidth()
     QCOMPARE(document.size().width(), 200.0);
 }
 
-void PlainTextLayoutTest::millionsOfLinesNeedLittleMemory_data()
+void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -129,9 +140,14 @@ void PlainTextLayoutTest::millionsOfLinesNeedLittleMemory_data()
     QTest::newRow("empty lines") << Filled(QStringLiteral("\n"));
     QTest::newRow("ordinary lines") << Filled(QStringLiteral("1. Faster start.\n"));
     QTest::newRow("ideographs") << Filled(QStringLiteral("修复了问题。"));
+    QTest::newRow("letters in a line") << Filled(QStringLiteral("x"));
+    QTest::newRow("tabs in a line") << Filled(QStringLiteral("\t"));
+    QTest::newRow("marks in a line") << Filled(QStringLiteral("\u0301"));
+    QTest::newRow("pictures in a line") << Filled(QStringLiteral("\ufffc"));
+    QTest::newRow("two directions in a line") << Filled(QStringLiteral("a\u0628"));
 }
 
-void PlainTextLayoutTest::millionsOfLinesNeedLittleMemory()
+void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory()
 {
     QFETCH(QString, notes);
     const TestHome home;
