@@ -36,7 +36,7 @@ const QLatin1String kData("data");
 /// The number of an image among the document's NotesPictures.
 constexpr int kPicture = QTextFormat::UserProperty;
 
-/// The framework writes the name of a colour that it does not know into the log, line breaks and
+/// Qt writes the name of a colour that it does not know into the log, line breaks and
 /// all: notes could forge lines there. None of its warnings matters while there is one of these.
 class NoWarnings
 {

@@ -27,7 +27,7 @@ QString Escaped(const QByteArray &name)
     return text;
 }
 
-/// What the framework's list of a folder does not hold would be missing without a word.
+/// What Qt's list of a folder does not hold would be missing without a word.
 void RefuseNamesThatAreNoText(const QDir &folder, const QString &prefix, ClientFolder &client)
 {
     const QByteArrayList names = HostSystem::NamesThatAreNoText(folder.path());

@@ -21,7 +21,7 @@ Failure DigestFile(const QString &path, Progress &progress, FileDigests &digests
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         return Finding{
             QStringLiteral("unreadable"), path,
-            QStringLiteral("%1: %2; mend its permissions").arg(path, file.errorString())};
+            QStringLiteral("%1: %2; correct its permissions").arg(path, file.errorString())};
     }
     QCryptographicHash md5(QCryptographicHash::Md5);
     QCryptographicHash sha1(QCryptographicHash::Sha1);

@@ -95,7 +95,7 @@ private:
         if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
             return Finding{
                 QStringLiteral("unreadable"), entry.path,
-                QStringLiteral("%1: %2; mend its permissions").arg(entry.path, file.errorString())};
+                QStringLiteral("%1: %2; correct its permissions").arg(entry.path, file.errorString())};
         }
         if (entry.size < kLeastSize || IsPackedAlready(file))
             return Copy(file, entry, path, ZipWriter::Stored);

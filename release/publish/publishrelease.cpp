@@ -241,7 +241,7 @@ private:
         QFile to(target);
         if (!from.open(QIODevice::ReadOnly)) {
             return Finding{QStringLiteral("unreadable"), QString(),
-                           QStringLiteral("%1: %2; mend its permissions")
+                           QStringLiteral("%1: %2; correct its permissions")
                                .arg(m_request.source, from.errorString())};
         }
         const Finding unwritable{QStringLiteral("unwritable"), QString(),

@@ -185,7 +185,7 @@ bool ZipWriter::WriteRaw(const QByteArray &bytes)
         return Fail(TooLarge);
     if (m_archive.write(bytes) == bytes.size())
         return true;
-    // A full disk takes a part, which the framework does not call an error.
+    // A full disk takes a part, which Qt does not call an error.
     return Fail(WriteError, m_archive.error() == QFileDevice::NoError
                                 ? QStringLiteral("the disk is full")
                                 : m_archive.errorString());
