@@ -72,7 +72,7 @@ void AddContents(const QDir &folder, const QString &prefix, const Exclusion &exc
 {
     if (!folder.isReadable()) {
         client.findings.append({QStringLiteral("unreadable"), prefix.left(prefix.size() - 1),
-                                prefix + QStringLiteral(": the folder cannot be read; mend its "
+                                prefix + QStringLiteral(": the folder cannot be read; correct its "
                                                         "permissions")});
         return;
     }

@@ -93,9 +93,9 @@ private:
     {
         QFile file(m_clientFolder + QLatin1Char('/') + entry.path);
         if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-            return Finding{
-                QStringLiteral("unreadable"), entry.path,
-                QStringLiteral("%1: %2; correct its permissions").arg(entry.path, file.errorString())};
+            return Finding{QStringLiteral("unreadable"), entry.path,
+                           QStringLiteral("%1: %2; correct its permissions")
+                               .arg(entry.path, file.errorString())};
         }
         if (entry.size < kLeastSize || IsPackedAlready(file))
             return Copy(file, entry, path, ZipWriter::Stored);
