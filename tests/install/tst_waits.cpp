@@ -12,7 +12,6 @@
 #include <QTimer>
 #include <QVector>
 
-#include <functional>
 #include <memory>
 
 namespace
@@ -21,8 +20,12 @@ namespace
 /// What the ends of programs were waited for, in milliseconds; -1 is without limit.
 QVector<int> g_limits;
 
-/// What happens instead of a pause of so many milliseconds.
-std::function<void(unsigned long)> g_pause;
+/// The pauses, in milliseconds.
+QVector<unsigned long> g_pauses;
+
+/// The client, which comes to be in the first pause.
+QString g_clientPath;
+std::unique_ptr<StandIn> g_client;
 
 } // namespace
 
@@ -33,7 +36,8 @@ extern "C" bool __wrap__ZN8QProcess15waitForFinishedEi(QProcess *process, int li
 
 extern "C" void __wrap__ZN8Platform5PauseEm(unsigned long milliseconds)
 {
-    g_pause(milliseconds);
+    g_pauses.append(milliseconds);
+    g_client = std::make_unique<StandIn>(g_clientPath);
 }
 
 extern "C" bool __wrap__ZN8QProcess15waitForFinishedEi(QProcess *process, int limitMs)
@@ -58,7 +62,7 @@ private slots:
 void TestWaits::init()
 {
     g_limits.clear();
-    g_pause = nullptr;
+    g_pauses.clear();
 }
 
 void TestWaits::tasklistIsWaitedForUpTo30Seconds()
@@ -93,19 +97,15 @@ void TestWaits::clientIsStartedAfterHalfASecond()
     const QString program = home.ClientFolder() + QLatin1Char('/') + TestHome::UniqueImageName();
     Global::instance.appPath = home.ClientFolder() + QLatin1Char('/');
     Global::instance.appName = QFileInfo(program).fileName();
-    QVector<unsigned long> pauses;
-    std::unique_ptr<StandIn> client;
     // There is nothing to start before the pause.
-    g_pause = [&](unsigned long milliseconds) {
-        pauses.append(milliseconds);
-        client = std::make_unique<StandIn>(program);
-    };
+    g_clientPath = program;
 
     QTimer::singleShot(0, [] { Global::instance.LaunchClient(); });
     QVERIFY(RunUntilQuit());
 
-    QCOMPARE(pauses, QVector<unsigned long>({500}));
-    QVERIFY(client->WaitForCalls(1));
+    QCOMPARE(g_pauses, QVector<unsigned long>({500}));
+    QVERIFY(g_client->WaitForCalls(1));
+    g_client.reset();
 }
 
 QTEST_GUILESS_MAIN(TestWaits)
