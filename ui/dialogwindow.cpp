@@ -17,7 +17,9 @@ void FrameFocus(QDialog *dialog)
     auto *frame = new QFocusFrame(dialog);
     frame->setStyleSheet(Sheets::FocusFrame());
     frame->hide();
-    QObject::connect(qApp, &QApplication::focusChanged, dialog,
+    // Ends with the frame: as the dialog is destroyed, its children go first, and the focus with
+    // them.
+    QObject::connect(qApp, &QApplication::focusChanged, frame,
                      [dialog, frame](QWidget *, QWidget *now) {
                          // As on Windows: those who never press Tab see no frame.
                          const bool framed = now != nullptr && dialog->isAncestorOf(now) &&
