@@ -1,6 +1,6 @@
-// What the start of the updater is measured against, the same work done bare: two windows that are
-// not shown yet, laid out in the fonts of the updater's, and one POST over TLS to the address given
-// as its argument. It ends with the answer.
+// The program that the updater's start is compared with. It does the same work with as little code
+// as possible: it builds two hidden windows with texts in the updater's fonts and sends one POST
+// over TLS to the address given as its argument. It ends when the answer arrives.
 
 #include <QApplication>
 #include <QDialog>

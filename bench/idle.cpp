@@ -24,7 +24,7 @@ constexpr int kSettleMs = 3000;
 
 constexpr int kTryMs = 30000;
 
-/// As the framework and the system name the threads.
+/// The names that Qt and the system give the threads.
 const QByteArray kWorkerThread("QThread");
 const QByteArray kGuiThread("AutoUpdate");
 const QByteArray kBareGuiThread("barewindow");
@@ -80,7 +80,7 @@ int main(int argc, char *argv[])
     own.name = QStringLiteral("wake-ups while the prompt stands, the program's two threads");
     own.judged = Figure::Difference;
     own.bound = 0;
-    all.name = QStringLiteral("wake-ups while the prompt stands, with the framework's threads");
+    all.name = QStringLiteral("wake-ups while the prompt stands, with Qt's own threads");
     for (Figure *figure : {&own, &all}) {
         figure->unit = QStringLiteral("/s");
         figure->comparedWith = QStringLiteral("bare window");

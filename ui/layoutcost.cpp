@@ -17,7 +17,7 @@
 namespace
 {
 
-// In seconds; measured with Qt 5.15. What lies in a table is laid out several times.
+// In seconds; measured with Qt 5.15. Qt computes the layout of a table's contents several times.
 constexpr double kPerBlock = 10e-6;
 constexpr double kPerBlockInTable = 25e-6;
 constexpr double kPerCharacter = 1e-6;
@@ -48,7 +48,7 @@ bool IsBreak(QChar character)
     return isIdeograph || character.isSpace();
 }
 
-/// @p repetitions is how often it is laid out.
+/// @p repetitions is how often Qt computes the layout of the text.
 double TextSeconds(const QString &text, double repetitions)
 {
     double seconds = text.size() * kPerCharacter * repetitions;

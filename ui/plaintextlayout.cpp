@@ -19,7 +19,8 @@ namespace
 constexpr int kMaxPieceLength = 1024; // UTF-16 units
 constexpr int kMaxPieceLines = 64;
 
-/// So much is laid out at once, so that a text of ordinary length has its true height.
+/// The layout of this much text is computed at once, so that notes of ordinary length have their
+/// true height.
 constexpr int kMeasuredLength = 4 * kMaxPieceLength;
 
 bool IsLineEnd(QChar character)

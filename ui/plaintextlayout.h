@@ -16,9 +16,9 @@ class QTextDocument;
 void SetPlainText(QTextDocument &document, const QString &text);
 
 /**
- * The layout of a text without formats that can only be looked at. The text is taken apart into
- * short pieces. A piece is laid out when it is drawn; until then its height is guessed, from the
- * number of its characters. So the size of the document changes a little while one scrolls.
+ * The layout of a read-only text without formats. The text is split into short pieces. The layout
+ * of a piece is computed when it is drawn; until then its height is estimated from the number of
+ * its characters. So the size of the document changes slightly while the user scrolls.
  */
 class PlainTextLayout : public QAbstractTextDocumentLayout
 {

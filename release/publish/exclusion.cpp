@@ -5,11 +5,16 @@
 namespace
 {
 
-QRegularExpression ExpressionOf(QString pattern)
+/// "build/" means the folder "build", as in other tools.
+QString WithoutSlashAtEnd(QString pattern)
 {
-    // "build/" is the folder, as one writes it elsewhere.
     while (pattern.endsWith(QLatin1Char('/')))
         pattern.chop(1);
+    return pattern;
+}
+
+QRegularExpression ExpressionOf(const QString &pattern)
+{
     return QRegularExpression(QRegularExpression::wildcardToRegularExpression(pattern),
                               QRegularExpression::CaseInsensitiveOption);
 }
@@ -27,16 +32,15 @@ QStringList Exclusion::Defaults()
 
 bool Exclusion::IsPattern(const QString &text)
 {
-    const QRegularExpression expression = ExpressionOf(text);
+    const QRegularExpression expression = ExpressionOf(WithoutSlashAtEnd(text));
     return !text.isEmpty() && !text.startsWith(QLatin1Char('/')) && expression.isValid();
 }
 
 Exclusion::Exclusion(const QStringList &patterns)
 {
     for (const QString &pattern : patterns) {
-        QString inside = pattern;
-        inside.chop(inside.endsWith(QLatin1Char('/')) ? 1 : 0);
-        m_patterns.append({inside.contains(QLatin1Char('/')), ExpressionOf(pattern)});
+        const QString trimmed = WithoutSlashAtEnd(pattern);
+        m_patterns.append({trimmed.contains(QLatin1Char('/')), ExpressionOf(trimmed)});
     }
 }
 

@@ -111,7 +111,7 @@ bool ZipWriter::BeginFile(const QString &path, Method method)
         if (!m_deflater->IsReady())
             return Fail(WriteError, QStringLiteral("there is not enough memory to pack"));
     }
-    // Room for it: what it says is known at the end.
+    // A placeholder: EndFile() knows the sizes and the checksum.
     if (!WriteHeader())
         return false;
     m_item->dataOffset = m_archive.pos();

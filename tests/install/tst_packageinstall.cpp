@@ -147,6 +147,17 @@ qint64 DeclaredSize(QByteArray archive, int index)
     return qint64(ReadZipDirectory(buffer).value(index).size);
 }
 
+/// Makes a package of one stored file, pkg/noise, and returns what is in it.
+QByteArray PackNoise(const Machine &machine)
+{
+    const QByteArray noise = SomeNoise(500000);
+    ZipMaker zip;
+    zip.AddFolder(QStringLiteral("pkg"));
+    zip.AddFile(QStringLiteral("pkg/noise"), noise, ZipMaker::Stored);
+    zip.WriteTo(machine.Package());
+    return noise;
+}
+
 #ifdef Q_OS_LINUX
 /// An archive whose list of entries has at least @p size bytes.
 QByteArray ZipWithListOf(int size)
@@ -453,11 +464,7 @@ void TestPackageInstall::failedWritesAreNotNoticed_posix()
 void TestPackageInstall::nothingFollowsAFailedWrite()
 {
     const Machine machine;
-    const QByteArray noise = SomeNoise(500000);
-    ZipMaker zip;
-    zip.AddFolder(QStringLiteral("pkg"));
-    zip.AddFile(QStringLiteral("pkg/noise"), noise, ZipMaker::Stored);
-    zip.WriteTo(machine.Package());
+    const QByteArray noise = PackNoise(machine);
     const QString target = machine.Downloaded(QStringLiteral("pkg/noise"));
     {
         // There is space again at once: another program has freed some.
@@ -576,11 +583,7 @@ void TestPackageInstall::damagedEntryFails()
 void TestPackageInstall::damagedDiskFails()
 {
     const Machine machine;
-    const QByteArray noise = SomeNoise(500000);
-    ZipMaker zip;
-    zip.AddFolder(QStringLiteral("pkg"));
-    zip.AddFile(QStringLiteral("pkg/noise"), noise, ZipMaker::Stored);
-    zip.WriteTo(machine.Package());
+    const QByteArray noise = PackNoise(machine);
     const StandIn xcopy(machine.Xcopy());
     const QString target = machine.Downloaded(QStringLiteral("pkg/noise"));
     {

@@ -27,6 +27,19 @@ template <class Widget> Widget *Child(const QWidget &dialog, const char *name)
     return child;
 }
 
+/// Shows @p panel without its children on @p backdrop, a window of that colour.
+inline void ShowOnBackdrop(QWidget &panel, const QRect &place, QWidget &backdrop,
+                           const QString &colour)
+{
+    backdrop.resize(400, 240);
+    backdrop.setStyleSheet(QStringLiteral("background-color:%1;").arg(colour));
+    panel.setParent(&backdrop, Qt::Widget);
+    panel.setGeometry(place);
+    for (QWidget *child : panel.findChildren<QWidget *>())
+        child->hide();
+    backdrop.show();
+}
+
 /// Where a descendant lies in the dialog's own pixels.
 inline QRect PlaceIn(const QWidget &dialog, const QWidget &child)
 {

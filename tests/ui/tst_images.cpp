@@ -133,14 +133,8 @@ void ImagesTest::thePanelIsDrawnPixelByPixel()
     if (!ScaleIsWhole())
         QSKIP("drawn from the larger picture");
     QWidget backdrop;
-    backdrop.resize(400, 240);
-    backdrop.setStyleSheet(QStringLiteral("background-color:white;"));
     NetDialog panel;
-    panel.setParent(&backdrop, Qt::Widget);
-    panel.setGeometry(0, 0, 199, 114);
-    for (QWidget *child : panel.findChildren<QWidget *>())
-        child->hide();
-    backdrop.show();
+    ShowOnBackdrop(panel, QRect(0, 0, 199, 114), backdrop, QStringLiteral("white"));
     const QImage wanted = Wanted(QStringLiteral("cancle"));
 
     const QImage seen = Picture(backdrop).copy(QRect(QPoint(), wanted.size()));

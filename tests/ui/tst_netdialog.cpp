@@ -139,14 +139,8 @@ void NetDialogTest::translatesTheChineseTextsOnly()
 void NetDialogTest::paintsThePanelOnceAndNothingAroundIt()
 {
     QWidget backdrop;
-    backdrop.resize(400, 240);
-    backdrop.setStyleSheet(QStringLiteral("background-color:rgb(0, 200, 0);"));
     NetDialog dialog;
-    dialog.setParent(&backdrop, Qt::Widget);
-    dialog.setGeometry(0, 0, 400, 240);
-    for (QWidget *child : dialog.findChildren<QWidget *>())
-        child->hide();
-    backdrop.show();
+    ShowOnBackdrop(dialog, QRect(0, 0, 400, 240), backdrop, QStringLiteral("rgb(0, 200, 0)"));
 
     const QImage seen = Picture(backdrop);
     const QImage panel(QStringLiteral(":/image/resourceimg/cancle.png"));
