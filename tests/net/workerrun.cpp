@@ -204,7 +204,10 @@ bool WorkerRun::RunUntil(const std::function<bool()> &condition, int timeoutMs)
 
 bool WorkerRun::RunUntilLogged(const UpdateScene &scene, const QString &line, int timeoutMs)
 {
-    return RunUntil([&] { return scene.log.Messages().contains(line); }, timeoutMs);
+    const bool isLogged = RunUntil([&] { return scene.log.Messages().contains(line); }, timeoutMs);
+    // The line can be there before this thread has taken up what the worker sent ahead of it.
+    QCoreApplication::sendPostedEvents();
+    return isLogged;
 }
 
 bool WorkerRun::RunUntilPrompt()

@@ -95,6 +95,7 @@ public:
     /// False when the program quits before the condition holds, or when that takes too long.
     bool RunUntil(const std::function<bool()> &condition, int timeoutMs = 15000);
 
+    /// Afterwards the signals that the worker sent before it wrote the line have arrived, too.
     bool RunUntilLogged(const UpdateScene &scene, const QString &line, int timeoutMs = 15000);
     bool RunUntilPrompt();
 
