@@ -124,7 +124,17 @@ void WindowServer::Click(const QString &window, const QPoint &position) const
 
 void WindowServer::Press(const QString &window, const QString &key) const
 {
-    SetForegroundWindow(Handle(window));
+    // A window can be visible before it has the keyboard; a key that comes earlier is lost.
+    const auto hasTheKeyboard = [&] {
+        GUITHREADINFO thread{};
+        thread.cbSize = sizeof thread;
+        SetForegroundWindow(Handle(window));
+        return GetForegroundWindow() == Handle(window) &&
+               GetGUIThreadInfo(GetWindowThreadProcessId(Handle(window), nullptr), &thread) &&
+               thread.hwndFocus == Handle(window);
+    };
+    if (!QTest::qWaitFor(hasTheKeyboard, 30000))
+        qFatal("the window does not get the keyboard");
     INPUT inputs[2] = {};
     for (INPUT &input : inputs) {
         input.type = INPUT_KEYBOARD;
