@@ -1,8 +1,11 @@
 #include "release/publish/commandline.h"
 
 #include "release/publish/exclusion.h"
+#include "release/publish/networkprefix.h"
+#include "release/publish/releaselist.h"
 
 #include <QCommandLineParser>
+#include <QRegularExpression>
 #include <QVector>
 
 #include <algorithm>
@@ -50,6 +53,24 @@ const Option kAllowUpdater{"allow-updater", nullptr, Flag,
 const Option kAllowShorterVersion{
     "allow-shorter-version", nullptr, Flag,
     "publish even though clients may never start again after this version"};
+const Option kConfigFile{"config-file", "PATH", Optional,
+                         "the client's version file in DIR: it must tell the same version"};
+const Option kKnown{"known", "FILE", Optional,
+                    "SHA256SUMS of earlier trees: no package is published with other bytes again"};
+const Option kShareAtOnce{"share", "PERCENT", Optional,
+                          "roll it out at once to this share of all clients (default: to none)"};
+const Option kRelease{"version", "VERSION", Required, "the release, by its version"};
+const Option kReleaseOrAll{"version", "VERSION", Optional,
+                           "only this release (default: whatever is rolled out)"};
+const Option kShare{"share", "PERCENT", Optional,
+                    "from 0.1 to 100, in steps of 0.1 (default: as it is)"};
+const Option kFrom{"from", "PATTERN", Repeatable,
+                   "only clients with such a version, as in 2.0.*; * lifts the restriction"};
+const Option kNetwork{"network", "CIDR", Repeatable,
+                      "also everybody in this network, whatever the share, as in 192.0.2.0/24"};
+const Option kDowngrade{"downgrade", nullptr, Flag,
+                        "offer the previous release to clients that have this one"};
+const Option kDryRun{"dry-run", nullptr, Flag, "tell what would be done, and write nothing"};
 const Option kJson{"json", nullptr, Flag, "the result as JSON on the standard output"};
 
 const QVector<CommandDescription> &Commands()
@@ -69,11 +90,15 @@ const QVector<CommandDescription> &Commands()
           kNotesEn,
           kOut,
           kUrlPrefix,
+          kShareAtOnce,
+          kConfigFile,
+          kKnown,
           kExclude,
           kNoDefaultExcludes,
           kUpdaterFolder,
           kAllowUpdater,
           kAllowShorterVersion,
+          kDryRun,
           kJson}},
         {Request::Installer,
          "installer",
@@ -89,14 +114,47 @@ const QVector<CommandDescription> &Commands()
           kNotesEn,
           kOut,
           kUrlPrefix,
+          kShareAtOnce,
+          kKnown,
           kAllowShorterVersion,
+          kDryRun,
           kJson}},
         {Request::Verify,
          "verify",
          "DIR",
-         "holds a published release against every rule; writes nothing",
+         "checks every release of a tree, and what it offers, against every rule; writes nothing",
          "publish verify site",
          {kUpdaterFolder, kAllowUpdater, kJson}},
+        {Request::Rollout,
+         "rollout",
+         "DIR",
+         "offers a published release to a share of the clients",
+         "publish rollout site --version 2.1.3 --share 10",
+         {kRelease, kShare, kFrom, kNetwork, kDryRun, kJson}},
+        {Request::Stop,
+         "stop",
+         "DIR",
+         "offers nothing any more, or a release no more",
+         "publish stop site --version 2.1.3",
+         {kReleaseOrAll, kDryRun, kJson}},
+        {Request::Resume,
+         "resume",
+         "DIR",
+         "takes a stop back; each release keeps its share",
+         "publish resume site --version 2.1.3",
+         {kReleaseOrAll, kDryRun, kJson}},
+        {Request::Rollback,
+         "rollback",
+         "DIR",
+         "withdraws a release for good",
+         "publish rollback site --version 2.1.3 --downgrade",
+         {kRelease, kDowngrade, kAllowShorterVersion, kDryRun, kJson}},
+        {Request::List,
+         "list",
+         "DIR",
+         "lists the releases of a tree and whom they are offered to",
+         "publish list site",
+         {kJson}},
     };
     return commands;
 }
@@ -188,6 +246,16 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
     return QString();
 }
 
+/// A share in parts of AllParts; 0 for anything else than a share.
+int ReadShare(const QString &percent)
+{
+    static const QRegularExpression share(QStringLiteral("\\A([0-9]{1,3})(?:\\.([0-9]))?\\z"));
+    const QRegularExpressionMatch match = share.match(percent);
+    constexpr int partsPerPercent = AllParts / 100;
+    const int parts = match.captured(1).toInt() * partsPerPercent + match.captured(2).toInt();
+    return match.hasMatch() && parts <= AllParts ? parts : 0;
+}
+
 CommandLine ReadCommand(const CommandDescription &command, const QStringList &arguments)
 {
     const QString name = Text(command.name);
@@ -245,12 +313,39 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     }
     request.allowShorterVersion = isSet(kAllowShorterVersion);
     request.allowUpdater = isSet(kAllowUpdater);
+    request.configFile = value(kConfigFile);
+    request.knownDigests = value(kKnown);
+    request.downgrade = isSet(kDowngrade);
+    request.dryRun = isSet(kDryRun);
+    if (isSet(kShare)) {
+        request.share = ReadShare(value(kShare));
+        if (request.share == 0) {
+            return Wrong(QStringLiteral("--share is no number from 0.1 to 100 with one decimal"),
+                         name);
+        }
+    }
+    if (isKnown(kFrom))
+        request.from = parser.values(Text(kFrom.name));
+    for (const QString &pattern : qAsConst(request.from)) {
+        if (!IsVersionPattern(pattern)) {
+            return Wrong(QStringLiteral("\"%1\" is neither a version nor, as 2.0.*, the first "
+                                        "one to three parts of some")
+                             .arg(pattern),
+                         name);
+        }
+    }
+    if (isKnown(kNetwork))
+        request.networks = parser.values(Text(kNetwork.name));
+    for (const QString &network : qAsConst(request.networks)) {
+        NetworkPrefix prefix;
+        if (const Failure failure = NetworkPrefix::Read(network, prefix))
+            return Wrong(failure->message, name);
+    }
     request.asJson = parser.isSet(Text(kJson.name));
 
     const QString update = value(kUpdate);
     request.forced = update == QLatin1String("forced");
-    if (command.command != Request::Verify && !request.forced &&
-        update != QLatin1String("optional"))
+    if (isKnown(kUpdate) && !request.forced && update != QLatin1String("optional"))
         return Wrong(QStringLiteral("--update is neither optional nor forced"), name);
     return commandLine;
 }

@@ -5,10 +5,10 @@
 
 /// What the command line asks for.
 struct Request {
-    enum Command { Zip, Installer, Verify };
+    enum Command { Zip, Installer, Verify, Rollout, Stop, Resume, Rollback, List };
 
     Command command = Zip;
-    QString source; ///< the client's folder, the installer, or the release to verify
+    QString source; ///< the client's folder, the installer, or the tree
     QString name;   ///< of the package, without version; empty: the installer's own file name
     QString version;
     bool forced = false;
@@ -18,8 +18,15 @@ struct Request {
     QString urlPrefix;
     QString updaterFolder; ///< the updater's folder, relative to the client's
     QStringList exclude;   ///< patterns of what stays out of the package, for Exclusion
+    QString configFile;    ///< the client's version file, relative to its folder; empty: not named
+    QString knownDigests;  ///< a file of digests of earlier releases; empty: none
+    int share = 0;         ///< in parts of AllParts; 0: the release is not rolled out yet
     bool allowShorterVersion = false;
     bool allowUpdater = false; ///< the updater's folder may be in a package
+    QStringList from;          ///< patterns of installed versions
+    QStringList networks;      ///< as NetworkPrefix reads them
+    bool downgrade = false;    ///< who has the release is offered the one before
+    bool dryRun = false;       ///< tell what would be done, and write nothing
     bool asJson = false;
 };
 

@@ -2,6 +2,7 @@
 #include "release/publish/hostsystem.h"
 #include "release/publish/publishrelease.h"
 #include "release/publish/report.h"
+#include "release/publish/rollout.h"
 #include "release/publish/verifyrelease.h"
 
 #include <QCoreApplication>
@@ -19,6 +20,28 @@ Progress::Style ProgressStyle(const Request &request)
     if (request.asJson)
         return Progress::Silent;
     return HostSystem::ErrorsGoToTerminal() ? Progress::Bar : Progress::Lines;
+}
+
+Outcome Run(const Request &request, Progress &progress)
+{
+    switch (request.command) {
+    case Request::Zip:
+    case Request::Installer:
+        return PublishRelease(request, progress);
+    case Request::Verify:
+        return VerifyRelease(request, progress);
+    case Request::Rollout:
+        return RollOut(request);
+    case Request::Stop:
+        return StopOffers(request);
+    case Request::Resume:
+        return ResumeOffers(request);
+    case Request::Rollback:
+        return RollBack(request);
+    case Request::List:
+        return ListReleases(request);
+    }
+    return {};
 }
 
 } // namespace
@@ -48,8 +71,7 @@ int main(int argc, char *argv[])
 
     const Request &request = commandLine.request;
     Progress progress(ProgressStyle(request));
-    const Outcome outcome = request.command == Request::Verify ? VerifyRelease(request, progress)
-                                                               : PublishRelease(request, progress);
+    const Outcome outcome = Run(request, progress);
     progress.End();
     return Report(outcome, request.asJson);
 }
