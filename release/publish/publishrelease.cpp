@@ -189,7 +189,9 @@ private:
 
     void CheckVersionAgainstOthers()
     {
-        if (!ReleaseRules::CheckVersion(m_request.version).isEmpty())
+        // A release that is published again has been through this.
+        if (!ReleaseRules::CheckVersion(m_request.version).isEmpty() ||
+            m_list.IndexOf(m_request.version) >= 0)
             return;
         const QStringList published = OtherVersions();
         if (!m_request.allowShorterVersion)

@@ -63,10 +63,12 @@ Findings VersionFile::WarnOfOrder(const QString &path, const QVector<ReleaseRule
     const int later = FilesCopiedAfter(path, entries);
     if (later == 0)
         return {};
-    return {{QStringLiteral("config-order"), path,
-             QStringLiteral("%1 is copied before %2 other files: a copy that is interrupted in "
-                            "between leaves a client that looks current; put it where it is copied "
-                            "last, as in ~version/version.json")
-                 .arg(ReleaseRules::Shown(path))
-                 .arg(later)}};
+    return {
+        {QStringLiteral("config-order"), path,
+         QStringLiteral("%1 is copied before %2 other %3: a copy that is interrupted in between "
+                        "leaves a client that looks current; put it where it is copied last, "
+                        "as in ~version/version.json")
+             .arg(ReleaseRules::Shown(path))
+             .arg(later)
+             .arg(later == 1 ? QStringLiteral("file") : QStringLiteral("files"))}};
 }
