@@ -34,6 +34,25 @@ QString InterruptedShare(const DownloadFigures &downloads)
     return Share(downloads.interrupted, downloads.downloads);
 }
 
+QVector<ReleaseFigures> OtherPackages(const ProductFigures &product)
+{
+    QVector<ReleaseFigures> packages = product.otherPackages;
+    const UnansweredRequests &unknown = product.unknownPackages;
+    if (unknown.refused + unknown.tooMany + unknown.serverErrors + unknown.ended > 0) {
+        ReleaseFigures figures;
+        figures.package = QStringLiteral("(unknown)");
+        figures.unanswered = unknown;
+        packages.append(figures);
+    }
+    return packages;
+}
+
+QString UnansweredNote()
+{
+    return QStringLiteral("4xx is without 429, too many requests of one network; ended: the client "
+                          "was gone before the answer.");
+}
+
 QDateTime UtcTime(qint64 seconds)
 {
     return QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC);

@@ -137,8 +137,7 @@ void LogMerge::Close(const OpenLog &log)
                            QStringLiteral("%1: lines are up to %2 seconds out of order, which "
                                           "falsifies who came back; give each node's logs as files "
                                           "of their own")
-                               .arg(path)
-                               .arg(log.lateBy)});
+                               .arg(path, QString::number(log.lateBy))});
     }
 }
 

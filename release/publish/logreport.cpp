@@ -133,8 +133,9 @@ QString ProductText(const ProductFigures &product)
         parts.append(ReleaseTable(product.releases));
         parts.append(DownloadTable(QStringLiteral("downloads"), product.releases));
     }
-    if (!product.otherPackages.isEmpty())
-        parts.append(DownloadTable(QStringLiteral("other packages"), product.otherPackages));
+    const QVector<ReleaseFigures> others = OtherPackages(product);
+    if (!others.isEmpty())
+        parts.append(DownloadTable(QStringLiteral("other packages"), others));
     parts.append(DayTable(product));
     return parts.join(QLatin1Char('\n'));
 }

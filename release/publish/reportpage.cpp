@@ -36,6 +36,7 @@ body { font: 16px/1.5 sans-serif; color: var(--ink); background: var(--paper); m
 figure { margin: 1.5em 0 2.5em }
 figcaption { font-weight: bold }
 figcaption span { display: block; font-weight: normal; font-size: 14px }
+.note { font-size: 14px }
 .scroll { overflow-x: auto }
 .days { padding-left: 5em }
 svg { display: block; overflow: visible; font-size: 12px; fill: var(--ink); margin-top: 1em }
@@ -44,7 +45,7 @@ svg { display: block; overflow: visible; font-size: 12px; fill: var(--ink); marg
     font-size: 14px }
 .legend svg { display: inline; margin: 0 .4em 0 0; vertical-align: -1px }
 table { border-collapse: collapse; font-size: 14px }
-th, td { padding: .2em .8em; border-bottom: 1px solid var(--faint); text-align: right; overflow-wrap: normal }
+th, td { padding: .2em .8em; border-bottom: 1px solid var(--faint); text-align: right; white-space: nowrap }
 th:first-child, td:first-child { text-align: left; padding-left: 0 }
 summary { cursor: pointer; font-size: 14px }
 .grid { stroke: var(--faint) }
@@ -66,20 +67,21 @@ QString ColourRules()
     return rules;
 }
 
-QString Row(const QStringList &cells, const char *tag)
+QString Row(const QStringList &cells, const QString &cellForm)
 {
     QString row = QStringLiteral("<tr>");
     for (const QString &cell : cells)
-        row += QStringLiteral("<%1>%2</%1>").arg(QLatin1String(tag), Html(cell));
+        row += cellForm.arg(Html(cell));
     return row + QStringLiteral("</tr>\n");
 }
 
 QString Table(const QStringList &head, const QVector<QStringList> &rows)
 {
-    QString table = QStringLiteral("<div class=\"scroll\"><table>\n<thead>") + Row(head, "th") +
+    QString table = QStringLiteral("<div class=\"scroll\"><table>\n<thead>") +
+                    Row(head, QStringLiteral("<th scope=\"col\">%1</th>")) +
                     QStringLiteral("</thead>\n<tbody>\n");
     for (const QStringList &row : rows)
-        table += Row(row, "td");
+        table += Row(row, QStringLiteral("<td>%1</td>"));
     return table + QStringLiteral("</tbody></table></div>\n");
 }
 
@@ -181,6 +183,11 @@ QString Heading(const QString &text)
     return QStringLiteral("<h3>%1</h3>\n").arg(text);
 }
 
+QString Note(const QString &text)
+{
+    return QStringLiteral("<p class=\"note\">%1</p>\n").arg(text);
+}
+
 /// @p id begins the ids of the product's charts.
 QString ProductPart(const QString &id, const ProductFigures &product)
 {
@@ -188,7 +195,7 @@ QString ProductPart(const QString &id, const ProductFigures &product)
     QString part = QStringLiteral("<section>\n");
     if (!product.product.isEmpty())
         part += QStringLiteral("<h2>Product %1</h2>\n").arg(Html(product.product));
-    part += Heading(QStringLiteral("Checks")) + CheckTable(product);
+    part += Heading(QStringLiteral("Checks")) + CheckTable(product) + Note(UnansweredNote());
     if (!days.checks.isEmpty()) {
         part += DayFigure({id + QStringLiteral("-checks"), QStringLiteral("Checks per day"),
                            QStringLiteral("By installed version; days are UTC.")},
@@ -207,10 +214,10 @@ QString ProductPart(const QString &id, const ProductFigures &product)
                       days.days, {days.completed, days.interrupted});
     if (!product.releases.isEmpty())
         part += DownloadTable(product.releases);
-    if (!product.otherPackages.isEmpty()) {
-        part += Heading(QStringLiteral("Packages that no check was offered")) +
-                DownloadTable(product.otherPackages);
-    }
+    const QVector<ReleaseFigures> others = OtherPackages(product);
+    if (!others.isEmpty())
+        part +=
+            Heading(QStringLiteral("Packages that no check was offered")) + DownloadTable(others);
     return part + QStringLiteral("</section>\n");
 }
 
