@@ -12,6 +12,7 @@ class TestUpdate : public QObject
 
 private slots:
     void AZipPackageIsInstalledAndTheClientStarted();
+    void ARelativeClientFolderBeginsAtTheUpdaters();
     void TheNotesFollowTheLanguage_data();
     void TheNotesFollowTheLanguage();
     void AnInstallerIsStartedWithTheArguments();
@@ -163,6 +164,24 @@ void TestUpdate::AZipPackageIsInstalledAndTheClientStarted()
             QStringLiteral("[WARNING] (:0) autoupdate config veison update "
                            "successed"),
             Info(Quoted(run.imageName) + QStringLiteral("  starting..."))}));
+}
+
+void TestUpdate::ARelativeClientFolderBeginsAtTheUpdaters()
+{
+    UpdaterRun run;
+    run.Configure({{QStringLiteral("appPath"), QStringLiteral("../")}});
+    run.Publish(NewClient(), kPackage);
+    run.process.setWorkingDirectory(run.home.Scratch());
+
+    QCOMPARE(run.Run(kImmediately), 0);
+
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(ReadFile(run.home.ClientFolder() + QStringLiteral("/config.json")),
+             QByteArray(R"({"client": {"version": "2.1.3"}})"));
+    // The version was read there: it is no news any more.
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(2));
+    QVERIFY(run.Log().join(QLatin1Char('\n')).contains(QLatin1String("currentVersion: \"2.1.3\"")));
 }
 
 void TestUpdate::TheNotesFollowTheLanguage_data()
