@@ -47,7 +47,7 @@ QString HostDoubt(const QString &host)
     static const QRegularExpression reserved(
         QStringLiteral("(?:\\A|\\.)(?:example(?:\\.(?:com|net|org))?|invalid|localhost|test)\\z"));
     if (reserved.match(host).hasMatch())
-        return QStringLiteral("which nobody can serve to users");
+        return QStringLiteral("which is reserved for examples and tests");
     if (IsIpAddress(host))
         return QStringLiteral("a number, and certificates are for names");
     if (!host.contains(QLatin1Char('.')))

@@ -69,12 +69,13 @@ Findings CheckKeys(const QJsonObject &config)
     for (const KeyRule &key : kKeys) {
         const QJsonValue value = config.value(key.name);
         if (!value.isUndefined() && !HasType(value, key.type)) {
-            const QString type = key.type == QJsonValue::String
-                                     ? QStringLiteral("a text in quotes")
-                                     : QStringLiteral("a whole number without quotes");
-            findings.append(Found("type", QStringLiteral("\"%1\" is not %2, and the updater would "
-                                                         "take it for missing; write %2")
-                                              .arg(key.name, type)));
+            const bool isText = key.type == QJsonValue::String;
+            findings.append(Found(
+                "type",
+                QStringLiteral("\"%1\" is not a %2, and the updater would "
+                               "take it for missing; write a %2 %3 quotes")
+                    .arg(key.name, isText ? QStringLiteral("text") : QStringLiteral("whole number"),
+                         isText ? QStringLiteral("in") : QStringLiteral("without"))));
         } else if (key.whenEmpty != nullptr && value.toString().isEmpty()) {
             findings.append(Found("empty", QStringLiteral("\"%1\" is missing or empty, and %2")
                                                .arg(key.name, QLatin1String(key.whenEmpty))));
@@ -217,7 +218,7 @@ QString FirstDifference(const QByteArray &text, const QByteArray &written)
         return QStringLiteral("has no line feed at its end");
     if (same == expected.size())
         return QStringLiteral("goes on after the line feed at its end");
-    return QStringLiteral("has \"%2\" in line %1, where the updater writes \"%3\"")
+    return QStringLiteral("has `%2` in line %1, where the updater writes `%3`")
         .arg(QString::number(same + 1), Shown(QString::fromUtf8(lines.at(same))),
              Shown(QString::fromUtf8(expected.at(same))));
 }
@@ -242,6 +243,11 @@ Findings CheckForm(const QByteArray &text, const QJsonObject &config)
                           .arg(ConfigContract::FileName, FirstDifference(text, written), result))};
 }
 
+int LineOf(const QByteArray &text, int offset)
+{
+    return text.left(offset).count('\n') + 1;
+}
+
 /// A refusal of the text of @p name when the updater could not read an object from it.
 Findings CheckJson(const char *rule, const QByteArray &text, const QString &name)
 {
@@ -249,10 +255,11 @@ Findings CheckJson(const char *rule, const QByteArray &text, const QString &name
     const bool isObject = QJsonDocument::fromJson(text, &error).isObject();
     if (isObject)
         return {};
-    const QString what = error.error == QJsonParseError::NoError
-                             ? QStringLiteral("not a JSON object")
-                             : QStringLiteral("not JSON (%1, at byte %2)")
-                                   .arg(error.errorString(), QString::number(error.offset));
+    const QString what =
+        error.error == QJsonParseError::NoError
+            ? QStringLiteral("not a JSON object")
+            : QStringLiteral("not JSON (%1, in line %2)")
+                  .arg(error.errorString(), QString::number(LineOf(text, error.offset)));
     return {Found(rule, QStringLiteral("%1 is %2, and the updater could not use it; correct it, "
                                        "without comments and without a comma behind the last value")
                             .arg(Shown(name), what))};

@@ -151,6 +151,7 @@ private slots:
     void installersAskForLess();
     void textThatCannotBeRead_data();
     void textThatCannotBeRead();
+    void lineThatCannotBeReadIsNamed();
     void form_data();
     void form();
     void firstDifferentLineIsShown();
@@ -390,12 +391,20 @@ void TestConfigCheck::textThatCannotBeRead()
     const Outcome outcome = CheckText(text);
     QCOMPARE(Rules(outcome.refusals), Words("json"));
     QVERIFY2(AreWhole(outcome.refusals), qPrintable(Lines(outcome.refusals)));
-    QCOMPARE(outcome.warnings.size(), 0);
+    QVERIFY(outcome.warnings.isEmpty());
     // The updater finds no more in it than the check does.
     const TestHome home;
     WriteFile(home.ClientFolder() + QStringLiteral("/config.json"), "{}");
     home.WriteUpdateConfig(text);
     QCOMPARE(Global::instance.ReadConfig(), -1);
+}
+
+void TestConfigCheck::lineThatCannotBeReadIsNamed()
+{
+    const QByteArray text = Text(GoodConfig()).replace("\"1.0.0\",", "1.0.0,");
+    const QString line = Lines(CheckText(text).refusals);
+    QVERIFY2(line.startsWith(QLatin1String("updateconfig.json is not JSON (")), qPrintable(line));
+    QVERIFY2(line.contains(QLatin1String(", in line 5), and the updater")), qPrintable(line));
 }
 
 void TestConfigCheck::form_data()
@@ -411,16 +420,16 @@ void TestConfigCheck::form_data()
     row("no line feed at the end", good.chopped(1), "has no line feed at its end, and the file");
     row("empty line at the end", good + "\n",
         "goes on after the line feed at its end, and the file");
-    row("wider", Indented(good), "in line 2, where the updater writes \"    \"app");
+    row("wider", Indented(good), "in line 2, where the updater writes `    \"app");
     row("one line", QJsonDocument(GoodConfig()).toJson(QJsonDocument::Compact), "in line 1");
     row("other order",
         QByteArray(good)
             .replace("    \"noRemind\": 0,\n", "")
             .replace("{\n", "{\n    \"noRemind\": 0,\n"),
-        "has \"    \"noRemind\": 0,\" in line 2, where the updater writes");
+        "has `    \"noRemind\": 0,` in line 2, where the updater writes");
     row("key twice", QByteArray(good).replace("{\n", "{\n    \"appName\": \"a\",\n"), "in line 2");
     row("escaped character", QByteArray(good).replace("Client.exe", "\\u0043lient.exe"),
-        "in line 3, where the updater writes \"    \"appName\": \"Client.exe\",\"");
+        "in line 3, where the updater writes `    \"appName\": \"Client.exe\",`");
     row("number in another form", QByteArray(good).replace(": 0,", ": 0.0,"), "in line 6");
 }
 
@@ -437,13 +446,12 @@ void TestConfigCheck::form()
 void TestConfigCheck::firstDifferentLineIsShown()
 {
     const QByteArray text = Text(GoodConfig()).replace("    \"appPath\"", "\t\"appPath\"");
-    QCOMPARE(
-        Lines(CheckText(text).refusals),
-        QStringLiteral("updateconfig.json has \"\uFFFD\"appPath\": \"../\",\" in line 4, where "
-                       "the updater writes \"    \"appPath\": \"../\",\", and the file would "
-                       "change its length when the updater writes it; indent by four, sort "
-                       "the keys, end every line with a line feed alone, and save it as UTF-8 "
-                       "without a byte order mark"));
+    QCOMPARE(Lines(CheckText(text).refusals),
+             QStringLiteral("updateconfig.json has `\uFFFD\"appPath\": \"../\",` in line 4, where "
+                            "the updater writes `    \"appPath\": \"../\",`, and the file would "
+                            "change its length when the updater writes it; indent by four, sort "
+                            "the keys, end every line with a line feed alone, and save it as UTF-8 "
+                            "without a byte order mark"));
 }
 
 void TestConfigCheck::textOfTheWrongFormFreezesTheUpdater()
