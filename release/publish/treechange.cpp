@@ -155,10 +155,11 @@ Failure TreeChange::Commit(const QString &line)
         return CannotWrite(m_folder, QStringLiteral("not everything reached the disk"));
     if (Failure failure = MoveAll())
         return failure;
+    const QString former = CurrentGeneration();
     if (Failure failure = SwitchTo(m_tree.Generations() + QLatin1Char('/') + NextGeneration()))
         return failure;
     m_added.clear();
-    RemoveOtherGenerations();
+    RemoveGenerationsBefore(former);
     return {};
 }
 
@@ -253,14 +254,20 @@ QString TreeChange::NextGeneration() const
     return QString::number(last + 1);
 }
 
-void TreeChange::RemoveOtherGenerations() const
+QString TreeChange::CurrentGeneration() const
 {
-    const QString current = QFileInfo(QFileInfo(m_tree.Current()).canonicalFilePath()).fileName();
+    return QFileInfo(QFileInfo(m_tree.Current()).canonicalFilePath()).fileName();
+}
+
+void TreeChange::RemoveGenerationsBefore(const QString &former) const
+{
+    const QString current = CurrentGeneration();
     if (current.isEmpty())
         return;
     const QString folder = m_tree.Generations() + QLatin1Char('/');
     for (const QString &name : QDir(folder).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        if (name != current)
+        // Checks that began before the switch are still decided by the former one.
+        if (name != current && name != former)
             QDir(folder + name).removeRecursively();
     }
 }

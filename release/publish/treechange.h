@@ -64,7 +64,8 @@ private:
     Failure MoveAll();
     Failure SwitchTo(const QString &generation);
     QString NextGeneration() const;
-    void RemoveOtherGenerations() const;
+    QString CurrentGeneration() const;
+    void RemoveGenerationsBefore(const QString &former) const;
     void RemoveWhatIsEmpty(QString folder) const;
 
     ReleaseTree m_tree;
