@@ -22,10 +22,14 @@ struct Option {
     const char *help;
 };
 
+constexpr int kMany = 10000;
+
 struct CommandDescription {
     Request::Command command;
     const char *name;
     const char *operand; ///< what follows the options; null when nothing does
+    int leastOperands;
+    int mostOperands;
     const char *help;
     const char *example;
     QVector<Option> options;
@@ -68,6 +72,18 @@ const Option kFrom{"from", "PATTERN", Repeatable,
                    "only clients with such a version, as in 2.0.*; * lifts the restriction"};
 const Option kNetwork{"network", "CIDR", Repeatable,
                       "also everybody in this network, whatever the share, as in 192.0.2.0/24"};
+const Option kPlan{"plan", "STEPS", Optional,
+                   "shares that \"publish advance\" raises: \"1% 1d, 10% 1d, 50% 1d, 100%\""};
+const Option kLog{"log", "LOG", Repeatable, "an access log of a node, as it is or gzipped"};
+const Option kProduct{"product", "NAME", Optional,
+                      "the tree's product in the logs (default: the one without a name)"};
+const Option kStopAbove{"stop-above", "KIND=PERCENT", Repeatable,
+                        "interrupted=2: more interrupted downloads than before, in percentage "
+                        "points; unchanged=5: of those that completed it, came back without it"};
+const Option kHtml{"html", "FILE", Optional, "a page with charts as well"};
+const Option kClientFolder{"client", "DIR", Optional, "the client's folder as it ships"};
+const Option kInstallers{"installer", nullptr, Flag,
+                         "packages are installers (default: zip archives)"};
 const Option kDowngrade{"downgrade", nullptr, Flag,
                         "offer the previous release to clients that have this one"};
 const Option kDryRun{"dry-run", nullptr, Flag, "tell what would be done, and write nothing"};
@@ -79,6 +95,8 @@ const QVector<CommandDescription> &Commands()
         {Request::Zip,
          "zip",
          nullptr,
+         0,
+         0,
          "packs a client's folder, and publishes the package",
          "publish zip --client build/Client --name Client --version 2.1.3 --update optional \\\n"
          "      --notes-zh notes-zh.txt --notes-en notes-en.txt --out site",
@@ -103,6 +121,8 @@ const QVector<CommandDescription> &Commands()
         {Request::Installer,
          "installer",
          nullptr,
+         0,
+         0,
          "publishes an installer, which the updater starts",
          "publish installer --file NorvaneSetup-2.1.3.exe --version 2.1.3 --update forced \\\n"
          "      --notes-zh notes-zh.txt --notes-en notes-en.txt --out site",
@@ -119,42 +139,94 @@ const QVector<CommandDescription> &Commands()
           kAllowShorterVersion,
           kDryRun,
           kJson}},
+        {Request::Promote,
+         "promote",
+         "FROM TO",
+         2,
+         2,
+         "publishes a release of a tree in another one, with the identical package",
+         "publish promote client-beta client --version 2.1.3",
+         {kRelease, kKnown, kAllowShorterVersion, kDryRun, kJson}},
         {Request::Verify,
          "verify",
          "DIR",
+         1,
+         1,
          "checks every release of a tree, and what it offers, against every rule; writes nothing",
          "publish verify site",
          {kUpdaterFolder, kAllowUpdater, kJson}},
         {Request::Rollout,
          "rollout",
          "DIR",
+         1,
+         1,
          "offers a published release to a share of the clients",
          "publish rollout site --version 2.1.3 --share 10",
-         {kRelease, kShare, kFrom, kNetwork, kDryRun, kJson}},
+         {kRelease, kShare, kPlan, kFrom, kNetwork, kDryRun, kJson}},
+        {Request::Advance,
+         "advance",
+         "DIR",
+         1,
+         kMany,
+         "performs the next step of a plan, or stops the release when too much goes wrong",
+         "publish advance site --log /var/log/nginx/updates.log",
+         {kLog, kProduct, kStopAbove, kDryRun, kJson}},
         {Request::Stop,
          "stop",
          "DIR",
+         1,
+         1,
          "offers nothing any more, or a release no more",
          "publish stop site --version 2.1.3",
          {kReleaseOrAll, kDryRun, kJson}},
         {Request::Resume,
          "resume",
          "DIR",
+         1,
+         1,
          "takes a stop back; each release keeps its share",
          "publish resume site --version 2.1.3",
          {kReleaseOrAll, kDryRun, kJson}},
         {Request::Rollback,
          "rollback",
          "DIR",
+         1,
+         1,
          "withdraws a release for good",
          "publish rollback site --version 2.1.3 --downgrade",
          {kRelease, kDowngrade, kAllowShorterVersion, kDryRun, kJson}},
         {Request::List,
          "list",
          "DIR",
+         1,
+         1,
          "lists the releases of a tree and whom they are offered to",
          "publish list site",
          {kJson}},
+        {Request::Push,
+         "push",
+         "DIR NODE...",
+         2,
+         kMany,
+         "copies a tree to the nodes that serve it: packages first, decisions last",
+         "publish push site updates@node1:/srv/updates updates@node2:/srv/updates",
+         {kDryRun, kJson}},
+        {Request::ReportOnLogs,
+         "report",
+         "LOG...",
+         1,
+         kMany,
+         "tells from the access logs of all nodes how releases are doing",
+         "publish report updates.log updates.log.1 --html report.html",
+         {kHtml, kJson}},
+        {Request::CheckConfiguration,
+         "check-config",
+         "FILE",
+         1,
+         1,
+         "checks the updateconfig.json that ships with a client",
+         "publish check-config updateconfig.json --client client",
+         {kClientFolder, kInstallers, kJson}},
     };
     return commands;
 }
@@ -239,21 +311,52 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
             return OptionText(option) + QStringLiteral(" is missing");
     }
     const int operands = parser.positionalArguments().size();
-    if (command.operand != nullptr && operands == 0)
-        return Text(command.operand) + QStringLiteral(" is missing");
-    if (operands > (command.operand != nullptr ? 1 : 0))
+    if (operands < command.leastOperands) {
+        return Text(command.operand).section(QLatin1Char(' '), operands, operands) +
+               QStringLiteral(" is missing");
+    }
+    if (operands > command.mostOperands)
         return QStringLiteral("\"%1\" is one too many").arg(parser.positionalArguments().last());
     return QString();
 }
 
-/// A share in parts of AllParts; 0 for anything else than a share.
-int ReadShare(const QString &percent)
+/// What follows the first operand.
+void ReadOperands(const QStringList &operands, Request &request)
 {
-    static const QRegularExpression share(QStringLiteral("\\A([0-9]{1,3})(?:\\.([0-9]))?\\z"));
-    const QRegularExpressionMatch match = share.match(percent);
-    constexpr int partsPerPercent = AllParts / 100;
-    const int parts = match.captured(1).toInt() * partsPerPercent + match.captured(2).toInt();
-    return match.hasMatch() && parts <= AllParts ? parts : 0;
+    const QStringList others = operands.mid(1);
+    switch (request.command) {
+    case Request::Promote:
+        request.out = others.first();
+        break;
+    case Request::Push:
+        request.nodes = others;
+        break;
+    case Request::Advance:
+        request.logs = others;
+        break;
+    case Request::ReportOnLogs:
+        request.logs = operands;
+        break;
+    default:
+        break;
+    }
+}
+
+/// Reads "interrupted=2" and "unchanged=5"; false for anything else.
+bool ReadLimit(const QString &text, Request &request)
+{
+    const QString kind = text.section(QLatin1Char('='), 0, 0);
+    bool isNumber = false;
+    const double percent = text.section(QLatin1Char('='), 1).toDouble(&isNumber);
+    if (!isNumber || percent < 0 || percent > 100)
+        return false;
+    if (kind == QLatin1String("interrupted"))
+        request.stopAboveInterrupted = percent;
+    else if (kind == QLatin1String("unchanged"))
+        request.stopAboveUnchanged = percent;
+    else
+        return false;
+    return true;
 }
 
 CommandLine ReadCommand(const CommandDescription &command, const QStringList &arguments)
@@ -311,6 +414,7 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
         if (!Exclusion::IsPattern(pattern))
             return Wrong(QStringLiteral("\"%1\" is no pattern of names").arg(pattern), name);
     }
+    ReadOperands(parser.positionalArguments(), request);
     request.allowShorterVersion = isSet(kAllowShorterVersion);
     request.allowUpdater = isSet(kAllowUpdater);
     request.configFile = value(kConfigFile);
@@ -322,6 +426,31 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
         if (request.share == 0) {
             return Wrong(QStringLiteral("--share is no number from 0.1 to 100 with one decimal"),
                          name);
+        }
+    }
+    request.plan = value(kPlan);
+    if (isSet(kPlan) && (ReadPlan(request.plan).isEmpty() || isSet(kShare))) {
+        return Wrong(QStringLiteral("--plan is not, as in \"1% 1d, 10% 12h, 100%\", growing "
+                                    "shares with their times, without --share"),
+                     name);
+    }
+    request.product = value(kProduct);
+    request.htmlFile = value(kHtml);
+    if (command.command == Request::CheckConfiguration)
+        request.clientFolder = value(kClientFolder);
+    request.packagesAreInstallers = isSet(kInstallers);
+    if (isKnown(kLog))
+        request.logs = parser.values(Text(kLog.name)) + request.logs;
+    if (command.command == Request::Advance && request.logs.isEmpty())
+        return Wrong(QStringLiteral("--log LOG is missing"), name);
+    if (isKnown(kStopAbove)) {
+        for (const QString &limit : parser.values(Text(kStopAbove.name))) {
+            if (!ReadLimit(limit, request)) {
+                return Wrong(QStringLiteral("\"%1\" is neither interrupted=PERCENT nor "
+                                            "unchanged=PERCENT")
+                                 .arg(limit),
+                             name);
+            }
         }
     }
     if (isKnown(kFrom))

@@ -46,9 +46,9 @@ private:
 
     QFile m_file;
     Progress *m_progress;
-    QByteArray m_input; ///< as it is in the file
+    QByteArray m_input;     ///< as it is in the file
     char *m_next = nullptr; ///< in m_input
-    qint64 m_left = 0; ///< from m_next on
+    qint64 m_left = 0;      ///< from m_next on
     Failure m_failure;
     bool m_isDamaged = false;
     bool m_isBetweenMembers = false;

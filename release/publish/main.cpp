@@ -1,6 +1,10 @@
+#include "release/publish/advance.h"
 #include "release/publish/commandline.h"
+#include "release/publish/configcheck.h"
 #include "release/publish/hostsystem.h"
+#include "release/publish/logreport.h"
 #include "release/publish/publishrelease.h"
+#include "release/publish/pushtree.h"
 #include "release/publish/report.h"
 #include "release/publish/rollout.h"
 #include "release/publish/verifyrelease.h"
@@ -27,11 +31,14 @@ Outcome Run(const Request &request, Progress &progress)
     switch (request.command) {
     case Request::Zip:
     case Request::Installer:
+    case Request::Promote:
         return PublishRelease(request, progress);
     case Request::Verify:
         return VerifyRelease(request, progress);
     case Request::Rollout:
         return RollOut(request);
+    case Request::Advance:
+        return AdvancePlans(request, progress);
     case Request::Stop:
         return StopOffers(request);
     case Request::Resume:
@@ -40,6 +47,14 @@ Outcome Run(const Request &request, Progress &progress)
         return RollBack(request);
     case Request::List:
         return ListReleases(request);
+    case Request::Push:
+        return PushTree(request);
+    case Request::ReportOnLogs:
+        return ReportLogs({request.logs, request.htmlFile}, progress);
+    case Request::CheckConfiguration:
+        return CheckConfig({request.source, request.clientFolder,
+                            request.packagesAreInstallers ? Global::InstallerPackage
+                                                          : Global::ZipPackage});
     }
     return {};
 }

@@ -68,10 +68,44 @@ private:
     {
         m_offer.version = m_request.version;
         m_offer.forced = m_request.forced;
-        if (IsZip())
+        switch (m_request.command) {
+        case Request::Zip:
             CheckClientFolder();
-        else
+            break;
+        case Request::Promote:
+            CheckPromotion();
+            break;
+        default:
             CheckInstaller();
+            break;
+        }
+    }
+
+    /// Takes everything about the release from the tree that it comes from.
+    void CheckPromotion()
+    {
+        const ReleaseTree from(m_request.source);
+        ReleaseList list;
+        if (const Failure failure = from.Read(list)) {
+            m_outcome.refusals.append(*failure);
+            return;
+        }
+        const int index = list.IndexOf(m_request.version);
+        if (index < 0) {
+            Refuse("unknown-version",
+                   QStringLiteral("%1 has no release %2; \"publish list\" tells them")
+                       .arg(from.Folder(), ReleaseRules::Shown(m_request.version)));
+            return;
+        }
+        m_promoted = list.releases.at(index);
+        QFile reply(from.OfferFile(m_promoted));
+        const QByteArray content = reply.open(QIODevice::ReadOnly) ? reply.readAll() : QByteArray();
+        Refuse(ReadOffer(content, m_offer));
+        m_packageFile = from.PackageFile(m_promoted.id);
+        if (!QFileInfo(m_packageFile).isFile()) {
+            Refuse("missing",
+                   QStringLiteral("%1 is not there; publish it again").arg(m_packageFile));
+        }
     }
 
     void CheckClientFolder()
@@ -126,6 +160,7 @@ private:
     void CheckInstaller()
     {
         m_offer.kind = Global::InstallerPackage;
+        m_packageFile = m_request.source;
         const QFileInfo installer(m_request.source);
         m_offer.id = m_request.name.isEmpty()
                          ? installer.fileName()
@@ -148,6 +183,8 @@ private:
     void CheckTexts()
     {
         Refuse(ReleaseRules::CheckVersion(m_request.version));
+        if (m_request.command == Request::Promote)
+            return;
         Refuse(ReleaseRules::CheckUrlPrefix(m_request.urlPrefix));
         m_offer.url = ReleaseTree::PackageAddress(m_request.urlPrefix, m_offer.id);
         m_offer.notes = ReadNotes(m_request.notesZhFile, QStringLiteral("Chinese")) +
@@ -254,6 +291,10 @@ private:
      */
     Failure CheckIdentity()
     {
+        if (m_request.command == Request::Promote && m_promoted.sha256 != m_offer.package.sha256) {
+            return Finding{QStringLiteral("digest"), QString(),
+                           QStringLiteral("%1 is damaged; publish it again").arg(m_packageFile)};
+        }
         const auto differs = [this](const QString &where) {
             return Finding{QStringLiteral("package-exists"), QString(),
                            QStringLiteral("%1 was published before with other bytes (%2), and "
@@ -310,7 +351,8 @@ private:
         release.forced = m_offer.forced;
         release.size = m_offer.package.size;
         release.sha256 = m_offer.package.sha256;
-        release.configFile = m_request.configFile;
+        release.configFile =
+            m_request.command == Request::Promote ? m_promoted.configFile : m_request.configFile;
         if (m_request.share > 0)
             release.share = m_request.share;
         m_release = release;
@@ -320,20 +362,20 @@ private:
     Failure MakePackage(const QString &target)
     {
         if (!IsZip())
-            return CopyInstaller(target);
+            return CopyFile(m_packageFile, target);
         m_progress.Begin(QStringLiteral("packing"), m_client.totalSize);
         return WritePackage(m_request.source, ReleaseRules::TopFolder(m_offer.id), m_client.entries,
                             target, m_progress);
     }
 
-    Failure CopyInstaller(const QString &target)
+    Failure CopyFile(const QString &source, const QString &target)
     {
-        QFile from(m_request.source);
+        QFile from(source);
         QFile to(target);
         if (!from.open(QIODevice::ReadOnly)) {
-            return Finding{QStringLiteral("unreadable"), QString(),
-                           QStringLiteral("%1: %2; correct its permissions")
-                               .arg(m_request.source, from.errorString())};
+            return Finding{
+                QStringLiteral("unreadable"), QString(),
+                QStringLiteral("%1: %2; correct its permissions").arg(source, from.errorString())};
         }
         const Finding unwritable{QStringLiteral("unwritable"), QString(),
                                  QStringLiteral("%1 cannot be written; free some disk space and "
@@ -349,7 +391,7 @@ private:
                 return Finding{
                     QStringLiteral("changed"), QString(),
                     QStringLiteral("%1: cannot be read to its end; let nothing write to it")
-                        .arg(m_request.source)};
+                        .arg(source)};
             }
             if (to.write(piece) != piece.size())
                 return unwritable;
@@ -418,7 +460,9 @@ private:
     Progress &m_progress;
     ReleaseTree m_tree;
     ReleaseList m_list;
-    Release m_release; ///< as it was listed
+    Release m_release;     ///< as it was listed
+    Release m_promoted;    ///< as the other tree lists it
+    QString m_packageFile; ///< what is published as it is: an installer or another tree's package
     ClientFolder m_client;
     Offer m_offer;
     Outcome m_outcome;

@@ -5,6 +5,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMap>
+#include <QRegularExpression>
 
 namespace
 {
@@ -29,6 +31,9 @@ const QLatin1String ConfigFile("configFile");
 const QLatin1String Share("share");
 const QLatin1String From("from");
 const QLatin1String Networks("networks");
+const QLatin1String Plan("plan");
+const QLatin1String PlanBegan("planBegan");
+const QLatin1String StepBegan("stepBegan");
 const QLatin1String Stopped("stopped");
 const QLatin1String Withdrawn("withdrawn");
 const QLatin1String OffersPrevious("offersPrevious");
@@ -40,6 +45,16 @@ const QLatin1String kInstaller("installer");
 const QString kAnyVersion = QStringLiteral("*");
 const QString kAnyRest = QStringLiteral(".*");
 
+QString TimeText(const QDateTime &time)
+{
+    return time.isValid() ? time.toUTC().toString(Qt::ISODate) : QString();
+}
+
+QDateTime ReadTime(const QJsonValue &text)
+{
+    return QDateTime::fromString(text.toString(), Qt::ISODate);
+}
+
 QJsonObject ToJson(const Release &release)
 {
     return {{Key::Version, release.version},
@@ -48,11 +63,14 @@ QJsonObject ToJson(const Release &release)
             {Key::Forced, release.forced},
             {Key::Size, release.size},
             {Key::Sha256, release.sha256},
-            {Key::Published, release.published.toUTC().toString(Qt::ISODate)},
+            {Key::Published, TimeText(release.published)},
             {Key::ConfigFile, release.configFile},
             {Key::Share, release.share},
             {Key::From, QJsonArray::fromStringList(release.from)},
             {Key::Networks, QJsonArray::fromStringList(release.networks)},
+            {Key::Plan, release.plan},
+            {Key::PlanBegan, TimeText(release.planBegan)},
+            {Key::StepBegan, TimeText(release.stepBegan)},
             {Key::Stopped, release.isStopped},
             {Key::Withdrawn, release.isWithdrawn},
             {Key::OffersPrevious, release.offersPrevious}};
@@ -92,11 +110,14 @@ Release ReadRelease(const QJsonObject &object)
     release.forced = object.value(Key::Forced).toBool();
     release.size = qint64(object.value(Key::Size).toDouble());
     release.sha256 = object.value(Key::Sha256).toString();
-    release.published = QDateTime::fromString(object.value(Key::Published).toString(), Qt::ISODate);
+    release.published = ReadTime(object.value(Key::Published));
     release.configFile = object.value(Key::ConfigFile).toString();
     release.share = object.value(Key::Share).toInt(-1);
     release.from = Texts(object.value(Key::From));
     release.networks = Texts(object.value(Key::Networks));
+    release.plan = object.value(Key::Plan).toString();
+    release.planBegan = ReadTime(object.value(Key::PlanBegan));
+    release.stepBegan = ReadTime(object.value(Key::StepBegan));
     release.isStopped = object.value(Key::Stopped).toBool(true);
     release.isWithdrawn = object.value(Key::Withdrawn).toBool(true);
     release.offersPrevious = object.value(Key::OffersPrevious).toBool();
@@ -160,6 +181,38 @@ Failure ReadReleaseList(const QByteArray &json, ReleaseList &list)
     read.activity = Texts(object.value(Key::Activity));
     list = read;
     return {};
+}
+
+int ReadShare(const QString &percent)
+{
+    static const QRegularExpression share(QStringLiteral("\\A([0-9]{1,3})(?:\\.([0-9]))?\\z"));
+    const QRegularExpressionMatch match = share.match(percent);
+    const int parts = match.captured(1).toInt() * (AllParts / 100) + match.captured(2).toInt();
+    return match.hasMatch() && parts <= AllParts ? parts : 0;
+}
+
+QVector<PlanStep> ReadPlan(const QString &plan)
+{
+    static const QRegularExpression step(
+        QStringLiteral("\\A\\s*([0-9.]+)\\s*%(?:\\s+([1-9][0-9]{0,3})([mhdw]))?\\s*\\z"));
+    static const QMap<QString, qint64> units{{QStringLiteral("m"), 60},
+                                             {QStringLiteral("h"), 3600},
+                                             {QStringLiteral("d"), 86400},
+                                             {QStringLiteral("w"), 604800}};
+    QVector<PlanStep> steps;
+    const QStringList texts = plan.split(QLatin1Char(','));
+    for (const QString &text : texts) {
+        const QRegularExpressionMatch match = step.match(text);
+        PlanStep read;
+        read.share = ReadShare(match.captured(1));
+        read.seconds = match.captured(2).toLongLong() * units.value(match.captured(3));
+        const bool isLast = steps.size() == texts.size() - 1;
+        const bool grows = steps.isEmpty() || read.share > steps.last().share;
+        if (read.share == 0 || !grows || (read.seconds == 0) != isLast)
+            return {};
+        steps.append(read);
+    }
+    return steps;
 }
 
 QString ShareText(int share)

@@ -26,6 +26,9 @@ struct Release {
     int share = 0;        ///< in parts of AllParts; 0: not rolled out
     QStringList from;     ///< patterns of installed versions; empty: whatever is installed
     QStringList networks; ///< those that are offered it whatever the share
+    QString plan;         ///< as ReadPlan() reads it; empty: the share is set by hand
+    QDateTime planBegan;  ///< when the first step of the plan came into force
+    QDateTime stepBegan;  ///< when the share of now did
     bool isStopped = false;
     bool isWithdrawn = false;    ///< rolled back; for good
     bool offersPrevious = false; ///< when withdrawn: those that have it are offered the one before
@@ -53,6 +56,21 @@ QByteArray ToJson(const ReleaseList &list);
 
 /// Reads what ToJson() writes.
 Failure ReadReleaseList(const QByteArray &json, ReleaseList &list);
+
+/// One step of a plan: a share, and how long it lasts before the next one.
+struct PlanStep {
+    int share = 0;      ///< in parts of AllParts
+    qint64 seconds = 0; ///< 0: for good, which is the last step
+};
+
+/**
+ * Reads a plan such as "1% 1d, 10% 12h, 50% 90m, 100%": growing shares, each but the last one with
+ * its time in weeks, days, hours or minutes. Empty when @p plan is none.
+ */
+QVector<PlanStep> ReadPlan(const QString &plan);
+
+/// Reads a share in percent, from 0.1 to 100 in steps of 0.1; 0 when @p percent is none.
+int ReadShare(const QString &percent);
 
 /// A share for people: "0.5 %".
 QString ShareText(int share);

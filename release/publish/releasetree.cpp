@@ -1,10 +1,14 @@
 #include "release/publish/releasetree.h"
 
+#include "release/publish/hostsystem.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
 const QString ReleaseTree::PackagesPath = QStringLiteral("/packages/");
+
+const QString ReleaseTree::FirstGeneration = QStringLiteral("1");
 
 QString ReleaseTree::PackageAddress(QString prefix, const QString &id)
 {
@@ -73,7 +77,11 @@ Failure ReleaseTree::Read(ReleaseList &list) const
 {
     list = {};
     QFile file(ListFile());
-    if (!file.exists() && !QFileInfo::exists(Generations()))
+    // The first generation of all may have been interrupted before it came into force.
+    const QStringList generations =
+        QDir(Generations()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    const bool isNew = generations.isEmpty() || generations == QStringList(FirstGeneration);
+    if (isNew && !HostSystem::IsLink(Current()) && !QFileInfo::exists(Current()))
         return {};
     if (!file.open(QIODevice::ReadOnly)) {
         return Finding{QStringLiteral("releases"), QString(),

@@ -14,6 +14,9 @@ public:
     /// Where the packages lie, in the tree and in their addresses.
     static const QString PackagesPath; // "/packages/"
 
+    /// The folder of the first generation; the others count up.
+    static const QString FirstGeneration;
+
     /// The address of the package @p id. @p prefix precedes PackagesPath, or ends with it already.
     static QString PackageAddress(QString prefix, const QString &id);
 

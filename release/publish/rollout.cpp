@@ -38,6 +38,8 @@ QString RestrictionText(const Release &release)
     QStringList parts;
     if (!release.from.isEmpty())
         parts.append(QStringLiteral("from ") + release.from.join(QStringLiteral(", ")));
+    if (!release.plan.isEmpty())
+        parts.append(QStringLiteral("plan ") + release.plan);
     if (!release.networks.isEmpty())
         parts.append(QStringLiteral("first ") + release.networks.join(QStringLiteral(", ")));
     return parts.join(QStringLiteral("; "));
@@ -58,6 +60,7 @@ QJsonObject Facts(const Release &release)
             {QStringLiteral("share"), release.share / kPartsPerPercent},
             {QStringLiteral("from"), QJsonArray::fromStringList(release.from)},
             {QStringLiteral("networks"), QJsonArray::fromStringList(release.networks)},
+            {QStringLiteral("plan"), release.plan},
             {QStringLiteral("state"), StateText(release)},
             {QStringLiteral("offered"), release.IsOffered()}};
 }
@@ -132,6 +135,15 @@ Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList
     return outcome;
 }
 
+/// The first share of @p plan, unless the release has a larger one already.
+void BeginPlan(Release &release, const QString &plan)
+{
+    release.plan = plan;
+    release.planBegan = QDateTime::currentDateTimeUtc();
+    release.stepBegan = release.planBegan;
+    release.share = qMax(release.share, ReadPlan(plan).first().share);
+}
+
 Edit Refuse(const char *rule, const QString &message)
 {
     return {QString(), Refusal(rule, message)};
@@ -172,8 +184,12 @@ Outcome RollOut(const Request &request)
                 "withdrawn",
                 QStringLiteral("%1 was rolled back; publish a new version").arg(release.version));
         }
-        if (request.share > 0)
+        if (request.share > 0) {
             release.share = request.share;
+            release.plan.clear();
+        }
+        if (!request.plan.isEmpty())
+            BeginPlan(release, request.plan);
         if (release.share == 0) {
             return Refuse(
                 "share",

@@ -136,7 +136,8 @@ void TreeChange::AddPackage(const QString &id)
 
 Failure TreeChange::AddOffer(const Release &release, const Offer &offer)
 {
-    m_index = IndexPage(offer);
+    if (release.version == m_list.releases.last().version)
+        m_index = IndexPage(offer);
     return Stage(m_tree.OfferFile(release), OfferReply(offer));
 }
 

@@ -42,8 +42,8 @@ public:
      */
     void AddPackage(const QString &id);
 
-    /// Adds the answer that announces @p release, and the page about it. No client gets the answer
-    /// yet: that is up to the list.
+    /// Adds the answer that announces @p release, which is in the list, and the page about it when
+    /// it is the newest. No client gets the answer yet: that is up to the list.
     Failure AddOffer(const Release &release, const Offer &offer);
 
     /// Adds @p line to the list's activity, with the time, and brings everything into force.

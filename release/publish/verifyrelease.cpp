@@ -18,9 +18,6 @@
 namespace
 {
 
-/// The list, the digests and the page of a generation, which hold no decisions.
-constexpr int kFilesOfGeneration = 3;
-
 /// A tree being looked at, release by release; findings add up.
 class Verifier
 {
@@ -55,6 +52,10 @@ public:
         // The page is about the newest release, which was the last to be looked at.
         if (!list.releases.isEmpty() && m_outcome.refusals.isEmpty())
             CheckIndex();
+        if (!m_outcome.refusals.isEmpty()) {
+            m_outcome.summary.clear();
+            m_outcome.facts = {};
+        }
         return m_outcome;
     }
 
@@ -106,9 +107,10 @@ private:
                         QDirIterator::Subdirectories);
         while (it.hasNext()) {
             it.next();
-            ++found;
+            // Plain files decide nothing.
+            found += it.fileInfo().isFile() && !it.fileInfo().isSymLink() ? 0 : 1;
         }
-        if (found != links.size() + kFilesOfGeneration)
+        if (found != links.size())
             wrong(m_tree.Current());
     }
 

@@ -144,7 +144,7 @@ class Interrupted(unittest.TestCase):
         for command in self.commands():
             attempts = self.check(command, injection, range(1, 1000))
             print(f"{command[0]}: killed {attempts} times", file=sys.stderr)
-            self.assertGreater(attempts, 2)
+            self.assertGreater(attempts, 0)
 
     def test_the_first_release_killed_at_each_write(self) -> None:
         self.make_tree()

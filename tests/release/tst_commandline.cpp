@@ -258,7 +258,8 @@ void TestCommandLine::everyCommandHasHelpWithAnExample()
 void TestCommandLine::examplesAreRight()
 {
     for (const char *command :
-         {"zip", "installer", "verify", "rollout", "stop", "resume", "rollback", "list"}) {
+         {"zip", "installer", "promote", "verify", "rollout", "advance", "stop", "resume",
+          "rollback", "list", "push", "report", "check-config"}) {
         const QString help =
             ReadCommandLine({QLatin1String(command), QStringLiteral("--help")}).help;
         QString example = help.section(QStringLiteral("Example:\n  publish "), 1)

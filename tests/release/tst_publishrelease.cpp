@@ -45,6 +45,13 @@ Change HasNotes(const QByteArray &notes)
     };
 }
 
+void LoseTheList(const Vendor &vendor)
+{
+    QVERIFY(QDir(vendor.Tree(QStringLiteral("check"))).removeRecursively());
+    QFile::remove(vendor.Tree(QStringLiteral("index.html")));
+    QFile::remove(vendor.Tree(QStringLiteral("SHA256SUMS")));
+}
+
 Change IsInstaller(const Change &change)
 {
     return [change](const Vendor &vendor, Request &request) {
@@ -471,16 +478,15 @@ void TestPublishRelease::versionIsLongEnoughForEveryReleaseOfTheTree_data()
     QTest::addColumn<Change>("change");
     // Each takes one record of the long version away, and the other one is left.
     QTest::newRow("list and package") << Change([](const Vendor &, Request &) {});
-    QTest::newRow("package that no list knows") << Change([](const Vendor &vendor, Request &) {
-        QVERIFY(QDir(vendor.Tree(QStringLiteral("check"))).removeRecursively());
-    });
+    QTest::newRow("package that no list knows")
+        << Change([](const Vendor &vendor, Request &) { LoseTheList(vendor); });
     QTest::newRow("list whose package was taken away")
         << Change([](const Vendor &vendor, Request &) {
                QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("packages/Client-2.10.10.zip"))));
            });
     QTest::newRow("package of another kind") << Change([](const Vendor &vendor, Request &request) {
         request = vendor.InstallerRequest();
-        QVERIFY(QDir(vendor.Tree(QStringLiteral("check"))).removeRecursively());
+        LoseTheList(vendor);
     });
 }
 
@@ -622,6 +628,15 @@ void TestPublishRelease::refusalLeavesAnOlderReleaseAlone_data()
         WriteFile(vendor.Tree(QStringLiteral("check/now/releases.json")), "{}");
         request.version = QStringLiteral("2.2.0");
     });
+#ifdef Q_OS_UNIX
+    AddRefusal("link to the list lost", "releases", [](const Vendor &vendor, Request &request) {
+        request.version = QStringLiteral("2.2.0");
+        VerifyPublished(Publish(request));
+        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("check/now"))));
+        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("index.html"))));
+        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("SHA256SUMS"))));
+    });
+#endif
     AddRefusal("bad name", "name-ascii", [](const Vendor &vendor, Request &request) {
         WriteFile(vendor.Client(QStringLiteral("中文")), "x");
         request.version = QStringLiteral("2.2.0");
