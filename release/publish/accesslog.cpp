@@ -21,8 +21,8 @@ constexpr Text kCompleted = "OK"; // nginx' $request_completion
 
 constexpr int kHexadecimal = 16;
 
-constexpr int kAddressGroups = 8; // of 16 bits each
-constexpr int kNetworkGroups = 4;
+constexpr size_t kAddressGroups = 8; // of 16 bits each
+constexpr size_t kNetworkGroups = 4;
 constexpr Network kIpv4Tag = 0xffffffff00000000;
 constexpr Text kMappedIpv4Prefix = "::ffff:";
 
@@ -65,7 +65,7 @@ std::optional<Network> Ipv4Network(Text address)
 
 struct Groups {
     std::array<quint16, kAddressGroups> values{};
-    int count = 0;
+    size_t count = 0;
 };
 
 bool ReadGroups(Text text, Groups &groups)
@@ -73,7 +73,7 @@ bool ReadGroups(Text text, Groups &groups)
     while (!text.empty()) {
         const size_t end = std::min(text.find(':'), text.size());
         if (groups.count == kAddressGroups ||
-            !ReadNumber(text.substr(0, end), groups.values.at(size_t(groups.count)), kHexadecimal))
+            !ReadNumber(text.substr(0, end), groups.values.at(groups.count), kHexadecimal))
             return false;
         ++groups.count;
         const bool endsWithColon = end + 1 == text.size();
@@ -94,14 +94,12 @@ std::optional<Network> Ipv6Network(Text address)
     if (!ReadGroups(address.substr(0, zeros), front) ||
         (hasZeros && !ReadGroups(address.substr(zeros + kZeros.size()), back)))
         return {};
-    const int written = front.count + back.count;
+    const size_t written = front.count + back.count;
     if (hasZeros ? written >= kAddressGroups : written != kAddressGroups)
         return {};
 
-    for (int group = 0; group < back.count; ++group) {
-        front.values.at(size_t(kAddressGroups - back.count + group)) =
-            back.values.at(size_t(group));
-    }
+    for (size_t group = 0; group < back.count; ++group)
+        front.values.at(kAddressGroups - back.count + group) = back.values.at(group);
     Network network = 0;
     for (size_t group = 0; group < kNetworkGroups; ++group)
         network = network << 16 | front.values.at(group);

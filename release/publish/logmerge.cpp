@@ -15,8 +15,8 @@ constexpr qint64 kToleratedDelay = 60;
 
 } // namespace
 
-LogMerge::LogMerge(const QStringList &paths, Progress &progress)
-    : m_paths(paths), m_progress(progress)
+LogMerge::LogMerge(QStringList paths, Progress &progress)
+    : m_paths(std::move(paths)), m_progress(progress)
 {
 }
 

@@ -21,7 +21,7 @@
 class LogMerge
 {
 public:
-    LogMerge(const QStringList &paths, Progress &progress);
+    LogMerge(QStringList paths, Progress &progress);
 
     /// Looks into every file. Refuses what cannot be read.
     Failure Begin();

@@ -196,13 +196,16 @@ QString ReleaseRules::TopFolder(const QString &packageFileName)
 
 Findings ReleaseRules::CheckVersion(const QString &version)
 {
-    static const QRegularExpression plain(QStringLiteral("\\A[A-Za-z0-9._+-]+\\z"));
+    // A folder of the tree is called after it, which ".." could not be.
+    static const QRegularExpression plain(
+        QStringLiteral("\\A[._+-]*[A-Za-z0-9][A-Za-z0-9._+-]*\\z"));
     if (version.size() <= MaxVersionLength && plain.match(version).hasMatch())
         return {};
     return {
         {QStringLiteral("version"), QString(),
          QStringLiteral("the version \"%1\" is not 1 to %2 letters, digits, \".\", \"-\", \"_\" "
-                        "and \"+\"; write it as the client's configuration has it, as in 2.1.3")
+                        "and \"+\", one of them a letter or digit; write it as the client's "
+                        "configuration has it, as in 2.1.3")
              .arg(Shown(version.left(MaxVersionLength)))
              .arg(MaxVersionLength)}};
 }

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <numeric>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -24,7 +25,7 @@ constexpr Text kNoOffer = "none";
 
 constexpr size_t kMaxPackages = std::numeric_limits<quint16>::max();
 
-constexpr qint64 kSecondsOfDay = 24 * 60 * 60;
+constexpr qint64 kSecondsOfDay = 24LL * 60 * 60;
 constexpr qint64 kJulianDayOf1970 = 2440588; // as QDate counts
 
 enum HttpStatus {
@@ -431,9 +432,8 @@ void Counter::SumUpNetworks()
 
 void Counter::FinishPackages()
 {
-    std::vector<int> order;
-    for (int number = 0; number < int(m_packages.size()); ++number)
-        order.push_back(number);
+    std::vector<int> order(m_packages.size());
+    std::iota(order.begin(), order.end(), 0);
     std::stable_sort(order.begin(), order.end(), [this](int one, int other) {
         return m_packages[size_t(one)].figures.firstOffered <
                m_packages[size_t(other)].figures.firstOffered;

@@ -727,7 +727,7 @@ void TestRolloutStatistics::millionsOfNetworksTakeLittleMemory()
     const RolloutStatistics statistics = Read();
     QCOMPARE(statistics.products.constFirst().releases.constFirst().offered, networks);
     // Slots of 12 bytes, of which three eighths are used at least, records of 8, and buffers.
-    QVERIFY2(memory.GrownBy() < 40LL * networks + 4 * 1024 * 1024,
+    QVERIFY2(memory.GrownBy() < 40LL * networks + 4LL * 1024 * 1024,
              qPrintable(QString::number(memory.GrownBy())));
 }
 
