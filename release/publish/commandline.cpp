@@ -74,6 +74,9 @@ const Option kNetwork{"network", "CIDR", Repeatable,
                       "also everybody in this network, whatever the share, as in 192.0.2.0/24"};
 const Option kPlan{"plan", "STEPS", Optional,
                    "shares that \"publish advance\" raises: \"1% 1d, 10% 1d, 50% 1d, 100%\""};
+const Option kLinkGbit{"link-gbit", "GBIT", Optional,
+                       "warn when downloads would need more than this line; with --clients"};
+const Option kClients{"clients", "NUMBER", Optional, "how many clients there are"};
 const Option kLog{"log", "LOG", Repeatable, "an access log of a node, as it is or gzipped"};
 const Option kProduct{"product", "NAME", Optional,
                       "the tree's product in the logs (default: the one without a name)"};
@@ -162,7 +165,7 @@ const QVector<CommandDescription> &Commands()
          1,
          "offers a published release to a share of the clients",
          "publish rollout site --version 2.1.3 --share 10",
-         {kRelease, kShare, kPlan, kFrom, kNetwork, kDryRun, kJson}},
+         {kRelease, kShare, kPlan, kFrom, kNetwork, kLinkGbit, kClients, kDryRun, kJson}},
         {Request::Advance,
          "advance",
          "DIR",
@@ -433,6 +436,13 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
         return Wrong(QStringLiteral("--plan is not, as in \"1% 1d, 10% 12h, 100%\", growing "
                                     "shares with their times, without --share"),
                      name);
+    }
+    if (isSet(kLinkGbit) || isSet(kClients)) {
+        request.linkGbit = value(kLinkGbit).toDouble();
+        request.clients = value(kClients).toDouble();
+        if (request.linkGbit <= 0 || request.clients < 1)
+            return Wrong(
+                QStringLiteral("--link-gbit and --clients are two numbers that go together"), name);
     }
     request.product = value(kProduct);
     request.htmlFile = value(kHtml);

@@ -48,6 +48,8 @@ struct Request {
     bool packagesAreInstallers = false;
     QStringList from;       ///< patterns of installed versions
     QStringList networks;   ///< as NetworkPrefix reads them
+    double linkGbit = 0;    ///< of the servers' line to the clients; 0: unknown
+    double clients = 0;     ///< how many there are; with linkGbit
     bool downgrade = false; ///< who has the release is offered the one before
     bool dryRun = false;    ///< tell what would be done, and write nothing
     bool asJson = false;

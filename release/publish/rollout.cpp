@@ -135,6 +135,18 @@ Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList
     return outcome;
 }
 
+/// What the downloads of @p release need in the busiest hour, in Gbit/s: docs/service.md, Capacity.
+double PeakGbit(const Release &release, double clients)
+{
+    constexpr double checksPerDay = 2;
+    constexpr double peakToAverage = 10;
+    constexpr double secondsPerDay = 86400;
+    constexpr double gbitPerByte = 8e-9;
+    const double offersPerSecond =
+        clients * release.share / AllParts * checksPerDay * peakToAverage / secondsPerDay;
+    return offersPerSecond * double(release.size) * gbitPerByte;
+}
+
 /// The first share of @p plan, unless the release has a larger one already.
 void BeginPlan(Release &release, const QString &plan)
 {
@@ -177,7 +189,8 @@ Outcome SetStopFile(const Request &request, bool isStopped)
 
 Outcome RollOut(const Request &request)
 {
-    return EditRelease(request, [&request](ReleaseList &list, int index) -> Edit {
+    double peakGbit = 0;
+    Outcome outcome = EditRelease(request, [&](ReleaseList &list, int index) -> Edit {
         Release &release = list.releases[index];
         if (release.isWithdrawn) {
             return Refuse(
@@ -207,8 +220,17 @@ Outcome RollOut(const Request &request)
             line += QStringLiteral(" (%1)").arg(RestrictionText(release));
         if (release.isStopped)
             line += QStringLiteral("; it is stopped until it is resumed");
+        peakGbit = PeakGbit(release, request.clients);
         return {line, {}};
     });
+    if (peakGbit > request.linkGbit) {
+        outcome.warnings.append(Refusal(
+            "bandwidth", QStringLiteral("at nine in the morning the downloads may need %1 Gbit/s, "
+                                        "and the line has %2; begin with a smaller share")
+                             .arg(peakGbit, 0, 'f', 1)
+                             .arg(request.linkGbit)));
+    }
+    return outcome;
 }
 
 Outcome StopOffers(const Request &request)

@@ -251,6 +251,27 @@ class Promote(Tree):
         self.assertIn("has no release 9; ", refused)
 
 
+class Bandwidth(Tree):
+    """publish rollout --link-gbit."""
+
+    def test_a_line_that_is_too_small_is_warned_of(self) -> None:
+        package = self.room / "Setup-2.1.0.exe"
+        with package.open("wb") as file:
+            file.write(b"MZ")
+            file.truncate(60_000_000)
+        self.succeed(
+            "installer", "--file", package, "--version", "2.1.0", "--update", "optional",
+            "--notes-zh", self.room / "zh.txt", "--notes-en", self.room / "en.txt",
+            "--out", self.site,
+        )
+        rollout = ["rollout", self.site, "--version", "2.1.0", "--clients", "1000000"]
+        done = self.run_tool(*rollout, "--share", "100", "--link-gbit", "100")
+        self.assertEqual(done.returncode, 0)
+        self.assertIn("may need 111.1 Gbit/s, and the line has 100; ", done.stderr)
+        done = self.run_tool(*rollout, "--share", "5", "--link-gbit", "10")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+
 class Others(Tree):
     """The commands whose work is tested elsewhere, as they are called."""
 
