@@ -101,8 +101,9 @@ private:
             return;
         }
         const QVector<PlanStep> steps = ReadPlan(release.plan);
+        // The share may have been larger than the first one when the plan began.
         int step = 0;
-        while (step < steps.size() - 1 && steps.at(step).share < release.share)
+        while (step + 1 < steps.size() && steps.at(step + 1).share <= release.share)
             ++step;
         const ReleaseFigures *figures = FiguresOf(release);
         if (figures == nullptr)

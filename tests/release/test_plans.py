@@ -129,6 +129,14 @@ class Plans(Tree):
         self.assertIn("has reached the end of its plan", self.advance())
         self.assertEqual(self.release("2.1.0")["share"], 100)
 
+    def test_a_plan_begins_where_the_release_is(self) -> None:
+        self.succeed("rollout", self.site, "--version", "2.1.0", "--share", "5")
+        self.succeed("rollout", self.site, "--version", "2.1.0", "--plan", "1% 1d, 10% 2h, 100%")
+        self.assertEqual(self.release("2.1.0")["share"], 5)
+        self.write_log(good=30)
+        self.let_time_pass(days=1)
+        self.assertIn("advanced 2.1.0 to 10 %", self.advance())
+
     def test_a_dry_run_changes_nothing(self) -> None:
         self.write_log(good=30)
         self.let_time_pass(days=1)
