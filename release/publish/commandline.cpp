@@ -16,6 +16,7 @@ using namespace CommandTable;
 namespace
 {
 
+const QString kNoNetworks = QStringLiteral("none");
 const QString kUsualUpdaterFolder = QStringLiteral("AutoUpdate");
 
 CommandLine Wrong(const QString &what, const QString &command = QString())
@@ -211,6 +212,7 @@ private:
             }
         }
         request.networks = Values(kNetwork);
+        request.forgetsNetworks = request.networks.removeAll(kNoNetworks) > 0;
         for (const QString &network : qAsConst(request.networks)) {
             NetworkPrefix prefix;
             if (const Failure failure = NetworkPrefix::Read(network, prefix))

@@ -46,12 +46,13 @@ struct Request {
     double stopAboveUnchanged = 5;   ///< percent of completed downloads that changed nothing
     QString clientFolder;            ///< the client as it ships; empty: only its file is checked
     bool packagesAreInstallers = false;
-    QStringList from;       ///< patterns of installed versions
-    QStringList networks;   ///< as NetworkPrefix reads them
-    double linkGbit = 0;    ///< of the servers' line to the clients; 0: unknown
-    double clients = 0;     ///< how many there are; with linkGbit
-    bool downgrade = false; ///< who has the release is offered the one before
-    bool dryRun = false;    ///< tell what would be done, and write nothing
+    QStringList from;             ///< patterns of installed versions
+    QStringList networks;         ///< as NetworkPrefix reads them
+    bool forgetsNetworks = false; ///< those of before come first no longer
+    double linkGbit = 0;          ///< of the servers' line to the clients; 0: unknown
+    double clients = 0;           ///< how many there are; with linkGbit
+    bool downgrade = false;       ///< who has the release is offered the one before
+    bool dryRun = false;          ///< tell what would be done, and write nothing
     bool asJson = false;
 };
 

@@ -49,7 +49,8 @@ const Option CommandTable::kFrom{
     "only clients with such a version, as in 2.0.*; * lifts the restriction"};
 const Option CommandTable::kNetwork{
     "network", "CIDR", Repeatable,
-    "also everybody in this network, whatever the share, as in 192.0.2.0/24"};
+    "also everybody in this network, whatever the share, as in 192.0.2.0/24; none: "
+    "forget those of before"};
 const Option CommandTable::kPlan{
     "plan", "STEPS", Optional,
     "shares that \"publish advance\" raises: \"1% 1d, 10% 1d, 50% 1d, 100%\""};

@@ -210,6 +210,8 @@ Outcome RollOut(const Request &request)
         }
         if (!request.from.isEmpty())
             release.from = request.from.contains(kAnyVersion) ? QStringList() : request.from;
+        if (request.forgetsNetworks)
+            release.networks.clear();
         for (const QString &network : request.networks) {
             if (!release.networks.contains(network))
                 release.networks.append(network);

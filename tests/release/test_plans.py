@@ -259,6 +259,18 @@ class Promote(Tree):
         self.assertIn("has no release 9; ", refused)
 
 
+class Networks(Tree):
+    """publish rollout --network."""
+
+    def test_networks_add_up_until_they_are_forgotten(self) -> None:
+        rollout = ["rollout", self.site, "--version", "2.0.0", "--network"]
+        self.succeed(*rollout, "192.0.2.0/24")
+        self.succeed(*rollout, "198.51.100.7")
+        self.assertEqual(self.release("2.0.0")["networks"], ["192.0.2.0/24", "198.51.100.7"])
+        self.succeed(*rollout, "none", "--network", "203.0.113.0/24")
+        self.assertEqual(self.release("2.0.0")["networks"], ["203.0.113.0/24"])
+
+
 class Bandwidth(Tree):
     """publish rollout --link-gbit."""
 
