@@ -149,7 +149,11 @@ public:
             Text value;
             if (!TakeString(key) || !Take(':') || !TakeValue(value))
                 return false;
-            if (Text *field = FieldCalled(key, fields))
+            Text *const field = FieldCalled(key, fields);
+            const bool isRepeated = field && field->data();
+            if (isRepeated)
+                return false;
+            if (field)
                 *field = value;
         } while (Take(','));
         return Take('}') && m_rest.empty();
@@ -237,9 +241,9 @@ std::optional<qint64> SecondsSince1970(Text time)
         !ReadDigits(time, 17, 2, second))
         return {};
     const QDate date(year, month, day);
-    const qint64 days = date.toJulianDay() - kJulianDayOf1970;
-    if (!date.isValid() || days <= 0)
+    if (!date.isValid() || date.toJulianDay() <= kJulianDayOf1970)
         return {};
+    const qint64 days = date.toJulianDay() - kJulianDayOf1970;
     const qint64 local =
         days * kSecondsOfDay + hour * kSecondsOfHour + minute * kSecondsOfMinute + second;
     if (offset == "Z")
@@ -305,7 +309,7 @@ bool AccessLogParser::ParseWithQt(Text line, Fields &fields)
         Text *const field = FieldCalled(value.key().toStdString(), fields);
         if (!field)
             continue;
-        const QByteArray text = value->isDouble() ? QByteArray::number(qint64(value->toDouble()))
+        const QByteArray text = value->isDouble() ? QByteArray::number(value->toDouble(), 'f', 0)
                                                   : value->toString().toUtf8();
         places.at(count++) = {field, m_decoded.size(), size_t(text.size())};
         m_decoded.append(text.constData(), size_t(text.size()));
