@@ -26,6 +26,26 @@ bool ErrorsGoToTerminal();
 /// Puts @p from in the place of @p to, at once: whoever opens @p to gets the old or the new one.
 bool MoveIntoPlace(const QString &from, const QString &to);
 
+/// Whether MakeLink() can work on this system. Trees without links can be made and verified, but
+/// not rolled out.
+bool HasLinks();
+
+/// Makes @p path a symbolic link with the text @p target. False when something is there already.
+bool MakeLink(const QString &target, const QString &path);
+
+/// The text of the link @p path; empty when it is none.
+QString LinkText(const QString &path);
+
+/**
+ * Lets @p link stand for @p folder, which lies below the link's own folder, at once: whoever
+ * follows the link gets to the old folder or the new one. @p staged is a free path in the same file
+ * system. Without links the folder itself is moved there.
+ */
+bool PointTo(const QString &folder, const QString &link, const QString &staged);
+
+/// Waits until everything written below @p folder would outlast a power cut.
+bool SyncFileSystem(const QString &folder);
+
 /// Waits until what was written to @p file, which is open, would outlast a power cut.
 bool SyncToDisk(QFile &file);
 

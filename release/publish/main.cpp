@@ -1,7 +1,12 @@
+#include "release/publish/advance.h"
 #include "release/publish/commandline.h"
+#include "release/publish/configcheck.h"
 #include "release/publish/hostsystem.h"
+#include "release/publish/logreport.h"
 #include "release/publish/publishrelease.h"
+#include "release/publish/pushtree.h"
 #include "release/publish/report.h"
+#include "release/publish/rollout.h"
 #include "release/publish/verifyrelease.h"
 
 #include <QCoreApplication>
@@ -19,6 +24,39 @@ Progress::Style ProgressStyle(const Request &request)
     if (request.asJson)
         return Progress::Silent;
     return HostSystem::ErrorsGoToTerminal() ? Progress::Bar : Progress::Lines;
+}
+
+Outcome Run(const Request &request, Progress &progress)
+{
+    switch (request.command) {
+    case Request::Zip:
+    case Request::Installer:
+    case Request::Promote:
+        return PublishRelease(request, progress);
+    case Request::Verify:
+        return VerifyRelease(request, progress);
+    case Request::Rollout:
+        return RollOut(request);
+    case Request::Advance:
+        return AdvancePlans(request, progress);
+    case Request::Stop:
+        return StopOffers(request);
+    case Request::Resume:
+        return ResumeOffers(request);
+    case Request::Rollback:
+        return RollBack(request);
+    case Request::List:
+        return ListReleases(request);
+    case Request::Push:
+        return PushTree(request);
+    case Request::ReportOnLogs:
+        return ReportLogs({request.logs, request.htmlFile}, progress);
+    case Request::CheckConfiguration:
+        return CheckConfig(
+            {request.source, request.clientFolder,
+             request.packagesAreInstallers ? Global::InstallerPackage : Global::ZipPackage});
+    }
+    return {};
 }
 
 } // namespace
@@ -48,8 +86,7 @@ int main(int argc, char *argv[])
 
     const Request &request = commandLine.request;
     Progress progress(ProgressStyle(request));
-    const Outcome outcome = request.command == Request::Verify ? VerifyRelease(request, progress)
-                                                               : PublishRelease(request, progress);
+    const Outcome outcome = Run(request, progress);
     progress.End();
     return Report(outcome, request.asJson);
 }

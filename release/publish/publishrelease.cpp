@@ -8,6 +8,8 @@
 #include "release/publish/releaserules.h"
 #include "release/publish/releasetree.h"
 #include "release/publish/reply.h"
+#include "release/publish/treechange.h"
+#include "release/publish/versionfile.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,6 +19,7 @@
 namespace
 {
 
+constexpr double kPartsPerPercent = AllParts / 100.0;
 constexpr qint64 kPieceSize = 1024LL * 1024;
 constexpr int kMaxLeftOutNames = 10;            // in the summary; more nobody reads
 constexpr qint64 kMaxNotesSize = 1024LL * 1024; // in bytes; nobody reads more
@@ -38,10 +41,17 @@ public:
         CheckVersionAgainstOthers();
         if (!m_outcome.refusals.isEmpty())
             return m_outcome;
-        if (Failure failure = Publish())
+        if (m_request.dryRun) {
+            m_outcome.summary = QStringLiteral("would be published: version %1 as %2\n")
+                                    .arg(m_offer.version, m_offer.id);
+            m_outcome.facts = {{QStringLiteral("version"), m_offer.version},
+                               {QStringLiteral("id"), m_offer.id},
+                               {QStringLiteral("dryRun"), true}};
+        } else if (Failure failure = Publish()) {
             m_outcome.refusals.append(*failure);
-        else
+        } else {
             DescribeResult();
+        }
         return m_outcome;
     }
 
@@ -58,10 +68,44 @@ private:
     {
         m_offer.version = m_request.version;
         m_offer.forced = m_request.forced;
-        if (IsZip())
+        switch (m_request.command) {
+        case Request::Zip:
             CheckClientFolder();
-        else
+            break;
+        case Request::Promote:
+            CheckPromotion();
+            break;
+        default:
             CheckInstaller();
+            break;
+        }
+    }
+
+    /// Takes everything about the release from the tree that it comes from.
+    void CheckPromotion()
+    {
+        const ReleaseTree from(m_request.source);
+        ReleaseList list;
+        if (const Failure failure = from.Read(list)) {
+            m_outcome.refusals.append(*failure);
+            return;
+        }
+        const int index = list.IndexOf(m_request.version);
+        if (index < 0) {
+            Refuse("unknown-version",
+                   QStringLiteral("%1 has no release %2; \"publish list\" tells them")
+                       .arg(from.Folder(), ReleaseRules::Shown(m_request.version)));
+            return;
+        }
+        m_promoted = list.releases.at(index);
+        QFile reply(from.OfferFile(m_promoted));
+        const QByteArray content = reply.open(QIODevice::ReadOnly) ? reply.readAll() : QByteArray();
+        Refuse(ReadOffer(content, m_offer));
+        m_packageFile = from.PackageFile(m_promoted.id);
+        if (!QFileInfo(m_packageFile).isFile()) {
+            Refuse("missing",
+                   QStringLiteral("%1 is not there; publish it again").arg(m_packageFile));
+        }
     }
 
     void CheckClientFolder()
@@ -90,6 +134,16 @@ private:
             ReleaseRules::CheckUpdaterFolder(m_client.entries, m_request.updaterFolder);
         (m_request.allowUpdater ? m_outcome.warnings : m_outcome.refusals) += updater;
         m_outcome.warnings += ReleaseRules::WarnOfEntries(top, m_client.entries);
+        if (!m_request.configFile.isEmpty())
+            CheckVersionFile();
+    }
+
+    void CheckVersionFile()
+    {
+        QFile file(QDir(m_request.source).filePath(m_request.configFile));
+        const QByteArray content = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        Refuse(VersionFile::Check(m_request.configFile, content, m_request.version));
+        m_outcome.warnings += VersionFile::WarnOfOrder(m_request.configFile, m_client.entries);
     }
 
     bool TreeLiesInClient() const
@@ -106,6 +160,7 @@ private:
     void CheckInstaller()
     {
         m_offer.kind = Global::InstallerPackage;
+        m_packageFile = m_request.source;
         const QFileInfo installer(m_request.source);
         m_offer.id = m_request.name.isEmpty()
                          ? installer.fileName()
@@ -128,6 +183,8 @@ private:
     void CheckTexts()
     {
         Refuse(ReleaseRules::CheckVersion(m_request.version));
+        if (m_request.command == Request::Promote)
+            return;
         Refuse(ReleaseRules::CheckUrlPrefix(m_request.urlPrefix));
         m_offer.url = ReleaseTree::PackageAddress(m_request.urlPrefix, m_offer.id);
         m_offer.notes = ReadNotes(m_request.notesZhFile, QStringLiteral("Chinese")) +
@@ -159,52 +216,39 @@ private:
             Refuse("out", QStringLiteral("%1 is not a folder; name another").arg(m_tree.Folder()));
             return;
         }
-        QFile file(m_tree.OfferFile());
-        if (!file.exists())
-            return;
-        Offer published;
-        if (!file.open(QIODevice::ReadOnly) || !ReadOffer(file.readAll(), published).isEmpty()) {
-            Refuse("out", QStringLiteral("%1 is not a reply that was published; move it away, and "
-                                         "see what wrote it")
-                              .arg(m_tree.OfferFile()));
-            return;
-        }
-        if (published.version == m_request.version) {
-            Refuse("same-version",
-                   QStringLiteral("the version %1 is the one published already, and "
-                                  "who has it is not asked again; give the release a "
-                                  "version of its own")
-                       .arg(m_request.version));
+        if (Failure failure = m_tree.Read(m_list))
+            m_outcome.refusals.append(*failure);
+        if (m_request.share > 0 && !HostSystem::HasLinks()) {
+            Refuse("links", QStringLiteral("this system cannot roll a release out; publish it "
+                                           "without --share, and roll it out on the server"));
         }
     }
 
     void CheckVersionAgainstOthers()
     {
-        if (!ReleaseRules::CheckVersion(m_request.version).isEmpty())
+        // A release that is published again has been through this.
+        if (!ReleaseRules::CheckVersion(m_request.version).isEmpty() ||
+            m_list.IndexOf(m_request.version) >= 0)
             return;
-        const QStringList published = PublishedVersions();
+        const QStringList published = OtherVersions();
         if (!m_request.allowShorterVersion)
             Refuse(ReleaseRules::CheckVersionLength(m_request.version, published));
         m_outcome.warnings += ReleaseRules::WarnOfOlderVersion(m_request.version, published);
     }
 
-    /// The versions of all releases that the tree still holds an offer or a package of.
-    QStringList PublishedVersions() const
+    /// The other versions that the tree knows, or still has a package of.
+    QStringList OtherVersions() const
     {
         QStringList versions;
-        QStringList offeredPackages;
-        const QStringList answers = m_tree.AnswerFiles();
-        for (const QString &path : answers) {
-            QFile file(path);
-            Offer offer;
-            if (file.open(QIODevice::ReadOnly) && ReadOffer(file.readAll(), offer).isEmpty()) {
-                versions.append(offer.version);
-                offeredPackages.append(offer.id);
-            }
+        QStringList listedPackages;
+        for (const Release &release : m_list.releases) {
+            listedPackages.append(release.id);
+            if (release.version != m_request.version)
+                versions.append(release.version);
         }
         const QStringList packages = m_tree.PackageNames();
         for (const QString &package : packages) {
-            if (!offeredPackages.contains(package)) {
+            if (!listedPackages.contains(package) && package != m_offer.id) {
                 versions.append(
                     ReleaseRules::VersionInName(package, m_offer.id, m_request.version));
             }
@@ -214,39 +258,128 @@ private:
 
     Failure Publish()
     {
-        StagedRelease staged(m_tree);
-        if (Failure failure = staged.Begin())
+        TreeChange change(m_tree);
+        if (Failure failure = change.Begin())
             return failure;
-        if (Failure failure = MakePackage(staged.PackagePath()))
+        if (ToJson(change.List()) != ToJson(m_list)) {
+            return Finding{QStringLiteral("busy"), QString(),
+                           QStringLiteral("another process has just changed %1; run it again")
+                               .arg(m_tree.Folder())};
+        }
+        if (Failure failure = MakePackage(change.PackagePath()))
             return failure;
 
-        m_progress.Begin(QStringLiteral("digests"), QFileInfo(staged.PackagePath()).size());
-        if (Failure failure = DigestFile(staged.PackagePath(), m_progress, m_offer.package))
+        m_progress.Begin(QStringLiteral("digests"), QFileInfo(change.PackagePath()).size());
+        if (Failure failure = DigestFile(change.PackagePath(), m_progress, m_offer.package))
             return failure;
-        return staged.Publish(m_offer.id, OfferReply(m_offer), NoOfferReply(), IndexPage(m_offer));
+        if (Failure failure = CheckIdentity())
+            return failure;
+
+        Release &release = ListedRelease(change.List());
+        change.AddPackage(m_offer.id);
+        if (Failure failure = change.AddOffer(release, m_offer))
+            return failure;
+        QString line = QStringLiteral("published %1").arg(m_offer.version);
+        if (m_request.share > 0)
+            line += QStringLiteral(", share %1").arg(ShareText(m_request.share));
+        return change.Commit(line);
+    }
+
+    /**
+     * A package never changes once it is published, for caches and half-done downloads hold it: the
+     * one that was made must be the one that the tree, or an earlier tree, knows by this name.
+     */
+    Failure CheckIdentity()
+    {
+        if (m_request.command == Request::Promote && m_promoted.sha256 != m_offer.package.sha256) {
+            return Finding{QStringLiteral("digest"), QString(),
+                           QStringLiteral("%1 is damaged; publish it again").arg(m_packageFile)};
+        }
+        const auto differs = [this](const QString &where) {
+            return Finding{QStringLiteral("package-exists"), QString(),
+                           QStringLiteral("%1 was published before with other bytes (%2), and "
+                                          "caches may hold it; give the release another version or "
+                                          "name")
+                               .arg(m_offer.id, where)};
+        };
+        const int index = m_list.IndexOf(m_offer.version);
+        if (index >= 0 && (m_list.releases.at(index).sha256 != m_offer.package.sha256 ||
+                           m_list.releases.at(index).id != m_offer.id)) {
+            return differs(QStringLiteral("as %1 in %2").arg(m_offer.version, m_tree.ListFile()));
+        }
+        if (!m_request.knownDigests.isEmpty()) {
+            QFile known(m_request.knownDigests);
+            if (!known.open(QIODevice::ReadOnly)) {
+                return Finding{QStringLiteral("known"), QString(),
+                               QStringLiteral("%1 cannot be read; name a file SHA256SUMS")
+                                   .arg(m_request.knownDigests)};
+            }
+            const QString line = m_offer.package.sha256 + QStringLiteral("  ") +
+                                 ReleaseTree::PackagesPath.mid(1) + m_offer.id;
+            for (const QByteArray &other : known.readAll().split('\n')) {
+                const QString text = QString::fromUtf8(other);
+                if (text.section(QLatin1Char('/'), -1) == m_offer.id && text != line)
+                    return differs(m_request.knownDigests);
+            }
+        }
+        const QString target = m_tree.PackageFile(m_offer.id);
+        if (index >= 0 || !QFileInfo::exists(target))
+            return {};
+        FileDigests found;
+        m_progress.Begin(QStringLiteral("digests"), QFileInfo(target).size());
+        if (Failure failure = DigestFile(target, m_progress, found))
+            return failure;
+        if (found.sha256 != m_offer.package.sha256)
+            return differs(target);
+        return {};
+    }
+
+    /// The release in the list, added at its end when it is new.
+    Release &ListedRelease(ReleaseList &list)
+    {
+        int index = list.IndexOf(m_offer.version);
+        if (index < 0) {
+            index = list.releases.size();
+            Release added;
+            added.version = m_offer.version;
+            added.id = m_offer.id;
+            added.published = QDateTime::currentDateTimeUtc();
+            list.releases.append(added);
+        }
+        Release &release = list.releases[index];
+        release.kind = m_offer.kind;
+        release.forced = m_offer.forced;
+        release.size = m_offer.package.size;
+        release.sha256 = m_offer.package.sha256;
+        release.configFile =
+            m_request.command == Request::Promote ? m_promoted.configFile : m_request.configFile;
+        if (m_request.share > 0)
+            release.share = m_request.share;
+        m_release = release;
+        return release;
     }
 
     Failure MakePackage(const QString &target)
     {
         if (!IsZip())
-            return CopyInstaller(target);
+            return CopyFile(m_packageFile, target);
         m_progress.Begin(QStringLiteral("packing"), m_client.totalSize);
         return WritePackage(m_request.source, ReleaseRules::TopFolder(m_offer.id), m_client.entries,
                             target, m_progress);
     }
 
-    Failure CopyInstaller(const QString &target)
+    Failure CopyFile(const QString &source, const QString &target)
     {
-        QFile from(m_request.source);
+        QFile from(source);
         QFile to(target);
         if (!from.open(QIODevice::ReadOnly)) {
-            return Finding{QStringLiteral("unreadable"), QString(),
-                           QStringLiteral("%1: %2; correct its permissions")
-                               .arg(m_request.source, from.errorString())};
+            return Finding{
+                QStringLiteral("unreadable"), QString(),
+                QStringLiteral("%1: %2; correct its permissions").arg(source, from.errorString())};
         }
         const Finding unwritable{QStringLiteral("unwritable"), QString(),
-                                 QStringLiteral("%1 cannot be written; make room and see to the "
-                                                "permissions")
+                                 QStringLiteral("%1 cannot be written; free some disk space and "
+                                                "check the permissions")
                                      .arg(target)};
         const qint64 size = from.size();
         m_progress.Begin(QStringLiteral("copying"), size);
@@ -258,7 +391,7 @@ private:
                 return Finding{
                     QStringLiteral("changed"), QString(),
                     QStringLiteral("%1: cannot be read to its end; let nothing write to it")
-                        .arg(m_request.source)};
+                        .arg(source)};
             }
             if (to.write(piece) != piece.size())
                 return unwritable;
@@ -284,6 +417,13 @@ private:
         return QStringLiteral("  left out %1\n").arg(names);
     }
 
+    QString ShareOfResult() const
+    {
+        if (m_release.share == 0)
+            return QStringLiteral("none yet: roll it out with \"publish rollout\"");
+        return ShareText(m_release.share);
+    }
+
     void DescribeResult()
     {
         const QString mode = m_offer.forced ? QStringLiteral("forced") : QStringLiteral("optional");
@@ -294,11 +434,11 @@ private:
                            "  size     %4 (%5 bytes)\n"
                            "  MD5      %6\n"
                            "  SHA-256  %7\n"
-                           "  check    %8\n"
-                           "  page     %9\n")
+                           "  share    %8\n"
+                           "  check    %9\n")
                 .arg(m_offer.version, mode, package, SizeText(m_offer.package.size),
                      QString::number(m_offer.package.size), m_offer.package.md5,
-                     m_offer.package.sha256, m_tree.OfferFile(), m_tree.IndexFile()) +
+                     m_offer.package.sha256, ShareOfResult(), m_tree.OfferFile(m_release)) +
             LeftOutLine();
         m_outcome.facts = {
             {QStringLiteral("version"), m_offer.version},
@@ -310,7 +450,8 @@ private:
             {QStringLiteral("sha1"), m_offer.package.sha1},
             {QStringLiteral("sha256"), m_offer.package.sha256},
             {QStringLiteral("leftOut"), QJsonArray::fromStringList(m_client.leftOut)},
-            {QStringLiteral("offer"), m_tree.OfferFile()},
+            {QStringLiteral("share"), m_release.share / kPartsPerPercent},
+            {QStringLiteral("offer"), m_tree.OfferFile(m_release)},
             {QStringLiteral("none"), m_tree.NoOfferFile()},
             {QStringLiteral("index"), m_tree.IndexFile()}};
     }
@@ -318,6 +459,10 @@ private:
     const Request &m_request;
     Progress &m_progress;
     ReleaseTree m_tree;
+    ReleaseList m_list;
+    Release m_release;     ///< as it was listed
+    Release m_promoted;    ///< as the other tree lists it
+    QString m_packageFile; ///< what is published as it is: an installer or another tree's package
     ClientFolder m_client;
     Offer m_offer;
     Outcome m_outcome;

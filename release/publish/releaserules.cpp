@@ -1,5 +1,6 @@
 #include "release/publish/releaserules.h"
 
+#include "config/configcontract.h"
 #include "install/windowsnames.h"
 #include "net/packagename.h"
 #include "net/servicecontract.h"
@@ -17,37 +18,11 @@ namespace
 {
 
 using ReleaseRules::Entry;
+using ReleaseRules::IsAscii;
 using ReleaseRules::Shown;
+using ReleaseRules::WindowsObjection;
 
 const QString kInstallerSuffix = QStringLiteral(".exe");
-const QString kUpdaterProgram = QStringLiteral("AutoUpdate.exe");
-const QString kUpdaterConfiguration = QStringLiteral("updateconfig.json");
-
-bool IsAscii(const QString &text)
-{
-    return std::all_of(text.cbegin(), text.cend(),
-                       [](QChar character) { return character.unicode() < 0x80; });
-}
-
-/// What keeps Windows from holding a file or folder of this name, or its users from seeing what it
-/// is; empty when nothing does.
-QString WindowsObjection(const QString &name)
-{
-    if (WindowsNames::HasInvisibleCharacter(name))
-        return QStringLiteral("contains a control or formatting character, which cannot be seen");
-    const auto forbidden = std::find_if(name.cbegin(), name.cend(), [](QChar character) {
-        return WindowsNames::HasForbiddenCharacter(QString(character));
-    });
-    if (forbidden != name.cend()) {
-        return QStringLiteral("contains \"%1\", which Windows does not allow in file names")
-            .arg(*forbidden);
-    }
-    if (WindowsNames::AsKept(name) != name)
-        return QStringLiteral("ends with a dot or a blank, which Windows drops");
-    if (WindowsNames::IsDevice(name))
-        return QStringLiteral("is the name of a device on Windows");
-    return QString();
-}
 
 /// The findings about one name, @p subject as their messages begin.
 Findings CheckName(const QString &name, const QString &path, const QString &subject)
@@ -125,9 +100,9 @@ QString UpdaterFolderIn(const QVector<Entry> &entries, const QString &named)
         if (entry.path.compare(named, Qt::CaseInsensitive) == 0)
             return entry.path;
         const QString folder = ParentOf(entry.path);
-        if (LastPart(entry.path).compare(kUpdaterProgram, Qt::CaseInsensitive) == 0)
+        if (LastPart(entry.path).compare(ReleaseRules::UpdaterProgram, Qt::CaseInsensitive) == 0)
             withProgram.insert(folder);
-        if (LastPart(entry.path).compare(kUpdaterConfiguration, Qt::CaseInsensitive) == 0)
+        if (LastPart(entry.path).compare(ConfigContract::FileName, Qt::CaseInsensitive) == 0)
             withConfiguration.insert(folder);
     }
     withProgram.intersect(withConfiguration);
@@ -184,6 +159,30 @@ QString ReleaseRules::Shown(QString text)
     return text;
 }
 
+bool ReleaseRules::IsAscii(const QString &text)
+{
+    return std::all_of(text.cbegin(), text.cend(),
+                       [](QChar character) { return character.unicode() < 0x80; });
+}
+
+QString ReleaseRules::WindowsObjection(const QString &name)
+{
+    if (WindowsNames::HasInvisibleCharacter(name))
+        return QStringLiteral("contains a control or formatting character, which cannot be seen");
+    const auto forbidden = std::find_if(name.cbegin(), name.cend(), [](QChar character) {
+        return WindowsNames::HasForbiddenCharacter(QString(character));
+    });
+    if (forbidden != name.cend()) {
+        return QStringLiteral("contains \"%1\", which Windows does not allow in file names")
+            .arg(*forbidden);
+    }
+    if (WindowsNames::AsKept(name) != name)
+        return QStringLiteral("ends with a dot or a blank, which Windows drops");
+    if (WindowsNames::IsDevice(name))
+        return QStringLiteral("is the name of a device on Windows");
+    return QString();
+}
+
 QString ReleaseRules::PackageFileName(const QString &name, const QString &version,
                                       const QString &suffix)
 {
@@ -197,13 +196,16 @@ QString ReleaseRules::TopFolder(const QString &packageFileName)
 
 Findings ReleaseRules::CheckVersion(const QString &version)
 {
-    static const QRegularExpression plain(QStringLiteral("\\A[A-Za-z0-9._+-]+\\z"));
+    // A folder of the tree is called after it, which ".." could not be.
+    static const QRegularExpression plain(
+        QStringLiteral("\\A[._+-]*[A-Za-z0-9][A-Za-z0-9._+-]*\\z"));
     if (version.size() <= MaxVersionLength && plain.match(version).hasMatch())
         return {};
     return {
         {QStringLiteral("version"), QString(),
          QStringLiteral("the version \"%1\" is not 1 to %2 letters, digits, \".\", \"-\", \"_\" "
-                        "and \"+\"; write it as the client's configuration has it, as in 2.1.3")
+                        "and \"+\", one of them a letter or digit; write it as the client's "
+                        "configuration has it, as in 2.1.3")
              .arg(Shown(version.left(MaxVersionLength)))
              .arg(MaxVersionLength)}};
 }

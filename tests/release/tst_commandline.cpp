@@ -1,4 +1,5 @@
 #include "release/publish/commandline.h"
+#include "release/publish/releaselist.h"
 
 #include <QTest>
 
@@ -28,6 +29,9 @@ private slots:
     void updaterIsAllowedOnRequest();
     void installer();
     void verify();
+    void shareIsAPercentage();
+    void restrictionsOfARollOut();
+    void stopAndResumeMayNameARelease();
     void wrongOnes_data();
     void wrongOnes();
     void everyCommandHasHelpWithAnExample_data();
@@ -131,6 +135,50 @@ void TestCommandLine::verify()
     QVERIFY(line.request.asJson);
 }
 
+void TestCommandLine::shareIsAPercentage()
+{
+    const QStringList rollout = Words("rollout site --version 2 --share");
+    const QVector<QPair<const char *, int>> shares{
+        {"0.1", 1}, {"1", 10}, {"12.5", 125}, {"99.9", 999}, {"100", AllParts}};
+    for (const auto &share : shares) {
+        const CommandLine line = ReadCommandLine(rollout + Words(share.first));
+        QCOMPARE(line.error, QString());
+        QCOMPARE(line.request.share, share.second);
+    }
+    for (const char *wrong : {"0", "0.0", "0.05", "100.1", "101", "-1", "1%", "ten", "1e1", "1."}) {
+        const CommandLine line = ReadCommandLine(rollout + Words(wrong));
+        QVERIFY2(line.error.startsWith(QLatin1String("--share ")), wrong);
+    }
+    QCOMPARE(ReadCommandLine(Words(wholeZip) + Words("--share 100")).request.share, AllParts);
+}
+
+void TestCommandLine::restrictionsOfARollOut()
+{
+    const QStringList rollout = Words("rollout site --version 2");
+    const CommandLine line = ReadCommandLine(
+        rollout + Words("--from 2.0.* --from 1.9 --network 192.0.2.0/24 --network 2001:db8::/32"));
+    QCOMPARE(line.error, QString());
+    QCOMPARE(line.request.command, Request::Rollout);
+    QCOMPARE(line.request.source, QStringLiteral("site"));
+    QCOMPARE(line.request.share, 0);
+    QCOMPARE(line.request.from, Words("2.0.* 1.9"));
+    QCOMPARE(line.request.networks, Words("192.0.2.0/24 2001:db8::/32"));
+    for (const char *wrong : {"--from 2.*.1", "--from .*", "--from 1.2.3.4.*", "--from 2*",
+                              "--network office", "--network 192.0.2.1/24", "--network 1::/33"})
+        QVERIFY2(!ReadCommandLine(rollout + Words(wrong)).error.isEmpty(), wrong);
+}
+
+void TestCommandLine::stopAndResumeMayNameARelease()
+{
+    for (const char *command : {"stop site", "resume site"}) {
+        QCOMPARE(ReadCommandLine(Words(command)).error, QString());
+        const CommandLine line = ReadCommandLine(Words(command) + Words("--version 2 --dry-run"));
+        QCOMPARE(line.request.version, QStringLiteral("2"));
+        QVERIFY(line.request.dryRun);
+    }
+    QVERIFY(!ReadCommandLine(Words("rollback site")).error.isEmpty());
+}
+
 void TestCommandLine::wrongOnes_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -209,7 +257,9 @@ void TestCommandLine::everyCommandHasHelpWithAnExample()
 
 void TestCommandLine::examplesAreRight()
 {
-    for (const char *command : {"zip", "installer", "verify"}) {
+    for (const char *command :
+         {"zip", "installer", "promote", "verify", "rollout", "advance", "stop", "resume",
+          "rollback", "list", "push", "report", "check-config"}) {
         const QString help =
             ReadCommandLine({QLatin1String(command), QStringLiteral("--help")}).help;
         QString example = help.section(QStringLiteral("Example:\n  publish "), 1)

@@ -45,6 +45,13 @@ Change HasNotes(const QByteArray &notes)
     };
 }
 
+void LoseTheList(const Vendor &vendor)
+{
+    QVERIFY(QDir(vendor.Tree(QStringLiteral("check"))).removeRecursively());
+    QFile::remove(vendor.Tree(QStringLiteral("index.html")));
+    QFile::remove(vendor.Tree(QStringLiteral("SHA256SUMS")));
+}
+
 Change IsInstaller(const Change &change)
 {
     return [change](const Vendor &vendor, Request &request) {
@@ -54,11 +61,13 @@ Change IsInstaller(const Change &change)
 }
 
 /// What the updater has stored of the tree's answer after reading it.
-const Global &ReadByUpdater(const Vendor &vendor, const QString &language)
+const Global &ReadByUpdater(const Vendor &vendor, const QString &language,
+                            const QString &answer = QString())
 {
     ResetGlobal();
     Global::instance.language = language;
-    Global::instance.ParseServiceReply(ReadFile(vendor.Tree(QStringLiteral("check/offer.json"))));
+    Global::instance.ParseServiceReply(
+        ReadFile(answer.isEmpty() ? vendor.OfferFile() : vendor.Tree(answer)));
     return Global::instance;
 }
 
@@ -81,7 +90,6 @@ class TestPublishRelease : public QObject
     Q_OBJECT
 
 private slots:
-    void treeHoldsWhatIsServed();
     void updaterReadsTheOffer_data();
     void updaterReadsTheOffer();
     void updaterReadsThatThereIsNothingNewer();
@@ -98,7 +106,12 @@ private slots:
     void pageShowsNotesAsThePromptDoes();
     void pageRunsAndLoadsNothing();
     void newReleaseKeepsOlderPackages();
-    void olderReleaseCanBePublishedAgain();
+    void releaseIsOfferedToNobodyAtFirst();
+    void olderVersionIsWarnedOf();
+    void sameBytesCanBePublishedAgain_data();
+    void sameBytesCanBePublishedAgain();
+    void bytesOfAnEarlierTreeAreKnown();
+    void versionFileTellsTheVersion();
     void shorterVersionCanBeForced();
     void versionIsLongEnoughForEveryReleaseOfTheTree_data();
     void versionIsLongEnoughForEveryReleaseOfTheTree();
@@ -110,21 +123,11 @@ private slots:
     void whatACrashLeftIsCleanedUp();
     void twoAtATimeAreRefused();
 #ifdef Q_OS_UNIX
+    void treeHoldsWhatIsServed_posix();
     void linksAndSpecialFilesAreRefused_posix();
     void fullDiskLeavesNothingBehind_posix();
 #endif
 };
-
-void TestPublishRelease::treeHoldsWhatIsServed()
-{
-    const Vendor vendor;
-    VerifyPublished(Publish(vendor.ZipRequest()));
-    QCOMPARE(
-        Snapshot(vendor.Tree()).keys(),
-        QStringList({QStringLiteral("check/"), QStringLiteral("check/none.json"),
-                     QStringLiteral("check/offer.json"), QStringLiteral("index.html"),
-                     QStringLiteral("packages/"), QStringLiteral("packages/Client-2.1.3.zip")}));
-}
 
 void TestPublishRelease::updaterReadsTheOffer_data()
 {
@@ -209,7 +212,8 @@ void TestPublishRelease::sameContentGivesTheSameBytes()
         QVERIFY(file.setPermissions(QFileDevice::ReadOwner));
     }
     VerifyPublished(Publish(other.ZipRequest()));
-    QCOMPARE(Snapshot(other.Tree()), Snapshot(one.Tree()));
+    QCOMPARE(Snapshot(other.Tree(QStringLiteral("packages"))),
+             Snapshot(one.Tree(QStringLiteral("packages"))));
 }
 
 void TestPublishRelease::packageWithoutSizeOrTimeOfItsOwn()
@@ -258,7 +262,7 @@ void TestPublishRelease::whatIsInstalledIsWhatWasPublished()
     const QString package =
         machine.Home() + QStringLiteral("/AppData/Local/Client/Client-2.1.3.zip");
     WriteFile(package, ReadFile(vendor.Package()));
-    Global::instance.ParseServiceReply(ReadFile(vendor.Tree(QStringLiteral("check/offer.json"))));
+    Global::instance.ParseServiceReply(ReadFile(vendor.OfferFile()));
     QCOMPARE(Global::instance.FileMd5(package), Global::instance.md5);
     QCOMPARE(Global::instance.InstallPackage(package), 0);
 
@@ -276,7 +280,8 @@ void TestPublishRelease::installerIsPublishedAsItIs()
     VerifyPublished(Publish(vendor.InstallerRequest()));
     QCOMPARE(ReadFile(vendor.Tree(QStringLiteral("packages/Setup-2.1.3.exe"))),
              QByteArray("MZ installer"));
-    const Global &updater = ReadByUpdater(vendor, QStringLiteral("en"));
+    const Global &updater = ReadByUpdater(
+        vendor, QStringLiteral("en"), QStringLiteral("check/answers/2.1.3/Setup-2.1.3.exe.json"));
     QCOMPARE(updater.id, QStringLiteral("Setup-2.1.3.exe"));
     QCOMPARE(updater.updateType, qint32(Global::InstallerPackage));
     const Outcome verified = Verify(vendor);
@@ -333,7 +338,8 @@ void TestPublishRelease::pageShowsNotesAsThePromptDoes()
     WriteFile(vendor.Path(QStringLiteral("en.txt")),
               "<b>New</b> <i>\"old\"" + QByteArray("<table><tr><td>").repeated(30));
     VerifyPublished(Publish(vendor.ZipRequest()));
-    const QString page = QString::fromUtf8(ReadFile(vendor.Tree(QStringLiteral("index.html"))));
+    const QString page =
+        QString::fromUtf8(ReadFile(vendor.Tree(QStringLiteral("check/now/index.html"))));
     // Rich where the prompt shows rich text, and with its tags as they stand where it does not.
     QVERIFY2(page.contains(QStringLiteral("&lt;b&gt;新&lt;/b&gt;\"></iframe>")), qPrintable(page));
     QVERIFY2(page.contains(QStringLiteral("lang=\"en\">&lt;b&gt;New&lt;/b&gt; &lt;i&gt;"
@@ -348,7 +354,7 @@ void TestPublishRelease::pageRunsAndLoadsNothing()
     const Vendor vendor;
     WriteFile(vendor.Path(QStringLiteral("en.txt")), "<script>alert(1)</script><b>New</b>");
     VerifyPublished(Publish(vendor.ZipRequest()));
-    const QByteArray page = ReadFile(vendor.Tree(QStringLiteral("index.html")));
+    const QByteArray page = ReadFile(vendor.Tree(QStringLiteral("check/now/index.html")));
     QVERIFY(!page.contains("<script"));
     QVERIFY(page.contains("\"default-src 'none'; style-src 'unsafe-inline'\""));
     QVERIFY(page.contains(" sandbox srcdoc="));
@@ -363,22 +369,95 @@ void TestPublishRelease::newReleaseKeepsOlderPackages()
     request.version = QStringLiteral("2.2.0");
     VerifyPublished(Publish(request));
     QCOMPARE(ReadFile(vendor.Package()), older);
-    QCOMPARE(ReadByUpdater(vendor, QStringLiteral("en")).id, QStringLiteral("Client-2.2.0.zip"));
+    QCOMPARE(vendor.List().releases.last().id, QStringLiteral("Client-2.2.0.zip"));
     QVERIFY(Verify(vendor).refusals.isEmpty());
 }
 
-void TestPublishRelease::olderReleaseCanBePublishedAgain()
+void TestPublishRelease::releaseIsOfferedToNobodyAtFirst()
+{
+    const Vendor vendor;
+    VerifyPublished(Publish(vendor.ZipRequest()));
+    QCOMPARE(vendor.List().releases.size(), 1);
+    QVERIFY(!vendor.List().releases.first().IsOffered());
+}
+
+void TestPublishRelease::olderVersionIsWarnedOf()
 {
     const Vendor vendor;
     Request newer = vendor.ZipRequest();
     newer.version = QStringLiteral("2.2.0");
-    VerifyPublished(Publish(vendor.ZipRequest()));
     VerifyPublished(Publish(newer));
     const Outcome outcome = Publish(vendor.ZipRequest());
     VerifyPublished(outcome);
     QCOMPARE(Rules(outcome.warnings), QStringList(QStringLiteral("older-version")));
-    QCOMPARE(ReadByUpdater(vendor, QStringLiteral("en")).latestVersion, QStringLiteral("2.1.3"));
-    QVERIFY(Verify(vendor).refusals.isEmpty());
+    // The order is that of publishing, whatever the numbers.
+    QCOMPARE(vendor.List().releases.last().version, QStringLiteral("2.1.3"));
+}
+
+void TestPublishRelease::sameBytesCanBePublishedAgain_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::newRow("as it is") << Change([](const Vendor &, Request &) {});
+    QTest::newRow("package missing") << Change(
+        [](const Vendor &vendor, Request &) { QVERIFY(QFile::remove(vendor.Package())); });
+    QTest::newRow("package damaged")
+        << Change([](const Vendor &vendor, Request &) { WriteFile(vendor.Package(), "damaged"); });
+    QTest::newRow("answer missing") << Change(
+        [](const Vendor &vendor, Request &) { QVERIFY(QFile::remove(vendor.OfferFile())); });
+}
+
+void TestPublishRelease::sameBytesCanBePublishedAgain()
+{
+    QFETCH(Change, change);
+    const Vendor vendor;
+    Request request = vendor.ZipRequest();
+    VerifyPublished(Publish(request));
+    const QByteArray package = ReadFile(vendor.Package());
+    request.version = QStringLiteral("2.2.0");
+    VerifyPublished(Publish(request));
+
+    request = vendor.ZipRequest();
+    change(vendor, request);
+    const Outcome outcome = Publish(request);
+    VerifyPublished(outcome);
+    QCOMPARE(Rules(outcome.warnings), QStringList());
+    QCOMPARE(ReadFile(vendor.Package()), package);
+    QCOMPARE(vendor.List().releases.size(), 2);
+    QCOMPARE(vendor.List().releases.first().version, QStringLiteral("2.1.3"));
+    VerifyPublished(Verify(vendor));
+}
+
+void TestPublishRelease::bytesOfAnEarlierTreeAreKnown()
+{
+    const Vendor earlier;
+    VerifyPublished(Publish(earlier.ZipRequest()));
+    const Vendor vendor;
+    Request request = vendor.ZipRequest();
+    request.knownDigests = earlier.Tree(QStringLiteral("check/now/SHA256SUMS"));
+    WriteFile(vendor.Client(QStringLiteral("new")), "x");
+    QCOMPARE(Rules(Publish(request).refusals), QStringList(QStringLiteral("package-exists")));
+    QVERIFY(!QFile::exists(vendor.Tree()));
+    QVERIFY(QFile::remove(vendor.Client(QStringLiteral("new"))));
+    VerifyPublished(Publish(request));
+}
+
+void TestPublishRelease::versionFileTellsTheVersion()
+{
+    const Vendor vendor;
+    Request request = vendor.ZipRequest();
+    request.configFile = QStringLiteral("plug ins/version.json");
+    for (const char *content :
+         {"", "{}", R"({"client":{"version":"9.9.9"}})", R"({"client":{"version":2}})"}) {
+        WriteFile(vendor.Client(request.configFile), content);
+        QCOMPARE(Rules(Publish(request).refusals), QStringList(QStringLiteral("config-version")));
+    }
+    WriteFile(vendor.Client(request.configFile), R"({"client":{"version":"2.1.3"}})");
+    const Outcome outcome = Publish(request);
+    VerifyPublished(outcome);
+    // plug ins/deep/b.txt comes after it.
+    QCOMPARE(Rules(outcome.warnings), QStringList(QStringLiteral("config-order")));
+    QVERIFY(outcome.warnings.first().message.contains(QLatin1String("before 1 other file")));
+    QCOMPARE(Rules(Verify(vendor).warnings), QStringList(QStringLiteral("config-order")));
 }
 
 void TestPublishRelease::shorterVersionCanBeForced()
@@ -391,30 +470,23 @@ void TestPublishRelease::shorterVersionCanBeForced()
     QCOMPARE(Rules(Publish(request).refusals), QStringList(QStringLiteral("shorter-version")));
     request.allowShorterVersion = true;
     VerifyPublished(Publish(request));
-    QCOMPARE(ReadByUpdater(vendor, QStringLiteral("en")).latestVersion, QStringLiteral("2.1.3"));
+    QCOMPARE(vendor.List().releases.last().version, QStringLiteral("2.1.3"));
 }
 
 void TestPublishRelease::versionIsLongEnoughForEveryReleaseOfTheTree_data()
 {
     QTest::addColumn<Change>("change");
     // Each takes one record of the long version away, and the other one is left.
-    QTest::newRow("offer and package") << Change([](const Vendor &, Request &) {});
-    QTest::newRow("package of a replaced release") << Change([](const Vendor &vendor, Request &) {
-        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("check/offer.json"))));
-    });
-    QTest::newRow("offer whose package was withdrawn")
+    QTest::newRow("list and package") << Change([](const Vendor &, Request &) {});
+    QTest::newRow("package that no list knows")
+        << Change([](const Vendor &vendor, Request &) { LoseTheList(vendor); });
+    QTest::newRow("list whose package was taken away")
         << Change([](const Vendor &vendor, Request &) {
-               QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("packages/Client-2.10.10.zip"))));
-           });
-    QTest::newRow("offer that was kept under another name")
-        << Change([](const Vendor &vendor, Request &) {
-               QVERIFY(QFile::rename(vendor.Tree(QStringLiteral("check/offer.json")),
-                                     vendor.Tree(QStringLiteral("check/offer-2.10.10.json"))));
                QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("packages/Client-2.10.10.zip"))));
            });
     QTest::newRow("package of another kind") << Change([](const Vendor &vendor, Request &request) {
         request = vendor.InstallerRequest();
-        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("check/offer.json"))));
+        LoseTheList(vendor);
     });
 }
 
@@ -541,18 +613,30 @@ void TestPublishRelease::refusalLeavesAnOlderReleaseAlone_data()
 {
     QTest::addColumn<Change>("change");
     QTest::addColumn<QStringList>("rules");
-    AddRefusal("same version", "same-version", [](const Vendor &, Request &) {});
-    AddRefusal("same version of another kind", "same-version",
+    AddRefusal("other bytes of the same version", "package-exists",
+               [](const Vendor &vendor, Request &) {
+                   WriteFile(vendor.Client(QStringLiteral("new")), "x");
+               });
+    AddRefusal("same version of another kind", "package-exists",
                IsInstaller([](const Vendor &, Request &) {}));
     AddRefusal("other bytes under a name that is there", "package-exists",
                [](const Vendor &vendor, Request &request) {
                    WriteFile(vendor.Tree(QStringLiteral("packages/Client-2.2.0.zip")), "other");
                    request.version = QStringLiteral("2.2.0");
                });
-    AddRefusal("answer that nobody published", "out", [](const Vendor &vendor, Request &request) {
-        WriteFile(vendor.Tree(QStringLiteral("check/offer.json")), "{}");
+    AddRefusal("list that nobody wrote", "releases", [](const Vendor &vendor, Request &request) {
+        WriteFile(vendor.Tree(QStringLiteral("check/now/releases.json")), "{}");
         request.version = QStringLiteral("2.2.0");
     });
+#ifdef Q_OS_UNIX
+    AddRefusal("link to the list lost", "releases", [](const Vendor &vendor, Request &request) {
+        request.version = QStringLiteral("2.2.0");
+        VerifyPublished(Publish(request));
+        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("check/now"))));
+        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("index.html"))));
+        QVERIFY(QFile::remove(vendor.Tree(QStringLiteral("SHA256SUMS"))));
+    });
+#endif
     AddRefusal("bad name", "name-ascii", [](const Vendor &vendor, Request &request) {
         WriteFile(vendor.Client(QStringLiteral("中文")), "x");
         request.version = QStringLiteral("2.2.0");
@@ -615,6 +699,29 @@ void TestPublishRelease::twoAtATimeAreRefused()
 }
 
 #ifdef Q_OS_UNIX
+
+void TestPublishRelease::treeHoldsWhatIsServed_posix()
+{
+    const Vendor vendor;
+    VerifyPublished(Publish(vendor.ZipRequest()));
+    QStringList paths;
+    for (const QString &path : Snapshot(vendor.Tree()).keys()) {
+        if (!path.startsWith(QLatin1String("check/generations/1/")))
+            paths.append(path);
+    }
+    QCOMPARE(
+        paths,
+        QStringList({QStringLiteral("SHA256SUMS"), QStringLiteral("check/"),
+                     QStringLiteral("check/answers/"), QStringLiteral("check/answers/2.1.3/"),
+                     QStringLiteral("check/answers/2.1.3/Client-2.1.3.zip.json"),
+                     QStringLiteral("check/generations/"), QStringLiteral("check/none.json"),
+                     QStringLiteral("check/now/"), QStringLiteral("index.html"),
+                     QStringLiteral("packages/"), QStringLiteral("packages/Client-2.1.3.zip")}));
+    QCOMPARE(ReadFile(vendor.Tree(QStringLiteral("SHA256SUMS"))),
+             (HexDigest(vendor.Package(), QCryptographicHash::Sha256) +
+              QStringLiteral("  packages/Client-2.1.3.zip\n"))
+                 .toLatin1());
+}
 
 void TestPublishRelease::linksAndSpecialFilesAreRefused_posix()
 {

@@ -162,6 +162,7 @@ void TestReleaseRules::versions_data()
     AddText("blank before", QStringLiteral(" 2.1.3"), "version");
     AddText("line end", QStringLiteral("2.1.3\n"), "version");
     AddText("slash", QStringLiteral("2/1"), "version");
+    AddText("parent folder", QStringLiteral(".."), "version");
     AddText("not ASCII", QStringLiteral("２.1"), "version");
 }
 

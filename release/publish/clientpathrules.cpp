@@ -1,0 +1,162 @@
+#include "release/publish/clientpathrules.h"
+
+#include "config/configcontract.h"
+#include "release/publish/releaserules.h"
+
+#include <QDir>
+#include <QRegularExpression>
+
+namespace
+{
+
+using ReleaseRules::Shown;
+
+constexpr int kDriveLength = 2; // "C:"
+
+Finding About(const QString &path, const QString &what)
+{
+    return {QStringLiteral("app-path"), QString(),
+            QStringLiteral("the client's folder \"%1\" %2").arg(Shown(path), what)};
+}
+
+Finding AboutRights(const QString &path, const QString &what)
+{
+    return {QStringLiteral("protected-folder"), QString(),
+            QStringLiteral("users may not write to the client's folder \"%1\", and %2")
+                .arg(Shown(path), what)};
+}
+
+QString WithForwardSlashes(QString path)
+{
+    return path.replace(QLatin1Char('\\'), QLatin1Char('/'));
+}
+
+bool HasDrive(const QString &path)
+{
+    static const QRegularExpression drive(QStringLiteral("\\A[A-Za-z]:"));
+    return drive.match(path).hasMatch();
+}
+
+/// "%NAME%" in @p path; empty when there is none.
+QString Variable(const QString &path)
+{
+    static const QRegularExpression variable(QStringLiteral("%[^%/]+%"));
+    return variable.match(path).captured();
+}
+
+/// True for a folder that only administrators may write to, by its usual or its short name.
+bool IsProtected(const QString &path)
+{
+    static const QRegularExpression names(
+        QStringLiteral("\\A[a-z]:/(?:program files(?: \\(x86\\))?|programdata|progra~[0-9]|windows)"
+                       "(?:/|\\z)"),
+        QRegularExpression::CaseInsensitiveOption);
+    return names.match(QDir::cleanPath(WithForwardSlashes(path))).hasMatch();
+}
+
+bool IsOneUsers(const QString &path)
+{
+    static const QRegularExpression profile(QStringLiteral("\\A[a-z]:/users/(?!public/)"),
+                                            QRegularExpression::CaseInsensitiveOption);
+    return profile.match(QDir::cleanPath(WithForwardSlashes(path))).hasMatch();
+}
+
+Findings CheckFolderOnDrive(const QString &path, bool isZip)
+{
+    const QString drive = path.left(kDriveLength);
+    const QString rest = path.mid(kDriveLength);
+    if (!rest.startsWith(QLatin1Char('/'))) {
+        return {About(path, QStringLiteral("has no slash after the drive, and begins at that "
+                                           "drive's current folder; write \"%1/%2\"")
+                                .arg(drive, Shown(rest)))};
+    }
+    // xcopy would be given "C:" without a slash, which is the current folder.
+    if (isZip && QDir::cleanPath(rest) == QLatin1String("/")) {
+        return {About(path, QStringLiteral("is the root of a drive, and packages would be copied "
+                                           "into the updater's own folder; use a folder below it, "
+                                           "such as \"%1/Norvane/Client/\"")
+                                .arg(drive))};
+    }
+    if (isZip && IsProtected(path)) {
+        return {AboutRights(path, QStringLiteral("zip packages cannot be copied there; use a "
+                                                 "folder of the user's, or publish installers and "
+                                                 "pass --installer"))};
+    }
+    return {};
+}
+
+/// It begins at the updater's own folder, which is the working folder.
+Findings CheckRelativeFolder(const QString &path, bool isZip)
+{
+    if (!isZip || QDir::cleanPath(path) == QLatin1String(".."))
+        return {};
+    return {About(path, QStringLiteral("is not the one above the updater's folder, over which zip "
+                                       "packages are copied; write \"../\""))};
+}
+
+} // namespace
+
+QString ClientPathRules::NamesObjection(const QString &path)
+{
+    const QStringList names = WithForwardSlashes(path).split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    for (const QString &name : names) {
+        const bool isDots = name == QLatin1String(".") || name == QLatin1String("..");
+        const QString objection = isDots ? QString() : ReleaseRules::WindowsObjection(name);
+        if (!objection.isEmpty())
+            return objection;
+    }
+    return QString();
+}
+
+Findings ClientPathRules::Check(const QString &path, Global::PackageKind packages)
+{
+    if (path.isEmpty())
+        return {};
+    const QString plain = WithForwardSlashes(path);
+    const QString variable = Variable(plain);
+    if (!variable.isEmpty()) {
+        return {About(path, QStringLiteral("contains \"%1\", and the updater does not replace "
+                                           "variables; write \"../\" for the folder above the "
+                                           "updater's, wherever that is")
+                                .arg(Shown(variable)))};
+    }
+    Findings findings;
+    if (!plain.endsWith(QLatin1Char('/'))) {
+        findings.append(About(path, QStringLiteral("does not end with a slash, and file names are "
+                                                   "appended to it as it is; write \"%1/\"")
+                                        .arg(Shown(plain))));
+    }
+    const QString objection = NamesObjection(HasDrive(plain) ? plain.mid(kDriveLength) : plain);
+    if (!objection.isEmpty())
+        findings.append(About(path, objection + QStringLiteral("; use another folder")));
+
+    const bool isZip = packages == Global::ZipPackage;
+    if (HasDrive(plain))
+        findings += CheckFolderOnDrive(plain, isZip);
+    else if (!plain.startsWith(QLatin1Char('/')))
+        findings += CheckRelativeFolder(plain, isZip);
+    return findings;
+}
+
+Findings ClientPathRules::Warn(const QString &path, Global::PackageKind packages)
+{
+    const QString plain = WithForwardSlashes(path);
+    if (plain.startsWith(QLatin1String("//"))) {
+        return {About(path, QStringLiteral("is on a server, without which the client does not "
+                                           "start; see that it is meant so"))};
+    }
+    if (plain.startsWith(QLatin1Char('/'))) {
+        return {About(path, QStringLiteral("names no drive, and is looked for on the updater's; "
+                                           "see that it is meant so"))};
+    }
+    if (IsOneUsers(path)) {
+        return {About(path, QStringLiteral("is one user's; write \"../\" for the folder above the "
+                                           "updater's, whoever the user is"))};
+    }
+    if (packages == Global::InstallerPackage && IsProtected(path)) {
+        return {AboutRights(path, QStringLiteral("\"Never Prompt\" would end without the client; "
+                                                 "let the installer give users write access to %1")
+                                      .arg(ConfigContract::FileName))};
+    }
+    return {};
+}

@@ -1,0 +1,241 @@
+#include "release/publish/releaselist.h"
+
+#include "release/publish/releaserules.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMap>
+#include <QRegularExpression>
+
+namespace
+{
+
+constexpr int kFormat = 1;
+constexpr int kMaxPatternParts = 3;
+constexpr double kPartsPerPercent = AllParts / 100.0;
+
+namespace Key
+{
+const QLatin1String Format("format");
+const QLatin1String Releases("releases");
+const QLatin1String Activity("activity");
+const QLatin1String Version("version");
+const QLatin1String Id("id");
+const QLatin1String Kind("kind");
+const QLatin1String Forced("forced");
+const QLatin1String Size("size");
+const QLatin1String Sha256("sha256");
+const QLatin1String Published("published");
+const QLatin1String ConfigFile("configFile");
+const QLatin1String Share("share");
+const QLatin1String From("from");
+const QLatin1String Networks("networks");
+const QLatin1String Plan("plan");
+const QLatin1String PlanBegan("planBegan");
+const QLatin1String StepBegan("stepBegan");
+const QLatin1String Stopped("stopped");
+const QLatin1String Withdrawn("withdrawn");
+const QLatin1String OffersPrevious("offersPrevious");
+} // namespace Key
+
+const QLatin1String kZip("zip");
+const QLatin1String kInstaller("installer");
+
+const QString kAnyVersion = QStringLiteral("*");
+const QString kAnyRest = QStringLiteral(".*");
+
+QString TimeText(const QDateTime &time)
+{
+    return time.isValid() ? time.toUTC().toString(Qt::ISODate) : QString();
+}
+
+QDateTime ReadTime(const QJsonValue &text)
+{
+    return QDateTime::fromString(text.toString(), Qt::ISODate);
+}
+
+QJsonObject ToJson(const Release &release)
+{
+    return {{Key::Version, release.version},
+            {Key::Id, release.id},
+            {Key::Kind, release.kind == Global::ZipPackage ? kZip : kInstaller},
+            {Key::Forced, release.forced},
+            {Key::Size, release.size},
+            {Key::Sha256, release.sha256},
+            {Key::Published, TimeText(release.published)},
+            {Key::ConfigFile, release.configFile},
+            {Key::Share, release.share},
+            {Key::From, QJsonArray::fromStringList(release.from)},
+            {Key::Networks, QJsonArray::fromStringList(release.networks)},
+            {Key::Plan, release.plan},
+            {Key::PlanBegan, TimeText(release.planBegan)},
+            {Key::StepBegan, TimeText(release.stepBegan)},
+            {Key::Stopped, release.isStopped},
+            {Key::Withdrawn, release.isWithdrawn},
+            {Key::OffersPrevious, release.offersPrevious}};
+}
+
+QStringList Texts(const QJsonValue &value)
+{
+    QStringList texts;
+    for (const QJsonValue &text : value.toArray())
+        texts.append(text.toString());
+    return texts;
+}
+
+/// What is wrong with @p release, which stands in a file; empty when nothing is.
+QString Objection(const Release &release, const QString &kind)
+{
+    if (!ReleaseRules::CheckVersion(release.version).isEmpty())
+        return Key::Version;
+    if (release.id.isEmpty() || release.id.contains(QLatin1Char('/')))
+        return Key::Id;
+    if (kind != kZip && kind != kInstaller)
+        return Key::Kind;
+    if (release.share < 0 || release.share > AllParts)
+        return Key::Share;
+    if (!release.published.isValid())
+        return Key::Published;
+    return QString();
+}
+
+Release ReadRelease(const QJsonObject &object)
+{
+    Release release;
+    release.version = object.value(Key::Version).toString();
+    release.id = object.value(Key::Id).toString();
+    release.kind = object.value(Key::Kind).toString() == kInstaller ? Global::InstallerPackage
+                                                                    : Global::ZipPackage;
+    release.forced = object.value(Key::Forced).toBool();
+    release.size = qint64(object.value(Key::Size).toDouble());
+    release.sha256 = object.value(Key::Sha256).toString();
+    release.published = ReadTime(object.value(Key::Published));
+    release.configFile = object.value(Key::ConfigFile).toString();
+    release.share = object.value(Key::Share).toInt(-1);
+    release.from = Texts(object.value(Key::From));
+    release.networks = Texts(object.value(Key::Networks));
+    release.plan = object.value(Key::Plan).toString();
+    release.planBegan = ReadTime(object.value(Key::PlanBegan));
+    release.stepBegan = ReadTime(object.value(Key::StepBegan));
+    release.isStopped = object.value(Key::Stopped).toBool(true);
+    release.isWithdrawn = object.value(Key::Withdrawn).toBool(true);
+    release.offersPrevious = object.value(Key::OffersPrevious).toBool();
+    return release;
+}
+
+} // namespace
+
+int ReleaseList::IndexOf(const QString &version) const
+{
+    for (int index = 0; index < releases.size(); ++index) {
+        if (releases.at(index).version == version)
+            return index;
+    }
+    return -1;
+}
+
+int ReleaseList::PreviousForEverybody(int index) const
+{
+    while (--index >= 0) {
+        if (releases.at(index).IsForEverybody())
+            break;
+    }
+    return index;
+}
+
+QByteArray ToJson(const ReleaseList &list)
+{
+    QJsonArray releases;
+    for (const Release &release : list.releases)
+        releases.append(ToJson(release));
+    return QJsonDocument(QJsonObject{{Key::Format, kFormat},
+                                     {Key::Releases, releases},
+                                     {Key::Activity, QJsonArray::fromStringList(list.activity)}})
+        .toJson();
+}
+
+Failure ReadReleaseList(const QByteArray &json, ReleaseList &list)
+{
+    const auto wrong = [](const QString &what) {
+        return Finding{QStringLiteral("releases"), QString(),
+                       QStringLiteral("releases.json: %1; restore the tree from a copy").arg(what)};
+    };
+    QJsonParseError error;
+    const QJsonObject object = QJsonDocument::fromJson(json, &error).object();
+    if (error.error != QJsonParseError::NoError)
+        return wrong(QStringLiteral("it is not JSON (%1)").arg(error.errorString()));
+    if (object.value(Key::Format).toInt() != kFormat)
+        return wrong(QStringLiteral("\"%1\" is not %2").arg(Key::Format).arg(kFormat));
+
+    ReleaseList read;
+    for (const QJsonValue &value : object.value(Key::Releases).toArray()) {
+        const Release release = ReadRelease(value.toObject());
+        const QString objection = Objection(release, value.toObject().value(Key::Kind).toString());
+        if (!objection.isEmpty())
+            return wrong(QStringLiteral("\"%1\" of a release cannot be read").arg(objection));
+        if (read.IndexOf(release.version) >= 0)
+            return wrong(QStringLiteral("%1 is listed twice").arg(release.version));
+        read.releases.append(release);
+    }
+    read.activity = Texts(object.value(Key::Activity));
+    list = read;
+    return {};
+}
+
+int ReadShare(const QString &percent)
+{
+    static const QRegularExpression share(QStringLiteral("\\A([0-9]{1,3})(?:\\.([0-9]))?\\z"));
+    const QRegularExpressionMatch match = share.match(percent);
+    const int parts = match.captured(1).toInt() * (AllParts / 100) + match.captured(2).toInt();
+    return match.hasMatch() && parts <= AllParts ? parts : 0;
+}
+
+QVector<PlanStep> ReadPlan(const QString &plan)
+{
+    static const QRegularExpression step(
+        QStringLiteral("\\A\\s*([0-9.]+)\\s*%(?:\\s+([1-9][0-9]{0,3})([mhdw]))?\\s*\\z"));
+    static const QMap<QString, qint64> units{{QStringLiteral("m"), 60},
+                                             {QStringLiteral("h"), 3600},
+                                             {QStringLiteral("d"), 86400},
+                                             {QStringLiteral("w"), 604800}};
+    QVector<PlanStep> steps;
+    const QStringList texts = plan.split(QLatin1Char(','));
+    for (const QString &text : texts) {
+        const QRegularExpressionMatch match = step.match(text);
+        PlanStep read;
+        read.share = ReadShare(match.captured(1));
+        read.seconds = match.captured(2).toLongLong() * units.value(match.captured(3));
+        const bool isLast = steps.size() == texts.size() - 1;
+        const bool grows = steps.isEmpty() || read.share > steps.last().share;
+        if (read.share == 0 || !grows || (read.seconds == 0) != isLast)
+            return {};
+        steps.append(read);
+    }
+    return steps;
+}
+
+QString ShareText(int share)
+{
+    return QString::number(share / kPartsPerPercent) + QStringLiteral(" %");
+}
+
+bool IsVersionPattern(const QString &pattern)
+{
+    if (pattern == kAnyVersion)
+        return true;
+    if (!pattern.endsWith(kAnyRest))
+        return ReleaseRules::CheckVersion(pattern).isEmpty();
+    const QString beginning = pattern.chopped(kAnyRest.size());
+    return ReleaseRules::CheckVersion(beginning).isEmpty() &&
+           beginning.count(QLatin1Char('.')) < kMaxPatternParts;
+}
+
+bool MatchesVersion(const QString &pattern, const QString &version)
+{
+    if (pattern == kAnyVersion)
+        return true;
+    if (pattern.endsWith(kAnyRest))
+        return version.startsWith(pattern.chopped(1));
+    return version == pattern;
+}

@@ -1,0 +1,317 @@
+#include "release/publish/rollout.h"
+
+#include "release/publish/hostsystem.h"
+#include "release/publish/releaserules.h"
+#include "release/publish/releasetree.h"
+#include "release/publish/treechange.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+
+#include <functional>
+
+namespace
+{
+
+constexpr double kPartsPerPercent = AllParts / 100.0;
+const QString kAnyVersion = QStringLiteral("*");
+
+Finding Refusal(const char *rule, const QString &message)
+{
+    return {QString::fromLatin1(rule), QString(), message};
+}
+
+QString StateText(const Release &release)
+{
+    if (release.isWithdrawn) {
+        return release.offersPrevious ? QStringLiteral("rolled back, with downgrade")
+                                      : QStringLiteral("rolled back");
+    }
+    if (release.isStopped)
+        return QStringLiteral("stopped");
+    return release.share == 0 ? QStringLiteral("published") : QStringLiteral("rolled out");
+}
+
+QString RestrictionText(const Release &release)
+{
+    QStringList parts;
+    if (!release.from.isEmpty())
+        parts.append(QStringLiteral("from ") + release.from.join(QStringLiteral(", ")));
+    if (!release.plan.isEmpty())
+        parts.append(QStringLiteral("plan ") + release.plan);
+    if (!release.networks.isEmpty())
+        parts.append(QStringLiteral("first ") + release.networks.join(QStringLiteral(", ")));
+    return parts.join(QStringLiteral("; "));
+}
+
+QJsonObject Facts(const Release &release)
+{
+    return {{QStringLiteral("version"), release.version},
+            {QStringLiteral("id"), release.id},
+            {QStringLiteral("kind"), release.kind == Global::ZipPackage
+                                         ? QStringLiteral("zip")
+                                         : QStringLiteral("installer")},
+            {QStringLiteral("update"),
+             release.forced ? QStringLiteral("forced") : QStringLiteral("optional")},
+            {QStringLiteral("size"), release.size},
+            {QStringLiteral("sha256"), release.sha256},
+            {QStringLiteral("published"), release.published.toUTC().toString(Qt::ISODate)},
+            {QStringLiteral("share"), release.share / kPartsPerPercent},
+            {QStringLiteral("from"), QJsonArray::fromStringList(release.from)},
+            {QStringLiteral("networks"), QJsonArray::fromStringList(release.networks)},
+            {QStringLiteral("plan"), release.plan},
+            {QStringLiteral("state"), StateText(release)},
+            {QStringLiteral("offered"), release.IsOffered()}};
+}
+
+QString Line(const Release &release)
+{
+    QString line = QStringLiteral("%1 %2 %3 %4 %5 %6  %7")
+                       .arg(release.version, -12)
+                       .arg(release.kind == Global::ZipPackage ? QStringLiteral("zip")
+                                                               : QStringLiteral("installer"),
+                            -9)
+                       .arg(SizeText(release.size), 12)
+                       .arg(release.published.toUTC().toString(QStringLiteral("yyyy-MM-dd")), 10)
+                       .arg(ShareText(release.share), 7)
+                       .arg(StateText(release), -11)
+                       .arg(RestrictionText(release));
+    while (line.endsWith(QLatin1Char(' ')))
+        line.chop(1);
+    return line + QLatin1Char('\n');
+}
+
+/// An edit of one release: what is done, as a line, or why it cannot be.
+struct Edit {
+    QString line;
+    Failure failure;
+};
+
+/// Carries out @p edit for the release that @p request names.
+Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList &, int)> &edit)
+{
+    Outcome outcome;
+    const ReleaseTree tree(request.source);
+    const auto refused = [&outcome](const Finding &finding) {
+        outcome.refusals.append(finding);
+        return outcome;
+    };
+    if (!HostSystem::HasLinks()) {
+        return refused(Refusal("links", QStringLiteral("releases cannot be rolled out from this "
+                                                       "system; run the command on the server")));
+    }
+    if (!QFileInfo(tree.ListFile()).isFile()) {
+        return refused(
+            Refusal("missing",
+                    QStringLiteral("%1 is no tree of releases; publish one").arg(tree.Folder())));
+    }
+    TreeChange change(tree);
+    if (const Failure failure = change.Begin())
+        return refused(*failure);
+    const int index = change.List().IndexOf(request.version);
+    if (index < 0) {
+        return refused(Refusal("unknown-version",
+                               QStringLiteral("%1 has no release %2; \"publish list\" tells them")
+                                   .arg(tree.Folder(), ReleaseRules::Shown(request.version))));
+    }
+    const Edit done = edit(change.List(), index);
+    if (done.failure)
+        return refused(*done.failure);
+    if (!request.dryRun) {
+        if (const Failure failure = change.Commit(done.line))
+            return refused(*failure);
+    }
+    outcome.facts = Facts(change.List().releases.at(index));
+    outcome.facts.insert(QStringLiteral("dryRun"), request.dryRun);
+    outcome.summary = (request.dryRun ? QStringLiteral("would be done: ") : QString()) + done.line +
+                      QLatin1Char('\n');
+    if (QFileInfo::exists(tree.StopFile())) {
+        outcome.warnings.append(
+            Refusal("stopped", QStringLiteral("%1 exists, so nobody is offered anything; "
+                                              "\"publish resume\" removes it")
+                                   .arg(tree.StopFile())));
+    }
+    return outcome;
+}
+
+/// What the downloads of @p release need in the busiest hour, in Gbit/s: docs/service.md, Capacity.
+double PeakGbit(const Release &release, double clients)
+{
+    constexpr double checksPerDay = 2;
+    constexpr double peakToAverage = 10;
+    constexpr double secondsPerDay = 86400;
+    constexpr double gbitPerByte = 8e-9;
+    const double offersPerSecond =
+        clients * release.share / AllParts * checksPerDay * peakToAverage / secondsPerDay;
+    return offersPerSecond * double(release.size) * gbitPerByte;
+}
+
+/// The first share of @p plan, unless the release has a larger one already.
+void BeginPlan(Release &release, const QString &plan)
+{
+    release.plan = plan;
+    release.planBegan = QDateTime::currentDateTimeUtc();
+    release.stepBegan = release.planBegan;
+    release.share = qMax(release.share, ReadPlan(plan).first().share);
+}
+
+Edit Refuse(const char *rule, const QString &message)
+{
+    return {QString(), Refusal(rule, message)};
+}
+
+/// The stop file made or removed.
+Outcome SetStopFile(const Request &request, bool isStopped)
+{
+    Outcome outcome;
+    const ReleaseTree tree(request.source);
+    QFile file(tree.StopFile());
+    const bool isTree = QFileInfo(QFileInfo(file).path()).isDir();
+    const bool isDone = isTree && (request.dryRun || file.exists() == isStopped ||
+                                   (isStopped ? file.open(QIODevice::WriteOnly) : file.remove()));
+    if (!isDone) {
+        outcome.refusals.append(Refusal(
+            "unwritable", QStringLiteral("%1: %2; check the tree's name and its permissions")
+                              .arg(file.fileName(), isTree ? file.errorString()
+                                                           : QStringLiteral("no such folder"))));
+        return outcome;
+    }
+    outcome.facts = {{QStringLiteral("stopped"), isStopped},
+                     {QStringLiteral("dryRun"), request.dryRun}};
+    outcome.summary = isStopped ? QStringLiteral("%1: nobody is offered anything\n")
+                                : QStringLiteral("%1: the stop is lifted\n");
+    outcome.summary = outcome.summary.arg(tree.Folder());
+    return outcome;
+}
+
+} // namespace
+
+Outcome RollOut(const Request &request)
+{
+    double peakGbit = 0;
+    Outcome outcome = EditRelease(request, [&](ReleaseList &list, int index) -> Edit {
+        Release &release = list.releases[index];
+        if (release.isWithdrawn) {
+            return Refuse(
+                "withdrawn",
+                QStringLiteral("%1 was rolled back; publish a new version").arg(release.version));
+        }
+        if (request.share > 0) {
+            release.share = request.share;
+            release.plan.clear();
+        }
+        if (!request.plan.isEmpty())
+            BeginPlan(release, request.plan);
+        if (release.share == 0) {
+            return Refuse(
+                "share",
+                QStringLiteral("%1 has no share yet; give one with --share").arg(release.version));
+        }
+        if (!request.from.isEmpty())
+            release.from = request.from.contains(kAnyVersion) ? QStringList() : request.from;
+        if (request.forgetsNetworks)
+            release.networks.clear();
+        for (const QString &network : request.networks) {
+            if (!release.networks.contains(network))
+                release.networks.append(network);
+        }
+        QString line =
+            QStringLiteral("rolled out %1 to %2").arg(release.version, ShareText(release.share));
+        if (!RestrictionText(release).isEmpty())
+            line += QStringLiteral(" (%1)").arg(RestrictionText(release));
+        if (release.isStopped)
+            line += QStringLiteral("; it is stopped until it is resumed");
+        peakGbit = PeakGbit(release, request.clients);
+        return {line, {}};
+    });
+    if (peakGbit > request.linkGbit) {
+        outcome.warnings.append(Refusal(
+            "bandwidth", QStringLiteral("at nine in the morning the downloads may need %1 Gbit/s, "
+                                        "and the line has %2; begin with a smaller share")
+                             .arg(peakGbit, 0, 'f', 1)
+                             .arg(request.linkGbit)));
+    }
+    return outcome;
+}
+
+Outcome StopOffers(const Request &request)
+{
+    if (request.version.isEmpty())
+        return SetStopFile(request, true);
+    return EditRelease(request, [](ReleaseList &list, int index) -> Edit {
+        Release &release = list.releases[index];
+        release.isStopped = true;
+        return {QStringLiteral("stopped %1").arg(release.version), {}};
+    });
+}
+
+Outcome ResumeOffers(const Request &request)
+{
+    if (request.version.isEmpty())
+        return SetStopFile(request, false);
+    return EditRelease(request, [](ReleaseList &list, int index) -> Edit {
+        Release &release = list.releases[index];
+        if (release.isWithdrawn) {
+            return Refuse(
+                "withdrawn",
+                QStringLiteral("%1 was rolled back; publish a new version").arg(release.version));
+        }
+        release.isStopped = false;
+        return {QStringLiteral("resumed %1 at %2").arg(release.version, ShareText(release.share)),
+                {}};
+    });
+}
+
+Outcome RollBack(const Request &request)
+{
+    return EditRelease(request, [&request](ReleaseList &list, int index) -> Edit {
+        Release &release = list.releases[index];
+        release.isWithdrawn = true;
+        release.offersPrevious = request.downgrade;
+        QString line = QStringLiteral("rolled back %1").arg(release.version);
+        if (!request.downgrade)
+            return {line, {}};
+        const int previous = list.PreviousForEverybody(index);
+        if (previous < 0) {
+            return Refuse("no-previous",
+                          QStringLiteral("no release before %1 is offered to everybody; roll one "
+                                         "out to 100 first, or leave --downgrade out")
+                              .arg(release.version));
+        }
+        const QString &version = list.releases.at(previous).version;
+        const Findings shorter = ReleaseRules::CheckVersionLength(version, {release.version});
+        if (!shorter.isEmpty() && !request.allowShorterVersion)
+            return {QString(), shorter.first()};
+        return {line + QStringLiteral(", %1 is offered to those that have it").arg(version), {}};
+    });
+}
+
+Outcome ListReleases(const Request &request)
+{
+    Outcome outcome;
+    const ReleaseTree tree(request.source);
+    ReleaseList list;
+    if (!QFileInfo(tree.ListFile()).isFile()) {
+        outcome.refusals.append(
+            Refusal("missing",
+                    QStringLiteral("%1 is no tree of releases; publish one").arg(tree.Folder())));
+        return outcome;
+    }
+    if (const Failure failure = tree.Read(list)) {
+        outcome.refusals.append(*failure);
+        return outcome;
+    }
+    const bool isStopped = QFileInfo::exists(tree.StopFile());
+    QJsonArray releases;
+    if (isStopped)
+        outcome.summary = QStringLiteral("All offers are stopped.\n");
+    for (int index = list.releases.size() - 1; index >= 0; --index) {
+        outcome.summary += Line(list.releases.at(index));
+        releases.append(Facts(list.releases.at(index)));
+    }
+    outcome.facts = {{QStringLiteral("stopped"), isStopped},
+                     {QStringLiteral("releases"), releases},
+                     {QStringLiteral("activity"), QJsonArray::fromStringList(list.activity)}};
+    return outcome;
+}

@@ -1,0 +1,281 @@
+#include "release/publish/treechange.h"
+
+#include "release/publish/decisions.h"
+#include "release/publish/hostsystem.h"
+#include "release/publish/indexpage.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+namespace
+{
+
+const QString kStagingFolder = QStringLiteral("/.publish");
+const QString kLockFile = QStringLiteral("lock");
+const QString kStagedPackage = QStringLiteral("package");
+const QString kStagedGeneration = QStringLiteral("generation");
+const QString kStagedLink = QStringLiteral("link");
+
+const QString kList = QStringLiteral("releases.json");
+const QString kIndex = QStringLiteral("index.html");
+const QString kDigests = QStringLiteral("SHA256SUMS");
+const QString kFromTreeToCurrent = QStringLiteral("check/now/");
+
+/// Whatever mask the process has: the web server is another user.
+constexpr QFileDevice::Permissions kFileMode = QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                               QFileDevice::ReadGroup | QFileDevice::ReadOther;
+constexpr QFileDevice::Permissions kFolderMode =
+    kFileMode | QFileDevice::ExeOwner | QFileDevice::ExeGroup | QFileDevice::ExeOther;
+
+Finding CannotWrite(const QString &path, const QString &reason)
+{
+    return {
+        QStringLiteral("unwritable"), QString(),
+        QStringLiteral("%1: %2; free some disk space and check the permissions").arg(path, reason)};
+}
+
+QString FolderOf(const QString &path)
+{
+    return QFileInfo(path).path();
+}
+
+/// False when others cannot read @p path. Some file systems have a mode of their own for all.
+bool LetEverybodyRead(const QString &path, QFileDevice::Permissions mode)
+{
+    return QFile::setPermissions(path, mode) || (QFile::permissions(path) & mode) == mode;
+}
+
+/// Makes what is missing of @p folder; of what is there already the mode is its owner's choice.
+Failure MakeFolder(const QString &folder)
+{
+    if (QFileInfo(folder).isDir())
+        return {};
+    if (FolderOf(folder) != folder) {
+        if (Failure failure = MakeFolder(FolderOf(folder)))
+            return failure;
+    }
+    // Another process may make it at the same time.
+    const bool isMade = QDir().mkdir(folder) && LetEverybodyRead(folder, kFolderMode);
+    if (!isMade && !QFileInfo(folder).isDir())
+        return CannotWrite(folder, QStringLiteral("the folder cannot be made"));
+    return {};
+}
+
+Failure WriteFile(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.flush())
+        return CannotWrite(path, file.errorString());
+    if (!LetEverybodyRead(path, kFileMode))
+        return CannotWrite(path, QStringLiteral("its mode cannot be set"));
+    return {};
+}
+
+Failure Link(const QString &target, const QString &path)
+{
+    if (!HostSystem::MakeLink(target, path))
+        return CannotWrite(path, QStringLiteral("the link cannot be made"));
+    return {};
+}
+
+} // namespace
+
+TreeChange::TreeChange(const ReleaseTree &tree)
+    : m_tree(tree), m_folder(tree.Folder() + kStagingFolder)
+{
+}
+
+TreeChange::~TreeChange()
+{
+    for (const QString &path : qAsConst(m_added)) {
+        QFile::remove(path);
+        RemoveWhatIsEmpty(FolderOf(path));
+    }
+    if (m_lock && m_lock->isLocked()) {
+        RemoveStaged();
+        m_lock->unlock();
+    }
+    RemoveWhatIsEmpty(m_folder);
+}
+
+Failure TreeChange::Begin()
+{
+    m_oldAncestor = m_tree.Folder();
+    while (!QFileInfo::exists(m_oldAncestor) && FolderOf(m_oldAncestor) != m_oldAncestor)
+        m_oldAncestor = FolderOf(m_oldAncestor);
+    if (Failure failure = MakeFolder(m_folder))
+        return failure;
+
+    m_lock = std::make_unique<QLockFile>(StagedPath(kLockFile));
+    m_lock->setStaleLockTime(0); // a large release takes its time
+    if (!m_lock->tryLock()) {
+        if (m_lock->error() != QLockFile::LockFailedError)
+            return CannotWrite(m_folder, QStringLiteral("no file can be made there"));
+        return Finding{QStringLiteral("busy"), QString(),
+                       QStringLiteral("%1: another process changes this tree; wait for its end")
+                           .arg(m_tree.Folder())};
+    }
+    RemoveStaged();
+    QFile index(m_tree.Current() + QLatin1Char('/') + kIndex);
+    if (index.open(QIODevice::ReadOnly))
+        m_index = index.readAll();
+    return m_tree.Read(m_list);
+}
+
+QString TreeChange::PackagePath() const
+{
+    return StagedPath(kStagedPackage);
+}
+
+void TreeChange::AddPackage(const QString &id)
+{
+    m_moves.append({PackagePath(), m_tree.PackageFile(id)});
+}
+
+Failure TreeChange::AddOffer(const Release &release, const Offer &offer)
+{
+    if (release.version == m_list.releases.last().version)
+        m_index = IndexPage(offer);
+    return Stage(m_tree.OfferFile(release), OfferReply(offer));
+}
+
+Failure TreeChange::Commit(const QString &line)
+{
+    m_list.activity.append(QDateTime::currentDateTimeUtc().toString(Qt::ISODate) +
+                           QLatin1Char(' ') + line);
+    if (!QFileInfo(m_tree.NoOfferFile()).isFile()) {
+        if (Failure failure = Stage(m_tree.NoOfferFile(), NoOfferReply()))
+            return failure;
+    }
+    if (Failure failure = WriteGeneration())
+        return failure;
+    if (!HostSystem::SyncFileSystem(m_folder))
+        return CannotWrite(m_folder, QStringLiteral("not everything reached the disk"));
+    if (Failure failure = MoveAll())
+        return failure;
+    const QString former = CurrentGeneration();
+    if (Failure failure = SwitchTo(m_tree.Generations() + QLatin1Char('/') + NextGeneration()))
+        return failure;
+    m_added.clear();
+    RemoveGenerationsBefore(former);
+    return {};
+}
+
+QString TreeChange::StagedPath(const QString &name) const
+{
+    return m_folder + QLatin1Char('/') + name;
+}
+
+void TreeChange::RemoveStaged() const
+{
+    QDir(StagedPath(kStagedGeneration)).removeRecursively();
+    for (const QString &file : QDir(m_folder).entryList(QDir::Files | QDir::System)) {
+        if (file != kLockFile)
+            QFile::remove(StagedPath(file));
+    }
+}
+
+Failure TreeChange::Stage(const QString &target, const QByteArray &content)
+{
+    const QString staged = StagedPath(QStringLiteral("file-%1").arg(m_moves.size()));
+    if (Failure failure = WriteFile(staged, content))
+        return failure;
+    m_moves.append({staged, target});
+    return {};
+}
+
+Failure TreeChange::MoveAll()
+{
+    for (const Move &move : qAsConst(m_moves)) {
+        if (Failure failure = MakeFolder(FolderOf(move.to)))
+            return failure;
+        if (!LetEverybodyRead(move.from, kFileMode))
+            return CannotWrite(move.from, QStringLiteral("its mode cannot be set"));
+        const bool isNew = !QFileInfo::exists(move.to);
+        if (!HostSystem::MoveIntoPlace(move.from, move.to))
+            return CannotWrite(move.to, QStringLiteral("the file cannot be replaced"));
+        if (isNew)
+            m_added.append(move.to);
+    }
+    return {};
+}
+
+Failure TreeChange::SwitchTo(const QString &generation)
+{
+    if (Failure failure = MakeFolder(m_tree.Generations()))
+        return failure;
+    for (const QString &name : {kIndex, kDigests}) {
+        const QString path = m_tree.Folder() + QLatin1Char('/') + name;
+        if (HostSystem::IsLink(path) || !HostSystem::HasLinks())
+            continue;
+        if (Failure failure = Link(kFromTreeToCurrent + name, path))
+            return failure;
+        m_added.append(path);
+    }
+    if (!HostSystem::MoveIntoPlace(StagedPath(kStagedGeneration), generation))
+        return CannotWrite(generation, QStringLiteral("the folder cannot be moved there"));
+    if (!HostSystem::PointTo(generation, m_tree.Current(), StagedPath(kStagedLink)))
+        return CannotWrite(m_tree.Current(), QStringLiteral("the link cannot be replaced"));
+    return {};
+}
+
+Failure TreeChange::WriteGeneration()
+{
+    const QString folder = StagedPath(kStagedGeneration);
+    if (Failure failure = MakeFolder(folder))
+        return failure;
+    const QVector<QPair<QString, QByteArray>> files{
+        {kList, ToJson(m_list)}, {kDigests, DigestLines(m_list)}, {kIndex, m_index}};
+    for (const auto &file : files) {
+        if (Failure failure = WriteFile(folder + QLatin1Char('/') + file.first, file.second))
+            return failure;
+    }
+    return HostSystem::HasLinks() ? WriteTables() : Failure();
+}
+
+Failure TreeChange::WriteTables()
+{
+    const QMap<QString, QString> links = DecisionLinks(m_list);
+    for (auto link = links.cbegin(); link != links.cend(); ++link) {
+        const QString path = StagedPath(kStagedGeneration) + QLatin1Char('/') + link.key();
+        if (Failure failure = link->isEmpty() ? MakeFolder(path) : Link(*link, path))
+            return failure;
+    }
+    return {};
+}
+
+QString TreeChange::NextGeneration() const
+{
+    int last = 0;
+    for (const QString &name : QDir(m_tree.Generations()).entryList(QDir::Dirs))
+        last = qMax(last, name.toInt());
+    return QString::number(last + 1);
+}
+
+QString TreeChange::CurrentGeneration() const
+{
+    return QFileInfo(QFileInfo(m_tree.Current()).canonicalFilePath()).fileName();
+}
+
+void TreeChange::RemoveGenerationsBefore(const QString &former) const
+{
+    const QString current = CurrentGeneration();
+    if (current.isEmpty())
+        return;
+    const QString folder = m_tree.Generations() + QLatin1Char('/');
+    for (const QString &name : QDir(folder).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        // Checks that began before the switch are still decided by the former one.
+        if (name != current && name != former)
+            QDir(folder + name).removeRecursively();
+    }
+}
+
+void TreeChange::RemoveWhatIsEmpty(QString folder) const
+{
+    if (m_oldAncestor.isEmpty())
+        return;
+    while (folder.startsWith(m_oldAncestor) && folder != m_oldAncestor && QDir().rmdir(folder))
+        folder = FolderOf(folder);
+}

@@ -1,0 +1,326 @@
+#!/usr/bin/python3
+"""Plans that advance by the logs, copies to nodes, and releases that move to another tree."""
+
+import datetime
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+from typing import List
+
+TOOL = ""
+TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+
+
+class Tree(unittest.TestCase):
+    """Each test has a client's folder, notes and a tree with 2.0.0 for everybody."""
+
+    def setUp(self) -> None:
+        self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
+        (self.room / "client").mkdir()
+        (self.room / "client" / "a.txt").write_text("a" * 100)
+        (self.room / "zh.txt").write_text("新\n", encoding="utf-8")
+        (self.room / "en.txt").write_text("new\n", encoding="utf-8")
+        self.site = self.room / "site"
+        self.publish("2.0.0", "--share", "100")
+
+    def run_tool(self, *arguments: object, environment=None) -> subprocess.CompletedProcess:
+        """Runs it to its end."""
+        return subprocess.run(
+            [TOOL, *map(str, arguments)], capture_output=True, text=True, check=False,
+            timeout=TIME_LIMIT, env=environment,
+        )
+
+    def succeed(self, *arguments: object) -> str:
+        """What it prints."""
+        done = self.run_tool(*arguments)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done.stdout
+
+    def refused(self, *arguments: object) -> str:
+        """The one line with which it refuses."""
+        done = self.run_tool(*arguments)
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        lines = [line for line in done.stderr.splitlines() if "; " in line]
+        self.assertEqual(len(lines), 1, done.stderr)
+        return lines[0]
+
+    def publish(self, version: str, *more: str, site: Path = None) -> None:
+        """Publishes the client."""
+        self.succeed(
+            "zip", "--client", self.room / "client", "--name", "Client", "--version", version,
+            "--update", "optional", "--notes-zh", self.room / "zh.txt",
+            "--notes-en", self.room / "en.txt", "--out", site or self.site, *more,
+        )
+
+    def release(self, version: str, site: Path = None) -> dict:
+        """What the tree tells about a release."""
+        listed = json.loads(self.succeed("list", site or self.site, "--json"))
+        return {release["version"]: release for release in listed["releases"]}[version]
+
+
+class Plans(Tree):
+    """publish rollout --plan and publish advance."""
+
+    def setUp(self) -> None:
+        super().setUp()
+        self.publish("2.1.0")
+        self.succeed("rollout", self.site, "--version", "2.1.0", "--plan", "1% 1d, 10% 2h, 100%")
+        self.log = self.room / "updates.log"
+        self.began = datetime.datetime.now(datetime.timezone.utc)
+
+    def let_time_pass(self, **time: int) -> None:
+        """As if the plan and its step had begun earlier."""
+        file = self.site / "check" / "now" / "releases.json"
+        listed = json.loads(file.read_text())
+        for release in listed["releases"]:
+            for key in ("planBegan", "stepBegan"):
+                if release[key]:
+                    began = datetime.datetime.fromisoformat(release[key].replace("Z", "+00:00"))
+                    began -= datetime.timedelta(**time)
+                    release[key] = began.strftime("%Y-%m-%dT%H:%M:%SZ")
+        file.write_text(json.dumps(listed))
+
+    def line(self, number: int, seconds: int, **fields: str) -> str:
+        """One line of the log, from a network of its own."""
+        entry = {
+            "time": (self.began + datetime.timedelta(seconds=seconds)).isoformat("T", "seconds"),
+            "address": f"10.{number // 250}.{number % 250}.1", "method": "POST", "path": "/check",
+            "status": "200", "bytes": 700, "seconds": 0.001, "completed": "OK", "version": "2.0.0",
+            "answer": "2.1.0", "package": "Client-2.1.0.zip", "tls": "TLSv1.3",
+        }
+        return json.dumps({**entry, **fields}, separators=(",", ":")) + "\n"
+
+    def write_log(self, good: int, interrupted: int = 0, unchanged: int = 0) -> None:
+        """So many networks update, break off, or come back with the old version."""
+        checks, downloads, returns = [], [], []
+        for number in range(good + interrupted + unchanged):
+            checks.append(self.line(number, 1))
+            downloads.append(self.line(
+                number, 2, method="GET", path="/packages/Client-2.1.0.zip", version="", answer="",
+                package="", completed="" if number < interrupted else "OK",
+            ))
+            if number >= interrupted:
+                version = "2.0.0" if number < interrupted + unchanged else "2.1.0"
+                answer = {} if version == "2.0.0" else {"answer": "none", "package": ""}
+                returns.append(self.line(number, 3, version=version, **answer))
+        self.log.write_text("".join(checks + downloads + returns))
+
+    def advance(self, *more: object) -> str:
+        """What the command prints."""
+        return self.succeed("advance", self.site, "--log", self.log, *more)
+
+    def test_the_first_step_comes_into_force_at_once(self) -> None:
+        self.assertEqual(self.release("2.1.0")["share"], 1)
+
+    def test_a_step_lasts_as_long_as_planned(self) -> None:
+        self.write_log(good=30)
+        self.assertIn("2.1.0 stays at 1 % until ", self.advance())
+        self.let_time_pass(hours=23)
+        self.assertIn("stays at 1 %", self.advance())
+        self.let_time_pass(hours=1)
+        self.assertIn("advanced 2.1.0 to 10 %", self.advance())
+        self.assertIn("stays at 10 %", self.advance())
+        self.let_time_pass(hours=2)
+        self.assertIn("advanced 2.1.0 to 100 %", self.advance())
+        self.assertIn("has reached the end of its plan", self.advance())
+        self.assertEqual(self.release("2.1.0")["share"], 100)
+
+    def test_a_plan_begins_where_the_release_is(self) -> None:
+        self.succeed("rollout", self.site, "--version", "2.1.0", "--share", "5")
+        self.succeed("rollout", self.site, "--version", "2.1.0", "--plan", "1% 1d, 10% 2h, 100%")
+        self.assertEqual(self.release("2.1.0")["share"], 5)
+        self.write_log(good=30)
+        self.let_time_pass(days=1)
+        self.assertIn("advanced 2.1.0 to 10 %", self.advance())
+
+    def test_a_dry_run_changes_nothing(self) -> None:
+        self.write_log(good=30)
+        self.let_time_pass(days=1)
+        self.assertIn("advanced 2.1.0 to 10 %", self.advance("--dry-run"))
+        self.assertEqual(self.release("2.1.0")["share"], 1)
+
+    def test_interrupted_downloads_stop_the_release(self) -> None:
+        self.write_log(good=30, interrupted=1)
+        self.let_time_pass(days=1)
+        refused = self.refused("advance", self.site, "--log", self.log)
+        self.assertIn("2.1.0 is stopped: 3.2 % of 31 downloads were interrupted", refused)
+        release = self.release("2.1.0")
+        self.assertEqual((release["state"], release["share"]), ("stopped", 1))
+        self.assertIn("2.1.0 is stopped; ", self.refused("advance", self.site, "--log", self.log))
+
+    def test_a_higher_limit_lets_it_go_on(self) -> None:
+        self.write_log(good=30, interrupted=1)
+        self.let_time_pass(days=1)
+        self.assertIn("to 10 %", self.advance("--stop-above", "interrupted=4"))
+
+    def test_clients_that_stay_old_stop_the_release(self) -> None:
+        self.write_log(good=30, unchanged=2)
+        refused = self.refused("advance", self.site, "--log", self.log)
+        self.assertIn("6.3 % of the 32 networks that downloaded the package came back", refused)
+
+    def test_without_figures_nothing_changes(self) -> None:
+        self.let_time_pass(days=2)
+        for content in ("", "not a log\n", self.line(1, 1, answer="none", package="")):
+            self.log.write_text(content)
+            refused = self.refused("advance", self.site, "--log", self.log)
+            self.assertIn("no check that was offered 2.1.0", refused)
+        self.assertIn("nowhere.log", self.refused("advance", self.site, "--log", "nowhere.log"))
+        self.assertEqual(self.release("2.1.0")["share"], 1)
+
+    def test_figures_from_before_the_plan_do_not_count(self) -> None:
+        self.began -= datetime.timedelta(days=3)
+        self.write_log(good=0, interrupted=30)
+        former = self.log.read_text()
+        self.began += datetime.timedelta(days=3)
+        self.write_log(good=30)
+        self.log.write_text(former + self.log.read_text())
+        self.assertIn("stays at 1 %", self.advance())
+
+    def test_a_share_set_by_hand_ends_the_plan(self) -> None:
+        self.succeed("rollout", self.site, "--version", "2.1.0", "--share", "5")
+        self.write_log(good=30)
+        self.let_time_pass(days=9)
+        self.assertIn("has no plan", self.advance())
+
+
+class Push(Tree):
+    """publish push."""
+
+    def setUp(self) -> None:
+        super().setUp()
+        self.nodes = [self.room / "node1" / "updates", self.room / "node2" / "updates"]
+        self.push = ["push", self.site, *self.nodes]
+
+    def test_nodes_have_the_tree_afterwards(self) -> None:
+        self.succeed(*self.push)
+        self.publish("2.1.0", "--share", "1")
+        self.succeed("stop", self.site)
+        self.succeed(*self.push)
+        for node in self.nodes:
+            self.assertIn("keeps every rule", self.succeed("verify", node))
+            self.assertEqual(self.release("2.1.0", node)["share"], 1)
+            self.assertTrue((node / "check" / "stop").exists())
+            self.assertEqual(
+                os.listdir(node / "check" / "generations"),
+                os.listdir(self.site / "check" / "generations"),
+            )
+        self.succeed("resume", self.site)
+        self.succeed(*self.push)
+        self.assertFalse((self.nodes[1] / "check" / "stop").exists())
+
+    def test_other_bytes_of_a_package_are_refused_before_anything_is_written(self) -> None:
+        self.succeed(*self.push)
+        package = self.nodes[1] / "packages" / "Client-2.0.0.zip"
+        package.write_bytes(package.read_bytes()[:-1] + b"x")
+        self.publish("2.1.0")
+        refused = self.refused(*self.push)
+        self.assertIn("node2/updates has Client-2.0.0.zip with other bytes", refused)
+        self.assertFalse((self.nodes[0] / "packages" / "Client-2.1.0.zip").exists())
+
+    def test_packages_reach_all_nodes_before_the_decisions_reach_one(self) -> None:
+        order = self.succeed(*self.push, "--dry-run")
+        packages = order.index(f"{self.nodes[1]}/packages/")
+        self.assertLess(packages, order.index("--include=/now"))
+        self.assertFalse(self.nodes[0].exists())
+
+    def test_a_node_that_cannot_be_reached_is_named(self) -> None:
+        (self.room / "file").touch()
+        refused = self.refused("push", self.site, self.room / "file" / "updates")
+        self.assertIn("file/updates: rsync ended with ", refused)
+
+
+class Promote(Tree):
+    """publish promote."""
+
+    def test_the_identical_package_is_published_there(self) -> None:
+        beta, client = self.site, self.room / "client-tree"
+        self.publish("1.9.0", "--share", "100", site=client)
+        self.succeed("promote", beta, client, "--version", "2.0.0")
+        package = Path("packages") / "Client-2.0.0.zip"
+        self.assertEqual((client / package).read_bytes(), (beta / package).read_bytes())
+        self.assertEqual(self.release("2.0.0", client)["share"], 0)
+        self.assertEqual(self.release("1.9.0", client)["share"], 100)
+        self.succeed("verify", client)
+
+    def test_a_damaged_package_is_refused(self) -> None:
+        package = self.site / "packages" / "Client-2.0.0.zip"
+        package.write_bytes(package.read_bytes()[:-1] + b"x")
+        other = self.room / "other"
+        refused = self.refused("promote", self.site, other, "--version", "2.0.0")
+        self.assertIn("is damaged; publish it again", refused)
+        self.assertFalse(other.exists())
+
+    def test_an_unknown_version_is_refused(self) -> None:
+        refused = self.refused("promote", self.site, self.room / "other", "--version", "9")
+        self.assertIn("has no release 9; ", refused)
+
+
+class Networks(Tree):
+    """publish rollout --network."""
+
+    def test_networks_add_up_until_they_are_forgotten(self) -> None:
+        rollout = ["rollout", self.site, "--version", "2.0.0", "--network"]
+        self.succeed(*rollout, "192.0.2.0/24")
+        self.succeed(*rollout, "198.51.100.7")
+        self.assertEqual(self.release("2.0.0")["networks"], ["192.0.2.0/24", "198.51.100.7"])
+        self.succeed(*rollout, "none", "--network", "203.0.113.0/24")
+        self.assertEqual(self.release("2.0.0")["networks"], ["203.0.113.0/24"])
+
+
+class Bandwidth(Tree):
+    """publish rollout --link-gbit."""
+
+    def test_a_line_that_is_too_small_is_warned_of(self) -> None:
+        package = self.room / "Setup-2.1.0.exe"
+        with package.open("wb") as file:
+            file.write(b"MZ")
+            file.truncate(60_000_000)
+        self.succeed(
+            "installer", "--file", package, "--version", "2.1.0", "--update", "optional",
+            "--notes-zh", self.room / "zh.txt", "--notes-en", self.room / "en.txt",
+            "--out", self.site,
+        )
+        rollout = ["rollout", self.site, "--version", "2.1.0", "--clients", "1000000"]
+        done = self.run_tool(*rollout, "--share", "100", "--link-gbit", "100")
+        self.assertEqual(done.returncode, 0)
+        self.assertIn("may need 111.1 Gbit/s, and the line has 100; ", done.stderr)
+        done = self.run_tool(*rollout, "--share", "5", "--link-gbit", "10")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+
+class Others(Tree):
+    """The commands whose work is tested elsewhere, as they are called."""
+
+    def test_list_tells_every_release(self) -> None:
+        self.publish("2.1.0")
+        told = self.succeed("list", self.site).splitlines()
+        self.assertRegex(told[0], r"^2\.1\.0 +zip .* 0 % published$")
+        self.assertRegex(told[1], r"^2\.0\.0 +zip .* 100 % rolled out$")
+        self.succeed("stop", self.site)
+        self.assertIn("All offers are stopped.", self.succeed("list", self.site))
+
+    def test_report_reads_logs_and_writes_a_page(self) -> None:
+        log = self.room / "updates.log"
+        log.write_text(
+            '{"time":"2026-11-21T05:31:49+00:00","address":"192.0.2.7","method":"POST",'
+            '"path":"/check","status":"200","bytes":715,"seconds":0.001,"completed":"OK",'
+            '"version":"2.0.1","answer":"2.1.3","package":"Client-2.1.3.zip","tls":"TLSv1.3"}\n'
+        )
+        told = json.loads(self.succeed("report", log, "--json", "--html", self.room / "page.html"))
+        self.assertTrue(told["ok"])
+        self.assertIn("2.1.3", (self.room / "page.html").read_text(encoding="utf-8"))
+
+    def test_check_config_refuses_what_updates_could_not_work_with(self) -> None:
+        file = self.room / "updateconfig.json"
+        file.write_text("{}")
+        self.assertEqual(self.run_tool("check-config", file).returncode, 1)
+        self.assertEqual(self.run_tool("check-config").returncode, 2)
+
+
+if __name__ == "__main__":
+    TOOL = sys.argv.pop(1)
+    unittest.main()
