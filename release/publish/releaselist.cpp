@@ -79,7 +79,8 @@ QJsonObject ToJson(const Release &release)
 QStringList Texts(const QJsonValue &value)
 {
     QStringList texts;
-    for (const QJsonValue &text : value.toArray())
+    const QJsonArray array = value.toArray();
+    for (const QJsonValue text : array)
         texts.append(text.toString());
     return texts;
 }
@@ -169,7 +170,8 @@ Failure ReadReleaseList(const QByteArray &json, ReleaseList &list)
         return wrong(QStringLiteral("\"%1\" is not %2").arg(Key::Format).arg(kFormat));
 
     ReleaseList read;
-    for (const QJsonValue &value : object.value(Key::Releases).toArray()) {
+    const QJsonArray releases = object.value(Key::Releases).toArray();
+    for (const QJsonValue value : releases) {
         const Release release = ReadRelease(value.toObject());
         const QString objection = Objection(release, value.toObject().value(Key::Kind).toString());
         if (!objection.isEmpty())
