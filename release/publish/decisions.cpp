@@ -222,9 +222,7 @@ QMap<QString, QString> DecisionLinks(const ReleaseList &list)
             if (release < 0)
                 return;
             const Release &offered = list.releases.at(release);
-            links.insert(inside.arg(table, name),
-                         QStringLiteral("%1%2/%3.json")
-                             .arg(kFromTableToAnswers, offered.version, offered.id));
+            links.insert(inside.arg(table, name), kFromTableToAnswers + offered.AnswerName());
         };
         links.insert(table, QString());
         add(kRest, decisions.tables.at(index).rest);

@@ -279,6 +279,7 @@ private:
         change.AddPackage(m_offer.id);
         if (Failure failure = change.AddOffer(release, m_offer))
             return failure;
+        m_release = release;
         QString line = QStringLiteral("published %1").arg(m_offer.version);
         if (m_request.share > 0)
             line += QStringLiteral(", share %1").arg(ShareText(m_request.share));
@@ -355,7 +356,6 @@ private:
             m_request.command == Request::Promote ? m_promoted.configFile : m_request.configFile;
         if (m_request.share > 0)
             release.share = m_request.share;
-        m_release = release;
         return release;
     }
 

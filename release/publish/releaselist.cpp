@@ -28,6 +28,7 @@ const QLatin1String Size("size");
 const QLatin1String Sha256("sha256");
 const QLatin1String Published("published");
 const QLatin1String ConfigFile("configFile");
+const QLatin1String Revision("revision");
 const QLatin1String Share("share");
 const QLatin1String From("from");
 const QLatin1String Networks("networks");
@@ -65,6 +66,7 @@ QJsonObject ToJson(const Release &release)
             {Key::Sha256, release.sha256},
             {Key::Published, TimeText(release.published)},
             {Key::ConfigFile, release.configFile},
+            {Key::Revision, release.revision},
             {Key::Share, release.share},
             {Key::From, QJsonArray::fromStringList(release.from)},
             {Key::Networks, QJsonArray::fromStringList(release.networks)},
@@ -85,6 +87,12 @@ QStringList Texts(const QJsonValue &value)
     return texts;
 }
 
+bool IsRevision(const QString &text)
+{
+    static const QRegularExpression digits(QStringLiteral("\\A(?:[0-9a-f]{8})?\\z"));
+    return digits.match(text).hasMatch();
+}
+
 /// What is wrong with @p release, which stands in a file; empty when nothing is.
 QString Objection(const Release &release, const QString &kind)
 {
@@ -92,6 +100,8 @@ QString Objection(const Release &release, const QString &kind)
         return Key::Version;
     if (release.id.isEmpty() || release.id.contains(QLatin1Char('/')))
         return Key::Id;
+    if (!IsRevision(release.revision))
+        return Key::Revision;
     if (kind != kZip && kind != kInstaller)
         return Key::Kind;
     if (release.share < 0 || release.share > AllParts)
@@ -113,6 +123,7 @@ Release ReadRelease(const QJsonObject &object)
     release.sha256 = object.value(Key::Sha256).toString();
     release.published = ReadTime(object.value(Key::Published));
     release.configFile = object.value(Key::ConfigFile).toString();
+    release.revision = object.value(Key::Revision).toString();
     release.share = object.value(Key::Share).toInt(-1);
     release.from = Texts(object.value(Key::From));
     release.networks = Texts(object.value(Key::Networks));
@@ -126,6 +137,12 @@ Release ReadRelease(const QJsonObject &object)
 }
 
 } // namespace
+
+QString Release::AnswerName() const
+{
+    const QString folder = revision.isEmpty() ? version : version + QLatin1Char('/') + revision;
+    return QStringLiteral("%1/%2.json").arg(folder, id);
+}
 
 int ReleaseList::IndexOf(const QString &version) const
 {

@@ -22,6 +22,7 @@ struct Release {
     QString sha256;  ///< of the package, lower-case hexadecimal digits
     QDateTime published;
     QString configFile; ///< the client's version file in a zip package; empty: not named
+    QString revision;   ///< of the answer that announces it, see AnswerName(); empty: the first
 
     int share = 0;        ///< in parts of AllParts; 0: not rolled out
     QStringList from;     ///< patterns of installed versions; empty: whatever is installed
@@ -32,6 +33,10 @@ struct Release {
     bool isStopped = false;
     bool isWithdrawn = false;    ///< rolled back; for good
     bool offersPrevious = false; ///< when withdrawn: those that have it are offered the one before
+
+    /// The answer that announces it, below the folder of all answers. An answer never changes while
+    /// a list names it; when the release is published with another one, that has another name.
+    QString AnswerName() const;
 
     bool IsOffered() const { return share > 0 && !isStopped && !isWithdrawn; }
 

@@ -40,7 +40,7 @@ QString ReleaseTree::ListFile() const
 
 QString ReleaseTree::OfferFile(const Release &release) const
 {
-    return QStringLiteral("%1/check/answers/%2/%3.json").arg(m_folder, release.version, release.id);
+    return m_folder + QStringLiteral("/check/answers/") + release.AnswerName();
 }
 
 QString ReleaseTree::NoOfferFile() const

@@ -4,6 +4,7 @@
 #include "release/publish/hostsystem.h"
 #include "release/publish/indexpage.h"
 
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -73,6 +74,14 @@ Failure WriteFile(const QString &path, const QByteArray &content)
     return {};
 }
 
+/// A short name for @p content, which other content does not get.
+QString DigestName(const QByteArray &content)
+{
+    constexpr int digits = 8;
+    const QByteArray digest = QCryptographicHash::hash(content, QCryptographicHash::Sha256);
+    return QString::fromLatin1(digest.toHex().left(digits));
+}
+
 Failure Link(const QString &target, const QString &path)
 {
     if (!HostSystem::MakeLink(target, path))
@@ -121,7 +130,9 @@ Failure TreeChange::Begin()
     QFile index(m_tree.Current() + QLatin1Char('/') + kIndex);
     if (index.open(QIODevice::ReadOnly))
         m_index = index.readAll();
-    return m_tree.Read(m_list);
+    const Failure failure = m_tree.Read(m_list);
+    m_formerList = m_list;
+    return failure;
 }
 
 QString TreeChange::PackagePath() const
@@ -134,11 +145,18 @@ void TreeChange::AddPackage(const QString &id)
     m_moves.append({PackagePath(), m_tree.PackageFile(id)});
 }
 
-Failure TreeChange::AddOffer(const Release &release, const Offer &offer)
+Failure TreeChange::AddOffer(Release &release, const Offer &offer)
 {
+    const QByteArray reply = OfferReply(offer);
+    // Replacing the answer in place would bring it into force before the list.
+    if (m_formerList.IndexOf(release.version) >= 0) {
+        QFile former(m_tree.OfferFile(release));
+        if (former.open(QIODevice::ReadOnly) && former.readAll() != reply)
+            release.revision = DigestName(reply);
+    }
     if (release.version == m_list.releases.last().version)
         m_index = IndexPage(offer);
-    return Stage(m_tree.OfferFile(release), OfferReply(offer));
+    return Stage(m_tree.OfferFile(release), reply);
 }
 
 Failure TreeChange::Commit(const QString &line)

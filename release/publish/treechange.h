@@ -43,8 +43,9 @@ public:
     void AddPackage(const QString &id);
 
     /// Adds the answer that announces @p release, which is in the list, and the page about it when
-    /// it is the newest. No client gets the answer yet: that is up to the list.
-    Failure AddOffer(const Release &release, const Offer &offer);
+    /// it is the newest. No client gets the answer yet: that is up to the list. The release gets
+    /// another revision when it is announced with another answer already.
+    Failure AddOffer(Release &release, const Offer &offer);
 
     /// Adds @p line to the list's activity, with the time, and brings everything into force.
     Failure Commit(const QString &line);
@@ -70,9 +71,10 @@ private:
 
     ReleaseTree m_tree;
     ReleaseList m_list;
-    QByteArray m_index;    ///< the page about the newest release
-    QString m_folder;      ///< where everything is staged
-    QString m_oldAncestor; ///< the nearest folder above the staged files that was there before
+    ReleaseList m_formerList; ///< what is in force until Commit()
+    QByteArray m_index;       ///< the page about the newest release
+    QString m_folder;         ///< where everything is staged
+    QString m_oldAncestor;    ///< the nearest folder above the staged files that was there before
     QVector<Move> m_moves;
     QStringList m_added; ///< files that were not in the tree before; removed unless all succeeds
     std::unique_ptr<QLockFile> m_lock;
