@@ -52,6 +52,9 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
             return QStringLiteral("--%1 is given twice").arg(name);
         if (option.need == Required && (values.isEmpty() || values.first().isEmpty()))
             return OptionText(option) + QStringLiteral(" is missing");
+        // As from a script's variable that is not set: it would mean "not given", or this folder.
+        if (values.contains(QString()))
+            return OptionText(option) + QStringLiteral(" is empty");
     }
     const int operands = parser.positionalArguments().size();
     if (operands < command.leastOperands) {
@@ -60,6 +63,24 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
     }
     if (operands > command.mostOperands)
         return QStringLiteral("\"%1\" is one too many").arg(parser.positionalArguments().last());
+    if (parser.positionalArguments().contains(QString()))
+        return Text(command.operand) + QStringLiteral(" must not be empty");
+    return QString();
+}
+
+/// What is wrong with a node of "push": HOST:DIR, or a folder with a slash in its name.
+QString WhatIsWrongWithNode(const QString &node)
+{
+    const QString host = node.section(QLatin1Char(':'), 0, 0);
+    if (host.contains(QLatin1Char('/')))
+        return QString();
+    if (host == node) {
+        return QStringLiteral("\"%1\" names no folder; write %1:DIR for a host, or ./%1 for a "
+                              "folder of this machine")
+            .arg(node);
+    }
+    if (host.isEmpty() || node.endsWith(QLatin1Char(':')))
+        return QStringLiteral("\"%1\" is not HOST:DIR").arg(node);
     return QString();
 }
 
@@ -82,9 +103,10 @@ public:
         ReadPackage(request);
         ReadLogs(request);
         using Step = QString (RequestReader::*)(Request &) const;
-        for (const Step step : {&RequestReader::ReadExclusion, &RequestReader::ReadUpdate,
-                                &RequestReader::ReadShareAndPlan, &RequestReader::ReadRestrictions,
-                                &RequestReader::ReadBandwidth, &RequestReader::ReadLimits}) {
+        for (const Step step :
+             {&RequestReader::ReadNodes, &RequestReader::ReadExclusion, &RequestReader::ReadUpdate,
+              &RequestReader::ReadShareAndPlan, &RequestReader::ReadRestrictions,
+              &RequestReader::ReadBandwidth, &RequestReader::ReadLimits}) {
             const QString wrong = (this->*step)(request);
             if (!wrong.isEmpty())
                 return wrong;
@@ -126,12 +148,22 @@ private:
         case Request::Promote:
             request.out = operands.at(1);
             break;
-        case Request::Push:
-            request.nodes = operands.mid(1);
-            break;
         default:
             break;
         }
+    }
+
+    QString ReadNodes(Request &request) const
+    {
+        if (request.command != Request::Push)
+            return QString();
+        request.nodes = m_parser.positionalArguments().mid(1);
+        for (const QString &node : qAsConst(request.nodes)) {
+            const QString wrong = WhatIsWrongWithNode(node);
+            if (!wrong.isEmpty())
+                return wrong;
+        }
+        return QString();
     }
 
     void ReadPackage(Request &request) const

@@ -195,11 +195,35 @@ void TestCommandLine::wrongOnes_data()
                                  << "--version is given twice; see publish zip --help";
     QTest::newRow("one too many") << Words(wholeZip) + Words("more")
                                   << "\"more\" is one too many; see publish zip --help";
-    for (const char *pattern : {"", "/a", "[a"}) {
+    for (const char *option :
+         {"config-file", "known", "updater-folder", "url-prefix", "share", "exclude"}) {
+        const QString name = QStringLiteral("--") + QLatin1String(option);
+        QTest::newRow(qPrintable(name + QStringLiteral(" without a value")))
+            << Words(wholeZip) + QStringList{name, QString()} << name;
+    }
+    QTest::newRow("stop of no version")
+        << Words("stop site --version") + QStringList{QString()} << "--version VERSION is empty";
+    for (const char *pattern : {"/a", "[a"}) {
         QTest::newRow(qPrintable(QStringLiteral("pattern \"%1\"").arg(QLatin1String(pattern))))
             << Words(wholeZip) + QStringList{QStringLiteral("--exclude"), QLatin1String(pattern)}
             << QStringLiteral("\"%1\" is no pattern of names").arg(QLatin1String(pattern));
     }
+    QTest::newRow("resume of no version")
+        << Words("resume site --version") + QStringList{QString()} << "--version VERSION is empty";
+    QTest::newRow("no network") << Words("rollout site --version 2 --network") +
+                                       QStringList{QString()}
+                                << "--network CIDR is empty";
+    QTest::newRow("stop of no tree")
+        << QStringList{QStringLiteral("stop"), QString()} << "DIR must not be empty";
+    QTest::newRow("push to no node")
+        << Words("push site") + QStringList{QString()} << "DIR NODE... must not be empty";
+    QTest::newRow("host without a folder")
+        << Words("push site updates@node1:") << "\"updates@node1:\" is not HOST:DIR";
+    QTest::newRow("folder without a host")
+        << Words("push site node1:/a :/b") << "\":/b\" is not HOST:DIR";
+    QTest::newRow("neither a host nor a folder")
+        << Words("push site node1")
+        << "\"node1\" names no folder; write node1:DIR for a host, or ./node1 for a folder";
     QTest::newRow("folder missing")
         << Words("verify") << "DIR is missing; see publish verify --help";
     QTest::newRow("nothing is published")
