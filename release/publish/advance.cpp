@@ -64,7 +64,8 @@ public:
             return m_outcome;
         }
         TreeChange change(m_tree);
-        if (const Failure failure = change.Begin()) {
+        if (const Failure failure =
+                m_request.dryRun ? m_tree.Read(change.List()) : change.Begin()) {
             m_outcome.refusals.append(*failure);
             return m_outcome;
         }

@@ -66,7 +66,7 @@ public:
         }
         // Nobody changes the tree meanwhile.
         TreeChange lock(m_tree);
-        if (const Failure failure = lock.Begin()) {
+        if (const Failure failure = m_request.dryRun ? m_tree.Read(lock.List()) : lock.Begin()) {
             m_outcome.refusals.append(*failure);
             return m_outcome;
         }
@@ -88,6 +88,8 @@ public:
                                                                   : QStringLiteral("nodes"));
         m_outcome.facts = {{QStringLiteral("nodes"), QJsonArray::fromStringList(m_request.nodes)},
                            {QStringLiteral("dryRun"), m_request.dryRun}};
+        if (m_request.dryRun)
+            m_outcome.facts.insert(QStringLiteral("commands"), m_commands);
         return m_outcome;
     }
 
@@ -129,6 +131,7 @@ private:
         const QStringList arguments =
             kCopy + step.options + QStringList{from, TargetOf(node, step.folder)};
         if (m_request.dryRun) {
+            m_commands.append(QJsonArray::fromStringList(QStringList{kRsync} + arguments));
             m_outcome.summary +=
                 kRsync + QLatin1Char(' ') + arguments.join(QLatin1Char(' ')) + QLatin1Char('\n');
             return true;
@@ -163,6 +166,7 @@ private:
 
     const Request &m_request;
     ReleaseTree m_tree;
+    QJsonArray m_commands; ///< what a dry run would start, each with its arguments
     Outcome m_outcome;
 };
 

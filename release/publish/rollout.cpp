@@ -107,7 +107,7 @@ Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList
                     QStringLiteral("%1 is no tree of releases; publish one").arg(tree.Folder())));
     }
     TreeChange change(tree);
-    if (const Failure failure = change.Begin())
+    if (const Failure failure = request.dryRun ? tree.Read(change.List()) : change.Begin())
         return refused(*failure);
     const int index = change.List().IndexOf(request.version);
     if (index < 0) {
