@@ -15,6 +15,13 @@ QString Hexadecimal(const QCryptographicHash &hash)
 
 } // namespace
 
+QString ShortDigest(const QByteArray &content)
+{
+    constexpr int digits = 8;
+    const QByteArray digest = QCryptographicHash::hash(content, QCryptographicHash::Sha256);
+    return QString::fromLatin1(digest.toHex().left(digits));
+}
+
 Failure DigestFile(const QString &path, Progress &progress, FileDigests &digests)
 {
     QFile file(path);

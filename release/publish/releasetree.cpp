@@ -1,14 +1,25 @@
 #include "release/publish/releasetree.h"
 
+#include "release/publish/filedigests.h"
 #include "release/publish/hostsystem.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+
 const QString ReleaseTree::PackagesPath = QStringLiteral("/packages/");
 
-const QString ReleaseTree::FirstGeneration = QStringLiteral("1");
+QString ReleaseTree::GenerationName(int number, const QByteArray &json)
+{
+    return QStringLiteral("%1-%2").arg(number).arg(ShortDigest(json));
+}
+
+int ReleaseTree::GenerationNumber(const QString &name)
+{
+    return name.section(QLatin1Char('-'), 0, 0).toInt();
+}
 
 QString ReleaseTree::PackageAddress(QString prefix, const QString &id)
 {
@@ -80,7 +91,8 @@ Failure ReleaseTree::Read(ReleaseList &list) const
     // The first generation of all may have been interrupted before it came into force.
     const QStringList generations =
         QDir(Generations()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    const bool isNew = generations.isEmpty() || generations == QStringList(FirstGeneration);
+    const bool isNew = std::all_of(generations.cbegin(), generations.cend(),
+                                   [](const QString &name) { return GenerationNumber(name) == 1; });
     if (isNew && !HostSystem::IsLink(Current()) && !QFileInfo::exists(Current()))
         return {};
     if (!file.open(QIODevice::ReadOnly)) {

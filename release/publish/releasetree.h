@@ -14,8 +14,14 @@ public:
     /// Where the packages lie, in the tree and in their addresses.
     static const QString PackagesPath; // "/packages/"
 
-    /// The folder of the first generation; the others count up.
-    static const QString FirstGeneration;
+    /**
+     * The name of a generation: its number and a digest of its list. Trees that were restored from
+     * the same copy reach the same numbers, and a server must not take the one for the other.
+     */
+    static QString GenerationName(int number, const QByteArray &json);
+
+    /// The number in a generation's name; 0 when there is none.
+    static int GenerationNumber(const QString &name);
 
     /// The address of the package @p id. @p prefix precedes PackagesPath, or ends with it already.
     static QString PackageAddress(QString prefix, const QString &id);

@@ -1,10 +1,10 @@
 #include "release/publish/treechange.h"
 
 #include "release/publish/decisions.h"
+#include "release/publish/filedigests.h"
 #include "release/publish/hostsystem.h"
 #include "release/publish/indexpage.h"
 
-#include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -72,14 +72,6 @@ Failure WriteFile(const QString &path, const QByteArray &content)
     if (!LetEverybodyRead(path, kFileMode))
         return CannotWrite(path, QStringLiteral("its mode cannot be set"));
     return {};
-}
-
-/// A short name for @p content, which other content does not get.
-QString DigestName(const QByteArray &content)
-{
-    constexpr int digits = 8;
-    const QByteArray digest = QCryptographicHash::hash(content, QCryptographicHash::Sha256);
-    return QString::fromLatin1(digest.toHex().left(digits));
 }
 
 Failure Link(const QString &target, const QString &path)
@@ -152,7 +144,7 @@ Failure TreeChange::AddOffer(Release &release, const Offer &offer)
     if (m_formerList.IndexOf(release.version) >= 0) {
         QFile former(m_tree.OfferFile(release));
         if (former.open(QIODevice::ReadOnly) && former.readAll() != reply)
-            release.revision = DigestName(reply);
+            release.revision = ShortDigest(reply);
     }
     if (release.version == m_list.releases.last().version)
         m_index = IndexPage(offer);
@@ -232,6 +224,8 @@ Failure TreeChange::SwitchTo(const QString &generation)
             return failure;
         m_added.append(path);
     }
+    // What stands there was interrupted before it came into force.
+    QDir(generation).removeRecursively();
     if (!HostSystem::MoveIntoPlace(StagedPath(kStagedGeneration), generation))
         return CannotWrite(generation, QStringLiteral("the folder cannot be moved there"));
     if (!HostSystem::PointTo(generation, m_tree.Current(), StagedPath(kStagedLink)))
@@ -267,9 +261,12 @@ Failure TreeChange::WriteTables()
 QString TreeChange::NextGeneration() const
 {
     int last = 0;
-    for (const QString &name : QDir(m_tree.Generations()).entryList(QDir::Dirs))
-        last = qMax(last, name.toInt());
-    return QString::number(last + 1);
+    // Before the first one came into force, every attempt is the first.
+    if (QFileInfo::exists(m_tree.Current())) {
+        for (const QString &name : QDir(m_tree.Generations()).entryList(QDir::Dirs))
+            last = qMax(last, ReleaseTree::GenerationNumber(name));
+    }
+    return ReleaseTree::GenerationName(last + 1, ToJson(m_list));
 }
 
 QString TreeChange::CurrentGeneration() const
