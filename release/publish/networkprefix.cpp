@@ -12,6 +12,10 @@ namespace
 const QVector<int> kIpv4Lengths{8, 16, 24, 32};
 const QVector<int> kIpv6Lengths{16, 32, 48, 64, 128};
 
+// Anything wider is a large part of the world, which is what shares are made for.
+constexpr int kShortestIpv4 = 8;
+constexpr int kShortestIpv6 = 16;
+
 constexpr int kIpv4Bits = 32;
 constexpr int kIpv6Bits = 128;
 constexpr int kBitsPerOctet = 8;
@@ -76,6 +80,12 @@ Failure NetworkPrefix::Read(const QString &text, NetworkPrefix &prefix)
                                     "the network, or the address alone")
                          .arg(text, first.toString())
                          .arg(length));
+    }
+    const int shortest = isIpv6 ? kShortestIpv6 : kShortestIpv4;
+    if (length < shortest) {
+        return Wrong(QStringLiteral("\"%1\" is wider than /%2; roll out to a share instead")
+                         .arg(text)
+                         .arg(shortest));
     }
     prefix.m_address = Octets(first);
     prefix.m_length = length;

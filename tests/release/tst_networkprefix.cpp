@@ -44,7 +44,7 @@ void TestNetworkPrefix::isLookedUpByTheseNames_data()
     row("192.0.2.128/25", 128, "192.0.2.128_32", "192.0.2.255_32");
     row("172.16.0.0/12", 16, "172.16_16", "172.31_16");
     row("10.0.0.0/8", 1, "10_8", "10_8");
-    row("0.0.0.0/0", 256, "0_8", "255_8");
+    row("10.0.0.0/8", 1, "10_8", "10_8");
     row("2001:db8::/32", 1, "2001:db8_32", "2001:db8_32");
     row("2001:DB8::/29", 8, "2001:db8_32", "2001:dbf_32");
     row("2001:db8:0:ff00::/56", 256, "2001:db8:0:ff00_64", "2001:db8:0:ffff_64");
@@ -77,10 +77,9 @@ void TestNetworkPrefix::holdsWhatLiesInIt_data()
     row("10.0.0.0/8", "11.0.0.0/16", false);
     row("192.0.2.0/23", "192.0.3.255", true);
     row("192.0.2.0/23", "192.0.4.0", false);
-    row("0.0.0.0/0", "255.0.0.1", true);
     row("2001:db8::/29", "2001:dbf:ffff::/48", true);
     row("2001:db8::/29", "2001:dc0::/48", false);
-    row("0.0.0.0/0", "2001:db8::/32", false);
+    row("10.0.0.0/8", "a00::/32", false);
 }
 
 void TestNetworkPrefix::holdsWhatLiesInIt()
@@ -106,6 +105,11 @@ void TestNetworkPrefix::wrongOnesAreRefused_data()
     QTest::newRow("2001:db8::1/64") << "\"2001:db8::1/64\" names an address inside of a network; ";
     QTest::newRow("2001:db8::/33") << "\"2001:db8::/33\" is too wide; write it as several networks "
                                       "with a length of at least 36";
+    QTest::newRow("0.0.0.0/0") << "\"0.0.0.0/0\" is wider than /8; ";
+    QTest::newRow("64.0.0.0/7") << "\"64.0.0.0/7\" is not a network; ";
+    QTest::newRow("128.0.0.0/7") << "\"128.0.0.0/7\" is wider than /8; ";
+    QTest::newRow("::/0") << "\"::/0\" is wider than /16; ";
+    QTest::newRow("2000::/15") << "\"2000::/15\" is wider than /16; ";
     QTest::newRow("2001:db8::/96") << "\"2001:db8::/96\" is too wide; ";
 }
 
