@@ -114,9 +114,7 @@ Failure TreeChange::Begin()
     if (!m_lock->tryLock()) {
         if (m_lock->error() != QLockFile::LockFailedError)
             return CannotWrite(m_folder, QStringLiteral("no file can be made there"));
-        return Finding{QStringLiteral("busy"), QString(),
-                       QStringLiteral("%1: another process changes this tree; wait for its end")
-                           .arg(m_tree.Folder())};
+        return Finding{QStringLiteral("busy"), QString(), WhoHasTheLock()};
     }
     RemoveStaged();
     QFile index(m_tree.Current() + QLatin1Char('/') + kIndex);
@@ -176,6 +174,20 @@ Failure TreeChange::Commit(const QString &line)
 QString TreeChange::StagedPath(const QString &name) const
 {
     return m_folder + QLatin1Char('/') + name;
+}
+
+/// A lock that a process of another machine left is never taken for a stale one.
+QString TreeChange::WhoHasTheLock() const
+{
+    qint64 process = 0;
+    QString host;
+    QString program;
+    if (!m_lock->getLockInfo(&process, &host, &program)) {
+        return QStringLiteral("%1: another process changes this tree; wait for its end")
+            .arg(m_tree.Folder());
+    }
+    return QStringLiteral("%1: locked by process %2 on %3; if it is gone, remove %4")
+        .arg(m_tree.Folder(), QString::number(process), host, StagedPath(kLockFile));
 }
 
 void TreeChange::RemoveStaged() const

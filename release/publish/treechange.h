@@ -58,6 +58,7 @@ private:
     };
 
     QString StagedPath(const QString &name) const;
+    QString WhoHasTheLock() const;
     void RemoveStaged() const;
     Failure Stage(const QString &target, const QByteArray &content);
     Failure WriteGeneration();

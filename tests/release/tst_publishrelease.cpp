@@ -694,7 +694,14 @@ void TestPublishRelease::twoAtATimeAreRefused()
     WriteFile(vendor.Tree(QStringLiteral(".publish/package")), "the other's");
     const QMap<QString, QByteArray> before = Snapshot(vendor.Tree());
 
-    QCOMPARE(Rules(Publish(vendor.ZipRequest()).refusals), QStringList(QStringLiteral("busy")));
+    const Findings refusals = Publish(vendor.ZipRequest()).refusals;
+    QCOMPARE(Rules(refusals), QStringList(QStringLiteral("busy")));
+    const QString &message = refusals.first().message;
+    QVERIFY2(message.contains(QStringLiteral("locked by process %1 on %2; if it is gone, remove %3")
+                                  .arg(QCoreApplication::applicationPid())
+                                  .arg(QSysInfo::machineHostName(),
+                                       vendor.Tree(QStringLiteral(".publish/lock")))),
+             qPrintable(message));
     QCOMPARE(Snapshot(vendor.Tree()), before);
 }
 
