@@ -93,7 +93,7 @@ private:
         const int index = list.IndexOf(m_request.version);
         if (index < 0) {
             Refuse("unknown-version",
-                   QStringLiteral("%1 has no release %2; \"publish list\" tells them")
+                   QStringLiteral("%1 has no release %2; run \"publish list\" to see its releases")
                        .arg(from.Folder(), ReleaseRules::Shown(m_request.version)));
             return;
         }
@@ -218,9 +218,27 @@ private:
         }
         if (Failure failure = m_tree.Read(m_list))
             m_outcome.refusals.append(*failure);
+        CheckShareOfListed();
         if (m_request.share > 0 && !HostSystem::HasLinks()) {
             Refuse("links", QStringLiteral("this system cannot roll a release out; publish it "
                                            "without --share, and roll it out on the server"));
+        }
+    }
+
+    /// Publishing again corrects a release; whom it is offered to is not decided in passing.
+    void CheckShareOfListed()
+    {
+        const int index = m_list.IndexOf(m_request.version);
+        if (m_request.share == 0 || index < 0)
+            return;
+        const Release &listed = m_list.releases.at(index);
+        if (listed.isWithdrawn) {
+            Refuse("withdrawn",
+                   QStringLiteral("%1 was rolled back; publish a new version").arg(listed.version));
+        } else if (listed.share != m_request.share) {
+            Refuse("share", QStringLiteral("%1 was published before and has the share %2; leave "
+                                           "--share out, and use \"publish rollout\" to change it")
+                                .arg(listed.version, ShareText(listed.share)));
         }
     }
 
