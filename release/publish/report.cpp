@@ -59,5 +59,12 @@ int Report(const Outcome &outcome, bool asJson)
         PrintJson(outcome);
     else
         std::fputs(outcome.summary.toLocal8Bit().constData(), stdout);
+    // A script must not take half a result for the whole one.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fputs("publish: the result cannot be written to the standard output; the command "
+                   "itself is done\n",
+                   stderr);
+        return ExitRefused;
+    }
     return outcome.refusals.isEmpty() ? ExitOk : ExitRefused;
 }

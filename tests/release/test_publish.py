@@ -107,6 +107,98 @@ class Publish(unittest.TestCase):
             time.sleep(0.001)
         return tool
 
+    def succeed(self, *arguments: object) -> str:
+        """What a command on the tree prints."""
+        command, *more = map(str, arguments)
+        done = self.run_tool([TOOL, command, str(self.site), *more])
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done.stdout
+
+    def refused(self, *arguments: object) -> str:
+        """Why a command on the tree is refused."""
+        command, *more = map(str, arguments)
+        done = self.run_tool([TOOL, command, str(self.site), *more])
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        return done.stderr
+
+    def listed(self) -> dict:
+        """The newest release, as "list" tells."""
+        return json.loads(self.succeed("list", "--json"))["releases"][0]
+
+    def test_publishing_again_does_not_change_the_share(self) -> None:
+        self.publish("2.1.3", "--share", "100")
+        done = self.publish("2.1.3", "--share", "10")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn('2.1.3 was published before and has the share 100 %; ', done.stderr)
+        self.assertEqual(self.publish("2.1.3", "--share", "100").returncode, 0)
+        self.assertEqual(self.publish("2.1.3").returncode, 0)
+        self.assertEqual(self.listed()["share"], 100)
+        self.succeed("rollback", "--version", "2.1.3")
+        done = self.publish("2.1.3", "--share", "100")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("2.1.3 was rolled back; publish a new version", done.stderr)
+
+    def test_a_release_may_be_for_some_networks_only(self) -> None:
+        self.publish()
+        rollout = ("rollout", "--version", "2.1.3")
+        self.assertIn("neither a share nor a network", self.refused(*rollout))
+        self.succeed(*rollout, "--network", "192.0.2.0/24")
+        release = self.listed()
+        self.assertEqual((release["share"], release["state"], release["offered"]),
+                         (0, "rolled out", True))
+        self.assertIn("neither a share nor a network", self.refused(*rollout, "--network", "none"))
+
+    def test_nothing_is_offered_while_everything_is_stopped(self) -> None:
+        self.publish("2.1.3", "--share", "100")
+        self.succeed("stop", "--version", "2.1.3")
+        self.assertEqual(self.succeed("resume"),
+                         f"{self.site}: there was no stop of everything\n"
+                         "2.1.3 stays stopped; resume it with --version 2.1.3\n")
+        self.succeed("resume", "--version", "2.1.3")
+        self.assertTrue(self.listed()["offered"])
+        self.succeed("stop")
+        self.assertFalse(self.listed()["offered"])
+        self.assertEqual(self.succeed("resume"), f"{self.site}: the stop is lifted\n")
+        self.assertTrue(self.listed()["offered"])
+
+    def test_a_result_that_cannot_be_written_is_a_failure(self) -> None:
+        self.publish()
+        for more in ([], ["--json"]):
+            with open("/dev/full", "w", encoding="utf-8") as full:
+                done = subprocess.run(
+                    [TOOL, "list", str(self.site), *more], stdout=full, stderr=subprocess.PIPE,
+                    text=True, check=False, timeout=TIME_LIMIT,
+                )
+            self.assertEqual(done.returncode, 1)
+            self.assertIn("the result cannot be written", done.stderr)
+
+    def test_a_list_that_would_lead_out_of_the_tree_is_refused(self) -> None:
+        self.publish("2.1.3", "--share", "100")
+        file = self.site / "check" / "now" / "releases.json"
+        sound = file.read_text()
+        for key, value in (("from", ["../../x.*"]), ("networks", ["../x"]), ("id", ".."),
+                           ("id", "a/b.zip"), ("revision", "..")):
+            content = json.loads(sound)
+            content["releases"][0][key] = value
+            file.write_text(json.dumps(content))
+            with self.subTest(key=key, value=value):
+                refused = self.refused("stop", "--version", "2.1.3")
+                self.assertIn(f'releases.json: "{key}" of a release cannot be read', refused)
+
+    def test_a_tree_is_not_pushed_into_itself(self) -> None:
+        self.publish()
+        for node in (self.site, self.site / "sub"):
+            self.assertIn(f"{node} lies in {self.site}; ", self.refused("push", node))
+        self.assertFalse((self.site / "sub").exists())
+        self.succeed("push", f"{self.site}-2")
+
+    def test_a_dry_run_tells_the_commands_of_a_push(self) -> None:
+        self.publish()
+        told = json.loads(self.succeed("push", f"{self.site}-2", "--dry-run", "--json"))
+        self.assertEqual({command[0] for command in told["commands"]}, {"rsync"})
+        self.assertEqual({command[-1].split("/")[-2] for command in told["commands"]},
+                         {"check", "packages", "site-2"})
+
     def test_success_is_told(self) -> None:
         done = self.publish()
         self.assertEqual(done.returncode, 0, done.stderr)
