@@ -7,12 +7,12 @@
 #include <QVector>
 
 /// The first parts of all networks that a release is offered to, drawn from its version, so that a
-/// release meets others first than the one before. Each part, 0 to AllParts - 1, stands there once.
+/// release meets others first than the one before. Each part, 0 to AllParts - 1, is in it once.
 QVector<int> PartsInOrder(const QString &version);
 
 /// What clients of one kind are answered. Releases are indices in the list; -1 is nothing newer.
 struct DecisionTable {
-    int rest = -1;         ///< the answer of all parts that stand not in byPart
+    int rest = -1;         ///< the answer of all parts that are not in byPart
     QMap<int, int> byPart; ///< answers of single parts of the networks
 
     bool operator==(const DecisionTable &other) const

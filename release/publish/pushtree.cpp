@@ -3,6 +3,7 @@
 #include "release/publish/releasetree.h"
 #include "release/publish/treechange.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QProcess>
@@ -64,6 +65,13 @@ public:
                    QStringLiteral("%1 is no tree of releases; publish one").arg(m_tree.Folder()));
             return m_outcome;
         }
+        for (const QString &node : m_request.nodes) {
+            if (LiesInTree(node)) {
+                Refuse("node", QStringLiteral("%1 lies in %2; name a folder outside of the tree")
+                                   .arg(node, m_tree.Folder()));
+                return m_outcome;
+            }
+        }
         // Nobody changes the tree meanwhile.
         TreeChange lock(m_tree);
         if (const Failure failure = m_request.dryRun ? m_tree.Read(lock.List()) : lock.Begin()) {
@@ -97,6 +105,14 @@ private:
     void Refuse(const char *rule, const QString &message)
     {
         m_outcome.refusals.append({QString::fromLatin1(rule), QString(), message});
+    }
+
+    bool LiesInTree(const QString &node) const
+    {
+        // A remote node is no path of this machine, and is not found.
+        const QString folder =
+            QDir::cleanPath(QDir::current().absoluteFilePath(node)) + QLatin1Char('/');
+        return folder.startsWith(m_tree.Folder() + QLatin1Char('/'));
     }
 
     static QString TargetOf(const QString &node, const QString &folder)

@@ -1,5 +1,6 @@
 #include "release/publish/releaselist.h"
 
+#include "release/publish/networkprefix.h"
 #include "release/publish/releaserules.h"
 
 #include <QJsonArray>
@@ -7,6 +8,8 @@
 #include <QJsonObject>
 #include <QMap>
 #include <QRegularExpression>
+
+#include <algorithm>
 
 namespace
 {
@@ -98,12 +101,23 @@ QString Objection(const Release &release, const QString &kind)
 {
     if (!ReleaseRules::CheckVersion(release.version).isEmpty())
         return Key::Version;
-    if (release.id.isEmpty() || release.id.contains(QLatin1Char('/')))
+    if (kind != kZip && kind != kInstaller)
+        return Key::Kind;
+    const Findings wrongId = kind == kZip ? ReleaseRules::CheckZipName(release.id)
+                                          : ReleaseRules::CheckInstallerName(release.id);
+    if (!wrongId.isEmpty())
         return Key::Id;
     if (!IsRevision(release.revision))
         return Key::Revision;
-    if (kind != kZip && kind != kInstaller)
-        return Key::Kind;
+    // Both become names of links.
+    if (!std::all_of(release.from.cbegin(), release.from.cend(), IsVersionPattern))
+        return Key::From;
+    const auto isNetwork = [](const QString &text) {
+        NetworkPrefix network;
+        return !NetworkPrefix::Read(text, network);
+    };
+    if (!std::all_of(release.networks.cbegin(), release.networks.cend(), isNetwork))
+        return Key::Networks;
     if (release.share < 0 || release.share > AllParts)
         return Key::Share;
     if (!release.published.isValid())

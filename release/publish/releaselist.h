@@ -24,7 +24,7 @@ struct Release {
     QString configFile; ///< the client's version file in a zip package; empty: not named
     QString revision;   ///< of the answer that announces it, see AnswerName(); empty: the first
 
-    int share = 0;        ///< in parts of AllParts; 0: not rolled out
+    int share = 0;        ///< in parts of AllParts; 0: only its networks, if there are any
     QStringList from;     ///< patterns of installed versions; empty: whatever is installed
     QStringList networks; ///< those that are offered it whatever the share
     QString plan;         ///< as ReadPlan() reads it; empty: the share is set by hand
@@ -38,7 +38,8 @@ struct Release {
     /// a list names it; when the release is published with another one, that has another name.
     QString AnswerName() const;
 
-    bool IsOffered() const { return share > 0 && !isStopped && !isWithdrawn; }
+    bool IsRolledOut() const { return share > 0 || !networks.isEmpty(); }
+    bool IsOffered() const { return IsRolledOut() && !isStopped && !isWithdrawn; }
 
     /// Whether it is offered to every client that has an older version.
     bool IsForEverybody() const { return IsOffered() && share == AllParts && from.isEmpty(); }

@@ -30,7 +30,7 @@ QString StateText(const Release &release)
     }
     if (release.isStopped)
         return QStringLiteral("stopped");
-    return release.share == 0 ? QStringLiteral("published") : QStringLiteral("rolled out");
+    return release.IsRolledOut() ? QStringLiteral("rolled out") : QStringLiteral("published");
 }
 
 QString RestrictionText(const Release &release)
@@ -45,7 +45,8 @@ QString RestrictionText(const Release &release)
     return parts.join(QStringLiteral("; "));
 }
 
-QJsonObject Facts(const Release &release)
+/// @p isStopped: nobody is offered anything of the tree.
+QJsonObject Facts(const Release &release, bool isStopped)
 {
     return {{QStringLiteral("version"), release.version},
             {QStringLiteral("id"), release.id},
@@ -62,7 +63,7 @@ QJsonObject Facts(const Release &release)
             {QStringLiteral("networks"), QJsonArray::fromStringList(release.networks)},
             {QStringLiteral("plan"), release.plan},
             {QStringLiteral("state"), StateText(release)},
-            {QStringLiteral("offered"), release.IsOffered()}};
+            {QStringLiteral("offered"), release.IsOffered() && !isStopped}};
 }
 
 QString Line(const Release &release)
@@ -104,16 +105,17 @@ Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList
     if (!QFileInfo(tree.ListFile()).isFile()) {
         return refused(
             Refusal("missing",
-                    QStringLiteral("%1 is no tree of releases; publish one").arg(tree.Folder())));
+                    QStringLiteral("%1 is not a release tree; check the path").arg(tree.Folder())));
     }
     TreeChange change(tree);
     if (const Failure failure = request.dryRun ? tree.Read(change.List()) : change.Begin())
         return refused(*failure);
     const int index = change.List().IndexOf(request.version);
     if (index < 0) {
-        return refused(Refusal("unknown-version",
-                               QStringLiteral("%1 has no release %2; \"publish list\" tells them")
-                                   .arg(tree.Folder(), ReleaseRules::Shown(request.version))));
+        return refused(
+            Refusal("unknown-version",
+                    QStringLiteral("%1 has no release %2; run \"publish list\" to see its releases")
+                        .arg(tree.Folder(), ReleaseRules::Shown(request.version))));
     }
     const Edit done = edit(change.List(), index);
     if (done.failure)
@@ -122,11 +124,12 @@ Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList
         if (const Failure failure = change.Commit(done.line))
             return refused(*failure);
     }
-    outcome.facts = Facts(change.List().releases.at(index));
+    const bool isStopped = QFileInfo::exists(tree.StopFile());
+    outcome.facts = Facts(change.List().releases.at(index), isStopped);
     outcome.facts.insert(QStringLiteral("dryRun"), request.dryRun);
     outcome.summary = (request.dryRun ? QStringLiteral("would be done: ") : QString()) + done.line +
                       QLatin1Char('\n');
-    if (QFileInfo::exists(tree.StopFile())) {
+    if (isStopped) {
         outcome.warnings.append(
             Refusal("stopped", QStringLiteral("%1 exists, so nobody is offered anything; "
                                               "\"publish resume\" removes it")
@@ -161,14 +164,28 @@ Edit Refuse(const char *rule, const QString &message)
     return {QString(), Refusal(rule, message)};
 }
 
+/// A line for each release of @p list that is stopped by itself.
+QString StillStopped(const ReleaseList &list)
+{
+    QString lines;
+    for (const Release &release : list.releases) {
+        if (release.isStopped && !release.isWithdrawn) {
+            lines += QStringLiteral("%1 stays stopped; resume it with --version %1\n")
+                         .arg(release.version);
+        }
+    }
+    return lines;
+}
+
 /// The stop file made or removed.
 Outcome SetStopFile(const Request &request, bool isStopped)
 {
     Outcome outcome;
     const ReleaseTree tree(request.source);
     QFile file(tree.StopFile());
+    const bool wasStopped = file.exists();
     const bool isTree = QFileInfo(QFileInfo(file).path()).isDir();
-    const bool isDone = isTree && (request.dryRun || file.exists() == isStopped ||
+    const bool isDone = isTree && (request.dryRun || wasStopped == isStopped ||
                                    (isStopped ? file.open(QIODevice::WriteOnly) : file.remove()));
     if (!isDone) {
         outcome.refusals.append(Refusal(
@@ -179,9 +196,13 @@ Outcome SetStopFile(const Request &request, bool isStopped)
     }
     outcome.facts = {{QStringLiteral("stopped"), isStopped},
                      {QStringLiteral("dryRun"), request.dryRun}};
-    outcome.summary = isStopped ? QStringLiteral("%1: nobody is offered anything\n")
-                                : QStringLiteral("%1: the stop is lifted\n");
+    outcome.summary = isStopped    ? QStringLiteral("%1: nobody is offered anything\n")
+                      : wasStopped ? QStringLiteral("%1: the stop is lifted\n")
+                                   : QStringLiteral("%1: there was no stop of everything\n");
     outcome.summary = outcome.summary.arg(tree.Folder());
+    ReleaseList list;
+    if (!isStopped && !tree.Read(list))
+        outcome.summary += StillStopped(list);
     return outcome;
 }
 
@@ -203,11 +224,6 @@ Outcome RollOut(const Request &request)
         }
         if (!request.plan.isEmpty())
             BeginPlan(release, request.plan);
-        if (release.share == 0) {
-            return Refuse(
-                "share",
-                QStringLiteral("%1 has no share yet; give one with --share").arg(release.version));
-        }
         if (!request.from.isEmpty())
             release.from = request.from.contains(kAnyVersion) ? QStringList() : request.from;
         if (request.forgetsNetworks)
@@ -215,6 +231,11 @@ Outcome RollOut(const Request &request)
         for (const QString &network : request.networks) {
             if (!release.networks.contains(network))
                 release.networks.append(network);
+        }
+        if (!release.IsRolledOut()) {
+            return Refuse("share", QStringLiteral("%1 has neither a share nor a network; give one "
+                                                  "with --share or --network")
+                                       .arg(release.version));
         }
         QString line =
             QStringLiteral("rolled out %1 to %2").arg(release.version, ShareText(release.share));
@@ -295,7 +316,7 @@ Outcome ListReleases(const Request &request)
     if (!QFileInfo(tree.ListFile()).isFile()) {
         outcome.refusals.append(
             Refusal("missing",
-                    QStringLiteral("%1 is no tree of releases; publish one").arg(tree.Folder())));
+                    QStringLiteral("%1 is not a release tree; check the path").arg(tree.Folder())));
         return outcome;
     }
     if (const Failure failure = tree.Read(list)) {
@@ -308,7 +329,7 @@ Outcome ListReleases(const Request &request)
         outcome.summary = QStringLiteral("All offers are stopped.\n");
     for (int index = list.releases.size() - 1; index >= 0; --index) {
         outcome.summary += Line(list.releases.at(index));
-        releases.append(Facts(list.releases.at(index)));
+        releases.append(Facts(list.releases.at(index), isStopped));
     }
     outcome.facts = {{QStringLiteral("stopped"), isStopped},
                      {QStringLiteral("releases"), releases},
