@@ -11,6 +11,7 @@ import threading
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
+from typing import Callable
 
 import nginxserver
 from nginxserver import CHECK_HEADERS, NginxServer, check_body, decision
@@ -507,6 +508,7 @@ class Changes(Served):
     """A tree that changes while clients ask."""
 
     ROUNDS = 10
+    PUSH_ROUNDS = 2
     CLIENTS = 3
 
     def setUp(self) -> None:
@@ -516,6 +518,8 @@ class Changes(Served):
         self.decisions = ["2.1.0"]
         self.begun = self.done = 0
         self.is_over = threading.Event()
+        self.beta = ReleaseTree(PUBLISH, self.room, "beta")
+        self.node = self.room / "node"
 
     def ask_all_the_time(self, server: NginxServer) -> int:
         """Checks over a connection that is kept; how many there were."""
@@ -536,6 +540,10 @@ class Changes(Served):
         self.begun += 1
         if command == "publish":
             self.tree.publish(version, *options)
+        elif command == "promote":
+            self.beta.change("promote", str(self.tree.folder), "--version", version)
+        elif command == "push":
+            self.tree.change(command, *options)
         else:
             self.tree.change(command, *(["--version", version] if version else []), *options)
         self.done += 1
@@ -546,25 +554,59 @@ class Changes(Served):
         for number in range(1, self.ROUNDS + 1):
             stays, goes = f"2.1.{2 * number}", f"2.1.{2 * number + 1}"
             self.do(former, "publish", stays)
-            self.do(stays, "rollout", stays, "--share", LEAST, "--network", "127.0.0.0/8")
+            self.do(stays, "rollout", stays, "--network", "127.0.0.0/8")
             self.do(former, "stop", stays)
             self.do(stays, "resume", stays)
-            self.do(stays, "rollout", stays, "--share", "100")
-            self.do(stays, "publish", goes)
+            self.do(stays, "rollout", stays, "--share", "100", "--network", "none")
+            self.beta.publish(goes)
+            self.do(stays, "promote", goes)
             self.do(goes, "rollout", goes, "--share", "100", "--from", "2.0.*")
             self.do("none", "stop", "")
             self.do(goes, "resume", "")
             self.do(stays, "rollback", goes)
             former = stays
 
+    def push_changes(self) -> None:
+        """Every kind of difference between a tree and its node."""
+        push = ("", str(self.node))
+        former = "2.1.0"
+        copy = self.room / "copy"
+        for number in range(1, self.PUSH_ROUNDS + 1):
+            version = f"2.2.{number}"
+            self.tree.publish(version, "--share", "100")
+            self.do(version, "push", *push)
+            # Both lines of history have the same number of changes.
+            shutil.copytree(self.tree.folder, copy, symlinks=True)
+            self.tree.change("rollback", "--version", version)
+            self.do(former, "push", *push)
+            shutil.rmtree(self.tree.folder)
+            copy.rename(self.tree.folder)
+            self.tree.roll_out(version, "--from", "2.0.*")
+            self.do(version, "push", *push)
+            self.tree.change("stop")
+            self.do("none", "push", *push)
+            self.tree.change("resume")
+            self.do(version, "push", *push)
+            self.tree.roll_out(version, "--from", "*")
+            self.do(version, "push", *push)
+            former = version
+
     def test_each_check_gets_the_old_or_the_new_decision(self) -> None:
+        self.ask_during(self.change, self.tree.folder)
+
+    def test_each_check_of_a_node_gets_the_old_or_the_new_decision(self) -> None:
+        self.tree.change("push", str(self.node))
+        self.ask_during(self.push_changes, self.node)
+
+    def ask_during(self, change: Callable[[], None], folder: Path) -> None:
+        """Checks of the tree in this folder while it is changed."""
         often = changed(shipped("clients.conf"), "updates_checks:32m rate=20r/s",
                         "updates_checks:32m rate=100000r/s")
-        server = self.start(clients=often)
+        server = self.enterContext(NginxServer(SERVE, folder, self.room, clients=often))
         with ThreadPoolExecutor(self.CLIENTS) as pool:
             clients = [pool.submit(self.ask_all_the_time, server) for _ in range(self.CLIENTS)]
             try:
-                self.change()
+                change()
             finally:
                 self.is_over.set()
             counts = [client.result() for client in clients]
