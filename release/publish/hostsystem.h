@@ -20,6 +20,10 @@ bool IsLink(const QString &path);
  */
 QByteArrayList NamesThatAreNoText(const QString &folder);
 
+/// The arguments of the program that are no text in the system's encoding, as their bytes. Qt
+/// replaces what it cannot decode. Empty where every argument is a text.
+QByteArrayList ArgumentsThatAreNoText(int count, const char *const *arguments);
+
 /// True when what is written to the standard error stream is seen as it is written.
 bool ErrorsGoToTerminal();
 
