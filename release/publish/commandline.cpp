@@ -52,6 +52,9 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
             return QStringLiteral("--%1 is given twice").arg(name);
         if (option.need == Required && (values.isEmpty() || values.first().isEmpty()))
             return OptionText(option) + QStringLiteral(" is missing");
+        // As from a script's variable that is not set: it would mean "not given", or this folder.
+        if (values.contains(QString()))
+            return OptionText(option) + QStringLiteral(" is empty");
     }
     const int operands = parser.positionalArguments().size();
     if (operands < command.leastOperands) {

@@ -15,8 +15,8 @@ namespace HostSystem
 bool IsLink(const QString &path);
 
 /**
- * The names in @p folder that are no text in the system's encoding, as their bytes, sorted. The
- * framework leaves them out of its lists. Empty where every name is a text.
+ * The names in @p folder that are no text in the system's encoding, as their bytes, sorted. Qt
+ * leaves them out of its lists. Empty where every name is a text.
  */
 QByteArrayList NamesThatAreNoText(const QString &folder);
 

@@ -195,7 +195,15 @@ void TestCommandLine::wrongOnes_data()
                                  << "--version is given twice; see publish zip --help";
     QTest::newRow("one too many") << Words(wholeZip) + Words("more")
                                   << "\"more\" is one too many; see publish zip --help";
-    for (const char *pattern : {"", "/a", "[a"}) {
+    for (const char *option :
+         {"config-file", "known", "updater-folder", "url-prefix", "share", "exclude"}) {
+        const QString name = QStringLiteral("--") + QLatin1String(option);
+        QTest::newRow(qPrintable(name + QStringLiteral(" without a value")))
+            << Words(wholeZip) + QStringList{name, QString()} << name;
+    }
+    QTest::newRow("stop of no version")
+        << Words("stop site --version") + QStringList{QString()} << "--version VERSION is empty";
+    for (const char *pattern : {"/a", "[a"}) {
         QTest::newRow(qPrintable(QStringLiteral("pattern \"%1\"").arg(QLatin1String(pattern))))
             << Words(wholeZip) + QStringList{QStringLiteral("--exclude"), QLatin1String(pattern)}
             << QStringLiteral("\"%1\" is no pattern of names").arg(QLatin1String(pattern));

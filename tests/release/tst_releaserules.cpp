@@ -9,14 +9,14 @@ using ReleaseRules::Entry;
 namespace
 {
 
-/// The rules that are broken, in alphabetical order; and every line says how to mend it.
+/// The rules that are broken, in alphabetical order; and every line says how to fix it.
 QStringList Broken(const Findings &findings)
 {
     QStringList rules;
     for (const Finding &finding : findings) {
         if (!finding.message.contains(QLatin1String("; ")) ||
             finding.message.contains(QLatin1Char('\n')))
-            qFatal("not one line with its mend: %s", qPrintable(finding.message));
+            qFatal("not one line with advice: %s", qPrintable(finding.message));
         rules.append(finding.rule);
     }
     rules.sort();
