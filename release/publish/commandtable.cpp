@@ -136,7 +136,13 @@ const QVector<CommandDescription> &CommandTable::Commands()
          2,
          "publishes a release of a tree in another one, with the identical package",
          "publish promote client-beta client --version 2.1.3",
-         {kRelease, kKnown, kAllowShorterVersion, kDryRun, kJson}},
+         {kRelease,
+          {kUrlPrefix.name, kUrlPrefix.value, Optional,
+           "what precedes /packages/ in the announced address (default: as TO's last release)"},
+          kKnown,
+          kAllowShorterVersion,
+          kDryRun,
+          kJson}},
         {Request::Verify,
          "verify",
          "DIR",
@@ -243,8 +249,8 @@ QString CommandTable::GeneralHelp()
     }
     return help + QStringLiteral("publish COMMAND --help tells its options, "
                                  "publish --version the version of the tool.\n"
-                                 "Exit codes: 0 done, 1 refused (nothing was published), 2 wrong "
-                                 "command line.\n");
+                                 "Exit codes: 0 done, 1 refused or failed, 2 wrong command "
+                                 "line.\n");
 }
 
 QString CommandTable::CommandHelp(const CommandDescription &command)

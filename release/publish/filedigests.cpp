@@ -39,7 +39,7 @@ Failure DigestFile(const QString &path, Progress &progress, FileDigests &digests
         const qint64 count = file.read(piece.data(), piece.size());
         if (count < 0) {
             return Finding{QStringLiteral("unreadable"), path,
-                           QStringLiteral("%1: %2; mend the disk").arg(path, file.errorString())};
+                           QStringLiteral("%1: %2; check the disk").arg(path, file.errorString())};
         }
         if (count == 0)
             break;

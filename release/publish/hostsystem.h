@@ -15,10 +15,14 @@ namespace HostSystem
 bool IsLink(const QString &path);
 
 /**
- * The names in @p folder that are no text in the system's encoding, as their bytes, sorted. The
- * framework leaves them out of its lists. Empty where every name is a text.
+ * The names in @p folder that are no text in the system's encoding, as their bytes, sorted. Qt
+ * leaves them out of its lists. Empty where every name is a text.
  */
 QByteArrayList NamesThatAreNoText(const QString &folder);
+
+/// The arguments of the program that are no text in the system's encoding, as their bytes. Qt
+/// replaces what it cannot decode. Empty where every argument is a text.
+QByteArrayList ArgumentsThatAreNoText(int count, const char *const *arguments);
 
 /// True when what is written to the standard error stream is seen as it is written.
 bool ErrorsGoToTerminal();

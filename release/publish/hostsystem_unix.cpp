@@ -47,6 +47,17 @@ QByteArrayList HostSystem::NamesThatAreNoText(const QString &folder)
     return names;
 }
 
+QByteArrayList HostSystem::ArgumentsThatAreNoText(int count, const char *const *arguments)
+{
+    QByteArrayList found;
+    for (int index = 1; index < count; ++index) {
+        const QByteArray argument(arguments[index]);
+        if (QString::fromLocal8Bit(argument).toLocal8Bit() != argument)
+            found.append(argument);
+    }
+    return found;
+}
+
 bool HostSystem::ErrorsGoToTerminal()
 {
     return isatty(STDERR_FILENO) != 0;

@@ -43,6 +43,11 @@ QByteArrayList HostSystem::NamesThatAreNoText(const QString &)
     return {};
 }
 
+QByteArrayList HostSystem::ArgumentsThatAreNoText(int, const char *const *)
+{
+    return {};
+}
+
 bool HostSystem::ErrorsGoToTerminal()
 {
     return _isatty(_fileno(stderr)) != 0;

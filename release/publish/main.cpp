@@ -1,4 +1,5 @@
 #include "release/publish/advance.h"
+#include "release/publish/clientfolder.h"
 #include "release/publish/commandline.h"
 #include "release/publish/configcheck.h"
 #include "release/publish/hostsystem.h"
@@ -16,8 +17,8 @@
 namespace
 {
 
-/// The framework speaks of damaged archives in its own words; the tool has better ones.
-void SilenceFramework(QtMsgType, const QMessageLogContext &, const QString &) {}
+/// Qt's own messages about damaged archives are suppressed; the tool prints better ones.
+void SuppressMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
 
 Progress::Style ProgressStyle(const Request &request)
 {
@@ -64,10 +65,17 @@ Outcome Run(const Request &request, Progress &progress)
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
-    qInstallMessageHandler(SilenceFramework);
+    qInstallMessageHandler(SuppressMessage);
     HostSystem::NoteInterruptions();
 
-    const CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
+    CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
+    const QByteArrayList lost = HostSystem::ArgumentsThatAreNoText(argc, argv);
+    if (!lost.isEmpty()) {
+        // It would name another file than the one that is meant.
+        commandLine.error =
+            QStringLiteral("the argument \"%1\" is not valid UTF-8; rename what it names")
+                .arg(EscapedName(lost.first()));
+    }
     if (!commandLine.error.isEmpty()) {
         Outcome wrong;
         wrong.refusals.append({QStringLiteral("usage"), QString(), commandLine.error});

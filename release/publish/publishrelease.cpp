@@ -15,6 +15,9 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QRegularExpression>
+
+#include <algorithm>
 
 namespace
 {
@@ -23,6 +26,13 @@ constexpr double kPartsPerPercent = AllParts / 100.0;
 constexpr qint64 kPieceSize = 1024LL * 1024;
 constexpr int kMaxLeftOutNames = 10;            // in the summary; more nobody reads
 constexpr qint64 kMaxNotesSize = 1024LL * 1024; // in bytes; nobody reads more
+constexpr int kMaxDigestLine = 4096;            // in bytes
+
+/// A package of an earlier tree, as its SHA256SUMS tells.
+struct KnownPackage {
+    QString id;
+    QString sha256; ///< lower-case hexadecimal digits
+};
 
 /// One release on its way: each step adds to the outcome, and the first one that fails is the last.
 class Publisher
@@ -39,17 +49,26 @@ public:
         CheckTexts();
         CheckTree();
         CheckVersionAgainstOthers();
+        if (m_request.command == Request::Promote)
+            ChooseAddress();
+        if (m_outcome.refusals.isEmpty())
+            Refuse(CheckListed());
         if (!m_outcome.refusals.isEmpty())
             return m_outcome;
         if (m_request.dryRun) {
+            Refuse(Rehearse());
+            if (!m_outcome.refusals.isEmpty())
+                return m_outcome;
+            m_outcome.warnings += FindUnreadable(m_tree, m_list);
             m_outcome.summary = QStringLiteral("would be published: version %1 as %2\n")
                                     .arg(m_offer.version, m_offer.id);
             m_outcome.facts = {{QStringLiteral("version"), m_offer.version},
                                {QStringLiteral("id"), m_offer.id},
                                {QStringLiteral("dryRun"), true}};
         } else if (Failure failure = Publish()) {
-            m_outcome.refusals.append(*failure);
+            Refuse(failure);
         } else {
+            m_outcome.warnings += FindUnreadable(m_tree, m_list);
             DescribeResult();
         }
         return m_outcome;
@@ -58,6 +77,12 @@ public:
 private:
     bool IsZip() const { return m_request.command == Request::Zip; }
     void Refuse(const Findings &findings) { m_outcome.refusals += findings; }
+
+    void Refuse(const Failure &failure)
+    {
+        if (failure)
+            m_outcome.refusals.append(*failure);
+    }
 
     void Refuse(const char *rule, const QString &message)
     {
@@ -98,6 +123,16 @@ private:
             return;
         }
         m_promoted = list.releases.at(index);
+        m_configFile = m_promoted.configFile;
+        if (m_promoted.isWithdrawn) {
+            Refuse("withdrawn", QStringLiteral("%1 was rolled back in %2; publish a new version")
+                                    .arg(m_promoted.version, from.Folder()));
+        } else if (m_promoted.isStopped) {
+            m_outcome.warnings.append(
+                {QStringLiteral("stopped"), QString(),
+                 QStringLiteral("%1 is stopped in %2; check that this is intended")
+                     .arg(m_promoted.version, from.Folder())});
+        }
         QFile reply(from.OfferFile(m_promoted));
         const QByteArray content = reply.open(QIODevice::ReadOnly) ? reply.readAll() : QByteArray();
         Refuse(ReadOffer(content, m_offer));
@@ -140,10 +175,20 @@ private:
 
     void CheckVersionFile()
     {
-        QFile file(QDir(m_request.source).filePath(m_request.configFile));
+        m_configFile = QDir::cleanPath(m_request.configFile);
+        const bool isPacked = std::any_of(
+            m_client.entries.cbegin(), m_client.entries.cend(),
+            [this](const auto &entry) { return !entry.isFolder && entry.path == m_configFile; });
+        if (!isPacked) {
+            Refuse("config-file",
+                   QStringLiteral("%1 is not in the package; name it relative to --client")
+                       .arg(ReleaseRules::Shown(m_request.configFile)));
+            return;
+        }
+        QFile file(QDir(m_request.source).filePath(m_configFile));
         const QByteArray content = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        Refuse(VersionFile::Check(m_request.configFile, content, m_request.version));
-        m_outcome.warnings += VersionFile::WarnOfOrder(m_request.configFile, m_client.entries);
+        Refuse(VersionFile::Check(m_configFile, content, m_request.version));
+        m_outcome.warnings += VersionFile::WarnOfOrder(m_configFile, m_client.entries);
     }
 
     bool TreeLiesInClient() const
@@ -183,13 +228,44 @@ private:
     void CheckTexts()
     {
         Refuse(ReleaseRules::CheckVersion(m_request.version));
+        if (!m_request.knownDigests.isEmpty())
+            ReadKnownDigests();
+        Refuse(ReleaseRules::CheckUrlPrefix(m_request.urlPrefix));
         if (m_request.command == Request::Promote)
             return;
-        Refuse(ReleaseRules::CheckUrlPrefix(m_request.urlPrefix));
         m_offer.url = ReleaseTree::PackageAddress(m_request.urlPrefix, m_offer.id);
         m_offer.notes = ReadNotes(m_request.notesZhFile, QStringLiteral("Chinese")) +
                         ServiceContract::NotesSeparator +
                         ReadNotes(m_request.notesEnFile, QStringLiteral("English"));
+    }
+
+    /// A list that only looks like one would let every package pass.
+    void ReadKnownDigests()
+    {
+        static const QRegularExpression digestLine(
+            QStringLiteral("\\A([0-9A-Fa-f]{64}) [ *](.*[/\\\\])?([^/\\\\]+)\\z"));
+        QFile file(m_request.knownDigests);
+        if (!file.open(QIODevice::ReadOnly)) {
+            Refuse("known", QStringLiteral("%1: %2; name the SHA256SUMS of an earlier tree")
+                                .arg(m_request.knownDigests, file.errorString()));
+            return;
+        }
+        bool isList = true;
+        while (isList) {
+            QString line = QString::fromUtf8(file.readLine(kMaxDigestLine));
+            if (line.isEmpty())
+                break;
+            while (line.endsWith(QLatin1Char('\n')) || line.endsWith(QLatin1Char('\r')))
+                line.chop(1);
+            const QRegularExpressionMatch match = digestLine.match(line);
+            isList = match.hasMatch();
+            m_known.append({match.captured(3), match.captured(1).toLower()});
+        }
+        if (!isList || m_known.isEmpty()) {
+            Refuse("known", QStringLiteral("%1 is not a list of SHA-256 digests; name the "
+                                           "SHA256SUMS of an earlier tree")
+                                .arg(m_request.knownDigests));
+        }
     }
 
     QString ReadNotes(const QString &path, const QString &language)
@@ -254,6 +330,24 @@ private:
         m_outcome.warnings += ReleaseRules::WarnOfOlderVersion(m_request.version, published);
     }
 
+    /// The clients of the other tree may know it under another address than this one's.
+    void ChooseAddress()
+    {
+        QString prefix = m_request.urlPrefix;
+        if (prefix.isEmpty()) {
+            Offer latest;
+            QFile reply(m_list.releases.isEmpty() ? QString()
+                                                  : m_tree.OfferFile(m_list.releases.last()));
+            if (!reply.open(QIODevice::ReadOnly) || !ReadOffer(reply.readAll(), latest).isEmpty())
+                return;
+            const QString end = ReleaseTree::PackagesPath + latest.id;
+            if (!latest.url.endsWith(end))
+                return;
+            prefix = latest.url.chopped(end.size());
+        }
+        m_offer.url = ReleaseTree::PackageAddress(prefix, m_offer.id);
+    }
+
     /// The other versions that the tree knows, or still has a package of.
     QStringList OtherVersions() const
     {
@@ -274,39 +368,93 @@ private:
         return versions;
     }
 
+    /// What a dry run can tell of the package: everything, unless it would have to be packed.
+    Failure Rehearse() { return IsZip() ? Failure() : CheckPackage(m_packageFile); }
+
     Failure Publish()
     {
         TreeChange change(m_tree);
-        if (Failure failure = change.Begin())
+        if (Failure failure = change.BeginPackage())
             return failure;
-        if (ToJson(change.List()) != ToJson(m_list)) {
+        ReleaseList list;
+        if (Failure failure = m_tree.Read(list))
+            return failure;
+        if (ToJson(list) != ToJson(m_list)) {
             return Finding{QStringLiteral("busy"), QString(),
                            QStringLiteral("another process has just changed %1; run it again")
                                .arg(m_tree.Folder())};
         }
         if (Failure failure = MakePackage(change.PackagePath()))
             return failure;
-
-        m_progress.Begin(QStringLiteral("digests"), QFileInfo(change.PackagePath()).size());
-        if (Failure failure = DigestFile(change.PackagePath(), m_progress, m_offer.package))
-            return failure;
-        if (Failure failure = CheckIdentity())
+        if (Failure failure = CheckPackage(change.PackagePath()))
             return failure;
 
+        if (Failure failure = change.Begin())
+            return failure;
+        // Releases may have been stopped or rolled out while this one was packed.
+        m_list = change.List();
+        if (Failure failure = CheckListed())
+            return failure;
         Release &release = ListedRelease(change.List());
         change.AddPackage(m_offer.id);
+        const bool isNews = !IsAnnounced(release) || ToJson(change.List()) != ToJson(m_list);
         if (Failure failure = change.AddOffer(release, m_offer))
             return failure;
         m_release = release;
         QString line = QStringLiteral("published %1").arg(m_offer.version);
         if (m_request.share > 0)
             line += QStringLiteral(", share %1").arg(ShareText(m_request.share));
-        return change.Commit(line);
+        m_list = change.List();
+        return change.Commit(isNews ? line : QString());
+    }
+
+    /// Whether the tree announces @p release just as it is going to.
+    bool IsAnnounced(const Release &release) const
+    {
+        QFile reply(m_tree.OfferFile(release));
+        return reply.open(QIODevice::ReadOnly) && reply.readAll() == OfferReply(m_offer);
+    }
+
+    /// Digests @p path, the package that is to be published, and compares it with those that were.
+    Failure CheckPackage(const QString &path)
+    {
+        m_progress.Begin(QStringLiteral("digests"), QFileInfo(path).size());
+        if (Failure failure = DigestFile(path, m_progress, m_offer.package))
+            return failure;
+        return CheckIdentity();
+    }
+
+    Finding PublishedWithOtherBytes(const QString &where) const
+    {
+        return {QStringLiteral("package-exists"), QString(),
+                QStringLiteral("%1 was published before with other bytes (%2), and caches may hold "
+                               "it; give the release another version or name")
+                    .arg(m_offer.id, where)};
+    }
+
+    /// What the list tells of the version; of its bytes only once they are known.
+    Failure CheckListed() const
+    {
+        const int index = m_list.IndexOf(m_offer.version);
+        if (index < 0)
+            return {};
+        const Release &listed = m_list.releases.at(index);
+        if (listed.id != m_offer.id) {
+            return Finding{QStringLiteral("package-exists"), QString(),
+                           QStringLiteral("version %1 was published as %2; give this release a new "
+                                          "version")
+                               .arg(listed.version, listed.id)};
+        }
+        if (!m_offer.package.sha256.isEmpty() && listed.sha256 != m_offer.package.sha256) {
+            return PublishedWithOtherBytes(
+                QStringLiteral("as %1 in %2").arg(m_offer.version, m_tree.ListFile()));
+        }
+        return {};
     }
 
     /**
-     * A package never changes once it is published, for caches and half-done downloads hold it: the
-     * one that was made must be the one that the tree, or an earlier tree, knows by this name.
+     * A package never changes once it is published, because caches and half-done downloads hold it:
+     * the one that was made must be the one that the tree, or an earlier tree, knows by this name.
      */
     Failure CheckIdentity()
     {
@@ -314,42 +462,21 @@ private:
             return Finding{QStringLiteral("digest"), QString(),
                            QStringLiteral("%1 is damaged; publish it again").arg(m_packageFile)};
         }
-        const auto differs = [this](const QString &where) {
-            return Finding{QStringLiteral("package-exists"), QString(),
-                           QStringLiteral("%1 was published before with other bytes (%2), and "
-                                          "caches may hold it; give the release another version or "
-                                          "name")
-                               .arg(m_offer.id, where)};
-        };
-        const int index = m_list.IndexOf(m_offer.version);
-        if (index >= 0 && (m_list.releases.at(index).sha256 != m_offer.package.sha256 ||
-                           m_list.releases.at(index).id != m_offer.id)) {
-            return differs(QStringLiteral("as %1 in %2").arg(m_offer.version, m_tree.ListFile()));
-        }
-        if (!m_request.knownDigests.isEmpty()) {
-            QFile known(m_request.knownDigests);
-            if (!known.open(QIODevice::ReadOnly)) {
-                return Finding{QStringLiteral("known"), QString(),
-                               QStringLiteral("%1 cannot be read; name a file SHA256SUMS")
-                                   .arg(m_request.knownDigests)};
-            }
-            const QString line = m_offer.package.sha256 + QStringLiteral("  ") +
-                                 ReleaseTree::PackagesPath.mid(1) + m_offer.id;
-            for (const QByteArray &other : known.readAll().split('\n')) {
-                const QString text = QString::fromUtf8(other);
-                if (text.section(QLatin1Char('/'), -1) == m_offer.id && text != line)
-                    return differs(m_request.knownDigests);
-            }
+        if (Failure failure = CheckListed())
+            return failure;
+        for (const KnownPackage &known : qAsConst(m_known)) {
+            if (known.id == m_offer.id && known.sha256 != m_offer.package.sha256)
+                return PublishedWithOtherBytes(m_request.knownDigests);
         }
         const QString target = m_tree.PackageFile(m_offer.id);
-        if (index >= 0 || !QFileInfo::exists(target))
+        if (m_list.IndexOf(m_offer.version) >= 0 || !QFileInfo::exists(target))
             return {};
         FileDigests found;
         m_progress.Begin(QStringLiteral("digests"), QFileInfo(target).size());
         if (Failure failure = DigestFile(target, m_progress, found))
             return failure;
         if (found.sha256 != m_offer.package.sha256)
-            return differs(target);
+            return PublishedWithOtherBytes(target);
         return {};
     }
 
@@ -370,8 +497,9 @@ private:
         release.forced = m_offer.forced;
         release.size = m_offer.package.size;
         release.sha256 = m_offer.package.sha256;
-        release.configFile =
-            m_request.command == Request::Promote ? m_promoted.configFile : m_request.configFile;
+        // Published again without the option, a release keeps the file that was named at first.
+        if (!m_configFile.isEmpty())
+            release.configFile = m_configFile;
         if (m_request.share > 0)
             release.share = m_request.share;
         return release;
@@ -482,6 +610,8 @@ private:
     Release m_promoted;    ///< as the other tree lists it
     QString m_packageFile; ///< what is published as it is: an installer or another tree's package
     ClientFolder m_client;
+    QString m_configFile; ///< the client's version file, as the package lists it; empty: not named
+    QVector<KnownPackage> m_known;
     Offer m_offer;
     Outcome m_outcome;
 };

@@ -62,7 +62,7 @@ public:
     {
         if (!QFileInfo(m_tree.ListFile()).isFile()) {
             Refuse("missing",
-                   QStringLiteral("%1 is no tree of releases; publish one").arg(m_tree.Folder()));
+                   QStringLiteral("%1 is not a release tree; check the path").arg(m_tree.Folder()));
             return m_outcome;
         }
         for (const QString &node : m_request.nodes) {

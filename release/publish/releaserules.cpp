@@ -1,11 +1,11 @@
 #include "release/publish/releaserules.h"
 
-#include "config/configcontract.h"
 #include "install/windowsnames.h"
 #include "net/packagename.h"
 #include "net/servicecontract.h"
 #include "ui/releasenotes.h"
 
+#include <QDir>
 #include <QHash>
 #include <QRegularExpression>
 #include <QSet>
@@ -91,24 +91,9 @@ QString ParentOf(const QString &path)
     return path.left(qMax(0, path.lastIndexOf(QLatin1Char('/'))));
 }
 
-/// The folder in which @p entries hold the updater; empty when they do not.
-QString UpdaterFolderIn(const QVector<Entry> &entries, const QString &named)
+bool IsUpdaterProgram(const QString &path)
 {
-    QSet<QString> withProgram;
-    QSet<QString> withConfiguration;
-    for (const Entry &entry : entries) {
-        if (entry.path.compare(named, Qt::CaseInsensitive) == 0)
-            return entry.path;
-        const QString folder = ParentOf(entry.path);
-        if (LastPart(entry.path).compare(ReleaseRules::UpdaterProgram, Qt::CaseInsensitive) == 0)
-            withProgram.insert(folder);
-        if (LastPart(entry.path).compare(ConfigContract::FileName, Qt::CaseInsensitive) == 0)
-            withConfiguration.insert(folder);
-    }
-    withProgram.intersect(withConfiguration);
-    QStringList folders = withProgram.values();
-    std::sort(folders.begin(), folders.end());
-    return folders.value(0);
+    return LastPart(path).compare(ReleaseRules::UpdaterProgram, Qt::CaseInsensitive) == 0;
 }
 
 Finding TooLong(const QString &topFolder, const Entry &entry)
@@ -391,15 +376,26 @@ Findings ReleaseRules::CheckEntries(const QString &topFolder, const QVector<Entr
 Findings ReleaseRules::CheckUpdaterFolder(const QVector<Entry> &entries,
                                           const QString &updaterFolder)
 {
-    const QString folder = UpdaterFolderIn(entries, updaterFolder);
-    if (folder.isEmpty())
+    // A shell completes the names of folders with a slash.
+    const QString folder =
+        QDir::cleanPath(QString(updaterFolder).replace(QLatin1Char('\\'), QLatin1Char('/')));
+    const auto found =
+        std::find_if(entries.cbegin(), entries.cend(), [&folder](const Entry &entry) {
+            return entry.path.compare(folder, Qt::CaseInsensitive) == 0 ||
+                   IsUpdaterProgram(entry.path);
+        });
+    if (found == entries.cend())
         return {};
-    return {{QStringLiteral("updater-folder"), folder,
-             QStringLiteral("\"%1\" is the updater's own folder: Windows does not "
-                            "overwrite a running program, and the copy would stop there; "
-                            "leave it out, name the updater's folder with "
-                            "--updater-folder, or pass --allow-updater")
-                 .arg(Shown(folder))}};
+    const QString message =
+        IsUpdaterProgram(found->path)
+            ? QStringLiteral("\"%1\" is the updater's program, which Windows does not overwrite "
+                             "while it runs, and the copy would stop there; leave it out with "
+                             "--exclude, or pass --allow-updater")
+            : QStringLiteral("\"%1\" is the updater's own folder: Windows does not overwrite a "
+                             "running program, and the copy would stop there; leave it out, name "
+                             "the updater's folder with --updater-folder, or pass "
+                             "--allow-updater");
+    return {{QStringLiteral("updater-folder"), found->path, message.arg(Shown(found->path))}};
 }
 
 Findings ReleaseRules::WarnOfInstaller(const QString &path, const QByteArray &beginning)
@@ -407,7 +403,8 @@ Findings ReleaseRules::WarnOfInstaller(const QString &path, const QByteArray &be
     if (beginning.startsWith("MZ"))
         return {};
     return {{QStringLiteral("not-a-program"), QString(),
-             QStringLiteral("%1 does not begin as programs for Windows do; see that it is one")
+             QStringLiteral("%1 does not begin as programs for Windows do; check that this is "
+                            "intended")
                  .arg(path)}};
 }
 
@@ -427,7 +424,7 @@ Findings ReleaseRules::WarnOfOlderVersion(const QString &version, const QStringL
         return {};
     return {{QStringLiteral("older-version"), QString(),
              QStringLiteral("the version %1 is older than %2, which was published before, and is "
-                            "offered to those who have %2 too; see that it is meant so")
+                            "offered to those who have %2 too; check that this is intended")
                  .arg(Shown(version), Shown(*newest))}};
 }
 

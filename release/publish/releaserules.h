@@ -96,8 +96,8 @@ Findings CheckPackageSize(qint64 size);
 Findings CheckEntries(const QString &topFolder, const QVector<Entry> &entries);
 
 /**
- * Whether the updater is among @p entries: its folder, which is @p updaterFolder or any folder with
- * the updater's program and configuration in it. One finding at the most.
+ * Whether the updater is among @p entries: the folder @p updaterFolder, or its program in any
+ * folder. Letter case does not count. One finding at the most.
  */
 Findings CheckUpdaterFolder(const QVector<Entry> &entries, const QString &updaterFolder);
 

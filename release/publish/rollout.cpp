@@ -89,6 +89,21 @@ struct Edit {
     Failure failure;
 };
 
+/// What is wrong with a tree whose releases cannot be read. To publish into a damaged one would
+/// not help, and is refused.
+Failure FindNoReleases(const ReleaseTree &tree)
+{
+    ReleaseList list;
+    if (Failure failure = tree.Read(list))
+        return failure;
+    if (!QFileInfo(tree.ListFile()).isFile()) {
+        return Refusal(
+            "missing",
+            QStringLiteral("%1 is not a release tree; check the path").arg(tree.Folder()));
+    }
+    return {};
+}
+
 /// Carries out @p edit for the release that @p request names.
 Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList &, int)> &edit)
 {
@@ -102,11 +117,8 @@ Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList
         return refused(Refusal("links", QStringLiteral("releases cannot be rolled out from this "
                                                        "system; run the command on the server")));
     }
-    if (!QFileInfo(tree.ListFile()).isFile()) {
-        return refused(
-            Refusal("missing",
-                    QStringLiteral("%1 is not a release tree; check the path").arg(tree.Folder())));
-    }
+    if (const Failure failure = FindNoReleases(tree))
+        return refused(*failure);
     TreeChange change(tree);
     if (const Failure failure = request.dryRun ? tree.Read(change.List()) : change.Begin())
         return refused(*failure);
@@ -129,6 +141,7 @@ Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList
     outcome.facts.insert(QStringLiteral("dryRun"), request.dryRun);
     outcome.summary = (request.dryRun ? QStringLiteral("would be done: ") : QString()) + done.line +
                       QLatin1Char('\n');
+    outcome.warnings += FindUnreadable(tree, change.List());
     if (isStopped) {
         outcome.warnings.append(
             Refusal("stopped", QStringLiteral("%1 exists, so nobody is offered anything; "
@@ -194,6 +207,10 @@ Outcome SetStopFile(const Request &request, bool isStopped)
                                                            : QStringLiteral("no such folder"))));
         return outcome;
     }
+    // Whatever mask the process has: the file is copied to the nodes by other users too.
+    if (isStopped && file.isOpen())
+        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                            QFileDevice::ReadGroup | QFileDevice::ReadOther);
     outcome.facts = {{QStringLiteral("stopped"), isStopped},
                      {QStringLiteral("dryRun"), request.dryRun}};
     outcome.summary = isStopped    ? QStringLiteral("%1: nobody is offered anything\n")
@@ -313,15 +330,11 @@ Outcome ListReleases(const Request &request)
     Outcome outcome;
     const ReleaseTree tree(request.source);
     ReleaseList list;
-    if (!QFileInfo(tree.ListFile()).isFile()) {
-        outcome.refusals.append(
-            Refusal("missing",
-                    QStringLiteral("%1 is not a release tree; check the path").arg(tree.Folder())));
-        return outcome;
-    }
-    if (const Failure failure = tree.Read(list)) {
-        outcome.refusals.append(*failure);
-        return outcome;
+    for (const Failure &failure : {tree.Read(list), FindNoReleases(tree)}) {
+        if (failure) {
+            outcome.refusals.append(*failure);
+            return outcome;
+        }
     }
     const bool isStopped = QFileInfo::exists(tree.StopFile());
     QJsonArray releases;

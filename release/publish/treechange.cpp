@@ -10,11 +10,14 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+
 namespace
 {
 
 const QString kStagingFolder = QStringLiteral("/.publish");
 const QString kLockFile = QStringLiteral("lock");
+const QString kPackageLockFile = QStringLiteral("publishing");
 const QString kStagedPackage = QStringLiteral("package");
 const QString kStagedGeneration = QStringLiteral("generation");
 const QString kStagedLink = QStringLiteral("link");
@@ -22,6 +25,11 @@ const QString kStagedLink = QStringLiteral("link");
 const QString kList = QStringLiteral("releases.json");
 const QString kIndex = QStringLiteral("index.html");
 const QString kDigests = QStringLiteral("SHA256SUMS");
+// How long to wait for the tree, in milliseconds: a change is a matter of a second, a push of more.
+constexpr int kPatience = 5000;
+constexpr int kPatienceWithPackage = 60000; // it took minutes to pack, and would have to be again
+constexpr int kPatienceStep = 500;          // Ctrl+C is obeyed in between
+
 const QString kFromTreeToCurrent = QStringLiteral("check/now/");
 
 /// Whatever mask the process has: the web server is another user.
@@ -81,6 +89,30 @@ Failure Link(const QString &target, const QString &path)
     return {};
 }
 
+/// What keeps a lock from being taken. One that a process of another machine left is never taken
+/// for a stale one.
+Finding Busy(const QString &tree, const QLockFile &lock, const QString &lockFile)
+{
+    qint64 process = 0;
+    QString host;
+    QString program;
+    const QString owner =
+        lock.getLockInfo(&process, &host, &program)
+            ? QStringLiteral("locked by process %1 on %2; if it is gone, remove %3")
+                  .arg(QString::number(process), host, lockFile)
+            : QStringLiteral("another process changes this tree; wait for its end");
+    return {QStringLiteral("busy"), QString(), QStringLiteral("%1: %2").arg(tree, owner)};
+}
+
+/// True while nobody's name is in the file: it is being made, or who made it was killed meanwhile.
+bool IsNameless(const QLockFile &lock)
+{
+    qint64 process = 0;
+    QString host;
+    QString program;
+    return !lock.getLockInfo(&process, &host, &program);
+}
+
 } // namespace
 
 TreeChange::TreeChange(const ReleaseTree &tree)
@@ -98,25 +130,33 @@ TreeChange::~TreeChange()
         RemoveStaged();
         m_lock->unlock();
     }
+    if (m_packageLock && m_packageLock->isLocked()) {
+        QFile::remove(PackagePath());
+        m_packageLock->unlock();
+    }
     RemoveWhatIsEmpty(m_folder);
+}
+
+Failure TreeChange::BeginPackage()
+{
+    if (Failure failure = MakeStagingFolder())
+        return failure;
+    if (Failure failure = TakeLock(m_packageLock, kPackageLockFile, 0))
+        return failure;
+    QFile::remove(PackagePath());
+    return {};
 }
 
 Failure TreeChange::Begin()
 {
-    m_oldAncestor = m_tree.Folder();
-    while (!QFileInfo::exists(m_oldAncestor) && FolderOf(m_oldAncestor) != m_oldAncestor)
-        m_oldAncestor = FolderOf(m_oldAncestor);
-    if (Failure failure = MakeFolder(m_folder))
+    if (Failure failure = MakeStagingFolder())
         return failure;
-
-    m_lock = std::make_unique<QLockFile>(StagedPath(kLockFile));
-    m_lock->setStaleLockTime(0); // a large release takes its time
-    if (!m_lock->tryLock()) {
-        if (m_lock->error() != QLockFile::LockFailedError)
-            return CannotWrite(m_folder, QStringLiteral("no file can be made there"));
-        return Finding{QStringLiteral("busy"), QString(), WhoHasTheLock()};
-    }
+    if (Failure failure =
+            TakeLock(m_lock, kLockFile, m_packageLock ? kPatienceWithPackage : kPatience))
+        return failure;
     RemoveStaged();
+    if (!m_packageLock)
+        RemoveOrphanedPackage();
     QFile index(m_tree.Current() + QLatin1Char('/') + kIndex);
     if (index.open(QIODevice::ReadOnly))
         m_index = index.readAll();
@@ -151,8 +191,10 @@ Failure TreeChange::AddOffer(Release &release, const Offer &offer)
 
 Failure TreeChange::Commit(const QString &line)
 {
-    m_list.activity.append(QDateTime::currentDateTimeUtc().toString(Qt::ISODate) +
-                           QLatin1Char(' ') + line);
+    if (!line.isEmpty()) {
+        m_list.activity.append(QDateTime::currentDateTimeUtc().toString(Qt::ISODate) +
+                               QLatin1Char(' ') + line);
+    }
     if (!QFileInfo(m_tree.NoOfferFile()).isFile()) {
         if (Failure failure = Stage(m_tree.NoOfferFile(), NoOfferReply()))
             return failure;
@@ -176,27 +218,57 @@ QString TreeChange::StagedPath(const QString &name) const
     return m_folder + QLatin1Char('/') + name;
 }
 
-/// A lock that a process of another machine left is never taken for a stale one.
-QString TreeChange::WhoHasTheLock() const
+Failure TreeChange::MakeStagingFolder()
 {
-    qint64 process = 0;
-    QString host;
-    QString program;
-    if (!m_lock->getLockInfo(&process, &host, &program)) {
-        return QStringLiteral("%1: another process changes this tree; wait for its end")
-            .arg(m_tree.Folder());
+    if (m_oldAncestor.isEmpty()) {
+        m_oldAncestor = m_tree.Folder();
+        while (!QFileInfo::exists(m_oldAncestor) && FolderOf(m_oldAncestor) != m_oldAncestor)
+            m_oldAncestor = FolderOf(m_oldAncestor);
     }
-    return QStringLiteral("%1: locked by process %2 on %3; if it is gone, remove %4")
-        .arg(m_tree.Folder(), QString::number(process), host, StagedPath(kLockFile));
+    return MakeFolder(m_folder);
 }
 
+Failure TreeChange::TakeLock(std::unique_ptr<QLockFile> &lock, const QString &name, int patience)
+{
+    lock = std::make_unique<QLockFile>(StagedPath(name));
+    lock->setStaleLockTime(0); // a large release takes its time
+    bool isTaken = lock->tryLock();
+    const auto isBusy = [&lock] { return lock->error() == QLockFile::LockFailedError; };
+    if (!isTaken && isBusy() && IsNameless(*lock)) {
+        isTaken = lock->tryLock(kPatienceStep) ||
+                  (IsNameless(*lock) && lock->removeStaleLockFile() && lock->tryLock());
+    }
+    for (int waited = 0; !isTaken && isBusy() && waited < patience; waited += kPatienceStep) {
+        if (HostSystem::WasInterrupted())
+            return Interrupted();
+        isTaken = lock->tryLock(kPatienceStep);
+    }
+    if (isTaken)
+        return {};
+    if (!isBusy())
+        return CannotWrite(m_folder, QStringLiteral("no file can be made there"));
+    return Busy(m_tree.Folder(), *lock, StagedPath(name));
+}
+
+/// What changes of the tree leave; the package belongs to the lock of who publishes.
 void TreeChange::RemoveStaged() const
 {
     QDir(StagedPath(kStagedGeneration)).removeRecursively();
     for (const QString &file : QDir(m_folder).entryList(QDir::Files | QDir::System)) {
-        if (file != kLockFile)
+        if (file != kLockFile && file != kPackageLockFile && file != kStagedPackage)
             QFile::remove(StagedPath(file));
     }
+}
+
+/// What a process left that was killed while it packed.
+void TreeChange::RemoveOrphanedPackage() const
+{
+    if (!QFile::exists(PackagePath()) && !QFile::exists(StagedPath(kPackageLockFile)))
+        return;
+    QLockFile lock(StagedPath(kPackageLockFile));
+    lock.setStaleLockTime(0);
+    if (lock.tryLock(0))
+        QFile::remove(PackagePath());
 }
 
 Failure TreeChange::Stage(const QString &target, const QByteArray &content)
@@ -305,4 +377,30 @@ void TreeChange::RemoveWhatIsEmpty(QString folder) const
         return;
     while (folder.startsWith(m_oldAncestor) && folder != m_oldAncestor && QDir().rmdir(folder))
         folder = FolderOf(folder);
+}
+
+Findings FindUnreadable(const ReleaseTree &tree, const ReleaseList &list)
+{
+    const QString packages = FolderOf(tree.PackageFile(QStringLiteral("ID")));
+    QStringList paths{tree.Folder(),      packages,           FolderOf(tree.Current()),
+                      tree.Current(),     tree.Generations(), tree.NoOfferFile(),
+                      tree.DigestsFile(), tree.IndexFile()};
+    for (const Release &release : list.releases) {
+        paths += {tree.OfferFile(release), tree.PackageFile(release.id)};
+        // A release that was published again has a folder for its revision.
+        for (QString answers = FolderOf(tree.OfferFile(release));
+             answers.size() > tree.Folder().size(); answers = FolderOf(answers))
+            paths.append(answers);
+    }
+    const bool isUnreadable = std::any_of(paths.cbegin(), paths.cend(), [](const QString &path) {
+        const QFileInfo info(path);
+        const QFileDevice::Permissions needed =
+            info.isDir() ? QFileDevice::ReadOther | QFileDevice::ExeOther : QFileDevice::ReadOther;
+        return info.exists() && !info.permission(needed);
+    });
+    if (!isUnreadable)
+        return {};
+    return {{QStringLiteral("mode"), QString(),
+             QStringLiteral("%1 cannot be read by other users such as nginx; run chmod -R o+rX %1")
+                 .arg(tree.Folder())}};
 }

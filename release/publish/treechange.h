@@ -26,8 +26,15 @@ public:
     ~TreeChange();
     Q_DISABLE_COPY(TreeChange)
 
+    /**
+     * Makes the folder, and room for a package at PackagePath(). Packing takes minutes, in which
+     * other processes may change the tree, but not publish into it. Fails when another process
+     * does. Begin() has to follow.
+     */
+    Failure BeginPackage();
+
     /// Makes the folder and reads the list of the releases. Fails when another process changes the
-    /// same tree.
+    /// same tree and does not end soon.
     Failure Begin();
 
     /// The list, to be edited before Commit().
@@ -47,7 +54,8 @@ public:
     /// another revision when it is announced with another answer already.
     Failure AddOffer(Release &release, const Offer &offer);
 
-    /// Adds @p line to the list's activity, with the time, and brings everything into force.
+    /// Adds @p line to the list's activity, with the time, unless it is empty, and brings
+    /// everything into force.
     Failure Commit(const QString &line);
 
 private:
@@ -58,8 +66,10 @@ private:
     };
 
     QString StagedPath(const QString &name) const;
-    QString WhoHasTheLock() const;
+    Failure MakeStagingFolder();
+    Failure TakeLock(std::unique_ptr<QLockFile> &lock, const QString &name, int patience);
     void RemoveStaged() const;
+    void RemoveOrphanedPackage() const;
     Failure Stage(const QString &target, const QByteArray &content);
     Failure WriteGeneration();
     Failure WriteTables();
@@ -78,5 +88,10 @@ private:
     QString m_oldAncestor;    ///< the nearest folder above the staged files that was there before
     QVector<Move> m_moves;
     QStringList m_added; ///< files that were not in the tree before; removed unless all succeeds
-    std::unique_ptr<QLockFile> m_lock;
+    std::unique_ptr<QLockFile> m_packageLock; ///< of whoever publishes; taken before the other
+    std::unique_ptr<QLockFile> m_lock;        ///< of whoever changes the tree
 };
+
+/// The files and folders of the tree and of the releases in @p list that a web server, which is
+/// another user, cannot read. One finding at the most.
+Findings FindUnreadable(const ReleaseTree &tree, const ReleaseList &list);

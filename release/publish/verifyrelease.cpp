@@ -7,6 +7,7 @@
 #include "release/publish/releaserules.h"
 #include "release/publish/releasetree.h"
 #include "release/publish/reply.h"
+#include "release/publish/treechange.h"
 #include "release/publish/versionfile.h"
 #include "release/publish/zipcheck.h"
 
@@ -38,15 +39,16 @@ public:
         QByteArray noOffer;
         if (Read(m_tree.NoOfferFile(), noOffer))
             Refuse(CheckNoOffer(noOffer));
-        QByteArray json;
-        if (!Read(m_tree.ListFile(), json))
-            return m_outcome;
         ReleaseList list;
-        if (Failure failure = ReadReleaseList(json, list)) {
+        if (Failure failure = m_tree.Read(list)) {
             Refuse({*failure});
             return m_outcome;
         }
+        QByteArray json;
+        if (!Read(m_tree.ListFile(), json))
+            return m_outcome;
         CheckGeneration(list);
+        Refuse(FindUnreadable(m_tree, list));
         for (const Release &release : qAsConst(list.releases))
             CheckRelease(release);
         // The page is about the newest release, which was the last to be looked at.

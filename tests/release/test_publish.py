@@ -265,9 +265,9 @@ class Publish(unittest.TestCase):
         self.assertEqual(refused.stdout, "")
         lines = refused.stderr.splitlines()
         self.assertEqual(len(lines), 3, refused.stderr)
-        for line, mend in zip(lines, ["put what it points to", "rename it", 'write "and"']):
+        for line, advice in zip(lines, ["put what it points to", "rename it", 'write "and"']):
             self.assertTrue(line.startswith("publish: "), line)
-            self.assertIn(mend, line)
+            self.assertIn(advice, line)
         self.assertFalse(self.site.exists())
 
     def test_a_much_shorter_version_has_to_be_allowed(self) -> None:
@@ -311,8 +311,18 @@ class Publish(unittest.TestCase):
             large.truncate(2**31)  # takes no room
         refused = self.publish()
         self.assertEqual(refused.returncode, 1)
-        self.assertIn("large: 2147483648 bytes", refused.stderr)
+        self.assertIn("large: 2147483648 bytes, and the updater takes files", refused.stderr)
+        self.assertIn("at most 2147483647;", refused.stderr)
+        self.assertNotIn("changed", refused.stderr)
         self.assertFalse(self.site.exists())
+
+    def test_a_file_just_below_2_gib_is_published(self) -> None:
+        with (self.client / "large").open("wb") as large:
+            large.truncate(2**31 - 1)
+        for more in (["--dry-run"], []):
+            done = self.publish("2.1.3", *more)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertNotIn("changed", done.stderr)
 
     def test_names_that_are_no_text_are_refused(self) -> None:
         raw = os.fsencode(self.client)
@@ -326,6 +336,46 @@ class Publish(unittest.TestCase):
             [("name-encoding", "lost\\xff"), ("name-encoding", "plug ins/caf\\xe9")],
         )
         self.assertFalse(self.site.exists())
+
+    def test_arguments_that_are_no_text_are_refused(self) -> None:
+        self.site = self.room / os.fsdecode(b"site\xe9")
+        for command in (self.command("2.1.3", "--json"), [TOOL, "verify", str(self.site)]):
+            before = sorted(os.listdir(self.room))
+            refused = self.run_tool(command)
+            self.assertEqual(refused.returncode, 2)
+            self.assertIn('site\\xe9" is not valid UTF-8; ', refused.stderr)
+            self.assertEqual(sorted(os.listdir(self.room)), before)
+
+    def test_the_stop_file_can_be_read_by_everybody(self) -> None:
+        self.assertEqual(self.publish().returncode, 0)
+        stop = [TOOL, "stop", str(self.site)]
+        self.assertEqual(self.run_tool(stop, lambda: os.umask(0o077)).returncode, 0)
+        mode = (self.site / "check" / "stop").stat().st_mode & 0o7777
+        self.assertEqual(oct(mode), "0o644")
+
+    def test_a_release_is_stopped_while_another_is_packed(self) -> None:
+        self.assertEqual(self.publish("2.1.3", "--share", "100").returncode, 0)
+        tool = self.start_and_wait_for_half_a_package()
+        tool.send_signal(signal.SIGSTOP)  # so that it cannot get ready meanwhile
+        stopped = self.run_tool([TOOL, "stop", str(self.site), "--version", "2.1.3"])
+        tool.send_signal(signal.SIGCONT)
+        self.assertEqual(stopped.returncode, 0, stopped.stderr)
+        _, errors = tool.communicate(timeout=TIME_LIMIT)
+        self.assertEqual(tool.returncode, 0, errors)
+        listed = json.loads((self.site / "check" / "now" / "releases.json").read_bytes())
+        self.assertEqual(
+            [(release["version"], release["stopped"]) for release in listed["releases"]],
+            [("2.1.3", True), ("2.2.0", False)],
+        )
+
+    def test_what_a_killed_one_left_is_removed_by_any_command(self) -> None:
+        self.assertEqual(self.publish("2.1.3", "--share", "100").returncode, 0)
+        tool = self.start_and_wait_for_half_a_package()
+        tool.kill()
+        tool.communicate(timeout=TIME_LIMIT)
+        stopped = self.run_tool([TOOL, "stop", str(self.site), "--version", "2.1.3"])
+        self.assertEqual(stopped.returncode, 0, stopped.stderr)
+        self.assertFalse((self.site / ".publish").exists())
 
     def test_the_updaters_folder_has_to_be_allowed(self) -> None:
         (self.client / "AutoUpdate").mkdir()
@@ -379,16 +429,6 @@ class Publish(unittest.TestCase):
         with zipfile.ZipFile(self.site / "packages" / "Client-2.1.3.zip") as package:
             package.extractall(self.room / "unpacked")
         self.assertEqual(snapshot(self.room / "unpacked" / "Client-2.1.3"), snapshot(self.client))
-
-    def test_a_file_of_2_gib_is_refused_for_its_size(self) -> None:
-        with (self.client / "large").open("wb") as large:
-            large.truncate(2**31)
-        refused = self.publish()
-        self.assertEqual(refused.returncode, 1)
-        self.assertIn("large: 2147483648 bytes, and the updater takes files", refused.stderr)
-        self.assertIn("at most 2147483647;", refused.stderr)
-        self.assertNotIn("changed", refused.stderr)
-        self.assertFalse(self.site.exists())
 
     def test_version_of_the_tool_is_told(self) -> None:
         told = self.run_tool([TOOL, "--version"])

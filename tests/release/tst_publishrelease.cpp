@@ -12,9 +12,11 @@
 #include <QFileInfo>
 #include <QLockFile>
 #include <QTest>
+#include <QThread>
 #include <QtGui/private/qzipreader_p.h>
 
 #include <functional>
+#include <memory>
 
 #ifdef Q_OS_UNIX
 #include <sys/stat.h>
@@ -76,6 +78,17 @@ QString HexDigest(const QString &path, QCryptographicHash::Algorithm algorithm)
     return QString::fromLatin1(QCryptographicHash::hash(ReadFile(path), algorithm).toHex());
 }
 
+/// Publishes the release of @p from in the tree of @p target.
+Request PromoteRequest(const Vendor &from, const Vendor &target)
+{
+    Request request;
+    request.command = Request::Promote;
+    request.source = from.Tree();
+    request.out = target.Tree();
+    request.version = QStringLiteral("2.1.3");
+    return request;
+}
+
 void VerifyPublished(const Outcome &outcome)
 {
     QVERIFY2(outcome.refusals.isEmpty(), qPrintable(Lines(outcome.refusals)));
@@ -110,19 +123,33 @@ private slots:
     void olderVersionIsWarnedOf();
     void sameBytesCanBePublishedAgain_data();
     void sameBytesCanBePublishedAgain();
+    void bytesOfAnEarlierTreeAreKnown_data();
     void bytesOfAnEarlierTreeAreKnown();
+    void knownDigestsHaveToBeAList_data();
+    void knownDigestsHaveToBeAList();
     void versionFileTellsTheVersion();
+    void versionFileHasToBeInThePackage_data();
+    void versionFileHasToBeInThePackage();
+    void versionFileIsRememberedWhenPublishedAgain();
     void shorterVersionCanBeForced();
     void versionIsLongEnoughForEveryReleaseOfTheTree_data();
     void versionIsLongEnoughForEveryReleaseOfTheTree();
     void refusals_data();
     void refusals();
+    void otherKindOfTheSameVersionIsNamed();
+    void dryRunComparesWhatItNeedNotPack();
+    void promotedReleaseGetsTheAddressOfItsTree_data();
+    void promotedReleaseGetsTheAddressOfItsTree();
+    void promotedReleaseIsNotRolledBack();
+    void promotingTwiceIsOneActivity();
     void refusalLeavesAnOlderReleaseAlone_data();
     void refusalLeavesAnOlderReleaseAlone();
     void updatersFolderHasToBeAllowed();
     void whatACrashLeftIsCleanedUp();
     void twoAtATimeAreRefused();
+    void treeThatIsBeingChangedIsWaitedFor();
 #ifdef Q_OS_UNIX
+    void treeThatOthersCannotReadIsWarnedOf_posix();
     void treeHoldsWhatIsServed_posix();
     void linksAndSpecialFilesAreRefused_posix();
     void fullDiskLeavesNothingBehind_posix();
@@ -427,18 +454,71 @@ void TestPublishRelease::sameBytesCanBePublishedAgain()
     VerifyPublished(Verify(vendor));
 }
 
+void TestPublishRelease::bytesOfAnEarlierTreeAreKnown_data()
+{
+    QTest::addColumn<QString>("line"); // %1 is the digest
+    QTest::newRow("as every release writes it") << "%1  packages/Client-2.1.3.zip\n";
+    QTest::newRow("from the packages' own folder") << "%1  Client-2.1.3.zip\n";
+    QTest::newRow("binary") << "%1 *packages/Client-2.1.3.zip\n";
+    QTest::newRow("line ends of Windows") << "%1  packages/Client-2.1.3.zip\r\n";
+    QTest::newRow("path of Windows") << "%1 *packages\\Client-2.1.3.zip\r\n";
+    QTest::newRow("without a line end") << "%1  ./packages/Client-2.1.3.zip";
+}
+
 void TestPublishRelease::bytesOfAnEarlierTreeAreKnown()
 {
+    QFETCH(QString, line);
     const Vendor earlier;
     VerifyPublished(Publish(earlier.ZipRequest()));
     const Vendor vendor;
     Request request = vendor.ZipRequest();
-    request.knownDigests = earlier.Tree(QStringLiteral("check/now/SHA256SUMS"));
+    request.knownDigests = vendor.Path(QStringLiteral("known"));
+    WriteFile(request.knownDigests,
+              (QString(64, QLatin1Char('0')) + QStringLiteral("  packages/Client-2.0.0.zip\n") +
+               line.arg(HexDigest(earlier.Package(), QCryptographicHash::Sha256).toUpper()))
+                  .toUtf8());
     WriteFile(vendor.Client(QStringLiteral("new")), "x");
     QCOMPARE(Rules(Publish(request).refusals), QStringList(QStringLiteral("package-exists")));
     QVERIFY(!QFile::exists(vendor.Tree()));
     QVERIFY(QFile::remove(vendor.Client(QStringLiteral("new"))));
     VerifyPublished(Publish(request));
+}
+
+void TestPublishRelease::knownDigestsHaveToBeAList_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("line");
+    const QByteArray good = QByteArray(64, '0') + "  packages/Client-2.0.0.zip\n";
+    const QString noList = QStringLiteral("is not a list of SHA-256 digests; name the SHA256SUMS");
+    QTest::newRow("no file") << QByteArray() << QStringLiteral("; name the SHA256SUMS of an");
+    QTest::newRow("empty") << QByteArray("") << noList;
+    QTest::newRow("no text") << QByteArray("\x89PNG\r\n\xff\0\0", 9) << noList;
+    QTest::newRow("short digest") << good + good.mid(1) << noList;
+    QTest::newRow("no name") << QByteArray(64, '0') + "  packages/\n" << noList;
+    QTest::newRow("line between") << good + "\n" + good << noList;
+    QTest::newRow("MD5") << QByteArray(32, '0') + "  packages/Client-2.0.0.zip\n" << noList;
+}
+
+void TestPublishRelease::knownDigestsHaveToBeAList()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, line);
+    const Vendor vendor;
+    const Vendor from;
+    VerifyPublished(Publish(from.ZipRequest()));
+    for (Request request :
+         {vendor.ZipRequest(), vendor.InstallerRequest(), PromoteRequest(from, vendor)}) {
+        request.knownDigests = vendor.Path(QStringLiteral("known"));
+        if (!content.isNull())
+            WriteFile(request.knownDigests, content);
+        for (const bool isDryRun : {true, false}) {
+            request.dryRun = isDryRun;
+            const Findings refusals = Publish(request).refusals;
+            QCOMPARE(Rules(refusals), QStringList(QStringLiteral("known")));
+            QVERIFY2(Lines(refusals).contains(line), qPrintable(Lines(refusals)));
+        }
+    }
+    QVERIFY(!QFile::exists(vendor.Tree()));
 }
 
 void TestPublishRelease::versionFileTellsTheVersion()
@@ -458,6 +538,57 @@ void TestPublishRelease::versionFileTellsTheVersion()
     QCOMPARE(Rules(outcome.warnings), QStringList(QStringLiteral("config-order")));
     QVERIFY(outcome.warnings.first().message.contains(QLatin1String("before 1 other file")));
     QCOMPARE(Rules(Verify(vendor).warnings), QStringList(QStringLiteral("config-order")));
+}
+
+void TestPublishRelease::versionFileHasToBeInThePackage_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("isPacked");
+    QTest::newRow("in the folder") << "~version/version.json" << true;
+    QTest::newRow("roundabout") << "./~version//version.json" << true;
+    QTest::newRow("next to the folder") << "../version.json" << false;
+    QTest::newRow("absolute") << "/version.json" << false;
+    QTest::newRow("left out") << "debug/version.json" << false;
+    QTest::newRow("a folder") << "~version" << false;
+    QTest::newRow("nothing") << "no.json" << false;
+}
+
+void TestPublishRelease::versionFileHasToBeInThePackage()
+{
+    QFETCH(QString, path);
+    QFETCH(bool, isPacked);
+    const Vendor vendor;
+    const QByteArray content = R"({"client":{"version":"2.1.3"}})";
+    for (const char *file : {"~version/version.json", "../version.json", "debug/version.json"})
+        WriteFile(vendor.Client(QLatin1String(file)), content);
+    Request request = vendor.ZipRequest();
+    request.exclude = QStringList(QStringLiteral("debug"));
+    request.configFile = path.startsWith(QLatin1Char('/')) ? vendor.Client(path.mid(1)) : path;
+    const Outcome outcome = Publish(request);
+    if (!isPacked) {
+        QCOMPARE(Rules(outcome.refusals), QStringList(QStringLiteral("config-file")));
+        QVERIFY(outcome.refusals.first().message.startsWith(request.configFile));
+        return;
+    }
+    VerifyPublished(outcome);
+    QCOMPARE(Rules(outcome.warnings), QStringList());
+    QCOMPARE(vendor.List().releases.last().configFile, QStringLiteral("~version/version.json"));
+    VerifyPublished(Verify(vendor));
+}
+
+void TestPublishRelease::versionFileIsRememberedWhenPublishedAgain()
+{
+    const Vendor vendor;
+    Request request = vendor.ZipRequest();
+    for (const char *file : {"~version/version.json", "~version/z.json"})
+        WriteFile(vendor.Client(QLatin1String(file)), R"({"client":{"version":"2.1.3"}})");
+    request.configFile = QStringLiteral("~version/version.json");
+    VerifyPublished(Publish(request));
+    VerifyPublished(Publish(vendor.ZipRequest()));
+    QCOMPARE(vendor.List().releases.last().configFile, request.configFile);
+    request.configFile = QStringLiteral("~version/z.json");
+    VerifyPublished(Publish(request));
+    QCOMPARE(vendor.List().releases.last().configFile, request.configFile);
 }
 
 void TestPublishRelease::shorterVersionCanBeForced()
@@ -609,6 +740,113 @@ void TestPublishRelease::refusals()
     QCOMPARE(Snapshot(vendor.Client()), before);
 }
 
+void TestPublishRelease::otherKindOfTheSameVersionIsNamed()
+{
+    const Vendor vendor;
+    Request request = vendor.InstallerRequest();
+    VerifyPublished(Publish(request));
+    request = vendor.ZipRequest();
+    request.dryRun = true;
+    const Findings refusals = Publish(request).refusals;
+    QCOMPARE(Rules(refusals), QStringList(QStringLiteral("package-exists")));
+    QCOMPARE(refusals.first().message,
+             QStringLiteral("version 2.1.3 was published as Setup-2.1.3.exe; give this release a "
+                            "new version"));
+}
+
+void TestPublishRelease::dryRunComparesWhatItNeedNotPack()
+{
+    const Vendor vendor;
+    const Request installer = vendor.InstallerRequest();
+    VerifyPublished(Publish(installer));
+    Request again = installer;
+    again.dryRun = true;
+    VerifyPublished(Publish(again));
+    WriteFile(installer.source, "MZ another installer");
+    QCOMPARE(Rules(Publish(again).refusals), QStringList(QStringLiteral("package-exists")));
+
+    const Vendor target;
+    Request promote = PromoteRequest(vendor, target);
+    promote.dryRun = true;
+    VerifyPublished(Publish(promote));
+    WriteFile(vendor.Tree(QStringLiteral("packages/Setup-2.1.3.exe")), "MZ damaged");
+    QCOMPARE(Rules(Publish(promote).refusals), QStringList(QStringLiteral("digest")));
+    QVERIFY(!QFile::exists(target.Tree()));
+}
+
+void TestPublishRelease::promotedReleaseGetsTheAddressOfItsTree_data()
+{
+    QTest::addColumn<QString>("targetPrefix"); // null: the tree is empty
+    QTest::addColumn<QString>("givenPrefix");
+    QTest::addColumn<QString>("address");
+    QTest::newRow("as the tree's latest") << "https://x/client"
+                                          << ""
+                                          << "https://x/client/packages/Client-2.1.3.zip";
+    QTest::newRow("as given") << "https://x/client"
+                              << "https://y/"
+                              << "https://y/packages/Client-2.1.3.zip";
+    QTest::newRow("as it was, in an empty tree") << QString() << ""
+                                                 << "https://x/beta/packages/Client-2.1.3.zip";
+}
+
+void TestPublishRelease::promotedReleaseGetsTheAddressOfItsTree()
+{
+    QFETCH(QString, targetPrefix);
+    QFETCH(QString, givenPrefix);
+    const Vendor from;
+    Request request = from.ZipRequest();
+    request.urlPrefix = QStringLiteral("https://x/beta");
+    VerifyPublished(Publish(request));
+    const Vendor target;
+    if (!targetPrefix.isNull()) {
+        request = target.ZipRequest();
+        request.version = QStringLiteral("2.1.0");
+        request.urlPrefix = targetPrefix;
+        VerifyPublished(Publish(request));
+    }
+    request = PromoteRequest(from, target);
+    request.urlPrefix = givenPrefix;
+    VerifyPublished(Publish(request));
+    QTEST(ReadByUpdater(target, QStringLiteral("en")).latestVersionUrl, "address");
+    VerifyPublished(Verify(target));
+}
+
+void TestPublishRelease::promotedReleaseIsNotRolledBack()
+{
+    const Vendor from;
+    const Vendor target;
+    VerifyPublished(Publish(from.ZipRequest()));
+    ReleaseList list = from.List();
+    list.releases.first().isStopped = true;
+    const QString file = from.Tree(QStringLiteral("check/now/releases.json"));
+    WriteFile(file, ToJson(list));
+    Request promote = PromoteRequest(from, target);
+    promote.dryRun = true;
+    const Outcome stopped = Publish(promote);
+    VerifyPublished(stopped);
+    QCOMPARE(Rules(stopped.warnings), QStringList(QStringLiteral("stopped")));
+
+    list.releases.first().isWithdrawn = true;
+    WriteFile(file, ToJson(list));
+    QCOMPARE(Rules(Publish(promote).refusals), QStringList(QStringLiteral("withdrawn")));
+}
+
+void TestPublishRelease::promotingTwiceIsOneActivity()
+{
+    const Vendor from;
+    const Vendor target;
+    VerifyPublished(Publish(from.ZipRequest()));
+    VerifyPublished(Publish(PromoteRequest(from, target)));
+    QVERIFY(QFile::remove(target.Package()));
+    VerifyPublished(Publish(PromoteRequest(from, target)));
+    VerifyPublished(Verify(target));
+    QCOMPARE(target.List().activity.size(), 1);
+    Request forced = target.ZipRequest();
+    forced.forced = true;
+    VerifyPublished(Publish(forced));
+    QCOMPARE(target.List().activity.size(), 2);
+}
+
 void TestPublishRelease::refusalLeavesAnOlderReleaseAlone_data()
 {
     QTest::addColumn<Change>("change");
@@ -689,7 +927,7 @@ void TestPublishRelease::twoAtATimeAreRefused()
 {
     const Vendor vendor;
     QDir().mkpath(vendor.Tree(QStringLiteral(".publish")));
-    QLockFile other(vendor.Tree(QStringLiteral(".publish/lock")));
+    QLockFile other(vendor.Tree(QStringLiteral(".publish/publishing")));
     QVERIFY(other.tryLock());
     WriteFile(vendor.Tree(QStringLiteral(".publish/package")), "the other's");
     const QMap<QString, QByteArray> before = Snapshot(vendor.Tree());
@@ -705,7 +943,46 @@ void TestPublishRelease::twoAtATimeAreRefused()
     QCOMPARE(Snapshot(vendor.Tree()), before);
 }
 
+void TestPublishRelease::treeThatIsBeingChangedIsWaitedFor()
+{
+    const Vendor vendor;
+    QDir().mkpath(vendor.Tree(QStringLiteral(".publish")));
+    QLockFile other(vendor.Tree(QStringLiteral(".publish/lock")));
+    QVERIFY(other.tryLock());
+    const std::unique_ptr<QThread> thread(QThread::create([&] {
+        // The package is made without the tree's lock.
+        const QString package = vendor.Tree(QStringLiteral(".publish/package"));
+        QTRY_VERIFY(QFileInfo(package).size() > 0);
+        other.unlock();
+    }));
+    thread->start();
+    const Outcome outcome = Publish(vendor.ZipRequest());
+    QVERIFY(thread->wait());
+    VerifyPublished(outcome);
+}
+
 #ifdef Q_OS_UNIX
+
+void TestPublishRelease::treeThatOthersCannotReadIsWarnedOf_posix()
+{
+    const Vendor vendor;
+    QVERIFY(QDir().mkpath(vendor.Tree()));
+    QVERIFY(QFile::setPermissions(vendor.Tree(),
+                                  QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    const QStringList rule(QStringLiteral("mode"));
+    Request request = vendor.ZipRequest();
+    request.dryRun = true;
+    QCOMPARE(Rules(Publish(request).warnings), rule);
+    request.dryRun = false;
+    const Outcome outcome = Publish(request);
+    VerifyPublished(outcome);
+    QCOMPARE(Rules(outcome.warnings), rule);
+    QCOMPARE(outcome.warnings.first().message,
+             vendor.Tree() +
+                 QStringLiteral(" cannot be read by other users such as nginx; run "
+                                "chmod -R o+rX ") +
+                 vendor.Tree());
+}
 
 void TestPublishRelease::treeHoldsWhatIsServed_posix()
 {

@@ -287,7 +287,8 @@ void TestVerifyRelease::wrongTrees_data()
            [](const Vendor &vendor) { QDir(vendor.Tree()).removeRecursively(); });
     AddRow("no offer", "missing", "Client-2.1.3.zip.json cannot be read",
            Lacks("check/answers/2.1.3/Client-2.1.3.zip.json"));
-    AddRow("no list", "missing", "releases.json cannot be read", Lacks("check/now/releases.json"));
+    AddRow("no list", "releases", "; restore the tree from a copy",
+           Lacks("check/now/releases.json"));
     AddRow("list that is no JSON", "releases", "is not JSON", [](const Vendor &vendor) {
         WriteFile(vendor.Tree(QStringLiteral("check/now/releases.json")), "[");
     });
@@ -307,6 +308,21 @@ void TestVerifyRelease::wrongTrees_data()
         WriteFile(path, page.replace(digest, 64, QByteArray(64, '0')));
     });
 #ifdef Q_OS_UNIX
+    AddRow("no link to the list", "releases", "; restore the tree from a copy",
+           [](const Vendor &vendor) {
+               Request next = vendor.ZipRequest();
+               next.version = QStringLiteral("2.2.0");
+               QVERIFY(Publish(next).refusals.isEmpty());
+               Lacks("check/now")(vendor);
+           });
+    for (const char *path : {".", "packages", "packages/Client-2.1.3.zip", "check/now/"}) {
+        AddRow(qPrintable(QStringLiteral("closed to others: ") + QLatin1String(path)), "mode",
+               "run chmod -R o+rX ", [path](const Vendor &vendor) {
+                   QVERIFY(QFile::setPermissions(vendor.Tree(QLatin1String(path)),
+                                                 QFile::ReadOwner | QFile::WriteOwner |
+                                                     QFile::ExeOwner));
+               });
+    }
     AddRow("a decision is missing", "decisions", "everywhere/other",
            Lacks("check/now/everywhere/other"));
     AddRow("a decision of somebody else", "decisions", "check/now does", [](const Vendor &vendor) {
