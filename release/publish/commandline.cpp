@@ -10,6 +10,7 @@
 #include <QVector>
 
 #include <algorithm>
+#include <cmath>
 
 using namespace CommandTable;
 
@@ -95,6 +96,8 @@ public:
 
     QString Read(Request &request) const
     {
+        if (IsSet(kHtml) && Value(kHtml).isEmpty())
+            return QStringLiteral("--html needs the name of a file");
         request.command = m_command.command;
         request.asJson = IsSet(kJson);
         request.dryRun = IsSet(kDryRun);
@@ -225,11 +228,15 @@ private:
             if (request.share == 0)
                 return QStringLiteral("--share is no number from 0.1 to 100 with one decimal");
         }
-        request.plan = Value(kPlan);
-        if (IsSet(kPlan) && (ReadPlan(request.plan).isEmpty() || IsSet(kShare))) {
-            return QStringLiteral("--plan is not, as in \"1% 1d, 10% 12h, 100%\", growing shares "
-                                  "with their times, without --share");
+        if (!IsSet(kPlan))
+            return QString();
+        request.plan = PlanText(ReadPlan(Value(kPlan)));
+        if (request.plan.isEmpty()) {
+            return QStringLiteral("--plan must list growing shares, each but the last with a "
+                                  "duration, as in \"1% 1d, 10% 12h, 100%\"");
         }
+        if (IsSet(kShare))
+            return QStringLiteral("--plan and --share exclude each other");
         return QString();
     }
 
@@ -259,7 +266,9 @@ private:
             return QString();
         request.linkGbit = Value(kLinkGbit).toDouble();
         request.clients = Value(kClients).toDouble();
-        if (request.linkGbit <= 0 || request.clients < 1)
+        // toDouble() reads "nan" and "inf" as well.
+        if (!std::isfinite(request.linkGbit) || !std::isfinite(request.clients) ||
+            request.linkGbit <= 0 || request.clients < 1)
             return QStringLiteral("--link-gbit and --clients are two numbers that go together");
         return QString();
     }
@@ -274,7 +283,9 @@ private:
             const double percent = text.section(QLatin1Char('='), 1).toDouble(&isNumber);
             const bool isInterrupted = kind == QLatin1String("interrupted");
             const bool isUnchanged = kind == QLatin1String("unchanged");
-            if (!isNumber || percent < 0 || percent > 100 || isInterrupted == isUnchanged) {
+            // In this form it refuses "nan", which no comparison holds for.
+            const bool isPercentage = isNumber && percent >= 0 && percent <= 100;
+            if (!isPercentage || isInterrupted == isUnchanged) {
                 return QStringLiteral("\"%1\" is neither interrupted=PERCENT nor "
                                       "unchanged=PERCENT")
                     .arg(text);

@@ -135,8 +135,8 @@ void LogMerge::Close(const OpenLog &log)
     if (log.lateBy > kToleratedDelay) {
         m_warnings.append({QStringLiteral("log-order"), path,
                            QStringLiteral("%1: lines are up to %2 seconds out of order, which "
-                                          "falsifies who came back; give each node's logs as files "
-                                          "of their own")
+                                          "makes the figures of who came back wrong; give each "
+                                          "node's logs as files of their own")
                                .arg(path, QString::number(log.lateBy))});
     }
 }

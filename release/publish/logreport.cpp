@@ -5,6 +5,8 @@
 #include "release/publish/releaserules.h"
 #include "release/publish/reportpage.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QSaveFile>
 #include <QVector>
@@ -240,9 +242,21 @@ Failure WritePage(const QString &path, const QByteArray &page)
     QSaveFile file(path);
     if (file.open(QIODevice::WriteOnly) && file.write(page) == page.size() && file.commit())
         return {};
+    const QString advice = QFileInfo(path).dir().exists()
+                               ? QStringLiteral("free some disk space and check the permissions")
+                               : QStringLiteral("create the folder");
     return Finding{QStringLiteral("unwritable"), path,
-                   QStringLiteral("%1: %2; free some disk space and check the permissions")
-                       .arg(path, file.errorString())};
+                   QStringLiteral("%1: %2; %3").arg(path, file.errorString(), advice)};
+}
+
+/// Whether the file @p path is one of @p logs under whatever name.
+bool IsOneOf(const QStringList &logs, const QString &path)
+{
+    const QString canonicalPath = QFileInfo(path).canonicalFilePath(); // empty without a file
+    return !canonicalPath.isEmpty() &&
+           std::any_of(logs.cbegin(), logs.cend(), [&canonicalPath](const QString &log) {
+               return QFileInfo(log).canonicalFilePath() == canonicalPath;
+           });
 }
 
 } // namespace
@@ -272,6 +286,12 @@ QJsonObject ReportFacts(const RolloutStatistics &statistics)
 Outcome ReportLogs(const ReportOptions &options, Progress &progress)
 {
     Outcome outcome;
+    if (IsOneOf(options.logs, options.htmlFile)) {
+        outcome.refusals.append({QStringLiteral("html"), options.htmlFile,
+                                 QStringLiteral("%1 is one of the logs; give the page another name")
+                                     .arg(options.htmlFile)});
+        return outcome;
+    }
     RolloutStatistics statistics;
     if (const Failure failure = ReadLogs({options.logs, {}}, progress, statistics)) {
         outcome.refusals.append(*failure);

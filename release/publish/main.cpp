@@ -24,7 +24,10 @@ Progress::Style ProgressStyle(const Request &request)
 {
     if (request.asJson)
         return Progress::Silent;
-    return HostSystem::ErrorsGoToTerminal() ? Progress::Bar : Progress::Lines;
+    if (HostSystem::ErrorsGoToTerminal())
+        return Progress::Bar;
+    // cron would send each line by mail, every hour.
+    return request.command == Request::Advance ? Progress::Silent : Progress::Lines;
 }
 
 Outcome Run(const Request &request, Progress &progress)

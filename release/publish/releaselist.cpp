@@ -6,10 +6,10 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QMap>
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <array>
 
 namespace
 {
@@ -17,6 +17,17 @@ namespace
 constexpr int kFormat = 1;
 constexpr int kMaxPatternParts = 3;
 constexpr double kPartsPerPercent = AllParts / 100.0;
+
+/// A unit of the times in a plan.
+struct Unit {
+    QLatin1Char letter;
+    qint64 seconds;
+};
+
+constexpr std::array<Unit, 4> kUnits{{{QLatin1Char('w'), 604800},
+                                      {QLatin1Char('d'), 86400},
+                                      {QLatin1Char('h'), 3600},
+                                      {QLatin1Char('m'), 60}}};
 
 namespace Key
 {
@@ -122,6 +133,15 @@ QString Objection(const Release &release, const QString &kind)
         return Key::Share;
     if (!release.published.isValid())
         return Key::Published;
+    if (release.plan.isEmpty())
+        return QString();
+    // A plan that is misread could offer the release to everybody at once.
+    if (ReadPlan(release.plan).isEmpty())
+        return Key::Plan;
+    if (!release.planBegan.isValid())
+        return Key::PlanBegan;
+    if (!release.stepBegan.isValid())
+        return Key::StepBegan;
     return QString();
 }
 
@@ -227,18 +247,17 @@ int ReadShare(const QString &percent)
 QVector<PlanStep> ReadPlan(const QString &plan)
 {
     static const QRegularExpression step(
-        QStringLiteral("\\A\\s*([0-9.]+)\\s*%(?:\\s+([1-9][0-9]{0,3})([mhdw]))?\\s*\\z"));
-    static const QMap<QString, qint64> units{{QStringLiteral("m"), 60},
-                                             {QStringLiteral("h"), 3600},
-                                             {QStringLiteral("d"), 86400},
-                                             {QStringLiteral("w"), 604800}};
+        QStringLiteral("\\A\\s*([0-9.]+)\\s*%\\s*(?:([1-9][0-9]{0,3})\\s*([mhdw]))?\\s*\\z"));
     QVector<PlanStep> steps;
     const QStringList texts = plan.split(QLatin1Char(','));
     for (const QString &text : texts) {
         const QRegularExpressionMatch match = step.match(text);
         PlanStep read;
         read.share = ReadShare(match.captured(1));
-        read.seconds = match.captured(2).toLongLong() * units.value(match.captured(3));
+        for (const Unit &unit : kUnits) {
+            if (match.captured(3) == unit.letter)
+                read.seconds = match.captured(2).toLongLong() * unit.seconds;
+        }
         const bool isLast = steps.size() == texts.size() - 1;
         const bool grows = steps.isEmpty() || read.share > steps.last().share;
         if (read.share == 0 || !grows || (read.seconds == 0) != isLast)
@@ -246,6 +265,21 @@ QVector<PlanStep> ReadPlan(const QString &plan)
         steps.append(read);
     }
     return steps;
+}
+
+QString PlanText(const QVector<PlanStep> &steps)
+{
+    QStringList texts;
+    for (const PlanStep &step : steps) {
+        QString text = QString::number(step.share / kPartsPerPercent) + QLatin1Char('%');
+        const auto *const unit =
+            std::find_if(kUnits.cbegin(), kUnits.cend(),
+                         [&step](const Unit &each) { return step.seconds % each.seconds == 0; });
+        if (step.seconds > 0 && unit != kUnits.cend())
+            text += QLatin1Char(' ') + QString::number(step.seconds / unit->seconds) + unit->letter;
+        texts.append(text);
+    }
+    return texts.join(QStringLiteral(", "));
 }
 
 QString ShareText(int share)

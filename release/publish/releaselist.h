@@ -28,8 +28,8 @@ struct Release {
     QStringList from;     ///< patterns of installed versions; empty: whatever is installed
     QStringList networks; ///< those that are offered it whatever the share
     QString plan;         ///< as ReadPlan() reads it; empty: the share is set by hand
-    QDateTime planBegan;  ///< when the first step of the plan came into force
-    QDateTime stepBegan;  ///< when the share of now did
+    QDateTime planBegan;  ///< when the plan began or was resumed: figures count from then on
+    QDateTime stepBegan;  ///< when the share of now came into force or was resumed
     bool isStopped = false;
     bool isWithdrawn = false;    ///< rolled back; for good
     bool offersPrevious = false; ///< when withdrawn: those that have it are offered the one before
@@ -74,6 +74,9 @@ struct PlanStep {
  * its time in weeks, days, hours or minutes. Empty when @p plan is none.
  */
 QVector<PlanStep> ReadPlan(const QString &plan);
+
+/// @p steps in the form that trees keep: "1% 1d, 10% 12h, 100%".
+QString PlanText(const QVector<PlanStep> &steps);
 
 /// Reads a share in percent, from 0.1 to 100 in steps of 0.1; 0 when @p percent is none.
 int ReadShare(const QString &percent);

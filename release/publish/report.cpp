@@ -8,7 +8,7 @@
 namespace
 {
 
-/// More of them nobody reads; scripts get them all.
+/// Nobody reads more than this; scripts get them all.
 constexpr int kMaxLines = 20;
 
 constexpr double kMiB = 1024.0 * 1024.0;

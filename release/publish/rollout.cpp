@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 
+#include <algorithm>
 #include <functional>
 
 namespace
@@ -163,13 +164,19 @@ double PeakGbit(const Release &release, double clients)
     return offersPerSecond * double(release.size) * gbitPerByte;
 }
 
+/// What the plan waits for and is judged by begins now.
+void RestartPlan(Release &release)
+{
+    release.planBegan = QDateTime::currentDateTimeUtc();
+    release.stepBegan = release.planBegan;
+}
+
 /// The first share of @p plan, unless the release has a larger one already.
 void BeginPlan(Release &release, const QString &plan)
 {
     release.plan = plan;
-    release.planBegan = QDateTime::currentDateTimeUtc();
-    release.stepBegan = release.planBegan;
     release.share = qMax(release.share, ReadPlan(plan).first().share);
+    RestartPlan(release);
 }
 
 Edit Refuse(const char *rule, const QString &message)
@@ -188,6 +195,29 @@ QString StillStopped(const ReleaseList &list)
         }
     }
     return lines;
+}
+
+/// Restarts all plans of a tree in which everything is stopped.
+Failure RestartPlans(const Request &request)
+{
+    const ReleaseTree tree(request.source);
+    if (request.dryRun || !QFileInfo::exists(tree.StopFile()) ||
+        !QFileInfo(tree.ListFile()).isFile())
+        return {};
+    const auto hasPlan = [](const Release &release) { return !release.plan.isEmpty(); };
+    ReleaseList list;
+    if (Failure failure = tree.Read(list))
+        return failure;
+    if (std::none_of(list.releases.cbegin(), list.releases.cend(), hasPlan))
+        return {};
+    TreeChange change(tree);
+    if (Failure failure = change.Begin())
+        return failure;
+    for (Release &release : change.List().releases) {
+        if (hasPlan(release))
+            RestartPlan(release);
+    }
+    return change.Commit(QStringLiteral("resumed all offers"));
 }
 
 /// The stop file made or removed.
@@ -216,7 +246,8 @@ Outcome SetStopFile(const Request &request, bool isStopped)
     outcome.summary = isStopped    ? QStringLiteral("%1: nobody is offered anything\n")
                       : wasStopped ? QStringLiteral("%1: the stop is lifted\n")
                                    : QStringLiteral("%1: there was no stop of everything\n");
-    outcome.summary = outcome.summary.arg(tree.Folder());
+    outcome.summary = (request.dryRun ? QStringLiteral("would be done: ") : QString()) +
+                      outcome.summary.arg(tree.Folder());
     ReleaseList list;
     if (!isStopped && !tree.Read(list))
         outcome.summary += StillStopped(list);
@@ -239,8 +270,14 @@ Outcome RollOut(const Request &request)
             release.share = request.share;
             release.plan.clear();
         }
-        if (!request.plan.isEmpty())
+        if (!request.plan.isEmpty()) {
+            if (ReadPlan(request.plan).last().share <= release.share) {
+                return Refuse("plan", QStringLiteral("%1 is offered to %2 already; give a plan "
+                                                     "that ends above that")
+                                          .arg(release.version, ShareText(release.share)));
+            }
             BeginPlan(release, request.plan);
+        }
         if (!request.from.isEmpty())
             release.from = request.from.contains(kAnyVersion) ? QStringList() : request.from;
         if (request.forgetsNetworks)
@@ -286,8 +323,14 @@ Outcome StopOffers(const Request &request)
 
 Outcome ResumeOffers(const Request &request)
 {
-    if (request.version.isEmpty())
+    if (request.version.isEmpty()) {
+        if (const Failure failure = RestartPlans(request)) {
+            Outcome outcome;
+            outcome.refusals.append(*failure);
+            return outcome;
+        }
         return SetStopFile(request, false);
+    }
     return EditRelease(request, [](ReleaseList &list, int index) -> Edit {
         Release &release = list.releases[index];
         if (release.isWithdrawn) {
@@ -295,6 +338,9 @@ Outcome ResumeOffers(const Request &request)
                 "withdrawn",
                 QStringLiteral("%1 was rolled back; publish a new version").arg(release.version));
         }
+        // What stopped a plan would stop it again, and no step passes while nobody is offered it.
+        if (release.isStopped)
+            RestartPlan(release);
         release.isStopped = false;
         return {QStringLiteral("resumed %1 at %2").arg(release.version, ShareText(release.share)),
                 {}};

@@ -47,7 +47,7 @@ enum Mark : quint8 {
     kStarted = 2,
     kCompleted = 4,
     kCameBack = 8,
-    kHasVersion = 16,   ///< whether it was offered in these logs or not
+    kHasVersion = 16,   ///< or a later one, whether it was offered in these logs or not
     kCheckedLater = 32, ///< after the download, with another version
     kInterrupted = 64,  ///< the latest download
     kInRanges = 128
@@ -153,7 +153,7 @@ quint64 KeyOf(int version, int answer)
 class Counter
 {
 public:
-    explicit Counter(std::optional<qint64> since) : m_since(since) {}
+    explicit Counter(const LogSelection &selection);
 
     void Take(const AccessLogEntry &entry);
 
@@ -168,6 +168,10 @@ private:
     void CountEarlier(const AccessLogEntry &entry);
     void MarkDownload(const AccessLogEntry &download, int package);
 
+    bool IsLater(int version, int than) const
+    {
+        return version > than && version < m_knownVersions;
+    }
     bool FindProduct(const AccessLogEntry &entry);
     int FindPackage(Product &product, Text key) const;
     int FindOrAddPackage(Product &product, Text key);
@@ -181,13 +185,24 @@ private:
 
     std::optional<qint64> m_since;
     RolloutStatistics m_totals;
-    Names m_versions; ///< installed and offered
+    QHash<QString, int> m_ranks; ///< of known packages by ID, in the order of their releases
+    int m_knownVersions = 0;     ///< the numbers below are those of known releases, in their order
+    Names m_versions;            ///< installed and offered
     std::map<std::string, int, std::less<>> m_productNumbers;
     std::vector<Product> m_products;
     int m_product = 0; ///< of the current entry
     std::vector<Package> m_packages;
     NetworkTable m_networks;
 };
+
+Counter::Counter(const LogSelection &selection) : m_since(selection.since)
+{
+    for (const KnownRelease &release : selection.releases) {
+        m_ranks.insert(release.package, m_ranks.size());
+        m_versions.Number(release.version.toStdString());
+    }
+    m_knownVersions = m_versions.Count();
+}
 
 void Counter::Take(const AccessLogEntry &entry)
 {
@@ -267,6 +282,8 @@ void Counter::CountReturn(const AccessLogEntry &check, int version)
         if (hasIt)
             record->marks |=
                 quint8(kHasVersion | ((record->marks & kOffered) != 0 ? kCameBack : 0));
+        else if (package.version != Names::kOthers && IsLater(version, package.version))
+            record->marks |= kHasVersion;
         else if ((record->marks & kCompleted) != 0)
             record->marks |= kCheckedLater;
     }
@@ -432,11 +449,14 @@ void Counter::SumUpNetworks()
 
 void Counter::FinishPackages()
 {
+    const auto place = [this](const Package &package) -> qint64 {
+        return m_ranks.isEmpty() ? package.figures.firstOffered
+                                 : m_ranks.value(package.figures.package, -1);
+    };
     std::vector<int> order(m_packages.size());
     std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(), [this](int one, int other) {
-        return m_packages[size_t(one)].figures.firstOffered <
-               m_packages[size_t(other)].figures.firstOffered;
+    std::stable_sort(order.begin(), order.end(), [this, place](int one, int other) {
+        return place(m_packages[size_t(one)]) < place(m_packages[size_t(other)]);
     });
 
     std::vector<DownloadFigures> before(m_products.size());
@@ -444,7 +464,8 @@ void Counter::FinishPackages()
         Package &package = m_packages[size_t(number)];
         const auto product = size_t(package.product);
         const bool isOffered = package.version != Names::kOthers;
-        if (isOffered) {
+        const bool isRelease = m_ranks.isEmpty() ? isOffered : place(package) >= 0;
+        if (isRelease) {
             package.figures.before = before[product];
             before[product].downloads += package.allDownloads.downloads;
             before[product].interrupted += package.allDownloads.interrupted;
@@ -489,6 +510,33 @@ void Counter::FinishDays(Product &product) const
     }
 }
 
+/// Lets each of @p counters take every entry of @p logs.
+Failure Count(const QStringList &logs, Progress &progress, std::vector<Counter> &counters,
+              QVector<RolloutStatistics> &statistics)
+{
+    LogMerge merge(logs, progress);
+    if (Failure failure = merge.Begin())
+        return failure;
+    while (merge.Next()) {
+        for (Counter &counter : counters)
+            counter.Take(merge.Entry());
+    }
+    progress.End();
+    if (merge.Error())
+        return merge.Error();
+
+    for (Counter &counter : counters) {
+        RolloutStatistics counted;
+        counter.Finish(counted);
+        counted.files = merge.Files();
+        counted.lines = merge.Lines();
+        counted.damagedLines = merge.DamagedLines();
+        counted.warnings = merge.Warnings();
+        statistics.append(counted);
+    }
+    return {};
+}
+
 } // namespace
 
 const ReleaseFigures *ProductFigures::ReleaseWith(const QString &package) const
@@ -511,20 +559,20 @@ const ProductFigures *RolloutStatistics::Product(const QString &product) const
 
 Failure ReadLogs(const LogSelection &selection, Progress &progress, RolloutStatistics &statistics)
 {
-    LogMerge merge(selection.logs, progress);
-    if (Failure failure = merge.Begin())
+    std::vector<Counter> counters;
+    counters.emplace_back(selection);
+    QVector<RolloutStatistics> read;
+    if (Failure failure = Count(selection.logs, progress, counters, read))
         return failure;
-    Counter counter(selection.since);
-    while (merge.Next())
-        counter.Take(merge.Entry());
-    progress.End();
-    if (merge.Error())
-        return merge.Error();
-
-    counter.Finish(statistics);
-    statistics.files = merge.Files();
-    statistics.lines = merge.Lines();
-    statistics.damagedLines = merge.DamagedLines();
-    statistics.warnings = merge.Warnings();
+    statistics = read.constFirst();
     return {};
+}
+
+Failure ReadLogsSince(const QVector<qint64> &since, const LogSelection &selection,
+                      Progress &progress, QVector<RolloutStatistics> &statistics)
+{
+    std::vector<Counter> counters;
+    for (const qint64 time : since)
+        counters.emplace_back(LogSelection{{}, time, selection.releases});
+    return Count(selection.logs, progress, counters, statistics);
 }

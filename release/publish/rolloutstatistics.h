@@ -13,7 +13,7 @@
 
 /// Requests that were not answered with what they asked for.
 struct UnansweredRequests {
-    qint64 refused = 0;      ///< 4xx, but for 429 and 499
+    qint64 refused = 0;      ///< 4xx, except 429 and 499
     qint64 tooMany = 0;      ///< 429: more than the limit of one network
     qint64 serverErrors = 0; ///< 5xx
     qint64 ended = 0;        ///< 499 or none: the client was gone before the answer
@@ -42,7 +42,7 @@ struct ReleaseFigures {
     // Requests.
     qint64 offers = 0; ///< checks that were answered with it
     DownloadFigures downloads;
-    DownloadFigures before;        ///< of all releases of the product that were offered earlier
+    DownloadFigures before;        ///< of all earlier releases of the product, whenever
     qint64 retries = 0;            ///< GET of a network whose previous download was interrupted
     qint64 ranges = 0;             ///< GET answered with 206
     qint64 unchanged = 0;          ///< GET answered with 304
@@ -98,6 +98,12 @@ struct RolloutStatistics {
     const ProductFigures *Product(const QString &product) const;
 };
 
+/// A release of the tree that the logs are about.
+struct KnownRelease {
+    QString version;
+    QString package; ///< its ID
+};
+
 /// Which lines to count.
 struct LogSelection {
     QStringList logs; ///< of any number of nodes, rotated or not, plain or gzip, in any order
@@ -105,6 +111,14 @@ struct LogSelection {
     /// Only lines at or after this time count, in seconds since 1970. Earlier ones still tell which
     /// release came first, and ReleaseFigures::before comes from them as well.
     std::optional<qint64> since;
+
+    /**
+     * All releases of the tree, the oldest first. They decide which downloads
+     * ReleaseFigures::before counts, even those of packages that no check in the logs was offered,
+     * and ReleaseFigures::cameBackWithout leaves out networks that have a later release. Empty: the
+     * order of the first offers decides, and every other version counts as the old one.
+     */
+    QVector<KnownRelease> releases = {};
 };
 
 /// How many installed versions are told apart, since clients may send anything. Versions of
@@ -117,3 +131,8 @@ constexpr int MaxInstalledVersions = 1000;
  * thread.
  */
 Failure ReadLogs(const LogSelection &selection, Progress &progress, RolloutStatistics &statistics);
+
+/// The same in one pass for each time of @p since, in place of @p selection's own; @p statistics
+/// are in its order.
+Failure ReadLogsSince(const QVector<qint64> &since, const LogSelection &selection,
+                      Progress &progress, QVector<RolloutStatistics> &statistics);

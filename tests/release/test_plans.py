@@ -1,9 +1,11 @@
 #!/usr/bin/python3
 """Plans that advance by the logs, copies to nodes, and releases that move to another tree."""
 
+import contextlib
 import datetime
 import json
 import os
+import signal
 import subprocess
 import sys
 import tempfile
@@ -94,15 +96,23 @@ class Plans(Tree):
         }
         return json.dumps({**entry, **fields}, separators=(",", ":")) + "\n"
 
-    def write_log(self, good: int, interrupted: int = 0, unchanged: int = 0) -> None:
-        """So many networks update, break off, or come back with the old version."""
-        checks, downloads, returns = [], [], []
+    def download(self, number: int, seconds: int, version: str, completed: str = "OK") -> str:
+        """One download of a package."""
+        return self.line(
+            number, seconds, method="GET", path=f"/packages/Client-{version}.zip", version="",
+            answer="", package="", completed=completed,
+        )
+
+    def write_log(self, good: int, interrupted: int = 0, unchanged: int = 0,
+                  before: int = 40) -> None:
+        """So many networks update, break off, or come back with the old version; and so many
+        downloaded the release before."""
+        checks, returns = [], []
+        downloads = [self.download(number, 0, "2.0.0") for number in range(before)]
         for number in range(good + interrupted + unchanged):
             checks.append(self.line(number, 1))
-            downloads.append(self.line(
-                number, 2, method="GET", path="/packages/Client-2.1.0.zip", version="", answer="",
-                package="", completed="" if number < interrupted else "OK",
-            ))
+            downloads.append(
+                self.download(number, 2, "2.1.0", "" if number < interrupted else "OK"))
             if number >= interrupted:
                 version = "2.0.0" if number < interrupted + unchanged else "2.1.0"
                 answer = {} if version == "2.0.0" else {"answer": "none", "package": ""}
@@ -129,6 +139,44 @@ class Plans(Tree):
         self.assertIn("has reached the end of its plan", self.advance())
         self.assertEqual(self.release("2.1.0")["share"], 100)
 
+    def test_a_plan_ends_when_its_last_step_has_lasted_its_time(self) -> None:
+        self.write_log(good=30)
+        for _ in range(2):
+            self.let_time_pass(days=1)
+            self.advance()
+        self.log.write_text("")
+        self.assertIn("has reached the end of its plan", self.advance())
+        self.let_time_pass(hours=2)
+        self.assertIn("ended the plan of 2.1.0 at 100 %", self.advance())
+        self.assertEqual(self.release("2.1.0")["plan"], "")
+        self.assertIn("has no plan", self.advance())
+
+    def test_the_last_step_is_judged_too(self) -> None:
+        self.write_log(good=30)
+        for _ in range(2):
+            self.let_time_pass(days=1)
+            self.advance()
+        self.write_log(good=30, interrupted=30)
+        self.assertIn("is stopped", self.refused("advance", self.site, "--log", self.log))
+
+    def test_a_release_behind_one_for_everybody_is_skipped(self) -> None:
+        self.publish("2.2.0", "--share", "100")
+        self.log.write_text("")
+        self.let_time_pass(days=9)
+        self.assertIn("because 2.2.0 is offered to everybody", self.advance())
+        self.assertEqual(self.release("2.1.0")["share"], 1)
+
+    def test_several_plans_advance_by_the_same_logs(self) -> None:
+        self.publish("2.2.0")
+        self.write_log(good=30)
+        self.let_time_pass(days=1)
+        self.succeed("rollout", self.site, "--version", "2.2.0", "--plan", "1% 1d, 100%")
+        with self.log.open("a") as log:
+            log.write(self.line(1, 9, answer="2.2.0", package="Client-2.2.0.zip"))
+        told = self.advance()
+        self.assertIn("advanced 2.1.0 to 10 %", told)
+        self.assertIn("2.2.0 stays at 1 %", told)
+
     def test_a_plan_begins_where_the_release_is(self) -> None:
         self.succeed("rollout", self.site, "--version", "2.1.0", "--share", "5")
         self.succeed("rollout", self.site, "--version", "2.1.0", "--plan", "1% 1d, 10% 2h, 100%")
@@ -140,27 +188,146 @@ class Plans(Tree):
     def test_a_dry_run_changes_nothing(self) -> None:
         self.write_log(good=30)
         self.let_time_pass(days=1)
-        self.assertIn("advanced 2.1.0 to 10 %", self.advance("--dry-run"))
+        self.assertIn("would be done: advanced 2.1.0 to 10 %", self.advance("--dry-run"))
         self.assertEqual(self.release("2.1.0")["share"], 1)
+        for command in ("stop", "resume"):
+            told = self.succeed(command, self.site, "--dry-run")
+            self.assertTrue(told.startswith("would be done: "), told)
+        self.assertFalse((self.site / "check" / "stop").exists())
 
     def test_interrupted_downloads_stop_the_release(self) -> None:
-        self.write_log(good=30, interrupted=1)
+        self.write_log(good=30, interrupted=10)
         self.let_time_pass(days=1)
+        dry = self.refused("advance", self.site, "--log", self.log, "--dry-run")
+        self.assertIn("would be done: 2.1.0 is stopped", dry)
         refused = self.refused("advance", self.site, "--log", self.log)
-        self.assertIn("2.1.0 is stopped: 3.2 % of 31 downloads were interrupted", refused)
+        self.assertIn("2.1.0 is stopped: 25.0 % of 40 downloads were interrupted, and 0.0 % before",
+                      refused)
         release = self.release("2.1.0")
         self.assertEqual((release["state"], release["share"]), ("stopped", 1))
         self.assertIn("2.1.0 is stopped; ", self.refused("advance", self.site, "--log", self.log))
 
     def test_a_higher_limit_lets_it_go_on(self) -> None:
-        self.write_log(good=30, interrupted=1)
+        self.write_log(good=30, interrupted=10)
         self.let_time_pass(days=1)
-        self.assertIn("to 10 %", self.advance("--stop-above", "interrupted=4"))
+        self.assertIn("to 10 %", self.advance("--stop-above", "interrupted=30"))
 
     def test_clients_that_stay_old_stop_the_release(self) -> None:
-        self.write_log(good=30, unchanged=2)
+        self.write_log(good=30, unchanged=10)
         refused = self.refused("advance", self.site, "--log", self.log)
-        self.assertIn("6.3 % of the 32 networks that downloaded the package came back", refused)
+        self.assertIn("25.0 % of the 40 networks that downloaded the package came back", refused)
+
+    def test_chance_does_not_stop_a_release(self) -> None:
+        self.let_time_pass(days=1)
+        for figures in ({"interrupted": 1}, {"unchanged": 1}):
+            self.write_log(good=9, **figures)
+            self.assertIn("to 10 %", self.advance("--dry-run"))
+
+    def test_of_a_hundred_downloads_the_limit_itself_counts(self) -> None:
+        self.let_time_pass(days=1)
+        self.write_log(good=98, interrupted=2, before=100)
+        self.assertIn("to 10 %", self.advance("--dry-run"))
+        self.write_log(good=97, interrupted=3, before=100)
+        self.assertIn("3.0 % of 100 downloads", self.refused("advance", self.site, "--log", self.log))
+
+    def test_without_earlier_downloads_every_interrupted_one_counts(self) -> None:
+        self.write_log(good=30, interrupted=10, before=9)
+        self.assertIn("25.0 % of 40 downloads were interrupted, and the logs have no earlier "
+                      "downloads to compare with",
+                      self.refused("advance", self.site, "--log", self.log))
+
+    def test_a_resumed_plan_begins_where_it_was_resumed(self) -> None:
+        self.began -= datetime.timedelta(hours=1)
+        self.write_log(good=30, interrupted=10)
+        self.let_time_pass(days=3)
+        self.refused("advance", self.site, "--log", self.log)
+        self.succeed("resume", self.site, "--version", "2.1.0")
+        self.began += datetime.timedelta(hours=2)
+        with self.log.open("a") as log:
+            log.write(self.line(0, 0))
+        self.assertIn("2.1.0 stays at 1 %", self.advance())
+
+    def test_time_while_everything_is_stopped_does_not_count(self) -> None:
+        self.succeed("stop", self.site)
+        self.let_time_pass(days=3)
+        self.succeed("resume", self.site)
+        self.began += datetime.timedelta(hours=1)
+        self.write_log(good=30)
+        self.assertIn("2.1.0 stays at 1 %", self.advance())
+
+    def lock(self) -> None:
+        """As if this process changed the tree."""
+        staging = self.site / ".publish"
+        staging.mkdir()
+        owner = Path("/proc/self/exe").resolve().name
+        (staging / "lock").write_text(f"{os.getpid()}\n{owner}\n{os.uname().nodename}\n")
+
+    def test_a_plan_that_waits_does_not_lock_the_tree(self) -> None:
+        self.write_log(good=30)
+        self.lock()
+        self.assertIn("stays at 1 %", self.advance())
+        self.assertIn("another process changes", self.refused("stop", self.site, "--version",
+                                                              "2.1.0"))
+
+    def has_opened_the_log(self, process: subprocess.Popen) -> bool:
+        """Whether the process reads the log now; it may open and close other files meanwhile."""
+        with contextlib.suppress(OSError):
+            files = Path(f"/proc/{process.pid}/fd").iterdir()
+            return any(file.resolve() == self.log.resolve() for file in files)
+        return False
+
+    def test_a_release_can_be_stopped_while_logs_are_read(self) -> None:
+        self.write_log(good=30)
+        self.let_time_pass(days=1)
+        with self.log.open("a") as log:
+            log.truncate(2**28)  # sparse, but it takes a while to read
+        command = [TOOL, "advance", self.site, "--log", self.log]
+        with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as advance:
+            while not self.has_opened_the_log(advance):
+                self.assertIsNone(advance.poll(), "the log was read too fast")
+            advance.send_signal(signal.SIGSTOP)
+            try:
+                self.succeed("stop", self.site, "--version", "2.1.0")
+            finally:
+                advance.send_signal(signal.SIGCONT)
+            self.assertIn("was changed while the logs were read", advance.communicate()[0])
+        self.assertEqual(self.release("2.1.0")["state"], "stopped")
+        self.assertEqual(self.release("2.1.0")["share"], 1)
+
+    def test_a_damaged_plan_is_refused(self) -> None:
+        self.write_log(good=30)
+        file = self.site / "check" / "now" / "releases.json"
+        whole = json.loads(file.read_text())
+        for key, value in (("plan", "garbage"), ("planBegan", ""), ("stepBegan", "")):
+            damaged = json.loads(json.dumps(whole))
+            damaged["releases"][1][key] = value
+            file.write_text(json.dumps(damaged))
+            refused = self.refused("advance", self.site, "--log", self.log)
+            self.assertIn(f'"{key}" of a release cannot be read; ', refused)
+
+    def test_no_progress_is_mailed_by_cron(self) -> None:
+        self.write_log(good=30)
+        done = self.run_tool("advance", self.site, "--log", self.log)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+    def test_a_plan_has_to_raise_the_share(self) -> None:
+        self.succeed("rollout", self.site, "--version", "2.1.0", "--share", "50")
+        refused = self.refused("rollout", self.site, "--version", "2.1.0", "--plan", "1% 1d, 50%")
+        self.assertIn("2.1.0 is offered to 50 % already; ", refused)
+        self.assertEqual(self.release("2.1.0")["plan"], "")
+
+    def test_networks_with_a_later_release_have_not_stayed_old(self) -> None:
+        self.publish("2.2.0")
+        self.write_log(good=30, unchanged=10)
+        with self.log.open("a") as log:
+            for number in range(10):
+                log.write(self.line(number, 4, version="2.2.0", answer="none", package=""))
+        self.assertIn("stays at 1 %", self.advance())
+
+    def test_the_product_is_asked_for_where_logs_have_several(self) -> None:
+        self.log.write_text(self.line(1, 1, path="/desk/check"))
+        refused = self.refused("advance", self.site, "--log", self.log)
+        self.assertIn("; with several products name the tree's one with --product", refused)
 
     def test_without_figures_nothing_changes(self) -> None:
         self.let_time_pass(days=2)

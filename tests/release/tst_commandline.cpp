@@ -31,6 +31,10 @@ private slots:
     void verify();
     void shareIsAPercentage();
     void restrictionsOfARollOut();
+    void planIsNormalized();
+    void wrongPlans();
+    void limitsAreNumbers();
+    void pageOfAReportHasAName();
     void stopAndResumeMayNameARelease();
     void wrongOnes_data();
     void wrongOnes();
@@ -166,6 +170,52 @@ void TestCommandLine::restrictionsOfARollOut()
     for (const char *wrong : {"--from 2.*.1", "--from .*", "--from 1.2.3.4.*", "--from 2*",
                               "--network office", "--network 192.0.2.1/24", "--network 1::/33"})
         QVERIFY2(!ReadCommandLine(rollout + Words(wrong)).error.isEmpty(), wrong);
+}
+
+void TestCommandLine::planIsNormalized()
+{
+    const QStringList rollout = Words("rollout site --version 2 --plan");
+    for (const char *plan :
+         {"1% 1d, 10% 90m, 100%", "1%1d,10%90m,100%", "1%\n24 h, 10 % 90 m,100%"}) {
+        const CommandLine line = ReadCommandLine(rollout + QStringList{QLatin1String(plan)});
+        QCOMPARE(line.error, QString());
+        QCOMPARE(line.request.plan, QStringLiteral("1% 1d, 10% 90m, 100%"));
+    }
+}
+
+void TestCommandLine::wrongPlans()
+{
+    const QStringList rollout = Words("rollout site --version 2 --plan");
+    for (const char *plan :
+         {"", "100% 1d", "1%, 100%", "10% 1d, 1%", "1% 1x, 100%", "1% d, 100%"}) {
+        const CommandLine line = ReadCommandLine(rollout + QStringList{QLatin1String(plan)});
+        QVERIFY2(line.error.startsWith(QLatin1String("--plan must list growing shares")), plan);
+    }
+    QVERIFY(ReadCommandLine(rollout + Words("100% --share 1"))
+                .error.startsWith(QLatin1String("--plan and --share exclude each other;")));
+}
+
+void TestCommandLine::limitsAreNumbers()
+{
+    for (const char *limit : {"nan", "inf", "-1", "101", ""}) {
+        const CommandLine line =
+            ReadCommandLine(Words("advance site --log x --stop-above") +
+                            QStringList{QStringLiteral("interrupted=") + QLatin1String(limit)});
+        QVERIFY2(line.error.contains(QLatin1String("is neither interrupted=PERCENT")), limit);
+    }
+    for (const char *bandwidth : {"--link-gbit nan --clients 9", "--link-gbit 9 --clients nan",
+                                  "--link-gbit inf --clients 9"}) {
+        const CommandLine line =
+            ReadCommandLine(Words("rollout site --version 2 --share 1") + Words(bandwidth));
+        QVERIFY2(line.error.contains(QLatin1String("two numbers that go together")), bandwidth);
+    }
+}
+
+void TestCommandLine::pageOfAReportHasAName()
+{
+    const QStringList report{QStringLiteral("report"), QStringLiteral("x.log"),
+                             QStringLiteral("--html"), QString()};
+    QVERIFY(ReadCommandLine(report).error.startsWith(QLatin1String("--html needs")));
 }
 
 void TestCommandLine::stopAndResumeMayNameARelease()

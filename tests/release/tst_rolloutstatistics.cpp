@@ -149,6 +149,9 @@ private slots:
     void answersToChecks();
     void productsAreApart();
     void earlierReleasesAreTheComparison();
+    void knownReleasesAreTheComparisonWithoutOffers();
+    void laterReleaseIsNotTheOldVersion();
+    void severalTimesAreCountedInOnePass();
     void linesBeforeATimeOnlyCompare();
     void checksByDayVersionAndAnswer();
     void inventedVersionsAreBounded();
@@ -171,6 +174,7 @@ private slots:
     void textIsATable();
     void pageIsWritten();
     void pageThatCannotBeWrittenIsRefused();
+    void pageNeverReplacesALog();
 
 private:
     QString Path(const QString &name) const { return m_folder->filePath(name); }
@@ -178,6 +182,7 @@ private:
     void Write(const QString &name, const QByteArrayList &lines) { Write(name, lines.join()); }
     QString RuleOfRefusal();
     RolloutStatistics Read(std::optional<qint64> since = {});
+    ReleaseFigures ReadKnown();
     ReleaseFigures ReadRelease(const QByteArrayList &lines);
 
     std::unique_ptr<QTemporaryDir> m_folder;
@@ -215,6 +220,22 @@ RolloutStatistics TestRolloutStatistics::Read(std::optional<qint64> since)
     if (failure)
         QTest::qFail(qPrintable(failure->message), __FILE__, __LINE__);
     return statistics;
+}
+
+/// The new release in the logs of a tree that has one before it and one after it.
+ReleaseFigures TestRolloutStatistics::ReadKnown()
+{
+    LogSelection selection{m_logs, {}};
+    for (const char *version : {oldVersion, newVersion, "2.1.4"}) {
+        selection.releases.append(
+            {QLatin1String(version), QStringLiteral("Client-%1.zip").arg(QLatin1String(version))});
+    }
+    Progress progress(Progress::Silent);
+    RolloutStatistics statistics;
+    const Failure failure = ReadLogs(selection, progress, statistics);
+    const ReleaseFigures *const release =
+        failure ? nullptr : statistics.products.constFirst().ReleaseWith(QLatin1String(newPackage));
+    return release ? *release : ReleaseFigures();
 }
 
 /// The new release in a log of @p lines.
@@ -463,6 +484,40 @@ void TestRolloutStatistics::earlierReleasesAreTheComparison()
     QCOMPARE(releases.at(0).version, QLatin1String(oldVersion));
     QCOMPARE(releases.at(0).before.downloads, 0);
     QCOMPARE(releases.at(2).before.downloads, 5);
+}
+
+void TestRolloutStatistics::knownReleasesAreTheComparisonWithoutOffers()
+{
+    Write(QStringLiteral("updates.log"),
+          QByteArrayList{Line(0, "192.0.2.1").Get(oldPackage).Interrupted(),
+                         Line(1, "192.0.2.1").Get("Client-2.1.4.zip"), Offer(2, "192.0.2.1"),
+                         Line(3, "192.0.2.1").Get(newPackage)});
+    QCOMPARE(ReadKnown().before.downloads, 1);
+    QCOMPARE(ReadKnown().before.interrupted, 1);
+}
+
+void TestRolloutStatistics::laterReleaseIsNotTheOldVersion()
+{
+    Write(QStringLiteral("updates.log"),
+          QByteArrayList{Offer(0, "192.0.2.1"), Line(1, "192.0.2.1").Get(newPackage),
+                         Line(2, "192.0.2.1").Check("2.1.4"), Offer(0, "192.0.2.2"),
+                         Line(1, "192.0.2.2").Get(newPackage),
+                         Line(2, "192.0.2.2").Check(oldVersion)});
+    QCOMPARE(ReadKnown().completed, 2);
+    QCOMPARE(ReadKnown().cameBackWithout, 1);
+}
+
+void TestRolloutStatistics::severalTimesAreCountedInOnePass()
+{
+    Write(QStringLiteral("updates.log"),
+          QByteArrayList{Offer(0, "192.0.2.1"), Offer(10, "192.0.2.2")});
+    Progress progress(Progress::Silent);
+    QVector<RolloutStatistics> statistics;
+    const qint64 began = start.toSecsSinceEpoch();
+    QVERIFY(!ReadLogsSince({began, began + 10}, {m_logs, {}}, progress, statistics));
+    QCOMPARE(statistics.size(), 2);
+    QCOMPARE(statistics.at(0).products.constFirst().checks, 2);
+    QCOMPARE(statistics.at(1).products.constFirst().checks, 1);
 }
 
 void TestRolloutStatistics::linesBeforeATimeOnlyCompare()
@@ -844,7 +899,20 @@ void TestRolloutStatistics::pageThatCannotBeWrittenIsRefused()
     const Outcome outcome =
         ReportLogs({m_logs, Path(QStringLiteral("no folder/page.html"))}, progress);
     QCOMPARE(RulesOf(outcome.refusals), QStringList{QStringLiteral("unwritable")});
+    QVERIFY(outcome.refusals.constFirst().message.endsWith(QLatin1String("; create the folder")));
     QVERIFY(outcome.summary.isEmpty());
+}
+
+void TestRolloutStatistics::pageNeverReplacesALog()
+{
+    Write(QStringLiteral("updates.log"), QByteArrayList{Offer(0, "192.0.2.1")});
+    QVERIFY(QFile::link(Path(QStringLiteral("updates.log")), Path(QStringLiteral("page.html"))));
+    Progress progress(Progress::Silent);
+    for (const char *page : {"updates.log", "page.html"}) {
+        const Outcome outcome = ReportLogs({m_logs, Path(QLatin1String(page))}, progress);
+        QCOMPARE(RulesOf(outcome.refusals), QStringList{QStringLiteral("html")});
+    }
+    QCOMPARE(Read().lines, 1);
 }
 
 QTEST_GUILESS_MAIN(TestRolloutStatistics)
