@@ -368,6 +368,25 @@ class Damage(Served):
                     damage(part)
                     self.check_damaged()
 
+    def test_a_client_with_a_release_is_not_offered_an_older_one(self) -> None:
+        self.tree.publish("2.2.0", "--share", LEAST)
+        self.tree.roll_out("2.1.3", "--from", "*")
+        known = {"2.1.3": "none", "2.2.0": "none"}
+        others = {"2.0.1": "2.1.3", "": "2.1.3", ".": "2.1.3", "..": "2.1.3", "-": "2.1.3"}
+        self.assert_offers(self.server, {**known, **others})
+        sound = self.room / "two"
+        shutil.copytree(self.tree.folder, sound, symlinks=True)
+        everywhere = self.tree.check / "now" / "everywhere"
+        for version, damage in itertools.product(known, DAMAGES):
+            link = everywhere / f"is-{version}"
+            for part in (link, link.resolve()):
+                with self.subTest(part=part, damage=damage.__name__):
+                    damage(part)
+                    self.assert_offers(self.server, known)
+                shutil.rmtree(self.tree.folder)
+                shutil.copytree(sound, self.tree.folder, symlinks=True)
+        self.assert_offers(self.server, {**known, **others})
+
     def test_a_link_that_leads_to_no_answer_is_nothing_newer(self) -> None:
         rest = self.tree.check / "now" / "everywhere" / "below-2" / "rest"
         targets = (Path("/etc/hostname"), self.tree.package("2.1.3"), self.tree.check / "none.json",
