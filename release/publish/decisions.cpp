@@ -18,7 +18,7 @@ const QString kEverywhere = QStringLiteral("everywhere");
 const QString kPlaces = QStringLiteral("places");
 const QString kNetworks = QStringLiteral("networks");
 const QString kRest = QStringLiteral("rest");
-const QString kFromTableToAnswers = QStringLiteral("../../../../answers/");
+const QString kFromTableToCheck = QStringLiteral("../../../../");
 
 const QString kOther = QStringLiteral("other");
 const QString kIs = QStringLiteral("is-");
@@ -219,12 +219,12 @@ QMap<QString, QString> DecisionLinks(const ReleaseList &list)
     for (int index = 0; index < decisions.tables.size(); ++index) {
         const QString table = inside.arg(kTables).arg(index);
         const auto add = [&](const QString &name, int release) {
-            if (release < 0)
-                return;
-            const Release &offered = list.releases.at(release);
-            links.insert(inside.arg(table, name),
-                         QStringLiteral("%1%2/%3.json")
-                             .arg(kFromTableToAnswers, offered.version, offered.id));
+            QString answer = QStringLiteral("none.json");
+            if (release >= 0) {
+                const Release &offered = list.releases.at(release);
+                answer = QStringLiteral("answers/%1/%2.json").arg(offered.version, offered.id);
+            }
+            links.insert(inside.arg(table, name), kFromTableToCheck + answer);
         };
         links.insert(table, QString());
         add(kRest, decisions.tables.at(index).rest);

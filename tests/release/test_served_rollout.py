@@ -506,7 +506,7 @@ class Products(unittest.TestCase):
         (self.beta.check / "none.json").unlink()
         statuses = {name: self.server.request("GET", f"/{name}/health").status
                     for name in ("alpha", "beta-2", "gamma")}
-        self.assertEqual(statuses, {"alpha": 200, "beta-2": 503, "gamma": 503})
+        self.assertEqual(statuses, {"alpha": 200, "beta-2": 503, "gamma": 404})
 
     def test_the_log_tells_product_and_answer(self) -> None:
         self.check("beta-2")
