@@ -18,7 +18,7 @@ const QString kEverywhere = QStringLiteral("everywhere");
 const QString kPlaces = QStringLiteral("places");
 const QString kNetworks = QStringLiteral("networks");
 const QString kRest = QStringLiteral("rest");
-const QString kFromTableToAnswers = QStringLiteral("../../../../answers/");
+const QString kFromTableToCheck = QStringLiteral("../../../../");
 
 const QString kOther = QStringLiteral("other");
 const QString kIs = QStringLiteral("is-");
@@ -219,10 +219,10 @@ QMap<QString, QString> DecisionLinks(const ReleaseList &list)
     for (int index = 0; index < decisions.tables.size(); ++index) {
         const QString table = inside.arg(kTables).arg(index);
         const auto add = [&](const QString &name, int release) {
-            if (release < 0)
-                return;
-            const Release &offered = list.releases.at(release);
-            links.insert(inside.arg(table, name), kFromTableToAnswers + offered.AnswerName());
+            const QString answer =
+                release < 0 ? QStringLiteral("none.json")
+                            : QStringLiteral("answers/") + list.releases.at(release).AnswerName();
+            links.insert(inside.arg(table, name), kFromTableToCheck + answer);
         };
         links.insert(table, QString());
         add(kRest, decisions.tables.at(index).rest);

@@ -40,6 +40,7 @@ Decisions Decide(const ReleaseList &list);
 /**
  * The same as folders and symbolic links, for release/nginx/updates/service.conf: paths below the
  * folder of a generation, each with the text of its link, which is empty for a folder. A folder
- * comes before what is in it.
+ * comes before what is in it. Every table has a link for the rest, by which the service tells a
+ * sound tree where nothing is newer from a damaged one.
  */
 QMap<QString, QString> DecisionLinks(const ReleaseList &list);

@@ -184,6 +184,13 @@ Findings ReleaseRules::CheckVersion(const QString &version)
     // A folder of the tree is called after it, which ".." could not be.
     static const QRegularExpression plain(
         QStringLiteral("\\A[._+-]*[A-Za-z0-9][A-Za-z0-9._+-]*\\z"));
+    // The service's log writes "none" where a check was offered nothing.
+    if (version.compare(QLatin1String("none"), Qt::CaseInsensitive) == 0) {
+        return {{QStringLiteral("version"), QString(),
+                 QStringLiteral("the version \"%1\" would look like no offer in the log of the "
+                                "service; choose another one, as in 2.1.3")
+                     .arg(version)}};
+    }
     if (version.size() <= MaxVersionLength && plain.match(version).hasMatch())
         return {};
     return {

@@ -369,6 +369,25 @@ class Damage(Served):
                     damage(part)
                     self.check_damaged()
 
+    def test_a_client_with_a_release_is_not_offered_an_older_one(self) -> None:
+        self.tree.publish("2.2.0", "--share", LEAST)
+        self.tree.roll_out("2.1.3", "--from", "*")
+        known = {"2.1.3": "none", "2.2.0": "none"}
+        others = {"2.0.1": "2.1.3", "": "2.1.3", ".": "2.1.3", "..": "2.1.3", "-": "2.1.3"}
+        self.assert_offers(self.server, {**known, **others})
+        sound = self.room / "two"
+        shutil.copytree(self.tree.folder, sound, symlinks=True)
+        everywhere = self.tree.check / "now" / "everywhere"
+        for version, damage in itertools.product(known, DAMAGES):
+            link = everywhere / f"is-{version}"
+            for part in (link, link.resolve()):
+                with self.subTest(part=part, damage=damage.__name__):
+                    damage(part)
+                    self.assert_offers(self.server, known)
+                shutil.rmtree(self.tree.folder)
+                shutil.copytree(sound, self.tree.folder, symlinks=True)
+        self.assert_offers(self.server, {**known, **others})
+
     def test_a_link_that_leads_to_no_answer_is_nothing_newer(self) -> None:
         rest = self.tree.check / "now" / "everywhere" / "below-2" / "rest"
         targets = (Path("/etc/hostname"), self.tree.package("2.1.3"), self.tree.check / "none.json",
@@ -488,7 +507,7 @@ class Products(unittest.TestCase):
         (self.beta.check / "none.json").unlink()
         statuses = {name: self.server.request("GET", f"/{name}/health").status
                     for name in ("alpha", "beta-2", "gamma")}
-        self.assertEqual(statuses, {"alpha": 200, "beta-2": 503, "gamma": 503})
+        self.assertEqual(statuses, {"alpha": 200, "beta-2": 503, "gamma": 404})
 
     def test_the_log_tells_product_and_answer(self) -> None:
         self.check("beta-2")

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """What updaters, and whoever else calls, get from the nginx of release/nginx/."""
 
+import shutil
 import ssl
 import subprocess
 import sys
@@ -274,17 +275,58 @@ class Limits(FreshServer):
 class Health(FreshServer):
     """GET /health, by which a load balancer finds the nodes that answer checks."""
 
+    def health(self, path: str = "/health") -> int:
+        """The status that a load balancer gets."""
+        return self.server.request("GET", path).status
+
     def test_it_tells_whether_the_tree_can_be_read(self) -> None:
-        server = self.start()
-        self.assertEqual(server.request("GET", "/health").status, 200)
+        self.server = self.start()
+        self.assertEqual(self.health(), 200)
         none = self.tree.check / "none.json"
         none.unlink()
-        self.assertEqual(server.request("GET", "/health").status, 503)
+        self.assertEqual(self.health(), 503)
         none.mkdir()
-        self.assertEqual(server.request("GET", "/health").status, 503)
+        self.assertEqual(self.health(), 503)
         none.rmdir()
         none.symlink_to("none.json")
-        self.assertEqual(server.request("GET", "/health").status, 503)
+        self.assertEqual(self.health(), 503)
+
+    def test_it_tells_whether_the_decisions_can_be_read(self) -> None:
+        self.server = self.start()
+        now = self.tree.check / "now"
+        rest = now / "everywhere" / "other" / "rest"
+        aside = self.room / "aside"
+        for part in (now, now / "releases.json", now / "everywhere", now / "everywhere" / "other",
+                     rest, rest.parent.resolve(), self.tree.answer("2.1.3")):
+            with self.subTest(part):
+                part.rename(aside)
+                self.assertEqual(self.health(), 503)
+                part.symlink_to("nowhere")
+                self.assertEqual(self.health(), 503)
+                part.unlink()
+                aside.rename(part)
+                self.assertEqual(self.health(), 200)
+
+    def test_a_copy_that_followed_the_links_is_not_healthy(self) -> None:
+        copy = self.room / "copy"
+        shutil.copytree(self.tree.folder, copy)
+        self.tree.folder = copy
+        self.server = self.start()
+        self.assertEqual(self.server.check("1.0.0"), "none")
+        self.assertEqual(self.health(), 503)
+
+    def test_a_tree_that_offers_nothing_is_healthy(self) -> None:
+        self.server = self.start()
+        self.tree.change("stop")
+        self.assertEqual(self.health(), 200)
+        self.tree.change("resume")
+        self.tree.change("stop", "--version", "2.1.3")
+        self.assertEqual(self.server.check("1.0.0"), "none")
+        self.assertEqual(self.health(), 200)
+
+    def test_a_product_that_is_not_there_has_none(self) -> None:
+        self.server = self.start()
+        self.assertEqual(self.health("/anything/health"), 404)
 
     def test_it_tells_whether_checks_can_be_decided(self) -> None:
         nobody = f"http://127.0.0.1:{nginxserver.free_port()}"

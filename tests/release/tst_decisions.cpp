@@ -79,6 +79,7 @@ private slots:
     void networksAreOfferedItWhateverTheShare();
     void narrowerNetworkBelongsToTheWiderOne();
     void tablesAreSharedAndComplete();
+    void nothingNewerIsAnAnswerToo();
 };
 
 void TestDecisions::whoIsOfferedWhat_data()
@@ -262,6 +263,16 @@ void TestDecisions::tablesAreSharedAndComplete()
     QCOMPARE(links.value(QStringLiteral("everywhere/below-2")),
              links.value(QStringLiteral("everywhere/below-2.0")));
     QVERIFY(links.values().contains(QStringLiteral("../../../../answers/3.0/3.0.zip.json")));
+}
+
+void TestDecisions::nothingNewerIsAnAnswerToo()
+{
+    const ReleaseList list = ThreeReleases([](QVector<Release> &all) {
+        for (Release &release : all)
+            release.share = 0;
+    });
+    QCOMPARE(DecisionLinks(list).value(QStringLiteral("tables/0/rest")),
+             QStringLiteral("../../../../none.json"));
 }
 
 QTEST_APPLESS_MAIN(TestDecisions)

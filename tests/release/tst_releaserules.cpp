@@ -164,6 +164,9 @@ void TestReleaseRules::versions_data()
     AddText("slash", QStringLiteral("2/1"), "version");
     AddText("parent folder", QStringLiteral(".."), "version");
     AddText("not ASCII", QStringLiteral("２.1"), "version");
+    AddText("no offer in the log", QStringLiteral("none"), "version");
+    AddText("no offer in capitals", QStringLiteral("None"), "version");
+    AddText("begins like no offer", QStringLiteral("none-1"));
 }
 
 void TestReleaseRules::versions()
