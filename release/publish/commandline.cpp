@@ -63,7 +63,8 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
                QStringLiteral(" is missing");
     }
     if (operands > command.mostOperands)
-        return QStringLiteral("\"%1\" is one too many").arg(parser.positionalArguments().last());
+        return QStringLiteral("unexpected argument \"%1\"")
+            .arg(parser.positionalArguments().last());
     if (parser.positionalArguments().contains(QString()))
         return Text(command.operand) + QStringLiteral(" must not be empty");
     return QString();
@@ -226,7 +227,8 @@ private:
         if (IsSet(kShare)) {
             request.share = ReadShare(Value(kShare));
             if (request.share == 0)
-                return QStringLiteral("--share is no number from 0.1 to 100 with one decimal");
+                return QStringLiteral(
+                    "--share must be a number from 0.1 to 100 with at most one decimal");
         }
         if (!IsSet(kPlan))
             return QString();
@@ -340,7 +342,7 @@ CommandLine ReadArguments(const QStringList &arguments)
         if (first == QLatin1String(command.name))
             return ReadCommand(command, arguments);
     }
-    return Wrong(QStringLiteral("\"%1\" is no command").arg(first));
+    return Wrong(QStringLiteral("unknown command \"%1\"").arg(first));
 }
 
 } // namespace

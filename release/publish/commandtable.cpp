@@ -2,6 +2,14 @@
 
 using namespace CommandTable;
 
+namespace
+{
+
+/// Characters of the first column of a command's help.
+constexpr int kOptionWidth = 26;
+
+} // namespace
+
 const Option CommandTable::kName{"name", "NAME", Optional,
                                  "publish it as NAME-VERSION.exe (default: as it is called)"};
 const Option CommandTable::kVersion{"version", "VERSION", Required,
@@ -15,18 +23,18 @@ const Option CommandTable::kOut{"out", "DIR", Required,
                                 "the release tree; made when it is not there"};
 const Option CommandTable::kUrlPrefix{
     "url-prefix", "URL", Optional,
-    "what precedes /packages/ in the announced address; with /packages is right too"};
+    "what precedes /packages/ in the announced address; may end with /packages"};
 const Option CommandTable::kUpdaterFolder{
     "updater-folder", "NAME", Optional,
     "the updater's folder in the client's, which a package must not hold (default: AutoUpdate)"};
 const Option CommandTable::kExclude{
     "exclude", "PATTERN", Repeatable,
-    "leaves out what is called so, as in *.pdb or doc/*.txt; may be given often"};
-const Option CommandTable::kNoDefaultExcludes{
-    "no-default-excludes", nullptr, Flag,
-    "packs what is left out otherwise: .git, .svn, .hg, .DS_Store, Thumbs.db, desktop.ini, ..."};
-const Option CommandTable::kAllowUpdater{
-    "allow-updater", nullptr, Flag, "take a package that holds the updater's folder nevertheless"};
+    "leaves out files with such names, as in *.pdb or doc/*.txt; repeatable"};
+const Option CommandTable::kNoDefaultExcludes{"no-default-excludes", nullptr, Flag,
+                                              "also packs what is left out by default: .git, .svn, "
+                                              ".hg, .DS_Store, Thumbs.db, ..."};
+const Option CommandTable::kAllowUpdater{"allow-updater", nullptr, Flag,
+                                         "accepts a package that contains the updater's folder"};
 const Option CommandTable::kAllowShorterVersion{
     "allow-shorter-version", nullptr, Flag,
     "publish even though clients may never start again after this version"};
@@ -49,8 +57,8 @@ const Option CommandTable::kFrom{
     "only clients with such a version, as in 2.0.*; * lifts the restriction"};
 const Option CommandTable::kNetwork{
     "network", "CIDR", Repeatable,
-    "also everybody in this network, whatever the share, as in 192.0.2.0/24; none: "
-    "forget those of before"};
+    "also everybody in this network, whatever the share, as in 192.0.2.0/24;\n"
+    "none: forget those of before"};
 const Option CommandTable::kPlan{
     "plan", "STEPS", Optional,
     "shares that \"publish advance\" raises: \"1% 1d, 10% 1d, 50% 1d, 100%\""};
@@ -58,15 +66,15 @@ const Option CommandTable::kLinkGbit{
     "link-gbit", "GBIT", Optional,
     "warn when downloads would need more than this line; with --clients"};
 const Option CommandTable::kClients{"clients", "NUMBER", Optional, "how many clients there are"};
-const Option CommandTable::kLog{"log", "LOG", Repeatable,
+const Option CommandTable::kLog{"log", "LOG...", Repeatable,
                                 "an access log of a node, as it is or gzipped"};
 const Option CommandTable::kProduct{
     "product", "NAME", Optional,
     "the tree's product in the logs (default: the one without a name)"};
 const Option CommandTable::kStopAbove{
     "stop-above", "KIND=PERCENT", Repeatable,
-    "interrupted=2: more interrupted downloads than before, in percentage "
-    "points; unchanged=5: of those that completed it, came back without it"};
+    "interrupted=2: more interrupted downloads than before, in percentage points;\n"
+    "unchanged=5: of those that completed it, came back without it"};
 const Option CommandTable::kHtml{"html", "FILE", Optional, "a page with charts as well"};
 const Option CommandTable::kClientFolder{"client", "DIR", Optional,
                                          "the client's folder as it ships"};
@@ -89,7 +97,8 @@ const QVector<CommandDescription> &CommandTable::Commands()
          0,
          "packs a client's folder, and publishes the package",
          "publish zip --client build/Client --name Client --version 2.1.3 --update optional \\\n"
-         "      --notes-zh notes-zh.txt --notes-en notes-en.txt --out site",
+         "      --config-file '~version/version.json' --notes-zh notes-zh.txt \\\n"
+         "      --notes-en notes-en.txt --out site",
          {{"client", "DIR", Required, "the new client: its contents go over the installed one"},
           {kName.name, kName.value, Required, "the package is called NAME-VERSION.zip"},
           kVersion,
@@ -172,7 +181,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "DIR",
          1,
          1,
-         "offers nothing any more, or a release no more",
+         "stops all offers, or one release",
          "publish stop site --version 2.1.3",
          {kReleaseOrAll, kDryRun, kJson}},
         {Request::Resume,
@@ -180,7 +189,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "DIR",
          1,
          1,
-         "takes a stop back; each release keeps its share",
+         "lifts a stop; each release keeps its share",
          "publish resume site --version 2.1.3",
          {kReleaseOrAll, kDryRun, kJson}},
         {Request::Rollback,
@@ -212,7 +221,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "LOG...",
          1,
          kMany,
-         "tells from the access logs of all nodes how releases are doing",
+         "shows from the access logs of all nodes how each release is doing",
          "publish report updates.log updates.log.1 --html report.html",
          {kHtml, kJson}},
         {Request::CheckConfiguration,
@@ -242,12 +251,12 @@ QString CommandTable::OptionText(const Option &option)
 
 QString CommandTable::GeneralHelp()
 {
-    QString help = QStringLiteral("publish makes releases for the updater, and proves them.\n\n");
+    QString help = QStringLiteral("publish creates and verifies releases for the updater.\n\n");
     for (const CommandDescription &command : Commands()) {
         help += QStringLiteral("publish %1: %2\n  %3\n\n")
                     .arg(Text(command.name), Text(command.help), Text(command.example));
     }
-    return help + QStringLiteral("publish COMMAND --help tells its options, "
+    return help + QStringLiteral("publish COMMAND --help shows its options, "
                                  "publish --version the version of the tool.\n"
                                  "Exit codes: 0 done, 1 refused or failed, 2 wrong command "
                                  "line.\n");
@@ -260,14 +269,15 @@ QString CommandTable::CommandHelp(const CommandDescription &command)
             .arg(Text(command.name),
                  command.operand != nullptr ? Text(command.operand) : QStringLiteral("OPTIONS"),
                  Text(command.help));
+    const QString nextLine = QLatin1Char('\n') + QString(kOptionWidth + 3, QLatin1Char(' '));
     for (const Option &option : command.options) {
         help += QStringLiteral("  %1 %2%3\n")
-                    .arg(OptionText(option), -26)
-                    .arg(Text(option.help),
+                    .arg(OptionText(option), -kOptionWidth)
+                    .arg(Text(option.help).replace(QLatin1Char('\n'), nextLine),
                          option.need == Required ? QStringLiteral(" (required)") : QString());
     }
     return help +
-           QStringLiteral("\nExample:\n  %1\n\nExit codes: 0 done, 1 refused (a line a reason "
-                          "on the standard error stream), 2 wrong command line.\n")
+           QStringLiteral("\nExample:\n  %1\n\nExit codes: 0 done, 1 refused (one line per reason "
+                          "on standard error), 2 wrong command line.\n")
                .arg(Text(command.example));
 }

@@ -14,6 +14,9 @@ QStringList Words(const char *text)
 const char *const wholeZip = "zip --client c --name Client --version 2 --update forced "
                              "--notes-zh zh --notes-en en --out site";
 
+/// Characters of a row of help, so that it fits into a window of usual width.
+constexpr int kWidestHelp = 120;
+
 } // namespace
 
 class TestCommandLine : public QObject
@@ -235,7 +238,8 @@ void TestCommandLine::wrongOnes_data()
     QTest::addColumn<QString>("error");
 
     QTest::newRow("nothing") << QStringList() << "no command is given; see publish --help";
-    QTest::newRow("unknown command") << Words("tar") << "\"tar\" is no command; see publish --help";
+    QTest::newRow("unknown command")
+        << Words("tar") << "unknown command \"tar\"; see publish --help";
     QTest::newRow("unknown option")
         << Words(wholeZip) + Words("--colour") << "Unknown option 'colour'; see publish zip --help";
     QTest::newRow("value missing") << Words("verify --updater-folder")
@@ -244,7 +248,7 @@ void TestCommandLine::wrongOnes_data()
     QTest::newRow("given twice") << Words(wholeZip) + Words("--version 3")
                                  << "--version is given twice; see publish zip --help";
     QTest::newRow("one too many") << Words(wholeZip) + Words("more")
-                                  << "\"more\" is one too many; see publish zip --help";
+                                  << "unexpected argument \"more\"; see publish zip --help";
     for (const char *option :
          {"config-file", "known", "updater-folder", "url-prefix", "share", "exclude"}) {
         const QString name = QStringLiteral("--") + QLatin1String(option);
@@ -316,6 +320,8 @@ void TestCommandLine::everyCommandHasHelpWithAnExample_data()
     QTest::newRow("zip") << Words("zip --help") << "publish zip --client ";
     QTest::newRow("installer") << Words("installer --help") << "publish installer --file ";
     QTest::newRow("verify") << Words("verify --help") << "publish verify site";
+    QTest::newRow("rollout") << Words("rollout --help") << "publish rollout site ";
+    QTest::newRow("advance") << Words("advance --help") << "--log LOG...";
     QTest::newRow("besides others") << Words(wholeZip) + Words("--help") << "publish zip --client ";
 }
 
@@ -327,6 +333,8 @@ void TestCommandLine::everyCommandHasHelpWithAnExample()
     QCOMPARE(line.error, QString());
     QVERIFY2(line.help.contains(example), qPrintable(line.help));
     QVERIFY2(line.help.contains(QLatin1String("Exit codes: 0 ")), qPrintable(line.help));
+    for (const QString &row : line.help.split(QLatin1Char('\n')))
+        QVERIFY2(row.size() <= kWidestHelp, qPrintable(row));
 }
 
 void TestCommandLine::examplesAreRight()
