@@ -10,6 +10,9 @@ namespace
 
 using ReleaseRules::Shown;
 
+/// The last part of the path of every check.
+const QString kCheck = QStringLiteral("/check");
+
 Finding About(const QString &name, const QString &what)
 {
     return {QStringLiteral("address"), QString(), QStringLiteral("\"%1\" %2").arg(name, what)};
@@ -53,6 +56,15 @@ QString HostDoubt(const QString &host)
     if (!host.contains(QLatin1Char('.')))
         return QStringLiteral("which only machines in the same network know");
     return QString();
+}
+
+/// @p url as the service answers it: with the path of the check at its end.
+QString WithCheck(const QUrl &url)
+{
+    static const QRegularExpression end(QStringLiteral("(?:%1)?/*\\z").arg(kCheck),
+                                        QRegularExpression::CaseInsensitiveOption);
+    QString address = url.toString(QUrl::RemoveQuery | QUrl::RemoveFragment | QUrl::FullyEncoded);
+    return address.left(end.match(address).capturedStart()) + kCheck;
 }
 
 /// Some characters are not part of an address and are read differently by different programs.
@@ -129,12 +141,20 @@ Findings AddressRules::WarnOfHost(const QString &name, const QString &address)
 Findings AddressRules::WarnOfCheck(const QString &name, const QString &address)
 {
     Findings warnings = WarnOfHost(name, address);
+    if (address.isEmpty() || !Check(name, address).isEmpty())
+        return warnings;
     const QUrl url = Url(address);
     if (url.hasQuery() || url.hasFragment()) {
         warnings.append({QStringLiteral("address-parts"), QString(),
                          QStringLiteral("\"%1\" contains \"?\" or \"#\", and the update service "
                                         "looks at the path alone; leave out what follows it")
                              .arg(name)});
+    }
+    if (!url.path().endsWith(kCheck)) {
+        warnings.append({QStringLiteral("check-path"), QString(),
+                         QStringLiteral("\"%1\" does not end with \"%2\", where the service "
+                                        "answers; write \"%3\"")
+                             .arg(name, kCheck, Shown(WithCheck(url)))});
     }
     return warnings;
 }

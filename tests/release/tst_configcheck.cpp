@@ -147,6 +147,7 @@ private slots:
     void goodClientIsAccepted();
     void values_data();
     void values();
+    void addressOfTheCheckIsCorrected();
     void installersAskForLess_data();
     void installersAskForLess();
     void textThatCannotBeRead_data();
@@ -275,8 +276,15 @@ void TestConfigCheck::values_data()
     texts("appPath",
           {QStringLiteral("C:/Program Files/Client/"), QStringLiteral("c:/program files (X86)/C/"),
            QStringLiteral("D:\\PROGRA~1\\Client\\"), QStringLiteral("C:/ProgramData/Client/"),
-           QStringLiteral("C:/Windows/"), QStringLiteral("C:/x/../Windows/Client/")},
+           QStringLiteral("C:/Windows/"), QStringLiteral("C:/x/../Windows/Client/"),
+           QStringLiteral("C:/../Windows/Client/")},
           "protected-folder");
+    texts("appPath",
+          {QStringLiteral("/Program Files/C/"), QStringLiteral("\\PROGRAM FILES (x86)\\Client\\"),
+           QStringLiteral("/windows/Client/"), QStringLiteral("/ProgramData/Client/")},
+          "protected-folder", "app-path");
+    texts("appPath", {QStringLiteral("/"), QStringLiteral("\\Client\\..\\")}, "app-path",
+          "app-path");
     texts("appPath", {QStringLiteral("C:/Users/me/AppData/Local/Programs/Client/")}, "",
           "app-path");
     texts("appPath",
@@ -285,10 +293,15 @@ void TestConfigCheck::values_data()
           "download-folder", "app-path");
 
     for (const char *key : {"updateCheckUrl", "updatePackageUrl"}) {
-        texts(key,
-              {QStringLiteral("HTTPS://a.norvane.net:8443/x/"),
-               QStringLiteral("https://xn--fiq228c.norvane.net/%20/")},
-              "");
+        const bool isCheck = qstrcmp(key, "updateCheckUrl") == 0;
+        const auto addresses = [&](QStringList values, const char *warnings) {
+            for (QString &value : values)
+                value += isCheck ? QStringLiteral("check") : QString();
+            texts(key, values, "", warnings);
+        };
+        addresses({QStringLiteral("HTTPS://a.norvane.net:8443/x/"),
+                   QStringLiteral("https://xn--fiq228c.norvane.net/%20/")},
+                  "");
         texts(key,
               {QStringLiteral("http://a.norvane.net/x/"), QStringLiteral("ftp://a.norvane.net/x/"),
                QStringLiteral("a.norvane.net/x/"), QStringLiteral("https:///x/"),
@@ -305,19 +318,26 @@ void TestConfigCheck::values_data()
                QStringLiteral("https://user@a.norvane.net/x/"),
                QStringLiteral("https://@a.norvane.net/x/")},
               "address");
-        texts(key,
-              {QStringLiteral("https://localhost/x/"), QStringLiteral("https://updates/x/"),
-               QStringLiteral("https://192.0.2.7/x/"), QStringLiteral("https://[2001:db8::1]:1/x/"),
-               QStringLiteral("https://updates.example.com/x/"),
-               QStringLiteral("https://a.test/x/")},
-              "", "host");
+        addresses(
+            {QStringLiteral("https://localhost/x/"), QStringLiteral("https://updates/x/"),
+             QStringLiteral("https://192.0.2.7/x/"), QStringLiteral("https://[2001:db8::1]:1/x/"),
+             QStringLiteral("https://updates.example.com/x/"), QStringLiteral("https://a.test/x/")},
+            "host");
         // A host of somebody else's that only begins or ends like a reserved one.
-        texts(key,
-              {QStringLiteral("https://example.com.norvane.net/x/"),
-               QStringLiteral("https://notexample.com/x/")},
-              "");
+        addresses({QStringLiteral("https://example.com.norvane.net/x/"),
+                   QStringLiteral("https://notexample.com/x/")},
+                  "");
     }
-    texts("updateCheckUrl", {QStringLiteral("https://a.norvane.net")}, "");
+    texts("updateCheckUrl",
+          {QStringLiteral("https://a.norvane.net/client/check"),
+           QStringLiteral("https://a.norvane.net/client-beta/check")},
+          "");
+    texts("updateCheckUrl",
+          {QStringLiteral("https://a.norvane.net"), QStringLiteral("https://a.norvane.net/"),
+           QStringLiteral("https://a.norvane.net/check/"),
+           QStringLiteral("https://a.norvane.net/Check"),
+           QStringLiteral("https://a.norvane.net/precheck")},
+          "", "check-path");
     texts("updateCheckUrl",
           {QStringLiteral("https://a.norvane.net/check?a=b"),
            QStringLiteral("https://a.norvane.net/check#a")},
@@ -333,6 +353,16 @@ void TestConfigCheck::values_data()
     texts("currentVersion", {QStringLiteral("2 1"), QString(65, QLatin1Char('1'))}, "version");
     row("noRemind", 1, "", "silenced");
     texts("noRemindVersion", {QStringLiteral("2.2.0")}, "", "silenced");
+}
+
+void TestConfigCheck::addressOfTheCheckIsCorrected()
+{
+    for (const char *path : {"", "/", "/check/", "/CHECK", "/check//"}) {
+        const QString address = QStringLiteral("https://a.norvane.net:8443") + QLatin1String(path);
+        QCOMPARE(Lines(CheckText(Text(With("updateCheckUrl", address))).warnings),
+                 QStringLiteral("\"updateCheckUrl\" does not end with \"/check\", where the "
+                                "service answers; write \"https://a.norvane.net:8443/check\""));
+    }
 }
 
 void TestConfigCheck::values()
@@ -355,6 +385,7 @@ void TestConfigCheck::installersAskForLess_data()
         QTest::newRow(qPrintable(value)) << QString::fromLatin1(key) << value << Words(warnings);
     };
     row("appPath", QStringLiteral("C:/Program Files/Client/"), "protected-folder");
+    row("appPath", QStringLiteral("/Program Files/Client/"), "app-path protected-folder");
     row("appPath", QStringLiteral("C:/"), "");
     row("appPath", QStringLiteral("../Client/"), "");
     row("appConfigFile", QStringLiteral("配置.json"), "");
