@@ -52,7 +52,12 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
             return QStringLiteral("--%1 is given twice").arg(name);
         if (option.need == Required && (values.isEmpty() || values.first().isEmpty()))
             return OptionText(option) + QStringLiteral(" is missing");
+        // Such as that of a variable without a value, whose check would be skipped silently.
+        if (option.value != nullptr && values.contains(QString()))
+            return QStringLiteral("--%1 has an empty value").arg(name);
     }
+    if (parser.positionalArguments().contains(QString()))
+        return QStringLiteral("an operand of %1 is empty").arg(Text(command.operand));
     const int operands = parser.positionalArguments().size();
     if (operands < command.leastOperands) {
         return Text(command.operand).section(QLatin1Char(' '), operands, operands) +

@@ -195,11 +195,15 @@ void TestCommandLine::wrongOnes_data()
                                  << "--version is given twice; see publish zip --help";
     QTest::newRow("one too many") << Words(wholeZip) + Words("more")
                                   << "\"more\" is one too many; see publish zip --help";
-    for (const char *pattern : {"", "/a", "[a"}) {
+    for (const char *pattern : {"/a", "[a"}) {
         QTest::newRow(qPrintable(QStringLiteral("pattern \"%1\"").arg(QLatin1String(pattern))))
             << Words(wholeZip) + QStringList{QStringLiteral("--exclude"), QLatin1String(pattern)}
             << QStringLiteral("\"%1\" is no pattern of names").arg(QLatin1String(pattern));
     }
+    QTest::newRow("empty value") << (Words("check-config updateconfig.json --client") << QString())
+                                 << "--client has an empty value; see publish check-config --help";
+    QTest::newRow("empty node") << (Words("push site") << QString())
+                                << "an operand of DIR NODE... is empty; see publish push --help";
     QTest::newRow("folder missing")
         << Words("verify") << "DIR is missing; see publish verify --help";
     QTest::newRow("nothing is published")
