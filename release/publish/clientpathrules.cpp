@@ -173,7 +173,18 @@ Findings ClientPathRules::Warn(const QString &path, Global::PackageKind packages
                                                    "folder above the updater's, whoever the user "
                                                    "is")));
     }
-    if (packages == Global::InstallerPackage && IsProtected(path)) {
+    const bool isZip = packages == Global::ZipPackage;
+    if (isZip && !FromRoot(path).isEmpty() && !IsOneUsers(path) &&
+        Check(path, packages).isEmpty()) {
+        warnings.append(
+            {QStringLiteral("shared-folder"), QString(),
+             QStringLiteral("the client's folder \"%1\" is the same for all users of a machine, "
+                            "and each of them can replace the client that the others start; write "
+                            "\"../\" and install the client for one user, or check that this is "
+                            "intended")
+                 .arg(Shown(path))});
+    }
+    if (!isZip && IsProtected(path)) {
         warnings.append(
             AboutRights(path, QStringLiteral("\"Never Prompt\" would end without the client; "
                                              "let the installer give users write access to %1")

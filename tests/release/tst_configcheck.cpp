@@ -25,7 +25,7 @@ const char kClientConfig[] = R"({"client": {"version": "1.0.0"}})";
 /// A configuration that keeps every rule.
 QJsonObject GoodConfig()
 {
-    return {{QStringLiteral("appConfigFile"), QStringLiteral("config.json")},
+    return {{QStringLiteral("appConfigFile"), QStringLiteral("~version/version.json")},
             {QStringLiteral("appName"), QStringLiteral("Client.exe")},
             {QStringLiteral("appPath"), QStringLiteral("../")},
             {QStringLiteral("currentVersion"), QStringLiteral("1.0.0")},
@@ -72,7 +72,7 @@ public:
     ShippedClient()
     {
         Write("Client.exe", "MZ");
-        Write("config.json", kClientConfig);
+        Write("~version/version.json", kClientConfig);
         Write("AutoUpdate/AutoUpdate.exe", "MZ");
         Write("AutoUpdate/updateconfig.json", Text(GoodConfig()));
     }
@@ -160,8 +160,8 @@ private slots:
     void whatTheUpdaterWritesIsAccepted();
     void acceptedFileIsUsable();
     void largeFileIsWarnedOf();
-    void samplesAreAcceptedButForTheirHost_data();
-    void samplesAreAcceptedButForTheirHost();
+    void samplesAreAcceptedButForFolderAndHost_data();
+    void samplesAreAcceptedButForFolderAndHost();
     void clients_data();
     void clients();
     void places_data();
@@ -178,7 +178,7 @@ void TestConfigCheck::goodFileIsAccepted()
     QVERIFY2(outcome.refusals.isEmpty(), qPrintable(Lines(outcome.refusals)));
     QVERIFY2(outcome.warnings.isEmpty(), qPrintable(Lines(outcome.warnings)));
     QVERIFY(outcome.summary.endsWith(QLatin1String(
-        "every rule is kept (Client.exe in ../, checks at https://updates.norvane.net/check, "
+        "no objections (Client.exe in ../, checks at https://updates.norvane.net/check, "
         "packages from https://updates.norvane.net/packages/).\n")));
 }
 
@@ -248,20 +248,25 @@ void TestConfigCheck::values_data()
           "download-folder");
 
     texts("appConfigFile",
-          {QStringLiteral("version.json"), QStringLiteral("data/version.json"),
-           QStringLiteral("data\\version.json"), QStringLiteral("../version.json")},
+          {QStringLiteral("~version/data/version.json"), QStringLiteral("~version\\version.json"),
+           QStringLiteral("_version/version.json"), QStringLiteral("../version.json")},
           "");
+    texts("appConfigFile",
+          {QStringLiteral("config.json"), QStringLiteral("~version.json"),
+           QStringLiteral("./version.json"), QStringLiteral("data/version.json"),
+           QStringLiteral("z\\version.json")},
+          "", "config-order");
     texts("appConfigFile",
           {QStringLiteral("data/"), QStringLiteral("C:/config.json"), QStringLiteral("nul"),
            QStringLiteral("data./config.json"), QStringLiteral("配置.json")},
           "app-config-file");
 
+    texts("appPath", {QStringLiteral("..\\"), QStringLiteral("./../")}, "");
     texts("appPath",
           {QStringLiteral("C:/Norvane/Client/"), QStringLiteral("C:\\Norvane\\Client\\"),
            QStringLiteral("D:/Program Files of ours/"), QStringLiteral("D:/x/windows/"),
-           QStringLiteral("..\\"), QStringLiteral("./../"), QStringLiteral("C:/客户端/"),
-           QStringLiteral("C:/Users/Public/Client/")},
-          "");
+           QStringLiteral("C:/客户端/"), QStringLiteral("C:/Users/Public/Client/")},
+          "", "shared-folder");
     texts("appPath",
           {QStringLiteral("C:/Norvane/Client"), QStringLiteral("C:\\Norvane\\Client"),
            QStringLiteral("%LOCALAPPDATA%/Programs/Client/"), QStringLiteral("C:Norvane/"),
@@ -271,8 +276,8 @@ void TestConfigCheck::values_data()
            QStringLiteral("Client/")},
           "app-path");
     texts("appPath", {QStringLiteral("..")}, "app-path");
-    texts("appPath", {QStringLiteral("/Norvane/Client/"), QStringLiteral("\\\\server\\Client\\")},
-          "", "app-path");
+    texts("appPath", {QStringLiteral("/Norvane/Client/")}, "", "app-path shared-folder");
+    texts("appPath", {QStringLiteral("\\\\server\\Client\\")}, "", "app-path");
     texts("appPath",
           {QStringLiteral("C:/Program Files/Client/"), QStringLiteral("c:/program files (X86)/C/"),
            QStringLiteral("D:\\PROGRA~1\\Client\\"), QStringLiteral("C:/ProgramData/Client/"),
@@ -425,7 +430,7 @@ void TestConfigCheck::textThatCannotBeRead()
     QVERIFY(outcome.warnings.isEmpty());
     // The updater finds no more in it than the check does.
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/config.json"), "{}");
+    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
     home.WriteUpdateConfig(text);
     QCOMPARE(Global::instance.ReadConfig(), -1);
 }
@@ -488,7 +493,7 @@ void TestConfigCheck::firstDifferentLineIsShown()
 void TestConfigCheck::textOfTheWrongFormFreezesTheUpdater()
 {
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/config.json"), "{}");
+    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
     home.WriteUpdateConfig(Indented(Text(GoodConfig())));
     QCOMPARE(Global::instance.ReadConfig(), 0);
     Record("version", "1.0.1");
@@ -513,7 +518,7 @@ void TestConfigCheck::acceptedFileIsUsable()
 {
     const TestHome home;
     WriteFile(home.ClientFolder() + QStringLiteral("/Client.exe"), "MZ");
-    WriteFile(home.ClientFolder() + QStringLiteral("/config.json"), kClientConfig);
+    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), kClientConfig);
     WriteFile(home.ProgramFolder() + QStringLiteral("/AutoUpdate.exe"), "MZ");
     home.WriteUpdateConfig(Text(GoodConfig()));
     const auto check = [&home] {
@@ -531,6 +536,9 @@ void TestConfigCheck::acceptedFileIsUsable()
     Record("version", "2.0.1");
     QCOMPARE(global.ReadConfig(), 0);
     QCOMPARE(global.noRemindVersion, QStringLiteral("2.0.0"));
+    QCOMPARE(Rules(check().refusals), Words("current-version"));
+    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"),
+              R"({"client": {"version": "2.0.1"}})");
     QCOMPARE(Rules(check().refusals), QStringList());
 }
 
@@ -544,25 +552,27 @@ void TestConfigCheck::largeFileIsWarnedOf()
     QCOMPARE(Rules(CheckText(Text(config)).warnings), Words("unknown-key size"));
 }
 
-void TestConfigCheck::samplesAreAcceptedButForTheirHost_data()
+void TestConfigCheck::samplesAreAcceptedButForFolderAndHost_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QStringList>("warnings");
     const auto examples =
         Document(QStringLiteral("docs/configuration.md")).Fenced(QStringLiteral("json"));
-    QTest::newRow("of the document") << examples.value(0) << Words("host host");
-    QTest::newRow("after an update") << examples.value(1) << Words("host host silenced");
+    QTest::newRow("of the document") << examples.value(0) << Words("shared-folder host host");
+    QTest::newRow("after an update")
+        << examples.value(1) << Words("shared-folder host host silenced");
     QTest::newRow("of the package for vendors")
         << ReadFile(ProjectPath(QStringLiteral("release/windows/updateconfig.json")))
-        << Words("host host");
+        << Words("shared-folder host host");
     // It is part of a list, and indented as that is.
     QByteArray inReadme =
         Document(QStringLiteral("README.md")).Fenced(QStringLiteral("json")).value(0);
     inReadme.remove(0, 3);
-    QTest::newRow("of the README") << inReadme.replace("\n   ", "\n") << Words("host host");
+    QTest::newRow("of the README")
+        << inReadme.replace("\n   ", "\n") << Words("shared-folder host host");
 }
 
-void TestConfigCheck::samplesAreAcceptedButForTheirHost()
+void TestConfigCheck::samplesAreAcceptedButForFolderAndHost()
 {
     QFETCH(QByteArray, text);
     const Outcome outcome = CheckText(text);
@@ -585,7 +595,7 @@ void TestConfigCheck::clients_data()
         };
     };
     const auto version = [](const QByteArray &text) {
-        return [text](const ShippedClient &client) { client.Write("config.json", text); };
+        return [text](const ShippedClient &client) { client.Write("~version/version.json", text); };
     };
 
     row("no program", "client-file", "",
@@ -597,36 +607,56 @@ void TestConfigCheck::clients_data()
     row("program in other letter case", "letter-case", "",
         [](const ShippedClient &client) { client.Rename("Client.exe", "CLIENT.exe"); });
     row("no configuration", "client-file", "",
-        [](const ShippedClient &client) { client.Remove("config.json"); });
+        [](const ShippedClient &client) { client.Remove("~version/version.json"); });
     row("configuration in other letter case", "", "letter-case",
-        [](const ShippedClient &client) { client.Rename("config.json", "Config.json"); });
+        [](const ShippedClient &client) { client.Rename("~version", "~Version"); });
     row("configuration in a sub-folder", "", "", [config](const ShippedClient &client) {
         config("appConfigFile", QStringLiteral("data\\config.json"))(client);
-        client.Write("data/config.json", kClientConfig);
+        client.Rename("~version/version.json", "~version/config.json");
+        client.Rename("~version", "data");
     });
     row("sub-folder in other letter case", "", "letter-case",
         [config](const ShippedClient &client) {
             config("appConfigFile", QStringLiteral("data/config.json"))(client);
-            client.Write("Data/config.json", kClientConfig);
+            client.Rename("~version/version.json", "~version/config.json");
+            client.Rename("~version", "Data");
         });
     row("configuration elsewhere", "", "client-file",
         config("appConfigFile", QStringLiteral("../config.json")));
     row("names are empty", "empty", "", config("appConfigFile", QString()));
+    row("configuration that is copied early", "", "config-order",
+        [config](const ShippedClient &client) {
+            config("appConfigFile", QStringLiteral("config.json"))(client);
+            client.Write("config.json", kClientConfig);
+        });
+    row("only the updater after the configuration", "", "", [config](const ShippedClient &client) {
+        config("appConfigFile", QStringLiteral("a/version.json"))(client);
+        client.Rename("~version", "a");
+    });
 
     row("configuration is not JSON", "client-config", "", version("version=1.0.0"));
     row("configuration is an array", "client-config", "", version("[]"));
     row("no client", "client-config", "", version(R"({"version": "1.0.0"})"));
     row("version is a number", "client-config", "", version(R"({"client": {"version": 1}})"));
     row("version is empty", "client-config", "", version(R"({"client": {"version": ""}})"));
-    row("version with a blank", "version", "current-version",
+    row("version with a blank", "version current-version", "",
         version(R"({"client": {"version": "1.0 0"}})"));
-    row("another version", "", "current-version", version(R"({"client": {"version": "1.0.1"}})"));
-    row("version one character shorter", "", "current-version",
+    row("another version", "current-version", "", version(R"({"client": {"version": "1.0.1"}})"));
+    row("version one character shorter", "current-version", "",
         version(R"({"client": {"version": "1.00"}})"));
     row("version two characters shorter", "current-version", "",
         version(R"({"client": {"version": "1.0"}})"));
     row("no current version", "", "", config("currentVersion", QString()));
 
+    row("a long version is silenced", "silenced", "silenced",
+        config("noRemindVersion", QStringLiteral("10.0.00")));
+
+    row("command of Windows beside the updater", "updater-command", "",
+        [](const ShippedClient &client) { client.Write("AutoUpdate/XCOPY.exe", "MZ"); });
+    row("read-only file", "", "read-only", [](const ShippedClient &client) {
+        QFile::setPermissions(client.Path(QStringLiteral("AutoUpdate/updateconfig.json")),
+                              QFileDevice::ReadOwner);
+    });
     row("no updater beside it", "updater-folder", "",
         [](const ShippedClient &client) { client.Remove("AutoUpdate/AutoUpdate.exe"); });
     row("updater in another folder", "", "", [](const ShippedClient &client) {
@@ -703,7 +733,7 @@ void TestConfigCheck::fileOutsideTheClientIsComparedWithTheShippedOne()
     client.Write(outside, Text(GoodConfig()));
     QCOMPARE(Rules(client.Check(outside).warnings), QStringList());
 
-    client.Write(outside, Text(With("appConfigFile", QStringLiteral("./config.json"))));
+    client.Write(outside, Text(With("appConfigFile", QStringLiteral("./~version/version.json"))));
     Outcome outcome = client.Check(outside);
     QCOMPARE(Rules(outcome.warnings), Words("other-config"));
     QVERIFY2(AreWhole(outcome.warnings), qPrintable(Lines(outcome.warnings)));
