@@ -259,7 +259,7 @@ void TestConfigCheck::values_data()
     texts("appConfigFile",
           {QStringLiteral("data/"), QStringLiteral("C:/config.json"), QStringLiteral("nul"),
            QStringLiteral("data./config.json"), QStringLiteral("配置.json")},
-          "app-config-file");
+          "app-config-file", "config-order");
 
     texts("appPath", {QStringLiteral("..\\"), QStringLiteral("./../")}, "");
     texts("appPath",
