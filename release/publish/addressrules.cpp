@@ -10,6 +10,9 @@ namespace
 
 using ReleaseRules::Shown;
 
+/// The last part of the path of every check.
+const QString kCheck = QStringLiteral("/check");
+
 Finding About(const QString &name, const QString &what)
 {
     return {QStringLiteral("address"), QString(), QStringLiteral("\"%1\" %2").arg(name, what)};
@@ -49,10 +52,19 @@ QString HostDoubt(const QString &host)
     if (reserved.match(host).hasMatch())
         return QStringLiteral("which is reserved for examples and tests");
     if (IsIpAddress(host))
-        return QStringLiteral("a number, and certificates are for names");
+        return QStringLiteral("an IP address, and few certificates are issued for one");
     if (!host.contains(QLatin1Char('.')))
         return QStringLiteral("which only machines in the same network know");
     return QString();
+}
+
+/// @p url as the service answers it: with the path of the check at its end.
+QString WithCheck(const QUrl &url)
+{
+    static const QRegularExpression end(QStringLiteral("(?:%1)?/*\\z").arg(kCheck),
+                                        QRegularExpression::CaseInsensitiveOption);
+    QString address = url.toString(QUrl::RemoveQuery | QUrl::RemoveFragment | QUrl::FullyEncoded);
+    return address.left(end.match(address).capturedStart()) + kCheck;
 }
 
 /// Some characters are not part of an address and are read differently by different programs.
@@ -78,7 +90,7 @@ Findings AddressRules::Check(const QString &name, const QString &address)
     const QUrl url = Url(address);
     if (url.scheme() != QLatin1String("https")) {
         return {About(name, QStringLiteral("does not begin with \"https://\", and everybody on the "
-                                           "network path could answer in the server's place; write "
+                                           "network path could answer instead of the server; write "
                                            "an HTTPS address"))};
     }
     Findings findings;
@@ -91,7 +103,7 @@ Findings AddressRules::Check(const QString &name, const QString &address)
     if (url.authority().contains(QLatin1Char('@'))) {
         findings.append(About(name, QStringLiteral("contains a user name or password, which "
                                                    "everybody who has the file can read and the "
-                                                   "updater never sends; take it out")));
+                                                   "updater never sends; remove it")));
     }
     return findings;
 }
@@ -122,19 +134,27 @@ Findings AddressRules::WarnOfHost(const QString &name, const QString &address)
     if (host.isEmpty() || doubt.isEmpty())
         return {};
     return {{QStringLiteral("host"), QString(),
-             QStringLiteral("\"%1\" has the host \"%2\", %3; write your own server's")
+             QStringLiteral("\"%1\" has the host \"%2\", %3; write your own server's name")
                  .arg(name, Shown(host), doubt)}};
 }
 
 Findings AddressRules::WarnOfCheck(const QString &name, const QString &address)
 {
     Findings warnings = WarnOfHost(name, address);
+    if (address.isEmpty() || !Check(name, address).isEmpty())
+        return warnings;
     const QUrl url = Url(address);
     if (url.hasQuery() || url.hasFragment()) {
         warnings.append({QStringLiteral("address-parts"), QString(),
                          QStringLiteral("\"%1\" contains \"?\" or \"#\", and the update service "
-                                        "looks at the path alone; leave out what follows it")
+                                        "looks at the path only; remove what follows the path")
                              .arg(name)});
+    }
+    if (!url.path().endsWith(kCheck)) {
+        warnings.append({QStringLiteral("check-path"), QString(),
+                         QStringLiteral("\"%1\" does not end with \"%2\", where the service "
+                                        "answers; write \"%3\"")
+                             .arg(name, kCheck, Shown(WithCheck(url)))});
     }
     return warnings;
 }

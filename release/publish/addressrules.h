@@ -21,7 +21,8 @@ Findings CheckPrefix(const QString &name, const QString &address);
 /// Of a host that the machines of users may not reach.
 Findings WarnOfHost(const QString &name, const QString &address);
 
-/// Of the check: of its host, and of parts that the update service does not look at.
+/// Of the check: of its host, of parts that the update service does not look at, and of a path
+/// where it does not answer.
 Findings WarnOfCheck(const QString &name, const QString &address);
 
 } // namespace AddressRules

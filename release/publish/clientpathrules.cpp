@@ -44,38 +44,52 @@ QString Variable(const QString &path)
     return variable.match(path).captured();
 }
 
+bool IsOnServer(const QString &path)
+{
+    return WithForwardSlashes(path).startsWith(QLatin1String("//"));
+}
+
+/// @p path from the root of its drive, without "." and ".."; empty when it begins elsewhere.
+QString FromRoot(const QString &path)
+{
+    const QString plain = WithForwardSlashes(path);
+    QString rest = HasDrive(plain) ? plain.mid(kDriveLength) : plain;
+    if (!rest.startsWith(QLatin1Char('/')) || IsOnServer(plain))
+        return QString();
+    while (rest.startsWith(QLatin1String("//")))
+        rest.remove(0, 1);
+    // The root is its own parent folder.
+    rest = QDir::cleanPath(rest) + QLatin1Char('/');
+    while (rest.startsWith(QLatin1String("/../")))
+        rest.remove(0, 3);
+    return QDir::cleanPath(rest);
+}
+
 /// True for a folder that only administrators may write to, by its usual or its short name.
 bool IsProtected(const QString &path)
 {
     static const QRegularExpression names(
-        QStringLiteral("\\A[a-z]:/(?:program files(?: \\(x86\\))?|programdata|progra~[0-9]|windows)"
+        QStringLiteral("\\A/(?:program files(?: \\(x86\\))?|programdata|progra~[0-9]|windows)"
                        "(?:/|\\z)"),
         QRegularExpression::CaseInsensitiveOption);
-    return names.match(QDir::cleanPath(WithForwardSlashes(path))).hasMatch();
+    return names.match(FromRoot(path)).hasMatch();
 }
 
 bool IsOneUsers(const QString &path)
 {
-    static const QRegularExpression profile(QStringLiteral("\\A[a-z]:/users/(?!public/)"),
+    static const QRegularExpression profile(QStringLiteral("\\A/users/(?!public(?:/|\\z))"),
                                             QRegularExpression::CaseInsensitiveOption);
-    return profile.match(QDir::cleanPath(WithForwardSlashes(path))).hasMatch();
+    return profile.match(FromRoot(path)).hasMatch();
 }
 
-Findings CheckFolderOnDrive(const QString &path, bool isZip)
+/// @p path begins at the root of a drive, which may be missing: then it is the updater's.
+Findings CheckAbsoluteFolder(const QString &path, bool isZip)
 {
-    const QString drive = path.left(kDriveLength);
-    const QString rest = path.mid(kDriveLength);
-    if (!rest.startsWith(QLatin1Char('/'))) {
-        return {About(path, QStringLiteral("has no slash after the drive, and begins at that "
-                                           "drive's current folder; write \"%1/%2\"")
-                                .arg(drive, Shown(rest)))};
-    }
     // xcopy would be given "C:" without a slash, which is the current folder.
-    if (isZip && QDir::cleanPath(rest) == QLatin1String("/")) {
+    if (isZip && FromRoot(path) == QLatin1String("/")) {
         return {About(path, QStringLiteral("is the root of a drive, and packages would be copied "
                                            "into the updater's own folder; use a folder below it, "
-                                           "such as \"%1/Norvane/Client/\"")
-                                .arg(drive))};
+                                           "such as \"C:/Norvane/Client/\""))};
     }
     if (isZip && IsProtected(path)) {
         return {AboutRights(path, QStringLiteral("zip packages cannot be copied there; use a "
@@ -88,6 +102,11 @@ Findings CheckFolderOnDrive(const QString &path, bool isZip)
 /// It begins at the updater's own folder, which is the working folder.
 Findings CheckRelativeFolder(const QString &path, bool isZip)
 {
+    if (HasDrive(path)) {
+        return {About(path, QStringLiteral("has no slash after the drive, and begins at that "
+                                           "drive's current folder; write \"%1/%2\"")
+                                .arg(path.left(kDriveLength), Shown(path.mid(kDriveLength))))};
+    }
     if (!isZip || QDir::cleanPath(path) == QLatin1String(".."))
         return {};
     return {About(path, QStringLiteral("is not the one above the updater's folder, over which zip "
@@ -131,32 +150,45 @@ Findings ClientPathRules::Check(const QString &path, Global::PackageKind package
         findings.append(About(path, objection + QStringLiteral("; use another folder")));
 
     const bool isZip = packages == Global::ZipPackage;
-    if (HasDrive(plain))
-        findings += CheckFolderOnDrive(plain, isZip);
-    else if (!plain.startsWith(QLatin1Char('/')))
+    if (!FromRoot(plain).isEmpty())
+        findings += CheckAbsoluteFolder(plain, isZip);
+    else if (!IsOnServer(plain))
         findings += CheckRelativeFolder(plain, isZip);
     return findings;
 }
 
 Findings ClientPathRules::Warn(const QString &path, Global::PackageKind packages)
 {
-    const QString plain = WithForwardSlashes(path);
-    if (plain.startsWith(QLatin1String("//"))) {
+    if (IsOnServer(path)) {
         return {About(path, QStringLiteral("is on a server, without which the client does not "
-                                           "start; see that it is meant so"))};
+                                           "start; check that this is intended"))};
     }
-    if (plain.startsWith(QLatin1Char('/'))) {
-        return {About(path, QStringLiteral("names no drive, and is looked for on the updater's; "
-                                           "see that it is meant so"))};
+    Findings warnings;
+    if (!FromRoot(path).isEmpty() && !HasDrive(path)) {
+        warnings.append(About(path, QStringLiteral("names no drive, and is looked for on the "
+                                                   "updater's; check that this is intended")));
     }
     if (IsOneUsers(path)) {
-        return {About(path, QStringLiteral("is one user's; write \"../\" for the folder above the "
-                                           "updater's, whoever the user is"))};
+        warnings.append(About(path, QStringLiteral("belongs to one user; write \"../\" for the "
+                                                   "folder above the updater's, whoever the user "
+                                                   "is")));
     }
-    if (packages == Global::InstallerPackage && IsProtected(path)) {
-        return {AboutRights(path, QStringLiteral("\"Never Prompt\" would end without the client; "
-                                                 "let the installer give users write access to %1")
-                                      .arg(ConfigContract::FileName))};
+    const bool isZip = packages == Global::ZipPackage;
+    if (isZip && !FromRoot(path).isEmpty() && !IsOneUsers(path) &&
+        Check(path, packages).isEmpty()) {
+        warnings.append(
+            {QStringLiteral("shared-folder"), QString(),
+             QStringLiteral("the client's folder \"%1\" is the same for all users of a machine, "
+                            "and each of them can replace the client that the others start; write "
+                            "\"../\" and install the client for one user, or check that this is "
+                            "intended")
+                 .arg(Shown(path))});
     }
-    return {};
+    if (!isZip && IsProtected(path)) {
+        warnings.append(
+            AboutRights(path, QStringLiteral("\"Never Prompt\" would end without the client; "
+                                             "let the installer give users write access to %1")
+                                  .arg(ConfigContract::FileName)));
+    }
+    return warnings;
 }

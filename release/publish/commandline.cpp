@@ -70,22 +70,6 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
     return QString();
 }
 
-/// What is wrong with a node of "push": HOST:DIR, or a folder with a slash in its name.
-QString WhatIsWrongWithNode(const QString &node)
-{
-    const QString host = node.section(QLatin1Char(':'), 0, 0);
-    if (host.contains(QLatin1Char('/')))
-        return QString();
-    if (host == node) {
-        return QStringLiteral("\"%1\" names no folder; write %1:DIR for a host, or ./%1 for a "
-                              "folder of this machine")
-            .arg(node);
-    }
-    if (host.isEmpty() || node.endsWith(QLatin1Char(':')))
-        return QStringLiteral("\"%1\" is not HOST:DIR").arg(node);
-    return QString();
-}
-
 /// Reads a command's values into a request; each step returns what is wrong, or nothing.
 class RequestReader
 {
@@ -162,11 +146,6 @@ private:
         if (request.command != Request::Push)
             return QString();
         request.nodes = m_parser.positionalArguments().mid(1);
-        for (const QString &node : qAsConst(request.nodes)) {
-            const QString wrong = WhatIsWrongWithNode(node);
-            if (!wrong.isEmpty())
-                return wrong;
-        }
         return QString();
     }
 

@@ -1,14 +1,20 @@
 #include "release/publish/configcheck.h"
 
 #include "config/configcontract.h"
+#include "release/publish/clientfolder.h"
 #include "release/publish/configrules.h"
+#include "release/publish/exclusion.h"
 #include "release/publish/releaserules.h"
+#include "release/publish/versionfile.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QVector>
+
+#include <algorithm>
 
 namespace Key = ConfigContract::Key;
 
@@ -67,6 +73,8 @@ public:
         m_config = QJsonDocument::fromJson(text).object();
         if (!m_options.clientFolder.isEmpty())
             CheckClientFolder(text);
+        else if (m_options.packages == Global::ZipPackage)
+            m_outcome.warnings += ConfigRules::WarnOfOrder(text);
         if (m_outcome.refusals.isEmpty())
             DescribeResult();
         return m_outcome;
@@ -115,10 +123,29 @@ private:
             CompareWithShipped(text);
         else
             CheckPlace(file);
+        CheckCommands();
+    }
+
+    /// The updater starts them by their names, and Windows looks for them in its folder first.
+    void CheckCommands()
+    {
+        const QStringList folders = UpdaterFolders();
+        for (const QString &folder : folders) {
+            for (const char *command : {"tasklist.exe", "taskkill.exe", "xcopy.exe"}) {
+                const QString path =
+                    PathIn(m_folder, folder + QLatin1Char('/') + QLatin1String(command));
+                if (path.isEmpty())
+                    continue;
+                Refuse("updater-command", path,
+                       QStringLiteral("%1 is next to %2, which would start it instead of Windows' "
+                                      "own; remove it")
+                           .arg(Shown(path), ReleaseRules::UpdaterProgram));
+            }
+        }
     }
 
     /// The path of what @p key names in the client's folder, as it is spelled there; empty when
-    /// there is no such file. @p use ends the refusal: what comes of that. Other letter case adds
+    /// there is no such file. @p use ends the refusal: what would happen. Other letter case adds
     /// to @p caseFindings.
     QString FileNamedBy(const QLatin1String &key, const QString &use, Findings &caseFindings)
     {
@@ -126,8 +153,8 @@ private:
             QDir::cleanPath(Text(key).replace(QLatin1Char('\\'), QLatin1Char('/')));
         if (LeadsOut(path)) {
             Warn("client-file", path,
-                 QStringLiteral("\"%1\" leads out of the client's folder, and %2 was not checked; "
-                                "see that it is there on every machine")
+                 QStringLiteral("\"%1\" is outside the client's folder, and %2 was not checked; "
+                                "make sure that it exists on every machine")
                      .arg(key, Shown(path)));
             return QString();
         }
@@ -171,8 +198,36 @@ private:
             return;
         const QString current = Text(Key::CurrentVersion);
         m_outcome.refusals += ConfigRules::CheckClientConfig(text, name, current);
-        m_outcome.warnings += ConfigRules::WarnOfClientConfig(text, name, current);
         m_version = ConfigRules::ClientVersion(text);
+        m_outcome.refusals +=
+            ConfigRules::CheckSilencedVersion(Text(Key::NoRemindVersion), m_version);
+        if (m_options.packages == Global::ZipPackage)
+            m_outcome.warnings += VersionFile::WarnOfOrder(name, PackagedFiles());
+    }
+
+    /// What a zip package of the client would hold: all but the updater's folder.
+    QVector<ReleaseRules::Entry> PackagedFiles() const
+    {
+        QVector<ReleaseRules::Entry> files =
+            ListClientFolder(m_folder.path(), Exclusion(Exclusion::Defaults())).entries;
+        const QStringList updaterFolders = UpdaterFolders();
+        const auto isOfTheUpdater = [&updaterFolders](const ReleaseRules::Entry &file) {
+            return updaterFolders.contains(file.path.section(QLatin1Char('/'), 0, 0));
+        };
+        files.erase(std::remove_if(files.begin(), files.end(), isOfTheUpdater), files.end());
+        return files;
+    }
+
+    /// The folders directly below the client's that hold an updater.
+    QStringList UpdaterFolders() const
+    {
+        QStringList found;
+        const QStringList folders = m_folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        for (const QString &folder : folders) {
+            if (!NameIn(QDir(m_folder.filePath(folder)), ReleaseRules::UpdaterProgram).isEmpty())
+                found.append(folder);
+        }
+        return found;
     }
 
     /// The checked file is @p file in the client's folder.
@@ -181,23 +236,28 @@ private:
         const QString updaterFolder = QFileInfo(file).path();
         if (QFileInfo(file).fileName().compare(ConfigContract::FileName, Qt::CaseInsensitive) !=
             0) {
-            Refuse(
-                "updater-folder", file,
-                QStringLiteral("%1 is not called %2, which is all that the updater reads; rename "
-                               "it")
-                    .arg(Shown(file), ConfigContract::FileName));
+            Refuse("updater-folder", file,
+                   QStringLiteral("%1 is not called %2, the only name that the updater looks for; "
+                                  "rename it")
+                       .arg(Shown(file), ConfigContract::FileName));
+        }
+        if (!QFileInfo(m_options.file).permission(QFileDevice::WriteOwner)) {
+            Warn("read-only", file,
+                 QStringLiteral("%1 is read-only, and the updater could not write into it; let "
+                                "its owner write to it")
+                     .arg(Shown(file)));
         }
         if (NameIn(QDir(m_folder.filePath(updaterFolder)), ReleaseRules::UpdaterProgram)
                 .isEmpty()) {
             Refuse("updater-folder", file,
-                   QStringLiteral("%1 is not in the folder of %2, where the updater reads it; put "
-                                  "it there")
+                   QStringLiteral("%1 is not next to %2, where the updater looks for it; move it "
+                                  "there")
                        .arg(Shown(file), ReleaseRules::UpdaterProgram));
         } else if (!FindsClient(updaterFolder)) {
             Refuse("updater-folder", file,
                    QStringLiteral("%1 is not directly below the client's folder, and the updater "
-                                  "would look for the client in another one; move it to a folder "
-                                  "such as AutoUpdate")
+                                  "would look for the client elsewhere; move it to a folder such "
+                                  "as AutoUpdate")
                        .arg(Shown(updaterFolder)));
         }
     }
@@ -218,13 +278,8 @@ private:
     /// The checked file is not the one in the client's folder, if there is one.
     void CompareWithShipped(const QByteArray &text)
     {
-        bool hasUpdater = false;
-        const QStringList folders = m_folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-        for (const QString &folder : folders) {
-            if (PathIn(m_folder, folder + QLatin1Char('/') + ReleaseRules::UpdaterProgram)
-                    .isEmpty())
-                continue;
-            hasUpdater = true;
+        const QStringList updaterFolders = UpdaterFolders();
+        for (const QString &folder : updaterFolders) {
             const QString shipped =
                 PathIn(m_folder, folder + QLatin1Char('/') + ConfigContract::FileName);
             QByteArray shippedText;
@@ -236,10 +291,10 @@ private:
                          .arg(Shown(shipped)));
             }
         }
-        if (!hasUpdater) {
+        if (updaterFolders.isEmpty()) {
             Warn("updater-folder", QString(),
-                 QStringLiteral("no folder directly below %1 holds %2; put the updater into one "
-                                "such as AutoUpdate")
+                 QStringLiteral("no folder directly below %1 contains %2; put the updater into "
+                                "one such as AutoUpdate")
                      .arg(Shown(m_options.clientFolder), ReleaseRules::UpdaterProgram));
         }
     }
@@ -250,7 +305,7 @@ private:
                                    ? Text(Key::AppName)
                                    : QStringLiteral("%1 %2").arg(Text(Key::AppName), m_version);
         m_outcome.summary =
-            QStringLiteral("%1: every rule is kept (%2 in %3, checks at %4, packages from %5).\n")
+            QStringLiteral("%1: no objections (%2 in %3, checks at %4, packages from %5).\n")
                 .arg(m_options.file, client, Text(Key::AppPath), Text(Key::UpdateCheckUrl),
                      Text(Key::UpdatePackageUrl));
         for (const QLatin1String &key : {Key::AppName, Key::AppConfigFile, Key::AppPath,

@@ -6,6 +6,7 @@
 #include "release/publish/clientpathrules.h"
 #include "release/publish/releaserules.h"
 
+#include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -28,11 +29,11 @@ struct KeyRule {
 
 const KeyRule kKeys[] = {
     {Key::AppName, QJsonValue::String,
-     "the updater would take the client for a running one and never check for updates; write the "
+     "the updater would assume that the client is running and never check for updates; write the "
      "name of the client's program, such as Client.exe"},
     {Key::AppConfigFile, QJsonValue::String,
      "the updater would end without starting the client; write the name of the client's "
-     "configuration, such as config.json"},
+     "configuration, such as ~version/version.json"},
     {Key::AppPath, QJsonValue::String,
      "the client would be looked for in the updater's own folder; write the client's folder, such "
      "as C:/Norvane/Client/"},
@@ -71,11 +72,11 @@ Findings CheckKeys(const QJsonObject &config)
         if (!value.isUndefined() && !HasType(value, key.type)) {
             const bool isText = key.type == QJsonValue::String;
             findings.append(Found(
-                "type",
-                QStringLiteral("\"%1\" is not a %2, and the updater would "
-                               "take it for missing; write a %2 %3 quotes")
-                    .arg(key.name, isText ? QStringLiteral("text") : QStringLiteral("whole number"),
-                         isText ? QStringLiteral("in") : QStringLiteral("without"))));
+                "type", QStringLiteral("\"%1\" is not a %2, and the updater would "
+                                       "treat it as missing; write a %2 %3 quotes")
+                            .arg(key.name,
+                                 isText ? QStringLiteral("string") : QStringLiteral("whole number"),
+                                 isText ? QStringLiteral("in") : QStringLiteral("without"))));
         } else if (key.whenEmpty != nullptr && value.toString().isEmpty()) {
             findings.append(Found("empty", QStringLiteral("\"%1\" is missing or empty, and %2")
                                                .arg(key.name, QLatin1String(key.whenEmpty))));
@@ -95,8 +96,8 @@ Findings WarnOfUnknownKeys(const QJsonObject &config)
             });
         if (alike == std::end(kKeys)) {
             warnings.append(Found("unknown-key", QStringLiteral("\"%1\" is not a key that the "
-                                                                "updater reads; see that it is "
-                                                                "meant so")
+                                                                "updater reads; check that this "
+                                                                "is intended")
                                                      .arg(Shown(key))));
         } else if (key != alike->name) {
             warnings.append(Found("unknown-key", QStringLiteral("\"%1\" is not a key that the "
@@ -121,8 +122,8 @@ Findings CheckAppName(const QString &name)
     if (!objection.isEmpty())
         refuse(objection + QStringLiteral("; write the name of a file"));
     if (!ReleaseRules::IsAscii(name)) {
-        refuse(QStringLiteral("is not plain ASCII, and task lists in another code page show "
-                              "another name; rename it"));
+        refuse(QStringLiteral("is not plain ASCII, and the task list shows it differently in "
+                              "another code page; rename it"));
     }
     if (!name.endsWith(QLatin1String(".exe"), Qt::CaseInsensitive)) {
         refuse(QStringLiteral("does not end with \".exe\" as it does in the task list, where a "
@@ -181,6 +182,17 @@ Findings CheckAppConfigFile(const QString &name, Global::PackageKind packages)
                       .arg(Shown(name), objection))};
 }
 
+/// Without a look at the client: its files come first, then its folders by their names, of which
+/// those that begin with a letter or digit are rarely the last.
+bool IsCopiedEarly(const QString &name)
+{
+    const QString path =
+        QDir::cleanPath(QString(name).replace(QLatin1Char('\\'), QLatin1Char('/')));
+    if (path.startsWith(QLatin1String("../"))) // no package has it
+        return false;
+    return !path.contains(QLatin1Char('/')) || path.at(0).toUpper() <= QLatin1Char('Z');
+}
+
 Findings CheckCurrentVersion(const QString &version)
 {
     if (version.isEmpty())
@@ -195,8 +207,8 @@ Findings WarnOfSilencedVersion(const QString &version, int noRemind)
 {
     if (version.isEmpty() && noRemind == 0)
         return {};
-    return {Found("silenced", QStringLiteral("\"%1\" is %2 and \"%3\" is \"%4\", as after a user "
-                                             "has silenced a version; ship 0 and \"\"")
+    return {Found("silenced", QStringLiteral("\"%1\" is %2 and \"%3\" is \"%4\", as if a user "
+                                             "had silenced a version; ship 0 and \"\"")
                                   .arg(Key::NoRemind, QString::number(noRemind),
                                        Key::NoRemindVersion, Shown(version)))};
 }
@@ -232,8 +244,9 @@ Findings CheckForm(const QByteArray &text, const QJsonObject &config)
     const int tooMany = text.size() - written.size();
     const QString result =
         tooMany > ReleaseRules::MaxShorterBy
-            ? QStringLiteral("the last %1 bytes would stay behind the updater's text, and the file "
-                             "could not be read again")
+            ? QStringLiteral(
+                  "the last %1 bytes would remain after the updater's text, and the file "
+                  "could not be read again")
                   .arg(tooMany)
             : QStringLiteral("the file would change its length when the updater writes it");
     return {
@@ -261,7 +274,7 @@ Findings CheckJson(const char *rule, const QByteArray &text, const QString &name
             : QStringLiteral("not JSON (%1, in line %2)")
                   .arg(error.errorString(), QString::number(LineOf(text, error.offset)));
     return {Found(rule, QStringLiteral("%1 is %2, and the updater could not use it; correct it, "
-                                       "without comments and without a comma behind the last value")
+                                       "without comments and without a comma after the last value")
                             .arg(Shown(name), what))};
 }
 
@@ -317,6 +330,30 @@ Findings ConfigRules::WarnOfUpdateConfig(const QByteArray &text, Global::Package
     return warnings;
 }
 
+Findings ConfigRules::CheckSilencedVersion(const QString &silenced, const QString &version)
+{
+    if (version.isEmpty() || !IsTooLong(silenced, version))
+        return {};
+    return {Found(
+        "silenced",
+        QStringLiteral("\"%1\" is \"%2\", and \"Never Prompt\" for a version as short "
+                       "as the client's \"%3\" would leave %4 unreadable; ship \"\"")
+            .arg(Key::NoRemindVersion, Shown(silenced), Shown(version), ConfigContract::FileName))};
+}
+
+Findings ConfigRules::WarnOfOrder(const QByteArray &text)
+{
+    const QString name = Object(text).value(Key::AppConfigFile).toString();
+    if (name.isEmpty() || !IsCopiedEarly(name))
+        return {};
+    return {Found("config-order",
+                  QStringLiteral("\"%1\" names %2, which may be copied before other files of a zip "
+                                 "package: a copy that is interrupted in between leaves a client "
+                                 "that looks current; put the version where it is copied last, "
+                                 "such as ~version/version.json")
+                      .arg(Key::AppConfigFile, Shown(name)))};
+}
+
 QString ConfigRules::ClientVersion(const QByteArray &text)
 {
     return Object(text).value(ClientKey::Client).toObject().value(ClientKey::Version).toString();
@@ -338,27 +375,18 @@ Findings ConfigRules::CheckClientConfig(const QByteArray &text, const QString &n
     Findings findings = ReleaseRules::CheckVersion(version);
     for (Finding &finding : findings)
         finding.message.prepend(Shown(name) + QStringLiteral(": "));
-    if (IsTooLong(currentVersion, version)) {
+    if (!currentVersion.isEmpty() && currentVersion != version) {
         findings.append(Found(
             "current-version",
-            QStringLiteral("\"%1\" is \"%2\" and the client's version is \"%3\": an update to "
-                           "a version as short as that would make %4 unreadable; write the "
-                           "client's version")
-                .arg(Key::CurrentVersion, Shown(currentVersion), Shown(version),
-                     ConfigContract::FileName)));
+            QStringLiteral("\"%1\" is \"%2\", and the version in %3 is \"%4\", which %5; write "
+                           "the client's version in both")
+                .arg(Key::CurrentVersion, Shown(currentVersion), Shown(name), Shown(version),
+                     IsTooLong(currentVersion, version)
+                         ? QStringLiteral("would leave %1 unreadable after an update to a version "
+                                          "as short")
+                               .arg(ConfigContract::FileName)
+                         : QStringLiteral(
+                               "would mislead whoever looks for the installed version"))));
     }
     return findings;
-}
-
-Findings ConfigRules::WarnOfClientConfig(const QByteArray &text, const QString &name,
-                                         const QString &currentVersion)
-{
-    const QString version = ClientVersion(text);
-    if (version.isEmpty() || currentVersion.isEmpty() || currentVersion == version ||
-        IsTooLong(currentVersion, version))
-        return {};
-    return {Found("current-version", QStringLiteral("\"%1\" is \"%2\", and the version in %3 is "
-                                                    "\"%4\"; write the same one")
-                                         .arg(Key::CurrentVersion, Shown(currentVersion),
-                                              Shown(name), Shown(version)))};
 }

@@ -25,6 +25,9 @@ Findings CheckUpdateConfig(const QByteArray &text, Global::PackageKind packages)
 /// What may not be intended in it.
 Findings WarnOfUpdateConfig(const QByteArray &text, Global::PackageKind packages);
 
+/// Of a version file that a zip package copies early, as far as its name tells.
+Findings WarnOfOrder(const QByteArray &text);
+
 /**
  * The client's own configuration: @p text is its content, @p name what the messages call it.
  * @p currentVersion is the version in updateconfig.json, empty when there is none.
@@ -32,8 +35,8 @@ Findings WarnOfUpdateConfig(const QByteArray &text, Global::PackageKind packages
 Findings CheckClientConfig(const QByteArray &text, const QString &name,
                            const QString &currentVersion);
 
-Findings WarnOfClientConfig(const QByteArray &text, const QString &name,
-                            const QString &currentVersion);
+/// The version @p silenced there must not be much longer than the client's @p version.
+Findings CheckSilencedVersion(const QString &silenced, const QString &version);
 
 /// The version in the client's configuration @p text; anything but a text is empty, as for the
 /// updater.

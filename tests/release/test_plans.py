@@ -399,6 +399,97 @@ class Push(Tree):
         refused = self.refused("push", self.site, self.room / "file" / "updates")
         self.assertIn("file/updates: rsync ended with ", refused)
 
+    def test_a_stop_reaches_the_others_when_a_node_cannot_be_reached(self) -> None:
+        self.succeed(*self.push)
+        self.publish("2.1.0")
+        self.succeed("stop", self.site)
+        (self.room / "file").touch()
+        self.refused("push", self.site, self.room / "file" / "updates", *self.nodes)
+        for node in self.nodes:
+            self.assertTrue((node / "check" / "stop").exists())
+            self.assertFalse((node / "packages" / "Client-2.1.0.zip").exists())
+        (self.room / "file").unlink()
+        self.succeed(*self.push)
+        self.assertTrue((self.nodes[1] / "packages" / "Client-2.1.0.zip").exists())
+
+    def test_a_stop_of_the_node_alone_is_told_when_it_is_lifted(self) -> None:
+        self.assertNotIn("check/stop", self.succeed(*self.push))
+        (self.nodes[1] / "check" / "stop").touch()
+        self.assertIn(f"{self.nodes[1]}: check/stop is removed", self.succeed(*self.push))
+        self.assertFalse((self.nodes[1] / "check" / "stop").exists())
+
+    def test_the_web_server_can_read_what_is_copied_whatever_the_mask(self) -> None:
+        for node in self.nodes:
+            node.mkdir(parents=True)
+        self.nodes[0].chmod(0o775)
+        subprocess.run([TOOL, *map(str, self.push)], check=True, timeout=TIME_LIMIT, umask=0o077)
+        self.assertEqual(self.nodes[0].stat().st_mode & 0o777, 0o775)
+        copied = [path for path in self.nodes[0].rglob("*") if not path.is_symlink()]
+        self.assertTrue(copied)
+        for path in copied:
+            mode = 0o755 if path.is_dir() else 0o644
+            self.assertEqual(path.stat().st_mode & 0o777, mode, path)
+
+    def test_a_missing_package_is_refused_while_it_is_offered(self) -> None:
+        package = self.site / "packages" / "Client-2.0.0.zip"
+        package.unlink()
+        self.assertIn("which is offered, is missing; ", self.refused(*self.push))
+        self.assertFalse(self.nodes[0].exists())
+        self.succeed("stop", self.site, "--version", "2.0.0")
+        self.succeed(*self.push)
+
+    def test_places_that_are_no_folder_of_a_node_are_refused(self) -> None:
+        for node in ("node1", "node1:", ":/updates", "[::1]", "2001:db8::1:/srv/updates"):
+            self.assertIn(f'"{node}" ', self.refused("push", self.site, self.nodes[0], node))
+        self.assertFalse(self.nodes[0].exists())
+
+    def through_ssh(self, *nodes: str) -> subprocess.CompletedProcess:
+        """Pushes through a stand-in that greets, notes its host and runs all but "dead"."""
+        ssh = self.room / "ssh"
+        ssh.write_text(
+            f"#!/bin/sh\necho Welcome >&2\necho \"$1\" >>'{self.room}/hosts'\n"
+            "[ \"$1\" = dead ] && { echo 'ssh: no route to host' >&2; exit 255; }\n"
+            'shift\nexec sh -c "$*"\n'
+        )
+        ssh.chmod(0o755)
+        environment = {**os.environ, "RSYNC_RSH": str(ssh)}
+        return self.run_tool("push", self.site, *nodes, environment=environment)
+
+    def test_hosts_and_folders_are_taken_as_they_are_written(self) -> None:
+        folder = self.room / "a folder"
+        done = self.through_ssh(f"[2001:db8::1]:{folder}/", f"node2:{self.nodes[1]}")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(
+            set((self.room / "hosts").read_text().split()), {"2001:db8::1", "node2"}
+        )
+        for node in (folder, self.nodes[1]):
+            self.assertIn("keeps every rule", self.succeed("verify", node))
+
+    def test_the_reason_of_a_failure_is_told(self) -> None:
+        done = self.through_ssh(f"node1:{self.nodes[0]}", "dead:/srv/updates")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("dead:/srv/updates: rsync ended with ", done.stderr)
+        self.assertIn("ssh: no route to host", done.stderr)
+        self.assertFalse(self.nodes[0].exists())
+
+    def test_a_copy_that_was_interrupted_is_completed(self) -> None:
+        self.succeed(*self.push)
+        self.publish("2.1.0", "--share", "100")
+        # Each command that a dry run prints is a place to be interrupted at.
+        commands = [
+            line for line in self.succeed(*self.push, "--dry-run").splitlines()
+            if line.startswith("rsync ")
+        ]
+        for command in commands:
+            subprocess.run(["sh", "-c", command], check=True, timeout=TIME_LIMIT)
+            for node in self.nodes:
+                self.assertTrue((node / "check" / "now" / "releases.json").exists(), command)
+        self.assertIn("keeps every rule", self.succeed("verify", self.nodes[1]))
+        for package in self.nodes[0].glob("check/answers/*/*"):
+            package.unlink()
+        self.succeed(*self.push)
+        self.assertIn("keeps every rule", self.succeed("verify", self.nodes[0]))
+
 
 class Promote(Tree):
     """publish promote."""

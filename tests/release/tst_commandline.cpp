@@ -271,13 +271,6 @@ void TestCommandLine::wrongOnes_data()
         << QStringList{QStringLiteral("stop"), QString()} << "DIR must not be empty";
     QTest::newRow("push to no node")
         << Words("push site") + QStringList{QString()} << "DIR NODE... must not be empty";
-    QTest::newRow("host without a folder")
-        << Words("push site updates@node1:") << "\"updates@node1:\" is not HOST:DIR";
-    QTest::newRow("folder without a host")
-        << Words("push site node1:/a :/b") << "\":/b\" is not HOST:DIR";
-    QTest::newRow("neither a host nor a folder")
-        << Words("push site node1")
-        << "\"node1\" names no folder; write node1:DIR for a host, or ./node1 for a folder";
     QTest::newRow("folder missing")
         << Words("verify") << "DIR is missing; see publish verify --help";
     QTest::newRow("nothing is published")

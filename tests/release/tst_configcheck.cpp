@@ -25,7 +25,7 @@ const char kClientConfig[] = R"({"client": {"version": "1.0.0"}})";
 /// A configuration that keeps every rule.
 QJsonObject GoodConfig()
 {
-    return {{QStringLiteral("appConfigFile"), QStringLiteral("config.json")},
+    return {{QStringLiteral("appConfigFile"), QStringLiteral("~version/version.json")},
             {QStringLiteral("appName"), QStringLiteral("Client.exe")},
             {QStringLiteral("appPath"), QStringLiteral("../")},
             {QStringLiteral("currentVersion"), QStringLiteral("1.0.0")},
@@ -72,7 +72,7 @@ public:
     ShippedClient()
     {
         Write("Client.exe", "MZ");
-        Write("config.json", kClientConfig);
+        Write("~version/version.json", kClientConfig);
         Write("AutoUpdate/AutoUpdate.exe", "MZ");
         Write("AutoUpdate/updateconfig.json", Text(GoodConfig()));
     }
@@ -147,6 +147,7 @@ private slots:
     void goodClientIsAccepted();
     void values_data();
     void values();
+    void addressOfTheCheckIsCorrected();
     void installersAskForLess_data();
     void installersAskForLess();
     void textThatCannotBeRead_data();
@@ -159,8 +160,8 @@ private slots:
     void whatTheUpdaterWritesIsAccepted();
     void acceptedFileIsUsable();
     void largeFileIsWarnedOf();
-    void samplesAreAcceptedButForTheirHost_data();
-    void samplesAreAcceptedButForTheirHost();
+    void samplesAreAcceptedButForFolderAndHost_data();
+    void samplesAreAcceptedButForFolderAndHost();
     void clients_data();
     void clients();
     void places_data();
@@ -177,7 +178,7 @@ void TestConfigCheck::goodFileIsAccepted()
     QVERIFY2(outcome.refusals.isEmpty(), qPrintable(Lines(outcome.refusals)));
     QVERIFY2(outcome.warnings.isEmpty(), qPrintable(Lines(outcome.warnings)));
     QVERIFY(outcome.summary.endsWith(QLatin1String(
-        "every rule is kept (Client.exe in ../, checks at https://updates.norvane.net/check, "
+        "no objections (Client.exe in ../, checks at https://updates.norvane.net/check, "
         "packages from https://updates.norvane.net/packages/).\n")));
 }
 
@@ -247,20 +248,25 @@ void TestConfigCheck::values_data()
           "download-folder");
 
     texts("appConfigFile",
-          {QStringLiteral("version.json"), QStringLiteral("data/version.json"),
-           QStringLiteral("data\\version.json"), QStringLiteral("../version.json")},
+          {QStringLiteral("~version/data/version.json"), QStringLiteral("~version\\version.json"),
+           QStringLiteral("_version/version.json"), QStringLiteral("../version.json")},
           "");
+    texts("appConfigFile",
+          {QStringLiteral("config.json"), QStringLiteral("~version.json"),
+           QStringLiteral("./version.json"), QStringLiteral("data/version.json"),
+           QStringLiteral("z\\version.json")},
+          "", "config-order");
     texts("appConfigFile",
           {QStringLiteral("data/"), QStringLiteral("C:/config.json"), QStringLiteral("nul"),
            QStringLiteral("data./config.json"), QStringLiteral("配置.json")},
-          "app-config-file");
+          "app-config-file", "config-order");
 
+    texts("appPath", {QStringLiteral("..\\"), QStringLiteral("./../")}, "");
     texts("appPath",
           {QStringLiteral("C:/Norvane/Client/"), QStringLiteral("C:\\Norvane\\Client\\"),
            QStringLiteral("D:/Program Files of ours/"), QStringLiteral("D:/x/windows/"),
-           QStringLiteral("..\\"), QStringLiteral("./../"), QStringLiteral("C:/客户端/"),
-           QStringLiteral("C:/Users/Public/Client/")},
-          "");
+           QStringLiteral("C:/客户端/"), QStringLiteral("C:/Users/Public/Client/")},
+          "", "shared-folder");
     texts("appPath",
           {QStringLiteral("C:/Norvane/Client"), QStringLiteral("C:\\Norvane\\Client"),
            QStringLiteral("%LOCALAPPDATA%/Programs/Client/"), QStringLiteral("C:Norvane/"),
@@ -270,13 +276,20 @@ void TestConfigCheck::values_data()
            QStringLiteral("Client/")},
           "app-path");
     texts("appPath", {QStringLiteral("..")}, "app-path");
-    texts("appPath", {QStringLiteral("/Norvane/Client/"), QStringLiteral("\\\\server\\Client\\")},
-          "", "app-path");
+    texts("appPath", {QStringLiteral("/Norvane/Client/")}, "", "app-path shared-folder");
+    texts("appPath", {QStringLiteral("\\\\server\\Client\\")}, "", "app-path");
     texts("appPath",
           {QStringLiteral("C:/Program Files/Client/"), QStringLiteral("c:/program files (X86)/C/"),
            QStringLiteral("D:\\PROGRA~1\\Client\\"), QStringLiteral("C:/ProgramData/Client/"),
-           QStringLiteral("C:/Windows/"), QStringLiteral("C:/x/../Windows/Client/")},
+           QStringLiteral("C:/Windows/"), QStringLiteral("C:/x/../Windows/Client/"),
+           QStringLiteral("C:/../Windows/Client/")},
           "protected-folder");
+    texts("appPath",
+          {QStringLiteral("/Program Files/C/"), QStringLiteral("\\PROGRAM FILES (x86)\\Client\\"),
+           QStringLiteral("/windows/Client/"), QStringLiteral("/ProgramData/Client/")},
+          "protected-folder", "app-path");
+    texts("appPath", {QStringLiteral("/"), QStringLiteral("\\Client\\..\\")}, "app-path",
+          "app-path");
     texts("appPath", {QStringLiteral("C:/Users/me/AppData/Local/Programs/Client/")}, "",
           "app-path");
     texts("appPath",
@@ -285,10 +298,15 @@ void TestConfigCheck::values_data()
           "download-folder", "app-path");
 
     for (const char *key : {"updateCheckUrl", "updatePackageUrl"}) {
-        texts(key,
-              {QStringLiteral("HTTPS://a.norvane.net:8443/x/"),
-               QStringLiteral("https://xn--fiq228c.norvane.net/%20/")},
-              "");
+        const bool isCheck = qstrcmp(key, "updateCheckUrl") == 0;
+        const auto addresses = [&](QStringList values, const char *warnings) {
+            for (QString &value : values)
+                value += isCheck ? QStringLiteral("check") : QString();
+            texts(key, values, "", warnings);
+        };
+        addresses({QStringLiteral("HTTPS://a.norvane.net:8443/x/"),
+                   QStringLiteral("https://xn--fiq228c.norvane.net/%20/")},
+                  "");
         texts(key,
               {QStringLiteral("http://a.norvane.net/x/"), QStringLiteral("ftp://a.norvane.net/x/"),
                QStringLiteral("a.norvane.net/x/"), QStringLiteral("https:///x/"),
@@ -305,19 +323,26 @@ void TestConfigCheck::values_data()
                QStringLiteral("https://user@a.norvane.net/x/"),
                QStringLiteral("https://@a.norvane.net/x/")},
               "address");
-        texts(key,
-              {QStringLiteral("https://localhost/x/"), QStringLiteral("https://updates/x/"),
-               QStringLiteral("https://192.0.2.7/x/"), QStringLiteral("https://[2001:db8::1]:1/x/"),
-               QStringLiteral("https://updates.example.com/x/"),
-               QStringLiteral("https://a.test/x/")},
-              "", "host");
+        addresses(
+            {QStringLiteral("https://localhost/x/"), QStringLiteral("https://updates/x/"),
+             QStringLiteral("https://192.0.2.7/x/"), QStringLiteral("https://[2001:db8::1]:1/x/"),
+             QStringLiteral("https://updates.example.com/x/"), QStringLiteral("https://a.test/x/")},
+            "host");
         // A host of somebody else's that only begins or ends like a reserved one.
-        texts(key,
-              {QStringLiteral("https://example.com.norvane.net/x/"),
-               QStringLiteral("https://notexample.com/x/")},
-              "");
+        addresses({QStringLiteral("https://example.com.norvane.net/x/"),
+                   QStringLiteral("https://notexample.com/x/")},
+                  "");
     }
-    texts("updateCheckUrl", {QStringLiteral("https://a.norvane.net")}, "");
+    texts("updateCheckUrl",
+          {QStringLiteral("https://a.norvane.net/client/check"),
+           QStringLiteral("https://a.norvane.net/client-beta/check")},
+          "");
+    texts("updateCheckUrl",
+          {QStringLiteral("https://a.norvane.net"), QStringLiteral("https://a.norvane.net/"),
+           QStringLiteral("https://a.norvane.net/check/"),
+           QStringLiteral("https://a.norvane.net/Check"),
+           QStringLiteral("https://a.norvane.net/precheck")},
+          "", "check-path");
     texts("updateCheckUrl",
           {QStringLiteral("https://a.norvane.net/check?a=b"),
            QStringLiteral("https://a.norvane.net/check#a")},
@@ -333,6 +358,16 @@ void TestConfigCheck::values_data()
     texts("currentVersion", {QStringLiteral("2 1"), QString(65, QLatin1Char('1'))}, "version");
     row("noRemind", 1, "", "silenced");
     texts("noRemindVersion", {QStringLiteral("2.2.0")}, "", "silenced");
+}
+
+void TestConfigCheck::addressOfTheCheckIsCorrected()
+{
+    for (const char *path : {"", "/", "/check/", "/CHECK", "/check//"}) {
+        const QString address = QStringLiteral("https://a.norvane.net:8443") + QLatin1String(path);
+        QCOMPARE(Lines(CheckText(Text(With("updateCheckUrl", address))).warnings),
+                 QStringLiteral("\"updateCheckUrl\" does not end with \"/check\", where the "
+                                "service answers; write \"https://a.norvane.net:8443/check\""));
+    }
 }
 
 void TestConfigCheck::values()
@@ -355,6 +390,7 @@ void TestConfigCheck::installersAskForLess_data()
         QTest::newRow(qPrintable(value)) << QString::fromLatin1(key) << value << Words(warnings);
     };
     row("appPath", QStringLiteral("C:/Program Files/Client/"), "protected-folder");
+    row("appPath", QStringLiteral("/Program Files/Client/"), "app-path protected-folder");
     row("appPath", QStringLiteral("C:/"), "");
     row("appPath", QStringLiteral("../Client/"), "");
     row("appConfigFile", QStringLiteral("配置.json"), "");
@@ -394,7 +430,7 @@ void TestConfigCheck::textThatCannotBeRead()
     QVERIFY(outcome.warnings.isEmpty());
     // The updater finds no more in it than the check does.
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/config.json"), "{}");
+    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
     home.WriteUpdateConfig(text);
     QCOMPARE(Global::instance.ReadConfig(), -1);
 }
@@ -457,7 +493,7 @@ void TestConfigCheck::firstDifferentLineIsShown()
 void TestConfigCheck::textOfTheWrongFormFreezesTheUpdater()
 {
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/config.json"), "{}");
+    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
     home.WriteUpdateConfig(Indented(Text(GoodConfig())));
     QCOMPARE(Global::instance.ReadConfig(), 0);
     Record("version", "1.0.1");
@@ -482,7 +518,7 @@ void TestConfigCheck::acceptedFileIsUsable()
 {
     const TestHome home;
     WriteFile(home.ClientFolder() + QStringLiteral("/Client.exe"), "MZ");
-    WriteFile(home.ClientFolder() + QStringLiteral("/config.json"), kClientConfig);
+    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), kClientConfig);
     WriteFile(home.ProgramFolder() + QStringLiteral("/AutoUpdate.exe"), "MZ");
     home.WriteUpdateConfig(Text(GoodConfig()));
     const auto check = [&home] {
@@ -500,6 +536,9 @@ void TestConfigCheck::acceptedFileIsUsable()
     Record("version", "2.0.1");
     QCOMPARE(global.ReadConfig(), 0);
     QCOMPARE(global.noRemindVersion, QStringLiteral("2.0.0"));
+    QCOMPARE(Rules(check().refusals), Words("current-version"));
+    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"),
+              R"({"client": {"version": "2.0.1"}})");
     QCOMPARE(Rules(check().refusals), QStringList());
 }
 
@@ -513,25 +552,27 @@ void TestConfigCheck::largeFileIsWarnedOf()
     QCOMPARE(Rules(CheckText(Text(config)).warnings), Words("unknown-key size"));
 }
 
-void TestConfigCheck::samplesAreAcceptedButForTheirHost_data()
+void TestConfigCheck::samplesAreAcceptedButForFolderAndHost_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QStringList>("warnings");
     const auto examples =
         Document(QStringLiteral("docs/configuration.md")).Fenced(QStringLiteral("json"));
-    QTest::newRow("of the document") << examples.value(0) << Words("host host");
-    QTest::newRow("after an update") << examples.value(1) << Words("host host silenced");
+    QTest::newRow("of the document") << examples.value(0) << Words("shared-folder host host");
+    QTest::newRow("after an update")
+        << examples.value(1) << Words("shared-folder host host silenced");
     QTest::newRow("of the package for vendors")
         << ReadFile(ProjectPath(QStringLiteral("release/windows/updateconfig.json")))
-        << Words("host host");
+        << Words("shared-folder host host");
     // It is part of a list, and indented as that is.
     QByteArray inReadme =
         Document(QStringLiteral("README.md")).Fenced(QStringLiteral("json")).value(0);
     inReadme.remove(0, 3);
-    QTest::newRow("of the README") << inReadme.replace("\n   ", "\n") << Words("host host");
+    QTest::newRow("of the README")
+        << inReadme.replace("\n   ", "\n") << Words("shared-folder host host");
 }
 
-void TestConfigCheck::samplesAreAcceptedButForTheirHost()
+void TestConfigCheck::samplesAreAcceptedButForFolderAndHost()
 {
     QFETCH(QByteArray, text);
     const Outcome outcome = CheckText(text);
@@ -554,7 +595,7 @@ void TestConfigCheck::clients_data()
         };
     };
     const auto version = [](const QByteArray &text) {
-        return [text](const ShippedClient &client) { client.Write("config.json", text); };
+        return [text](const ShippedClient &client) { client.Write("~version/version.json", text); };
     };
 
     row("no program", "client-file", "",
@@ -566,36 +607,56 @@ void TestConfigCheck::clients_data()
     row("program in other letter case", "letter-case", "",
         [](const ShippedClient &client) { client.Rename("Client.exe", "CLIENT.exe"); });
     row("no configuration", "client-file", "",
-        [](const ShippedClient &client) { client.Remove("config.json"); });
+        [](const ShippedClient &client) { client.Remove("~version/version.json"); });
     row("configuration in other letter case", "", "letter-case",
-        [](const ShippedClient &client) { client.Rename("config.json", "Config.json"); });
+        [](const ShippedClient &client) { client.Rename("~version", "~Version"); });
     row("configuration in a sub-folder", "", "", [config](const ShippedClient &client) {
         config("appConfigFile", QStringLiteral("data\\config.json"))(client);
-        client.Write("data/config.json", kClientConfig);
+        client.Rename("~version/version.json", "~version/config.json");
+        client.Rename("~version", "data");
     });
     row("sub-folder in other letter case", "", "letter-case",
         [config](const ShippedClient &client) {
             config("appConfigFile", QStringLiteral("data/config.json"))(client);
-            client.Write("Data/config.json", kClientConfig);
+            client.Rename("~version/version.json", "~version/config.json");
+            client.Rename("~version", "Data");
         });
     row("configuration elsewhere", "", "client-file",
         config("appConfigFile", QStringLiteral("../config.json")));
     row("names are empty", "empty", "", config("appConfigFile", QString()));
+    row("configuration that is copied early", "", "config-order",
+        [config](const ShippedClient &client) {
+            config("appConfigFile", QStringLiteral("config.json"))(client);
+            client.Write("config.json", kClientConfig);
+        });
+    row("only the updater after the configuration", "", "", [config](const ShippedClient &client) {
+        config("appConfigFile", QStringLiteral("a/version.json"))(client);
+        client.Rename("~version", "a");
+    });
 
     row("configuration is not JSON", "client-config", "", version("version=1.0.0"));
     row("configuration is an array", "client-config", "", version("[]"));
     row("no client", "client-config", "", version(R"({"version": "1.0.0"})"));
     row("version is a number", "client-config", "", version(R"({"client": {"version": 1}})"));
     row("version is empty", "client-config", "", version(R"({"client": {"version": ""}})"));
-    row("version with a blank", "version", "current-version",
+    row("version with a blank", "version current-version", "",
         version(R"({"client": {"version": "1.0 0"}})"));
-    row("another version", "", "current-version", version(R"({"client": {"version": "1.0.1"}})"));
-    row("version one character shorter", "", "current-version",
+    row("another version", "current-version", "", version(R"({"client": {"version": "1.0.1"}})"));
+    row("version one character shorter", "current-version", "",
         version(R"({"client": {"version": "1.00"}})"));
     row("version two characters shorter", "current-version", "",
         version(R"({"client": {"version": "1.0"}})"));
     row("no current version", "", "", config("currentVersion", QString()));
 
+    row("a long version is silenced", "silenced", "silenced",
+        config("noRemindVersion", QStringLiteral("10.0.00")));
+
+    row("command of Windows beside the updater", "updater-command", "",
+        [](const ShippedClient &client) { client.Write("AutoUpdate/XCOPY.exe", "MZ"); });
+    row("read-only file", "", "read-only", [](const ShippedClient &client) {
+        QFile::setPermissions(client.Path(QStringLiteral("AutoUpdate/updateconfig.json")),
+                              QFileDevice::ReadOwner);
+    });
     row("no updater beside it", "updater-folder", "",
         [](const ShippedClient &client) { client.Remove("AutoUpdate/AutoUpdate.exe"); });
     row("updater in another folder", "", "", [](const ShippedClient &client) {
@@ -672,7 +733,7 @@ void TestConfigCheck::fileOutsideTheClientIsComparedWithTheShippedOne()
     client.Write(outside, Text(GoodConfig()));
     QCOMPARE(Rules(client.Check(outside).warnings), QStringList());
 
-    client.Write(outside, Text(With("appConfigFile", QStringLiteral("./config.json"))));
+    client.Write(outside, Text(With("appConfigFile", QStringLiteral("./~version/version.json"))));
     Outcome outcome = client.Check(outside);
     QCOMPARE(Rules(outcome.warnings), Words("other-config"));
     QVERIFY2(AreWhole(outcome.warnings), qPrintable(Lines(outcome.warnings)));
