@@ -81,8 +81,6 @@ public:
 
     QString Read(Request &request) const
     {
-        if (IsSet(kHtml) && Value(kHtml).isEmpty())
-            return QStringLiteral("--html needs the name of a file");
         request.command = m_command.command;
         request.asJson = IsSet(kJson);
         request.dryRun = IsSet(kDryRun);

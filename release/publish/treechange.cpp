@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSysInfo>
 
 #include <algorithm>
 
@@ -89,18 +90,18 @@ Failure Link(const QString &target, const QString &path)
     return {};
 }
 
-/// What keeps a lock from being taken. One that a process of another machine left is never taken
-/// for a stale one.
+/// What keeps a lock from being taken. Whether a process of another machine lives cannot be told.
 Finding Busy(const QString &tree, const QLockFile &lock, const QString &lockFile)
 {
     qint64 process = 0;
     QString host;
     QString program;
+    const bool isElsewhere = lock.getLockInfo(&process, &host, &program) && !host.isEmpty() &&
+                             host != QSysInfo::machineHostName();
     const QString owner =
-        lock.getLockInfo(&process, &host, &program)
-            ? QStringLiteral("locked by process %1 on %2; if it is gone, remove %3")
-                  .arg(QString::number(process), host, lockFile)
-            : QStringLiteral("another process changes this tree; wait for its end");
+        isElsewhere ? QStringLiteral("locked by process %1 on %2; if it is gone, remove %3")
+                          .arg(QString::number(process), host, lockFile)
+                    : QStringLiteral("another process changes this tree; wait for its end");
     return {QStringLiteral("busy"), QString(), QStringLiteral("%1: %2").arg(tree, owner)};
 }
 

@@ -63,13 +63,16 @@ class CommandBlocks(unittest.TestCase):
         self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.root = Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.port, self.inner_port = free_ports()
-        for folder in ("etc/nginx/conf.d", "etc/nginx/sites-enabled", "etc/systemd/system", "var/log/nginx", "run", "bin"):
+        for folder in ("etc/nginx/conf.d", "etc/nginx/sites-enabled", "etc/systemd/system", "etc/cron.d",
+                       "usr/local/bin", "var/log/nginx", "run", "bin"):
             (self.root / folder).mkdir(parents=True)
         for name, commands in STAND_INS.items():
             program = self.root / "bin" / name
             program.write_text(f"#!/bin/sh\n{commands}\n".replace("ROOT", str(self.root)))
             program.chmod(0o755)
         self.install_nginx()
+        (self.room / "build/native").mkdir(parents=True)
+        (self.room / "build/native/publish").symlink_to(TOOL)
         shutil.copytree(PROJECT / "release", self.room / "release", copy_function=self.copy_moved)
         subprocess.run(
             "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 30 -subj /CN=updates"
@@ -107,7 +110,7 @@ class CommandBlocks(unittest.TestCase):
 
     def moved(self, text: str) -> str:
         """With the places, ports and networks of this test."""
-        text = re.sub(r"(?<![\w.])/(?=(etc|srv|var/log|run)/)", f"{self.root}/", text)
+        text = re.sub(r"(?<![\w.])/(?=(etc|srv|usr/local|var/log|run)/)", f"{self.root}/", text)
         text = text.replace("listen 443 ", f"listen 127.0.0.1:{self.port} ").replace(":8079", f":{self.inner_port}")
         return text.replace("192.0.2.0/24", "127.0.0.0/8")
 

@@ -23,7 +23,7 @@ WRITES_OF_RSYNC = "mkdir,mkdirat,rename,renameat,symlink,symlinkat,unlink,rmdir,
 # The calls that fail on a full disk; what is there can be moved and removed.
 GROWTH = "write,mkdir,symlink"
 GROWTH_OF_RSYNC = "mkdir,mkdirat,rename,renameat,symlink,symlinkat"
-# Each of these brings something into force; of the others every third one is enough.
+# Each of these brings something into force; of the others every fifth one is enough.
 DECISIVE = ("rename", "renameat", "syncfs")
 
 
@@ -171,7 +171,7 @@ class Interrupted(unittest.TestCase):
 
         attempts = 0
         for call, count in counts.items():
-            for number in range(1, count + 1, 1 if call in DECISIVE else 3):
+            for number in range(1, count + 1, 1 if call in DECISIVE else 5):
                 self.start_again()
                 done = self.traced(command, call, "-e",
                                    f"inject={call}:{injection.format(number=number)}")
@@ -186,7 +186,9 @@ class Interrupted(unittest.TestCase):
         changed = self.trees / command.changed
         self.assertIn(self.without_orphans(tree_of(changed), before, after), (before, after))
         self.succeed(command.arguments)
-        self.assertFalse((self.site / ".publish").exists())
+        # A repeat with nothing left to do leaves the cleaning up to the next change.
+        if command.arguments[0] not in ("advance", "resume"):
+            self.assertFalse((changed / ".publish").exists())
         self.succeed(["verify", str(changed)])
 
     @staticmethod

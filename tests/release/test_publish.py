@@ -188,7 +188,7 @@ class Publish(unittest.TestCase):
     def test_a_tree_is_not_pushed_into_itself(self) -> None:
         self.publish()
         for node in (self.site, self.site / "sub"):
-            self.assertIn(f"{node} lies in {self.site}; ", self.refused("push", node))
+            self.assertIn(f'"{node}" lies in the tree; ', self.refused("push", node))
         self.assertFalse((self.site / "sub").exists())
         self.succeed("push", f"{self.site}-2")
 
