@@ -217,7 +217,7 @@ Failure RestartPlans(const Request &request)
         if (hasPlan(release))
             RestartPlan(release);
     }
-    return change.Commit(QStringLiteral("resumed all offers"));
+    return change.Commit(QString()); // the stop is still in force: nothing is resumed yet
 }
 
 /// The stop file made or removed.
