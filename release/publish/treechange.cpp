@@ -97,7 +97,7 @@ Finding Busy(const QString &tree, const QLockFile &lock, const QString &lockFile
     QString host;
     QString program;
     const bool isElsewhere = lock.getLockInfo(&process, &host, &program) && !host.isEmpty() &&
-                             host != QSysInfo::machineHostName();
+                             host.compare(QSysInfo::machineHostName(), Qt::CaseInsensitive) != 0;
     const QString owner =
         isElsewhere ? QStringLiteral("locked by process %1 on %2; if it is gone, remove %3")
                           .arg(QString::number(process), host, lockFile)

@@ -83,7 +83,8 @@ QStringList Keys(const QJsonObject &object)
 
 } // namespace
 
-/// The documents of the configuration, the command line and the protocol, checked against the program.
+/// The documents of the configuration, the command line and the protocol, checked against the
+/// program.
 class TestConfigurationDocument : public QObject
 {
     Q_OBJECT

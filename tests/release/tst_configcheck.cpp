@@ -95,7 +95,11 @@ public:
 
     void Rename(const char *name, const char *newName) const
     {
-        if (!QDir(Path()).rename(QLatin1String(name), QLatin1String(newName)))
+        // In two steps: to Windows another letter case is the same name.
+        QDir folder(Path());
+        const QString between = QLatin1String(name) + QStringLiteral(".renamed");
+        if (!folder.rename(QLatin1String(name), between) ||
+            !folder.rename(between, QLatin1String(newName)))
             qFatal("cannot rename %s", name);
     }
 

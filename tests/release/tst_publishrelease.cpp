@@ -936,7 +936,9 @@ void TestPublishRelease::twoAtATimeAreRefused()
 
     const Findings refusals = Publish(vendor.ZipRequest()).refusals;
     QCOMPARE(Rules(refusals), QStringList(QStringLiteral("busy")));
-    QVERIFY(refusals.first().message.contains(QLatin1String("another process changes this tree")));
+    const QString message = refusals.first().message;
+    QVERIFY2(message.contains(QLatin1String("another process changes this tree")),
+             qPrintable(message));
     QCOMPARE(Snapshot(vendor.Tree()), before);
 }
 
