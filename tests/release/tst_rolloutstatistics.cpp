@@ -175,7 +175,9 @@ private slots:
     void pageIsWritten();
     void pageThatCannotBeWrittenIsRefused();
     void pageNeverReplacesALog();
+#ifdef Q_OS_UNIX
     void pageNeverReplacesALogThroughALink_posix();
+#endif
 
 private:
     QString Path(const QString &name) const { return m_folder->filePath(name); }
@@ -913,6 +915,7 @@ void TestRolloutStatistics::pageNeverReplacesALog()
     QCOMPARE(Read().lines, 1);
 }
 
+#ifdef Q_OS_UNIX
 void TestRolloutStatistics::pageNeverReplacesALogThroughALink_posix()
 {
     Write(QStringLiteral("updates.log"), QByteArrayList{Offer(0, "192.0.2.1")});
@@ -922,6 +925,7 @@ void TestRolloutStatistics::pageNeverReplacesALogThroughALink_posix()
     QCOMPARE(RulesOf(outcome.refusals), QStringList{QStringLiteral("html")});
     QCOMPARE(Read().lines, 1);
 }
+#endif
 
 QTEST_GUILESS_MAIN(TestRolloutStatistics)
 #include "tst_rolloutstatistics.moc"
