@@ -180,9 +180,15 @@ private slots:
 #endif
 
 private:
-    QString Path(const QString &name) const { return m_folder->filePath(name); }
+    QString Path(const QString &name) const
+    {
+        return m_folder->filePath(name);
+    }
     void Write(const QString &name, const QByteArray &content);
-    void Write(const QString &name, const QByteArrayList &lines) { Write(name, lines.join()); }
+    void Write(const QString &name, const QByteArrayList &lines)
+    {
+        Write(name, lines.join());
+    }
     QString RuleOfRefusal();
     RolloutStatistics Read(std::optional<qint64> since = {});
     ReleaseFigures ReadKnown();
