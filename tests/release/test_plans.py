@@ -266,8 +266,15 @@ class Plans(Tree):
         self.write_log(good=30)
         self.lock()
         self.assertIn("stays at 1 %", self.advance())
-        self.assertIn("another process changes", self.refused("stop", self.site, "--version",
-                                                              "2.1.0"))
+
+    def test_a_stop_that_has_to_wait_tells_of_the_one_that_does_not(self) -> None:
+        self.lock()
+        at_once = '; "publish stop SITE" without --version works at once'
+        stop = self.refused("stop", self.site, "--version", "2.1.0")
+        self.assertTrue(stop.endswith("; wait for its end" + at_once), stop)
+        self.assertNotIn(at_once, self.refused("resume", self.site, "--version", "2.1.0"))
+        self.succeed("stop", self.site)
+        self.assertTrue((self.site / "check" / "stop").exists())
 
     def has_opened_the_log(self, process: subprocess.Popen) -> bool:
         """Whether the process reads the log now; it may open and close other files meanwhile."""
