@@ -3,8 +3,10 @@
 
 import contextlib
 import datetime
+import gzip
 import json
 import os
+import pty
 import signal
 import subprocess
 import sys
@@ -316,6 +318,37 @@ class Plans(Tree):
         self.write_log(good=30)
         done = self.run_tool("advance", self.site, "--log", self.log)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+    def test_progress_is_shown_on_a_terminal(self) -> None:
+        self.write_log(good=30)
+        for command in (["report", self.log], ["advance", self.site, "--log", self.log]):
+            ours, theirs = pty.openpty()
+            with subprocess.Popen([TOOL, *command], stdout=subprocess.DEVNULL,
+                                  stderr=theirs) as tool:
+                os.close(theirs)
+                self.assertEqual(tool.wait(TIME_LIMIT), 0)
+            self.assertRegex(os.read(ours, 65536), rb"\A\r[a-z ]+\[[#.]{40}\] +[0-9]+% of ")
+            os.close(ours)
+
+    def test_a_gzipped_log_counts_like_a_plain_one(self) -> None:
+        self.write_log(good=30)
+        self.let_time_pass(days=1)
+        content = self.log.read_bytes()
+        self.log = self.room / "updates.log.2.gz"
+        self.log.write_bytes(gzip.compress(content))
+        self.assertIn("advanced 2.1.0 to 10 %", self.advance())
+
+    def test_only_the_named_product_is_judged(self) -> None:
+        logs = []
+        for product, figures in (("desk", {"good": 30}), ("till", {"good": 0, "interrupted": 30})):
+            self.write_log(**figures)
+            logs.append(self.log.read_text().replace('"path":"/', f'"path":"/{product}/'))
+        self.log.write_text("".join(logs))
+        self.let_time_pass(days=1)
+        told = self.advance("--product", "desk", "--dry-run")
+        self.assertIn("advanced 2.1.0 to 10 %", told)
+        refused = self.refused("advance", self.site, "--log", self.log, "--product", "till")
+        self.assertIn("2.1.0 is stopped: 100.0 % of 30 downloads", refused)
 
     def test_a_plan_has_to_raise_the_share(self) -> None:
         self.succeed("rollout", self.site, "--version", "2.1.0", "--share", "50")
