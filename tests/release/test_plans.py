@@ -458,6 +458,18 @@ class Push(Tree):
         self.assertIn(f"{self.nodes[1]}: check/stop is removed", self.succeed(*self.push))
         self.assertFalse((self.nodes[1] / "check" / "stop").exists())
 
+    def test_a_link_as_the_stop_file_is_refused_and_lifts_no_stop(self) -> None:
+        self.succeed(*self.push)
+        stopped = self.nodes[1] / "check" / "stop"
+        stopped.touch()
+        link = self.site / "check" / "stop"
+        for target in ("nowhere", "none.json"):
+            link.symlink_to(target)
+            self.assertIn("check/stop is a link, ", self.refused(*self.push))
+            self.assertFalse(stopped.is_symlink())
+            self.assertTrue(stopped.exists())
+            link.unlink()
+
     def test_the_web_server_can_read_what_is_copied_whatever_the_mask(self) -> None:
         for node in self.nodes:
             node.mkdir(parents=True)
