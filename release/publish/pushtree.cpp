@@ -1,5 +1,6 @@
 #include "release/publish/pushtree.h"
 
+#include "release/publish/hostsystem.h"
 #include "release/publish/releaserules.h"
 #include "release/publish/releasetree.h"
 #include "release/publish/treechange.h"
@@ -123,6 +124,13 @@ public:
                                  : NodeObjection(node);
             if (!objection.isEmpty())
                 Refuse("node", QStringLiteral("\"%1\" %2").arg(node, objection));
+        }
+        // It would replace a node's file, and a link that leads nowhere there stops nothing.
+        if (HostSystem::IsLink(m_tree.StopFile())) {
+            Refuse("stop-link", QStringLiteral("%1 is a link, which may lead nowhere on a node and "
+                                               "then stops nothing; replace it with a file to "
+                                               "stop, or remove it to offer")
+                                    .arg(m_tree.StopFile()));
         }
         if (!m_outcome.refusals.isEmpty())
             return m_outcome;

@@ -314,11 +314,19 @@ Outcome StopOffers(const Request &request)
 {
     if (request.version.isEmpty())
         return SetStopFile(request, true);
-    return EditRelease(request, [](ReleaseList &list, int index) -> Edit {
+    Outcome outcome = EditRelease(request, [](ReleaseList &list, int index) -> Edit {
         Release &release = list.releases[index];
         release.isStopped = true;
         return {QStringLiteral("stopped %1").arg(release.version), {}};
     });
+    for (Finding &refusal : outcome.refusals) {
+        // A push takes minutes, and whoever stops a release cannot wait for it.
+        if (refusal.rule == QLatin1String(TreeChange::kBusyRule)) {
+            refusal.message +=
+                QStringLiteral("; \"publish stop SITE\" without --version works at once");
+        }
+    }
+    return outcome;
 }
 
 Outcome ResumeOffers(const Request &request)

@@ -102,7 +102,8 @@ Finding Busy(const QString &tree, const QLockFile &lock, const QString &lockFile
         isElsewhere ? QStringLiteral("locked by process %1 on %2; if it is gone, remove %3")
                           .arg(QString::number(process), host, lockFile)
                     : QStringLiteral("another process changes this tree; wait for its end");
-    return {QStringLiteral("busy"), QString(), QStringLiteral("%1: %2").arg(tree, owner)};
+    return {QLatin1String(TreeChange::kBusyRule), QString(),
+            QStringLiteral("%1: %2").arg(tree, owner)};
 }
 
 /// True while nobody's name is in the file: it is being made, or who made it was killed meanwhile.

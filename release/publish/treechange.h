@@ -22,6 +22,9 @@
 class TreeChange
 {
 public:
+    /// The rule of the refusal while another process changes the same tree.
+    static constexpr char kBusyRule[] = "busy";
+
     explicit TreeChange(const ReleaseTree &tree);
     ~TreeChange();
     Q_DISABLE_COPY(TreeChange)

@@ -4,6 +4,7 @@
 The server is this machine: its folders lie below a temporary root, and its name leads to the loopback.
 """
 
+import json
 import os
 import re
 import shutil
@@ -143,7 +144,13 @@ class CommandBlocks(unittest.TestCase):
             for block, shown in blocks:
                 if "publish advance" in block:
                     self.be_offered_the_release(blocks)
-                self.assertIn(masked(shown), masked(self.run_block(block)), block)
+                printed = self.run_block(block)
+                self.assertIn(masked(shown), masked(printed), block)
+                if block.startswith("curl"):
+                    self.assertIn("with 2.1.3 is offered nothing, one with 2.0.1 is offered 2.1.3:", text)
+                    answers = [json.loads(line)["biz"] for line in printed.splitlines()]
+                    self.assertEqual([answer["update"] for answer in answers], ["0", "1"])
+                    self.assertEqual(answers[1]["latestVersion"], "2.1.3")
         self.assertIn("worker_connections 16384;", (self.root / "etc/nginx/nginx.conf").read_text())
         self.assertIn("\nworker_rlimit_nofile 65536;", (self.root / "etc/nginx/nginx.conf").read_text())
 

@@ -3,8 +3,10 @@
 
 import contextlib
 import datetime
+import gzip
 import json
 import os
+import pty
 import signal
 import subprocess
 import sys
@@ -266,8 +268,15 @@ class Plans(Tree):
         self.write_log(good=30)
         self.lock()
         self.assertIn("stays at 1 %", self.advance())
-        self.assertIn("another process changes", self.refused("stop", self.site, "--version",
-                                                              "2.1.0"))
+
+    def test_a_stop_that_has_to_wait_tells_of_the_one_that_does_not(self) -> None:
+        self.lock()
+        at_once = '; "publish stop SITE" without --version works at once'
+        stop = self.refused("stop", self.site, "--version", "2.1.0")
+        self.assertTrue(stop.endswith("; wait for its end" + at_once), stop)
+        self.assertNotIn(at_once, self.refused("resume", self.site, "--version", "2.1.0"))
+        self.succeed("stop", self.site)
+        self.assertTrue((self.site / "check" / "stop").exists())
 
     def has_opened_the_log(self, process: subprocess.Popen) -> bool:
         """Whether the process reads the log now; it may open and close other files meanwhile."""
@@ -309,6 +318,37 @@ class Plans(Tree):
         self.write_log(good=30)
         done = self.run_tool("advance", self.site, "--log", self.log)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+    def test_progress_is_shown_on_a_terminal(self) -> None:
+        self.write_log(good=30)
+        for command in (["report", self.log], ["advance", self.site, "--log", self.log]):
+            ours, theirs = pty.openpty()
+            with subprocess.Popen([TOOL, *command], stdout=subprocess.DEVNULL,
+                                  stderr=theirs) as tool:
+                os.close(theirs)
+                self.assertEqual(tool.wait(TIME_LIMIT), 0)
+            self.assertRegex(os.read(ours, 65536), rb"\A\r[a-z ]+\[[#.]{40}\] +[0-9]+% of ")
+            os.close(ours)
+
+    def test_a_gzipped_log_counts_like_a_plain_one(self) -> None:
+        self.write_log(good=30)
+        self.let_time_pass(days=1)
+        content = self.log.read_bytes()
+        self.log = self.room / "updates.log.2.gz"
+        self.log.write_bytes(gzip.compress(content))
+        self.assertIn("advanced 2.1.0 to 10 %", self.advance())
+
+    def test_only_the_named_product_is_judged(self) -> None:
+        logs = []
+        for product, figures in (("desk", {"good": 30}), ("till", {"good": 0, "interrupted": 30})):
+            self.write_log(**figures)
+            logs.append(self.log.read_text().replace('"path":"/', f'"path":"/{product}/'))
+        self.log.write_text("".join(logs))
+        self.let_time_pass(days=1)
+        told = self.advance("--product", "desk", "--dry-run")
+        self.assertIn("advanced 2.1.0 to 10 %", told)
+        refused = self.refused("advance", self.site, "--log", self.log, "--product", "till")
+        self.assertIn("2.1.0 is stopped: 100.0 % of 30 downloads", refused)
 
     def test_a_plan_has_to_raise_the_share(self) -> None:
         self.succeed("rollout", self.site, "--version", "2.1.0", "--share", "50")
@@ -417,6 +457,18 @@ class Push(Tree):
         (self.nodes[1] / "check" / "stop").touch()
         self.assertIn(f"{self.nodes[1]}: check/stop is removed", self.succeed(*self.push))
         self.assertFalse((self.nodes[1] / "check" / "stop").exists())
+
+    def test_a_link_as_the_stop_file_is_refused_and_lifts_no_stop(self) -> None:
+        self.succeed(*self.push)
+        stopped = self.nodes[1] / "check" / "stop"
+        stopped.touch()
+        link = self.site / "check" / "stop"
+        for target in ("nowhere", "none.json"):
+            link.symlink_to(target)
+            self.assertIn("check/stop is a link, ", self.refused(*self.push))
+            self.assertFalse(stopped.is_symlink())
+            self.assertTrue(stopped.exists())
+            link.unlink()
 
     def test_the_web_server_can_read_what_is_copied_whatever_the_mask(self) -> None:
         for node in self.nodes:

@@ -324,6 +324,21 @@ class Publish(unittest.TestCase):
             self.assertEqual(done.returncode, 0, done.stderr)
             self.assertNotIn("changed", done.stderr)
 
+    def test_a_large_file_does_not_have_to_fit_into_memory(self) -> None:
+        size = 300_000_000
+        with (self.client / "large").open("wb") as large:
+            large.truncate(size)  # takes no room
+        # A new process counts what it was forked from, so this one must not be the parent.
+        measure = ("import os, sys; tool = os.spawnv(os.P_NOWAIT, sys.argv[1], sys.argv[1:]);"
+                   "print(os.wait4(tool, 0)[2].ru_maxrss)")
+        done = self.run_tool([sys.executable, "-c", measure, *self.command()])
+        with zipfile.ZipFile(self.site / "packages" / "Client-2.1.3.zip") as package:
+            self.assertEqual(package.getinfo("Client-2.1.3/large").file_size, size)
+        limit = 64 << 10  # KiB
+        if "ASAN_OPTIONS" in os.environ:
+            limit *= 3  # the address sanitizer's own memory
+        self.assertLess(int(done.stdout.splitlines()[-1]), limit)
+
     def test_names_that_are_no_text_are_refused(self) -> None:
         raw = os.fsencode(self.client)
         os.mkdir(raw + b"/lost\xff")

@@ -2,7 +2,9 @@
 """Whom nginx offers which release, while publish rolls releases out and takes them back."""
 
 import contextlib
+import datetime
 import itertools
+import json
 import os
 import shutil
 import sys
@@ -584,6 +586,29 @@ class Changes(Served):
             self.do(goes, "resume", "")
             self.do(stays, "rollback", goes)
             former = stays
+        self.advance_a_plan(former)
+
+    def advance_a_plan(self, former: str) -> None:
+        """Offers a release to this network, and then by a plan that goes on to everybody."""
+        self.do(former, "publish", "3.0.0")
+        self.do("3.0.0", "rollout", "3.0.0", "--network", "127.0.0.0/8",
+                "--plan", f"{LEAST}% 1d, 100%")
+        log = self.room / "work" / "updates.log"
+        # nginx keeps its lines back for up to a second.
+        nginxserver.wait_until(lambda: '"answer":"3.0.0"' in log.read_text(), "a logged offer")
+        self.do(former, "rollout", "3.0.0", "--network", "none")
+        self.let_a_day_pass()
+        self.do("3.0.0", "advance", "", "--log", str(log))
+
+    def let_a_day_pass(self) -> None:
+        """As if the plan had begun a day earlier."""
+        file = self.tree.check / "now" / "releases.json"
+        listed = json.loads(file.read_text())
+        for key in ("planBegan", "stepBegan"):
+            began = datetime.datetime.fromisoformat(listed["releases"][-1][key].rstrip("Z"))
+            began -= datetime.timedelta(days=1)
+            listed["releases"][-1][key] = began.isoformat() + "Z"
+        file.write_text(json.dumps(listed))
 
     def push_changes(self) -> None:
         """Every kind of difference between a tree and its node."""
