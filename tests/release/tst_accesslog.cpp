@@ -268,7 +268,7 @@ void TestAccessLog::times()
 
 void TestAccessLog::networks_data()
 {
-    QTest::addColumn<QByteArray>("other");
+    QTest::addColumn<QByteArray>("second");
     QTest::addColumn<bool>("same");
     QTest::newRow("192.0.2.7") << QByteArray("192.0.2.7") << true;
     QTest::newRow("192.0.2.8") << QByteArray("192.0.2.7") << false;
@@ -286,10 +286,10 @@ void TestAccessLog::networks_data()
 
 void TestAccessLog::networks()
 {
-    QFETCH(QByteArray, other);
+    QFETCH(QByteArray, second);
     const std::optional<Network> network = NetworkOf(QTest::currentDataTag());
     QVERIFY(network);
-    QTEST(network == NetworkOf(other.constData()), "same");
+    QTEST(network == NetworkOf(second.constData()), "same");
 }
 
 void TestAccessLog::textsWithoutNetwork_data()
