@@ -9,7 +9,7 @@
 QString ProjectPath(const QString &path);
 
 /**
- * A Markdown document of the project, taken apart as far as it can be held against the program:
+ * A Markdown document of the project, taken apart as far as it can be checked against the program:
  * fenced blocks, tables, headings and links. Fails the program when it cannot be read. Any thread.
  */
 class Document

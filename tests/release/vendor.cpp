@@ -1,6 +1,7 @@
 #include "tests/release/vendor.h"
 
 #include "release/publish/publishrelease.h"
+#include "release/publish/releasetree.h"
 #include "release/publish/verifyrelease.h"
 #include "tests/support/testhome.h"
 
@@ -59,6 +60,19 @@ Request Vendor::VerifyRequest() const
     request.source = Tree();
     request.updaterFolder = QStringLiteral("AutoUpdate");
     return request;
+}
+
+QString Vendor::OfferFile(const QString &version) const
+{
+    return Tree(QStringLiteral("check/answers/%1/Client-%1.zip.json").arg(version));
+}
+
+ReleaseList Vendor::List() const
+{
+    ReleaseList list;
+    if (const Failure failure = ReleaseTree(Tree()).Read(list))
+        qFatal("%s", qPrintable(failure->message));
+    return list;
 }
 
 Outcome Publish(const Request &request)
