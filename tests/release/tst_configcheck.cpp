@@ -179,8 +179,8 @@ private slots:
 void TestConfigCheck::goodFileIsAccepted()
 {
     const Outcome outcome = CheckText(Text(GoodConfig()));
-    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(Lines(outcome.refusals)));
-    QVERIFY2(outcome.warnings.isEmpty(), qPrintable(Lines(outcome.warnings)));
+    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(LinesOf(outcome.refusals)));
+    QVERIFY2(outcome.warnings.isEmpty(), qPrintable(LinesOf(outcome.warnings)));
     QVERIFY(outcome.summary.endsWith(QLatin1String(
         "no objections (Client.exe in ../, checks at https://updates.norvane.net/check, "
         "packages from https://updates.norvane.net/packages/).\n")));
@@ -191,8 +191,8 @@ void TestConfigCheck::goodClientIsAccepted()
     const ShippedClient client;
     const auto before = Snapshot(client.Path());
     const Outcome outcome = client.Check();
-    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(Lines(outcome.refusals)));
-    QVERIFY2(outcome.warnings.isEmpty(), qPrintable(Lines(outcome.warnings)));
+    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(LinesOf(outcome.refusals)));
+    QVERIFY2(outcome.warnings.isEmpty(), qPrintable(LinesOf(outcome.warnings)));
     QVERIFY(outcome.summary.contains(QLatin1String("(Client.exe 1.0.0 in ../,")));
     QCOMPARE(outcome.facts.value(QLatin1String("version")).toString(), QStringLiteral("1.0.0"));
     QCOMPARE(Snapshot(client.Path()), before);
@@ -368,7 +368,7 @@ void TestConfigCheck::addressOfTheCheckIsCorrected()
 {
     for (const char *path : {"", "/", "/check/", "/CHECK", "/check//"}) {
         const QString address = QStringLiteral("https://a.norvane.net:8443") + QLatin1String(path);
-        QCOMPARE(Lines(CheckText(Text(With("updateCheckUrl", address))).warnings),
+        QCOMPARE(LinesOf(CheckText(Text(With("updateCheckUrl", address))).warnings),
                  QStringLiteral("\"updateCheckUrl\" does not end with \"/check\", where the "
                                 "service answers; write \"https://a.norvane.net:8443/check\""));
     }
@@ -380,8 +380,8 @@ void TestConfigCheck::values()
     const Outcome outcome = CheckText(Text(config));
     QTEST(Rules(outcome.refusals), "refusals");
     QTEST(Rules(outcome.warnings), "warnings");
-    QVERIFY2(AreWhole(outcome.refusals), qPrintable(Lines(outcome.refusals)));
-    QVERIFY2(AreWhole(outcome.warnings), qPrintable(Lines(outcome.warnings)));
+    QVERIFY2(AreWhole(outcome.refusals), qPrintable(LinesOf(outcome.refusals)));
+    QVERIFY2(AreWhole(outcome.warnings), qPrintable(LinesOf(outcome.warnings)));
     QCOMPARE(outcome.summary.isEmpty(), !outcome.refusals.isEmpty());
 }
 
@@ -409,7 +409,7 @@ void TestConfigCheck::installersAskForLess()
     const Outcome outcome = CheckText(text, kInstaller);
     QCOMPARE(Rules(outcome.refusals), QStringList());
     QTEST(Rules(outcome.warnings), "warnings");
-    QVERIFY2(AreWhole(outcome.warnings), qPrintable(Lines(outcome.warnings)));
+    QVERIFY2(AreWhole(outcome.warnings), qPrintable(LinesOf(outcome.warnings)));
 }
 
 void TestConfigCheck::textThatCannotBeRead_data()
@@ -430,7 +430,7 @@ void TestConfigCheck::textThatCannotBeRead()
     QFETCH(QByteArray, text);
     const Outcome outcome = CheckText(text);
     QCOMPARE(Rules(outcome.refusals), Words("json"));
-    QVERIFY2(AreWhole(outcome.refusals), qPrintable(Lines(outcome.refusals)));
+    QVERIFY2(AreWhole(outcome.refusals), qPrintable(LinesOf(outcome.refusals)));
     QVERIFY(outcome.warnings.isEmpty());
     // The updater finds no more in it than the check does.
     const TestHome home;
@@ -442,7 +442,7 @@ void TestConfigCheck::textThatCannotBeRead()
 void TestConfigCheck::lineThatCannotBeReadIsNamed()
 {
     const QByteArray text = Text(GoodConfig()).replace("\"1.0.0\",", "1.0.0,");
-    const QString line = Lines(CheckText(text).refusals);
+    const QString line = LinesOf(CheckText(text).refusals);
     QVERIFY2(line.startsWith(QLatin1String("updateconfig.json is not JSON (")), qPrintable(line));
     QVERIFY2(line.contains(QLatin1String(", in line 5), and the updater")), qPrintable(line));
 }
@@ -479,14 +479,14 @@ void TestConfigCheck::form()
     QFETCH(QString, difference);
     const Outcome outcome = CheckText(text);
     QCOMPARE(Rules(outcome.refusals), Words("form"));
-    QVERIFY2(AreWhole(outcome.refusals), qPrintable(Lines(outcome.refusals)));
-    QVERIFY2(Lines(outcome.refusals).contains(difference), qPrintable(Lines(outcome.refusals)));
+    QVERIFY2(AreWhole(outcome.refusals), qPrintable(LinesOf(outcome.refusals)));
+    QVERIFY2(LinesOf(outcome.refusals).contains(difference), qPrintable(LinesOf(outcome.refusals)));
 }
 
 void TestConfigCheck::firstDifferentLineIsShown()
 {
     const QByteArray text = Text(GoodConfig()).replace("    \"appPath\"", "\t\"appPath\"");
-    QCOMPARE(Lines(CheckText(text).refusals),
+    QCOMPARE(LinesOf(CheckText(text).refusals),
              QStringLiteral("updateconfig.json has `\uFFFD\"appPath\": \"../\",` in line 4, where "
                             "the updater writes `    \"appPath\": \"../\",`, and the file would "
                             "change its length when the updater writes it; indent by four, sort "
@@ -580,7 +580,7 @@ void TestConfigCheck::samplesAreAcceptedButForFolderAndHost()
 {
     QFETCH(QByteArray, text);
     const Outcome outcome = CheckText(text);
-    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(Lines(outcome.refusals)));
+    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(LinesOf(outcome.refusals)));
     QTEST(Rules(outcome.warnings), "warnings");
 }
 
@@ -678,8 +678,8 @@ void TestConfigCheck::clients()
     const Outcome outcome = client.Check();
     QTEST(Rules(outcome.refusals), "refusals");
     QTEST(Rules(outcome.warnings), "warnings");
-    QVERIFY2(AreWhole(outcome.refusals), qPrintable(Lines(outcome.refusals)));
-    QVERIFY2(AreWhole(outcome.warnings), qPrintable(Lines(outcome.warnings)));
+    QVERIFY2(AreWhole(outcome.refusals), qPrintable(LinesOf(outcome.refusals)));
+    QVERIFY2(AreWhole(outcome.warnings), qPrintable(LinesOf(outcome.warnings)));
 }
 
 void TestConfigCheck::places_data()
@@ -719,7 +719,7 @@ void TestConfigCheck::places()
     client.Write(file.constData(), Text(With("appPath", appPath)));
     const Outcome outcome = client.Check(file.constData(), packages);
     QTEST(Rules(outcome.refusals), "refusals");
-    QVERIFY2(AreWhole(outcome.refusals), qPrintable(Lines(outcome.refusals)));
+    QVERIFY2(AreWhole(outcome.refusals), qPrintable(LinesOf(outcome.refusals)));
 }
 
 void TestConfigCheck::fileOfAnotherNameIsNotReadByTheUpdater()
@@ -740,12 +740,12 @@ void TestConfigCheck::fileOutsideTheClientIsComparedWithTheShippedOne()
     client.Write(outside, Text(With("appConfigFile", QStringLiteral("./~version/version.json"))));
     Outcome outcome = client.Check(outside);
     QCOMPARE(Rules(outcome.warnings), Words("other-config"));
-    QVERIFY2(AreWhole(outcome.warnings), qPrintable(Lines(outcome.warnings)));
+    QVERIFY2(AreWhole(outcome.warnings), qPrintable(LinesOf(outcome.warnings)));
 
     client.Remove("AutoUpdate/AutoUpdate.exe");
     outcome = client.Check(outside);
     QCOMPARE(Rules(outcome.warnings), Words("updater-folder"));
-    QVERIFY2(AreWhole(outcome.warnings), qPrintable(Lines(outcome.warnings)));
+    QVERIFY2(AreWhole(outcome.warnings), qPrintable(LinesOf(outcome.warnings)));
     QCOMPARE(Rules(outcome.refusals), QStringList());
 }
 
@@ -754,13 +754,13 @@ void TestConfigCheck::missingFilesAreRefused()
     const ShippedClient client;
     const Outcome noFile = client.Check("AutoUpdate/other.json");
     QCOMPARE(Rules(noFile.refusals), Words("missing"));
-    QVERIFY2(AreWhole(noFile.refusals), qPrintable(Lines(noFile.refusals)));
+    QVERIFY2(AreWhole(noFile.refusals), qPrintable(LinesOf(noFile.refusals)));
 
     const Outcome noFolder =
         CheckConfig({client.Path(QStringLiteral("AutoUpdate/updateconfig.json")),
                      client.Path(QStringLiteral("other")), kZip});
     QCOMPARE(Rules(noFolder.refusals), Words("missing"));
-    QVERIFY2(AreWhole(noFolder.refusals), qPrintable(Lines(noFolder.refusals)));
+    QVERIFY2(AreWhole(noFolder.refusals), qPrintable(LinesOf(noFolder.refusals)));
 }
 
 void TestConfigCheck::controlCharactersDoNotReachTheLines()

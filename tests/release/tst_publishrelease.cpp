@@ -91,7 +91,7 @@ Request PromoteRequest(const Vendor &from, const Vendor &target)
 
 void VerifyPublished(const Outcome &outcome)
 {
-    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(Lines(outcome.refusals)));
+    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(LinesOf(outcome.refusals)));
 }
 
 } // namespace
@@ -517,7 +517,7 @@ void TestPublishRelease::knownDigestsHaveToBeAList()
             request.dryRun = isDryRun;
             const Findings refusals = Publish(request).refusals;
             QCOMPARE(Rules(refusals), QStringList(QStringLiteral("known")));
-            QVERIFY2(Lines(refusals).contains(line), qPrintable(Lines(refusals)));
+            QVERIFY2(LinesOf(refusals).contains(line), qPrintable(LinesOf(refusals)));
         }
     }
     QVERIFY(!QFile::exists(vendor.Tree()));
@@ -637,7 +637,7 @@ void TestPublishRelease::versionIsLongEnoughForEveryReleaseOfTheTree()
     const Findings refusals = Publish(request).refusals;
     QCOMPARE(Rules(refusals), QStringList(QStringLiteral("shorter-version")));
     QVERIFY2(refusals.first().message.contains(QLatin1String("2.1.3.0")),
-             qPrintable(Lines(refusals)));
+             qPrintable(LinesOf(refusals)));
     QCOMPARE(Snapshot(vendor.Tree()), before);
 
     request.version = QStringLiteral("2.1.30");
@@ -735,8 +735,8 @@ void TestPublishRelease::refusals()
 
     const Outcome outcome = Publish(request);
     QTEST(Rules(outcome.refusals), "rules");
-    QVERIFY2(Lines(outcome.refusals).contains(QLatin1String("; ")),
-             qPrintable(Lines(outcome.refusals)));
+    QVERIFY2(LinesOf(outcome.refusals).contains(QLatin1String("; ")),
+             qPrintable(LinesOf(outcome.refusals)));
     QVERIFY(outcome.summary.isEmpty());
     QVERIFY(!QFile::exists(vendor.Tree()));
     QCOMPARE(Snapshot(vendor.Client()), before);

@@ -176,7 +176,7 @@ void TestVerifyRelease::goodReleases()
     QVERIFY(Publish(vendor.ZipRequest()).refusals.isEmpty());
     change(vendor);
     const Outcome outcome = Verify(vendor);
-    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(Lines(outcome.refusals)));
+    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(LinesOf(outcome.refusals)));
     QVERIFY2(outcome.summary.contains(QLatin1String("version 2.1.3 keeps every rule")),
              qPrintable(outcome.summary));
 }
@@ -403,7 +403,7 @@ void TestVerifyRelease::tooManyEntries()
         for (int number = 2; number < 65535; ++number)
             zip.AddFile(QStringLiteral("Client-2.1.3/") + QString::number(number), QByteArray());
     })(vendor);
-    QVERIFY2(Verify(vendor).refusals.isEmpty(), qPrintable(Lines(Verify(vendor).refusals)));
+    QVERIFY2(Verify(vendor).refusals.isEmpty(), qPrintable(LinesOf(Verify(vendor).refusals)));
     Holds([](ZipMaker &zip) {
         for (int number = 2; number < 65537; ++number)
             zip.AddFile(QStringLiteral("Client-2.1.3/") + QString::number(number), QByteArray());

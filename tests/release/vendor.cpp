@@ -111,7 +111,7 @@ QStringList Rules(const Findings &findings)
     return rules;
 }
 
-QString Lines(const Findings &findings)
+QString LinesOf(const Findings &findings)
 {
     QStringList lines;
     for (const Finding &finding : findings)

@@ -59,4 +59,4 @@ QMap<QString, QByteArray> Snapshot(const QString &folder);
 QStringList Rules(const Findings &findings);
 
 /// All their lines, for the message of a failing test.
-QString Lines(const Findings &findings);
+QString LinesOf(const Findings &findings);
