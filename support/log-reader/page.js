@@ -41,6 +41,11 @@ function rich(segments) {
     });
 }
 
+/** A cell of the document, which has no capital at its start; names in it keep their letters. */
+function sentence(segments) {
+    return make("dd", typeof segments[0] === "string" ? {class: "sentence"} : {}, ...rich(segments));
+}
+
 function setStatus(text) {
     byId("status").textContent = text;
 }
@@ -105,10 +110,10 @@ function appendLines(list, run, from) {
 }
 
 function explanationOf(run, {quoted, means, todo, size}) {
-    const list = make("dl", {}, make("dt", {}, texts().means), make("dd", {}, ...rich(means)));
+    const list = make("dl", {}, make("dt", {}, texts().means), sentence(means));
     if (size)
         list.append(make("dd", {}, roomText(size, texts())));
-    list.append(make("dt", {}, texts().do), make("dd", {}, ...rich(todo)));
+    list.append(make("dt", {}, texts().do), sentence(todo));
     const box = make("div", {class: "explanation"});
     for (const number of quoted)
         box.append(make("p", {}, quotedLine(run.log, number)));
@@ -138,8 +143,11 @@ function timesText(run) {
 }
 
 function storyList(run) {
-    return make("ol", {class: "story"}, ...new Story(run, texts()).steps.map(({time, text, failed}) =>
-        make("li", failed ? {class: "bad"} : {}, ...(time ? [make("time", {}, time), " "] : []), text)));
+    const items = new Story(run, texts()).steps.map(({time, text, failed}) =>
+        make("li", {}, ...(time ? [make("time", {}, time), " "] : []), make("span", failed ? {class: "bad"} : {}, text)));
+    for (const item of items.slice(0, -1))
+        item.append(" · ");
+    return make("ol", {class: "story"}, ...items);
 }
 
 function runItem(run) {
@@ -151,8 +159,7 @@ function runItem(run) {
         item.append(make("p", {class: "quiet"}, texts().cutStart));
     if (run.overlaps)
         item.append(make("p", {class: "quiet"}, texts().overlap));
-    const {failures, asides} = explanations(run, page.language);
-    for (const [key, list] of [["failures", failures], ["asides", asides]]) {
+    for (const [key, list] of Object.entries(explanations(run, page.language))) {
         if (list.length)
             item.append(make("h4", {}, texts()[key]), ...list.map(each => explanationOf(run, each)));
     }

@@ -259,11 +259,12 @@ class Run {
         let score = 0;
         if (line.startsWith('"PROGRAM"') || line.startsWith('"CLIENT"')) {
             const [program] = this.log.values(number);
-            const isInstaller = this.stage === "verified" && program === this.package;
-            score = isInstaller ? 1 : agrees(this.client, program.split(".")[0] === this.client);
-            // The package was unpacked, or it is handed over: no client of another name.
-            if (this.stage === "verified" && !isInstaller && program.includes("/"))
-                score = -1;
+            // A package that is verified and not unpacked is an installer, which is started itself.
+            score = this.stage === "verified"
+                ? agrees(this.package, program === this.package)
+                : agrees(this.client, program.split(".")[0] === this.client);
+            if (score >= 0 && this.startsAtOnce(number))
+                score += 2;
         } else if (/^"PATH"  (open|Open|read|md5|successfully)/.test(line)) {
             score = agrees(this.package, this.log.values(number)[0] === this.package);
         } else if (line.startsWith("unzip ")) {
@@ -276,6 +277,20 @@ class Run {
             score = agrees(name, unescaped(this.log.values(number)[0]).endsWith(`/${name}`));
         }
         return onlyOwn && score < 1 ? -1 : score;
+    }
+
+    /** True when the client must be starting by the time of this line: only a prompt waits for a user. */
+    startsAtOnce(number) {
+        const milliseconds = line => Date.parse(this.log.time(line).replace(" ", "T"));
+        const sinceLast = milliseconds(number) - milliseconds(this.lines[this.lines.length - 1]);
+        const isWaiting = ["configured", "offered"].includes(this.stage)
+            || (this.stage === "answered" && this.answer.update !== "0" && this.answer.version !== this.installedVersion);
+        return !isWaiting && sinceLast <= 2000;
+    }
+
+    get installedVersion() {
+        const line = this.lines.find(number => this.log.patterns[number]?.rule.step === "configured");
+        return line === undefined ? "" : unescaped(this.log.values(line)[0]);
     }
 
     /** What the service answered; empty texts when it did not, or not in this form. */
@@ -476,16 +491,10 @@ class Story {
             this.add(time, "later");
         } else if (before === "answered" && !failed) {
             const {version, update} = answer;
-            const installed = this.installedVersion;
+            const installed = this.run.installedVersion;
             this.add(time, version === installed ? "upToDate" : update === "0" ? "notOffered" : "silenced");
         }
         this.add(time, "clientStarted");
-    }
-
-    get installedVersion() {
-        const {log, lines} = this.run;
-        const line = lines.find(number => log.patterns[number]?.rule.step === "configured");
-        return line === undefined ? "" : unescaped(log.values(line)[0]);
     }
 }
 
@@ -500,7 +509,7 @@ function explanation(run, number, language) {
     return {quoted, means, todo};
 }
 
-/** What the document says about the failures of a run, each once; then about how it ended. */
+/** What the document says about the failures of a run, each once, and about an end without a line. */
 function explanations(run, language) {
     const failures = [];
     const asides = [];
@@ -520,9 +529,8 @@ function explanations(run, language) {
         const isAside = pattern.rule.minor || !run.isTrouble;
         (isAside ? asides : failures).push(explanation(run, number, language));
     }
-    if (!run.isOver && run.outcome !== "handedOver")
-        failures.push(ending(run, language));
-    return {failures, asides};
+    const endings = run.isOver || run.outcome === "handedOver" ? [] : [ending(run, language)];
+    return {failures, asides, endings};
 }
 
 /** What the document says about a run that just ends. */
@@ -558,8 +566,7 @@ function storyText(run, language) {
     const lines = [`${from} – ${to.slice(11)} ${texts.outcomes[run.outcome]}`];
     for (const {time, text} of new Story(run, texts).steps)
         lines.push(`${time} ${text}`.trim());
-    const {failures, asides} = explanations(run, language);
-    for (const {means, todo, size} of [...failures, ...asides]) {
+    for (const {means, todo, size} of Object.values(explanations(run, language)).flat()) {
         lines.push("", `${texts.means}${texts.colon}${plainText(means)}`);
         if (size)
             lines.push(roomText(size, texts));

@@ -2,6 +2,8 @@
 #include "tests/support/testhome.h"
 
 #include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -130,6 +132,7 @@ private slots:
     void whatUsersAreToLookForIsInTheLines_data() { AddLanguages(); }
     void whatUsersAreToLookForIsInTheLines();
     void lastLinesAreLines();
+    void logReaderKnowsTheSameLines();
 
 private:
     static void AddLanguages();
@@ -248,6 +251,19 @@ void TestTroubleshootingDocument::lastLinesAreLines()
     QCOMPARE(lastLines.takeLast(), QString()); // any other
     for (const QString &line : qAsConst(lastLines))
         QVERIFY2(m_lines.contains(line), qPrintable(line));
+}
+
+void TestTroubleshootingDocument::logReaderKnowsTheSameLines()
+{
+    const QString page =
+        QString::fromUtf8(ReadFile(ProjectPath(QStringLiteral("support/log-reader.html"))));
+    static const QRegularExpression known(QStringLiteral(R"re("line":("(?:[^"\\]|\\.)*"))re"));
+    QStringList lines;
+    for (auto matches = known.globalMatch(page); matches.hasNext();) {
+        const QString json = QLatin1Char('[') + matches.next().captured(1) + QLatin1Char(']');
+        lines.append(QJsonDocument::fromJson(json.toUtf8()).array().at(0).toString());
+    }
+    QCOMPARE(lines, m_lines);
 }
 
 QTEST_GUILESS_MAIN(TestTroubleshootingDocument)
