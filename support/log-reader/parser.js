@@ -208,6 +208,8 @@ class Log {
 }
 Log.OPEN_RUNS = 4;
 
+const NO_ANSWER = {version: "", update: "", md5: "", url: "", size: 0};
+
 /** One run of the updater. Its stage is how far it came: the names in the rules of the lines. */
 class Run {
     constructor(log, isWhole) {
@@ -222,6 +224,7 @@ class Run {
         this.client = "";
         this.package = "";
         this.answerLine = -1;
+        this.knownAnswer = null;
     }
 
     get isOver() {
@@ -295,9 +298,13 @@ class Run {
 
     /** What the service answered; empty texts when it did not, or not in this form. */
     get answer() {
-        const none = {version: "", update: "", md5: "", url: "", size: 0};
         if (this.answerLine < 0)
-            return none;
+            return NO_ANSWER;
+        this.knownAnswer = this.knownAnswer || this.readAnswer();
+        return this.knownAnswer;
+    }
+
+    readAnswer() {
         try {
             const {biz} = JSON.parse(unescaped(this.log.values(this.answerLine)[0]));
             const text = value => (typeof value === "string" ? value : "");
@@ -309,7 +316,7 @@ class Run {
                 size: Number.isFinite(biz.packageSize) ? biz.packageSize : 0,
             };
         } catch {
-            return none;
+            return NO_ANSWER;
         }
     }
 
@@ -396,7 +403,7 @@ class Story {
     tellLost() {
         const {count, stalled, time} = this.lost;
         if (count > 0)
-            this.add(time, "interrupted", {failed: true, times: counted(this.texts.times, count)});
+            this.add(time, this.isOpen ? "breaking" : "interrupted", {failed: true, times: counted(this.texts.times, count)});
         if (stalled > 0)
             this.add(time, "stalled", {failed: true, times: counted(this.texts.times, stalled)});
         this.lost = {count: 0, stalled: 0, time: ""};
