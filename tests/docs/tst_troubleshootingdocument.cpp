@@ -4,6 +4,7 @@
 #include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -133,6 +134,7 @@ private slots:
     void whatUsersAreToLookForIsInTheLines();
     void lastLinesAreLines();
     void logReaderKnowsTheSameLines();
+    void logReaderTakesDebugLinesForFailures();
 
 private:
     static void AddLanguages();
@@ -264,6 +266,23 @@ void TestTroubleshootingDocument::logReaderKnowsTheSameLines()
         lines.append(QJsonDocument::fromJson(json.toUtf8()).array().at(0).toString());
     }
     QCOMPARE(lines, m_lines);
+}
+
+void TestTroubleshootingDocument::logReaderTakesDebugLinesForFailures()
+{
+    const QJsonObject rules =
+        QJsonDocument::fromJson(
+            ReadFile(ProjectPath(QStringLiteral("support/log-reader/lines.json"))))
+            .object();
+    for (const LogCall &call : qAsConst(m_calls)) {
+        if (!call.statement.startsWith(QLatin1String("qDebug")))
+            continue;
+        const QString line = m_lines.value(m_lines.indexOf(call.line));
+        const QJsonObject rule = rules.value(line).toObject();
+        QVERIFY2(rule.value(QStringLiteral("failed")).toBool() ||
+                     rule.value(QStringLiteral("minor")).toBool(),
+                 qPrintable(line));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestTroubleshootingDocument)
