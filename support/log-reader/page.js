@@ -143,8 +143,10 @@ function timesText(run) {
 }
 
 function storyList(run) {
-    const items = new Story(run, texts()).steps.map(({time, text, failed}) =>
-        make("li", {}, ...(time ? [make("time", {}, time), " "] : []), make("span", failed ? {class: "bad"} : {}, text)));
+    const items = new Story(run, texts()).steps.map(({time, text, failed}) => {
+        const told = make("span", failed ? {class: "bad"} : {}, text);
+        return make("li", {}, ...(time ? [make("time", {}, time), " "] : []), told);
+    });
     for (const item of items.slice(0, -1))
         item.append(" · ");
     return make("ol", {class: "story"}, ...items);
@@ -260,7 +262,8 @@ function showEncodings() {
     const select = byId("encoding");
     const {value} = select;
     const automatic = page.detected && !value ? `${texts().automatic} (${page.detected})` : texts().automatic;
-    select.replaceChildren(make("option", {value: ""}, automatic), ...ENCODINGS.map(name => make("option", {value: name}, name)));
+    const options = ENCODINGS.map(name => make("option", {value: name}, name));
+    select.replaceChildren(make("option", {value: ""}, automatic), ...options);
     select.value = value;
 }
 

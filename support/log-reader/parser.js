@@ -286,8 +286,9 @@ class Run {
     startsAtOnce(number) {
         const milliseconds = line => Date.parse(this.log.time(line).replace(" ", "T"));
         const sinceLast = milliseconds(number) - milliseconds(this.lines[this.lines.length - 1]);
+        const {update, version} = this.answer;
         const isWaiting = ["configured", "offered"].includes(this.stage)
-            || (this.stage === "answered" && this.answer.update !== "0" && this.answer.version !== this.installedVersion);
+            || (this.stage === "answered" && update !== "0" && version !== this.installedVersion);
         return !isWaiting && sinceLast <= 2000;
     }
 
@@ -402,10 +403,11 @@ class Story {
     /** Of several attempts one step. */
     tellLost() {
         const {count, stalled, time} = this.lost;
+        const told = number => ({failed: true, times: counted(this.texts.times, number)});
         if (count > 0)
-            this.add(time, this.isOpen ? "breaking" : "interrupted", {failed: true, times: counted(this.texts.times, count)});
+            this.add(time, this.isOpen ? "breaking" : "interrupted", told(count));
         if (stalled > 0)
-            this.add(time, "stalled", {failed: true, times: counted(this.texts.times, stalled)});
+            this.add(time, "stalled", told(stalled));
         this.lost = {count: 0, stalled: 0, time: ""};
     }
 
@@ -512,8 +514,9 @@ function explanation(run, number, language) {
     const [error] = pattern.line.endsWith(" ERROR") ? log.values(number) : [];
     const known = DATA.errors.find(({name}) => error && (name === error || name.endsWith(`::${error}`)));
     const {means, todo} = (known || DATA.lines[pattern.index])[language];
-    const quoted = pattern.rule.step === "refused" ? run.lines.slice(0, run.lines.indexOf(number) + 1).slice(-2) : [number];
-    return {quoted, means, todo};
+    const place = run.lines.indexOf(number);
+    const isRefused = pattern.rule.step === "refused"; // the line before has both digests
+    return {quoted: run.lines.slice(isRefused ? Math.max(0, place - 1) : place, place + 1), means, todo};
 }
 
 /** What the document says about the failures of a run, each once, and about an end without a line. */
@@ -544,15 +547,16 @@ function explanations(run, language) {
 function ending(run, language) {
     const last = run.lines.filter(number => run.log.patterns[number]?.rule.step).pop();
     const line = last === undefined ? "" : run.log.patterns[last].line;
-    const {means, todo} = (DATA.endings.find(({name}) => name === line) || DATA.endings[DATA.endings.length - 1])[language];
+    const known = DATA.endings.find(({name}) => name === line);
+    const {means, todo} = (known || DATA.endings[DATA.endings.length - 1])[language];
     const size = run.stage === "offered" ? run.answer.size : 0;
     return {quoted: last === undefined ? [] : [last], means, todo, size};
 }
 
 /** Characters that change how others look, or that cannot be seen, as their numbers. */
 function visible(text) {
-    const unseen = /[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u00ad\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]/g;
-    return text.replace(unseen, character => `\\u${character.charCodeAt(0).toString(16).padStart(4, "0")}`);
+    const unseen = /(?!\t)[\p{Cc}\p{Cf}\p{Zl}\p{Zp}]/gu;
+    return text.replace(unseen, character => `\\u${character.codePointAt(0).toString(16).padStart(4, "0")}`);
 }
 
 /** Markdown's segments as plain text. */

@@ -44,6 +44,7 @@ class Browser:
         self._session: Optional[str] = None
         target = self.send("Target.createTarget", url="about:blank")["targetId"]
         self._session = self.send("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
+        self.send("Emulation.setScrollbarsHidden", hidden=True)
         for domain in ("Page", "Runtime", "Log", "Network"):
             self.send(f"{domain}.enable")
 
