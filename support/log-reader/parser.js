@@ -6,16 +6,16 @@ const PATTERNS = DATA.lines.map(({line, rule}, index) => ({
     index,
     rule,
     line,
-    parts: line.split(/("[A-Z]+"|\b(?:N|ERROR)$|\bN\b)/).filter(part => part !== ""),
+    parts: line.split(/("[A-Z]+"|\b(?:N|ERROR)$)/).filter(part => part !== "").map(part => ({
+        text: part,
+        kind: /^"[A-Z]+"$/.test(part) ? "quoted" : /^(N|ERROR)$/.test(part) ? "bare" : "literal",
+    })),
 }));
-
-const isQuotedValue = part => /^"[A-Z]+"$/.test(part);
-const isBareValue = part => part === "N" || part === "ERROR";
 
 const KEY_LENGTH = 4;
 
 /** Those that begin with a value in quotes, and the others by their first characters. */
-const QUOTED_FIRST = PATTERNS.filter(pattern => isQuotedValue(pattern.parts[0]));
+const QUOTED_FIRST = PATTERNS.filter(pattern => pattern.parts[0].kind === "quoted");
 const BY_KEY = new Map();
 for (const pattern of PATTERNS) {
     if (QUOTED_FIRST.includes(pattern))
@@ -23,7 +23,6 @@ for (const pattern of PATTERNS) {
     const key = pattern.line.slice(0, KEY_LENGTH);
     BY_KEY.set(key, [...(BY_KEY.get(key) || []), pattern]);
 }
-const PATTERN_OF = new Map(PATTERNS.map(pattern => [pattern.line, pattern]));
 
 /** Where the text in quotes ends that begins at `start`: behind its last quote; -1 when it has none. */
 function endOfQuoted(text, start, end) {
@@ -39,44 +38,59 @@ function endOfQuoted(text, start, end) {
     return -1;
 }
 
-/** The values in the line from `start` to `end`, as pairs of positions; null when it is another line. */
-function valuesIn(pattern, text, start, end) {
-    const values = [];
+/** Where a part of a pattern ends that begins at `start`; -1 when it does not. */
+function endOfPart(part, text, start, end) {
+    if (part.kind === "quoted")
+        return endOfQuoted(text, start, end);
+    if (part.kind === "literal")
+        return text.startsWith(part.text, start) ? start + part.text.length : -1;
+    const blank = text.slice(start, end).indexOf(" ");
+    const next = blank < 0 ? end : start + blank;
+    return next > start ? next : -1;
+}
+
+/** Whether these parts, from the one of this number on, are the line from `start` to `end`. */
+function isMatch({parts}, first, text, start, end) {
     let at = start;
-    for (const part of pattern.parts) {
-        let next;
-        if (isQuotedValue(part)) {
-            next = endOfQuoted(text, at, end);
-            if (next < 0)
-                return null;
-            values.push([at + 1, next - 1]);
-        } else if (isBareValue(part)) {
-            next = at;
-            while (next < end && text[next] !== " ")
-                ++next;
-            if (next === at)
-                return null;
-            values.push([at, next]);
-        } else {
-            if (!text.startsWith(part, at))
-                return null;
-            next = at + part.length;
-        }
-        at = next;
-    }
-    return at === end ? values : null;
+    for (let index = first; index < parts.length && at >= 0; ++index)
+        at = endOfPart(parts[index], text, at, end);
+    return at === end;
 }
 
 /** The pattern of the text of a line, from `start` to `end`; undefined when it is none of the program's. */
 function patternAt(text, start, end) {
-    const candidates = text[start] === '"' ? QUOTED_FIRST : BY_KEY.get(text.slice(start, start + KEY_LENGTH)) || [];
-    return candidates.find(pattern => valuesIn(pattern, text, start, end));
+    const quotedEnd = endOfQuoted(text, start, end);
+    if (quotedEnd >= 0)
+        return QUOTED_FIRST.find(pattern => isMatch(pattern, 1, text, quotedEnd, end));
+    const candidates = BY_KEY.get(text.slice(start, start + KEY_LENGTH));
+    return candidates && candidates.find(pattern => isMatch(pattern, 0, text, start, end));
+}
+
+/** The values in a line of this pattern, without their quotes. */
+function valuesOf({parts}, text, start, end) {
+    const values = [];
+    let at = start;
+    for (const part of parts) {
+        const next = endOfPart(part, text, at, end);
+        if (part.kind !== "literal")
+            values.push(part.kind === "quoted" ? text.slice(at + 1, next - 1) : text.slice(at, next));
+        at = next;
+    }
+    return values;
 }
 
 const ESCAPES = {n: "\n", r: "\r", t: "\t", b: "\b", f: "\f", a: "\x07", v: "\v", 0: "\0"};
 
 /** The text that the program has put in quotes. */
 function unescaped(text) {
+    // Most escapes are JSON's, which the browser reads faster.
+    if (!/\\[^"\\bfnrtu]/.test(text)) {
+        try {
+            return JSON.parse(`"${text}"`);
+        } catch {
+            // A cut line, or control characters.
+        }
+    }
     const escape = /\\(?:x([0-9a-fA-F]{1,2})|u([0-9a-fA-F]{4})|U([0-9a-fA-F]{8})|([^]))/g;
     return text.replace(escape, (all, two, four, eight, one) => {
         if (one !== undefined)
@@ -147,8 +161,7 @@ class Log {
     /** The values of the line as they stand in it, without their quotes. */
     values(number) {
         const pattern = this.patterns[number];
-        const found = valuesIn(pattern, this.text, this.starts[number] + this.heads[number], this.ends[number]);
-        return found.map(([from, to]) => this.text.slice(from, to));
+        return valuesOf(pattern, this.text, this.starts[number] + this.heads[number], this.ends[number]);
     }
 
     /** Puts a line into the run that it belongs to. */
@@ -188,22 +201,21 @@ class Log {
      * follow in, and whose client and package it does not contradict; before that to one whose own names it has.
      */
     openRunFor(number, pattern) {
-        const from = pattern.rule.from;
+        const {from} = pattern.rule;
+        if (!from)
+            return this.runs[this.runs.length - 1];
+        const candidates = this.runs.slice(-Log.OPEN_RUNS).filter(run => from.includes(run.stage)).reverse();
         let best = null;
         let bestScore = -1;
-        const oldest = Math.max(0, this.runs.length - Log.OPEN_RUNS);
-        for (let index = this.runs.length - 1; index >= oldest; --index) {
-            const run = this.runs[index];
-            if (from ? !from.includes(run.stage) : index < this.runs.length - 1)
-                continue;
-            // Most often there is one run, and nothing to compare.
-            const score = run.fits(number, pattern, from && from.includes("begin"));
+        for (const run of candidates) {
+            const score = run.fits(number, pattern, candidates.length === 1);
             if (score > bestScore) {
                 best = run;
                 bestScore = score;
             }
         }
-        return best;
+        // A line that may begin a run goes on with another only when it has its names.
+        return from.includes("begin") && bestScore < 1 ? null : best;
     }
 }
 Log.OPEN_RUNS = 4;
@@ -255,8 +267,11 @@ class Run {
         }
     }
 
-    /** 1 when the line names this run's own client or package, 0 when it names neither, -1 when others. */
-    fits(number, pattern, onlyOwn) {
+    /**
+     * 1 when the line names this run's own client or package, 0 when it names neither, -1 when others; more when it
+     * is about time for it. What takes long to find out is left out where there is nothing to compare.
+     */
+    fits(number, pattern, isAlone) {
         const agrees = (known, same) => (known === "" ? 0 : same ? 1 : -1);
         const {line} = pattern;
         let score = 0;
@@ -266,20 +281,20 @@ class Run {
             score = this.stage === "verified"
                 ? agrees(this.package, program === this.package)
                 : agrees(this.client, program.split(".")[0] === this.client);
-            if (score >= 0 && this.startsAtOnce(number))
+            if (!isAlone && score >= 0 && this.startsAtOnce(number))
                 score += 2;
         } else if (/^"PATH"  (open|Open|read|md5|successfully)/.test(line)) {
             score = agrees(this.package, this.log.values(number)[0] === this.package);
         } else if (line.startsWith("unzip ")) {
             const folder = this.package.slice(0, this.package.lastIndexOf("/") + 1);
             score = agrees(this.package, this.log.values(number)[0].startsWith(folder));
-        } else if (line.startsWith("org: ")) {
+        } else if (!isAlone && line.startsWith("org: ")) {
             score = agrees(this.answer.md5, unescaped(this.log.values(number)[0]) === this.answer.md5);
-        } else if (line.startsWith("update fileName")) {
+        } else if (!isAlone && line.startsWith("update fileName")) {
             const name = this.answer.url.slice(this.answer.url.lastIndexOf("/") + 1);
             score = agrees(name, unescaped(this.log.values(number)[0]).endsWith(`/${name}`));
         }
-        return onlyOwn && score < 1 ? -1 : score;
+        return score;
     }
 
     /** True when the client must be starting by the time of this line: only a prompt waits for a user. */
@@ -629,8 +644,9 @@ function decoded(bytes, encoding) {
     if (bytes[0] === 0xfe && bytes[1] === 0xff)
         return decoded(bytes, "utf-16be");
     try {
-        new TextDecoder("utf-8", {fatal: true}).decode(withoutHalves(bytes));
-        return decoded(bytes, "utf-8");
+        const whole = withoutHalves(bytes);
+        const text = new TextDecoder("utf-8", {fatal: true}).decode(whole);
+        return whole.length === bytes.length ? {text, encoding: "utf-8"} : decoded(bytes, "utf-8");
     } catch {
         return decoded(bytes, comesInPairs(bytes) ? "gb18030" : "windows-1252");
     }
