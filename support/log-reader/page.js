@@ -1,4 +1,3 @@
-
 // What is on the page. Texts of the log only ever become text nodes.
 
 const RUNS_AT_ONCE = 30;

@@ -340,6 +340,16 @@ class LogReader(unittest.TestCase):
                  if event["method"] == "Network.requestWillBeSent"]
         self.assertEqual(asked, [PAGE.as_uri()])
 
+    def test_hostile_logs_open(self) -> None:
+        head = HEAD.format(0)
+        never_closed = f'{head}"x\r\n{head}cmd line parameters : "y\r\n' * 100_000
+        errors = "".join(f"{head}Download Network Error: QNetworkReply::E{number}\r\n" for number in range(100_000))
+        refusals = f'{head}org: "1"  checkmd5: "2"\r\n{head}"C:/x"  md5 check filed\r\n' * 50_000
+        for text in (never_closed, errors, refusals, f"{head}Service Jsondata: \"{'x' * LOG_LIMIT}\"\r\n"):
+            self.drop(text)
+            self.assertLess(self.browser.evaluate("document.querySelectorAll('*').length"), 1000)
+            self.assertTrue(self.browser.evaluate("page.log.runs.length === 1"))
+
     def test_copy_has_no_secrets(self) -> None:
         self.browser.send("Browser.grantPermissions", permissions=["clipboardReadWrite", "clipboardSanitizedWrite"])
         arguments = ("qorb-meeting://host.example/room?id=7", "--token=abcd")
