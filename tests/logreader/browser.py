@@ -147,6 +147,12 @@ class Browser:
         for kind in ("dragEnter", "dragOver", "drop"):
             self.send("Input.dispatchDragEvent", type=kind, x=100, y=100, data=data)
 
+    def choose(self, selector: str, file: Path) -> None:
+        """Chooses a file in an input."""
+        root = self.send("DOM.getDocument")["root"]["nodeId"]
+        node = self.send("DOM.querySelector", nodeId=root, selector=selector)["nodeId"]
+        self.send("DOM.setFileInputFiles", nodeId=node, files=[str(file)])
+
     def media(self, scheme: str) -> None:
         """Light or dark."""
         self.send("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])

@@ -194,6 +194,11 @@ class LogReader(unittest.TestCase):
         )
         self.assertEqual(self.text(".outcome"), "Updated")
 
+    def test_chosen_file_is_opened(self) -> None:
+        self.browser.choose("#file", LOGS / "updated.log")
+        self.browser.wait_until("byId('runs').children.length")
+        self.assertEqual(self.text(".outcome"), "Updated")
+
     def test_newest_run_is_first(self) -> None:
         self.drop(log_of(run_lines("Client", "2.1.3") + run_lines("Client", "2.1.4")))
         stories = self.browser.evaluate("[...document.querySelectorAll('.story')].map(story => story.textContent)")
