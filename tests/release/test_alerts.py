@@ -80,6 +80,7 @@ CASES = (
     Case("one node of two is not asked any more", "UpdatesNoChecks",
          {checks(instance="node1"): STOPPED, checks(instance="node2"): STEADY}),
     Case("checks stopped only now", "UpdatesNoChecks", {checks(): STOPPED}, minute=29),
+    Case("checks stopped a while ago", "UpdatesNoChecks", {checks(): STOPPED}, ({},), minute=31),
 
     Case("less than half of last week", "UpdatesFewChecks", {checks(): "0+100x335 33500+40x20"}, ({},),
          minute=WEEK_MINUTES + 180, interval=30),
@@ -120,6 +121,9 @@ CASES = (
          {probes("node1", "2.2.0"): STOPPED, probes("node1", "2.2.1"): "0x20 0+1x40"}),
     Case("some of the checks are in the share", "UpdatesNothingOffered",
          {probes("node1", "none"): STEADY, probes("node1", "2.2.0", "monitor-2"): STEADY}),
+    Case("offers stopped on another day", "UpdatesNothingOffered",
+         {probes("node1", "2.2.0"): "0+60x10 600x800", probes("node1", "none"): "0x10 0+1x800"},
+         minute=1500, interval=2),
     Case("nothing was ever offered", "UpdatesNothingOffered", {probes("node1", "none"): STEADY}),
     Case("the monitor asks no more", "UpdatesNothingOffered",
          {probes("node1", "2.2.0"): STOPPED, probes("node1", "none"): SILENT}),
@@ -149,6 +153,9 @@ CASES = (
 
     Case("a fifth is interrupted", "UpdatesDownloadsInterrupted",
          {downloads("completed"): "0+4x60", downloads("interrupted"): "0+1x60"}, ({"package": "Client-2.2.0.zip"},)),
+    Case("a fifth is interrupted, among many parts", "UpdatesDownloadsInterrupted",
+         {downloads("completed"): "0+4x60", downloads("interrupted"): "0+1x60", downloads("range"): "0+600x60"},
+         ({"package": "Client-2.2.0.zip"},)),
     Case("a twentieth is interrupted", "UpdatesDownloadsInterrupted",
          {downloads("completed"): "0+19x60", downloads("interrupted"): "0+1x60"}),
     Case("a fifth is interrupted, of hardly any", "UpdatesDownloadsInterrupted",
