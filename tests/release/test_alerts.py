@@ -9,7 +9,9 @@ import unittest
 from dataclasses import dataclass
 from pathlib import Path
 
-MONITORING = Path(__file__).resolve().parents[2] / "release" / "monitoring"
+PROJECT = Path(__file__).resolve().parents[2]
+DOCUMENT = PROJECT / "docs" / "service.md"
+MONITORING = PROJECT / "release" / "monitoring"
 RULES = MONITORING / "alerts.yml"
 ALERTS = re.findall(r"^ *- alert: (\w+)$", RULES.read_text(encoding="utf-8"), re.MULTILINE)
 
@@ -190,6 +192,10 @@ class Alerts(unittest.TestCase):
         self.assertGreater(len(ALERTS), 10)
         self.assertEqual({case.alert for case in CASES if case.fires}, set(ALERTS))
         self.assertEqual({case.alert for case in CASES if not case.fires}, set(ALERTS))
+
+    def test_the_document_has_every_rule(self) -> None:
+        rows = re.findall(r"^\| `(Updates\w+)` \|", DOCUMENT.read_text(encoding="utf-8"), re.MULTILINE)
+        self.assertEqual(rows, ALERTS)
 
     def test_every_rule_says_how_bad_it_is_and_what_to_do(self) -> None:
         for rule in re.split(r"^ *- alert: ", RULES.read_text(encoding="utf-8"), flags=re.MULTILINE)[1:]:
