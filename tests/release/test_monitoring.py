@@ -279,7 +279,7 @@ class Watched(unittest.TestCase):
         def fitted(name: str) -> str:
             text = (MONITORING / name).read_text(encoding="utf-8")
             text = re.sub(r"_interval: \d+s", "_interval: 1s", text)
-            return text.replace("for: 5m", "for: 1s").replace("[5m]", "[5s]")
+            return text.replace("for: 5m", "for: 1s").replace("[5m]", "[4s]")
 
         config = fitted("prometheus.yml")
         ports = [node.port for node in self.nodes]
