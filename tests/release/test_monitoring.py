@@ -325,7 +325,8 @@ class Watched(unittest.TestCase):
         for expression in (*sorted(names), *expressions):
             wait_until(lambda: self.ask(expression), f"a figure for {expression}")
 
-        wait_until(lambda: self.ask('count(up == 1) == 3 + 1 + 2 * 9'), "all targets")
+        wait_until(lambda: self.ask('count(up == 1) == 2 + 1 + 1 + 2 * 9'), "all targets")
+        wait_until(lambda: self.ask('count(probe_success == 1) == 1 + 2 * 9'), "all answers to the monitor")
         found = json.loads(self.prometheus.get("/api/v1/rules"))["data"]["groups"][0]["rules"]
         self.assertEqual({rule["health"] for rule in found}, {"ok"}, found)
 
