@@ -35,10 +35,19 @@ done
 exec /usr/bin/install "$@" """,
     "nginx": 'exec /usr/sbin/nginx -e ROOT/var/log/nginx/error.log -c ROOT/etc/nginx/nginx.conf "$@"',
     "ssh": '[ "$1" = -l ] && shift 2; shift; exec sh -c "$*"',
-    "systemctl": """case $1 in
-    restart) nginx ;;
+    # systemd reads the units, with all that they name; it prints something only when it is not content.
+    "systemctl": """verify() {
+    for unit; do
+        case $unit in *.*) ;; *) unit=$unit.service ;; esac
+        found=$(SYSTEMD_UNIT_PATH=ROOT/etc/systemd/system: systemd-analyze verify --man=no "$unit" 2>&1) &&
+            [ -z "$found" ] || { echo "$found" >&2; exit 1; }
+    done
+}
+case $1 in
+    restart) case $2 in nginx) nginx ;; *) shift; verify "$@" ;; esac ;;
     reload) nginx -s reload ;;
-    enable) [ -s "ROOT/etc/systemd/system/$3" ] && [ -s "ROOT/etc/systemd/system/${3%.timer}.service" ] ;;
+    daemon-reload) ;;
+    enable) shift 2; verify "$@" ;;
     *) exit 1 ;;
 esac""",
 }
@@ -72,6 +81,8 @@ class CommandBlocks(unittest.TestCase):
             program.write_text(f"#!/bin/sh\n{commands}\n".replace("ROOT", str(self.root)))
             program.chmod(0o755)
         self.install_nginx()
+        for folder in ("etc/default", "etc/mtail", "etc/prometheus"):
+            (self.root / folder).mkdir()
         (self.room / "build/native").mkdir(parents=True)
         (self.room / "build/native/publish").symlink_to(TOOL)
         shutil.copytree(PROJECT / "release", self.room / "release", copy_function=self.copy_moved)
