@@ -65,6 +65,9 @@ sub vcl_recv {
     unset req.http.Authorization;
     unset req.http.Accept-Encoding;
 
+    # For the log: as HAProxy says it. Varnish has added HAProxy's own address.
+    set req.http.X-Forwarded-For = regsub(req.http.X-Forwarded-For, ", [^,]*$", "");
+
     if (req.method == "PURGE") {
         if (local.socket != "purge" || client.ip !~ purgers) {
             return (synth(403));

@@ -238,6 +238,24 @@ class Fleet:
             ("/var/lib/varnish/packages.bin,20G", f"{self.work}/packages.bin,256M"))
         program = self.run("varnish", *command.split())
         program.wait_for(lambda: answers(self.cache), "varnish")
+        for kind in ("completed", "interrupted"):
+            self.start_packages_log(kind)
+
+    def start_packages_log(self, kind: str) -> None:
+        """The log of what the cache sends, with the command line of its systemd unit."""
+        unit = self.shipped("fleet/packages-log@.service")
+        command = changed(
+            unit.split("ExecStart=")[1].split("\n")[0].replace("%i", kind),
+            ("/usr/bin/varnishncsa", f"env TZ=UTC varnishncsa -n {self.work}/varnish"),
+            ("/var/log/varnish", self.work),
+            ("/etc/varnish", self.project / "release/fleet"))
+        self.run(f"packages-log-{kind}", *command.split())
+
+    def package_lines(self, kind: str, path: str) -> list:
+        """The bytes of each download in that log."""
+        log = self.work / f"packages-{kind}.log"
+        lines = map(json.loads, log.read_text().splitlines() if log.exists() else ())
+        return [line["bytes"] for line in lines if line["path"] == path]
 
     def run(self, name: str, *command: object) -> Program:
         """A program that ends with the fleet."""

@@ -362,6 +362,10 @@ class Proof:
         tell(f"{size * len(found) / 1e6:,.0f} MB in {seconds:.1f} s")
         if times != 1:
             fail(f"the nodes were asked {times} times")
+        wait_until(lambda: len(self.fleet.package_lines("completed", path)) >= len(found),
+                   "the lines of the downloads")
+        if self.fleet.package_lines("interrupted", path):
+            fail("whole downloads are logged as interrupted ones")
         self.row(f"{SIZES.downloads:,} clients request one new package",
                  f"the nodes sent it once: {sent:,} bytes of {size * len(found):,}",
                  self.monitoring.none_since(began))
