@@ -17,17 +17,20 @@ from pathlib import Path
 
 PATIENCE_SECONDS = 60
 BALANCER_ADDRESS = "127.0.0.2"
+MONITOR_ADDRESS = "127.0.0.1"
 NAMES = ("updates.example.com", "localhost")
+# The cache logs downloads in two files.
+LOGGED = ("completed", "interrupted")
 # A machine's limit on open files may be 20,000; a connection takes two.
 BALANCER_CONNECTIONS = 8000
 
 
-def wait_until(condition, what: str, seconds: float = PATIENCE_SECONDS) -> None:
-    """Returns once the condition holds."""
+def wait_until(condition, what, seconds: float = PATIENCE_SECONDS) -> None:
+    """Returns once the condition holds. WHAT is awaited: a text, or what makes one in the end."""
     deadline = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > deadline:
-            raise TimeoutError(f"never came: {what}")
+            raise TimeoutError(f"never came: {what() if callable(what) else what}")
         time.sleep(0.05)
 
 
@@ -153,7 +156,7 @@ class Node:
 
 
 class Fleet:
-    """Three nodes, HAProxy and Varnish, and Prometheus with what it asks when it is configured."""
+    """Three nodes, HAProxy and Varnish."""
 
     def __init__(self, project: Path, work: Path):
         self.project = project
@@ -177,7 +180,7 @@ class Fleet:
         self.replacements.mkdir(parents=True)
         (self.replacements / "clients.conf").write_text(changed(
             self.shipped("nginx/updates/clients.conf"),
-            ("#     set_real_ip_from 192.0.2.0/24;", f"set_real_ip_from {BALANCER_ADDRESS};"),
+            ("#     set_real_ip_from 192.0.2.0/24;", f"set_real_ip_from {BALANCER_ADDRESS};\nset_real_ip_from {MONITOR_ADDRESS};"),
             ("#     real_ip_", "real_ip_")))
         for node in self.nodes:
             node.start()
@@ -238,7 +241,7 @@ class Fleet:
             ("/var/lib/varnish/packages.bin,20G", f"{self.work}/packages.bin,256M"))
         program = self.run("varnish", *command.split())
         program.wait_for(lambda: answers(self.cache), "varnish")
-        for kind in ("completed", "interrupted"):
+        for kind in LOGGED:
             self.start_packages_log(kind)
 
     def start_packages_log(self, kind: str) -> None:
@@ -251,9 +254,13 @@ class Fleet:
             ("/etc/varnish", self.project / "release/fleet"))
         self.run(f"packages-log-{kind}", *command.split())
 
+    def packages_log(self, kind: str) -> Path:
+        """Where that log is."""
+        return self.work / f"packages-{kind}.log"
+
     def package_lines(self, kind: str, path: str) -> list:
         """The bytes of each download in that log."""
-        log = self.work / f"packages-{kind}.log"
+        log = self.packages_log(kind)
         lines = map(json.loads, log.read_text().splitlines() if log.exists() else ())
         return [line["bytes"] for line in lines if line["path"] == path]
 
@@ -265,7 +272,7 @@ class Fleet:
 
     def end(self) -> None:
         """Ends everything, the front first."""
-        for program in self.programs + [node.program for node in self.nodes if node.program]:
+        for program in self.programs[::-1] + [node.program for node in self.nodes if node.program]:
             program.end()
 
     def statistics(self) -> str:
