@@ -73,13 +73,13 @@ struct Answer {
     unsigned long long bytes = 0; // of the body
 };
 
-double now()
+double Now()
 {
     using Seconds = std::chrono::duration<double>;
     return Seconds(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
-std::string text(in_addr_t address)
+std::string Text(in_addr_t address)
 {
     char buffer[INET_ADDRSTRLEN];
     const in_addr network{htonl(address)};
@@ -100,8 +100,8 @@ public:
         setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         setsockopt(m_socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-        const sockaddr_in from = endpoint(source, 0);
-        const sockaddr_in to = endpoint(INADDR_LOOPBACK, port);
+        const sockaddr_in from = Endpoint(source, 0);
+        const sockaddr_in to = Endpoint(INADDR_LOOPBACK, port);
         if (bind(m_socket, reinterpret_cast<const sockaddr *>(&from), sizeof from) != 0 ||
             connect(m_socket, reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0) {
             m_failure = kNoConnection;
@@ -125,7 +125,7 @@ public:
     Connection &operator=(Connection &&) = delete;
 
     /// Sends a request and reads the answer to its end; keeps the body when it is to be read.
-    Answer ask(const std::string &request, bool keepsBody)
+    Answer Ask(const std::string &request, bool keepsBody)
     {
         Answer answer;
         answer.failure = m_failure;
@@ -138,11 +138,11 @@ public:
         std::string head;
         size_t end = std::string::npos;
         while ((end = head.find("\r\n\r\n")) == std::string::npos) {
-            if (!receive(answer, head))
+            if (!Receive(answer, head))
                 return answer;
         }
         answer.status = std::atoi(head.c_str() + std::strlen("HTTP/1.1 "));
-        const size_t lengthAt = lowerCase(head.substr(0, end)).find("\r\ncontent-length: ");
+        const size_t lengthAt = LowerCase(head.substr(0, end)).find("\r\ncontent-length: ");
         const char *digits = head.c_str() + lengthAt + std::strlen("\r\ncontent-length: ");
         unsigned long long missing =
             lengthAt == std::string::npos ? 0 : std::strtoull(digits, nullptr, 10);
@@ -155,13 +155,13 @@ public:
             if (missing == 0)
                 return answer;
             piece.clear();
-            if (!receive(answer, piece))
+            if (!Receive(answer, piece))
                 return answer;
         }
     }
 
     /// What went through the socket so far, in both directions.
-    unsigned long long wireBytes() const
+    unsigned long long WireBytes() const
     {
         if (m_failure == kNoConnection)
             return 0;
@@ -169,7 +169,7 @@ public:
     }
 
 private:
-    static sockaddr_in endpoint(in_addr_t address, in_port_t port)
+    static sockaddr_in Endpoint(in_addr_t address, in_port_t port)
     {
         sockaddr_in result{};
         result.sin_family = AF_INET;
@@ -178,14 +178,14 @@ private:
         return result;
     }
 
-    static std::string lowerCase(std::string head)
+    static std::string LowerCase(std::string head)
     {
         for (char &letter : head)
             letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
         return head;
     }
 
-    bool receive(Answer &answer, std::string &to)
+    bool Receive(Answer &answer, std::string &to)
     {
         char buffer[kBufferSize];
         const int received = SSL_read(m_tls, buffer, sizeof buffer);
@@ -203,7 +203,7 @@ private:
     std::string m_failure;
 };
 
-std::string checkRequest(const std::string &forwarded, bool keepsConnection)
+std::string CheckRequest(const std::string &forwarded, bool keepsConnection)
 {
     std::string request = "POST /check HTTP/1.1\r\nHost: localhost\r\nX-Request-From: internal\r\n"
                           "content-type: application/json;charset=UTF-8\r\n";
@@ -214,13 +214,13 @@ std::string checkRequest(const std::string &forwarded, bool keepsConnection)
            kCheckBody;
 }
 
-std::string getRequest(const std::string &path, bool isWhole)
+std::string GetRequest(const std::string &path, bool isWhole)
 {
     return "GET " + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n" +
            (isWhole ? "" : "Range: bytes=0-0\r\n") + "\r\n";
 }
 
-std::string decision(const Answer &answer)
+std::string Decision(const Answer &answer)
 {
     if (!answer.failure.empty())
         return answer.failure;
@@ -239,7 +239,7 @@ class Gate
 {
 public:
     explicit Gate(unsigned threads) : m_missing(threads) {}
-    void pass()
+    void Pass()
     {
         std::unique_lock lock(m_mutex);
         if (--m_missing == 0)
@@ -271,17 +271,17 @@ public:
     Clients(Clients &&) = delete;
     Clients &operator=(Clients &&) = delete;
 
-    void run()
+    void Run()
     {
         std::vector<std::thread> threads;
         for (unsigned i = 0; i < m_plan.threads; ++i)
-            threads.emplace_back([this] { work(); });
+            threads.emplace_back([this] { Work(); });
         for (std::thread &thread : threads)
             thread.join();
     }
 
 private:
-    void work()
+    void Work()
     {
         while (isOver == 0) {
             const unsigned number = m_next++;
@@ -289,72 +289,72 @@ private:
                 return;
             const in_addr_t address = m_plan.first + number % m_plan.count;
             if (m_plan.kind == Kind::Forward)
-                checkForwarded(address);
+                CheckForwarded(address);
             else if (m_plan.kind == Kind::Get)
-                download(address);
+                Download(address);
             else
-                check(address, number);
+                Check(address, number);
         }
     }
 
-    void check(in_addr_t address, unsigned number)
+    void Check(in_addr_t address, unsigned number)
     {
         if (m_plan.rate != 0) {
             std::this_thread::sleep_until(
                 m_begin + std::chrono::microseconds(1000000ULL * number / m_plan.rate));
         }
-        const double start = now();
+        const double start = Now();
         Connection connection(m_context, address, m_plan.port);
-        const Answer answer = connection.ask(checkRequest(kForgedAddress, false), true);
-        const std::string result = decision(answer);
-        print(start, address, connection.wireBytes(), result);
+        const Answer answer = connection.Ask(CheckRequest(kForgedAddress, false), true);
+        const std::string result = Decision(answer);
+        Print(start, address, connection.WireBytes(), result);
         if (m_plan.kind == Kind::Forever && answer.status == 200 && result != "none")
-            findPackage(address, result);
+            FindPackage(address, result);
     }
 
-    void findPackage(in_addr_t address, const std::string &version)
+    void FindPackage(in_addr_t address, const std::string &version)
     {
-        const double start = now();
+        const double start = Now();
         Connection connection(m_context, address, m_plan.port);
         const Answer answer =
-            connection.ask(getRequest(kPackagePrefix + version + ".zip", false), false);
-        print(start, address, answer.bytes, "package-" + status(answer));
+            connection.Ask(GetRequest(kPackagePrefix + version + ".zip", false), false);
+        Print(start, address, answer.bytes, "package-" + Status(answer));
     }
 
-    void checkForwarded(in_addr_t address)
+    void CheckForwarded(in_addr_t address)
     {
         thread_local std::unique_ptr<Connection> connection;
-        const double start = now();
+        const double start = Now();
         const bool isNew = !connection;
         if (isNew)
             connection = std::make_unique<Connection>(m_context, m_plan.source, m_plan.port);
-        Answer answer = connection->ask(checkRequest(text(address), true), true);
+        Answer answer = connection->Ask(CheckRequest(Text(address), true), true);
         // nginx ends a connection after a thousand requests.
         if (!isNew && !answer.failure.empty()) {
             connection = std::make_unique<Connection>(m_context, m_plan.source, m_plan.port);
-            answer = connection->ask(checkRequest(text(address), true), true);
+            answer = connection->Ask(CheckRequest(Text(address), true), true);
         }
-        print(start, address, answer.bytes, decision(answer));
+        Print(start, address, answer.bytes, Decision(answer));
     }
 
-    void download(in_addr_t address)
+    void Download(in_addr_t address)
     {
         Connection connection(m_context, address, m_plan.port);
-        m_gate.pass();
-        const double start = now();
-        const Answer answer = connection.ask(getRequest(m_plan.path, true), false);
-        print(start, address, answer.bytes, status(answer));
+        m_gate.Pass();
+        const double start = Now();
+        const Answer answer = connection.Ask(GetRequest(m_plan.path, true), false);
+        Print(start, address, answer.bytes, Status(answer));
     }
 
-    static std::string status(const Answer &answer)
+    static std::string Status(const Answer &answer)
     {
         return answer.failure.empty() ? std::to_string(answer.status) : answer.failure;
     }
 
-    static void print(double start, in_addr_t address, unsigned long long bytes,
+    static void Print(double start, in_addr_t address, unsigned long long bytes,
                       const std::string &result)
     {
-        std::printf("%.3f %.3f %s %llu %s\n", start, now() - start, text(address).c_str(), bytes,
+        std::printf("%.3f %.3f %s %llu %s\n", start, Now() - start, Text(address).c_str(), bytes,
                     result.c_str());
     }
 
@@ -365,18 +365,18 @@ private:
     std::atomic<unsigned> m_next{0};
 };
 
-in_addr_t address(const char *words)
+in_addr_t Address(const char *words)
 {
     in_addr result{};
     return inet_pton(AF_INET, words, &result) == 1 ? ntohl(result.s_addr) : INADDR_NONE;
 }
 
-bool read(int count, char **words, Plan &plan)
+bool Read(int count, char **words, Plan &plan)
 {
     if (count < 5)
         return false;
     plan.port = static_cast<in_port_t>(std::atoi(words[1]));
-    plan.first = address(words[2]);
+    plan.first = Address(words[2]);
     plan.count = static_cast<unsigned>(std::atoi(words[3]));
     plan.threads = static_cast<unsigned>(std::atoi(words[4]));
     const std::string kind = count > 5 ? words[5] : "";
@@ -384,7 +384,7 @@ bool read(int count, char **words, Plan &plan)
         plan.kind = Kind::Once;
     } else if (kind == "forward" && count > 6) {
         plan.kind = Kind::Forward;
-        plan.source = address(words[6]);
+        plan.source = Address(words[6]);
     } else if (kind == "get" && count > 6) {
         plan.kind = Kind::Get;
         plan.path = words[6];
@@ -403,7 +403,7 @@ bool read(int count, char **words, Plan &plan)
 int main(int count, char **words)
 {
     Plan plan;
-    if (!read(count, words, plan)) {
+    if (!Read(count, words, plan)) {
         std::fputs("usage: fleetclients PORT FIRST COUNT THREADS [RATE | once | forward SOURCE | "
                    "get PATH]\n",
                    stderr);
@@ -413,6 +413,6 @@ int main(int count, char **words)
     std::signal(SIGTERM, [](int) { isOver = 1; });
     // Each line at once, so that a reader can wait for one.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    Clients(plan).run();
+    Clients(plan).Run();
     return 0;
 }

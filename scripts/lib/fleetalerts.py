@@ -3,6 +3,7 @@
 import json
 import re
 import time
+import urllib.error
 import urllib.parse
 import urllib.request
 
@@ -81,7 +82,15 @@ class Monitoring:
         program = fleet.run(
             "prometheus", "prometheus", f"--config.file={file}", "--log.level=warn",
             f"--storage.tsdb.path={self.folder}/data", f"--web.listen-address=127.0.0.1:{self.port}")
-        program.wait_for(lambda: answers(self.port), "prometheus")
+        program.wait_for(self.is_ready, "prometheus")
+
+    def is_ready(self) -> bool:
+        """Whether Prometheus answers queries."""
+        try:
+            with urllib.request.urlopen(f"http://127.0.0.1:{self.port}/-/ready", timeout=20):
+                return True
+        except urllib.error.URLError:
+            return False
 
     def query(self, words: str) -> list:
         """What Prometheus answers to an instant query."""

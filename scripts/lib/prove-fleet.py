@@ -506,7 +506,12 @@ def main() -> None:
     with contextlib.ExitStack() as stack:
         stack.callback(fleet.end)
         proof = Proof(fleet, Monitoring(fleet))
-        proof.run()
+        try:
+            proof.run()
+        except (RuntimeError, TimeoutError) as error:
+            fail(str(error))
+        except KeyboardInterrupt:
+            fail("interrupted")
         proof.print_table()
     print(f"\nAll of it took {time.monotonic() - began:.0f} s.")
 
