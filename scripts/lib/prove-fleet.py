@@ -4,6 +4,7 @@
 prove-fleet.py PROJECT WORK [--small]: what scripts/prove-fleet calls. Ends with a table.
 """
 
+import bisect
 import collections
 import contextlib
 import dataclasses
@@ -102,9 +103,9 @@ def package(version: str) -> str:
 
 
 def requests(text: str) -> list:
-    """The complete lines that fleetclients has printed."""
+    """The lines that fleetclients has printed."""
     found = []
-    for line in text[: text.rfind("\n") + 1].splitlines():
+    for line in text.splitlines():
         start, seconds, address, count, result = line.split()
         found.append(Request(float(start), float(seconds), address, int(count), result))
     return found
@@ -132,6 +133,8 @@ class Load:
         self.file = WORK / "load.txt"
         self.fleet = fleet
         self.process = None
+        self.read = 0  # bytes of the file
+        self.found = []
 
     def __enter__(self) -> "Load":
         with self.file.open("w") as output:
@@ -147,7 +150,15 @@ class Load:
 
     def requests(self, since: float = 0) -> list:
         """All that have begun since then and come to an end."""
-        return [r for r in requests(self.file.read_text()) if r.start >= since]
+        with self.file.open("rb") as file:
+            file.seek(self.read)
+            text = file.read()
+        text = text[: text.rfind(b"\n") + 1]
+        self.read += len(text)
+        self.found += requests(text.decode())
+        # The lines come in the order of their ends, but for a few that end at the same time.
+        begin = bisect.bisect_left(self.found, since - 1, key=lambda r: r.end)
+        return [r for r in self.found[begin:] if r.start >= since]
 
     def wait_for(self, condition, count: int, since: float = 0) -> None:
         """Until so many have met the condition."""
