@@ -11,7 +11,7 @@ from fleet import LOGGED, answers, changed, wait_until
 
 # The rules look at minutes to days, and wait for minutes; here all of it happens within seconds.
 SHORTENED = ((r"for: 5m", "for: 2s"), (r"\[5m\]", "[5s]"), (r"\[1h\]", "[5s]"), (r"\[1d\]", "[10m]"))
-SCRAPED_EVERY = "1s"
+INTERVALS = (("15s", "1s"), ("60s", "2s"))
 
 
 class Monitoring:
@@ -67,8 +67,8 @@ class Monitoring:
         }
         text = changed(
             fleet.shipped("monitoring/prometheus.yml"),
-            ("'localhost:9115'", f"'127.0.0.1:{self.exporter}'"), ("['localhost:9093']", "[]"))
-        text = re.sub(r"(scrape|evaluation)_interval: \w+", rf"\1_interval: {SCRAPED_EVERY}", text)
+            ("'localhost:9115'", f"'127.0.0.1:{self.exporter}'"), ("['localhost:9093']", "[]"),
+            *((f"_interval: {shipped}", f"_interval: {short}") for shipped, short in INTERVALS))
         head, *jobs = re.split(r"(?=- job_name: )", text)
         for job in jobs:
             name = re.match(r"- job_name: (\S+)", job)[1]
