@@ -226,10 +226,12 @@ std::string Decision(const Answer &answer)
         return answer.failure;
     if (answer.status != 200)
         return std::to_string(answer.status);
+    if (answer.body.find("\"update\":\"0\"") != std::string::npos)
+        return "none";
     const std::string key = "\"latestVersion\":";
     const size_t at = answer.body.find(key);
     if (at == std::string::npos)
-        return "none";
+        return "no-decision";
     const size_t begin = answer.body.find('"', at + key.size()) + 1;
     return answer.body.substr(begin, answer.body.find('"', begin) - begin);
 }

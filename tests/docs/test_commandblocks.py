@@ -149,10 +149,10 @@ class CommandBlocks(unittest.TestCase):
         self.assertEqual(self.run_block(fields[6]), "")
         # What it prints when there is something to tell someone: the log is not there.
         log = self.root / "var/log/nginx/updates.log"
-        log.rename(f"{log}.away")
+        away = log.rename(log.with_name("away"))
         with self.assertRaisesRegex(AssertionError, "log"):
             self.run_block(fields[6])
-        (log.parent / f"{log.name}.away").rename(log)
+        away.rename(log)
 
     def be_offered_the_release(self, blocks: list) -> None:
         """Copies the tree and asks, as clients do between the steps of a plan."""
