@@ -1,9 +1,10 @@
 #!/usr/bin/python3
 """Runs the fleet of release/fleet/ and takes it through its failures while clients ask.
 
-prove-fleet.py PROJECT WORK [--small]: what scripts/prove-fleet calls. Ends with a table.
+prove-fleet.py PROJECT WORK [--small] [--windows] [--clients NUMBER]: what scripts/prove-fleet calls. Ends with a table.
 """
 
+import argparse
 import bisect
 import collections
 import contextlib
@@ -22,7 +23,14 @@ from pathlib import Path
 from fleet import BALANCER_ADDRESS, PATIENCE_SECONDS, Fleet, wait_until
 from fleetalerts import Monitoring
 
-PROJECT, WORK = (Path(argument).resolve() for argument in sys.argv[1:3])
+parser = argparse.ArgumentParser()
+parser.add_argument("project", type=Path)
+parser.add_argument("work", type=Path)
+parser.add_argument("--small", action="store_true")
+parser.add_argument("--windows", action="store_true")
+parser.add_argument("--clients", type=int)
+OPTIONS = parser.parse_args()
+PROJECT, WORK = OPTIONS.project.resolve(), OPTIONS.work.resolve()
 PUBLISH = PROJECT / "build/native/publish"
 CLIENTS = PROJECT / "build/native/bench/fleetclients"
 SITE = WORK / "site"
@@ -45,7 +53,10 @@ class Sizes:
 
 FULL = Sizes(100_000, 20_000, 150, 30, 1_000, 2_000_000)
 SMALL = Sizes(2_000, 500, 40, 5, 100, 500_000)
-SIZES = SMALL if "--small" in sys.argv else FULL
+SIZES = SMALL if OPTIONS.small else FULL
+if OPTIONS.clients:
+    SIZES = dataclasses.replace(SIZES, clients=OPTIONS.clients,
+                                direct=min(SIZES.direct, OPTIONS.clients))
 
 
 @dataclasses.dataclass(frozen=True)
@@ -487,12 +498,12 @@ class Proof:
                      lambda: self.push_under_load(load), lambda: self.stop(load),
                      lambda: self.all_down(load), self.download_at_once, self.withdraw,
                      lambda: self.install(False)]
-            if "--windows" in sys.argv:
+            if OPTIONS.windows:
                 steps.append(lambda: self.install(True))
             for step in steps:
                 self.monitoring.settle()
                 step()
-        if "--windows" not in sys.argv:
+        if not OPTIONS.windows:
             self.row("The Windows updater, under Wine, installs a release",
                      "not run: QT_WINDOWS_ARCHIVE has to name a Qt for Windows, without --small")
 
