@@ -530,7 +530,7 @@ def main() -> None:
         proof = Proof(fleet, Monitoring(fleet))
         try:
             proof.run()
-        except (RuntimeError, TimeoutError) as error:
+        except (RuntimeError, TimeoutError, subprocess.SubprocessError) as error:
             fail(str(error))
         except KeyboardInterrupt:
             fail("interrupted")
