@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """Runs the fleet of release/fleet/ and takes it through its failures while clients ask.
 
-prove-fleet.py PROJECT WORK [--small] [--windows] [--clients NUMBER]: what scripts/prove-fleet calls. Ends with a table.
+prove-fleet.py PROJECT WORK [--small] [--windows] [--clients NUMBER]: what scripts/prove-fleet
+calls. Ends with a table.
 """
 
 import argparse
@@ -11,6 +12,7 @@ import contextlib
 import dataclasses
 import json
 import os
+import pwd
 import shutil
 import signal
 import statistics
@@ -430,10 +432,14 @@ class Proof:
         if windows:
             client = self.installed(room, "Z:", ".exe", f"https://localhost:{self.fleet.front}", version)
             environment = dict(os.environ)
-            command = [PROJECT / "scripts/wine-run", "--timeout", "240",
-                       "--trust", self.fleet.certificate,
-                       "--command", PROJECT / "build/windows/tests/tasklist.exe",
-                       client / "AutoUpdate/AutoUpdate.exe"]
+            # A prefix of its own, because what the updater has started goes on only in one that stays.
+            wine = [PROJECT / "scripts/wine-run", "--prefix", room / "prefix", "--timeout", "240",
+                    "--command", PROJECT / "build/windows/tests/tasklist.exe"]
+            subprocess.run([*wine, "cmd", "/c", "ver"], capture_output=True, check=True, timeout=300)
+            user = pwd.getpwuid(os.getuid()).pw_name
+            (room / "prefix/drive_c/users" / user / "AppData/Roaming/norvaneAssistant").mkdir(
+                parents=True, exist_ok=True)
+            command = [*wine, "--trust", self.fleet.certificate, client / "AutoUpdate/AutoUpdate.exe"]
         else:
             client = self.installed(room, "", "", f"http://localhost:{self.fleet.plain}", version)
             home = room / "home"
@@ -444,13 +450,18 @@ class Proof:
                            "QT_QPA_PLATFORM": "offscreen", "LC_ALL": "C.UTF-8"}
             command = [client / "AutoUpdate/AutoUpdate"]
         began = time.time()
-        with (room / "output.txt").open("w") as output:
-            done = subprocess.run([*command, "-immediately"], env=environment, check=False,
-                                  stdout=output, stderr=output, timeout=300)
-        if done.returncode != 0:
-            fail(f"the updater ended with {done.returncode}: {(room / 'output.txt').read_text()}")
         calls = client / "Client.exe.calls"
-        wait_until(calls.exists, "the start of the client")
+        try:
+            with (room / "output.txt").open("w") as output:
+                done = subprocess.run([*command, "-immediately"], env=environment, check=False,
+                                      stdout=output, stderr=output, timeout=300)
+            if done.returncode != 0:
+                fail(f"the updater ended with {done.returncode}: {(room / 'output.txt').read_text()}")
+            wait_until(calls.exists, "the start of the client")
+        finally:
+            if windows:
+                subprocess.run(["/usr/lib/wine/wineserver64", "-k"], check=False,
+                               env={**os.environ, "WINEPREFIX": str(room / "prefix")})
         now = json.loads((client / "~version/version.json").read_text())["client"]["version"]
         return now, calls.stat().st_mtime - began
 
