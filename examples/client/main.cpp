@@ -10,14 +10,14 @@
 
 int main(int argc, char *argv[])
 {
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     // Qt sees the program's name only. Whoever wrote a link could have it open files: -stylesheet.
     int ownArguments = std::min(argc, 1);
-    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QApplication application(ownArguments, argv);
     QStringList arguments;
     for (int i = 1; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
-    // The updater starts the client in the updater's own folder.
+    // The updater's own until now.
     QDir::setCurrent(QCoreApplication::applicationDirPath());
 
     SingleInstance instance;
