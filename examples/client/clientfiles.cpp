@@ -17,11 +17,11 @@ const QLatin1String kVersionFile("/~version/version.json");
 const QLatin1String kClientKey("client");
 const QLatin1String kVersionKey("version");
 const QLatin1String kLanguageFile("/language.txt");
-const QLatin1String kEnglish("en");
-const QLatin1String kChinese("zh");
+constexpr char kEnglish[] = "en";
+constexpr char kChinese[] = "zh";
 const QLatin1String kNotesFile("/update.log");
 const QLatin1String kMarkerFile("/isShowUpdataInfo.txt");
-const QByteArray kUnseen("1");
+constexpr char kUnseen[] = "1";
 
 // The client's own.
 const QLatin1String kSessionFile("/session.json");
@@ -80,8 +80,7 @@ bool ClientFiles::IsEnglish()
 
 bool ClientFiles::SetEnglish(bool english)
 {
-    return Replace(DataFolder() + kLanguageFile,
-                   QByteArray((english ? kEnglish : kChinese).data()));
+    return Replace(DataFolder() + kLanguageFile, english ? kEnglish : kChinese);
 }
 
 QString ClientFiles::UnseenNotes()
