@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QFont>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPlainTextEdit>
@@ -33,14 +34,18 @@ QLabel *NewLabel()
 } // namespace
 
 MainWindow::MainWindow()
-    : m_meeting(NewLabel()), m_draft(new QPlainTextEdit), m_language(new QPushButton),
-      m_check(new QPushButton), m_message(NewLabel())
+    : m_heading(NewLabel()), m_meeting(NewLabel()), m_draft(new QPlainTextEdit),
+      m_language(new QPushButton), m_check(new QPushButton), m_message(NewLabel())
 {
+    QFont large = m_heading->font();
+    large.setPointSize(large.pointSize() * 3 / 2);
+    m_heading->setFont(large);
     auto *bottom = new QHBoxLayout;
     bottom->addWidget(m_language);
     bottom->addStretch();
     bottom->addWidget(m_check);
     auto *layout = new QVBoxLayout(this);
+    layout->addWidget(m_heading);
     layout->addWidget(m_meeting);
     layout->addWidget(m_draft);
     layout->addWidget(m_message);
@@ -122,6 +127,7 @@ QString MainWindow::Text(const char *english, const char *chinese) const
 void MainWindow::ShowTexts()
 {
     const QString title = Text("Sample Client", "示例客户端") + QLatin1Char(' ') + m_version;
+    m_heading->setText(title);
     setWindowTitle(m_profile.isEmpty() ? title : title + QStringLiteral(" - ") + m_profile);
     m_meeting->setText(m_session.meeting.isEmpty()
                            ? Text("No meeting is open.", "没有打开的会议。")

@@ -41,6 +41,7 @@ private:
     QString m_profile;
     QTimer m_saveSoon;
 
+    QLabel *const m_heading;
     QLabel *const m_meeting;
     QPlainTextEdit *const m_draft;
     QPushButton *const m_language; ///< leads to the other one
