@@ -162,15 +162,17 @@ void MainWindow::CheckForUpdates()
 void MainWindow::ChangeLanguage()
 {
     m_english = !m_english;
-    m_message->clear();
+    const bool saved = ClientFiles::SetEnglish(m_english);
+    m_message->setText(saved ? QString()
+                             : Text("The language could not be saved.", "语言设置无法保存。"));
     ShowTexts();
-    if (!ClientFiles::SetEnglish(m_english))
-        m_message->setText(Text("The language could not be saved.", "语言设置无法保存。"));
 }
 
 void MainWindow::Save()
 {
     m_session.draft = m_draft->toPlainText();
-    if (!ClientFiles::SaveSession(m_session))
-        m_message->setText(Text("Your text could not be saved.", "文本无法保存。"));
+    const bool saved = ClientFiles::SaveSession(m_session);
+    m_message->setText(saved ? QString() : Text("Your text could not be saved.", "文本无法保存。"));
+    if (!saved)
+        m_saveSoon.start(); // another program may have had the file open
 }
