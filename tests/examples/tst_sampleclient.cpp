@@ -8,6 +8,10 @@
 #include <QSharedMemory>
 #include <QTest>
 
+#ifdef Q_OS_LINUX
+#include <sys/stat.h>
+#endif
+
 /// The sample client with the real updater, and a user in front of both.
 class TestSampleClient : public QObject
 {
@@ -20,7 +24,9 @@ private slots:
     void DoubtfulArgumentsAreRefused_data();
     void DoubtfulArgumentsAreRefused();
     void NotesAreShownUntilTheUserHasClosedThem();
+#ifdef Q_OS_LINUX
     void NotesLoadNothing();
+#endif
     void TheUpdaterSpeaksTheClientsLanguage();
     void AnUpdateBeginsWithTheClientsButton();
     void AClientIsStartedOnceAfterACheckWithoutAnOffer();
@@ -236,17 +242,20 @@ void TestSampleClient::NotesAreShownUntilTheUserHasClosedThem()
     QVERIFY(!m_windows.HasWindow(notes));
 }
 
+#ifdef Q_OS_LINUX
 void TestSampleClient::NotesLoadNothing()
 {
     const Installation client;
-    const QString picture = client.run.server.HttpUrl(QStringLiteral("/picture.png"));
-    client.Leave(kNotes, "<p>New<img src=\"" + picture.toUtf8() + "\"></p>");
+    // Whoever opens it waits until somebody writes into it.
+    const QByteArray picture = QFile::encodeName(client.run.home.Scratch()) + "/picture.png";
+    QCOMPARE(mkfifo(picture.constData(), S_IRUSR | S_IWUSR), 0);
+    client.Leave(kNotes, "<p>New<img src=\"" + picture + "\"></p>");
     client.Leave(kMarker, "1");
     client.Start();
     m_windows.Press(m_windows.WaitForWindow(QStringLiteral("New in 1.0.0")), kReturn);
     QTRY_VERIFY(!client.Has(kMarker));
-    QVERIFY(client.run.server.Requests().isEmpty());
 }
+#endif
 
 void TestSampleClient::TheUpdaterSpeaksTheClientsLanguage()
 {
