@@ -78,6 +78,8 @@ LangString Waiting ${LANG_ENGLISH} "Waiting for ${PRODUCT} to close"
 LangString Waiting ${LANG_SIMPCHINESE} "正在等待 ${PRODUCT} 关闭"
 LangString InUse ${LANG_ENGLISH} "${PRODUCT} or its updater is running. Close it, then click Retry."
 LangString InUse ${LANG_SIMPCHINESE} "${PRODUCT} 或其更新程序正在运行。请将其关闭，然后单击“重试”。"
+LangString NoProfile ${LANG_ENGLISH} "Windows does not tell where this user's folders are. Sign in again, then install."
+LangString NoProfile ${LANG_SIMPCHINESE} "无法确定当前用户的文件夹位置。请重新登录 Windows，然后再次安装。"
 LangString FolderTaken ${LANG_ENGLISH} \
     "The folder $INSTDIR holds files that this installer did not put there. Move them away, then install again."
 LangString FolderTaken ${LANG_SIMPCHINESE} "文件夹 $INSTDIR 中有不是由此安装程序放置的文件。请将其移走，然后重新安装。"
@@ -140,6 +142,12 @@ FunctionEnd
 Function .onInit
     ; Whatever /D= said.
     StrCpy $INSTDIR "${FOLDER}"
+    ${If} $LOCALAPPDATA == ""
+    ${OrIf} $PROFILE == ""
+        MessageBox MB_OK|MB_ICONSTOP "$(NoProfile)" /SD IDOK
+        SetErrorLevel 2
+        Quit
+    ${EndIf}
     ReadRegStr $0 HKCU "${UNINSTALL_KEY}" InstallLocation
     ${If} $0 != $INSTDIR
         ${DirState} $INSTDIR $1
@@ -215,7 +223,9 @@ Function un.onInit
     ; Whatever folder this program was copied to.
     StrCpy $INSTDIR "${FOLDER}"
     ReadRegStr $0 HKCU "${UNINSTALL_KEY}" InstallLocation
-    ${If} $0 != $INSTDIR
+    ${If} $LOCALAPPDATA == ""
+    ${OrIf} $PROFILE == ""
+    ${OrIf} $0 != $INSTDIR
         MessageBox MB_OK|MB_ICONSTOP "$(NotInstalled)" /SD IDOK
         SetErrorLevel 2
         Quit
@@ -282,6 +292,9 @@ Section Uninstall
     Delete "${CLIENT_DATA}\language.txt"
     Delete "${CLIENT_DATA}\update.log"
     Delete "${CLIENT_DATA}\isShowUpdataInfo.txt"
+    ; The client's own.
+    Delete "${CLIENT_DATA}\session.json"
+    Delete "${CLIENT_DATA}\running.lock"
     RMDir "${CLIENT_DATA}"
 
     ; All of it: nobody can tell which files zip packages have brought.
@@ -292,6 +305,7 @@ Section Uninstall
         MessageBox MB_OK|MB_ICONEXCLAMATION "$(FilesLeft)" /SD IDOK
         Abort "$(FilesLeft)"
     ${EndIf}
+    RMDir "$LOCALAPPDATA\Programs"
     ; Last, so that what could not be removed can be removed once more.
     DeleteRegKey HKCU "${UNINSTALL_KEY}"
 SectionEnd
