@@ -52,7 +52,6 @@ AllowSkipFiles off
 Name "${PRODUCT}"
 BrandingText "${PRODUCT} ${VERSION}"
 OutFile "${OUT}"
-InstallDir "${FOLDER}"
 
 !define MUI_ICON "${__FILEDIR__}/../../resources/resourceimg/logo.ico"
 !define MUI_UNICON "${MUI_ICON}"

@@ -23,12 +23,24 @@ PROJECT = Path(__file__).resolve().parents[2]
 BUILD_INSTALLER = PROJECT / "examples/installer/build"
 WINE_RUN = PROJECT / "scripts/wine-run"
 WINE_SERVER = "/usr/lib/wine/wineserver64"
-PATIENCE_SECONDS = 60
+PATIENCE_SECONDS = 240
 
 NAME = "SampleClient"
 HANDLER = r"HKEY_CURRENT_USER\Software\Classes\qorb-meeting"
 UNINSTALL = rf"HKEY_CURRENT_USER\Software\Microsoft\Windows\CurrentVersion\Uninstall\{NAME}"
+CHECK_SWITCH = "-noremid".encode("utf-16-le")
 REFUSED = 2
+
+# The user's folders where Windows has them; wine-run's own setting leads nowhere. And a desktop
+# that is not the one of whoever runs this test.
+SETTINGS = r"""Windows Registry Editor Version 5.00
+
+[HKEY_LOCAL_MACHINE\Software\Microsoft\Windows NT\CurrentVersion\ProfileList]
+"ProfilesDirectory"=-
+
+[HKEY_CURRENT_USER\Software\Microsoft\Windows\CurrentVersion\Explorer\User Shell Folders]
+"Desktop"="%USERPROFILE%\\Test Desktop"
+"""
 
 
 def wait_until(condition, what: str) -> None:
@@ -51,6 +63,8 @@ def files_below(folder: Path) -> dict:
     found = {}
     for path in folder.rglob("*"):
         name = str(path.relative_to(folder))
+        if name.startswith("Temp/~nsu"):
+            continue  # the copy of itself that an uninstaller goes on as
         if path.is_symlink():
             found[name] = f"link to {os.readlink(path)}"
         elif path.is_dir():
@@ -116,20 +130,14 @@ class Installer(unittest.TestCase):
         self.environment = {**os.environ, "DISPLAY": self.start_display()}
         self.prefix = self.room / "prefix"
         self.addCleanup(self.end_windows)
-        # The user's folders as Windows has them; wine-run's own setting leads to no folder.
-        self.run_wine("reg", "delete", r"HKLM\Software\Microsoft\Windows NT\CurrentVersion\ProfileList",
-                      "/v", "ProfilesDirectory", "/f")
+        settings = self.room / "settings.reg"
+        settings.write_text(SETTINGS, encoding="utf-16")
+        self.assertEqual(self.run_wine("reg", "import", f"Z:{settings}"), 0)
         self.home = next(
             user for user in (self.prefix / "drive_c/users").iterdir() if user.name != "Public"
         )
-        # On a machine with a desktop this would be a link to it.
         self.desktop = self.home / "Test Desktop"
         self.desktop.mkdir()
-        self.run_wine(
-            "reg", "add",
-            r"HKCU\Software\Microsoft\Windows\CurrentVersion\Explorer\User Shell Folders",
-            "/v", "Desktop", "/t", "REG_EXPAND_SZ", "/d", rf"%USERPROFILE%\{self.desktop.name}", "/f",
-        )
         self.local = self.home / "AppData/Local"
         self.client = self.local / "Programs" / NAME
         self.client_data = self.home / "AppData/Roaming/norvaneAssistant"
@@ -193,10 +201,10 @@ class Installer(unittest.TestCase):
         """A path in the prefix as Windows has it."""
         return "C:\\" + str(path.relative_to(self.prefix / "drive_c")).replace("/", "\\")
 
-    def make_client(self, version: str) -> Path:
+    def make_client(self, version: str, updater: Path) -> Path:
         """A client's folder that asks this test's service, with the updater in it."""
         folder = self.room / f"client-{version}"
-        for program, target in ((STANDIN, f"{NAME}.exe"), (UPDATER, "AutoUpdate/AutoUpdate.exe")):
+        for program, target in ((STANDIN, f"{NAME}.exe"), (updater, "AutoUpdate/AutoUpdate.exe")):
             (folder / target).parent.mkdir(parents=True, exist_ok=True)
             shutil.copyfile(program, folder / target)
         write(folder / "~version/version.json",
@@ -259,7 +267,9 @@ class Installer(unittest.TestCase):
         write(self.client_data / "of another product.txt", "another program's")
         write(self.desktop / "Other.lnk", "the user's")
         write(self.home / "Documents of the user/file.txt", "the user's")
-        old, by_zip, by_installer = map(self.make_client, ("1.0.0", "2.1.3", "2.1.4"))
+        old, by_zip, by_installer = (
+            self.make_client(version, UPDATER) for version in ("1.0.0", "2.1.3", "2.1.4")
+        )
         shutil.rmtree(by_zip / "AutoUpdate")
         files, registry = files_below(self.home), self.registry()
 
@@ -276,8 +286,16 @@ class Installer(unittest.TestCase):
                          rf'@="\"{program}\" \"%1\""')
         self.assertEqual(
             {key for key in added if not key.startswith(HANDLER)}, {UNINSTALL}, added)
-        shortcuts = {str(path.relative_to(self.home)): path for path in self.home.rglob("*.lnk")}
-        print(list(shortcuts))
+        menu = self.home / "AppData/Roaming/Microsoft/Windows/Start Menu/Programs/Sample Client"
+        self.assertEqual(
+            {path: CHECK_SWITCH in path.read_bytes() for path in self.home.rglob("*.lnk")},
+            {
+                self.desktop / "Other.lnk": False,
+                self.desktop / "Sample Client.lnk": False,
+                menu / "Sample Client.lnk": False,
+                menu / "Check for Updates.lnk": True,
+            },
+        )
 
         # A shortcut starts the client through the updater.
         self.service.script("/check", {"status": 404})
@@ -307,12 +325,12 @@ class Installer(unittest.TestCase):
         write(script, "stay\n")
         client = self.start_wine(self.windows_path(self.client / f"{NAME}.exe"))
         self.wait_for_start(5)
-        before = files_below(self.client), self.registry()
+        before = files_below(self.home)
         self.assertEqual(self.run_wine(setup, "/S"), REFUSED)
         uninstaller = self.windows_path(self.client / "Uninstall.exe")
         self.assertEqual(
             self.run_wine(uninstaller, "/S", f"_?={self.windows_path(self.client)}"), REFUSED)
-        self.assertEqual((files_below(self.client), self.registry()), before)
+        self.assertEqual(files_below(self.home), before)
         script.unlink()
         client.wait()
 
@@ -320,6 +338,19 @@ class Installer(unittest.TestCase):
         (self.client / "link").symlink_to(self.home / "Documents of the user")
         self.uninstall()
         self.assertEqual(files_below(self.home), files)
+        self.assertEqual(self.registry(), registry)
+
+    def test_what_another_program_has_put_there_or_registered_stays(self) -> None:
+        setup = self.make_setup(self.make_client("1.0.0", STANDIN))
+        self.run_wine("reg", "add", rf"{HANDLER}\shell\open\command", "/d", "Other.exe", "/f")
+        write(self.client / "file.txt", "another program's")
+        files, registry = files_below(self.home), self.registry()
+        self.assertEqual(self.run_wine(setup, "/S"), REFUSED)
+        self.assertEqual((files_below(self.home), self.registry()), (files, registry))
+
+        shutil.rmtree(self.client)
+        self.assertEqual(self.run_wine(setup, "/S"), 0)
+        self.uninstall()
         self.assertEqual(self.registry(), registry)
 
 
