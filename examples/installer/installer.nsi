@@ -291,9 +291,11 @@ Section Uninstall
     Delete "${CLIENT_DATA}\language.txt"
     Delete "${CLIENT_DATA}\update.log"
     Delete "${CLIENT_DATA}\isShowUpdataInfo.txt"
-    ; The client's own.
+    ; The client's own, and what it was writing when it was killed.
     Delete "${CLIENT_DATA}\session.json"
     Delete "${CLIENT_DATA}\running.lock"
+    Delete "${CLIENT_DATA}\session.json.??????"
+    Delete "${CLIENT_DATA}\language.txt.??????"
     RMDir "${CLIENT_DATA}"
 
     ; All of it: nobody can tell which files zip packages have brought.

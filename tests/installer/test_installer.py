@@ -30,6 +30,7 @@ PATIENCE_SECONDS = 240
 NAME = "SampleClient"
 HANDLER = r"HKEY_CURRENT_USER\Software\Classes\qorb-meeting"
 UNINSTALL = rf"HKEY_CURRENT_USER\Software\Microsoft\Windows\CurrentVersion\Uninstall\{NAME}"
+CONFIG = "AutoUpdate/updateconfig.json"
 CHINESE = "plug ins/中文.txt"
 # Keys that Wine writes by itself.
 SYSTEMS_OWN = ("\\Software\\Wine\\", "\\Explorer\\Shell Folders")
@@ -227,7 +228,7 @@ class Installer(unittest.TestCase):
             "updateCheckUrl": f"https://localhost:{self.service.ports['https']}/check",
             "updatePackageUrl": f"http://localhost:{self.service.ports['http']}/packages/",
         }
-        write(folder / "AutoUpdate/updateconfig.json", json.dumps(config, indent=4) + "\n")
+        write(folder / CONFIG, json.dumps(config, indent=4) + "\n")
         return folder
 
     def make_setup(self, client: Path) -> Path:
@@ -258,8 +259,8 @@ class Installer(unittest.TestCase):
         self.assertIsNotNone(installed.pop("Uninstall.exe", None))
         installed.pop(self.calls.name, None)
         # The updater writes the installed version into it.
-        config = "AutoUpdate/updateconfig.json"
-        self.assertEqual(installed.pop(config, None) is None, expected.pop(config, None) is None)
+        self.assertIsNotNone(installed.pop(CONFIG, None))
+        expected.pop(CONFIG)
         self.assertEqual(installed, expected)
 
     def uninstall(self) -> None:
@@ -275,6 +276,7 @@ class Installer(unittest.TestCase):
         write(self.local / "Programs/Other/Other.exe", "another program's")
         write(self.local / "AutoUpdate/other.txt", "another program's")
         write(self.client_data / "of another product.txt", "another program's")
+        write(self.client_data / "update.log.txt", "another program's")
         write(self.desktop / "Other.lnk", "the user's")
         old, by_zip, by_installer = (
             self.make_client(version, UPDATER) for version in ("1.0.0", "2.1.3", "2.1.4")
@@ -332,6 +334,7 @@ class Installer(unittest.TestCase):
             self.run_wine(updater, "-immediately", "qorb-meeting://host/room", "--profile", "x y"), 0)
         self.assertEqual(self.wait_for_start(4), ["--profile", "x y", "--url=host/room"])
         self.compare_client(old, by_zip, by_installer)
+        self.assertEqual((self.client / CONFIG).read_text(), (by_installer / CONFIG).read_text())
 
         # A client that runs is neither replaced nor removed.
         script = self.client / f"{NAME}.exe.script"
