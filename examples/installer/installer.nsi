@@ -93,17 +93,22 @@ LangString FilesLeft ${LANG_SIMPCHINESE} "无法删除 $INSTDIR 中的某些文�
 
 !macro SharedFunctions UN
 
-; Sets the error flag when a program runs: Windows lets nobody write to its file.
-Function ${UN}OpenForWriting
+; Whether the program on the stack runs, 1 or 0: Windows lets nobody write to its file.
+Function ${UN}IsRunning
     Exch $0
-    ClearErrors
     ${If} ${FileExists} $0
+        ClearErrors
         FileOpen $0 $0 a
-        ${IfNot} ${Errors}
+        ${If} ${Errors}
+            StrCpy $0 1
+        ${Else}
             FileClose $0
+            StrCpy $0 0
         ${EndIf}
+    ${Else}
+        StrCpy $0 0
     ${EndIf}
-    Pop $0
+    Exch $0
 FunctionEnd
 
 ; Waits for the client and the updater to end, since an updater that starts an installer is still
@@ -112,12 +117,13 @@ Function ${UN}WaitUntilUnused
     StrCpy $1 0
     ${Do}
         Push "$INSTDIR\${PROGRAM}"
-        Call ${UN}OpenForWriting
-        ${IfNot} ${Errors}
-            Push "$INSTDIR\${UPDATER}"
-            Call ${UN}OpenForWriting
-        ${EndIf}
-        ${IfNot} ${Errors}
+        Call ${UN}IsRunning
+        Pop $2
+        Push "$INSTDIR\${UPDATER}"
+        Call ${UN}IsRunning
+        Pop $3
+        ${If} $2 = 0
+        ${AndIf} $3 = 0
             Return
         ${EndIf}
         ${If} $1 = 0

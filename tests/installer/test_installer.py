@@ -32,8 +32,8 @@ HANDLER = r"HKEY_CURRENT_USER\Software\Classes\qorb-meeting"
 UNINSTALL = rf"HKEY_CURRENT_USER\Software\Microsoft\Windows\CurrentVersion\Uninstall\{NAME}"
 CONFIG = "AutoUpdate/updateconfig.json"
 CHINESE = "plug ins/中文.txt"
-# Keys that Wine writes by itself.
-SYSTEMS_OWN = ("\\Software\\Wine\\", "\\Explorer\\Shell Folders")
+# Keys that Wine writes by itself; the certificate stores, empty, once a program uses TLS.
+SYSTEMS_OWN = ("\\Software\\Wine\\", "\\Explorer\\Shell Folders", "\\Software\\Microsoft\\SystemCertificates")
 CHECK_SWITCH = "-noremid".encode("utf-16-le")
 REFUSED = 2
 
