@@ -67,6 +67,7 @@ bool SingleInstance::HandOver(const QStringList &arguments)
         return false;
     QDataStream stream(&first);
     stream << arguments;
+    first.waitForBytesWritten(kLimitMs); // Windows sends nothing before
     // Not before it has answered: until then it may be killed, and this copy is the first.
     return first.waitForReadyRead(kLimitMs);
 }
