@@ -21,6 +21,9 @@ public:
     /// What the fenced blocks of that language hold, in their order.
     QVector<QByteArray> Fenced(const QString &language) const;
 
+    /// The fenced blocks of C++, each with the path of the source that it is quoted from.
+    QVector<QPair<QString, QByteArray>> Quotes() const;
+
     /// The cells of each row of the tables whose header begins with @p firstHeader.
     QVector<QStringList> Rows(const QString &firstHeader) const;
 

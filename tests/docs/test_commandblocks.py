@@ -35,10 +35,19 @@ done
 exec /usr/bin/install "$@" """,
     "nginx": 'exec /usr/sbin/nginx -e ROOT/var/log/nginx/error.log -c ROOT/etc/nginx/nginx.conf "$@"',
     "ssh": '[ "$1" = -l ] && shift 2; shift; exec sh -c "$*"',
-    "systemctl": """case $1 in
-    restart) nginx ;;
+    # systemd reads the units, with all that they name; it prints something only when it is not content.
+    "systemctl": """verify() {
+    for unit; do
+        case $unit in *.*) ;; *) unit=$unit.service ;; esac
+        found=$(SYSTEMD_UNIT_PATH=ROOT/etc/systemd/system: systemd-analyze verify --man=no "$unit" 2>&1) &&
+            [ -z "$found" ] || { echo "$found" >&2; exit 1; }
+    done
+}
+case $1 in
+    restart) case $2 in nginx) nginx ;; *) shift; verify "$@" ;; esac ;;
     reload) nginx -s reload ;;
-    enable) [ -s "ROOT/etc/systemd/system/$3" ] && [ -s "ROOT/etc/systemd/system/${3%.timer}.service" ] ;;
+    daemon-reload) ;;
+    enable) shift 2; verify "$@" ;;
     *) exit 1 ;;
 esac""",
 }
@@ -65,13 +74,17 @@ class CommandBlocks(unittest.TestCase):
         self.root = Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.port, self.inner_port = free_ports()
         for folder in ("etc/nginx/conf.d", "etc/nginx/sites-enabled", "etc/systemd/system", "etc/cron.d",
+                       "etc/haproxy", "etc/varnish", "etc/logrotate.d", "etc/ssl/certs",
                        "usr/local/bin", "var/log/nginx", "run", "bin"):
             (self.root / folder).mkdir(parents=True)
+        shutil.copy("/etc/ssl/certs/ca-certificates.crt", self.root / "etc/ssl/certs")
         for name, commands in STAND_INS.items():
             program = self.root / "bin" / name
             program.write_text(f"#!/bin/sh\n{commands}\n".replace("ROOT", str(self.root)))
             program.chmod(0o755)
         self.install_nginx()
+        for folder in ("etc/default", "etc/mtail", "etc/prometheus"):
+            (self.root / folder).mkdir()
         (self.room / "build/native").mkdir(parents=True)
         (self.room / "build/native/publish").symlink_to(TOOL)
         shutil.copytree(PROJECT / "release", self.room / "release", copy_function=self.copy_moved)
@@ -127,6 +140,22 @@ class CommandBlocks(unittest.TestCase):
         self.assertEqual(done.returncode, 0, f"{block}\n{done.stdout}{done.stderr}")
         return done.stdout
 
+    def run_scheduled(self) -> None:
+        """The command lines of the timer's service and of the cron entry, each by the program that reads it."""
+        service = (self.root / "etc/systemd/system/publish-advance.service").read_text()
+        started = re.search("^ExecStart=(.*)$", service, re.MULTILINE)[1]
+        self.assertIn("stays at 10 %", self.run_block(started))
+        entry = (self.root / "etc/cron.d/publish-advance").read_text().splitlines()[-1]
+        fields = entry.split(None, 6)
+        self.assertEqual(fields[:6], ["30", "*", "*", "*", "*", "releases"])
+        self.assertEqual(self.run_block(fields[6]), "")
+        # What it prints when there is something to tell someone: the log is not there.
+        log = self.root / "var/log/nginx/updates.log"
+        away = log.rename(log.with_name("away"))
+        with self.assertRaisesRegex(AssertionError, "log"):
+            self.run_block(fields[6])
+        away.rename(log)
+
     def be_offered_the_release(self, blocks: list) -> None:
         """Copies the tree and asks, as clients do between the steps of a plan."""
         for block, _ in blocks:
@@ -146,6 +175,8 @@ class CommandBlocks(unittest.TestCase):
                     self.be_offered_the_release(blocks)
                 printed = self.run_block(block)
                 self.assertIn(masked(shown), masked(printed), block)
+                if "publish-advance.cron" in block:
+                    self.run_scheduled()
                 if block.startswith("curl"):
                     self.assertIn("with 2.1.3 is offered nothing, one with 2.0.1 is offered 2.1.3:", text)
                     answers = [json.loads(line)["biz"] for line in printed.splitlines()]

@@ -132,6 +132,10 @@ class NginxServer:
             response.begin()
             return Answer(response)
 
+    def errors(self) -> str:
+        """The last errors that nginx has logged: why an answer is none."""
+        return (self.work / "error.log").read_text()[-2000:]
+
     def log_lines(self, count: int) -> list:
         """The first COUNT lines of the access log, parsed, once they are there."""
         log = self.work / "updates.log"
