@@ -1,7 +1,5 @@
 #include "config/paths.h"
 
-#include "config/configcontract.h"
-
 #include <QDir>
 
 namespace
@@ -21,7 +19,7 @@ QString InClientData(const QString &name)
 
 QString Paths::UpdateConfigFile()
 {
-    return ConfigContract::FileName;
+    return QStringLiteral("updateconfig.json");
 }
 
 QString Paths::LogFolder()
@@ -51,6 +49,5 @@ QString Paths::ScriptFile()
 
 QString Paths::DownloadFolder(const QString &appName)
 {
-    return UnderHome(QStringLiteral("/AppData/Local/")) +
-           ConfigContract::DownloadFolderName(appName);
+    return UnderHome(QStringLiteral("/AppData/Local/")) + appName.section(QLatin1Char('.'), 0, 0);
 }

@@ -3,6 +3,7 @@
 #include "tests/docs/document.h"
 #include "tests/support/testhome.h"
 
+#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -83,8 +84,7 @@ QStringList Keys(const QJsonObject &object)
 
 } // namespace
 
-/// The documents of the configuration, the command line and the protocol, checked against the
-/// program.
+/// The documents of the configuration, the command line and the protocol, held against the program.
 class TestConfigurationDocument : public QObject
 {
     Q_OBJECT
@@ -112,12 +112,16 @@ private slots:
 
 void TestConfigurationDocument::tableHasTheKeysOfTheSources()
 {
-    const QRegularExpression key(QStringLiteral("const QLatin1String \\w+\\(\"(\\w+)\""));
+    const QRegularExpression key(
+        QStringLiteral("(?:value\\(QLatin1String\\(|const QLatin1String \\w+\\()\"(\\w+)\""));
     QStringList read;
-    auto matches = key.globalMatch(
-        QString::fromUtf8(ReadFile(ProjectPath(QStringLiteral("config/configcontract.h")))));
-    while (matches.hasNext())
-        read.append(matches.next().captured(1));
+    QDirIterator files(ProjectPath(QStringLiteral("config")), {QStringLiteral("*.cpp")});
+    while (files.hasNext()) {
+        auto matches = key.globalMatch(QString::fromUtf8(ReadFile(files.next())));
+        while (matches.hasNext())
+            read.append(matches.next().captured(1));
+    }
+    read.removeDuplicates();
 
     QStringList documented;
     const QVector<QStringList> rows = Document(kConfiguration).Rows(QStringLiteral("Key"));
