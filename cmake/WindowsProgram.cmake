@@ -4,7 +4,7 @@
 option(UPDATER_REQUIRE_ADMINISTRATOR
     "Ask for administrator rights at the start, for clients installed under Program Files" OFF)
 
-# windows_program(TARGET)
+# windows_program(TARGET): the target's name is also the one that Windows shows.
 function(windows_program target)
     set(UPDATER_EXECUTION_LEVEL asInvoker)
     if(UPDATER_REQUIRE_ADMINISTRATOR)
@@ -14,8 +14,8 @@ function(windows_program target)
     set(templates ${PROJECT_SOURCE_DIR}/release/windows)
     set(generated ${PROJECT_BINARY_DIR}/release)
     set(UPDATER_MANIFEST ${generated}/${target}.manifest)
-    configure_file(${templates}/AutoUpdate.manifest.in ${UPDATER_MANIFEST} @ONLY)
-    configure_file(${templates}/AutoUpdate.rc.in ${generated}/${target}.rc @ONLY)
+    configure_file(${templates}/program.manifest.in ${UPDATER_MANIFEST} @ONLY)
+    configure_file(${templates}/program.rc.in ${generated}/${target}.rc @ONLY)
     set_source_files_properties(${generated}/${target}.rc PROPERTIES
         OBJECT_DEPENDS "${UPDATER_ICON};${UPDATER_MANIFEST}")
     target_sources(${target} PRIVATE ${generated}/${target}.rc)

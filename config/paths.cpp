@@ -1,5 +1,7 @@
 #include "config/paths.h"
 
+#include "config/configcontract.h"
+
 #include <QDir>
 
 namespace
@@ -19,7 +21,7 @@ QString InClientData(const QString &name)
 
 QString Paths::UpdateConfigFile()
 {
-    return QStringLiteral("updateconfig.json");
+    return ConfigContract::FileName;
 }
 
 QString Paths::LogFolder()
@@ -49,5 +51,6 @@ QString Paths::ScriptFile()
 
 QString Paths::DownloadFolder(const QString &appName)
 {
-    return UnderHome(QStringLiteral("/AppData/Local/")) + appName.section(QLatin1Char('.'), 0, 0);
+    return UnderHome(QStringLiteral("/AppData/Local/")) +
+           ConfigContract::DownloadFolderName(appName);
 }

@@ -1,3 +1,4 @@
+#include "config/configcontract.h"
 #include "config/global.h"
 #include "config/paths.h"
 
@@ -6,6 +7,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocale>
+
+namespace Key = ConfigContract::Key;
+namespace ClientKey = ConfigContract::ClientKey;
 
 int Global::ReadConfig()
 {
@@ -36,13 +40,13 @@ bool Global::ReadUpdateConfig()
         return false;
     }
 
-    appName = config.value(QLatin1String("appName")).toString();
-    appConfigFile = config.value(QLatin1String("appConfigFile")).toString();
-    appPath = config.value(QLatin1String("appPath")).toString();
-    updateCheckUrl = config.value(QLatin1String("updateCheckUrl")).toString();
-    updatePackageUrl = config.value(QLatin1String("updatePackageUrl")).toString();
-    noRemindVersion = config.value(QLatin1String("noRemindVersion")).toString();
-    noRemind = config.value(QLatin1String("noRemind")).toInt(0);
+    appName = config.value(Key::AppName).toString();
+    appConfigFile = config.value(Key::AppConfigFile).toString();
+    appPath = config.value(Key::AppPath).toString();
+    updateCheckUrl = config.value(Key::UpdateCheckUrl).toString();
+    updatePackageUrl = config.value(Key::UpdatePackageUrl).toString();
+    noRemindVersion = config.value(Key::NoRemindVersion).toString();
+    noRemind = config.value(Key::NoRemind).toInt(0);
     return true;
 }
 
@@ -66,8 +70,8 @@ bool Global::ReadClientConfig()
         return false;
     }
 
-    const QJsonObject client = config.value(QLatin1String("client")).toObject();
-    currentVersion = client.value(QLatin1String("version")).toString();
+    const QJsonObject client = config.value(ClientKey::Client).toObject();
+    currentVersion = client.value(ClientKey::Version).toString();
     return true;
 }
 

@@ -13,29 +13,14 @@ namespace
 void AddContents(const QDir &folder, const QString &prefix, const Exclusion &exclusion,
                  ClientFolder &client);
 
-/// @p name with the bytes that are not ASCII written as "\\xff".
-QString Escaped(const QByteArray &name)
-{
-    QString text;
-    for (const char character : name) {
-        const auto byte = uchar(character);
-        if (byte >= ' ' && byte < 0x7f)
-            text += QLatin1Char(character);
-        else
-            text += QStringLiteral("\\x%1").arg(byte, 2, 16, QLatin1Char('0'));
-    }
-    return text;
-}
-
 /// What Qt's list of a folder does not hold would be missing without a word.
 void RefuseNamesThatAreNoText(const QDir &folder, const QString &prefix, ClientFolder &client)
 {
     const QByteArrayList names = HostSystem::NamesThatAreNoText(folder.path());
     for (const QByteArray &name : names) {
-        const QString path = prefix + Escaped(name);
+        const QString path = prefix + EscapedName(name);
         client.findings.append({QStringLiteral("name-encoding"), path,
-                                path + QStringLiteral(": the name is no text in this system's "
-                                                      "encoding; rename it")});
+                                path + QStringLiteral(": the name is not valid UTF-8; rename it")});
     }
 }
 
@@ -87,6 +72,19 @@ void AddContents(const QDir &folder, const QString &prefix, const Exclusion &exc
 }
 
 } // namespace
+
+QString EscapedName(const QByteArray &name)
+{
+    QString text;
+    for (const char character : name) {
+        const auto byte = uchar(character);
+        if (byte >= ' ' && byte < 0x7f)
+            text += QLatin1Char(character);
+        else
+            text += QStringLiteral("\\x%1").arg(byte, 2, 16, QLatin1Char('0'));
+    }
+    return text;
+}
 
 ClientFolder ListClientFolder(const QString &folder, const Exclusion &exclusion)
 {

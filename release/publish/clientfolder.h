@@ -4,6 +4,7 @@
 #include "release/publish/findings.h"
 #include "release/publish/releaserules.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -21,3 +22,6 @@ struct ClientFolder {
  * link. The order depends on nothing but the names.
  */
 ClientFolder ListClientFolder(const QString &folder, const Exclusion &exclusion);
+
+/// @p name with the bytes that are not printable ASCII written as "\\xff".
+QString EscapedName(const QByteArray &name);

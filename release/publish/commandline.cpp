@@ -1,150 +1,24 @@
 #include "release/publish/commandline.h"
 
+#include "release/publish/commandtable.h"
 #include "release/publish/exclusion.h"
+#include "release/publish/networkprefix.h"
+#include "release/publish/releaselist.h"
 
 #include <QCommandLineParser>
+#include <QRegularExpression>
 #include <QVector>
 
 #include <algorithm>
+#include <cmath>
+
+using namespace CommandTable;
 
 namespace
 {
 
-enum Need { Required, Optional, Repeatable, Flag };
-
-struct Option {
-    const char *name;
-    const char *value; ///< as the help shows it; null for a flag
-    Need need;
-    const char *help;
-};
-
-struct CommandDescription {
-    Request::Command command;
-    const char *name;
-    const char *operand; ///< what follows the options; null when nothing does
-    const char *help;
-    const char *example;
-    QVector<Option> options;
-};
-
-const Option kVersion{"version", "VERSION", Required, "the version that is offered, as in 2.1.3"};
-const Option kUpdate{"update", "optional|forced", Required, "may the user postpone it?"};
-const Option kNotesZh{"notes-zh", "FILE", Required,
-                      "release notes in Chinese, UTF-8; plain or HTML"};
-const Option kNotesEn{"notes-en", "FILE", Required, "release notes in English"};
-const Option kOut{"out", "DIR", Required, "the release tree; made when it is not there"};
-const Option kUrlPrefix{
-    "url-prefix", "URL", Optional,
-    "what precedes /packages/ in the announced address; with /packages is right too"};
-const Option kUpdaterFolder{
-    "updater-folder", "NAME", Optional,
-    "the updater's folder in the client's, which a package must not hold (default: AutoUpdate)"};
-const Option kExclude{"exclude", "PATTERN", Repeatable,
-                      "leaves out what is called so, as in *.pdb or doc/*.txt; may be given often"};
-const Option kNoDefaultExcludes{
-    "no-default-excludes", nullptr, Flag,
-    "packs what is left out otherwise: .git, .svn, .hg, .DS_Store, Thumbs.db, desktop.ini, ..."};
-const Option kAllowUpdater{"allow-updater", nullptr, Flag,
-                           "take a package that holds the updater's folder nevertheless"};
-const Option kAllowShorterVersion{
-    "allow-shorter-version", nullptr, Flag,
-    "publish even though clients may never start again after this version"};
-const Option kJson{"json", nullptr, Flag, "the result as JSON on the standard output"};
-
-const QVector<CommandDescription> &Commands()
-{
-    static const QVector<CommandDescription> commands{
-        {Request::Zip,
-         "zip",
-         nullptr,
-         "packs a client's folder, and publishes the package",
-         "publish zip --client build/Client --name Client --version 2.1.3 --update optional \\\n"
-         "      --notes-zh notes-zh.txt --notes-en notes-en.txt --out site",
-         {{"client", "DIR", Required, "the new client: its contents go over the installed one"},
-          {"name", "NAME", Required, "the package is called NAME-VERSION.zip"},
-          kVersion,
-          kUpdate,
-          kNotesZh,
-          kNotesEn,
-          kOut,
-          kUrlPrefix,
-          kExclude,
-          kNoDefaultExcludes,
-          kUpdaterFolder,
-          kAllowUpdater,
-          kAllowShorterVersion,
-          kJson}},
-        {Request::Installer,
-         "installer",
-         nullptr,
-         "publishes an installer, which the updater starts",
-         "publish installer --file NorvaneSetup-2.1.3.exe --version 2.1.3 --update forced \\\n"
-         "      --notes-zh notes-zh.txt --notes-en notes-en.txt --out site",
-         {{"file", "FILE", Required, "the installer, a program"},
-          {"name", "NAME", Optional, "publish it as NAME-VERSION.exe (default: as it is called)"},
-          kVersion,
-          kUpdate,
-          kNotesZh,
-          kNotesEn,
-          kOut,
-          kUrlPrefix,
-          kAllowShorterVersion,
-          kJson}},
-        {Request::Verify,
-         "verify",
-         "DIR",
-         "holds a published release against every rule; writes nothing",
-         "publish verify site",
-         {kUpdaterFolder, kAllowUpdater, kJson}},
-    };
-    return commands;
-}
-
-QString Text(const char *text)
-{
-    return QString::fromLatin1(text);
-}
-
-QString OptionText(const Option &option)
-{
-    QString text = QStringLiteral("--") + Text(option.name);
-    if (option.value != nullptr)
-        text += QLatin1Char(' ') + Text(option.value);
-    return text;
-}
-
-QString GeneralHelp()
-{
-    QString help = QStringLiteral("publish makes releases for the updater, and proves them.\n\n");
-    for (const CommandDescription &command : Commands()) {
-        help += QStringLiteral("publish %1: %2\n  %3\n\n")
-                    .arg(Text(command.name), Text(command.help), Text(command.example));
-    }
-    return help + QStringLiteral("publish COMMAND --help tells its options, "
-                                 "publish --version the version of the tool.\n"
-                                 "Exit codes: 0 done, 1 refused (nothing was published), 2 wrong "
-                                 "command line.\n");
-}
-
-QString CommandHelp(const CommandDescription &command)
-{
-    QString help =
-        QStringLiteral("publish %1 %2: %3\n\nOptions:\n")
-            .arg(Text(command.name),
-                 command.operand != nullptr ? Text(command.operand) : QStringLiteral("OPTIONS"),
-                 Text(command.help));
-    for (const Option &option : command.options) {
-        help += QStringLiteral("  %1 %2%3\n")
-                    .arg(OptionText(option), -26)
-                    .arg(Text(option.help),
-                         option.need == Required ? QStringLiteral(" (required)") : QString());
-    }
-    return help +
-           QStringLiteral("\nExample:\n  %1\n\nExit codes: 0 done, 1 refused (a line a reason "
-                          "on the standard error stream), 2 wrong command line.\n")
-               .arg(Text(command.example));
-}
+const QString kNoNetworks = QStringLiteral("none");
+const QString kUsualUpdaterFolder = QStringLiteral("AutoUpdate");
 
 CommandLine Wrong(const QString &what, const QString &command = QString())
 {
@@ -179,14 +53,230 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
             return QStringLiteral("--%1 is given twice").arg(name);
         if (option.need == Required && (values.isEmpty() || values.first().isEmpty()))
             return OptionText(option) + QStringLiteral(" is missing");
+        // As from a script's variable that is not set: it would mean "not given", or this folder.
+        if (values.contains(QString()))
+            return OptionText(option) + QStringLiteral(" is empty");
     }
     const int operands = parser.positionalArguments().size();
-    if (command.operand != nullptr && operands == 0)
-        return Text(command.operand) + QStringLiteral(" is missing");
-    if (operands > (command.operand != nullptr ? 1 : 0))
-        return QStringLiteral("\"%1\" is one too many").arg(parser.positionalArguments().last());
+    if (operands < command.leastOperands) {
+        return Text(command.operand).section(QLatin1Char(' '), operands, operands) +
+               QStringLiteral(" is missing");
+    }
+    if (operands > command.mostOperands)
+        return QStringLiteral("unexpected argument \"%1\"")
+            .arg(parser.positionalArguments().last());
+    if (parser.positionalArguments().contains(QString()))
+        return Text(command.operand) + QStringLiteral(" must not be empty");
     return QString();
 }
+
+/// Reads a command's values into a request; each step returns what is wrong, or nothing.
+class RequestReader
+{
+public:
+    RequestReader(const QCommandLineParser &parser, const CommandDescription &command)
+        : m_parser(parser), m_command(command)
+    {
+    }
+
+    QString Read(Request &request) const
+    {
+        request.command = m_command.command;
+        request.asJson = IsSet(kJson);
+        request.dryRun = IsSet(kDryRun);
+        request.version = Value(kVersion);
+        ReadOperands(request);
+        ReadPackage(request);
+        ReadLogs(request);
+        using Step = QString (RequestReader::*)(Request &) const;
+        for (const Step step :
+             {&RequestReader::ReadNodes, &RequestReader::ReadExclusion, &RequestReader::ReadUpdate,
+              &RequestReader::ReadShareAndPlan, &RequestReader::ReadRestrictions,
+              &RequestReader::ReadBandwidth, &RequestReader::ReadLimits}) {
+            const QString wrong = (this->*step)(request);
+            if (!wrong.isEmpty())
+                return wrong;
+        }
+        return QString();
+    }
+
+private:
+    // The parser complains when it is asked about an option of another command.
+    bool IsKnown(const Option &option) const
+    {
+        return std::any_of(
+            m_command.options.cbegin(), m_command.options.cend(),
+            [&option](const Option &known) { return qstrcmp(known.name, option.name) == 0; });
+    }
+
+    bool IsSet(const Option &option) const
+    {
+        return IsKnown(option) && m_parser.isSet(Text(option.name));
+    }
+
+    QString Value(const Option &option) const
+    {
+        return IsKnown(option) ? m_parser.value(Text(option.name)) : QString();
+    }
+
+    QStringList Values(const Option &option) const
+    {
+        return IsKnown(option) ? m_parser.values(Text(option.name)) : QStringList();
+    }
+
+    void ReadOperands(Request &request) const
+    {
+        const QStringList operands = m_parser.positionalArguments();
+        request.source = m_command.operand != nullptr
+                             ? operands.first()
+                             : m_parser.value(Text(m_command.options.first().name));
+        switch (request.command) {
+        case Request::Promote:
+            request.out = operands.at(1);
+            break;
+        default:
+            break;
+        }
+    }
+
+    QString ReadNodes(Request &request) const
+    {
+        if (request.command != Request::Push)
+            return QString();
+        request.nodes = m_parser.positionalArguments().mid(1);
+        return QString();
+    }
+
+    void ReadPackage(Request &request) const
+    {
+        request.name = Value(kName);
+        request.notesZhFile = Value(kNotesZh);
+        request.notesEnFile = Value(kNotesEn);
+        if (IsKnown(kOut))
+            request.out = Value(kOut);
+        request.urlPrefix = Value(kUrlPrefix);
+        request.configFile = Value(kConfigFile);
+        request.knownDigests = Value(kKnown);
+        request.updaterFolder = IsSet(kUpdaterFolder) ? Value(kUpdaterFolder) : kUsualUpdaterFolder;
+        request.allowUpdater = IsSet(kAllowUpdater);
+        request.allowShorterVersion = IsSet(kAllowShorterVersion);
+        request.downgrade = IsSet(kDowngrade);
+        request.packagesAreInstallers = IsSet(kInstallers);
+        if (request.command == Request::CheckConfiguration)
+            request.clientFolder = Value(kClientFolder);
+    }
+
+    void ReadLogs(Request &request) const
+    {
+        const QStringList operands = m_parser.positionalArguments();
+        // A pattern of the shell behind --log becomes operands.
+        if (request.command == Request::Advance)
+            request.logs = Values(kLog) + operands.mid(1);
+        else if (request.command == Request::ReportOnLogs)
+            request.logs = operands;
+        request.product = Value(kProduct);
+        request.htmlFile = Value(kHtml);
+    }
+
+    QString ReadExclusion(Request &request) const
+    {
+        if (!IsSet(kNoDefaultExcludes))
+            request.exclude = Exclusion::Defaults();
+        request.exclude += Values(kExclude);
+        for (const QString &pattern : qAsConst(request.exclude)) {
+            if (!Exclusion::IsPattern(pattern))
+                return QStringLiteral("\"%1\" is no pattern of names").arg(pattern);
+        }
+        return QString();
+    }
+
+    QString ReadUpdate(Request &request) const
+    {
+        const QString update = Value(kUpdate);
+        request.forced = update == QLatin1String("forced");
+        if (IsKnown(kUpdate) && !request.forced && update != QLatin1String("optional"))
+            return QStringLiteral("--update is neither optional nor forced");
+        return QString();
+    }
+
+    QString ReadShareAndPlan(Request &request) const
+    {
+        if (IsSet(kShare)) {
+            request.share = ReadShare(Value(kShare));
+            if (request.share == 0)
+                return QStringLiteral(
+                    "--share must be a number from 0.1 to 100 with at most one decimal");
+        }
+        if (!IsSet(kPlan))
+            return QString();
+        request.plan = PlanText(ReadPlan(Value(kPlan)));
+        if (request.plan.isEmpty()) {
+            return QStringLiteral("--plan must list growing shares, each but the last with a "
+                                  "duration, as in \"1% 1d, 10% 12h, 100%\"");
+        }
+        if (IsSet(kShare))
+            return QStringLiteral("--plan and --share exclude each other");
+        return QString();
+    }
+
+    QString ReadRestrictions(Request &request) const
+    {
+        request.from = Values(kFrom);
+        for (const QString &pattern : qAsConst(request.from)) {
+            if (!IsVersionPattern(pattern)) {
+                return QStringLiteral("\"%1\" is neither a version nor, as 2.0.*, the first one to "
+                                      "three parts of some")
+                    .arg(pattern);
+            }
+        }
+        request.networks = Values(kNetwork);
+        request.forgetsNetworks = request.networks.removeAll(kNoNetworks) > 0;
+        for (const QString &network : qAsConst(request.networks)) {
+            NetworkPrefix prefix;
+            if (const Failure failure = NetworkPrefix::Read(network, prefix))
+                return failure->message;
+        }
+        return QString();
+    }
+
+    QString ReadBandwidth(Request &request) const
+    {
+        if (!IsSet(kLinkGbit) && !IsSet(kClients))
+            return QString();
+        request.linkGbit = Value(kLinkGbit).toDouble();
+        request.clients = Value(kClients).toDouble();
+        // toDouble() reads "nan" and "inf" as well.
+        if (!std::isfinite(request.linkGbit) || !std::isfinite(request.clients) ||
+            request.linkGbit <= 0 || request.clients < 1)
+            return QStringLiteral("--link-gbit and --clients are two numbers that go together");
+        return QString();
+    }
+
+    QString ReadLimits(Request &request) const
+    {
+        if (request.command == Request::Advance && request.logs.isEmpty())
+            return QStringLiteral("--log LOG is missing");
+        for (const QString &text : Values(kStopAbove)) {
+            const QString kind = text.section(QLatin1Char('='), 0, 0);
+            bool isNumber = false;
+            const double percent = text.section(QLatin1Char('='), 1).toDouble(&isNumber);
+            const bool isInterrupted = kind == QLatin1String("interrupted");
+            const bool isUnchanged = kind == QLatin1String("unchanged");
+            // In this form it refuses "nan", which no comparison holds for.
+            const bool isPercentage = isNumber && percent >= 0 && percent <= 100;
+            if (!isPercentage || isInterrupted == isUnchanged) {
+                return QStringLiteral("\"%1\" is neither interrupted=PERCENT nor "
+                                      "unchanged=PERCENT")
+                    .arg(text);
+            }
+            (isInterrupted ? request.stopAboveInterrupted : request.stopAboveUnchanged) = percent;
+        }
+        return QString();
+    }
+
+    const QCommandLineParser &m_parser;
+    const CommandDescription &m_command;
+};
 
 CommandLine ReadCommand(const CommandDescription &command, const QStringList &arguments)
 {
@@ -205,54 +295,11 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     }
     if (parser.isSet(Text(help.name)))
         return Help(CommandHelp(command));
-    const QString wrong = WhatIsWrong(parser, command);
-    if (!wrong.isEmpty())
-        return Wrong(wrong, name);
-
-    // The parser complains when it is asked about an option of another command.
-    const auto isKnown = [&command](const Option &option) {
-        return std::any_of(
-            command.options.cbegin(), command.options.cend(),
-            [&option](const Option &known) { return qstrcmp(known.name, option.name) == 0; });
-    };
-    const auto value = [&parser, &isKnown](const Option &option) {
-        return isKnown(option) ? parser.value(Text(option.name)) : QString();
-    };
+    QString wrong = WhatIsWrong(parser, command);
     CommandLine commandLine;
-    Request &request = commandLine.request;
-    request.command = command.command;
-    request.source = command.operand != nullptr ? parser.positionalArguments().first()
-                                                : parser.value(Text(command.options.first().name));
-    request.name = value({"name", nullptr, Optional, nullptr});
-    request.version = value(kVersion);
-    request.notesZhFile = value(kNotesZh);
-    request.notesEnFile = value(kNotesEn);
-    request.out = value(kOut);
-    request.urlPrefix = value(kUrlPrefix);
-    request.updaterFolder = value(kUpdaterFolder);
-    if (request.updaterFolder.isEmpty())
-        request.updaterFolder = QStringLiteral("AutoUpdate");
-    const auto isSet = [&parser, &isKnown](const Option &option) {
-        return isKnown(option) && parser.isSet(Text(option.name));
-    };
-    if (!isSet(kNoDefaultExcludes))
-        request.exclude = Exclusion::Defaults();
-    if (isKnown(kExclude))
-        request.exclude += parser.values(Text(kExclude.name));
-    for (const QString &pattern : qAsConst(request.exclude)) {
-        if (!Exclusion::IsPattern(pattern))
-            return Wrong(QStringLiteral("\"%1\" is no pattern of names").arg(pattern), name);
-    }
-    request.allowShorterVersion = isSet(kAllowShorterVersion);
-    request.allowUpdater = isSet(kAllowUpdater);
-    request.asJson = parser.isSet(Text(kJson.name));
-
-    const QString update = value(kUpdate);
-    request.forced = update == QLatin1String("forced");
-    if (command.command != Request::Verify && !request.forced &&
-        update != QLatin1String("optional"))
-        return Wrong(QStringLiteral("--update is neither optional nor forced"), name);
-    return commandLine;
+    if (wrong.isEmpty())
+        wrong = RequestReader(parser, command).Read(commandLine.request);
+    return wrong.isEmpty() ? commandLine : Wrong(wrong, name);
 }
 
 CommandLine ReadArguments(const QStringList &arguments)
@@ -272,7 +319,7 @@ CommandLine ReadArguments(const QStringList &arguments)
         if (first == QLatin1String(command.name))
             return ReadCommand(command, arguments);
     }
-    return Wrong(QStringLiteral("\"%1\" is no command").arg(first));
+    return Wrong(QStringLiteral("unknown command \"%1\"").arg(first));
 }
 
 } // namespace

@@ -15,6 +15,13 @@ QString Hexadecimal(const QCryptographicHash &hash)
 
 } // namespace
 
+QString ShortDigest(const QByteArray &content)
+{
+    constexpr int digits = 8;
+    const QByteArray digest = QCryptographicHash::hash(content, QCryptographicHash::Sha256);
+    return QString::fromLatin1(digest.toHex().left(digits));
+}
+
 Failure DigestFile(const QString &path, Progress &progress, FileDigests &digests)
 {
     QFile file(path);
@@ -32,7 +39,7 @@ Failure DigestFile(const QString &path, Progress &progress, FileDigests &digests
         const qint64 count = file.read(piece.data(), piece.size());
         if (count < 0) {
             return Finding{QStringLiteral("unreadable"), path,
-                           QStringLiteral("%1: %2; mend the disk").arg(path, file.errorString())};
+                           QStringLiteral("%1: %2; check the disk").arg(path, file.errorString())};
         }
         if (count == 0)
             break;

@@ -3,6 +3,7 @@
 #include "release/publish/findings.h"
 #include "release/publish/progress.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QtGlobal>
 
@@ -13,6 +14,9 @@ struct FileDigests {
     QString sha1;    ///< announced, never compared
     QString sha256;  ///< for people who check a download
 };
+
+/// The first digits of the SHA-256 of @p content, to tell names of short-lived files apart.
+QString ShortDigest(const QByteArray &content);
 
 /// Reads @p path once, in pieces. Fails when it cannot be read to its end.
 Failure DigestFile(const QString &path, Progress &progress, FileDigests &digests);

@@ -9,7 +9,7 @@
 struct Finding {
     QString rule; ///< a short word that never changes, for scripts, such as "name-ascii"
     QString path; ///< the file or folder in the client's folder, or empty when it is none of them
-    QString message; ///< one line: what is wrong and, behind a semicolon, how to mend it
+    QString message; ///< one line: what is wrong and, behind a semicolon, how to fix it
 };
 
 using Findings = QVector<Finding>;

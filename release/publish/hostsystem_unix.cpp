@@ -1,9 +1,14 @@
 #include "release/publish/hostsystem.h"
 
+#include <QDir>
+#include <QFileInfo>
+
 #include <algorithm>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <dirent.h>
+#include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -42,6 +47,17 @@ QByteArrayList HostSystem::NamesThatAreNoText(const QString &folder)
     return names;
 }
 
+QByteArrayList HostSystem::ArgumentsThatAreNoText(int count, const char *const *arguments)
+{
+    QByteArrayList found;
+    for (int index = 1; index < count; ++index) {
+        const QByteArray argument(arguments[index]);
+        if (QString::fromLocal8Bit(argument).toLocal8Bit() != argument)
+            found.append(argument);
+    }
+    return found;
+}
+
 bool HostSystem::ErrorsGoToTerminal()
 {
     return isatty(STDERR_FILENO) != 0;
@@ -50,6 +66,44 @@ bool HostSystem::ErrorsGoToTerminal()
 bool HostSystem::MoveIntoPlace(const QString &from, const QString &to)
 {
     return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+}
+
+bool HostSystem::HasLinks()
+{
+    return true;
+}
+
+bool HostSystem::MakeLink(const QString &target, const QString &path)
+{
+    return symlink(QFile::encodeName(target).constData(), QFile::encodeName(path).constData()) == 0;
+}
+
+QString HostSystem::LinkText(const QString &path)
+{
+    QByteArray text(PATH_MAX, '\0');
+    const ssize_t size =
+        readlink(QFile::encodeName(path).constData(), text.data(), size_t(text.size()));
+    return size > 0 ? QFile::decodeName(text.left(int(size))) : QString();
+}
+
+bool HostSystem::PointTo(const QString &folder, const QString &link, const QString &staged)
+{
+    // A tree that was made on a system without links.
+    if (QFileInfo(link).isDir() && !IsLink(link) &&
+        !MoveIntoPlace(link, folder + QStringLiteral("-before")))
+        return false;
+    const QString target = QFileInfo(link).dir().relativeFilePath(folder);
+    return MakeLink(target, staged) && MoveIntoPlace(staged, link);
+}
+
+bool HostSystem::SyncFileSystem(const QString &folder)
+{
+    const int descriptor = open(QFile::encodeName(folder).constData(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    const bool isSynced = syncfs(descriptor) == 0;
+    close(descriptor);
+    return isSynced;
 }
 
 bool HostSystem::SyncToDisk(QFile &file)

@@ -43,6 +43,11 @@ QByteArrayList HostSystem::NamesThatAreNoText(const QString &)
     return {};
 }
 
+QByteArrayList HostSystem::ArgumentsThatAreNoText(int, const char *const *)
+{
+    return {};
+}
+
 bool HostSystem::ErrorsGoToTerminal()
 {
     return _isatty(_fileno(stderr)) != 0;
@@ -52,6 +57,36 @@ bool HostSystem::MoveIntoPlace(const QString &from, const QString &to)
 {
     return MoveFileExW(NativePath(from).c_str(), NativePath(to).c_str(),
                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+bool HostSystem::HasLinks()
+{
+    return false; // they need a right that people do not have
+}
+
+bool HostSystem::MakeLink(const QString &, const QString &)
+{
+    return false;
+}
+
+QString HostSystem::LinkText(const QString &)
+{
+    return {};
+}
+
+bool HostSystem::PointTo(const QString &folder, const QString &link, const QString &staged)
+{
+    const bool isThere = QDir(link).exists();
+    if (isThere && !MoveIntoPlace(link, staged))
+        return false;
+    if (!MoveIntoPlace(folder, link))
+        return false;
+    return !isThere || QDir(staged).removeRecursively();
+}
+
+bool HostSystem::SyncFileSystem(const QString &)
+{
+    return true; // each file was written through
 }
 
 bool HostSystem::SyncToDisk(QFile &file)

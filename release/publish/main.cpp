@@ -1,7 +1,13 @@
+#include "release/publish/advance.h"
+#include "release/publish/clientfolder.h"
 #include "release/publish/commandline.h"
+#include "release/publish/configcheck.h"
 #include "release/publish/hostsystem.h"
+#include "release/publish/logreport.h"
 #include "release/publish/publishrelease.h"
+#include "release/publish/pushtree.h"
 #include "release/publish/report.h"
+#include "release/publish/rollout.h"
 #include "release/publish/verifyrelease.h"
 
 #include <QCoreApplication>
@@ -11,14 +17,50 @@
 namespace
 {
 
-/// The framework speaks of damaged archives in its own words; the tool has better ones.
-void SilenceFramework(QtMsgType, const QMessageLogContext &, const QString &) {}
+/// Qt's own messages about damaged archives are suppressed; the tool prints better ones.
+void SuppressMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
 
 Progress::Style ProgressStyle(const Request &request)
 {
     if (request.asJson)
         return Progress::Silent;
-    return HostSystem::ErrorsGoToTerminal() ? Progress::Bar : Progress::Lines;
+    if (HostSystem::ErrorsGoToTerminal())
+        return Progress::Bar;
+    // cron would send each line by mail, every hour.
+    return request.command == Request::Advance ? Progress::Silent : Progress::Lines;
+}
+
+Outcome Run(const Request &request, Progress &progress)
+{
+    switch (request.command) {
+    case Request::Zip:
+    case Request::Installer:
+    case Request::Promote:
+        return PublishRelease(request, progress);
+    case Request::Verify:
+        return VerifyRelease(request, progress);
+    case Request::Rollout:
+        return RollOut(request);
+    case Request::Advance:
+        return AdvancePlans(request, progress);
+    case Request::Stop:
+        return StopOffers(request);
+    case Request::Resume:
+        return ResumeOffers(request);
+    case Request::Rollback:
+        return RollBack(request);
+    case Request::List:
+        return ListReleases(request);
+    case Request::Push:
+        return PushTree(request);
+    case Request::ReportOnLogs:
+        return ReportLogs({request.logs, request.htmlFile}, progress);
+    case Request::CheckConfiguration:
+        return CheckConfig(
+            {request.source, request.clientFolder,
+             request.packagesAreInstallers ? Global::InstallerPackage : Global::ZipPackage});
+    }
+    return {};
 }
 
 } // namespace
@@ -26,10 +68,17 @@ Progress::Style ProgressStyle(const Request &request)
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
-    qInstallMessageHandler(SilenceFramework);
+    qInstallMessageHandler(SuppressMessage);
     HostSystem::NoteInterruptions();
 
-    const CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
+    CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
+    const QByteArrayList lost = HostSystem::ArgumentsThatAreNoText(argc, argv);
+    if (!lost.isEmpty()) {
+        // It would name another file than the one that is meant.
+        commandLine.error =
+            QStringLiteral("the argument \"%1\" is not valid UTF-8; rename what it names")
+                .arg(EscapedName(lost.first()));
+    }
     if (!commandLine.error.isEmpty()) {
         Outcome wrong;
         wrong.refusals.append({QStringLiteral("usage"), QString(), commandLine.error});
@@ -48,8 +97,7 @@ int main(int argc, char *argv[])
 
     const Request &request = commandLine.request;
     Progress progress(ProgressStyle(request));
-    const Outcome outcome = request.command == Request::Verify ? VerifyRelease(request, progress)
-                                                               : PublishRelease(request, progress);
+    const Outcome outcome = Run(request, progress);
     progress.End();
     return Report(outcome, request.asJson);
 }

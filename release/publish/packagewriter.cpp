@@ -19,8 +19,9 @@ constexpr int kWorthwhilePart = 32; // packing that saves less than one part in 
 
 Finding CannotWrite(const QString &path, const QString &reason)
 {
-    return {QStringLiteral("unwritable"), QString(),
-            QStringLiteral("%1: %2; make room and see to the permissions").arg(path, reason)};
+    return {
+        QStringLiteral("unwritable"), QString(),
+        QStringLiteral("%1: %2; free some disk space and check the permissions").arg(path, reason)};
 }
 
 Finding Changed(const Entry &entry)

@@ -11,7 +11,7 @@ namespace
 {
 
 constexpr int kBarWidth = 40;       // in characters
-constexpr qint64 kRedrawPause = 80; // in milliseconds: oftener nobody sees
+constexpr qint64 kRedrawPause = 80; // in milliseconds: more frequent redraws are not visible
 
 int PartOf(qint64 done, qint64 total, int whole)
 {

@@ -5,6 +5,7 @@
 #include "net/servicecontract.h"
 #include "ui/releasenotes.h"
 
+#include <QDir>
 #include <QHash>
 #include <QRegularExpression>
 #include <QSet>
@@ -17,37 +18,11 @@ namespace
 {
 
 using ReleaseRules::Entry;
+using ReleaseRules::IsAscii;
 using ReleaseRules::Shown;
+using ReleaseRules::WindowsObjection;
 
 const QString kInstallerSuffix = QStringLiteral(".exe");
-const QString kUpdaterProgram = QStringLiteral("AutoUpdate.exe");
-const QString kUpdaterConfiguration = QStringLiteral("updateconfig.json");
-
-bool IsAscii(const QString &text)
-{
-    return std::all_of(text.cbegin(), text.cend(),
-                       [](QChar character) { return character.unicode() < 0x80; });
-}
-
-/// What keeps Windows from holding a file or folder of this name, or its users from seeing what it
-/// is; empty when nothing does.
-QString WindowsObjection(const QString &name)
-{
-    if (WindowsNames::HasInvisibleCharacter(name))
-        return QStringLiteral("contains a control or formatting character, which cannot be seen");
-    const auto forbidden = std::find_if(name.cbegin(), name.cend(), [](QChar character) {
-        return WindowsNames::HasForbiddenCharacter(QString(character));
-    });
-    if (forbidden != name.cend()) {
-        return QStringLiteral("contains \"%1\", which Windows does not allow in file names")
-            .arg(*forbidden);
-    }
-    if (WindowsNames::AsKept(name) != name)
-        return QStringLiteral("ends with a dot or a blank, which Windows drops");
-    if (WindowsNames::IsDevice(name))
-        return QStringLiteral("is the name of a device on Windows");
-    return QString();
-}
 
 /// The findings about one name, @p subject as their messages begin.
 Findings CheckName(const QString &name, const QString &path, const QString &subject)
@@ -116,24 +91,9 @@ QString ParentOf(const QString &path)
     return path.left(qMax(0, path.lastIndexOf(QLatin1Char('/'))));
 }
 
-/// The folder in which @p entries hold the updater; empty when they do not.
-QString UpdaterFolderIn(const QVector<Entry> &entries, const QString &named)
+bool IsUpdaterProgram(const QString &path)
 {
-    QSet<QString> withProgram;
-    QSet<QString> withConfiguration;
-    for (const Entry &entry : entries) {
-        if (entry.path.compare(named, Qt::CaseInsensitive) == 0)
-            return entry.path;
-        const QString folder = ParentOf(entry.path);
-        if (LastPart(entry.path).compare(kUpdaterProgram, Qt::CaseInsensitive) == 0)
-            withProgram.insert(folder);
-        if (LastPart(entry.path).compare(kUpdaterConfiguration, Qt::CaseInsensitive) == 0)
-            withConfiguration.insert(folder);
-    }
-    withProgram.intersect(withConfiguration);
-    QStringList folders = withProgram.values();
-    std::sort(folders.begin(), folders.end());
-    return folders.value(0);
+    return LastPart(path).compare(ReleaseRules::UpdaterProgram, Qt::CaseInsensitive) == 0;
 }
 
 Finding TooLong(const QString &topFolder, const Entry &entry)
@@ -184,6 +144,30 @@ QString ReleaseRules::Shown(QString text)
     return text;
 }
 
+bool ReleaseRules::IsAscii(const QString &text)
+{
+    return std::all_of(text.cbegin(), text.cend(),
+                       [](QChar character) { return character.unicode() < 0x80; });
+}
+
+QString ReleaseRules::WindowsObjection(const QString &name)
+{
+    if (WindowsNames::HasInvisibleCharacter(name))
+        return QStringLiteral("contains a control or formatting character, which cannot be seen");
+    const auto forbidden = std::find_if(name.cbegin(), name.cend(), [](QChar character) {
+        return WindowsNames::HasForbiddenCharacter(QString(character));
+    });
+    if (forbidden != name.cend()) {
+        return QStringLiteral("contains \"%1\", which Windows does not allow in file names")
+            .arg(*forbidden);
+    }
+    if (WindowsNames::AsKept(name) != name)
+        return QStringLiteral("ends with a dot or a blank, which Windows drops");
+    if (WindowsNames::IsDevice(name))
+        return QStringLiteral("is the name of a device on Windows");
+    return QString();
+}
+
 QString ReleaseRules::PackageFileName(const QString &name, const QString &version,
                                       const QString &suffix)
 {
@@ -197,13 +181,23 @@ QString ReleaseRules::TopFolder(const QString &packageFileName)
 
 Findings ReleaseRules::CheckVersion(const QString &version)
 {
-    static const QRegularExpression plain(QStringLiteral("\\A[A-Za-z0-9._+-]+\\z"));
+    // A folder of the tree is called after it, which ".." could not be.
+    static const QRegularExpression plain(
+        QStringLiteral("\\A[._+-]*[A-Za-z0-9][A-Za-z0-9._+-]*\\z"));
+    // The service's log writes "none" where a check was offered nothing.
+    if (version.compare(QLatin1String("none"), Qt::CaseInsensitive) == 0) {
+        return {{QStringLiteral("version"), QString(),
+                 QStringLiteral("the version \"%1\" would look like no offer in the log of the "
+                                "service; choose another one, as in 2.1.3")
+                     .arg(version)}};
+    }
     if (version.size() <= MaxVersionLength && plain.match(version).hasMatch())
         return {};
     return {
         {QStringLiteral("version"), QString(),
          QStringLiteral("the version \"%1\" is not 1 to %2 letters, digits, \".\", \"-\", \"_\" "
-                        "and \"+\"; write it as the client's configuration has it, as in 2.1.3")
+                        "and \"+\", one of them a letter or digit; write it as the client's "
+                        "configuration has it, as in 2.1.3")
              .arg(Shown(version.left(MaxVersionLength)))
              .arg(MaxVersionLength)}};
 }
@@ -389,15 +383,26 @@ Findings ReleaseRules::CheckEntries(const QString &topFolder, const QVector<Entr
 Findings ReleaseRules::CheckUpdaterFolder(const QVector<Entry> &entries,
                                           const QString &updaterFolder)
 {
-    const QString folder = UpdaterFolderIn(entries, updaterFolder);
-    if (folder.isEmpty())
+    // A shell completes the names of folders with a slash.
+    const QString folder =
+        QDir::cleanPath(QString(updaterFolder).replace(QLatin1Char('\\'), QLatin1Char('/')));
+    const auto found =
+        std::find_if(entries.cbegin(), entries.cend(), [&folder](const Entry &entry) {
+            return entry.path.compare(folder, Qt::CaseInsensitive) == 0 ||
+                   IsUpdaterProgram(entry.path);
+        });
+    if (found == entries.cend())
         return {};
-    return {{QStringLiteral("updater-folder"), folder,
-             QStringLiteral("\"%1\" is the updater's own folder: Windows does not "
-                            "overwrite a running program, and the copy would stop there; "
-                            "leave it out, name the updater's folder with "
-                            "--updater-folder, or pass --allow-updater")
-                 .arg(Shown(folder))}};
+    const QString message =
+        IsUpdaterProgram(found->path)
+            ? QStringLiteral("\"%1\" is the updater's program, which Windows does not overwrite "
+                             "while it runs, and the copy would stop there; leave it out with "
+                             "--exclude, or pass --allow-updater")
+            : QStringLiteral("\"%1\" is the updater's own folder: Windows does not overwrite a "
+                             "running program, and the copy would stop there; leave it out, name "
+                             "the updater's folder with --updater-folder, or pass "
+                             "--allow-updater");
+    return {{QStringLiteral("updater-folder"), found->path, message.arg(Shown(found->path))}};
 }
 
 Findings ReleaseRules::WarnOfInstaller(const QString &path, const QByteArray &beginning)
@@ -405,7 +410,8 @@ Findings ReleaseRules::WarnOfInstaller(const QString &path, const QByteArray &be
     if (beginning.startsWith("MZ"))
         return {};
     return {{QStringLiteral("not-a-program"), QString(),
-             QStringLiteral("%1 does not begin as programs for Windows do; see that it is one")
+             QStringLiteral("%1 does not begin as programs for Windows do; check that this is "
+                            "intended")
                  .arg(path)}};
 }
 
@@ -425,7 +431,7 @@ Findings ReleaseRules::WarnOfOlderVersion(const QString &version, const QStringL
         return {};
     return {{QStringLiteral("older-version"), QString(),
              QStringLiteral("the version %1 is older than %2, which was published before, and is "
-                            "offered to those who have %2 too; see that it is meant so")
+                            "offered to those who have %2 too; check that this is intended")
                  .arg(Shown(version), Shown(*newest))}};
 }
 

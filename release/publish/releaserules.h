@@ -38,6 +38,8 @@ constexpr int MaxShorterBy = 1;
 
 const inline QString ZipSuffix = QStringLiteral(".zip");
 
+const inline QString UpdaterProgram = QStringLiteral("AutoUpdate.exe");
+
 /// A file or folder of a package.
 struct Entry {
     QString path; ///< below the package's top folder, with forward slashes and none at its end
@@ -47,6 +49,12 @@ struct Entry {
 
 /// As lines show a name: characters that would break or forge a line are replaced.
 QString Shown(QString text);
+
+bool IsAscii(const QString &text);
+
+/// What keeps Windows from holding a file or folder of this name, or its users from seeing what it
+/// is, as the end of a sentence about the name; empty when nothing does.
+QString WindowsObjection(const QString &name);
 
 /// The file name of the zip package or installer called @p name: as "Client-2.1.3.zip".
 QString PackageFileName(const QString &name, const QString &version, const QString &suffix);
@@ -88,8 +96,8 @@ Findings CheckPackageSize(qint64 size);
 Findings CheckEntries(const QString &topFolder, const QVector<Entry> &entries);
 
 /**
- * Whether the updater is among @p entries: its folder, which is @p updaterFolder or any folder with
- * the updater's program and configuration in it. One finding at the most.
+ * Whether the updater is among @p entries: the folder @p updaterFolder, or its program in any
+ * folder. Letter case does not count. One finding at the most.
  */
 Findings CheckUpdaterFolder(const QVector<Entry> &entries, const QString &updaterFolder);
 

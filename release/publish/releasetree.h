@@ -1,20 +1,27 @@
 #pragma once
 
 #include "release/publish/findings.h"
+#include "release/publish/releaselist.h"
 
 #include <QByteArray>
-#include <QLockFile>
 #include <QString>
 #include <QStringList>
 
-#include <memory>
-
-/// The files of a published release, below one folder that a web server serves as it is.
+/// The files of a tree of releases, below one folder that a web server serves as it is.
 class ReleaseTree
 {
 public:
     /// Where the packages lie, in the tree and in their addresses.
     static const QString PackagesPath; // "/packages/"
+
+    /**
+     * The name of a generation: its number and a digest of its list. Trees that were restored from
+     * the same copy reach the same numbers, and a server must not take the one for the other.
+     */
+    static QString GenerationName(int number, const QByteArray &json);
+
+    /// The number in a generation's name; 0 when there is none.
+    static int GenerationNumber(const QString &name);
 
     /// The address of the package @p id. @p prefix precedes PackagesPath, or ends with it already.
     static QString PackageAddress(QString prefix, const QString &id);
@@ -23,62 +30,42 @@ public:
 
     QString Folder() const { return m_folder; }
 
-    /// The check's answer that announces the release.
-    QString OfferFile() const;
+    /// The link to the generation in force: everything about who is offered what. It is replaced as
+    /// a whole.
+    QString Current() const;
+
+    /// Where the generations lie.
+    QString Generations() const;
+
+    /// The list of the releases.
+    QString ListFile() const;
+
+    /// The check's answer that announces a release.
+    QString OfferFile(const Release &release) const;
 
     /// The check's answer that there is nothing newer.
     QString NoOfferFile() const;
 
-    /// What people read.
+    /// Nobody is offered anything while it exists.
+    QString StopFile() const;
+
+    /// What people read about the newest release.
     QString IndexFile() const;
+
+    /// The digests of all packages, for sha256sum.
+    QString DigestsFile() const;
 
     QString PackageFile(const QString &id) const;
 
-    /// Every answer in the tree, offers that were kept under other names included.
-    QStringList AnswerFiles() const;
-
     /// The file names of all packages.
     QStringList PackageNames() const;
+
+    /// Reads the list of the releases, which is empty where there is no tree yet.
+    Failure Read(ReleaseList &list) const;
 
 private:
     QString m_folder; ///< absolute, without a slash at its end
 };
 
-/**
- * A release in the making. It is put together in a folder of the tree that no address leads to, and
- * appears in its place by renaming whole files: whoever reads the tree meanwhile sees the old or
- * the new one. What is not published is removed by the destructor, and after a crash by the next
- * one. One at a time a tree. Everybody may read the files and the folders that it makes. Main
- * thread.
- */
-class StagedRelease
-{
-public:
-    explicit StagedRelease(const ReleaseTree &tree);
-    ~StagedRelease();
-    Q_DISABLE_COPY(StagedRelease)
-
-    /// Makes the folder for it. Fails when another process publishes into the same tree.
-    Failure Begin();
-
-    /// Where the package has to be written before Publish().
-    QString PackagePath() const;
-
-    /**
-     * Puts the package into its place, under the name @p id, and then the rest, the answer that
-     * announces it last. A package that stands there already with the same bytes is left alone; one
-     * with other bytes is a failure, for caches and half-done downloads hold it.
-     */
-    Failure Publish(const QString &id, const QByteArray &offer, const QByteArray &noOffer,
-                    const QByteArray &index);
-
-private:
-    QString StagedPath(const QString &name) const;
-    Failure PublishPackage(const QString &id);
-    void RemoveWhatIsEmpty() const;
-
-    ReleaseTree m_tree;
-    QString m_folder;      ///< where everything is staged
-    QString m_oldAncestor; ///< the nearest folder above the staged files that was there before
-    std::unique_ptr<QLockFile> m_lock;
-};
+/// The lines of sha256sum for all packages of @p list.
+QByteArray DigestLines(const ReleaseList &list);

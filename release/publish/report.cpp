@@ -8,7 +8,7 @@
 namespace
 {
 
-/// More of them nobody reads; scripts get them all.
+/// Nobody reads more than this; scripts get them all.
 constexpr int kMaxLines = 20;
 
 constexpr double kMiB = 1024.0 * 1024.0;
@@ -59,5 +59,12 @@ int Report(const Outcome &outcome, bool asJson)
         PrintJson(outcome);
     else
         std::fputs(outcome.summary.toLocal8Bit().constData(), stdout);
+    // A script must not take half a result for the whole one.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fputs("publish: the result cannot be written to the standard output; the command "
+                   "itself is done\n",
+                   stderr);
+        return ExitRefused;
+    }
     return outcome.refusals.isEmpty() ? ExitOk : ExitRefused;
 }

@@ -1,19 +1,25 @@
 #include "release/publish/verifyrelease.h"
 
 #include "net/servicecontract.h"
+#include "release/publish/decisions.h"
+#include "release/publish/hostsystem.h"
 #include "release/publish/indexpage.h"
 #include "release/publish/releaserules.h"
 #include "release/publish/releasetree.h"
 #include "release/publish/reply.h"
+#include "release/publish/treechange.h"
+#include "release/publish/versionfile.h"
 #include "release/publish/zipcheck.h"
 
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QtGui/private/qzipreader_p.h>
 
 namespace
 {
 
-/// One release being looked at; findings add up.
+/// A tree being looked at, release by release; findings add up.
 class Verifier
 {
 public:
@@ -33,18 +39,25 @@ public:
         QByteArray noOffer;
         if (Read(m_tree.NoOfferFile(), noOffer))
             Refuse(CheckNoOffer(noOffer));
-        QByteArray offer;
-        if (!Read(m_tree.OfferFile(), offer))
+        ReleaseList list;
+        if (Failure failure = m_tree.Read(list)) {
+            Refuse({*failure});
             return m_outcome;
-        const Findings wrong = ReadOffer(offer, m_offer);
-        Refuse(wrong);
-        if (!wrong.isEmpty())
+        }
+        QByteArray json;
+        if (!Read(m_tree.ListFile(), json))
             return m_outcome;
-        CheckOffer();
-        CheckNotes();
-        CheckPackage();
-        if (m_outcome.refusals.isEmpty())
-            DescribeResult();
+        CheckGeneration(list);
+        Refuse(FindUnreadable(m_tree, list));
+        for (const Release &release : qAsConst(list.releases))
+            CheckRelease(release);
+        // The page is about the newest release, which was the last to be looked at.
+        if (!list.releases.isEmpty() && m_outcome.refusals.isEmpty())
+            CheckIndex();
+        if (!m_outcome.refusals.isEmpty()) {
+            m_outcome.summary.clear();
+            m_outcome.facts = {};
+        }
         return m_outcome;
     }
 
@@ -65,6 +78,69 @@ private:
         }
         content = file.readAll();
         return true;
+    }
+
+    /// What follows from the list has to be there, and nothing else.
+    void CheckGeneration(const ReleaseList &list)
+    {
+        const auto wrong = [this](const QString &path) {
+            Refuse("decisions", QStringLiteral("%1 does not follow from the list of releases; roll "
+                                               "a release out again")
+                                    .arg(path));
+        };
+        QByteArray digests;
+        if (Read(m_tree.DigestsFile(), digests) && digests != DigestLines(list))
+            wrong(m_tree.DigestsFile());
+        if (!HostSystem::HasLinks())
+            return;
+        const QMap<QString, QString> links = DecisionLinks(list);
+        for (auto link = links.cbegin(); link != links.cend(); ++link) {
+            const QString path = m_tree.Current() + QLatin1Char('/') + link.key();
+            const bool isRight =
+                link->isEmpty() ? QFileInfo(path).isDir() : HostSystem::LinkText(path) == *link;
+            if (!isRight) {
+                wrong(path);
+                return;
+            }
+        }
+        int found = 0;
+        QDirIterator it(QFileInfo(m_tree.Current()).canonicalFilePath(),
+                        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            it.next();
+            // Plain files decide nothing.
+            found += it.fileInfo().isFile() && !it.fileInfo().isSymLink() ? 0 : 1;
+        }
+        if (found != links.size())
+            wrong(m_tree.Current());
+    }
+
+    void CheckRelease(const Release &release)
+    {
+        QByteArray reply;
+        m_offer = {};
+        m_entries = 0;
+        if (!Read(m_tree.OfferFile(release), reply))
+            return;
+        const Findings wrong = ReadOffer(reply, m_offer);
+        Refuse(wrong);
+        if (!wrong.isEmpty())
+            return;
+        if (m_offer.version != release.version || m_offer.id != release.id ||
+            m_offer.kind != release.kind || m_offer.forced != release.forced) {
+            Refuse("reply", QStringLiteral("%1 tells another release than the list; publish it "
+                                           "again")
+                                .arg(m_tree.OfferFile(release)));
+            return;
+        }
+        CheckOffer();
+        CheckNotes();
+        // Packages that are rolled back may be taken away.
+        if (!release.isWithdrawn || QFileInfo::exists(m_tree.PackageFile(release.id)))
+            CheckPackage(release);
+        if (m_outcome.refusals.isEmpty())
+            DescribeResult();
     }
 
     void CheckOffer()
@@ -100,7 +176,7 @@ private:
         m_outcome.warnings += ReleaseRules::WarnOfNotes(notes, language);
     }
 
-    void CheckPackage()
+    void CheckPackage(const Release &release)
     {
         // The name was refused already when it leads elsewhere.
         if (m_offer.id.contains(QLatin1Char('/')))
@@ -117,10 +193,10 @@ private:
             return;
         }
         Refuse(ReleaseRules::CheckPackageSize(found.size));
-        CompareDigests(found);
-        CheckIndex(found);
+        CompareDigests(found, release);
+        m_offer.package = found;
         if (m_offer.kind == Global::ZipPackage)
-            CheckZip(path);
+            CheckZip(path, release);
         else
             CheckInstaller(path);
     }
@@ -134,7 +210,7 @@ private:
         }
     }
 
-    void CompareDigests(const FileDigests &found)
+    void CompareDigests(const FileDigests &found, const Release &release)
     {
         const auto compare = [this](const QString &what, const QString &said, const QString &is) {
             if (said != is) {
@@ -147,18 +223,17 @@ private:
                 QString::number(found.size));
         compare(QStringLiteral("MD5"), m_offer.package.md5, found.md5);
         compare(QStringLiteral("SHA-1"), m_offer.package.sha1, found.sha1);
+        compare(QStringLiteral("SHA-256"), release.sha256, found.sha256);
     }
 
-    void CheckIndex(const FileDigests &found)
+    void CheckIndex()
     {
         QByteArray page;
-        if (!Read(m_tree.IndexFile(), page))
-            return;
-        m_offer.package = found;
-        Refuse(CheckIndexPage(page, m_offer));
+        if (Read(m_tree.IndexFile(), page))
+            Refuse(CheckIndexPage(page, m_offer));
     }
 
-    void CheckZip(const QString &path)
+    void CheckZip(const QString &path, const Release &release)
     {
         const ZipContents contents = CheckZipPackage(path, m_offer.id, m_progress);
         Refuse(contents.findings);
@@ -168,13 +243,25 @@ private:
         (m_request.allowUpdater ? m_outcome.warnings : m_outcome.refusals) += updater;
         m_outcome.warnings +=
             ReleaseRules::WarnOfEntries(ReleaseRules::TopFolder(m_offer.id), contents.entries);
+        if (!release.configFile.isEmpty() && contents.findings.isEmpty())
+            CheckVersionFile(path, release, contents.entries);
+    }
+
+    void CheckVersionFile(const QString &path, const Release &release,
+                          const QVector<ReleaseRules::Entry> &entries)
+    {
+        QZipReader reader(path);
+        const QString entry =
+            ReleaseRules::TopFolder(release.id) + QLatin1Char('/') + release.configFile;
+        Refuse(VersionFile::Check(release.configFile, reader.fileData(entry), release.version));
+        m_outcome.warnings += VersionFile::WarnOfOrder(release.configFile, entries);
     }
 
     void DescribeResult()
     {
-        m_outcome.summary = QStringLiteral("%1: version %2 keeps every rule (%3, %4, MD5 %5).\n")
-                                .arg(m_tree.Folder(), m_offer.version, m_offer.id,
-                                     SizeText(m_offer.package.size), m_offer.package.md5);
+        m_outcome.summary += QStringLiteral("%1: version %2 keeps every rule (%3, %4, MD5 %5).\n")
+                                 .arg(m_tree.Folder(), m_offer.version, m_offer.id,
+                                      SizeText(m_offer.package.size), m_offer.package.md5);
         m_outcome.facts = {{QStringLiteral("version"), m_offer.version},
                            {QStringLiteral("id"), m_offer.id},
                            {QStringLiteral("size"), m_offer.package.size},

@@ -91,6 +91,9 @@ private slots:
     void everyAttackNamesItsTest();
     void jsonExamplesParse_data() { AddAllDocuments(); }
     void jsonExamplesParse();
+    void quotesAreInTheirSources_data() { AddAllDocuments(); }
+    void quotesAreInTheirSources();
+    void theSampleClientIsQuoted();
     void everyDocumentIsReachedFromTheReadme();
 
 private:
@@ -144,6 +147,30 @@ void TestDocuments::jsonExamplesParse()
         QVERIFY2(error.error == QJsonParseError::NoError,
                  (error.errorString().toUtf8() + " in\n" + example).constData());
     }
+}
+
+void TestDocuments::quotesAreInTheirSources()
+{
+    QFETCH(QString, path);
+    const auto quotes = Document(path).Quotes();
+    for (const auto &quote : quotes) {
+        const QByteArray source = ReadFile(ProjectPath(quote.first));
+        QVERIFY2(source.contains(quote.second),
+                 ("not in " + quote.first.toUtf8() + ":\n" + quote.second).constData());
+    }
+}
+
+void TestDocuments::theSampleClientIsQuoted()
+{
+    QStringList quoted;
+    const auto quotes = Document(QStringLiteral("docs/client.md")).Quotes();
+    for (const auto &quote : quotes)
+        quoted.append(quote.first);
+    const QString folder = QStringLiteral("examples/client/");
+    const QStringList sources = QDir(ProjectPath(folder)).entryList({QStringLiteral("*.cpp")});
+    QVERIFY(!sources.isEmpty());
+    for (const QString &source : sources)
+        QVERIFY2(quoted.contains(folder + source), qPrintable(source));
 }
 
 void TestDocuments::everyDocumentIsReachedFromTheReadme()

@@ -12,6 +12,7 @@ class TestUpdate : public QObject
 
 private slots:
     void AZipPackageIsInstalledAndTheClientStarted();
+    void ARelativeClientFolderBeginsAtTheUpdaters();
     void TheNotesFollowTheLanguage_data();
     void TheNotesFollowTheLanguage();
     void AnInstallerIsStartedWithTheArguments();
@@ -25,6 +26,10 @@ private slots:
     void AMuchShorterVersionEndsEveryLaterRun();
     void ALongEnoughVersionEndsNoRun_data();
     void ALongEnoughVersionEndsNoRun();
+#ifdef Q_OS_LINUX
+    void AnInterruptedCopyIsCompletedByTheNextStart_data();
+    void AnInterruptedCopyIsCompletedByTheNextStart();
+#endif
 };
 
 namespace
@@ -163,6 +168,24 @@ void TestUpdate::AZipPackageIsInstalledAndTheClientStarted()
             QStringLiteral("[WARNING] (:0) autoupdate config veison update "
                            "successed"),
             Info(Quoted(run.imageName) + QStringLiteral("  starting..."))}));
+}
+
+void TestUpdate::ARelativeClientFolderBeginsAtTheUpdaters()
+{
+    UpdaterRun run;
+    run.Configure({{QStringLiteral("appPath"), QStringLiteral("../")}});
+    run.Publish(NewClient(), kPackage);
+    run.process.setWorkingDirectory(run.home.Scratch());
+
+    QCOMPARE(run.Run(kImmediately), 0);
+
+    QVERIFY(run.client.WaitForCalls(1));
+    QCOMPARE(ReadFile(run.home.ClientFolder() + QStringLiteral("/config.json")),
+             QByteArray(R"({"client": {"version": "2.1.3"}})"));
+    // The version was read there: it is no news any more.
+    QCOMPARE(run.Run(), 0);
+    QVERIFY(run.client.WaitForCalls(2));
+    QVERIFY(run.Log().join(QLatin1Char('\n')).contains(QLatin1String("currentVersion: \"2.1.3\"")));
 }
 
 void TestUpdate::TheNotesFollowTheLanguage_data()
@@ -361,6 +384,59 @@ void TestUpdate::ALongEnoughVersionEndsNoRun()
     QVERIFY(run.client.WaitForCalls(3));
     QVERIFY(!run.Log().contains(kUnreadable));
 }
+
+#ifdef Q_OS_LINUX
+
+// The xcopy of Windows stops at the first error. The stand-in does the same; Wine's continues, so
+// this test runs only on Linux.
+void TestUpdate::AnInterruptedCopyIsCompletedByTheNextStart_data()
+{
+    QTest::addColumn<QString>("versionFile");
+    QTest::addColumn<bool>("isCompleted");
+    QTest::newRow("version file copied last") << "~version/version.json" << true;
+    // The client looks current from now on, and stays half-updated.
+    QTest::newRow("version file copied first") << "config.json" << false;
+}
+
+void TestUpdate::AnInterruptedCopyIsCompletedByTheNextStart()
+{
+    QFETCH(QString, versionFile);
+    QFETCH(bool, isCompleted);
+    const QString top = QStringLiteral("client-2.1.3/");
+    const QString helper = QStringLiteral("plugins/helper");
+    const QByteArray oldVersion = R"({"client": {"version": "1.0.0"}})";
+    const QByteArray newVersion = R"({"client": {"version": "2.1.3"}})";
+    UpdaterRun run;
+    run.Configure({{QStringLiteral("appConfigFile"), versionFile}});
+    const QString client = run.home.ClientFolder() + QLatin1Char('/');
+    WriteFile(client + versionFile, oldVersion);
+    run.Publish(ZipMaker()
+                    .AddFolder(top.chopped(1))
+                    .AddFile(top + QStringLiteral("a.txt"), "new")
+                    .AddFolder(top + QStringLiteral("plugins"))
+                    .AddFile(top + helper, "new")
+                    .AddFolder(top + QStringLiteral("~version"))
+                    .AddFile(top + versionFile, newVersion)
+                    .Bytes(),
+                kPackage);
+    {
+        // A program that runs cannot be overwritten.
+        StandIn running(client + helper);
+        running.StartAndStay();
+        QCOMPARE(run.Run(kImmediately), 0);
+        QVERIFY(run.client.WaitForCalls(1));
+    }
+    QCOMPARE(ReadFile(client + QStringLiteral("a.txt")), QByteArray("new"));
+    QVERIFY(ReadFile(client + helper) != "new");
+    QCOMPARE(ReadFile(client + versionFile), isCompleted ? oldVersion : newVersion);
+
+    QCOMPARE(run.Run(kImmediately), 0);
+    QVERIFY(run.client.WaitForCalls(2));
+    QCOMPARE(ReadFile(client + helper) == "new", isCompleted);
+    QCOMPARE(ReadFile(client + versionFile), newVersion);
+}
+
+#endif
 
 QTEST_GUILESS_MAIN(TestUpdate)
 #include "tst_update.moc"

@@ -126,6 +126,7 @@ private slots:
     void xcopyWithoutSourceFails();
     void xcopyWithoutTargetFolderFails();
     void xcopyCannotReplaceARunningProgram();
+    void xcopyStopsAtTheFirstError();
     void xcopyRefusesOtherArguments_data();
     void xcopyRefusesOtherArguments();
 };
@@ -467,6 +468,29 @@ void TestHostTools::xcopyCannotReplaceARunningProgram()
     QVERIFY(run.output.contains("Sharing violation\r\n"));
     QVERIFY(client.IsRunning());
     QVERIFY(ReadFile(client.File().Path()) == program);
+}
+
+void TestHostTools::xcopyStopsAtTheFirstError()
+{
+    const TestHome home;
+    const QString source = home.Scratch() + QStringLiteral("/pkg/");
+    const QString target = home.Scratch() + QStringLiteral("/to/");
+    const RunningClient client(home, QStringLiteral("to/deep/") + TestHome::UniqueImageName());
+    // In the order of copying: files before folders, each by name.
+    const QStringList before{QStringLiteral("a.txt"), QStringLiteral("z.txt"),
+                             QStringLiteral("apart/a.txt"), QStringLiteral("deep/A.txt")};
+    const QStringList after{QStringLiteral("deep/~.txt"), QStringLiteral("deep/a/a.txt"),
+                            QStringLiteral("~last/a.txt")};
+    for (const QString &file : before + after)
+        WriteFile(source + file, "new");
+    WriteFile(source + QStringLiteral("deep/") + client.Name(), "new");
+
+    QCOMPARE(Xcopy(source + QLatin1Char('*'), target).exitCode, 4);
+
+    for (const QString &file : before)
+        QVERIFY2(QFile::exists(target + file), qPrintable(file));
+    for (const QString &file : after)
+        QVERIFY2(!QFile::exists(target + file), qPrintable(file));
 }
 
 void TestHostTools::xcopyRefusesOtherArguments_data()

@@ -127,9 +127,10 @@ int main(int argc, char *argv[])
     const State after = State::Now(before.threads.size());
 
     std::printf("%d updates in one process: what is left of them\n", updates);
-    const bool clean = NothingNew("open descriptors", before.descriptors, after.descriptors) &
-                       NothingNew("threads", before.threads, after.threads) &
-                       NothingNew("objects", before.objects, after.objects);
+    // Each of them prints a line.
+    bool clean = NothingNew("open descriptors", before.descriptors, after.descriptors);
+    clean = NothingNew("threads", before.threads, after.threads) && clean;
+    clean = NothingNew("objects", before.objects, after.objects) && clean;
     std::printf("  %-58s %10d\n", "timers", after.timers - before.timers);
     std::printf("  %-58s %10lld\n", "KiB of memory, caches and gaps among them; not judged",
                 static_cast<long long>((after.residentBytes - before.residentBytes) / 1024));

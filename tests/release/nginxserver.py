@@ -13,36 +13,6 @@ from pathlib import Path
 
 PATIENCE_SECONDS = 60
 
-OFFER = {
-    "code": "000000",
-    "desc": "success",
-    "biz": {
-        "id": "NorvaneClient-2.1.3.zip",
-        "update": "1",
-        "latestVersion": "2.1.3",
-        "latestVersionUrl": "https://updates.example.com/packages/NorvaneClient-2.1.3.zip",
-        "latestVersionInfo": "中文说明&English notes",
-        "md5": "0cc175b9c0f1b6a831c399e269772661",
-        "sha1": "",
-        "packageSize": 300000,
-        "updateType": 1,
-    },
-}
-NONE = {"code": "000000", "desc": "success", "biz": {"update": "0"}}
-PACKAGE = "NorvaneClient-2.1.3.zip"
-
-
-def make_tree(tree: Path) -> bytes:
-    """A release tree as publish makes it; returns the package's bytes."""
-    (tree / "check").mkdir(parents=True)
-    (tree / "packages").mkdir()
-    for name, answer in (("offer", OFFER), ("none", NONE)):
-        text = json.dumps(answer, ensure_ascii=False, indent=4) + "\n"
-        (tree / "check" / f"{name}.json").write_text(text, encoding="utf-8")
-    package = bytes(i * 7 % 251 for i in range(300_000))
-    (tree / "packages" / PACKAGE).write_bytes(package)
-    return package
-
 
 def wait_until(condition, what: str) -> None:
     """Returns once the condition holds; fails with what was awaited when that takes too long."""
@@ -77,7 +47,7 @@ class NginxServer:
     def __init__(self, serve: str, tree: Path, room: Path, *options: str, **replaced: str):
         """OPTIONS are further ones of scripts/serve.
 
-        REPLACED gives files of release/nginx/updates/ another text, as rollout="...".
+        REPLACED gives files of release/nginx/updates/ another text, as clients="...".
         """
         self.serve = serve
         self.options = options
@@ -135,13 +105,16 @@ class NginxServer:
         finally:
             connection.close()
 
-    def check(self, version: str, source: str = "127.0.0.1") -> str:
-        """The check beside a client of this version: "offer", "none" or the status."""
-        body = check_body(version)
-        answer = self.request("POST", "/check", source, body=body, headers=CHECK_HEADERS)
-        if answer.status != http.HTTPStatus.OK:
-            return str(answer.status)
-        return {"0": "none", "1": "offer"}[json.loads(answer.body)["biz"]["update"]]
+    def ask(
+        self, body: bytes, source: str = "127.0.0.1", path: str = "/check", forwarded: str = ""
+    ) -> Answer:
+        """A check with any body. FORWARDED is the client's address as a load balancer tells it."""
+        headers = {**CHECK_HEADERS, **({"X-Forwarded-For": forwarded} if forwarded else {})}
+        return self.request("POST", path, source, body=body, headers=headers)
+
+    def check(self, version: str, *arguments: str, **more: str) -> str:
+        """What the updater of a client with this version is offered; see decision()."""
+        return decision(self.ask(check_body(version), *arguments, **more))
 
     def tls_socket(self) -> ssl.SSLSocket:
         """A connection to send bare bytes through."""
@@ -159,17 +132,9 @@ class NginxServer:
             response.begin()
             return Answer(response)
 
-    def workers(self) -> set:
-        """The processes that answer requests."""
-        command = ["pgrep", "-P", str(self.process.pid)]
-        return set(subprocess.run(command, capture_output=True, check=True).stdout.split())
-
-    def reload(self, rollout: str) -> None:
-        """An edit of rollout.conf and the reload, until nobody answers by the old text."""
-        former = self.workers()
-        (self.work / "updates" / "rollout.conf").write_text(rollout)
-        self.process.send_signal(signal.SIGHUP)
-        wait_until(lambda: self.workers().isdisjoint(former), "the reload")
+    def errors(self) -> str:
+        """The last errors that nginx has logged: why an answer is none."""
+        return (self.work / "error.log").read_text()[-2000:]
 
     def log_lines(self, count: int) -> list:
         """The first COUNT lines of the access log, parsed, once they are there."""
@@ -188,3 +153,11 @@ def check_body(version: str) -> bytes:
     """What an updater asks, byte for byte."""
     keys = {"clientVersion": version, "deviceType": "Windows", "platform": 6}
     return json.dumps(keys, separators=(",", ":"), ensure_ascii=False).encode()
+
+
+def decision(answer: Answer) -> str:
+    """The version that an answer to a check offers, or "none"; the status when it is no answer."""
+    if answer.status != http.HTTPStatus.OK:
+        return str(answer.status)
+    biz = json.loads(answer.body)["biz"]
+    return {"0": "none", "1": biz.get("latestVersion")}[biz["update"]]

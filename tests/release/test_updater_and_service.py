@@ -10,16 +10,17 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from nginxserver import NginxServer, make_tree, wait_until
-from rolloutfile import rollout
+from nginxserver import NginxServer, wait_until
+from releasetree import ReleaseTree, package_id
 
 SERVE = ""
 UPDATER = ""
+PUBLISH = ""
 PROJECT = Path(__file__).resolve().parents[2]
 
 # The updater asks from 127.0.0.1, which is among the 10 % of one of these releases only.
-RELEASE_FOR_THIS_ADDRESS = "2.1.7"
-RELEASE_FOR_OTHERS = "2.1.3"
+RELEASE_FOR_THIS_ADDRESS = "2.1.35"
+RELEASE_FOR_OTHERS = "2.1.30"
 
 
 def end(updater: subprocess.Popen) -> None:
@@ -37,8 +38,7 @@ class UpdaterAndService(unittest.TestCase):
 
     def setUp(self) -> None:
         self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
-        self.tree = self.room / "tree"
-        make_tree(self.tree)
+        self.tree = ReleaseTree(PUBLISH, self.room)
         self.client = self.room / "Client"
         self.log = self.room / "home/AppData/Local/AutoUpdate/AutoUpdate.log"
         for folder in ("home/AppData/Roaming/norvaneAssistant", "tmp", "Client/AutoUpdate"):
@@ -83,19 +83,19 @@ class UpdaterAndService(unittest.TestCase):
 
     def start_service(self, release: str) -> NginxServer:
         """The service, with the roll-out of this release."""
-        rules = rollout(share="10%", salt=release)
-        return self.enterContext(NginxServer(SERVE, self.tree, self.room, rollout=rules))
+        self.tree.publish(release, "--share", "10")
+        return self.enterContext(NginxServer(SERVE, self.tree.folder, self.room))
 
     def test_an_address_in_the_share_gets_the_prompt(self) -> None:
         server = self.start_service(RELEASE_FOR_THIS_ADDRESS)
         updater = self.start_updater(server)
         wait_until(lambda: self.logged("update fileName: ") or updater.poll() is not None, "prompt")
-        self.assertTrue(self.logged("NorvaneClient-2.1.3.zip"))
+        self.assertTrue(self.logged(package_id(RELEASE_FOR_THIS_ADDRESS)))
         self.assertIsNone(updater.poll(), "it should be waiting for the user")
         line = server.log_lines(1)[0]
         self.assertEqual(
             (line["method"], line["path"], line["version"], line["answer"]),
-            ("POST", "/check", "2.0.1", "offer"),
+            ("POST", "/check", "2.0.1", RELEASE_FOR_THIS_ADDRESS),
         )
 
     def test_an_address_beyond_the_share_gets_its_client_unchanged(self) -> None:
@@ -109,5 +109,5 @@ class UpdaterAndService(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    SERVE, UPDATER = sys.argv.pop(1), sys.argv.pop(1)
+    SERVE, UPDATER, PUBLISH = sys.argv.pop(1), sys.argv.pop(1), sys.argv.pop(1)
     unittest.main()

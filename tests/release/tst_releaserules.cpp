@@ -9,14 +9,14 @@ using ReleaseRules::Entry;
 namespace
 {
 
-/// The rules that are broken, in alphabetical order; and every line says how to mend it.
+/// The rules that are broken, in alphabetical order; and every line says how to fix it.
 QStringList Broken(const Findings &findings)
 {
     QStringList rules;
     for (const Finding &finding : findings) {
         if (!finding.message.contains(QLatin1String("; ")) ||
             finding.message.contains(QLatin1Char('\n')))
-            qFatal("not one line with its mend: %s", qPrintable(finding.message));
+            qFatal("not one line with advice: %s", qPrintable(finding.message));
         rules.append(finding.rule);
     }
     rules.sort();
@@ -162,7 +162,11 @@ void TestReleaseRules::versions_data()
     AddText("blank before", QStringLiteral(" 2.1.3"), "version");
     AddText("line end", QStringLiteral("2.1.3\n"), "version");
     AddText("slash", QStringLiteral("2/1"), "version");
+    AddText("parent folder", QStringLiteral(".."), "version");
     AddText("not ASCII", QStringLiteral("２.1"), "version");
+    AddText("no offer in the log", QStringLiteral("none"), "version");
+    AddText("no offer in capitals", QStringLiteral("None"), "version");
+    AddText("begins like no offer", QStringLiteral("none-1"));
 }
 
 void TestReleaseRules::versions()
@@ -489,14 +493,17 @@ void TestReleaseRules::updatersFolderIsFound_data()
     QTest::newRow("as named") << entries << "AutoUpdate" << Words("updater-folder");
     QTest::newRow("in another case") << entries << "autoupdate" << Words("updater-folder");
     QTest::newRow("another one") << entries << "Up" << QStringList();
-    QTest::newRow("by what is in it")
-        << QVector<Entry>{Folder(QStringLiteral("d")), File(QStringLiteral("d/autoupdate.exe")),
-                          File(QStringLiteral("d/UpdateConfig.json"))}
+    QTest::newRow("with a slash") << entries << "d/Up/" << Words("updater-folder");
+    QTest::newRow("with a backslash") << entries << "d\\Up\\" << Words("updater-folder");
+    QTest::newRow("its program in another folder")
+        << QVector<Entry>{Folder(QStringLiteral("d")), File(QStringLiteral("d/autoupdate.EXE"))}
         << "Up" << Words("updater-folder");
-    QTest::newRow("not together") << QVector<Entry>{Folder(QStringLiteral("d")),
-                                                    File(QStringLiteral("d/AutoUpdate.exe")),
-                                                    File(QStringLiteral("updateconfig.json"))}
-                                  << "Up" << QStringList();
+    QTest::newRow("its program in no folder")
+        << QVector<Entry>{File(QStringLiteral("AutoUpdate.exe")),
+                          File(QStringLiteral("updateconfig.json"))}
+        << "Up" << Words("updater-folder");
+    QTest::newRow("a program of a similar name")
+        << QVector<Entry>{File(QStringLiteral("AutoUpdate.exe.config"))} << "Up" << QStringList();
 }
 
 void TestReleaseRules::updatersFolderIsFound()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "release/publish/commandline.h"
+#include "release/publish/releaselist.h"
 #include "release/publish/report.h"
 
 #include <QByteArray>
@@ -38,6 +39,12 @@ public:
     /// The package that ZipRequest() makes.
     QString Package() const { return Tree(QStringLiteral("packages/Client-2.1.3.zip")); }
 
+    /// The answer that announces the zip package of @p version.
+    QString OfferFile(const QString &version = QStringLiteral("2.1.3")) const;
+
+    /// The list of the releases in the tree.
+    ReleaseList List() const;
+
 private:
     QTemporaryDir m_room;
 };
@@ -52,4 +59,4 @@ QMap<QString, QByteArray> Snapshot(const QString &folder);
 QStringList Rules(const Findings &findings);
 
 /// All their lines, for the message of a failing test.
-QString Lines(const Findings &findings);
+QString LinesOf(const Findings &findings);

@@ -1,0 +1,125 @@
+#!/usr/bin/python3
+"""The sample client, killed at each call that touches the file it saves to."""
+
+import contextlib
+import json
+import os
+import re
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+from pathlib import Path
+from typing import List, NamedTuple
+
+CLIENT = ""
+TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+CALLS = "openat,write,fdatasync,linkat,rename,close"
+CALL = re.compile(r"(\w+)\(")
+# In a trace, the file that is saved to: it has a number instead of a name until it is whole.
+SAVING = re.compile(r"norvaneAssistant/(session\.json|#)|O_TMPFILE")
+
+OLD = {"meeting": "host/old", "draft": "What the user wrote."}
+NEW = {**OLD, "meeting": "host/new"}
+
+
+class Moment(NamedTuple):
+    """The ordinal of a call among those of its name."""
+
+    call: str
+    number: int
+
+
+class KilledClient(unittest.TestCase):
+    """One user, whose client has saved something before."""
+
+    def setUp(self) -> None:
+        self.home = Path(self.enterContext(tempfile.TemporaryDirectory()))
+        self.data = self.home / "AppData/Roaming/norvaneAssistant"
+        self.data.mkdir(parents=True)
+        self.session = self.data / "session.json"
+        self.session.write_text(json.dumps(OLD))
+        self.trace = self.home / "trace"
+        self.environment = {**os.environ, "HOME": str(self.home), "TMPDIR": str(self.home)}
+
+    def start(self, arguments: List[str], *before: str) -> subprocess.Popen:
+        """Starts it, in a process group of its own."""
+        process = subprocess.Popen([*before, CLIENT, *arguments], env=self.environment, start_new_session=True)
+        self.addCleanup(self.end, process)
+        return process
+
+    def end(self, process: subprocess.Popen) -> None:
+        """Ends what start() has started, the client under strace included."""
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(process.pid, signal.SIGKILL)
+        process.wait()
+
+    def saved(self) -> object:
+        """What the next start goes on with."""
+        return json.loads(self.session.read_text())
+
+    def start_traced(self, *options: str) -> subprocess.Popen:
+        """Opens the new meeting."""
+        return self.start(["--url=host/new"], "strace", "-qq", "-y", "-o", str(self.trace),
+                          "-e", f"trace={CALLS}", *options)
+
+    def has_saved(self) -> bool:
+        """Whether the traced client has replaced the file and goes on."""
+        return self.saved() == NEW and "close(" in self.trace.read_text().split("rename(")[-1]
+
+    def moments(self) -> List[Moment]:
+        """The calls of an undisturbed run that have to do with the file."""
+        process = self.start_traced()
+        self.wait_until(self.has_saved)
+        self.end(process)
+        found, counts = [], {}
+        for line in self.trace.read_text().splitlines():
+            match = CALL.match(line)
+            if match:
+                counts[match[1]] = counts.get(match[1], 0) + 1
+                if SAVING.search(line):
+                    found.append(Moment(match[1], counts[match[1]]))
+        return found
+
+    def lock_holder(self) -> str:
+        """The process that says it is the first copy."""
+        lock = self.data / "running.lock"
+        return lock.read_text().split("\n")[0] if lock.exists() else ""
+
+    def wait_until(self, condition) -> None:
+        """Fails when the condition does not come true."""
+        deadline = time.monotonic() + TIME_LIMIT
+        while not condition():
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.02)
+
+    def test_it_goes_on_with_the_old_session_or_the_new_one(self) -> None:
+        moments = self.moments()
+        self.assertLessEqual({"openat", "write", "fdatasync", "rename"}, {moment.call for moment in moments})
+        unfinished = 0
+        for moment in moments:
+            with self.subTest(moment):
+                self.session.write_text(json.dumps(OLD))
+                killed = self.start_traced("-e", f"inject={moment.call}:signal=KILL:when={moment.number}")
+                # Calls before it are not always as many: the client may go on.
+                self.wait_until(lambda: killed.poll() is not None or self.has_saved())
+                self.end(killed)
+                self.assertIn(self.saved(), (OLD, NEW))
+                unfinished += len(list(self.data.glob("session.json.*")))
+
+                first = self.start([])
+                self.wait_until(lambda: self.lock_holder() == str(first.pid))
+                second = self.start(["--url=host/next"])
+                self.assertEqual(second.wait(TIME_LIMIT), 0)
+                self.wait_until(lambda: self.saved() == {**OLD, "meeting": "host/next"})
+                self.assertIsNone(first.poll())
+                self.end(first)
+                self.assertEqual(list(self.data.glob("session.json.*")), [])
+        self.assertGreater(unfinished, 0)
+
+
+if __name__ == "__main__":
+    CLIENT = sys.argv.pop(1)
+    unittest.main()

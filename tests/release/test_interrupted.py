@@ -1,0 +1,284 @@
+#!/usr/bin/python3
+"""Each command that writes, killed or out of disk space at each of its writes in turn."""
+
+import collections
+import datetime
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+from typing import Dict, List, NamedTuple
+
+TOOL = ""
+TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+
+# The calls that change something on the disk, or begin to.
+WRITES = "write,mkdir,rename,symlink,unlink,unlinkat,rmdir,chmod,fchmod,syncfs"
+# The same for rsync, whose processes write to each other as well.
+WRITES_OF_RSYNC = "mkdir,mkdirat,rename,renameat,symlink,symlinkat,unlink,rmdir,chmod,fchmod"
+# The calls that fail on a full disk; what is there can be moved and removed.
+GROWTH = "write,mkdir,symlink"
+GROWTH_OF_RSYNC = "mkdir,mkdirat,rename,renameat,symlink,symlinkat"
+# Each of these brings something into force; of the others every fifth one is enough.
+DECISIVE = ("rename", "renameat", "syncfs")
+
+
+class Command(NamedTuple):
+    """A command that changes a tree."""
+
+    arguments: List[str]
+    changed: str = "site"  # the tree that it changes
+    writes: str = WRITES
+    growth: str = GROWTH
+    only: str = ""  # a path: calls about other files do not count
+
+
+def tree_of(site: Path) -> Dict[str, object]:
+    """What the tree is for those who use it: everything but the names of generations."""
+    found: Dict[str, object] = {}
+    for path in site.rglob("*"):
+        name = str(path.relative_to(site))
+        if name.startswith("check/generations") or path.name.startswith("."):
+            continue
+        if ".publish/" in name:
+            continue
+        if path.is_symlink() and not path.exists():
+            continue  # a link of a tree that has no release yet
+        found[name] = path.read_bytes() if path.is_file() else None
+    now = site / "check" / "now"
+    for path in now.rglob("*") if now.exists() else ():
+        name = f"now/{path.relative_to(now)}"
+        found[name] = os.readlink(path) if path.is_symlink() else path.is_file() or None
+    releases = now / "releases.json"
+    if releases.exists():
+        # The times differ from run to run.
+        content = json.loads(releases.read_text())
+        for release in content["releases"]:
+            for key in ("published", "planBegan", "stepBegan"):
+                del release[key]
+        content["activity"] = [line.split(" ", 1)[1] for line in content["activity"]]
+        found["check/now/releases.json"] = content
+    return found
+
+
+class Interrupted(unittest.TestCase):
+    """Trees with three releases, and a command that changes one."""
+
+    def setUp(self) -> None:
+        self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
+        (self.room / "client").mkdir()
+        (self.room / "client" / "a.txt").write_text("a" * 100)
+        (self.room / "setup.exe").write_bytes(b"MZ setup")
+        (self.room / "zh.txt").write_text("新\n", encoding="utf-8")
+        (self.room / "en.txt").write_text("new\n", encoding="utf-8")
+        self.original = self.room / "original"
+        self.trees = self.room / "trees"
+        self.trees.mkdir()
+        self.site = self.trees / "site"
+        self.trace = self.room / "trace"
+
+    def notes_and_tree(self) -> List[str]:
+        """Options of a command that publishes."""
+        return ["--notes-zh", str(self.room / "zh.txt"), "--notes-en", str(self.room / "en.txt"),
+                "--out", str(self.site)]
+
+    def zip(self, version: str, *more: str, update: str = "optional") -> List[str]:
+        """What publishes a release."""
+        return ["zip", "--client", str(self.room / "client"), "--name", "Client",
+                "--version", version, "--update", update, *self.notes_and_tree(), *more]
+
+    def run_tool(self, arguments: List[str], *before: str) -> subprocess.CompletedProcess:
+        """Runs it to its end."""
+        return subprocess.run(
+            [*before, TOOL, *arguments], capture_output=True, text=True, check=False,
+            timeout=TIME_LIMIT,
+        )
+
+    def succeed(self, arguments: List[str]) -> None:
+        """Runs it to its end, which has to be a good one."""
+        done = self.run_tool(arguments)
+        self.assertEqual(done.returncode, 0, done.stderr)
+
+    def make_trees(self) -> None:
+        """What each attempt starts with."""
+        site = str(self.site)
+        self.succeed(self.zip("2.0.0", "--share", "100"))
+        shutil.copytree(self.site, self.trees / "beta", symlinks=True)
+        self.succeed(self.zip("2.1.0"))
+        self.succeed(["rollout", site, "--version", "2.1.0", "--plan", "0.1% 1h, 0.2% 1h, 100%"])
+        self.succeed(["push", site, str(self.trees / "node")])
+        self.let_two_hours_pass()
+        self.succeed(self.zip("2.2.0", "--share", "0.1"))
+        self.succeed(["stop", site, "--version", "2.2.0"])
+        shutil.copytree(self.site, self.trees / "paused", symlinks=True)
+        self.succeed(["stop", str(self.trees / "paused")])
+        self.write_log()
+        self.trees.rename(self.original)
+
+    def let_two_hours_pass(self) -> None:
+        """As if the plan had begun earlier."""
+        file = self.site / "check" / "now" / "releases.json"
+        began = datetime.datetime.now(datetime.timezone.utc) - datetime.timedelta(hours=2)
+        content = json.loads(file.read_text())
+        for key in ("planBegan", "stepBegan"):
+            content["releases"][-1][key] = began.strftime("%Y-%m-%dT%H:%M:%SZ")
+        file.write_text(json.dumps(content))
+
+    def write_log(self) -> None:
+        """A client that was offered the release with the plan."""
+        now = datetime.datetime.now(datetime.timezone.utc)
+        (self.room / "updates.log").write_text(json.dumps({
+            "time": now.isoformat("T", "seconds"), "address": "192.0.2.1", "method": "POST",
+            "path": "/check", "status": "200", "bytes": 700, "seconds": 0.001, "completed": "OK",
+            "version": "2.0.0", "answer": "2.1.0", "package": "Client-2.1.0.zip", "tls": "TLSv1.3",
+        }, separators=(",", ":")) + "\n")
+
+    def start_again(self) -> None:
+        """The trees as they were made."""
+        shutil.rmtree(self.trees, ignore_errors=True)
+        shutil.copytree(self.original, self.trees, symlinks=True)
+
+    def traced(self, command: Command, calls: str, *more: str) -> subprocess.CompletedProcess:
+        """Runs a command whose calls are counted, each kind and process by itself."""
+        only = ["-P", command.only] if command.only else []
+        return self.run_tool(command.arguments, "strace", "-f", "-qq", "-o", str(self.trace), *only,
+                             "-e", f"trace={calls}", *more)
+
+    def calls_of(self, command: Command, calls: str) -> Dict[str, int]:
+        """Runs the command to its end; how often a process of it makes each of these calls."""
+        done = self.traced(command, calls)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        lines = [line.split(None, 1) for line in self.trace.read_text().splitlines()]
+        counts = collections.Counter(
+            (process, call.split("(")[0]) for process, call in lines if call[0].isalpha()
+        )
+        return {call: max(count for (_, name), count in counts.items() if name == call)
+                for _, call in counts}
+
+    def check(self, command: Command, calls: str, injection: str) -> None:
+        """Ends the command at one of its writes after the other, and repeats it."""
+        name = " ".join(command.arguments[:1] + command.arguments[2:4])
+        changed = self.trees / command.changed
+        self.start_again()
+        before = tree_of(changed)
+        counts = self.calls_of(command, calls)
+        after = tree_of(changed)
+        self.assertNotEqual(before, after)
+
+        attempts = 0
+        for call, count in counts.items():
+            for number in range(1, count + 1, 1 if call in DECISIVE else 5):
+                self.start_again()
+                done = self.traced(command, call, "-e",
+                                   f"inject={call}:{injection.format(number=number)}")
+                attempts += done.returncode != 0
+                with self.subTest(f"{name}, {call} {number}"):
+                    self.check_interrupted(command, before, after)
+        print(f"{name}: {attempts} times", file=sys.stderr)
+        self.assertGreater(attempts, 0, name)
+
+    def check_interrupted(self, command: Command, before: dict, after: dict) -> None:
+        """The tree is the old or the new one, and can be changed."""
+        changed = self.trees / command.changed
+        self.assertIn(self.without_orphans(tree_of(changed), before, after), (before, after))
+        self.succeed(command.arguments)
+        # A repeat with nothing left to do leaves the cleaning up to the next change.
+        if command.arguments[0] not in ("advance", "resume"):
+            self.assertFalse((changed / ".publish").exists())
+        self.succeed(["verify", str(changed)])
+
+    @staticmethod
+    def without_orphans(found: dict, before: dict, after: dict) -> dict:
+        """Without what the new tree has, too, and nothing leads to yet."""
+        if found.get("check/now/releases.json") == after.get("check/now/releases.json"):
+            return found
+        return {
+            name: content for name, content in found.items()
+            if name in before or name not in after or after[name] != content
+        }
+
+    def commands(self) -> List[Command]:
+        """Each command that changes a tree."""
+        site = str(self.site)
+        node, paused, beta = (str(self.trees / name) for name in ("node", "paused", "beta"))
+        network = ["--network", "192.0.2.0/24"]
+        return [
+            Command(self.zip("3.0.0", "--share", "0.1")),
+            Command(self.zip("2.1.0", update="forced")),
+            Command(["installer", "--file", str(self.room / "setup.exe"), "--name", "Setup",
+                     "--version", "3.0.0", "--update", "forced", *self.notes_and_tree()]),
+            Command(["promote", site, beta, "--version", "2.1.0"], changed="beta"),
+            Command(["rollout", site, "--version", "2.1.0", "--share", "0.2", *network]),
+            Command(["advance", site, "--log", str(self.room / "updates.log")]),
+            Command(["stop", site, "--version", "2.1.0"]),
+            # One empty file is made.
+            Command(["stop", site], growth="openat", writes="openat", only=f"{site}/check/stop"),
+            Command(["resume", site, "--version", "2.2.0"]),
+            Command(["resume", paused], changed="paused"),
+            Command(["rollback", site, "--version", "2.1.0", "--downgrade"]),
+            Command(["push", site, node], changed="node", writes=WRITES_OF_RSYNC,
+                    growth=GROWTH_OF_RSYNC),
+        ]
+
+
+class Killed(Interrupted):
+    """SIGKILL."""
+
+    def test_killed_at_each_write(self) -> None:
+        self.make_trees()
+        for command in self.commands():
+            self.check(command, command.writes, "signal=KILL:when={number}")
+
+    def test_the_first_release_killed_at_each_write(self) -> None:
+        self.original.mkdir()
+        self.check(Command(self.zip("1.0.0", "--share", "100")), WRITES,
+                   "signal=KILL:when={number}")
+
+
+class OutOfSpace(Interrupted):
+    """A full disk."""
+
+    def test_disk_full_from_each_write_on(self) -> None:
+        self.make_trees()
+        for command in self.commands():
+            # To lift the stop takes no space.
+            if command.changed != "paused":
+                self.check(command, command.growth, "error=ENOSPC:when={number}+")
+
+
+class NotInterrupted(Interrupted):
+    """What each command does when nothing ends it."""
+
+    def test_a_dry_run_writes_nothing(self) -> None:
+        self.make_trees()
+        for command in self.commands():
+            with self.subTest(command.arguments[0]):
+                self.start_again()
+                before = self.times()
+                self.succeed([*command.arguments, "--dry-run"])
+                self.assertEqual(self.times(), before)
+                self.succeed(command.arguments)
+                self.assertNotEqual(self.times(), before)
+
+    def times(self) -> Dict[str, int]:
+        """When each file and folder of the trees was changed last, in nanoseconds."""
+        paths = [self.trees, *self.trees.rglob("*")]
+        return {str(path): path.lstat().st_mtime_ns for path in paths}
+
+    def test_a_restored_tree_gives_its_next_state_another_name(self) -> None:
+        self.make_trees()
+        names = []
+        for share in ("10", "20"):
+            self.start_again()
+            self.succeed(["rollout", str(self.site), "--version", "2.1.0", "--share", share])
+            names.append(os.readlink(self.site / "check" / "now"))
+        self.assertNotEqual(*names)
+
+
+if __name__ == "__main__":
+    TOOL = sys.argv.pop(1)
+    unittest.main()
