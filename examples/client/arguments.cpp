@@ -17,9 +17,9 @@ bool HasQuotesOrBlanks(const QString &text)
 
 } // namespace
 
-std::optional<Request> ReadArguments(const QStringList &arguments)
+std::optional<StartArguments> ReadArguments(const QStringList &arguments)
 {
-    Request request;
+    StartArguments request;
     for (int i = 0; i < arguments.size(); ++i) {
         const QString &argument = arguments.at(i);
         if (argument == kAutoUpdate)

@@ -6,7 +6,7 @@
 #include <optional>
 
 /// What a start asks for.
-struct Request {
+struct StartArguments {
     QString profile; ///< empty for the one in use
     QString meeting; ///< what follows the "://" of a meeting link; empty without a link
 };
@@ -15,4 +15,4 @@ struct Request {
  * Reads the arguments that the updater passes on. Nothing when one of them is unknown or not
  * harmless: then none counts, because a web page may have written all of them.
  */
-std::optional<Request> ReadArguments(const QStringList &arguments);
+std::optional<StartArguments> ReadArguments(const QStringList &arguments);

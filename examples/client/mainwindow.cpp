@@ -69,7 +69,7 @@ MainWindow::MainWindow()
 
 void MainWindow::TakeArguments(const QStringList &arguments)
 {
-    const std::optional<Request> request = ReadArguments(arguments);
+    const std::optional<StartArguments> request = ReadArguments(arguments);
     if (!request) {
         m_message->setText(Text("The arguments of this start were refused.", "启动参数已被拒绝。"));
     } else {
