@@ -56,7 +56,7 @@ void LogMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
     const QString head =
         QStringLiteral("[%1] [%2] %3 ").arg(time, LevelWord(type), SourceLocation(context));
 
-    QFile file(folder + QStringLiteral("/AutoUpdate.log"));
+    QFile file(Paths::LogFile());
     if (!file.open(QIODevice::WriteOnly | QIODevice::Append))
         return;
     if (file.size() > kMaxLogBytes)

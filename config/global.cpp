@@ -1,5 +1,7 @@
 #include "config/global.h"
 
+#include "config/configcontract.h"
+
 Global Global::instance;
 
 const QString Global::NoRemindSwitch = QStringLiteral("-noremid");
@@ -7,7 +9,7 @@ const QString Global::ImmediatelySwitch = QStringLiteral("-immediately");
 
 bool Global::IsEnglish() const
 {
-    return language == QLatin1String("en");
+    return language == ConfigContract::Language::English;
 }
 
 QString Global::ClientProgram() const

@@ -31,9 +31,6 @@ public:
     static const QString NoRemindSwitch;    ///< "-noremid": check although the client runs
     static const QString ImmediatelySwitch; ///< "-immediately": the same, and update without asking
 
-    /// The values of @ref updateType that have a meaning.
-    enum PackageKind { InstallerPackage = 0, ZipPackage = 1 };
-
     /** @name Configuration (config/) */
     ///@{
 
@@ -45,9 +42,9 @@ public:
     int ReadConfig();
 
     /**
-     * Writes @ref latestVersion into updateconfig.json: as the version never to be prompted again
-     * (@p kind "remid") or as the installed one ("version"). Any other word rewrites the file
-     * unchanged. Keys that are not touched are kept. The file is written over, not truncated.
+     * Writes @ref latestVersion into updateconfig.json. @p kind is a ConfigContract::Selector: the
+     * version that the user silenced, or the one that is installed. Any other word rewrites the
+     * file without changing a value. All other keys are kept. The file is not truncated first.
      */
     int WriteConfigToFile(const QString &kind);
 
@@ -138,7 +135,7 @@ public:
     QString md5;               ///< expected digest, lower-case hexadecimal
     QString sha1;              ///< stored only
     qint64 packageSize = 0;    ///< announced size in bytes
-    qint32 updateType = 0;     ///< a PackageKind, or a value that means neither
+    qint32 updateType = 0;     ///< a ServiceContract::PackageKind, or neither
 
     QString scriptPath; ///< full path of update.scpt
     QString language;   ///< interface language code

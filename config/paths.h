@@ -12,7 +12,10 @@ namespace Paths
 /// The updater's own configuration, relative to the working directory (the program's folder).
 QString UpdateConfigFile();
 
-/// Folder of AutoUpdate.log.
+/// The log.
+QString LogFile();
+
+/// The folder of LogFile().
 QString LogFolder();
 
 /// The client's language choice, written by the client.

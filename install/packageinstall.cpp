@@ -1,3 +1,4 @@
+#include "config/configcontract.h"
 #include "config/global.h"
 #include "config/paths.h"
 #include "install/windowsnames.h"
@@ -204,7 +205,7 @@ int Global::InstallPackage(const QString &packageFile)
     if (!RunXcopy())
         return Failure;
 
-    if (WriteConfigToFile(QStringLiteral("version")) == Success)
+    if (WriteConfigToFile(ConfigContract::Selector::InstalledVersion) == Success)
         qWarning() << "autoupdate config veison update successed";
     return Success;
 }

@@ -2,6 +2,7 @@
 
 #include "config/global.h"
 #include "config/paths.h"
+#include "config/servicecontract.h"
 #include "install/folderremoval.h"
 #include "install/platform.h"
 #include "net/checkwatchdog.h"
@@ -24,8 +25,6 @@
 namespace
 {
 
-const QLatin1String kNoUpdate("0");
-
 // An answer beyond this, compressed or not, is refused: memory does not grow with whatever the
 // service sends.
 constexpr qint64 kMaxCheckReplyBytes = 8LL * 1024 * 1024;
@@ -47,7 +46,7 @@ bool IsSilenced()
 
 bool HasNothingToOffer()
 {
-    return IsSilenced() || Global::instance.update == kNoUpdate;
+    return IsSilenced() || Global::instance.update == ServiceContract::Mode::NoUpdate;
 }
 
 /// What an earlier update left for the client to show must not be shown with this one.
@@ -301,9 +300,9 @@ void HttpDownLoadFile::ReplyFinished()
 void HttpDownLoadFile::HandOverPackage()
 {
     Global &global = Global::instance;
-    if (global.updateType == Global::InstallerPackage) {
+    if (global.updateType == ServiceContract::InstallerPackage) {
         global.LaunchProgram(packagePath);
-    } else if (global.updateType == Global::ZipPackage) {
+    } else if (global.updateType == ServiceContract::ZipPackage) {
         if (global.InstallPackage(packagePath) != Global::Success)
             QCoreApplication::quit();
         global.LaunchClient();

@@ -1,6 +1,8 @@
 #include "ui/updatedialog.h"
 
+#include "config/configcontract.h"
 #include "config/global.h"
+#include "config/servicecontract.h"
 #include "install/clientprocess.h"
 #include "ui/dialogwindow.h"
 #include "ui/diskspace.h"
@@ -14,13 +16,7 @@
 #include <QPointer>
 #include <QScrollBar>
 
-namespace
-{
-
-const QLatin1String kOptional("1");
-const QLatin1String kQuitWhenClosed("2");
-
-} // namespace
+namespace Mode = ServiceContract::Mode;
 
 UpdateDialog::UpdateDialog(QWidget *parent)
     : QDialog(parent), ui(std::make_unique<Ui::UpdateDialog>()),
@@ -51,7 +47,7 @@ void UpdateDialog::updateMode(QString mode)
         return;
     }
 
-    const bool optional = mode == kOptional;
+    const bool optional = mode == Mode::Optional;
     if (Global::instance.IsEnglish())
         SetEnglishTexts(optional);
     else
@@ -119,7 +115,7 @@ void UpdateDialog::LaterUpdate()
     TakeNoMoreInput();
     Global &global = Global::instance;
     if (ui->checkRemid->checkState() == Qt::Checked &&
-        global.WriteConfigToFile(QStringLiteral("remid")) != Global::Success) {
+        global.WriteConfigToFile(ConfigContract::Selector::SilencedVersion) != Global::Success) {
         QCoreApplication::quit();
         return;
     }
@@ -155,8 +151,8 @@ void UpdateDialog::closeEvent(QCloseEvent *)
 {
     if (!isEnabled()) // answered, and closed by input from before the answer
         return;
-    if (Global::instance.update == kOptional)
+    if (Global::instance.update == Mode::Optional)
         LaterUpdate();
-    else if (Global::instance.update == kQuitWhenClosed)
+    else if (Global::instance.update == Mode::Forced)
         QCoreApplication::quit();
 }

@@ -183,6 +183,7 @@ void TestGlobal::filesLieUnderTheHomeFolder()
     const QString clientData = home.Home() + QStringLiteral("/AppData/Roaming/norvaneAssistant/");
     QCOMPARE(Paths::UpdateConfigFile(), QStringLiteral("updateconfig.json"));
     QCOMPARE(Paths::LogFolder(), home.Home() + QStringLiteral("/AppData/Local/AutoUpdate"));
+    QCOMPARE(Paths::LogFile(), Paths::LogFolder() + QStringLiteral("/AutoUpdate.log"));
     QCOMPARE(Paths::LanguageFile(), clientData + QStringLiteral("language.txt"));
     QCOMPARE(Paths::NotesFile(), clientData + QStringLiteral("update.log"));
     QCOMPARE(Paths::NotesMarkerFile(), clientData + QStringLiteral("isShowUpdataInfo.txt"));

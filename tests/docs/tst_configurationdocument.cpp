@@ -1,5 +1,6 @@
 #include "config/global.h"
 #include "config/paths.h"
+#include "config/servicecontract.h"
 #include "tests/docs/document.h"
 #include "tests/support/testhome.h"
 
@@ -325,7 +326,7 @@ void TestConfigurationDocument::answerIsRead()
     QCOMPARE(global.latestVersionInfo, QStringLiteral("English notes"));
     QCOMPARE(global.md5, biz.value(QStringLiteral("md5")).toString());
     QCOMPARE(global.packageSize, qint64(1572864));
-    QCOMPARE(global.updateType, qint32(Global::ZipPackage));
+    QCOMPARE(global.updateType, qint32(ServiceContract::ZipPackage));
 }
 
 void TestConfigurationDocument::answerWithoutAnUpdateIsRead()
