@@ -1,5 +1,6 @@
 #include "net/answerlimits.h"
 
+#include <QNetworkReply>
 #include <QString>
 
 #include <algorithm>
@@ -75,6 +76,15 @@ bool HasFewJsonValues(const QByteArray &body)
 }
 
 } // namespace
+
+void AnswerLimits::LimitBuffer(QNetworkReply *answer)
+{
+    // Qt discards a limit that is set on a POST at once. A limit that is set only after data has
+    // come may have no effect either: Qt's network thread ignores it while more data keeps coming.
+    const auto limit = [answer] { answer->setReadBufferSize(MaxBytes + 1); };
+    QMetaObject::invokeMethod(answer, limit, Qt::QueuedConnection);
+    QObject::connect(answer, &QNetworkReply::metaDataChanged, answer, limit);
+}
 
 bool AnswerLimits::CanBeTaken(const QByteArray &body)
 {

@@ -11,6 +11,7 @@ class CheckWatchdog;
 class ContentDecoder;
 class QNetworkAccessManager;
 class UpdateDialog;
+struct ServiceOffer;
 
 /**
  * The update worker: asks the update service for a newer version, announces it to the prompt,
@@ -74,8 +75,8 @@ protected:
 
 private:
     void SendCheckRequest();
-    void PrepareDownload();
-    void EmptyDownloadFolder() const;
+    void TakeOffer(const ServiceOffer &offer);
+    void PrepareDownload(const ServiceOffer &offer);
     bool OpenPackageFile();
     void SendPackageRequest();
     void WritePackage(const QByteArray &received);
@@ -84,7 +85,6 @@ private:
     void AbandonDownload();
     bool EndCheckWithClient();
     void RefuseLargeAnswer(QNetworkReply *answer);
-    void ReleaseReply();
     void StartTimer(int &timerId);
     void StopTimer(int &timerId);
     void ShowError(const QString &english, const QString &chinese);
@@ -96,9 +96,10 @@ private:
     int downloadTimerId = 0;
     qint64 lastActivityMs = 0; ///< since the epoch; both time limits count from it
     QFile packageFile;
-    QString packagePath; ///< the announced file name, then the full path
+    QString packagePath; ///< full path of the package file
     QString downloadDir;
     UpdateDialog *updateDialog = nullptr;
+    bool ownsDownloadDir = false;                   ///< as DownloadFolder::isOwn
     std::unique_ptr<CheckWatchdog> checkWatchdog;   ///< on the GUI thread
     std::unique_ptr<ContentDecoder> packageDecoder; ///< of the download under way
 };
