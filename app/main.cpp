@@ -1,4 +1,4 @@
-#include "app/arguments.h"
+#include "app/capturearguments.h"
 #include "app/logmessagehandler.h"
 #include "app/qtenvironment.h"
 #include "config/global.h"

@@ -4,9 +4,6 @@
 
 Global Global::instance;
 
-const QString Global::NoRemindSwitch = QStringLiteral("-noremid");
-const QString Global::ImmediatelySwitch = QStringLiteral("-immediately");
-
 bool Global::IsEnglish() const
 {
     return language == ConfigContract::Language::English;
@@ -20,9 +17,4 @@ QString Global::ClientProgram() const
 QString Global::ClientConfigFile() const
 {
     return appPath + appConfigFile;
-}
-
-bool Global::HasForcingSwitch() const
-{
-    return cmdLineArgs.contains(NoRemindSwitch) || cmdLineArgs.contains(ImmediatelySwitch);
 }

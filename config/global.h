@@ -27,10 +27,6 @@ public:
     static constexpr int Success = 0;
     static constexpr int Failure = -1;
 
-    /// Command line switches of the updater; neither is ever passed on to a started program.
-    static const QString NoRemindSwitch;    ///< "-noremid": check although the client runs
-    static const QString ImmediatelySwitch; ///< "-immediately": the same, and update without asking
-
     /** @name Configuration (config/) */
     ///@{
 
@@ -59,9 +55,6 @@ public:
 
     /// Full path of the client's configuration: @ref appPath and @ref appConfigFile as they stand.
     QString ClientConfigFile() const;
-
-    /// True when the updater was started with "-noremid" or "-immediately".
-    bool HasForcingSwitch() const;
     ///@}
 
     /** @name Update service (net/) */

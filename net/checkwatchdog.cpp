@@ -1,7 +1,7 @@
 #include "net/checkwatchdog.h"
 
 #include "config/global.h"
-#include "install/platform.h"
+#include "net/processend.h"
 #include "net/timelimits.h"
 
 #include <QCoreApplication>
@@ -69,5 +69,5 @@ void CheckWatchdog::LeaveWhenStuck()
     };
     QMetaObject::invokeMethod(m_worker, letGo, Qt::QueuedConnection);
     if (!released->tryAcquire(1, TimeLimits::WorkerLetsGoMs))
-        Platform::LeaveAtOnce(0);
+        ProcessEnd::LeaveAtOnce(0);
 }

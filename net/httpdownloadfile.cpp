@@ -4,10 +4,10 @@
 #include "config/paths.h"
 #include "config/servicecontract.h"
 #include "install/folderremoval.h"
-#include "install/platform.h"
 #include "net/answerlimits.h"
 #include "net/checkwatchdog.h"
 #include "net/contentcoding.h"
+#include "net/processend.h"
 #include "net/requests.h"
 #include "net/serviceoffer.h"
 #include "net/timelimits.h"
@@ -61,7 +61,7 @@ template <class T> void DeleteNow(T *&object)
 HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
 {
     qRegisterMetaType<QNetworkReply::NetworkError>("QNetworkReply::NetworkError");
-    Platform::KeepTlsUntilTheEnd();
+    ProcessEnd::KeepTlsUntilTheEnd();
 
     updateDialog = new UpdateDialog;
     DwonDialog *dwonDialog = updateDialog->ProgressDialog();

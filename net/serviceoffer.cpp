@@ -1,5 +1,6 @@
 #include "net/serviceoffer.h"
 
+#include "config/arguments.h"
 #include "config/global.h"
 #include "config/servicecontract.h"
 #include "net/packagename.h"
@@ -11,7 +12,7 @@ namespace
 bool IsSilenced(const Global &global)
 {
     return global.noRemind != 0 && global.latestVersion == global.noRemindVersion &&
-           !global.HasForcingSwitch();
+           !HasForcingSwitch(global.cmdLineArgs);
 }
 
 ServiceOffer::Verdict Judge(const Global &global, const QString &packageName)

@@ -1,5 +1,6 @@
 #include "ui/updatedialog.h"
 
+#include "config/arguments.h"
 #include "config/configcontract.h"
 #include "config/global.h"
 #include "config/servicecontract.h"
@@ -42,7 +43,7 @@ UpdateDialog::~UpdateDialog() = default;
 void UpdateDialog::updateMode(QString mode)
 {
     const QStringList &arguments = Global::instance.cmdLineArgs;
-    if (arguments.contains(Global::ImmediatelySwitch)) {
+    if (arguments.contains(Switch::Immediately)) {
         ImmediatelyUpdate();
         return;
     }
@@ -58,7 +59,7 @@ void UpdateDialog::updateMode(QString mode)
         ui->checkRemid->hide();
         ui->laterBtn->hide();
     }
-    if (arguments.contains(Global::NoRemindSwitch))
+    if (arguments.contains(Switch::NoRemind))
         ui->checkRemid->hide();
     setEnabled(true);
     show();

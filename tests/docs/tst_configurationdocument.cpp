@@ -1,3 +1,4 @@
+#include "config/arguments.h"
 #include "config/global.h"
 #include "config/paths.h"
 #include "config/servicecontract.h"
@@ -252,7 +253,7 @@ void TestConfigurationDocument::switchesAreThoseOfTheProgram()
         if (row.first().startsWith(QLatin1String("`-")))
             switches.append(Quoted(row.first()));
     }
-    QCOMPARE(Sorted(switches), Sorted({Global::NoRemindSwitch, Global::ImmediatelySwitch}));
+    QCOMPARE(Sorted(switches), Sorted({Switch::NoRemind, Switch::Immediately}));
 }
 
 void TestConfigurationDocument::filesAreThoseOfTheProgram()
