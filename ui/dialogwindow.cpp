@@ -1,6 +1,6 @@
 #include "ui/dialogwindow.h"
 
-#include "ui/sheets.h"
+#include "ui/stylesheets.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -15,7 +15,7 @@ namespace
 void FrameFocus(QDialog *dialog)
 {
     auto *frame = new QFocusFrame(dialog);
-    frame->setStyleSheet(Sheets::FocusFrame());
+    frame->setStyleSheet(StyleSheets::FocusFrame());
     frame->hide();
     // Ends with the frame: as the dialog is destroyed, its children go first, and the focus with
     // them.
@@ -36,7 +36,7 @@ void SetUpWindow(QDialog *dialog, QLabel *logo)
     dialog->setWindowFlags(Qt::WindowCloseButtonHint);
     dialog->setWindowIcon(QIcon(QStringLiteral(":/image/resourceimg/logo.ico")));
     dialog->setFixedSize(dialog->size());
-    dialog->setStyleSheet(Sheets::Window(dialog->objectName()));
-    logo->setStyleSheet(Sheets::Logo());
+    dialog->setStyleSheet(StyleSheets::Window(dialog->objectName()));
+    logo->setStyleSheet(StyleSheets::Logo());
     FrameFocus(dialog);
 }

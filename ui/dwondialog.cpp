@@ -4,7 +4,7 @@
 #include "ui/dialogwindow.h"
 #include "ui/diskspace.h"
 #include "ui/netdialog.h"
-#include "ui/sheets.h"
+#include "ui/stylesheets.h"
 #include "ui/versionline.h"
 #include "ui_dwondialog.h"
 
@@ -40,12 +40,13 @@ DwonDialog::DwonDialog(QWidget *parent)
 {
     ui->setupUi(this);
     SetUpWindow(this, ui->labIco);
-    ui->labText->setStyleSheet(Sheets::ProductName());
-    ui->labVersion->setStyleSheet(Sheets::Version());
-    ui->labInstall->setStyleSheet(Sheets::Percentage());
-    ui->progressBar->setStyleSheet(Sheets::ProgressBar());
-    ui->cancleBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
-    ui->dockWidget->setStyleSheet(Sheets::ConfirmationHolder());
+    ui->labText->setStyleSheet(StyleSheets::ProductName());
+    ui->labVersion->setStyleSheet(StyleSheets::VersionLine());
+    ui->labInstall->setStyleSheet(StyleSheets::PercentageLine());
+    ui->progressBar->setStyleSheet(StyleSheets::ProgressBar());
+    ui->cancleBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() +
+                                 StyleSheets::SecondaryButton());
+    ui->dockWidget->setStyleSheet(StyleSheets::ConfirmationDock());
 
     ui->dockWidget->setFixedSize(199, 114);
     QWidget *const titleBar = ui->dockWidget->titleBarWidget();
@@ -80,7 +81,7 @@ void DwonDialog::SetTexts()
     ui->labInstall->setText(percentage);
     ui->progressBar->setValue(0);
     ui->progressBar->setMaximum(int(Global::instance.packageSize));
-    ui->progressBar->setStyleSheet(Sheets::ProgressBar());
+    ui->progressBar->setStyleSheet(StyleSheets::ProgressBar());
     ui->progressBar->setAccessibleName(progressName);
     ui->labIco->setAccessibleName(ui->labText->text());
 }
@@ -99,10 +100,10 @@ void DwonDialog::UpdateProgressBar(qint64 bytesRead, qint64 totalBytes)
 void DwonDialog::UpdateErrorState(QString text)
 {
     ui->cancleBtn->setText(Global::instance.IsEnglish() ? QString(kRetryEnglish) : RetryChinese());
-    ui->cancleBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::PrimaryButton());
+    ui->cancleBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() + StyleSheets::PrimaryButton());
     ui->labInstall->setText(text);
-    ui->labInstall->setStyleSheet(Sheets::ErrorText());
-    ui->progressBar->setStyleSheet(Sheets::FailedProgressBar());
+    ui->labInstall->setStyleSheet(StyleSheets::ErrorLine());
+    ui->progressBar->setStyleSheet(StyleSheets::ProgressBarInError());
 }
 
 void DwonDialog::CancleDownload()
@@ -125,13 +126,14 @@ void DwonDialog::RetryDownload()
 void DwonDialog::ResetToNormalState()
 {
     const bool english = Global::instance.IsEnglish();
-    ui->cancleBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
+    ui->cancleBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() +
+                                 StyleSheets::SecondaryButton());
     ui->labInstall->setText(english ? QStringLiteral("installing......0%")
                                     : QStringLiteral("正在安装中......0%"));
     ui->cancleBtn->setText(english ? QString(kCancelEnglish) : CancelChinese());
     ui->progressBar->setValue(0);
-    ui->labInstall->setStyleSheet(Sheets::PercentageAgain());
-    ui->progressBar->setStyleSheet(Sheets::ProgressBar());
+    ui->labInstall->setStyleSheet(StyleSheets::PercentageLineAfterRetry());
+    ui->progressBar->setStyleSheet(StyleSheets::ProgressBar());
 }
 
 void DwonDialog::AskToCancel()

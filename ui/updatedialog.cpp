@@ -9,7 +9,7 @@
 #include "ui/diskspace.h"
 #include "ui/dwondialog.h"
 #include "ui/releasenotes.h"
-#include "ui/sheets.h"
+#include "ui/stylesheets.h"
 #include "ui/versionline.h"
 #include "ui_updatedialog.h"
 
@@ -25,13 +25,15 @@ UpdateDialog::UpdateDialog(QWidget *parent)
 {
     ui->setupUi(this);
     SetUpWindow(this, ui->labIco);
-    ui->labText->setStyleSheet(Sheets::Headline());
-    ui->labVersion->setStyleSheet(Sheets::Version());
-    ui->checkRemid->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::NeverPrompt());
-    ui->laterBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
-    ui->immedBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::PrimaryButton());
-    ui->updateText->setStyleSheet(Sheets::ReleaseNotes());
-    ui->updateText->verticalScrollBar()->setStyleSheet(Sheets::ReleaseNotesScrollBar());
+    ui->labText->setStyleSheet(StyleSheets::PromptHeadline());
+    ui->labVersion->setStyleSheet(StyleSheets::VersionLine());
+    ui->checkRemid->setStyleSheet(StyleSheets::WithoutOwnFocusMark() +
+                                  StyleSheets::NeverPromptCheckBox());
+    ui->laterBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() +
+                                StyleSheets::SecondaryButton());
+    ui->immedBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() + StyleSheets::PrimaryButton());
+    ui->updateText->setStyleSheet(StyleSheets::NotesText());
+    ui->updateText->verticalScrollBar()->setStyleSheet(StyleSheets::NotesScrollBar());
 
     connect(ui->laterBtn, &QPushButton::clicked, this, &UpdateDialog::LaterUpdate);
     connect(ui->immedBtn, &QPushButton::clicked, this, &UpdateDialog::ImmediatelyUpdate);
@@ -70,8 +72,8 @@ void UpdateDialog::updateMode(QString mode)
 void UpdateDialog::SetEnglishTexts(bool optional)
 {
     setWindowTitle(QStringLiteral("App Update"));
-    ui->labText->setStyleSheet(optional ? Sheets::EnglishHeadline()
-                                        : Sheets::EnglishForcedHeadline());
+    ui->labText->setStyleSheet(optional ? StyleSheets::EnglishPromptHeadline()
+                                        : StyleSheets::EnglishForcedPromptHeadline());
     ui->labText->setText(
         optional ? QStringLiteral("New version detected, update?")
                  : QStringLiteral("New version detected. Please update now for normal use."));
