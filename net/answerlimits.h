@@ -31,8 +31,8 @@ bool CanBeTaken(const QByteArray &body);
 
 } // namespace AnswerLimits
 
-/// The whole answer for the log, as text up to its first zero byte. It is streamed piece by piece,
-/// so that the line is in memory only once.
+/// The answer as it is logged: as text up to its first zero byte. It is streamed piece by piece, so
+/// that the line is in memory only once.
 struct LoggedAnswer {
     const QByteArray &body;
 };

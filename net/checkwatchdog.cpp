@@ -61,7 +61,8 @@ void CheckWatchdog::LeaveWhenStuck()
 {
     if (m_clientStarted.loadAcquire() == 0)
         return;
-    // Shared: a worker that is stuck for now may let go when this function is long over.
+    // Shared, because a worker that is stuck now may run this long after this function has
+    // returned.
     const auto released = std::make_shared<QSemaphore>();
     const auto letGo = [released, release = m_release] {
         release();

@@ -26,14 +26,14 @@
 namespace
 {
 
-// Of a package name that is refused: it may be as long as the answer.
+// How much of a refused package name is logged. The name may be as long as the answer.
 constexpr int kMaxLoggedName = 300;
 
-// Bytes that may wait to be written before the connection is held back. So few that they are still
-// in the processor's cache then: 1 MiB costs a third more of the processor's time.
+// Bytes that may be buffered before the server has to wait. They should fit into the processor's
+// cache: a buffer of 1 MiB costs a third more processor time.
 constexpr qint64 kDownloadBufferBytes = 64LL * 1024;
 
-/// What an earlier update left for the client to show must not be shown with this one.
+/// The client must not show the notes of an earlier update after this one.
 void RemoveNotesMarker()
 {
     QFile marker(Paths::NotesMarkerFile());
@@ -66,7 +66,7 @@ HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
     updateDialog = new UpdateDialog;
     DwonDialog *dwonDialog = updateDialog->ProgressDialog();
     connect(this, &HttpDownLoadFile::Aupdate, updateDialog, &UpdateDialog::updateMode);
-    // Twice on purpose: every step of the progress reaches the bar two times.
+    // Connected twice on purpose: every progress step reaches the bar twice.
     connect(this, &HttpDownLoadFile::UpdateBar, dwonDialog, &DwonDialog::UpdateProgressBar);
     connect(this, &HttpDownLoadFile::UpdateBar, dwonDialog, &DwonDialog::UpdateProgressBar);
     connect(updateDialog, &UpdateDialog::getPack, this, &HttpDownLoadFile::GetPackData);
@@ -74,7 +74,7 @@ HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
 
     checkWatchdog = std::make_unique<CheckWatchdog>(this, [this] { DeleteResource(); });
     QTimer::singleShot(TimeLimits::FirstCheckDelayMs, this, &HttpDownLoadFile::TimerPro);
-    // The worker's thread does that as it starts, in the pause that the check waits for anyway.
+    // Runs as soon as the worker's thread starts, during the second before the check.
     QMetaObject::invokeMethod(this, &PrepareTls, Qt::QueuedConnection);
 }
 
@@ -92,8 +92,8 @@ void HttpDownLoadFile::TimerPro()
 
 void HttpDownLoadFile::CheckProcess()
 {
-    // A check that was started once more leaves its predecessor's replies under way: the managers
-    // that own them live on below their successors.
+    // When a check is started again, the replies of the first one are still under way. Their
+    // managers own them, so each old manager becomes a child of the new one.
     QNetworkAccessManager *const formerCheck = checkManager;
     QNetworkAccessManager *const formerDownload = downloadManager;
     checkManager = new QNetworkAccessManager;
@@ -171,7 +171,7 @@ void HttpDownLoadFile::RefuseLargeAnswer(QNetworkReply *answer)
 {
     if (answer->bytesAvailable() <= AnswerLimits::MaxBytes || !checkWatchdog->EndWithClient())
         return;
-    // Nothing more of it is received while the client is started.
+    // The rest must not be received while the client is started.
     answer->abort();
     Global::instance.LaunchClient();
     qDebug() << "check answer is too large, bytes: more than" << AnswerLimits::MaxBytes;
@@ -188,7 +188,8 @@ void HttpDownLoadFile::PrepareDownload(const ServiceOffer &offer)
 
 void HttpDownLoadFile::GetPackData()
 {
-    // Windows removes no file that is open, and an attempt under way may have this one.
+    // Windows cannot remove an open file, and an attempt that is still under way may have this one
+    // open.
     packageFile.close();
     if (ownsDownloadDir)
         EmptyFolder(downloadDir);
@@ -218,7 +219,7 @@ bool HttpDownLoadFile::OpenPackageFile()
 
 void HttpDownLoadFile::SendPackageRequest()
 {
-    // An attempt that is still under way must not write into this one's file.
+    // An attempt that is still under way must not write into the new file.
     if (reply != nullptr)
         reply->disconnect(this);
 
@@ -230,7 +231,7 @@ void HttpDownLoadFile::SendPackageRequest()
     connect(reply, &QNetworkReply::finished, this, &HttpDownLoadFile::ReplyFinished);
     connect(reply, &QNetworkReply::downloadProgress, this,
             &HttpDownLoadFile::UpdateDataReadProgress);
-    // By string: the overloaded error() is the only form that Qt 5.12 and 5.15 both have.
+    // Connected by string: the overloaded error() is the only form that both Qt 5.12 and 5.15 have.
     connect(reply, SIGNAL(error(QNetworkReply::NetworkError)), this,
             SLOT(ReplyError(QNetworkReply::NetworkError)));
 }
@@ -251,7 +252,7 @@ void HttpDownLoadFile::WritePackage(const QByteArray &received)
     const auto write = [this](const QByteArray &plain) {
         return packageFile.write(plain) == plain.size();
     };
-    // What is damaged here is missing in the file: the digest tells.
+    // Damaged data is not written, so the digest of the file will not match.
     packageDecoder->Feed(received, write);
 }
 
