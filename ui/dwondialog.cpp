@@ -14,7 +14,7 @@
 namespace
 {
 
-// The button's text is its state: these four decide what a press does.
+// The button's text is its state: it decides what a press does.
 const QLatin1String kCancelEnglish("Cancel");
 const QLatin1String kRetryEnglish("Retry");
 
@@ -89,9 +89,9 @@ void DwonDialog::SetTexts()
 void DwonDialog::UpdateProgressBar(qint64 bytesRead, qint64 totalBytes)
 {
     ui->progressBar->setValue(int(bytesRead));
-    // By itself the bar is drawn in steps of the style's blocks, and would lag behind the line.
+    // Without this, the bar is redrawn only once per block of the style and lags behind the line.
     ui->progressBar->update();
-    // "Installing" is said of the download too: to the user it is one thing.
+    // The line says "installing" during the download too: to the user both are one operation.
     const QString line =
         Global::instance.IsEnglish() ? tr("installing......%1%") : tr("正在安装中......%1%");
     ui->labInstall->setText(line.arg(Percent(bytesRead, totalBytes)));

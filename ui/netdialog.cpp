@@ -60,7 +60,8 @@ void NetDialog::reject()
 
 void NetDialog::keyPressEvent(QKeyEvent *event)
 {
-    // Not by a default button: there is one a window, and the window's is the progress dialog's.
+    // A default button cannot do this: a window has only one, and it belongs to the progress
+    // dialog.
     if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)
         cbtn->click();
     else

@@ -65,7 +65,7 @@ void UpdateDialog::updateMode(QString mode)
         ui->checkRemid->hide();
     setEnabled(true);
     show();
-    // Qt scrolls to the lower edge of the first line, which may be higher than the view.
+    // Qt scrolls to the bottom of the first line, which may be taller than the view.
     ui->updateText->verticalScrollBar()->setValue(0);
 }
 
@@ -100,10 +100,10 @@ void UpdateDialog::ShowReleaseNotes()
     auto *document = new ReleaseNotesDocument(ui->updateText);
     document->setDefaultFont(former->defaultFont());
     document->SetNotes(Global::instance.latestVersionInfo);
-    // Set once it is filled: otherwise the text cursor ends up behind the notes, and Qt
+    // Set only when it is filled. Otherwise the text cursor ends up after the notes, and Qt
     // computes the layout of the whole document at once in order to scroll there.
     ui->updateText->setDocument(document);
-    delete former.data(); // null when it was the form's, which the text edit deletes itself
+    delete former.data(); // null for the form's document, which the text edit has deleted
     ui->updateText->setReadOnly(true);
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
 }
@@ -152,7 +152,7 @@ void UpdateDialog::reject()
 
 void UpdateDialog::closeEvent(QCloseEvent *)
 {
-    if (!isEnabled()) // answered, and closed by input from before the answer
+    if (!isEnabled()) // already answered; the input is older than the answer
         return;
     if (Global::instance.update == Mode::Optional)
         LaterUpdate();
