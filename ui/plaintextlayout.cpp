@@ -119,7 +119,7 @@ private:
     QString m_lines;
     int m_count = 0;     ///< number of paragraphs
     int m_start = 0;     ///< start of the last paragraph in m_lines
-    int m_lineStart = 0; ///< in m_text
+    int m_lineStart = 0; ///< start of the line in m_text
     int m_division = -1; ///< where the line is to be divided, in m_text
 };
 

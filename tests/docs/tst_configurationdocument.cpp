@@ -259,7 +259,7 @@ void TestConfigurationDocument::switchesAreThoseOfTheProgram()
 void TestConfigurationDocument::filesAreThoseOfTheProgram()
 {
     const TestHome home;
-    QStringList files = {Paths::LogFolder() + QStringLiteral("/AutoUpdate.log"),
+    QStringList files = {Paths::LogFile(),
                          Paths::DownloadFolder(QStringLiteral("CLIENT.exe")) + QLatin1Char('/'),
                          Paths::LanguageFile(),
                          Paths::NotesFile(),
