@@ -1,13 +1,12 @@
 #include "config/global.h"
 
-Global Global::instance;
+#include "config/configcontract.h"
 
-const QString Global::NoRemindSwitch = QStringLiteral("-noremid");
-const QString Global::ImmediatelySwitch = QStringLiteral("-immediately");
+Global Global::instance;
 
 bool Global::IsEnglish() const
 {
-    return language == QLatin1String("en");
+    return language == ConfigContract::Language::English;
 }
 
 QString Global::ClientProgram() const
@@ -18,9 +17,4 @@ QString Global::ClientProgram() const
 QString Global::ClientConfigFile() const
 {
     return appPath + appConfigFile;
-}
-
-bool Global::HasForcingSwitch() const
-{
-    return cmdLineArgs.contains(NoRemindSwitch) || cmdLineArgs.contains(ImmediatelySwitch);
 }

@@ -29,6 +29,11 @@ QString Paths::LogFolder()
     return UnderHome(QStringLiteral("/AppData/Local/AutoUpdate"));
 }
 
+QString Paths::LogFile()
+{
+    return LogFolder() + QStringLiteral("/AutoUpdate.log");
+}
+
 QString Paths::LanguageFile()
 {
     return InClientData(QStringLiteral("language.txt"));

@@ -1,8 +1,7 @@
 // The command line of the updater, one argument a line, and what is left of it for other programs.
 
-#include "config/global.h"
+#include "config/arguments.h"
 #include "fuzz/support/require.h"
-#include "install/clientprocess.h"
 
 #include <QString>
 #include <QStringList>
@@ -64,11 +63,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         size == 0 ? QStringList() : text.split(QLatin1Char('\n'), Qt::KeepEmptyParts);
     const QStringList rest = WithoutSwitches(arguments);
 
-    Require(ProgramArguments(arguments) == rest, "a program is passed all but the switches");
+    Require(WithoutUpdaterSwitches(arguments) == rest, "a program is passed all but the switches");
 
     const QStringList passed = ClientArguments(arguments);
     Require(!passed.isEmpty(), "the client is always passed something");
-    Require(!passed.contains(Global::NoRemindSwitch) && !passed.contains(Global::ImmediatelySwitch),
+    Require(!passed.contains(Switch::NoRemind) && !passed.contains(Switch::Immediately),
             "the client is passed no switch of the updater");
     RequireRightClientArguments(rest, passed);
     return 0;

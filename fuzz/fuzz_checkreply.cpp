@@ -1,6 +1,7 @@
 // The body of the update service's answer.
 
 #include "config/global.h"
+#include "config/servicecontract.h"
 #include "fuzz/support/require.h"
 #include "tests/support/testhome.h"
 
@@ -47,7 +48,7 @@ void StoreEarlierOffer()
           &global.latestVersionInfo, &global.md5, &global.sha1})
         *text = QStringLiteral("earlier");
     global.packageSize = kEarlierSize;
-    global.updateType = Global::ZipPackage;
+    global.updateType = ServiceContract::ZipPackage;
 }
 
 int Parse(const QByteArray &body, const char *language)
@@ -63,7 +64,8 @@ void RequireEarlierOffer()
 {
     const Offer offer = StoredOffer();
     Require(offer.texts.count(QStringLiteral("earlier")) == offer.texts.size() &&
-                offer.packageSize == kEarlierSize && offer.updateType == Global::ZipPackage &&
+                offer.packageSize == kEarlierSize &&
+                offer.updateType == ServiceContract::ZipPackage &&
                 Global::instance.latestVersionInfo == QLatin1String("earlier"),
             "an answer that is refused leaves the earlier offer");
 }

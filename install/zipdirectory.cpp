@@ -28,7 +28,7 @@ quint32 DoubleWord(const QByteArray &record, int offset)
     return qFromLittleEndian<quint32>(record.constData() + offset);
 }
 
-/// The end-of-directory record, which stands last but for a comment; empty when there is none.
+/// The end-of-directory record. Only a comment may follow it. Empty when there is none.
 QByteArray ReadEndOfDirectory(QIODevice &archive)
 {
     const qint64 tailSize = std::min<qint64>(archive.size(), kEndOfDirectorySize + kMaxCommentSize);
@@ -42,7 +42,7 @@ QByteArray ReadEndOfDirectory(QIODevice &archive)
     return QByteArray();
 }
 
-/// Reads the entry at the device's position. False when it is cut short or not one at all.
+/// Reads the entry at the device's position. False when it is incomplete or not an entry.
 bool ReadEntry(QIODevice &archive, ZipEntry &entry)
 {
     const QByteArray header = archive.read(kCentralHeaderSize);
@@ -110,7 +110,8 @@ bool StaysInFolder(const QString &path)
         return false;
     const QStringList segments = path.split(QLatin1Char('/'));
     return std::none_of(segments.cbegin(), segments.cend(), [](const QString &segment) {
-        // Windows drops blanks and dots at the end of a name: "..", ".. " and "..." may all climb.
+        // Windows drops blanks and dots at the end of a name, so "..", ".. " and "..." may all lead
+        // to the parent folder.
         const bool onlyDotsAndBlanks =
             std::all_of(segment.cbegin(), segment.cend(), [](QChar character) {
                 return character == QLatin1Char('.') || character == QLatin1Char(' ');

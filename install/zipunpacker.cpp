@@ -30,7 +30,7 @@ bool IsTaken(const ZipEntry &entry)
     return entry.method == kDeflated || (entry.method == kStored && entry.packedSize == entry.size);
 }
 
-/// Sums up unpacked data and compares it with what the header declares.
+/// The size and the checksum of the unpacked data, compared with those in the header.
 class Tally
 {
 public:
@@ -54,7 +54,7 @@ private:
 
 } // namespace
 
-/// One raw deflate stream after the other.
+/// Decompresses raw deflate streams, one after the other.
 class ZipUnpacker::Inflater
 {
 public:
@@ -66,7 +66,7 @@ public:
     }
     Q_DISABLE_COPY(Inflater)
 
-    /// Forgets the stream before. False when there is no memory.
+    /// Starts a new stream. False when there is not enough memory.
     bool Begin()
     {
         m_result = Z_OK;
@@ -78,7 +78,7 @@ public:
     /// Unpacks the next piece of the stream. False when it is damaged or @p sink has stopped.
     bool Feed(const char *packed, qint64 size, const CheckedSink &sink)
     {
-        // zlib only reads from there.
+        // zlib does not write to its input.
         m_stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(packed));
         m_stream.avail_in = uInt(size);
         do {
@@ -129,7 +129,7 @@ bool ZipUnpacker::Unpack(const Sink &sink)
     return isWhole && tally.Matches();
 }
 
-/// Of the @p left bytes of packed data. Returns how many were read; not positive when none were.
+/// Reads the next of the @p left bytes of packed data. Returns their number, or 0 or less for none.
 qint64 ZipUnpacker::ReadPiece(qint64 left)
 {
     return m_archive.read(m_packed.data(), std::min<qint64>(left, m_packed.size()));

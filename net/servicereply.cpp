@@ -1,6 +1,6 @@
 #include "config/global.h"
+#include "config/servicecontract.h"
 #include "net/answerlimits.h"
-#include "net/servicecontract.h"
 
 #include <QDebug>
 #include <QJsonDocument>

@@ -9,7 +9,7 @@ namespace
 
 constexpr qint64 kPackagesThatMustFit = 3;
 
-/// The root of a drive, as in "D:/".
+/// The length of a drive's root, such as "D:/".
 constexpr int kDriveRootLength = 3;
 
 } // namespace

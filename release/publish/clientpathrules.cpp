@@ -127,7 +127,7 @@ QString ClientPathRules::NamesObjection(const QString &path)
     return QString();
 }
 
-Findings ClientPathRules::Check(const QString &path, Global::PackageKind packages)
+Findings ClientPathRules::Check(const QString &path, ServiceContract::PackageKind packages)
 {
     if (path.isEmpty())
         return {};
@@ -149,7 +149,7 @@ Findings ClientPathRules::Check(const QString &path, Global::PackageKind package
     if (!objection.isEmpty())
         findings.append(About(path, objection + QStringLiteral("; use another folder")));
 
-    const bool isZip = packages == Global::ZipPackage;
+    const bool isZip = packages == ServiceContract::ZipPackage;
     if (!FromRoot(plain).isEmpty())
         findings += CheckAbsoluteFolder(plain, isZip);
     else if (!IsOnServer(plain))
@@ -157,7 +157,7 @@ Findings ClientPathRules::Check(const QString &path, Global::PackageKind package
     return findings;
 }
 
-Findings ClientPathRules::Warn(const QString &path, Global::PackageKind packages)
+Findings ClientPathRules::Warn(const QString &path, ServiceContract::PackageKind packages)
 {
     if (IsOnServer(path)) {
         return {About(path, QStringLiteral("is on a server, without which the client does not "
@@ -173,7 +173,7 @@ Findings ClientPathRules::Warn(const QString &path, Global::PackageKind packages
                                                    "folder above the updater's, whoever the user "
                                                    "is")));
     }
-    const bool isZip = packages == Global::ZipPackage;
+    const bool isZip = packages == ServiceContract::ZipPackage;
     if (isZip && !FromRoot(path).isEmpty() && !IsOneUsers(path) &&
         Check(path, packages).isEmpty()) {
         warnings.append(

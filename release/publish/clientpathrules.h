@@ -1,6 +1,6 @@
 #pragma once
 
-#include "config/global.h"
+#include "config/servicecontract.h"
 #include "release/publish/findings.h"
 
 #include <QString>
@@ -15,9 +15,9 @@
 namespace ClientPathRules
 {
 
-Findings Check(const QString &path, Global::PackageKind packages);
+Findings Check(const QString &path, ServiceContract::PackageKind packages);
 
-Findings Warn(const QString &path, Global::PackageKind packages);
+Findings Warn(const QString &path, ServiceContract::PackageKind packages);
 
 /// What Windows objects to in the names that @p path is made of, as the end of a sentence about it;
 /// empty when nothing. It may be relative, and has no drive.

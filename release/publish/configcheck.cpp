@@ -73,7 +73,7 @@ public:
         m_config = QJsonDocument::fromJson(text).object();
         if (!m_options.clientFolder.isEmpty())
             CheckClientFolder(text);
-        else if (m_options.packages == Global::ZipPackage)
+        else if (m_options.packages == ServiceContract::ZipPackage)
             m_outcome.warnings += ConfigRules::WarnOfOrder(text);
         if (m_outcome.refusals.isEmpty())
             DescribeResult();
@@ -201,7 +201,7 @@ private:
         m_version = ConfigRules::ClientVersion(text);
         m_outcome.refusals +=
             ConfigRules::CheckSilencedVersion(Text(Key::NoRemindVersion), m_version);
-        if (m_options.packages == Global::ZipPackage)
+        if (m_options.packages == ServiceContract::ZipPackage)
             m_outcome.warnings += VersionFile::WarnOfOrder(name, PackagedFiles());
     }
 
@@ -268,7 +268,7 @@ private:
     {
         QString path = Text(Key::AppPath);
         path.replace(QLatin1Char('\\'), QLatin1Char('/'));
-        if (m_options.packages == Global::ZipPackage)
+        if (m_options.packages == ServiceContract::ZipPackage)
             path = QStringLiteral("..");
         else if (path.startsWith(QLatin1Char('/')) || path.contains(QLatin1Char(':')))
             return true;

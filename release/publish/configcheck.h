@@ -1,6 +1,6 @@
 #pragma once
 
-#include "config/global.h"
+#include "config/servicecontract.h"
 #include "release/publish/report.h"
 
 #include <QString>
@@ -9,7 +9,8 @@
 struct ConfigCheckOptions {
     QString file;         ///< the updater's configuration
     QString clientFolder; ///< the client's folder as it ships, or empty: then only the file is read
-    Global::PackageKind packages = Global::ZipPackage; ///< what updates the client
+    ServiceContract::PackageKind packages =
+        ServiceContract::ZipPackage; ///< what updates the client
 };
 
 /**

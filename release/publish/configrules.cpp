@@ -168,12 +168,12 @@ Findings CheckDownloadFolder(const QString &appName, const QString &appPath)
     return {};
 }
 
-Findings CheckAppConfigFile(const QString &name, Global::PackageKind packages)
+Findings CheckAppConfigFile(const QString &name, ServiceContract::PackageKind packages)
 {
     QString objection = ClientPathRules::NamesObjection(name);
     if (name.endsWith(QLatin1Char('/')) || name.endsWith(QLatin1Char('\\')))
         objection = QStringLiteral("ends with a slash, as folders do");
-    else if (packages == Global::ZipPackage && !ReleaseRules::IsAscii(name))
+    else if (packages == ServiceContract::ZipPackage && !ReleaseRules::IsAscii(name))
         objection = QStringLiteral("is not plain ASCII, and zip packages cannot hold it");
     if (objection.isEmpty())
         return {};
@@ -291,7 +291,8 @@ QJsonObject Object(const QByteArray &text)
 
 } // namespace
 
-Findings ConfigRules::CheckUpdateConfig(const QByteArray &text, Global::PackageKind packages)
+Findings ConfigRules::CheckUpdateConfig(const QByteArray &text,
+                                        ServiceContract::PackageKind packages)
 {
     const Findings unreadable = CheckJson("json", text, ConfigContract::FileName);
     if (!unreadable.isEmpty())
@@ -309,7 +310,8 @@ Findings ConfigRules::CheckUpdateConfig(const QByteArray &text, Global::PackageK
            CheckForm(text, config);
 }
 
-Findings ConfigRules::WarnOfUpdateConfig(const QByteArray &text, Global::PackageKind packages)
+Findings ConfigRules::WarnOfUpdateConfig(const QByteArray &text,
+                                         ServiceContract::PackageKind packages)
 {
     const QJsonObject config = Object(text);
     Findings warnings = WarnOfUnknownKeys(config) +

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "config/global.h"
+#include "config/servicecontract.h"
 #include "release/publish/findings.h"
 
 #include <QByteArray>
@@ -20,10 +20,10 @@ constexpr int RoomySize = 4096;
 
 /// What makes an updater fail, or insecure, whose updateconfig.json is @p text and whose client is
 /// updated by @p packages.
-Findings CheckUpdateConfig(const QByteArray &text, Global::PackageKind packages);
+Findings CheckUpdateConfig(const QByteArray &text, ServiceContract::PackageKind packages);
 
 /// What may not be intended in it.
-Findings WarnOfUpdateConfig(const QByteArray &text, Global::PackageKind packages);
+Findings WarnOfUpdateConfig(const QByteArray &text, ServiceContract::PackageKind packages);
 
 /// Of a version file that a zip package copies early, as far as its name tells.
 Findings WarnOfOrder(const QByteArray &text);

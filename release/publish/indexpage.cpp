@@ -47,7 +47,7 @@ QString Code(const QString &text)
 
 QVector<Fact> Facts(const Offer &offer)
 {
-    const bool isZip = offer.kind == Global::ZipPackage;
+    const bool isZip = offer.kind == ServiceContract::ZipPackage;
     const QString address = ReleaseTree::PackagesPath.mid(1) + offer.id;
     return {
         {QStringLiteral("Version"), Code(offer.version)},

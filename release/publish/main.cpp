@@ -56,9 +56,9 @@ Outcome Run(const Request &request, Progress &progress)
     case Request::ReportOnLogs:
         return ReportLogs({request.logs, request.htmlFile}, progress);
     case Request::CheckConfiguration:
-        return CheckConfig(
-            {request.source, request.clientFolder,
-             request.packagesAreInstallers ? Global::InstallerPackage : Global::ZipPackage});
+        return CheckConfig({request.source, request.clientFolder,
+                            request.packagesAreInstallers ? ServiceContract::InstallerPackage
+                                                          : ServiceContract::ZipPackage});
     }
     return {};
 }

@@ -1,6 +1,6 @@
 #include "release/publish/publishrelease.h"
 
-#include "net/servicecontract.h"
+#include "config/servicecontract.h"
 #include "release/publish/clientfolder.h"
 #include "release/publish/hostsystem.h"
 #include "release/publish/indexpage.h"
@@ -145,7 +145,7 @@ private:
 
     void CheckClientFolder()
     {
-        m_offer.kind = Global::ZipPackage;
+        m_offer.kind = ServiceContract::ZipPackage;
         m_offer.id = ReleaseRules::PackageFileName(m_request.name, m_request.version,
                                                    ReleaseRules::ZipSuffix);
         Refuse(ReleaseRules::CheckZipName(m_offer.id));
@@ -204,7 +204,7 @@ private:
 
     void CheckInstaller()
     {
-        m_offer.kind = Global::InstallerPackage;
+        m_offer.kind = ServiceContract::InstallerPackage;
         m_packageFile = m_request.source;
         const QFileInfo installer(m_request.source);
         m_offer.id = m_request.name.isEmpty()

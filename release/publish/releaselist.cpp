@@ -74,7 +74,7 @@ QJsonObject ToJson(const Release &release)
 {
     return {{Key::Version, release.version},
             {Key::Id, release.id},
-            {Key::Kind, release.kind == Global::ZipPackage ? kZip : kInstaller},
+            {Key::Kind, release.kind == ServiceContract::ZipPackage ? kZip : kInstaller},
             {Key::Forced, release.forced},
             {Key::Size, release.size},
             {Key::Sha256, release.sha256},
@@ -150,8 +150,9 @@ Release ReadRelease(const QJsonObject &object)
     Release release;
     release.version = object.value(Key::Version).toString();
     release.id = object.value(Key::Id).toString();
-    release.kind = object.value(Key::Kind).toString() == kInstaller ? Global::InstallerPackage
-                                                                    : Global::ZipPackage;
+    release.kind = object.value(Key::Kind).toString() == kInstaller
+                       ? ServiceContract::InstallerPackage
+                       : ServiceContract::ZipPackage;
     release.forced = object.value(Key::Forced).toBool();
     release.size = qint64(object.value(Key::Size).toDouble());
     release.sha256 = object.value(Key::Sha256).toString();

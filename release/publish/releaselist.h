@@ -1,6 +1,6 @@
 #pragma once
 
-#include "config/global.h"
+#include "config/servicecontract.h"
 #include "release/publish/findings.h"
 
 #include <QByteArray>
@@ -16,7 +16,7 @@ constexpr int AllParts = 1000;
 struct Release {
     QString version;
     QString id; ///< the package's file name
-    Global::PackageKind kind = Global::ZipPackage;
+    ServiceContract::PackageKind kind = ServiceContract::ZipPackage;
     bool forced = false;
     qint64 size = 0; ///< of the package, in bytes
     QString sha256;  ///< of the package, lower-case hexadecimal digits

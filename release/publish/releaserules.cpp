@@ -1,8 +1,8 @@
 #include "release/publish/releaserules.h"
 
+#include "config/servicecontract.h"
 #include "install/windowsnames.h"
 #include "net/packagename.h"
-#include "net/servicecontract.h"
 #include "ui/releasenotes.h"
 
 #include <QDir>

@@ -1,6 +1,6 @@
 #include "release/publish/reply.h"
 
-#include "net/servicecontract.h"
+#include "config/servicecontract.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -100,15 +100,16 @@ QByteArray OfferReply(const Offer &offer)
 
 QByteArray NoOfferReply()
 {
-    return Answer(QLatin1String("no newer version"), {{Key::Id, QString()},
-                                                      {Key::Update, QString(Mode::NoUpdate)},
-                                                      {Key::LatestVersion, QString()},
-                                                      {Key::LatestVersionUrl, QString()},
-                                                      {Key::LatestVersionInfo, QString()},
-                                                      {Key::Md5, QString()},
-                                                      {Key::Sha1, QString()},
-                                                      {Key::PackageSize, 0},
-                                                      {Key::UpdateType, int(Global::ZipPackage)}});
+    return Answer(QLatin1String("no newer version"),
+                  {{Key::Id, QString()},
+                   {Key::Update, QString(Mode::NoUpdate)},
+                   {Key::LatestVersion, QString()},
+                   {Key::LatestVersionUrl, QString()},
+                   {Key::LatestVersionInfo, QString()},
+                   {Key::Md5, QString()},
+                   {Key::Sha1, QString()},
+                   {Key::PackageSize, 0},
+                   {Key::UpdateType, int(ServiceContract::ZipPackage)}});
 }
 
 Findings ReadOffer(const QByteArray &reply, Offer &offer)
@@ -133,12 +134,13 @@ Findings ReadOffer(const QByteArray &reply, Offer &offer)
                                   .arg(Key::Update, Mode::Optional, Mode::Forced)));
     }
     const int kind = ReadNumber(biz, Key::UpdateType, findings);
-    offer.kind = kind == Global::InstallerPackage ? Global::InstallerPackage : Global::ZipPackage;
-    if (kind > Global::ZipPackage) {
+    offer.kind = kind == ServiceContract::InstallerPackage ? ServiceContract::InstallerPackage
+                                                           : ServiceContract::ZipPackage;
+    if (kind > ServiceContract::ZipPackage) {
         findings.append(Wrong(QStringLiteral("\"%1\" is neither %2 nor %3")
                                   .arg(Key::UpdateType)
-                                  .arg(Global::InstallerPackage)
-                                  .arg(Global::ZipPackage)));
+                                  .arg(ServiceContract::InstallerPackage)
+                                  .arg(ServiceContract::ZipPackage)));
     }
     return findings;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "config/global.h"
+#include "config/servicecontract.h"
 #include "release/publish/filedigests.h"
 #include "release/publish/findings.h"
 
@@ -14,7 +14,7 @@ struct Offer {
     QString url;     ///< the package's address; only what follows its last "/" counts
     QString notes;   ///< Chinese, the separator, English
     bool forced = false;
-    Global::PackageKind kind = Global::ZipPackage;
+    ServiceContract::PackageKind kind = ServiceContract::ZipPackage;
     FileDigests package; ///< of a reply that was read: without the SHA-256, which it does not hold
 };
 

@@ -51,7 +51,7 @@ QJsonObject Facts(const Release &release, bool isStopped)
 {
     return {{QStringLiteral("version"), release.version},
             {QStringLiteral("id"), release.id},
-            {QStringLiteral("kind"), release.kind == Global::ZipPackage
+            {QStringLiteral("kind"), release.kind == ServiceContract::ZipPackage
                                          ? QStringLiteral("zip")
                                          : QStringLiteral("installer")},
             {QStringLiteral("update"),
@@ -69,16 +69,17 @@ QJsonObject Facts(const Release &release, bool isStopped)
 
 QString Line(const Release &release)
 {
-    QString line = QStringLiteral("%1 %2 %3 %4 %5 %6  %7")
-                       .arg(release.version, -12)
-                       .arg(release.kind == Global::ZipPackage ? QStringLiteral("zip")
-                                                               : QStringLiteral("installer"),
-                            -9)
-                       .arg(SizeText(release.size), 12)
-                       .arg(release.published.toUTC().toString(QStringLiteral("yyyy-MM-dd")), 10)
-                       .arg(ShareText(release.share), 7)
-                       .arg(StateText(release), -11)
-                       .arg(RestrictionText(release));
+    QString line =
+        QStringLiteral("%1 %2 %3 %4 %5 %6  %7")
+            .arg(release.version, -12)
+            .arg(release.kind == ServiceContract::ZipPackage ? QStringLiteral("zip")
+                                                             : QStringLiteral("installer"),
+                 -9)
+            .arg(SizeText(release.size), 12)
+            .arg(release.published.toUTC().toString(QStringLiteral("yyyy-MM-dd")), 10)
+            .arg(ShareText(release.share), 7)
+            .arg(StateText(release), -11)
+            .arg(RestrictionText(release));
     while (line.endsWith(QLatin1Char(' ')))
         line.chop(1);
     return line + QLatin1Char('\n');

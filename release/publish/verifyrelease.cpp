@@ -1,6 +1,6 @@
 #include "release/publish/verifyrelease.h"
 
-#include "net/servicecontract.h"
+#include "config/servicecontract.h"
 #include "release/publish/decisions.h"
 #include "release/publish/hostsystem.h"
 #include "release/publish/indexpage.h"
@@ -146,8 +146,9 @@ private:
     void CheckOffer()
     {
         Refuse(ReleaseRules::CheckVersion(m_offer.version));
-        Refuse(m_offer.kind == Global::ZipPackage ? ReleaseRules::CheckZipName(m_offer.id)
-                                                  : ReleaseRules::CheckInstallerName(m_offer.id));
+        Refuse(m_offer.kind == ServiceContract::ZipPackage
+                   ? ReleaseRules::CheckZipName(m_offer.id)
+                   : ReleaseRules::CheckInstallerName(m_offer.id));
         const QString end = ReleaseTree::PackagesPath + m_offer.id;
         if (!m_offer.url.endsWith(end)) {
             Refuse("reply", QStringLiteral("the reply's \"%1\" does not end in \"%2\"; publish it "
@@ -195,7 +196,7 @@ private:
         Refuse(ReleaseRules::CheckPackageSize(found.size));
         CompareDigests(found, release);
         m_offer.package = found;
-        if (m_offer.kind == Global::ZipPackage)
+        if (m_offer.kind == ServiceContract::ZipPackage)
             CheckZip(path, release);
         else
             CheckInstaller(path);

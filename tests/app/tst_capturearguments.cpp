@@ -1,4 +1,4 @@
-#include "app/arguments.h"
+#include "app/capturearguments.h"
 #include "config/global.h"
 #include "tests/support/localeencoding.h"
 #include "tests/support/logcapture.h"

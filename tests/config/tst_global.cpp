@@ -32,8 +32,6 @@ private slots:
     void onlyExactEnIsEnglish();
     void pathsOfTheClientAreJoinedWithoutSeparator_data();
     void pathsOfTheClientAreJoinedWithoutSeparator();
-    void eitherSwitchForcesTheCheck_data();
-    void eitherSwitchForcesTheCheck();
     void filesLieUnderTheHomeFolder();
     void downloadFolderIsNamedAfterTheClient_data();
     void downloadFolderIsNamedAfterTheClient();
@@ -154,35 +152,13 @@ void TestGlobal::pathsOfTheClientAreJoinedWithoutSeparator()
     QTEST(Global::instance.ClientConfigFile(), "config");
 }
 
-void TestGlobal::eitherSwitchForcesTheCheck_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<bool>("forced");
-    QTest::newRow("none") << QStringList() << false;
-    QTest::newRow("-noremid") << QStringList(QStringLiteral("-noremid")) << true;
-    QTest::newRow("-immediately") << QStringList(QStringLiteral("-immediately")) << true;
-    QTest::newRow("among others") << QStringList({QStringLiteral("a"), QStringLiteral("-noremid"),
-                                                  QStringLiteral("b")})
-                                  << true;
-    QTest::newRow("other case") << QStringList(QStringLiteral("-Immediately")) << false;
-    QTest::newRow("part of an argument") << QStringList(QStringLiteral("-noremid=1")) << false;
-    QTest::newRow("spelled right") << QStringList(QStringLiteral("-noremind")) << false;
-}
-
-void TestGlobal::eitherSwitchForcesTheCheck()
-{
-    QFETCH(QStringList, arguments);
-    const TestHome home;
-    Global::instance.cmdLineArgs = arguments;
-    QTEST(Global::instance.HasForcingSwitch(), "forced");
-}
-
 void TestGlobal::filesLieUnderTheHomeFolder()
 {
     const TestHome home;
     const QString clientData = home.Home() + QStringLiteral("/AppData/Roaming/norvaneAssistant/");
     QCOMPARE(Paths::UpdateConfigFile(), QStringLiteral("updateconfig.json"));
     QCOMPARE(Paths::LogFolder(), home.Home() + QStringLiteral("/AppData/Local/AutoUpdate"));
+    QCOMPARE(Paths::LogFile(), Paths::LogFolder() + QStringLiteral("/AutoUpdate.log"));
     QCOMPARE(Paths::LanguageFile(), clientData + QStringLiteral("language.txt"));
     QCOMPARE(Paths::NotesFile(), clientData + QStringLiteral("update.log"));
     QCOMPARE(Paths::NotesMarkerFile(), clientData + QStringLiteral("isShowUpdataInfo.txt"));

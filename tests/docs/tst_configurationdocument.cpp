@@ -1,5 +1,7 @@
+#include "config/arguments.h"
 #include "config/global.h"
 #include "config/paths.h"
+#include "config/servicecontract.h"
 #include "tests/docs/document.h"
 #include "tests/support/testhome.h"
 
@@ -251,13 +253,13 @@ void TestConfigurationDocument::switchesAreThoseOfTheProgram()
         if (row.first().startsWith(QLatin1String("`-")))
             switches.append(Quoted(row.first()));
     }
-    QCOMPARE(Sorted(switches), Sorted({Global::NoRemindSwitch, Global::ImmediatelySwitch}));
+    QCOMPARE(Sorted(switches), Sorted({Switch::NoRemind, Switch::Immediately}));
 }
 
 void TestConfigurationDocument::filesAreThoseOfTheProgram()
 {
     const TestHome home;
-    QStringList files = {Paths::LogFolder() + QStringLiteral("/AutoUpdate.log"),
+    QStringList files = {Paths::LogFile(),
                          Paths::DownloadFolder(QStringLiteral("CLIENT.exe")) + QLatin1Char('/'),
                          Paths::LanguageFile(),
                          Paths::NotesFile(),
@@ -325,7 +327,7 @@ void TestConfigurationDocument::answerIsRead()
     QCOMPARE(global.latestVersionInfo, QStringLiteral("English notes"));
     QCOMPARE(global.md5, biz.value(QStringLiteral("md5")).toString());
     QCOMPARE(global.packageSize, qint64(1572864));
-    QCOMPARE(global.updateType, qint32(Global::ZipPackage));
+    QCOMPARE(global.updateType, qint32(ServiceContract::ZipPackage));
 }
 
 void TestConfigurationDocument::answerWithoutAnUpdateIsRead()

@@ -170,8 +170,6 @@ private slots:
     void runningClientIsStopped_data();
     void runningClientIsStopped();
     void realRunningClientIsStopped();
-    void meetingLinksAreRecognised_data();
-    void meetingLinksAreRecognised();
     void freeBytesAreThoseOfTheVolume_data();
     void freeBytesAreThoseOfTheVolume();
 #ifdef Q_OS_UNIX
@@ -652,35 +650,6 @@ void TestClientProcess::realRunningClientIsStopped()
     // Nothing is left to stop.
     StopRunningClient(machine.ClientName());
     QCOMPARE(machine.Messages(), QStringList());
-}
-
-void TestClientProcess::meetingLinksAreRecognised_data()
-{
-    QTest::addColumn<QString>("argument");
-    QTest::addColumn<bool>("link");
-    QTest::addColumn<QString>("passedOn");
-    const auto row = [](const char *argument, bool link, const char *passedOn) {
-        QTest::newRow(argument) << QString::fromUtf8(argument) << link
-                                << QString::fromUtf8(passedOn);
-    };
-    row("qorb-meeting://abc", true, "--url=abc");
-    row("qorb-meeting://a b?c=d%20e#f", true, "--url=a b?c=d%20e#f");
-    row("qorb-meeting://a://b://c", true, "--url=a");
-    row("qorb-meeting:////a", true, "--url=//a");
-    row("qorb-meeting:", true, "--url=");
-    row("qorb-meeting", true, "--url=");
-    row("xqorb-meetingx://a", true, "--url=a");
-    row("QORB-meeting://abc", false, "--url=abc");
-    row("qorb meeting://abc", false, "--url=abc");
-    row("https://example.com", false, "--url=example.com");
-    row("", false, "--url=");
-}
-
-void TestClientProcess::meetingLinksAreRecognised()
-{
-    QFETCH(QString, argument);
-    QTEST(IsMeetingLink(argument), "link");
-    QTEST(ClientUrlArgument(argument), "passedOn");
 }
 
 /// Free bytes of a volume change at any moment: compares until they did not while being asked for.

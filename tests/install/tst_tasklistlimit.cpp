@@ -6,7 +6,6 @@
 
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTest>
 #include <QThread>
 
@@ -40,11 +39,8 @@ void TestTasklistLimit::outputUntilTheLimitDecides()
     timer.start();
     const std::unique_ptr<QThread> printed(
         QThread::create([&result] { result = Global::instance.CheckClientRunning(); }));
-    const std::unique_ptr<QThread> notPrinted(QThread::create([&otherListed] {
-        QProcess process;
-        otherListed = ClientIsListed(process, QStringLiteral("Other.exe"));
-        process.close();
-    }));
+    const std::unique_ptr<QThread> notPrinted(QThread::create(
+        [&otherListed] { otherListed = ClientIsListed(QStringLiteral("Other.exe")); }));
     printed->start();
     notPrinted->start();
     QVERIFY(printed->wait(120000));

@@ -17,8 +17,8 @@
 namespace
 {
 
-constexpr Global::PackageKind kZip = Global::ZipPackage;
-constexpr Global::PackageKind kInstaller = Global::InstallerPackage;
+constexpr ServiceContract::PackageKind kZip = ServiceContract::ZipPackage;
+constexpr ServiceContract::PackageKind kInstaller = ServiceContract::InstallerPackage;
 
 const char kClientConfig[] = R"({"client": {"version": "1.0.0"}})";
 
@@ -104,7 +104,7 @@ public:
     }
 
     Outcome Check(const char *file = "AutoUpdate/updateconfig.json",
-                  Global::PackageKind packages = kZip) const
+                  ServiceContract::PackageKind packages = kZip) const
     {
         return CheckConfig({Path(QLatin1String(file)), Path(), packages});
     }
@@ -116,7 +116,7 @@ private:
 using Change = std::function<void(const ShippedClient &)>;
 
 /// What is found in a file of that content alone.
-Outcome CheckText(const QByteArray &text, Global::PackageKind packages = kZip)
+Outcome CheckText(const QByteArray &text, ServiceContract::PackageKind packages = kZip)
 {
     const QTemporaryDir room;
     const QString file = room.filePath(QStringLiteral("updateconfig.json"));
@@ -140,7 +140,7 @@ void Record(const char *kind, const char *version)
 } // namespace
 
 Q_DECLARE_METATYPE(Change)
-Q_DECLARE_METATYPE(Global::PackageKind)
+Q_DECLARE_METATYPE(ServiceContract::PackageKind)
 
 class TestConfigCheck : public QObject
 {
@@ -686,12 +686,12 @@ void TestConfigCheck::places_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("appPath");
-    QTest::addColumn<Global::PackageKind>("packages");
+    QTest::addColumn<ServiceContract::PackageKind>("packages");
     QTest::addColumn<QStringList>("refusals");
     const QString up = QStringLiteral("../");
     const QString absolute = QStringLiteral("C:/Norvane/Client/");
-    const auto row = [](const char *folder, const QString &appPath, Global::PackageKind packages,
-                        const char *refusals) {
+    const auto row = [](const char *folder, const QString &appPath,
+                        ServiceContract::PackageKind packages, const char *refusals) {
         const QByteArray name = QByteArray(folder) + ' ' + appPath.toLatin1() +
                                 (packages == kZip ? " zip" : " installer");
         QTest::newRow(name.constData())
@@ -712,7 +712,7 @@ void TestConfigCheck::places()
 {
     QFETCH(QString, folder);
     QFETCH(QString, appPath);
-    QFETCH(Global::PackageKind, packages);
+    QFETCH(ServiceContract::PackageKind, packages);
     const ShippedClient client;
     const QByteArray file = folder.toLatin1() + "/updateconfig.json";
     client.Write((folder.toLatin1() + "/AutoUpdate.exe").constData(), "MZ");

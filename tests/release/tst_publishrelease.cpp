@@ -1,4 +1,5 @@
 #include "config/global.h"
+#include "config/servicecontract.h"
 #include "release/publish/reply.h"
 #include "tests/release/vendor.h"
 #include "tests/support/fulldisk.h"
@@ -186,7 +187,7 @@ void TestPublishRelease::updaterReadsTheOffer()
     QCOMPARE(updater.md5, HexDigest(vendor.Package(), QCryptographicHash::Md5));
     QCOMPARE(updater.sha1, HexDigest(vendor.Package(), QCryptographicHash::Sha1));
     QCOMPARE(updater.packageSize, QFileInfo(vendor.Package()).size());
-    QCOMPARE(updater.updateType, qint32(Global::ZipPackage));
+    QCOMPARE(updater.updateType, qint32(ServiceContract::ZipPackage));
     QTEST(updater.latestVersionInfo, "notes");
 }
 
@@ -312,7 +313,7 @@ void TestPublishRelease::installerIsPublishedAsItIs()
     const Global &updater = ReadByUpdater(
         vendor, QStringLiteral("en"), QStringLiteral("check/answers/2.1.3/Setup-2.1.3.exe.json"));
     QCOMPARE(updater.id, QStringLiteral("Setup-2.1.3.exe"));
-    QCOMPARE(updater.updateType, qint32(Global::InstallerPackage));
+    QCOMPARE(updater.updateType, qint32(ServiceContract::InstallerPackage));
     const Outcome verified = Verify(vendor);
     VerifyPublished(verified);
     QVERIFY(verified.warnings.isEmpty());

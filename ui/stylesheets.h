@@ -3,13 +3,12 @@
 #include <QString>
 
 /**
- * The style sheets of the dialogs. Each look stands here once; the forms carry geometry and texts
- * only. GUI thread.
+ * The style sheets of the dialogs. The forms contain only the geometry and the texts. GUI thread.
  */
-namespace Sheets
+namespace StyleSheets
 {
 
-/// White window of the dialog with the object name @p dialogName; its children keep their own.
+/// The white background of the dialog with the object name @p dialogName, but not of its children.
 inline QString Window(const QString &dialogName)
 {
     return QStringLiteral("#%1{background-color:rgb(255, 255, 255);}").arg(dialogName);
@@ -20,47 +19,48 @@ inline QString Logo()
     return QStringLiteral("QLabel{image:url(:/image/resourceimg/logo.ico);}");
 }
 
-/// Headline of the prompt, as the form sets it.
-inline QString Headline()
+/// The Chinese headline of the prompt.
+inline QString PromptHeadline()
 {
     return QStringLiteral(
         "QLabel{font-size:16px;font-weight:500;color:rgba(32,49,82,1);line-height:20px;}");
 }
 
-inline QString EnglishHeadline()
+inline QString EnglishPromptHeadline()
 {
     return QStringLiteral(
         "QLabel{font-size:16px;font-weight:500;color:rgba(32,49,82,1);line-height:22px;;}");
 }
 
-/// The English headline of the forced prompt is the longest of all and needs a smaller font.
-inline QString EnglishForcedHeadline()
+/// Smaller than the others, because this headline is the longest.
+inline QString EnglishForcedPromptHeadline()
 {
     return QStringLiteral(
         "QLabel{font-size:12px;font-weight:500;color:rgba(32,49,82,1);line-height:22px;;}");
 }
 
-/// Product name in the progress dialog.
+/// The product's name in the progress dialog.
 inline QString ProductName()
 {
     return QStringLiteral(
         "QLabel{font-size:16px;font-weight:500;color:rgba(32,49,82,1);line-height:22px;}");
 }
 
-inline QString Version()
+/// The version and the size of the package, in both dialogs.
+inline QString VersionLine()
 {
     return QStringLiteral(
         "QLabel{font-size:14px;font-weight:400;color:rgba(143,152,168,1);line-height:22px;}");
 }
 
-inline QString ReleaseNotes()
+inline QString NotesText()
 {
     return QStringLiteral("QTextEdit{font-size:12px;font-weight:400;line-height:18px;"
                           "color:rgba(77,90,117,1);background-color:rgba(255,255,255,1);"
                           "border:1px solid rgba(210,214,220,1);border-radius:2px;}");
 }
 
-inline QString ReleaseNotesScrollBar()
+inline QString NotesScrollBar()
 {
     return QStringLiteral(
         "QScrollBar:vertical{width:4px;background:rgb(255,255,255);border:none;}"
@@ -71,7 +71,7 @@ inline QString ReleaseNotesScrollBar()
         "}");
 }
 
-inline QString NeverPrompt()
+inline QString NeverPromptCheckBox()
 {
     return QStringLiteral(
         "QCheckBox{font-size:14px;font-weight:400;color:rgba(143,152,168,1);line-height:20px;}"
@@ -79,7 +79,7 @@ inline QString NeverPrompt()
         "QCheckBox::indicator:checked{image:url(:/image/resourceimg/check.png);}");
 }
 
-/// White button.
+/// A white button.
 inline QString SecondaryButton()
 {
     return QStringLiteral(
@@ -90,8 +90,8 @@ inline QString SecondaryButton()
         "QPushButton:pressed{color:rgba(66,133,246,1);border:1px solid rgba(66,133,246,1);}");
 }
 
-/// Blue button. The gradient runs at 133 degrees over the 100 x 36 pixels of the button; its ends
-/// are in units of the button's sides, which skew it unless they make up for that.
+/// A blue button of 100 x 36 pixels with a gradient at 133 degrees. The gradient's coordinates are
+/// fractions of the button's width and height, so they compensate for their ratio.
 inline QString PrimaryButton()
 {
     return QStringLiteral(
@@ -103,30 +103,33 @@ inline QString PrimaryButton()
         "QPushButton:pressed{background:rgba(62,124,228,1);border:none;}");
 }
 
-/// To stand before the sheet of a widget that a FocusFrame() is put around.
-inline QString NoFocusOfItsOwn()
+/// Goes before the sheet of a widget that gets a FocusFrame() instead of Qt's own mark.
+inline QString WithoutOwnFocusMark()
 {
     return QStringLiteral("*{outline:none;}");
 }
 
-/// Lies around the widget, so that what the widget shows stays as it is.
+/// The frame around the widget that has the keyboard's focus.
 inline QString FocusFrame()
 {
     return QStringLiteral("QFocusFrame{border:1px solid rgba(66,133,246,1);border-radius:4px;}");
 }
 
-inline QString Percentage()
+/// The line with the percentage, while the first download runs.
+inline QString PercentageLine()
 {
     return QStringLiteral(
         "QLabel{font-size:14px;font-weight:400;color:rgba(32,49,82,1);line-height:22px;}");
 }
 
-inline QString PercentageAgain()
+/// The same line once the user has retried.
+inline QString PercentageLineAfterRetry()
 {
     return QStringLiteral("color:black;");
 }
 
-inline QString ErrorText()
+/// The same line while it shows an error.
+inline QString ErrorLine()
 {
     return QStringLiteral("color:rgba(250,81,81,1);");
 }
@@ -138,14 +141,15 @@ inline QString ProgressBar()
         "QProgressBar::chunk{background-color:rgba(66,133,246,1);border-radius:4px;}");
 }
 
-inline QString FailedProgressBar()
+inline QString ProgressBarInError()
 {
     return QStringLiteral(
         "QProgressBar{background-color:rgba(250,81,81,0.1);border-radius:4px;}"
         "QProgressBar::chunk{background-color:rgba(250,81,81,1);border-radius:4px;}");
 }
 
-inline QString ConfirmationHolder()
+/// The dock widget that contains the cancel confirmation.
+inline QString ConfirmationDock()
 {
     return QStringLiteral("QDockWidget{background-color:rgb(148, 148, 148);}");
 }
@@ -166,11 +170,11 @@ inline QString ConfirmationQuestion()
 inline QString ConfirmationButton()
 {
     return QStringLiteral(
-        "QPushButton{width:28px;height:20px;border:none;outline:none;font-size:14px;font-weight:"
-        "400;"
-        "color:rgba(32,49,82,0.5);line-height:20px;background-color:rgb(255, 255, 255);}"
+        "QPushButton{width:28px;height:20px;border:none;outline:none;font-size:14px;"
+        "font-weight:400;color:rgba(32,49,82,0.5);line-height:20px;background-color:rgb(255, 255, "
+        "255);}"
         "QPushButton:hover{color:rgba(66,133,246,1);}"
         "QPushButton:pressed{color:rgba(52,108,197,1);}");
 }
 
-} // namespace Sheets
+} // namespace StyleSheets

@@ -1,4 +1,4 @@
-#include "install/platform.h"
+#include "net/processend.h"
 
 #include <QProcess>
 #include <QTest>
@@ -68,7 +68,7 @@ int EndWithThread()
         qFatal("TLS was used too early");
     // The first to register is the last to be called.
     std::atexit(LetThreadEnd);
-    Platform::KeepTlsUntilTheEnd();
+    ProcessEnd::KeepTlsUntilTheEnd();
     lastThread = std::thread(UseTlsAndEnd);
     threadIsEnding.get_future().wait();
     return 0;

@@ -1,13 +1,15 @@
-#include "net/servicecontract.h"
+#include "config/servicecontract.h"
+
+#include "config/configcontract.h"
 
 QString ServiceContract::NotesInLanguage(const QString &notes, const QString &language)
 {
-    // Found by position: a list of its parts would take many times what notes made of separators
-    // do.
+    // Not split(): for notes that consist of separators, the list of parts would take many times
+    // the memory of the notes.
     const int first = notes.indexOf(NotesSeparator);
     if (first < 0)
         return notes;
-    if (language == QLatin1String("zh"))
+    if (language == ConfigContract::Language::Chinese)
         return notes.left(first);
     const int second = notes.indexOf(NotesSeparator, first + 1);
     return notes.mid(first + 1, second < 0 ? -1 : second - first - 1).trimmed();

@@ -5,15 +5,15 @@
 #include <QString>
 
 /**
- * The words of the update service's answer, in one place for the side that reads them and the side
- * that publishes them. Callable from every thread.
+ * The words and values of the update service's answer, shared by the updater, which reads them, and
+ * the publisher's tool, which writes them. Callable from every thread.
  */
 namespace ServiceContract
 {
 
 inline const QLatin1String SuccessCode("000000");
 
-/// Stands between the Chinese and the English release notes.
+/// Separates the Chinese release notes from the English ones.
 constexpr QLatin1Char NotesSeparator('&');
 
 /// Keys of the answer.
@@ -33,7 +33,8 @@ inline const QLatin1String PackageSize("packageSize");
 inline const QLatin1String UpdateType("updateType");
 } // namespace Key
 
-/// The values of Key::Update.
+/// The values of Key::Update. The prompt treats any other value as forced too, but closing its
+/// window ends the program only for Forced.
 namespace Mode
 {
 inline const QLatin1String NoUpdate("0");
@@ -41,10 +42,14 @@ inline const QLatin1String Optional("1");
 inline const QLatin1String Forced("2");
 } // namespace Mode
 
+/// The values of Key::UpdateType that have a meaning.
+enum PackageKind { InstallerPackage = 0, ZipPackage = 1 };
+
 /**
- * The part of @p notes that a user of @p language is shown. The Chinese ones, first and as they
- * stand, are for exactly "zh"; everyone else gets the second part without white space around it: an
- * empty or unknown language has Chinese dialogs but English notes. Without a separator all of them.
+ * The part of @p notes that is shown to a user of @p language. Exactly "zh" gets the first part,
+ * the Chinese notes, unchanged. Every other language gets the second part, trimmed; so an empty or
+ * unknown language has Chinese dialogs but English notes. Notes without a separator are returned
+ * unchanged.
  */
 QString NotesInLanguage(const QString &notes, const QString &language);
 
