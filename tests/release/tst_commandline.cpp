@@ -1,5 +1,5 @@
-#include "release/publish/commandline.h"
-#include "release/publish/releaselist.h"
+#include "release/publish/commandline/commandline.h"
+#include "release/publish/tree/releaselist.h"
 
 #include <QTest>
 

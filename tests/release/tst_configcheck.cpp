@@ -1,4 +1,4 @@
-#include "release/publish/configcheck.h"
+#include "release/publish/checking/configcheck.h"
 #include "tests/docs/document.h"
 #include "tests/release/vendor.h"
 #include "tests/support/testhome.h"

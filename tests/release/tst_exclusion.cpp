@@ -1,4 +1,4 @@
-#include "release/publish/exclusion.h"
+#include "release/publish/packing/exclusion.h"
 
 #include <QTest>
 

@@ -1,4 +1,4 @@
-#include "release/publish/networkprefix.h"
+#include "release/publish/tree/networkprefix.h"
 
 #include <QTest>
 

@@ -1,5 +1,5 @@
 #include "config/global.h"
-#include "release/publish/reply.h"
+#include "release/publish/tree/reply.h"
 #include "tests/release/vendor.h"
 #include "tests/support/fulldisk.h"
 #include "tests/support/testhome.h"

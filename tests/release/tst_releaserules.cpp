@@ -1,4 +1,4 @@
-#include "release/publish/releaserules.h"
+#include "release/publish/rules/releaserules.h"
 
 #include <QTest>
 

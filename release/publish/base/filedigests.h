@@ -1,0 +1,22 @@
+#pragma once
+
+#include "release/publish/base/findings.h"
+#include "release/publish/base/progress.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QtGlobal>
+
+/// What tells a file from all others. Digests are lower-case hexadecimal digits.
+struct FileDigests {
+    qint64 size = 0; ///< in bytes
+    QString md5;     ///< what the updater compares (RFC 1321)
+    QString sha1;    ///< announced, never compared
+    QString sha256;  ///< for people who check a download
+};
+
+/// The first digits of the SHA-256 of @p content, to tell names of short-lived files apart.
+QString ShortDigest(const QByteArray &content);
+
+/// Reads @p path once, in pieces. Fails when it cannot be read to its end.
+Failure DigestFile(const QString &path, Progress &progress, FileDigests &digests);
