@@ -1,5 +1,6 @@
 #include "release/publish/packing/packagewriter.h"
 
+#include "release/publish/base/cannotwrite.h"
 #include "release/publish/base/hostsystem.h"
 #include "release/publish/packing/zipwriter.h"
 
@@ -16,13 +17,6 @@ constexpr int kLeastSize = 64;        // in bytes: packing less does not save an
 constexpr int kProbeSize = 64 * 1024; // in bytes
 constexpr int kFastestPacking = 1;
 constexpr int kWorthwhilePart = 32; // packing that saves less than one part in so many is not
-
-Finding CannotWrite(const QString &path, const QString &reason)
-{
-    return {
-        QStringLiteral("unwritable"), QString(),
-        QStringLiteral("%1: %2; free some disk space and check the permissions").arg(path, reason)};
-}
 
 Finding Changed(const Entry &entry)
 {
@@ -149,10 +143,10 @@ Failure WritePackage(const QString &clientFolder, const QString &topFolder,
 {
     QFile package(target);
     if (!package.open(QIODevice::ReadWrite | QIODevice::Unbuffered | QIODevice::Truncate))
-        return CannotWrite(target, package.errorString());
+        return CannotWrite(package);
     if (Failure failure = Packer(clientFolder, package, progress).Pack(topFolder, entries))
         return failure;
     if (!HostSystem::SyncToDisk(package))
-        return CannotWrite(target, package.errorString());
+        return CannotWrite(package);
     return {};
 }

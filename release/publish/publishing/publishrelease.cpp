@@ -1,6 +1,7 @@
 #include "release/publish/publishing/publishrelease.h"
 
 #include "net/servicecontract.h"
+#include "release/publish/base/cannotwrite.h"
 #include "release/publish/base/hostsystem.h"
 #include "release/publish/packing/clientfolder.h"
 #include "release/publish/packing/packagewriter.h"
@@ -523,14 +524,10 @@ private:
                 QStringLiteral("unreadable"), QString(),
                 QStringLiteral("%1: %2; correct its permissions").arg(source, from.errorString())};
         }
-        const Finding unwritable{QStringLiteral("unwritable"), QString(),
-                                 QStringLiteral("%1 cannot be written; free some disk space and "
-                                                "check the permissions")
-                                     .arg(target)};
         const qint64 size = from.size();
         m_progress.Begin(QStringLiteral("copying"), size);
         if (!to.open(QIODevice::WriteOnly))
-            return unwritable;
+            return CannotWrite(to);
         for (qint64 left = size; left > 0;) {
             const QByteArray piece = from.read(qMin(left, kPieceSize));
             if (piece.isEmpty()) {
@@ -540,13 +537,13 @@ private:
                         .arg(source)};
             }
             if (to.write(piece) != piece.size())
-                return unwritable;
+                return CannotWrite(to);
             left -= piece.size();
             if (!m_progress.Advance(piece.size()))
                 return Interrupted();
         }
         if (!HostSystem::SyncToDisk(to))
-            return unwritable;
+            return CannotWrite(to);
         return {};
     }
 

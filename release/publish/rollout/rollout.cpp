@@ -1,5 +1,6 @@
 #include "release/publish/rollout/rollout.h"
 
+#include "release/publish/base/cannotwrite.h"
 #include "release/publish/base/hostsystem.h"
 #include "release/publish/rules/releaserules.h"
 #include "release/publish/tree/releasetree.h"
@@ -231,10 +232,9 @@ Outcome SetStopFile(const Request &request, bool isStopped)
     const bool isDone = isTree && (request.dryRun || wasStopped == isStopped ||
                                    (isStopped ? file.open(QIODevice::WriteOnly) : file.remove()));
     if (!isDone) {
-        outcome.refusals.append(Refusal(
-            "unwritable", QStringLiteral("%1: %2; check the tree's name and its permissions")
-                              .arg(file.fileName(), isTree ? file.errorString()
-                                                           : QStringLiteral("no such folder"))));
+        outcome.refusals.append(CannotWrite(
+            file.fileName(), isTree ? file.errorString() : QStringLiteral("no such folder"),
+            QStringLiteral("check the tree's name and its permissions")));
         return outcome;
     }
     // Whatever mask the process has: the file is copied to the nodes by other users too.

@@ -1,5 +1,6 @@
 #include "release/publish/statistics/logreport.h"
 
+#include "release/publish/base/cannotwrite.h"
 #include "release/publish/rules/releaserules.h"
 #include "release/publish/statistics/dailyseries.h"
 #include "release/publish/statistics/figuretext.h"
@@ -242,11 +243,12 @@ Failure WritePage(const QString &path, const QByteArray &page)
     QSaveFile file(path);
     if (file.open(QIODevice::WriteOnly) && file.write(page) == page.size() && file.commit())
         return {};
-    const QString advice = QFileInfo(path).dir().exists()
-                               ? QStringLiteral("free some disk space and check the permissions")
-                               : QStringLiteral("create the folder");
-    return Finding{QStringLiteral("unwritable"), path,
-                   QStringLiteral("%1: %2; %3").arg(path, file.errorString(), advice)};
+    Finding failure =
+        QFileInfo(path).dir().exists()
+            ? CannotWrite(file)
+            : CannotWrite(path, file.errorString(), QStringLiteral("create the folder"));
+    failure.path = path;
+    return failure;
 }
 
 /// Whether the file @p path is one of @p logs under whatever name.

@@ -1,5 +1,6 @@
 #include "release/publish/tree/treechange.h"
 
+#include "release/publish/base/cannotwrite.h"
 #include "release/publish/base/filedigests.h"
 #include "release/publish/base/hostsystem.h"
 #include "release/publish/tree/decisions.h"
@@ -39,13 +40,6 @@ constexpr QFileDevice::Permissions kFileMode = QFileDevice::ReadOwner | QFileDev
 constexpr QFileDevice::Permissions kFolderMode =
     kFileMode | QFileDevice::ExeOwner | QFileDevice::ExeGroup | QFileDevice::ExeOther;
 
-Finding CannotWrite(const QString &path, const QString &reason)
-{
-    return {
-        QStringLiteral("unwritable"), QString(),
-        QStringLiteral("%1: %2; free some disk space and check the permissions").arg(path, reason)};
-}
-
 QString FolderOf(const QString &path)
 {
     return QFileInfo(path).path();
@@ -77,7 +71,7 @@ Failure WriteFile(const QString &path, const QByteArray &content)
 {
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.flush())
-        return CannotWrite(path, file.errorString());
+        return CannotWrite(file);
     if (!LetEverybodyRead(path, kFileMode))
         return CannotWrite(path, QStringLiteral("its mode cannot be set"));
     return {};
