@@ -1,6 +1,7 @@
 #include "release/publish/checking/zipcheck.h"
 
 #include "install/zipdirectory.h"
+#include "install/zipformat.h"
 #include "install/zipunpacker.h"
 
 #include <QFile>
@@ -10,11 +11,6 @@ namespace
 {
 
 const QString kMakeAgain = QStringLiteral("make the package with \"publish zip\"");
-
-// Of PKWARE's APPNOTE.TXT, 4.4.4 and 4.4.5.
-constexpr quint16 kEncryptedFlag = 0x0001;
-constexpr quint16 kStored = 0;
-constexpr quint16 kDeflated = 8;
 
 Finding Damaged(const QString &what)
 {
@@ -105,9 +101,9 @@ private:
         m_progress.Begin(QStringLiteral("unpacking"), total);
         for (const File &file : qAsConst(m_files)) {
             const ZipEntry &entry = m_directory.at(file.index);
-            if ((entry.flags & kEncryptedFlag) != 0) {
+            if ((entry.flags & ZipFormat::EncryptedFlag) != 0) {
                 Add(Unfit(QStringLiteral("encrypted"), file.path, QStringLiteral("is encrypted")));
-            } else if (entry.method != kStored && entry.method != kDeflated) {
+            } else if (entry.method != ZipFormat::Stored && entry.method != ZipFormat::Deflated) {
                 Add(Unfit(
                     QStringLiteral("method"), file.path,
                     QStringLiteral("is packed with method %1, and the updater knows stored and "

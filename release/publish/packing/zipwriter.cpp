@@ -1,19 +1,16 @@
 #include "release/publish/packing/zipwriter.h"
 
+#include "release/publish/base/cannotwrite.h"
+
 #include <QtEndian>
 
-#include <limits>
 #include <zlib.h>
 
 namespace
 {
 
-// Signatures and values of the records: PKWARE's APPNOTE.TXT, 4.3.7, 4.3.12, 4.3.16 and 4.4.
-constexpr quint32 kLocalHeaderSignature = 0x04034b50;
-constexpr quint32 kCentralHeaderSignature = 0x02014b50;
-constexpr quint32 kEndOfDirectorySignature = 0x06054b50;
-constexpr quint16 kVersionNeeded = 20;               // 2.0: folders and deflated data
-constexpr quint16 kMadeBy = 3 << 8 | kVersionNeeded; // Unix, for the modes below
+// Values of the records: PKWARE's APPNOTE.TXT, 4.4.
+constexpr quint16 kMadeBy = 3 << 8 | ZipFormat::Version; // Unix, for the modes below
 constexpr quint16 kNamesAreUtf8 = 0x0800;
 constexpr quint32 kFileAttributes = 0100644U << 16;
 constexpr quint32 kFolderAttributes = 040755U << 16 | 0x10; // and the mark that DOS has for one
@@ -22,7 +19,6 @@ constexpr quint32 kFolderAttributes = 040755U << 16 | 0x10; // and the mark that
 constexpr quint16 kFirstTime = 0;
 constexpr quint16 kFirstDate = 1 << 5 | 1;
 
-constexpr int kMaxEntries = std::numeric_limits<quint16>::max();
 constexpr int kPieceSize = 64 * 1024; // in bytes
 
 template <typename Number> void Append(QByteArray &record, Number number)
@@ -100,7 +96,7 @@ bool ZipWriter::AddFolder(const QString &path)
 bool ZipWriter::BeginFile(const QString &path, Method method)
 {
     List();
-    if (m_count >= kMaxEntries)
+    if (m_count >= ZipFormat::MaxEntries)
         return Fail(TooLarge);
     m_item = std::make_unique<Item>();
     m_item->name = path.toUtf8();
@@ -160,7 +156,7 @@ bool ZipWriter::Finish()
 {
     List();
     QByteArray end;
-    Append(end, kEndOfDirectorySignature);
+    Append(end, ZipFormat::EndOfDirectorySignature);
     Append(end, quint32(0)); // the archive is in one piece
     Append(end, quint16(m_count));
     Append(end, quint16(m_count));
@@ -183,18 +179,13 @@ bool ZipWriter::WriteRaw(const QByteArray &bytes)
         return false;
     if (m_archive.pos() + bytes.size() > m_maxSize)
         return Fail(TooLarge);
-    if (m_archive.write(bytes) == bytes.size())
-        return true;
-    // A full disk takes a part, which Qt does not call an error.
-    return Fail(WriteError, m_archive.error() == QFileDevice::NoError
-                                ? QStringLiteral("the disk is full")
-                                : m_archive.errorString());
+    return m_archive.write(bytes) == bytes.size() || Fail(WriteError, WriteErrorText(m_archive));
 }
 
 bool ZipWriter::WriteHeader()
 {
     QByteArray header;
-    Append(header, kLocalHeaderSignature);
+    Append(header, ZipFormat::LocalHeaderSignature);
     header += CommonFields();
     return WriteRaw(header + m_item->name);
 }
@@ -215,7 +206,7 @@ bool ZipWriter::Deflate(const char *data, qint64 size, bool isLast)
 QByteArray ZipWriter::CommonFields() const
 {
     QByteArray fields;
-    Append(fields, kVersionNeeded);
+    Append(fields, ZipFormat::Version);
     Append(fields, kNamesAreUtf8);
     Append(fields, quint16(m_item->method));
     Append(fields, kFirstTime);
@@ -233,7 +224,7 @@ void ZipWriter::List()
 {
     if (!m_item)
         return;
-    Append(m_directory, kCentralHeaderSignature);
+    Append(m_directory, ZipFormat::CentralHeaderSignature);
     Append(m_directory, kMadeBy);
     m_directory += CommonFields();
     Append(m_directory, quint16(0)); // no comment

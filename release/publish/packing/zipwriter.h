@@ -1,5 +1,7 @@
 #pragma once
 
+#include "install/zipformat.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QString>
@@ -18,7 +20,7 @@
 class ZipWriter
 {
 public:
-    enum Method { Stored = 0, Deflated = 8 };
+    enum Method { Stored = ZipFormat::Stored, Deflated = ZipFormat::Deflated };
     enum ErrorKind { NoError, WriteError, TooLarge };
 
     /// @p archive is an open, empty file without a buffer of its own, and gets at most @p maxSize

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "install/zipformat.h"
 #include "release/publish/base/findings.h"
 
 #include <QByteArray>
@@ -18,7 +19,7 @@ namespace ReleaseRules
 {
 
 /// The updater counts entries in 16 bits.
-constexpr int MaxEntries = 65535;
+constexpr int MaxEntries = ZipFormat::MaxEntries;
 
 /// Of a path in the package, in characters.
 constexpr int MaxPathLength = 240;
