@@ -17,7 +17,7 @@
 namespace
 {
 
-/// Qt's own messages about damaged archives are suppressed; the tool prints better ones.
+/// Suppresses Qt's messages about damaged archives; the tool prints better ones.
 void SuppressMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
 
 Progress::Style ProgressStyle(const Request &request)
@@ -26,7 +26,7 @@ Progress::Style ProgressStyle(const Request &request)
         return Progress::Silent;
     if (HostSystem::ErrorsGoToTerminal())
         return Progress::Bar;
-    // cron would send each line by mail, every hour.
+    // cron would mail every line, every hour.
     return request.command == Request::Advance ? Progress::Silent : Progress::Lines;
 }
 
@@ -74,9 +74,9 @@ int main(int argc, char *argv[])
     CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
     const QByteArrayList lost = HostSystem::ArgumentsThatAreNoText(argc, argv);
     if (!lost.isEmpty()) {
-        // It would name another file than the one that is meant.
+        // The decoded argument would name a different file.
         commandLine.error =
-            QStringLiteral("the argument \"%1\" is not valid UTF-8; rename what it names")
+            QStringLiteral("the argument \"%1\" is not valid UTF-8; rename the file or folder")
                 .arg(EscapedName(lost.first()));
     }
     if (!commandLine.error.isEmpty()) {

@@ -260,7 +260,7 @@ void TestCommandLine::wrongOnes_data()
     for (const char *pattern : {"/a", "[a"}) {
         QTest::newRow(qPrintable(QStringLiteral("pattern \"%1\"").arg(QLatin1String(pattern))))
             << Words(wholeZip) + QStringList{QStringLiteral("--exclude"), QLatin1String(pattern)}
-            << QStringLiteral("\"%1\" is no pattern of names").arg(QLatin1String(pattern));
+            << QStringLiteral("\"%1\" is not a pattern for file names").arg(QLatin1String(pattern));
     }
     QTest::newRow("resume of no version")
         << Words("resume site --version") + QStringList{QString()} << "--version VERSION is empty";

@@ -7,16 +7,16 @@
 #include <QString>
 #include <QtGlobal>
 
-/// What tells a file from all others. Digests are lower-case hexadecimal digits.
+/// Identifies the content of a file. Digests are lower-case hexadecimal digits.
 struct FileDigests {
     qint64 size = 0; ///< in bytes
-    QString md5;     ///< what the updater compares (RFC 1321)
-    QString sha1;    ///< announced, never compared
-    QString sha256;  ///< for people who check a download
+    QString md5;     ///< compared by the updater (RFC 1321)
+    QString sha1;    ///< announced, but never compared
+    QString sha256;  ///< for people who check a download by hand
 };
 
-/// The first digits of the SHA-256 of @p content, to tell names of short-lived files apart.
+/// The first digits of the SHA-256 of @p content, for unique names of short-lived files.
 QString ShortDigest(const QByteArray &content);
 
-/// Reads @p path once, in pieces. Fails when it cannot be read to its end.
+/// Reads @p path once, in blocks. Fails when it cannot be read completely.
 Failure DigestFile(const QString &path, Progress &progress, FileDigests &digests);

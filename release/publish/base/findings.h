@@ -5,21 +5,21 @@
 
 #include <optional>
 
-/// One thing that keeps something from being published, or that its publisher should know.
+/// A reason to refuse a command, or a warning.
 struct Finding {
-    QString rule; ///< a short word that never changes, for scripts, such as "name-ascii"
-    QString path; ///< the file or folder in the client's folder, or empty when it is none of them
-    QString message; ///< one line: what is wrong and, behind a semicolon, how to fix it
+    QString rule;    ///< an identifier for scripts that never changes, such as "name-ascii"
+    QString path;    ///< the file or folder it is about, empty when there is none
+    QString message; ///< one line: what is wrong and, after a semicolon, how to fix it
 };
 
 using Findings = QVector<Finding>;
 
-/// What made a step fail; nothing when it succeeded.
+/// Why a step failed; empty when it succeeded.
 using Failure = std::optional<Finding>;
 
-/// The user has asked to end.
+/// The user has interrupted the command.
 inline Finding Interrupted()
 {
     return {QStringLiteral("interrupted"), QString(),
-            QStringLiteral("interrupted; run it again when it suits")};
+            QStringLiteral("interrupted; run the command again")};
 }

@@ -5,58 +5,58 @@
 #include <QString>
 
 /**
- * What differs by operating system. One file a system implements it; the build picks that file.
- * Main thread.
+ * What differs by operating system. There is one implementation file per system, and the build
+ * picks one. Main thread.
  */
 namespace HostSystem
 {
 
-/// True for a symbolic link and for what else stands for a file or folder elsewhere.
+/// True for a symbolic link and for anything else that redirects to another file or folder.
 bool IsLink(const QString &path);
 
 /**
- * The names in @p folder that are no text in the system's encoding, as their bytes, sorted. Qt
- * leaves them out of its lists. Empty where every name is a text.
+ * The names in @p folder that cannot be decoded in the system's encoding, as bytes, sorted. Qt
+ * leaves them out of its listings.
  */
 QByteArrayList NamesThatAreNoText(const QString &folder);
 
-/// The arguments of the program that are no text in the system's encoding, as their bytes. Qt
-/// replaces what it cannot decode. Empty where every argument is a text.
+/// The program's arguments that cannot be decoded in the system's encoding, as bytes. Qt replaces
+/// the bytes that it cannot decode.
 QByteArrayList ArgumentsThatAreNoText(int count, const char *const *arguments);
 
-/// True when what is written to the standard error stream is seen as it is written.
+/// True when standard error is a terminal.
 bool ErrorsGoToTerminal();
 
-/// Puts @p from in the place of @p to, at once: whoever opens @p to gets the old or the new one.
+/// Atomically replaces @p to with @p from: whoever opens @p to gets the old file or the new one.
 bool MoveIntoPlace(const QString &from, const QString &to);
 
-/// Whether MakeLink() can work on this system. Trees without links can be made and verified, but
-/// not rolled out.
+/// Whether MakeLink() can work on this system. Without links, release trees can be created and
+/// verified, but releases cannot be rolled out.
 bool HasLinks();
 
-/// Makes @p path a symbolic link with the text @p target. False when something is there already.
+/// Creates the symbolic link @p path with the text @p target. False when @p path exists already.
 bool MakeLink(const QString &target, const QString &path);
 
-/// The text of the link @p path; empty when it is none.
+/// The text of the link @p path; empty when it is not a link.
 QString LinkText(const QString &path);
 
 /**
- * Lets @p link stand for @p folder, which lies below the link's own folder, at once: whoever
- * follows the link gets to the old folder or the new one. @p staged is a free path in the same file
- * system. Without links the folder itself is moved there.
+ * Atomically makes @p link point to @p folder, which is below the link's own folder: whoever
+ * follows the link gets to the old folder or the new one. @p staged is an unused path in the same
+ * file system. On a system without links, the folder itself is moved to @p link.
  */
 bool PointTo(const QString &folder, const QString &link, const QString &staged);
 
-/// Waits until everything written below @p folder would outlast a power cut.
+/// Waits until everything written below @p folder would survive a power failure.
 bool SyncFileSystem(const QString &folder);
 
-/// Waits until what was written to @p file, which is open, would outlast a power cut.
+/// Waits until everything written to the open @p file would survive a power failure.
 bool SyncToDisk(QFile &file);
 
-/// From now on a request to end (Ctrl+C, a shutdown) is noted instead of obeyed at once.
+/// From now on, a request to end (Ctrl+C, a shutdown) is noted instead of ending the program.
 void NoteInterruptions();
 
-/// True once there was one.
+/// True once there was such a request.
 bool WasInterrupted();
 
 } // namespace HostSystem

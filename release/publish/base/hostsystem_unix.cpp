@@ -88,7 +88,7 @@ QString HostSystem::LinkText(const QString &path)
 
 bool HostSystem::PointTo(const QString &folder, const QString &link, const QString &staged)
 {
-    // A tree that was made on a system without links.
+    // The tree was created on a system without links.
     if (QFileInfo(link).isDir() && !IsLink(link) &&
         !MoveIntoPlace(link, folder + QStringLiteral("-before")))
         return false;
@@ -115,7 +115,7 @@ void HostSystem::NoteInterruptions()
 {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         std::signal(signal, NoteInterruption);
-    // A reader that goes away must not end a release half-way.
+    // When the reader of a pipe goes away, the release must still be completed.
     std::signal(SIGPIPE, SIG_IGN);
 }
 

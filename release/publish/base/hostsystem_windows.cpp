@@ -32,7 +32,7 @@ bool HostSystem::IsLink(const QString &path)
     if (search == INVALID_HANDLE_VALUE)
         return false;
     FindClose(search);
-    // Other reparse points are files that the system fetches or unpacks when they are read.
+    // Other reparse points are files that Windows fetches or unpacks when they are read.
     return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
            (found.dwReserved0 == IO_REPARSE_TAG_SYMLINK ||
             found.dwReserved0 == IO_REPARSE_TAG_MOUNT_POINT);
@@ -61,7 +61,7 @@ bool HostSystem::MoveIntoPlace(const QString &from, const QString &to)
 
 bool HostSystem::HasLinks()
 {
-    return false; // they need a right that people do not have
+    return false; // creating links takes a privilege that users usually lack
 }
 
 bool HostSystem::MakeLink(const QString &, const QString &)

@@ -11,7 +11,7 @@ namespace
 {
 
 constexpr int kBarWidth = 40;       // in characters
-constexpr qint64 kRedrawPause = 80; // in milliseconds: more frequent redraws are not visible
+constexpr qint64 kRedrawPause = 80; // in milliseconds; more frequent redraws are not visible
 
 int PartOf(qint64 done, qint64 total, int whole)
 {
@@ -46,7 +46,7 @@ void Progress::End()
 {
     if (!m_drawn)
         return;
-    // Blanks over the bar: what a terminal would do with codes of its own.
+    // Overwrites the bar with blanks, which needs no escape sequences.
     std::fprintf(stderr, "\r%*s\r", kBarWidth + 40, "");
     std::fflush(stderr);
     m_drawn = false;

@@ -5,8 +5,8 @@
 #include <QtGlobal>
 
 /**
- * Tells on the standard error stream how far a long step is: a bar that moves on a terminal, one
- * line a step otherwise. Main thread.
+ * Shows the progress of long steps on standard error: as a bar on a terminal, otherwise as one line
+ * per step. Main thread.
  */
 class Progress
 {
@@ -17,13 +17,13 @@ public:
     ~Progress() { End(); }
     Q_DISABLE_COPY(Progress)
 
-    /// A step of @p total bytes, named as in "packing"; ends the one before.
+    /// Begins a step of @p total bytes, such as "packing", and ends the previous one.
     void Begin(const QString &step, qint64 total);
 
-    /// @p bytes more are done. False when the user has asked to end instead.
+    /// Reports that @p bytes more are done. False when the user has interrupted the command.
     bool Advance(qint64 bytes);
 
-    /// Takes the bar away.
+    /// Removes the bar.
     void End();
 
 private:

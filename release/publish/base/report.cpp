@@ -8,7 +8,7 @@
 namespace
 {
 
-/// Nobody reads more than this; scripts get them all.
+/// People do not read more than this; --json prints all of them.
 constexpr int kMaxLines = 20;
 
 constexpr double kMiB = 1024.0 * 1024.0;
@@ -59,10 +59,10 @@ int Report(const Outcome &outcome, bool asJson)
         PrintJson(outcome);
     else
         std::fputs(outcome.summary.toLocal8Bit().constData(), stdout);
-    // A script must not take half a result for the whole one.
+    // A script must not mistake a truncated result for a complete one.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::fputs("publish: the result cannot be written to the standard output; the command "
-                   "itself is done\n",
+        std::fputs("publish: the result cannot be written to standard output, but the command "
+                   "itself is done; check where the output goes\n",
                    stderr);
         return ExitRefused;
     }

@@ -6,21 +6,21 @@
 #include <QString>
 #include <QtGlobal>
 
-/// A size in bytes as people read it: "1.50 MiB".
+/// A size in bytes for people: "1.50 MiB".
 QString SizeText(qint64 bytes);
 
-/// What a command has to say in the end.
+/// The result of a command.
 struct Outcome {
     Findings refusals; ///< empty for success
     Findings warnings;
-    QString summary;   ///< for people; empty when refused
-    QJsonObject facts; ///< the same for scripts
+    QString summary;   ///< for people; empty when the command was refused
+    QJsonObject facts; ///< the same information for scripts
 };
 
 /**
- * Warnings and refusals go to the standard error stream, a line each; the summary or, when
- * @p asJson, everything as one JSON object to the standard output. Returns the exit code. Main
- * thread.
+ * Prints warnings and refusals to standard error, one per line, and the summary to standard output.
+ * With @p asJson, standard output gets everything as one JSON object instead of the summary.
+ * Returns the exit code. Main thread.
  */
 int Report(const Outcome &outcome, bool asJson);
 

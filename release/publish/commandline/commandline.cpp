@@ -43,7 +43,7 @@ void AddOption(QCommandLineParser &parser, const Option &option)
     parser.addOption(added);
 }
 
-/// What is wrong with the values, each by itself; empty when nothing is.
+/// What is wrong with single options and operands; empty when nothing is.
 QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &command)
 {
     for (const Option &option : command.options) {
@@ -53,7 +53,8 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
             return QStringLiteral("--%1 is given twice").arg(name);
         if (option.need == Required && (values.isEmpty() || values.first().isEmpty()))
             return OptionText(option) + QStringLiteral(" is missing");
-        // As from a script's variable that is not set: it would mean "not given", or this folder.
+        // Probably an unset variable of a script. It would count as "not given" or as the current
+        // folder.
         if (values.contains(QString()))
             return OptionText(option) + QStringLiteral(" is empty");
     }
@@ -70,7 +71,8 @@ QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &
     return QString();
 }
 
-/// Reads a command's values into a request; each step returns what is wrong, or nothing.
+/// Fills a request from the options of a command. Each step returns what is wrong, or an empty
+/// text.
 class RequestReader
 {
 public:
@@ -89,10 +91,9 @@ public:
         ReadPackage(request);
         ReadLogs(request);
         using Step = QString (RequestReader::*)(Request &) const;
-        for (const Step step :
-             {&RequestReader::ReadNodes, &RequestReader::ReadExclusion, &RequestReader::ReadUpdate,
-              &RequestReader::ReadShareAndPlan, &RequestReader::ReadRestrictions,
-              &RequestReader::ReadBandwidth, &RequestReader::ReadLimits}) {
+        for (const Step step : {&RequestReader::ReadExclusion, &RequestReader::ReadUpdate,
+                                &RequestReader::ReadShareAndPlan, &RequestReader::ReadRestrictions,
+                                &RequestReader::ReadBandwidth, &RequestReader::ReadLimits}) {
             const QString wrong = (this->*step)(request);
             if (!wrong.isEmpty())
                 return wrong;
@@ -101,7 +102,7 @@ public:
     }
 
 private:
-    // The parser complains when it is asked about an option of another command.
+    // QCommandLineParser logs a warning when it is asked about an option of another command.
     bool IsKnown(const Option &option) const
     {
         return std::any_of(
@@ -130,21 +131,10 @@ private:
         request.source = m_command.operand != nullptr
                              ? operands.first()
                              : m_parser.value(Text(m_command.options.first().name));
-        switch (request.command) {
-        case Request::Promote:
+        if (request.command == Request::Promote)
             request.out = operands.at(1);
-            break;
-        default:
-            break;
-        }
-    }
-
-    QString ReadNodes(Request &request) const
-    {
-        if (request.command != Request::Push)
-            return QString();
-        request.nodes = m_parser.positionalArguments().mid(1);
-        return QString();
+        if (request.command == Request::Push)
+            request.nodes = operands.mid(1);
     }
 
     void ReadPackage(Request &request) const
@@ -169,7 +159,7 @@ private:
     void ReadLogs(Request &request) const
     {
         const QStringList operands = m_parser.positionalArguments();
-        // A pattern of the shell behind --log becomes operands.
+        // When the shell expands a pattern after --log, all files but the first become operands.
         if (request.command == Request::Advance)
             request.logs = Values(kLog) + operands.mid(1);
         else if (request.command == Request::ReportOnLogs)
@@ -185,7 +175,7 @@ private:
         request.exclude += Values(kExclude);
         for (const QString &pattern : qAsConst(request.exclude)) {
             if (!Exclusion::IsPattern(pattern))
-                return QStringLiteral("\"%1\" is no pattern of names").arg(pattern);
+                return QStringLiteral("\"%1\" is not a pattern for file names").arg(pattern);
         }
         return QString();
     }
@@ -224,8 +214,8 @@ private:
         request.from = Values(kFrom);
         for (const QString &pattern : qAsConst(request.from)) {
             if (!IsVersionPattern(pattern)) {
-                return QStringLiteral("\"%1\" is neither a version nor, as 2.0.*, the first one to "
-                                      "three parts of some")
+                return QStringLiteral("\"%1\" is neither a version nor a pattern such as 2.0.*, "
+                                      "with one to three parts before the asterisk")
                     .arg(pattern);
             }
         }
@@ -248,7 +238,8 @@ private:
         // toDouble() reads "nan" and "inf" as well.
         if (!std::isfinite(request.linkGbit) || !std::isfinite(request.clients) ||
             request.linkGbit <= 0 || request.clients < 1)
-            return QStringLiteral("--link-gbit and --clients are two numbers that go together");
+            return QStringLiteral(
+                "--link-gbit and --clients must be given together, as positive numbers");
         return QString();
     }
 
@@ -262,7 +253,7 @@ private:
             const double percent = text.section(QLatin1Char('='), 1).toDouble(&isNumber);
             const bool isInterrupted = kind == QLatin1String("interrupted");
             const bool isUnchanged = kind == QLatin1String("unchanged");
-            // In this form it refuses "nan", which no comparison holds for.
+            // Comparisons with "nan" are false, so it must not be tested the other way round.
             const bool isPercentage = isNumber && percent >= 0 && percent <= 100;
             if (!isPercentage || isInterrupted == isUnchanged) {
                 return QStringLiteral("\"%1\" is neither interrupted=PERCENT nor "
@@ -287,7 +278,7 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     for (const Option &option : command.options)
         AddOption(parser, option);
 
-    // The first argument is taken for the program's name.
+    // QCommandLineParser skips the first argument, usually the program's name and here the command.
     if (!parser.parse(arguments)) {
         QString error = parser.errorText();
         error.chop(error.endsWith(QLatin1Char('.')) ? 1 : 0);

@@ -1,9 +1,12 @@
 #pragma once
 
+// QCommandLineParser splits the arguments into options and values. The rest is ours, because its
+// help knows no commands, required options or examples, and it accepts a value that is given twice.
+
 #include <QString>
 #include <QStringList>
 
-/// What the command line asks for.
+/// What the command line asks for. Options that are not given have the default value.
 struct Request {
     enum Command {
         Zip,
@@ -22,8 +25,8 @@ struct Request {
     };
 
     Command command = Zip;
-    QString source; ///< the client's folder, the installer, the tree or the configuration
-    QString name;   ///< of the package, without version; empty: the installer's own file name
+    QString source; ///< the client's folder, the installer, the release tree or the configuration
+    QString name;   ///< of the package, without the version; empty: the installer's own file name
     QString version;
     bool forced = false;
     QString notesZhFile;
@@ -31,39 +34,41 @@ struct Request {
     QString out;
     QString urlPrefix;
     QString updaterFolder; ///< the updater's folder, relative to the client's
-    QStringList exclude;   ///< patterns of what stays out of the package, for Exclusion
-    QString configFile;    ///< the client's version file, relative to its folder; empty: not named
-    QString knownDigests;  ///< a file of digests of earlier releases; empty: none
-    int share = 0;         ///< in parts of AllParts; 0: the release is not rolled out yet
+    QStringList exclude;   ///< patterns of files that are not packed, for Exclusion
+    QString configFile; ///< the client's version file, relative to the client's folder; empty: none
+    QString knownDigests; ///< a SHA256SUMS file of earlier releases; empty: none
+    int share = 0;        ///< in thousandths of all clients (AllParts); 0: not rolled out yet
     bool allowShorterVersion = false;
-    bool allowUpdater = false;       ///< the updater's folder may be in a package
-    QStringList nodes;               ///< where to push a tree: HOST:DIR or DIR
-    QStringList logs;                ///< access logs of all nodes
-    QString htmlFile;                ///< the page of the report; empty: none
-    QString product;                 ///< whose lines of the logs count
-    QString plan;                    ///< as ReadPlan() reads it; empty: none
-    double stopAboveInterrupted = 2; ///< percentage points more interrupted downloads than before
-    double stopAboveUnchanged = 5;   ///< percent of completed downloads that changed nothing
-    QString clientFolder;            ///< the client as it ships; empty: only its file is checked
+    bool allowUpdater = false; ///< a package may contain the updater's folder
+    QStringList nodes;         ///< where to push the tree: HOST:DIR or DIR
+    QStringList logs;          ///< access logs of all nodes
+    QString htmlFile;          ///< where to write the report as a page; empty: nowhere
+    QString product;           ///< the product in the logs that the tree belongs to
+    QString plan;              ///< in the form that ReadPlan() reads; empty: none
+    double stopAboveInterrupted =
+        2; ///< in percentage points above the interrupted downloads of earlier releases
+    double stopAboveUnchanged =
+        5; ///< percentage of networks that still have the old version after a completed download
+    QString clientFolder; ///< the client as it ships; empty: only the configuration file is checked
     bool packagesAreInstallers = false;
-    QStringList from;             ///< patterns of installed versions
-    QStringList networks;         ///< as NetworkPrefix reads them
-    bool forgetsNetworks = false; ///< those of before come first no longer
-    double linkGbit = 0;          ///< of the servers' line to the clients; 0: unknown
-    double clients = 0;           ///< how many there are; with linkGbit
-    bool downgrade = false;       ///< who has the release is offered the one before
-    bool dryRun = false;          ///< tell what would be done, and write nothing
+    QStringList from;     ///< patterns of the installed versions that are offered the release
+    QStringList networks; ///< in the form that NetworkPrefix reads
+    bool forgetsNetworks = false; ///< the networks of earlier roll-outs lose their precedence
+    double linkGbit = 0;          ///< bandwidth from the servers to the clients; 0: unknown
+    double clients = 0;           ///< how many clients there are; used with linkGbit
+    bool downgrade = false;       ///< clients that have the release are offered the previous one
+    bool dryRun = false;          ///< report what would be done, and write nothing
     bool asJson = false;
 };
 
-/// One of a request, a help text or version that was asked for, or what is wrong with it.
+/// Exactly one of: a request, a help text, a question for the tool's version, an error.
 struct CommandLine {
     Request request;
     QString help;
-    QString error;               ///< one line
-    bool asksForVersion = false; ///< of the tool; there is no request then
-    bool asJson = false;         ///< as the request's, but known of a wrong command line too
+    QString error;               ///< one line; empty: none
+    bool asksForVersion = false; ///< of the tool itself
+    bool asJson = false;         ///< like the request's, but also set for a wrong command line
 };
 
-/// Reads the arguments after the program's name. Pure.
+/// Reads the arguments that follow the program's name. Pure function.
 CommandLine ReadCommandLine(const QStringList &arguments);

@@ -5,77 +5,78 @@ using namespace CommandTable;
 namespace
 {
 
-/// Characters of the first column of a command's help.
+/// The width of the first column of a command's help, in characters.
 constexpr int kOptionWidth = 26;
 
 } // namespace
 
 const Option CommandTable::kName{"name", "NAME", Optional,
-                                 "publish it as NAME-VERSION.exe (default: as it is called)"};
+                                 "publish it as NAME-VERSION.exe (default: its own file name)"};
 const Option CommandTable::kVersion{"version", "VERSION", Required,
-                                    "the version that is offered, as in 2.1.3"};
+                                    "the version of the release, such as 2.1.3"};
 const Option CommandTable::kUpdate{"update", "optional|forced", Required,
-                                   "may the user postpone it?"};
+                                   "whether the user may postpone the update"};
 const Option CommandTable::kNotesZh{"notes-zh", "FILE", Required,
-                                    "release notes in Chinese, UTF-8; plain or HTML"};
+                                    "release notes in Chinese: UTF-8, plain text or HTML"};
 const Option CommandTable::kNotesEn{"notes-en", "FILE", Required, "release notes in English"};
 const Option CommandTable::kOut{"out", "DIR", Required,
-                                "the release tree; made when it is not there"};
+                                "the release tree; created if it does not exist"};
 const Option CommandTable::kUrlPrefix{
     "url-prefix", "URL", Optional,
-    "what precedes /packages/ in the announced address; may end with /packages"};
+    "the part of the announced address before /packages/; may end with /packages"};
 const Option CommandTable::kUpdaterFolder{
     "updater-folder", "NAME", Optional,
-    "the updater's folder in the client's, which a package must not hold (default: AutoUpdate)"};
+    "the updater's folder in the client's, which must not be packed (default: AutoUpdate)"};
 const Option CommandTable::kExclude{
     "exclude", "PATTERN", Repeatable,
-    "leaves out files with such names, as in *.pdb or doc/*.txt; repeatable"};
-const Option CommandTable::kNoDefaultExcludes{"no-default-excludes", nullptr, Flag,
-                                              "also packs what is left out by default: .git, .svn, "
-                                              ".hg, .DS_Store, Thumbs.db, ..."};
+    "leave out matching files, such as *.pdb or doc/*.txt; repeatable"};
+const Option CommandTable::kNoDefaultExcludes{
+    "no-default-excludes", nullptr, Flag,
+    "also pack what is left out by default: .git, .svn, .hg, .DS_Store, Thumbs.db, ..."};
 const Option CommandTable::kAllowUpdater{"allow-updater", nullptr, Flag,
-                                         "accepts a package that contains the updater's folder"};
+                                         "accept a package that contains the updater's folder"};
 const Option CommandTable::kAllowShorterVersion{
     "allow-shorter-version", nullptr, Flag,
-    "publish even though clients may never start again after this version"};
+    "publish even if some clients will never start again after this update"};
 const Option CommandTable::kConfigFile{
     "config-file", "PATH", Optional,
-    "the client's version file in DIR: it must tell the same version"};
+    "the client's version file in DIR; it must contain the same version"};
 const Option CommandTable::kKnown{
     "known", "FILE", Optional,
-    "SHA256SUMS of earlier trees: no package is published with other bytes again"};
+    "SHA256SUMS of earlier trees; refuse a package of the same name with different content"};
 const Option CommandTable::kShareAtOnce{
     "share", "PERCENT", Optional,
-    "roll it out at once to this share of all clients (default: to none)"};
+    "roll it out to this share of all clients right away (default: to none)"};
 const Option CommandTable::kRelease{"version", "VERSION", Required, "the release, by its version"};
 const Option CommandTable::kReleaseOrAll{"version", "VERSION", Optional,
-                                         "only this release (default: whatever is rolled out)"};
+                                         "only this release (default: all releases)"};
 const Option CommandTable::kShare{"share", "PERCENT", Optional,
-                                  "from 0.1 to 100, in steps of 0.1 (default: as it is)"};
+                                  "from 0.1 to 100, in steps of 0.1 (default: unchanged)"};
 const Option CommandTable::kFrom{
     "from", "PATTERN", Repeatable,
-    "only clients with such a version, as in 2.0.*; * lifts the restriction"};
-const Option CommandTable::kNetwork{
-    "network", "CIDR", Repeatable,
-    "also everybody in this network, whatever the share, as in 192.0.2.0/24;\n"
-    "none: forget those of before"};
+    "only clients with a matching version, such as 2.0.*; * lifts the restriction"};
+const Option CommandTable::kNetwork{"network", "CIDR", Repeatable,
+                                    "also every client in this network, such as 192.0.2.0/24, "
+                                    "whatever the share;\nnone: remove the networks given before"};
 const Option CommandTable::kPlan{
     "plan", "STEPS", Optional,
-    "shares that \"publish advance\" raises: \"1% 1d, 10% 1d, 50% 1d, 100%\""};
+    "the shares that \"publish advance\" goes through: \"1% 1d, 10% 1d, 50% 1d, 100%\""};
 const Option CommandTable::kLinkGbit{
     "link-gbit", "GBIT", Optional,
-    "warn when downloads would need more than this line; with --clients"};
+    "warn when downloads would need more bandwidth than this; with --clients"};
 const Option CommandTable::kClients{"clients", "NUMBER", Optional, "how many clients there are"};
 const Option CommandTable::kLog{"log", "LOG...", Repeatable,
-                                "an access log of a node, as it is or gzipped"};
+                                "an access log of a node, plain or gzipped"};
 const Option CommandTable::kProduct{
     "product", "NAME", Optional,
-    "the tree's product in the logs (default: the one without a name)"};
+    "the product in the logs that the tree belongs to (default: the one without a name)"};
 const Option CommandTable::kStopAbove{
     "stop-above", "KIND=PERCENT", Repeatable,
-    "interrupted=2: more interrupted downloads than before, in percentage points;\n"
-    "unchanged=5: of those that completed it, came back without it"};
-const Option CommandTable::kHtml{"html", "FILE", Optional, "a page with charts as well"};
+    "interrupted=2: percentage points of interrupted downloads above earlier "
+    "releases;\nunchanged=5: percentage of networks that still have the old version after the "
+    "download"};
+const Option CommandTable::kHtml{"html", "FILE", Optional,
+                                 "also write the report as a page with charts"};
 const Option CommandTable::kClientFolder{"client", "DIR", Optional,
                                          "the client's folder as it ships"};
 const Option CommandTable::kInstallers{"installer", nullptr, Flag,
@@ -83,9 +84,9 @@ const Option CommandTable::kInstallers{"installer", nullptr, Flag,
 const Option CommandTable::kDowngrade{"downgrade", nullptr, Flag,
                                       "offer the previous release to clients that have this one"};
 const Option CommandTable::kDryRun{"dry-run", nullptr, Flag,
-                                   "tell what would be done, and write nothing"};
+                                   "report what would be done, and write nothing"};
 const Option CommandTable::kJson{"json", nullptr, Flag,
-                                 "the result as JSON on the standard output"};
+                                 "print the result as JSON on standard output"};
 
 const QVector<CommandDescription> &CommandTable::Commands()
 {
@@ -95,11 +96,12 @@ const QVector<CommandDescription> &CommandTable::Commands()
          nullptr,
          0,
          0,
-         "packs a client's folder, and publishes the package",
+         "packs a client's folder and publishes the package",
          "publish zip --client build/Client --name Client --version 2.1.3 --update optional \\\n"
          "      --config-file '~version/version.json' --notes-zh notes-zh.txt \\\n"
          "      --notes-en notes-en.txt --out site",
-         {{"client", "DIR", Required, "the new client: its contents go over the installed one"},
+         {{"client", "DIR", Required,
+           "the new client; its contents are copied over the installed one"},
           {kName.name, kName.value, Required, "the package is called NAME-VERSION.zip"},
           kVersion,
           kUpdate,
@@ -122,7 +124,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          nullptr,
          0,
          0,
-         "publishes an installer, which the updater starts",
+         "publishes an installer, which the updater will start",
          "publish installer --file NorvaneSetup-2.1.3.exe --version 2.1.3 --update forced \\\n"
          "      --notes-zh notes-zh.txt --notes-en notes-en.txt --out site",
          {{"file", "FILE", Required, "the installer, a program"},
@@ -143,11 +145,12 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "FROM TO",
          2,
          2,
-         "publishes a release of a tree in another one, with the identical package",
+         "publishes a release of one tree in another one, with the identical package",
          "publish promote client-beta client --version 2.1.3",
          {kRelease,
           {kUrlPrefix.name, kUrlPrefix.value, Optional,
-           "what precedes /packages/ in the announced address (default: as TO's last release)"},
+           "the part of the announced address before /packages/ (default: that of TO's last "
+           "release)"},
           kKnown,
           kAllowShorterVersion,
           kDryRun,
@@ -157,7 +160,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "DIR",
          1,
          1,
-         "checks every release of a tree, and what it offers, against every rule; writes nothing",
+         "checks every release of a tree and its offers against all rules; writes nothing",
          "publish verify site",
          {kUpdaterFolder, kAllowUpdater, kJson}},
         {Request::Rollout,
@@ -173,7 +176,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "DIR",
          1,
          kMany,
-         "performs the next step of a plan, or stops the release when too much goes wrong",
+         "takes the next step of a plan, or stops the release when there are too many failures",
          "publish advance site --log /var/log/nginx/updates.log",
          {kLog, kProduct, kStopAbove, kDryRun, kJson}},
         {Request::Stop,
@@ -205,7 +208,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "DIR",
          1,
          1,
-         "lists the releases of a tree and whom they are offered to",
+         "lists the releases of a tree and who is offered them",
          "publish list site",
          {kJson}},
         {Request::Push,
@@ -213,7 +216,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "DIR NODE...",
          2,
          kMany,
-         "copies a tree to the nodes that serve it: packages first, decisions last",
+         "copies a tree to the nodes that serve it, packages first and decisions last",
          "publish push site updates@node1:/srv/updates updates@node2:/srv/updates",
          {kDryRun, kJson}},
         {Request::ReportOnLogs,
@@ -221,7 +224,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "LOG...",
          1,
          kMany,
-         "shows from the access logs of all nodes how each release is doing",
+         "shows how each release is doing, from the access logs of all nodes",
          "publish report updates.log updates.log.1 --html report.html",
          {kHtml, kJson}},
         {Request::CheckConfiguration,
@@ -256,10 +259,9 @@ QString CommandTable::GeneralHelp()
         help += QStringLiteral("publish %1: %2\n  %3\n\n")
                     .arg(Text(command.name), Text(command.help), Text(command.example));
     }
-    return help + QStringLiteral("publish COMMAND --help shows its options, "
-                                 "publish --version the version of the tool.\n"
-                                 "Exit codes: 0 done, 1 refused or failed, 2 wrong command "
-                                 "line.\n");
+    return help + QStringLiteral("\"publish COMMAND --help\" shows the options of a command, "
+                                 "\"publish --version\" the version of the tool.\nExit codes: 0 "
+                                 "done, 1 refused or failed, 2 wrong command line.\n");
 }
 
 QString CommandTable::CommandHelp(const CommandDescription &command)
@@ -276,8 +278,7 @@ QString CommandTable::CommandHelp(const CommandDescription &command)
                     .arg(Text(option.help).replace(QLatin1Char('\n'), nextLine),
                          option.need == Required ? QStringLiteral(" (required)") : QString());
     }
-    return help +
-           QStringLiteral("\nExample:\n  %1\n\nExit codes: 0 done, 1 refused (one line per reason "
-                          "on standard error), 2 wrong command line.\n")
-               .arg(Text(command.example));
+    return help + QStringLiteral("\nExample:\n  %1\n\nExit codes: 0 done, 1 refused or failed (one "
+                                 "line per reason on standard error), 2 wrong command line.\n")
+                      .arg(Text(command.example));
 }

@@ -5,8 +5,7 @@
 #include <QString>
 #include <QVector>
 
-/// What the commands of the tool are called, which options they take, and how they explain
-/// themselves. Callable from every thread.
+/// The names, options and help texts of all commands. Callable from every thread.
 namespace CommandTable
 {
 
@@ -14,7 +13,7 @@ enum Need { Required, Optional, Repeatable, Flag };
 
 struct Option {
     const char *name;
-    const char *value; ///< as the help shows it; null for a flag
+    const char *value; ///< its placeholder in the help; null for a flag
     Need need;
     const char *help;
 };
@@ -24,7 +23,7 @@ constexpr int kMany = 10000;
 struct CommandDescription {
     Request::Command command;
     const char *name;
-    const char *operand; ///< what follows the options; null when nothing does
+    const char *operand; ///< placeholder of the operands; null when there are none
     int leastOperands;
     int mostOperands;
     const char *help;
@@ -32,7 +31,7 @@ struct CommandDescription {
     QVector<Option> options;
 };
 
-// The options that more than one command takes, or that are read by name.
+// The options that several commands take, or that commandline.cpp reads by name.
 extern const Option kName;
 extern const Option kVersion;
 extern const Option kUpdate;
@@ -70,13 +69,13 @@ const QVector<CommandDescription> &Commands();
 
 QString Text(const char *text);
 
-/// An option as help and errors show it: "--share PERCENT".
+/// An option for help texts and errors: "--share PERCENT".
 QString OptionText(const Option &option);
 
-/// What `publish --help` prints.
+/// The output of `publish --help`.
 QString GeneralHelp();
 
-/// What `publish COMMAND --help` prints.
+/// The output of `publish COMMAND --help`.
 QString CommandHelp(const CommandDescription &command);
 
 } // namespace CommandTable
