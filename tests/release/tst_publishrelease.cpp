@@ -951,7 +951,8 @@ void TestPublishRelease::lockOfAnotherMachineIsNamed()
     QCOMPARE(Rules(refusals), QStringList(QStringLiteral("busy")));
     const QString &message = refusals.first().message;
     QVERIFY2(message.endsWith(
-                 QStringLiteral("locked by process 4711 on elsewhere; if it is gone, remove %1")
+                 QStringLiteral(
+                     "locked by process 4711 on elsewhere; if that process has ended, remove %1")
                      .arg(lock)),
              qPrintable(message));
 }

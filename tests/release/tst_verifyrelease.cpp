@@ -287,7 +287,7 @@ void TestVerifyRelease::wrongTrees_data()
            [](const Vendor &vendor) { QDir(vendor.Tree()).removeRecursively(); });
     AddRow("no offer", "missing", "Client-2.1.3.zip.json cannot be read",
            Lacks("check/answers/2.1.3/Client-2.1.3.zip.json"));
-    AddRow("no list", "releases", "; restore the tree from a copy",
+    AddRow("no list", "releases", "; restore the tree from a backup",
            Lacks("check/now/releases.json"));
     AddRow("list that is no JSON", "releases", "is not JSON", [](const Vendor &vendor) {
         WriteFile(vendor.Tree(QStringLiteral("check/now/releases.json")), "[");
@@ -308,7 +308,7 @@ void TestVerifyRelease::wrongTrees_data()
         WriteFile(path, page.replace(digest, 64, QByteArray(64, '0')));
     });
 #ifdef Q_OS_UNIX
-    AddRow("no link to the list", "releases", "; restore the tree from a copy",
+    AddRow("no link to the list", "releases", "; restore the tree from a backup",
            [](const Vendor &vendor) {
                Request next = vendor.ZipRequest();
                next.version = QStringLiteral("2.2.0");

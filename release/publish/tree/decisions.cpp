@@ -25,14 +25,14 @@ const QString kIs = QStringLiteral("is-");
 const QString kBelow = QStringLiteral("below-");
 const QString kAnyRest = QStringLiteral(".*");
 
-/// Clients that are looked up under one name of a version.
+/// Installed versions that the service looks up under one name.
 struct VersionClass {
     QString name;
-    int installed = -1;   ///< the release that they have, or -1 when the tree does not know it
-    QVector<bool> isFrom; ///< for each release, whether it may be offered to these versions
+    int installed = -1;   ///< the release with this version, or -1 when the tree has none
+    QVector<bool> isFrom; ///< whether each release may be offered to these versions
 };
 
-/// The classes that have to be told apart, and the rest.
+/// All classes of versions that get different answers, and one for all others.
 class VersionClasses
 {
 public:
@@ -57,7 +57,7 @@ private:
             Add(kBelow + pattern.chopped(kAnyRest.size()), pattern.chopped(1));
     }
 
-    /// @p example: one of the versions, or what all of them begin with.
+    /// @p example is one of the versions, or their common beginning.
     void Add(const QString &name, const QString &example)
     {
         if (m_names.contains(name))
@@ -80,7 +80,7 @@ private:
     QSet<QString> m_names;
 };
 
-/// Makes the tables, each of them once.
+/// Builds the tables without duplicates.
 class Decider
 {
 public:
@@ -141,7 +141,7 @@ private:
         return index;
     }
 
-    /// @p here: the releases that are offered in this network whatever their share.
+    /// @p here are the releases that are offered in this network whatever their share.
     Decisions::Place PlaceOf(const QSet<int> &here)
     {
         Decisions::Place place;
@@ -161,7 +161,7 @@ private:
             if (release.share == AllParts || here.contains(index))
                 break;
             for (const int part : m_draws.at(index)) {
-                // A newer release has taken it already.
+                // A newer release may already have taken it.
                 if (!table.byPart.contains(part))
                     table.byPart.insert(part, index);
             }
@@ -170,7 +170,8 @@ private:
         return table;
     }
 
-    /// What those are offered that have the release @p installed and get no newer one.
+    /// The offer to clients that have the release @p installed when there is nothing newer for
+    /// them.
     int OfferToInstalled(int installed) const
     {
         if (installed < 0)
@@ -183,7 +184,7 @@ private:
 
     const ReleaseList &m_list;
     const QVector<VersionClass> m_classes;
-    QVector<QVector<int>> m_draws; ///< for each release the parts in its share, if it has one
+    QVector<QVector<int>> m_draws; ///< the thousandths in the share of each release
     Decisions m_decisions;
 };
 

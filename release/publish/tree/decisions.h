@@ -6,14 +6,15 @@
 #include <QString>
 #include <QVector>
 
-/// The first parts of all networks that a release is offered to, drawn from its version, so that a
-/// release meets others first than the one before. Each part, 0 to AllParts - 1, is in it once.
+/// The order in which a release reaches the thousandths of all networks. It is derived from the
+/// version, so that every release reaches other networks first. Each number from 0 to AllParts - 1
+/// occurs once.
 QVector<int> PartsInOrder(const QString &version);
 
-/// What clients of one kind are answered. Releases are indices in the list; -1 is nothing newer.
+/// The answers for one class of clients. Releases are indices in the list; -1 means nothing newer.
 struct DecisionTable {
-    int rest = -1;         ///< the answer of all parts that are not in byPart
-    QMap<int, int> byPart; ///< answers of single parts of the networks
+    int rest = -1;         ///< the answer for all parts that are not in byPart
+    QMap<int, int> byPart; ///< answers for single thousandths of the networks
 
     bool operator==(const DecisionTable &other) const
     {
@@ -22,25 +23,25 @@ struct DecisionTable {
 };
 
 /**
- * All answers of a tree, as the service looks them up: first the network that the client is in,
- * then the installed version, then the part. Pure.
+ * All answers of a tree in the order in which the service looks them up: first the client's
+ * network, then the installed version, then the thousandth. Pure functions.
  */
 struct Decisions {
-    /// By a class of versions, "is-2.0.7", "below-2.0" or "other": an index in tables.
+    /// Maps a class of versions, such as "is-2.0.7", "below-2.0" or "other", to an index in tables.
     using Place = QMap<QString, int>;
 
-    QVector<DecisionTable> tables; ///< each one once
+    QVector<DecisionTable> tables; ///< without duplicates
     Place everywhere;
-    QVector<Place> places;       ///< for networks, each one once
-    QMap<QString, int> networks; ///< by the network's name: an index in places
+    QVector<Place> places;       ///< for networks, without duplicates
+    QMap<QString, int> networks; ///< maps a network's name to an index in places
 };
 
 Decisions Decide(const ReleaseList &list);
 
 /**
- * The same as folders and symbolic links, for release/nginx/updates/service.conf: paths below the
- * folder of a generation, each with the text of its link, which is empty for a folder. A folder
- * comes before what is in it. Every table has a link for the rest, by which the service tells a
- * sound tree where nothing is newer from a damaged one.
+ * The decisions as folders and symbolic links for release/nginx/updates/service.conf. Maps paths
+ * below the folder of a generation to the text of the link, which is empty for a folder. A folder
+ * comes before its contents. Every table has a link for the rest, so that the service can tell
+ * "nothing newer" from a damaged tree.
  */
 QMap<QString, QString> DecisionLinks(const ReleaseList &list);

@@ -10,7 +10,8 @@
 namespace
 {
 
-// The prompt's notes: 432 by 120 pixels, these letters and colours, white space kept in plain text.
+// The notes look as in the prompt: 432 by 120 pixels, the same font and colours, and white space is
+// kept in plain text.
 const char *const kHead = R"(<!DOCTYPE html>
 <html lang="en">
 <head>
@@ -31,7 +32,7 @@ code { overflow-wrap: anywhere }
 <h1>%1</h1>
 )";
 
-/// In the notes' own frame, which takes over no style of the page.
+/// For the frame of the notes, which does not inherit the page's style.
 const char *const kNotesStyle =
     "<style>body { margin: 4px; font: 12px/18px sans-serif; color: #4d5a75 }</style>";
 
@@ -66,7 +67,7 @@ QVector<Fact> Facts(const Offer &offer)
     };
 }
 
-/// As the prompt decides: rich text unless it would take long.
+/// Rich text or plain text, by the same decision as in the prompt.
 QString Notes(const QString &notes, const QString &title, const QString &language)
 {
     const QString heading = QStringLiteral("<h2>%1</h2>\n").arg(title);
@@ -104,8 +105,8 @@ Findings CheckIndexPage(const QByteArray &page, const Offer &offer)
     for (const Fact &fact : Facts(offer)) {
         if (!text.contains(fact.value)) {
             findings.append({QStringLiteral("index"), QString(),
-                             QStringLiteral("index.html tells another %1 than the reply and the "
-                                            "package; publish again")
+                             QStringLiteral("index.html has a different %1 than the reply and the "
+                                            "package; publish the release again")
                                  .arg(fact.name)});
         }
     }

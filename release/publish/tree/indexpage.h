@@ -6,9 +6,9 @@
 
 /**
  * A page for people about a release: what it is, its digests, and its notes as the prompt shows
- * them. One HTML file that loads nothing and runs nothing, whatever the notes hold.
+ * them. It is one HTML file that loads and runs nothing, whatever the notes contain.
  */
 QByteArray IndexPage(const Offer &offer);
 
-/// What of the facts @p page does not tell.
+/// The facts about @p offer that @p page does not contain.
 Findings CheckIndexPage(const QByteArray &page, const Offer &offer);

@@ -8,11 +8,11 @@
 namespace
 {
 
-// The lengths in bits at which the service looks networks up, as in lookup.conf.
+// The prefix lengths at which the service looks networks up; the same as in lookup.conf.
 const QVector<int> kIpv4Lengths{8, 16, 24, 32};
 const QVector<int> kIpv6Lengths{16, 32, 48, 64, 128};
 
-// Anything wider is a large part of the world, which is what shares are made for.
+// Anything wider is a large part of the Internet; shares are the means for that.
 constexpr int kShortestIpv4 = 8;
 constexpr int kShortestIpv6 = 16;
 
@@ -21,7 +21,7 @@ constexpr int kIpv6Bits = 128;
 constexpr int kBitsPerOctet = 8;
 constexpr int kBitsPerGroup = 16;
 
-/// The widest network relative to a looked-up length: 2 to the power of this is MaxLookups.
+/// How much shorter than a looked-up length a prefix may be: 2 to the power of this is MaxLookups.
 constexpr int kMaxSpareBits = 12;
 static_assert(1 << kMaxSpareBits == NetworkPrefix::MaxLookups);
 
@@ -38,7 +38,7 @@ QByteArray Octets(const QHostAddress &address)
     return octets;
 }
 
-/// @p octets with @p number added to the part that ends before @p length, in bits, whole octets.
+/// Adds @p number to the first @p length bits, which are whole octets, of @p octets.
 QByteArray Sum(QByteArray octets, int length, int number)
 {
     for (int index = length / kBitsPerOctet - 1; index >= 0; --index) {
@@ -65,19 +65,19 @@ Failure NetworkPrefix::Read(const QString &text, NetworkPrefix &prefix)
     const int bits = isIpv6 ? kIpv6Bits : kIpv4Bits;
     const int length =
         text.contains(QLatin1Char('/')) ? text.section(QLatin1Char('/'), 1).toInt(&isLength) : bits;
-    // QHostAddress takes "192.0" for an address as well.
+    // QHostAddress also accepts "192.0".
     if (written.isNull() || !isLength || length < 0 || length > bits ||
         (!isIpv6 && address.count(QLatin1Char('.')) != 3)) {
-        return Wrong(QStringLiteral("\"%1\" is not a network; write it as in 192.0.2.0/24 or "
-                                    "2001:db8::/32")
-                         .arg(text));
+        return Wrong(
+            QStringLiteral("\"%1\" is not a network; write it like 192.0.2.0/24 or 2001:db8::/32")
+                .arg(text));
     }
     const QHostAddress first =
         QHostAddress::parseSubnet(QStringLiteral("%1/%2").arg(written.toString()).arg(length))
             .first;
     if (first != written) {
-        return Wrong(QStringLiteral("\"%1\" names an address inside of a network; write %2/%3 for "
-                                    "the network, or the address alone")
+        return Wrong(QStringLiteral("\"%1\" is an address inside a network; write %2/%3 for the "
+                                    "network, or the address alone")
                          .arg(text, first.toString())
                          .arg(length));
     }

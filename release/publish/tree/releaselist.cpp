@@ -107,7 +107,8 @@ bool IsRevision(const QString &text)
     return digits.match(text).hasMatch();
 }
 
-/// What is wrong with @p release, which stands in a file; empty when nothing is.
+/// The key with an invalid value in @p release, which was read from a file; empty when there is
+/// none.
 QString Objection(const Release &release, const QString &kind)
 {
     if (!ReleaseRules::CheckVersion(release.version).isEmpty())
@@ -120,7 +121,7 @@ QString Objection(const Release &release, const QString &kind)
         return Key::Id;
     if (!IsRevision(release.revision))
         return Key::Revision;
-    // Both become names of links.
+    // Patterns and networks become names of links.
     if (!std::all_of(release.from.cbegin(), release.from.cend(), IsVersionPattern))
         return Key::From;
     const auto isNetwork = [](const QString &text) {
@@ -135,7 +136,7 @@ QString Objection(const Release &release, const QString &kind)
         return Key::Published;
     if (release.plan.isEmpty())
         return QString();
-    // A plan that is misread could offer the release to everybody at once.
+    // A misread plan could offer the release to everyone at once.
     if (ReadPlan(release.plan).isEmpty())
         return Key::Plan;
     if (!release.planBegan.isValid())
@@ -210,8 +211,9 @@ QByteArray ToJson(const ReleaseList &list)
 Failure ReadReleaseList(const QByteArray &json, ReleaseList &list)
 {
     const auto wrong = [](const QString &what) {
-        return Finding{QStringLiteral("releases"), QString(),
-                       QStringLiteral("releases.json: %1; restore the tree from a copy").arg(what)};
+        return Finding{
+            QStringLiteral("releases"), QString(),
+            QStringLiteral("releases.json: %1; restore the tree from a backup").arg(what)};
     };
     QJsonParseError error;
     const QJsonObject object = QJsonDocument::fromJson(json, &error).object();

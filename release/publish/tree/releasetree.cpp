@@ -88,7 +88,7 @@ Failure ReleaseTree::Read(ReleaseList &list) const
 {
     list = {};
     QFile file(ListFile());
-    // The first generation of all may have been interrupted before it came into force.
+    // The very first generation may have been interrupted before the link to it existed.
     const QStringList generations =
         QDir(Generations()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     const bool isNew = std::all_of(generations.cbegin(), generations.cend(),
@@ -97,7 +97,7 @@ Failure ReleaseTree::Read(ReleaseList &list) const
         return {};
     if (!file.open(QIODevice::ReadOnly)) {
         return Finding{QStringLiteral("releases"), QString(),
-                       QStringLiteral("%1: %2; restore the tree from a copy")
+                       QStringLiteral("%1: %2; restore the tree from a backup")
                            .arg(file.fileName(), file.errorString())};
     }
     return ReadReleaseList(file.readAll(), list);

@@ -7,52 +7,53 @@
 #include <QString>
 #include <QStringList>
 
-/// The files of a tree of releases, below one folder that a web server serves as it is.
+/// The paths of a release tree: everything below one folder, which a web server serves.
 class ReleaseTree
 {
 public:
-    /// Where the packages lie, in the tree and in their addresses.
+    /// The folder of the packages, in the tree and in addresses.
     static const QString PackagesPath; // "/packages/"
 
     /**
-     * The name of a generation: its number and a digest of its list. Trees that were restored from
-     * the same copy reach the same numbers, and a server must not take the one for the other.
+     * The name of a generation: its number and a digest of its list. Two trees that were restored
+     * from the same backup reach the same numbers, and a server must not mix up their generations.
      */
     static QString GenerationName(int number, const QByteArray &json);
 
-    /// The number in a generation's name; 0 when there is none.
+    /// The number in the name of a generation; 0 when there is none.
     static int GenerationNumber(const QString &name);
 
-    /// The address of the package @p id. @p prefix precedes PackagesPath, or ends with it already.
+    /// The address of the package @p id. @p prefix is the part before PackagesPath and may already
+    /// end with it.
     static QString PackageAddress(QString prefix, const QString &id);
 
     explicit ReleaseTree(const QString &folder);
 
     QString Folder() const { return m_folder; }
 
-    /// The link to the generation in force: everything about who is offered what. It is replaced as
-    /// a whole.
+    /// The link to the current generation, which decides who is offered what. The link is replaced
+    /// atomically.
     QString Current() const;
 
-    /// Where the generations lie.
+    /// The folder of the generations.
     QString Generations() const;
 
-    /// The list of the releases.
+    /// The list of releases.
     QString ListFile() const;
 
-    /// The check's answer that announces a release.
+    /// The answer to a check that announces @p release.
     QString OfferFile(const Release &release) const;
 
-    /// The check's answer that there is nothing newer.
+    /// The answer to a check when there is nothing newer.
     QString NoOfferFile() const;
 
-    /// Nobody is offered anything while it exists.
+    /// While this file exists, no client is offered anything.
     QString StopFile() const;
 
-    /// What people read about the newest release.
+    /// The page about the newest release, for people.
     QString IndexFile() const;
 
-    /// The digests of all packages, for sha256sum.
+    /// The digests of all packages, in the format of sha256sum.
     QString DigestsFile() const;
 
     QString PackageFile(const QString &id) const;
@@ -60,12 +61,12 @@ public:
     /// The file names of all packages.
     QStringList PackageNames() const;
 
-    /// Reads the list of the releases, which is empty where there is no tree yet.
+    /// Reads the list of releases. It is empty when there is no tree yet.
     Failure Read(ReleaseList &list) const;
 
 private:
-    QString m_folder; ///< absolute, without a slash at its end
+    QString m_folder; ///< absolute, without a trailing slash
 };
 
-/// The lines of sha256sum for all packages of @p list.
+/// The SHA256SUMS lines of all packages in @p list.
 QByteArray DigestLines(const ReleaseList &list);

@@ -23,10 +23,10 @@ QByteArray Answer(const QLatin1String &desc, const QJsonObject &biz)
 Finding Wrong(const QString &what)
 {
     return {QStringLiteral("reply"), QString(),
-            QStringLiteral("the reply's %1; publish it again").arg(what)};
+            QStringLiteral("the reply's %1; publish the release again").arg(what)};
 }
 
-/// Reads the answer's frame. The object with the keys of the offer, empty when there is a finding.
+/// Checks the outer object and returns the inner one with the keys of the offer.
 QJsonObject ReadFrame(const QByteArray &reply, Findings &findings)
 {
     QJsonParseError error;
@@ -36,14 +36,14 @@ QJsonObject ReadFrame(const QByteArray &reply, Findings &findings)
         return {};
     }
     if (answer.value(Key::Code).toString() != ServiceContract::SuccessCode) {
-        findings.append(Wrong(QStringLiteral("\"%1\" is not the text \"%2\"")
+        findings.append(Wrong(QStringLiteral("\"%1\" is not the string \"%2\"")
                                   .arg(Key::Code, ServiceContract::SuccessCode)));
     }
     if (!answer.value(Key::Desc).isString())
-        findings.append(Wrong(QStringLiteral("\"%1\" is not a text").arg(Key::Desc)));
+        findings.append(Wrong(QStringLiteral("\"%1\" is not a string").arg(Key::Desc)));
     if (answer.value(Key::Biz).toObject().isEmpty()) {
         findings.append(
-            Wrong(QStringLiteral("\"%1\" is not an object with something in it").arg(Key::Biz)));
+            Wrong(QStringLiteral("\"%1\" is not an object, or is empty").arg(Key::Biz)));
     }
     return answer.value(Key::Biz).toObject();
 }
@@ -52,14 +52,13 @@ QString ReadText(const QJsonObject &biz, const QLatin1String &key, Findings &fin
 {
     const QString text = biz.value(key).toString();
     if (text.isEmpty())
-        findings.append(
-            Wrong(QStringLiteral("\"%1\" is not a text with something in it").arg(key)));
+        findings.append(Wrong(QStringLiteral("\"%1\" is not a string, or is empty").arg(key)));
     return text;
 }
 
 int ReadNumber(const QJsonObject &biz, const QLatin1String &key, Findings &findings)
 {
-    // What is no number, has a fraction or more than 32 bits the updater reads as 0, too.
+    // The updater reads anything else, fractions and numbers of more than 32 bits included, as 0.
     const int number = biz.value(key).toInt(-1);
     if (number < 0)
         findings.append(Wrong(QStringLiteral("\"%1\" is not a whole number below 2 GiB").arg(key)));
@@ -129,7 +128,7 @@ Findings ReadOffer(const QByteArray &reply, Offer &offer)
     const QString mode = biz.value(Key::Update).toString();
     offer.forced = mode == Mode::Forced;
     if (mode != Mode::Optional && mode != Mode::Forced) {
-        findings.append(Wrong(QStringLiteral("\"%1\" is neither the text \"%2\" nor \"%3\"")
+        findings.append(Wrong(QStringLiteral("\"%1\" is neither the string \"%2\" nor \"%3\"")
                                   .arg(Key::Update, Mode::Optional, Mode::Forced)));
     }
     const int kind = ReadNumber(biz, Key::UpdateType, findings);
@@ -149,7 +148,7 @@ Findings CheckNoOffer(const QByteArray &reply)
     const QJsonObject biz = ReadFrame(reply, findings);
     if (findings.isEmpty() && biz.value(Key::Update).toString() != Mode::NoUpdate) {
         findings.append(Wrong(
-            QStringLiteral("\"%1\" is not the text \"%2\"").arg(Key::Update, Mode::NoUpdate)));
+            QStringLiteral("\"%1\" is not the string \"%2\"").arg(Key::Update, Mode::NoUpdate)));
     }
     return findings;
 }

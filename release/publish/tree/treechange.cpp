@@ -27,14 +27,14 @@ const QString kStagedLink = QStringLiteral("link");
 const QString kList = QStringLiteral("releases.json");
 const QString kIndex = QStringLiteral("index.html");
 const QString kDigests = QStringLiteral("SHA256SUMS");
-// How long to wait for the tree, in milliseconds: a change is a matter of a second, a push of more.
+// How long to wait for the lock, in milliseconds. A change takes about a second, a push longer.
 constexpr int kPatience = 5000;
-constexpr int kPatienceWithPackage = 60000; // it took minutes to pack, and would have to be again
-constexpr int kPatienceStep = 500;          // Ctrl+C is obeyed in between
+constexpr int kPatienceWithPackage = 60000; // packing took minutes and would have to be repeated
+constexpr int kPatienceStep = 500;          // between two attempts, Ctrl+C is obeyed
 
 const QString kFromTreeToCurrent = QStringLiteral("check/now/");
 
-/// Whatever mask the process has: the web server is another user.
+/// Independent of the process's umask, because the web server runs as another user.
 constexpr QFileDevice::Permissions kFileMode = QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                                QFileDevice::ReadGroup | QFileDevice::ReadOther;
 constexpr QFileDevice::Permissions kFolderMode =
@@ -45,13 +45,13 @@ QString FolderOf(const QString &path)
     return QFileInfo(path).path();
 }
 
-/// False when others cannot read @p path. Some file systems have a mode of their own for all.
+/// False when other users cannot read @p path. Some file systems have a fixed mode for all files.
 bool LetEverybodyRead(const QString &path, QFileDevice::Permissions mode)
 {
     return QFile::setPermissions(path, mode) || (QFile::permissions(path) & mode) == mode;
 }
 
-/// Makes what is missing of @p folder; of what is there already the mode is its owner's choice.
+/// Creates @p folder and missing parents. The mode of existing folders is their owner's choice.
 Failure MakeFolder(const QString &folder)
 {
     if (QFileInfo(folder).isDir())
@@ -60,10 +60,10 @@ Failure MakeFolder(const QString &folder)
         if (Failure failure = MakeFolder(FolderOf(folder)))
             return failure;
     }
-    // Another process may make it at the same time.
+    // Another process may create it at the same time.
     const bool isMade = QDir().mkdir(folder) && LetEverybodyRead(folder, kFolderMode);
     if (!isMade && !QFileInfo(folder).isDir())
-        return CannotWrite(folder, QStringLiteral("the folder cannot be made"));
+        return CannotWrite(folder, QStringLiteral("the folder cannot be created"));
     return {};
 }
 
@@ -80,11 +80,11 @@ Failure WriteFile(const QString &path, const QByteArray &content)
 Failure Link(const QString &target, const QString &path)
 {
     if (!HostSystem::MakeLink(target, path))
-        return CannotWrite(path, QStringLiteral("the link cannot be made"));
+        return CannotWrite(path, QStringLiteral("the link cannot be created"));
     return {};
 }
 
-/// What keeps a lock from being taken. Whether a process of another machine lives cannot be told.
+/// Why a lock cannot be taken. Whether a process on another machine still runs is unknown.
 Finding Busy(const QString &tree, const QLockFile &lock, const QString &lockFile)
 {
     qint64 process = 0;
@@ -93,14 +93,15 @@ Finding Busy(const QString &tree, const QLockFile &lock, const QString &lockFile
     const bool isElsewhere = lock.getLockInfo(&process, &host, &program) && !host.isEmpty() &&
                              host.compare(QSysInfo::machineHostName(), Qt::CaseInsensitive) != 0;
     const QString owner =
-        isElsewhere ? QStringLiteral("locked by process %1 on %2; if it is gone, remove %3")
-                          .arg(QString::number(process), host, lockFile)
-                    : QStringLiteral("another process changes this tree; wait for its end");
+        isElsewhere
+            ? QStringLiteral("locked by process %1 on %2; if that process has ended, remove %3")
+                  .arg(QString::number(process), host, lockFile)
+            : QStringLiteral("another process is changing this tree; wait until it has finished");
     return {QLatin1String(TreeChange::kBusyRule), QString(),
             QStringLiteral("%1: %2").arg(tree, owner)};
 }
 
-/// True while nobody's name is in the file: it is being made, or who made it was killed meanwhile.
+/// True while the lock file names no process: it is being created, or its creator was killed.
 bool IsNameless(const QLockFile &lock)
 {
     qint64 process = 0;
@@ -174,7 +175,7 @@ void TreeChange::AddPackage(const QString &id)
 Failure TreeChange::AddOffer(Release &release, const Offer &offer)
 {
     const QByteArray reply = OfferReply(offer);
-    // Replacing the answer in place would bring it into force before the list.
+    // Replacing the answer in place would make it effective before the list.
     if (m_formerList.IndexOf(release.version) >= 0) {
         QFile former(m_tree.OfferFile(release));
         if (former.open(QIODevice::ReadOnly) && former.readAll() != reply)
@@ -198,7 +199,7 @@ Failure TreeChange::Commit(const QString &line)
     if (Failure failure = WriteGeneration())
         return failure;
     if (!HostSystem::SyncFileSystem(m_folder))
-        return CannotWrite(m_folder, QStringLiteral("not everything reached the disk"));
+        return CannotWrite(m_folder, QStringLiteral("not everything was written to the disk"));
     if (Failure failure = MoveAll())
         return failure;
     const QString former = CurrentGeneration();
@@ -227,7 +228,7 @@ Failure TreeChange::MakeStagingFolder()
 Failure TreeChange::TakeLock(std::unique_ptr<QLockFile> &lock, const QString &name, int patience)
 {
     lock = std::make_unique<QLockFile>(StagedPath(name));
-    lock->setStaleLockTime(0); // a large release takes its time
+    lock->setStaleLockTime(0); // publishing a large release takes long
     bool isTaken = lock->tryLock();
     const auto isBusy = [&lock] { return lock->error() == QLockFile::LockFailedError; };
     if (!isTaken && isBusy() && IsNameless(*lock)) {
@@ -242,11 +243,11 @@ Failure TreeChange::TakeLock(std::unique_ptr<QLockFile> &lock, const QString &na
     if (isTaken)
         return {};
     if (!isBusy())
-        return CannotWrite(m_folder, QStringLiteral("no file can be made there"));
+        return CannotWrite(m_folder, QStringLiteral("no file can be created there"));
     return Busy(m_tree.Folder(), *lock, StagedPath(name));
 }
 
-/// What changes of the tree leave; the package belongs to the lock of who publishes.
+/// Removes what earlier changes left. A package belongs to the process with the other lock.
 void TreeChange::RemoveStaged() const
 {
     QDir(StagedPath(kStagedGeneration)).removeRecursively();
@@ -256,7 +257,7 @@ void TreeChange::RemoveStaged() const
     }
 }
 
-/// What a process left that was killed while it packed.
+/// Removes the package of a process that was killed while packing.
 void TreeChange::RemoveOrphanedPackage() const
 {
     if (!QFile::exists(PackagePath()) && !QFile::exists(StagedPath(kPackageLockFile)))
@@ -304,7 +305,7 @@ Failure TreeChange::SwitchTo(const QString &generation)
             return failure;
         m_added.append(path);
     }
-    // What stands there was interrupted before it came into force.
+    // An existing folder is left from a change that was interrupted before it came into force.
     QDir(generation).removeRecursively();
     if (!HostSystem::MoveIntoPlace(StagedPath(kStagedGeneration), generation))
         return CannotWrite(generation, QStringLiteral("the folder cannot be moved there"));
@@ -341,7 +342,7 @@ Failure TreeChange::WriteTables()
 QString TreeChange::NextGeneration() const
 {
     int last = 0;
-    // Before the first one came into force, every attempt is the first.
+    // Until one generation has come into force, every attempt is number one.
     if (QFileInfo::exists(m_tree.Current())) {
         for (const QString &name : QDir(m_tree.Generations()).entryList(QDir::Dirs))
             last = qMax(last, ReleaseTree::GenerationNumber(name));
@@ -361,7 +362,7 @@ void TreeChange::RemoveGenerationsBefore(const QString &former) const
         return;
     const QString folder = m_tree.Generations() + QLatin1Char('/');
     for (const QString &name : QDir(folder).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        // Checks that began before the switch are still decided by the former one.
+        // Checks that began before the switch still use the former generation.
         if (name != current && name != former)
             QDir(folder + name).removeRecursively();
     }
@@ -383,7 +384,7 @@ Findings FindUnreadable(const ReleaseTree &tree, const ReleaseList &list)
                       tree.DigestsFile(), tree.IndexFile()};
     for (const Release &release : list.releases) {
         paths += {tree.OfferFile(release), tree.PackageFile(release.id)};
-        // A release that was published again has a folder for its revision.
+        // A release that was published again has a folder for each revision.
         for (QString answers = FolderOf(tree.OfferFile(release));
              answers.size() > tree.Folder().size(); answers = FolderOf(answers))
             paths.append(answers);
@@ -397,6 +398,6 @@ Findings FindUnreadable(const ReleaseTree &tree, const ReleaseList &list)
     if (!isUnreadable)
         return {};
     return {{QStringLiteral("mode"), QString(),
-             QStringLiteral("%1 cannot be read by other users such as nginx; run chmod -R o+rX %1")
+             QStringLiteral("%1 cannot be read by other users, such as nginx; run chmod -R o+rX %1")
                  .arg(tree.Folder())}};
 }

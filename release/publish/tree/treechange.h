@@ -13,16 +13,16 @@
 #include <memory>
 
 /**
- * A change to a tree of releases. Everything is prepared in a folder of the tree that no address
- * leads to, and comes into force with the replacement of one link: whoever reads the tree
- * meanwhile, and whatever interrupts the change, sees the old state or the new one. The destructor
- * removes what has not come into force; after a crash, the next change does. There is one change at
- * a time per tree. Everybody may read the files and folders that it makes. Main thread.
+ * A transaction on a release tree. Everything is staged in a folder of the tree that is not served,
+ * and comes into force when one link is replaced: readers, and a change that is interrupted, see
+ * the old state or the new one. The destructor removes what was not committed; after a crash, the
+ * next change does. Only one process at a time changes a tree. All users may read the files and
+ * folders that are created. Main thread.
  */
 class TreeChange
 {
 public:
-    /// The rule of the refusal while another process changes the same tree.
+    /// The rule of the refusal when another process is changing the same tree.
     static constexpr char kBusyRule[] = "busy";
 
     explicit TreeChange(const ReleaseTree &tree);
@@ -30,39 +30,39 @@ public:
     Q_DISABLE_COPY(TreeChange)
 
     /**
-     * Makes the folder, and room for a package at PackagePath(). Packing takes minutes, in which
-     * other processes may change the tree, but not publish into it. Fails when another process
-     * does. Begin() has to follow.
+     * Creates the staging folder for a package at PackagePath(). Packing takes minutes, during
+     * which other processes may change the tree but not publish into it. Fails when another process
+     * is publishing. Call Begin() afterwards.
      */
     Failure BeginPackage();
 
-    /// Makes the folder and reads the list of the releases. Fails when another process changes the
-    /// same tree and does not end soon.
+    /// Creates the staging folder and reads the list of releases. Fails when another process is
+    /// changing the same tree and does not finish soon.
     Failure Begin();
 
-    /// The list, to be edited before Commit().
+    /// The list of releases; edit it before Commit().
     ReleaseList &List() { return m_list; }
 
-    /// Where a package has to be written before AddPackage().
+    /// Where to write the package before AddPackage().
     QString PackagePath() const;
 
     /**
-     * The package at PackagePath() will stand in the tree under the name @p id. What stands there
-     * already is replaced, so its bytes have to be the same.
+     * Adds the package at PackagePath() to the tree under the name @p id. An existing file is
+     * replaced, so its content must be identical.
      */
     void AddPackage(const QString &id);
 
-    /// Adds the answer that announces @p release, which is in the list, and the page about it when
-    /// it is the newest. No client gets the answer yet: that is up to the list. The release gets
-    /// another revision when it is announced with another answer already.
+    /// Adds the answer that announces @p release, which must be in the list, and the page about it
+    /// if it is the newest. The list decides which clients get the answer. If the release already
+    /// has a different answer, it gets a new revision.
     Failure AddOffer(Release &release, const Offer &offer);
 
-    /// Adds @p line to the list's activity, with the time, unless it is empty, and brings
-    /// everything into force.
+    /// Brings everything into force. Appends @p line, if it is not empty, to the activity in the
+    /// list, with the time.
     Failure Commit(const QString &line);
 
 private:
-    /// A staged file or folder and its place in the tree.
+    /// A staged file or folder and its target in the tree.
     struct Move {
         QString from;
         QString to;
@@ -85,16 +85,16 @@ private:
 
     ReleaseTree m_tree;
     ReleaseList m_list;
-    ReleaseList m_formerList; ///< what is in force until Commit()
+    ReleaseList m_formerList; ///< the list in force until Commit()
     QByteArray m_index;       ///< the page about the newest release
-    QString m_folder;         ///< where everything is staged
-    QString m_oldAncestor;    ///< the nearest folder above the staged files that was there before
+    QString m_folder;         ///< the staging folder
+    QString m_oldAncestor;    ///< the nearest parent folder that existed before
     QVector<Move> m_moves;
-    QStringList m_added; ///< files that were not in the tree before; removed unless all succeeds
-    std::unique_ptr<QLockFile> m_packageLock; ///< of whoever publishes; taken before the other
-    std::unique_ptr<QLockFile> m_lock;        ///< of whoever changes the tree
+    QStringList m_added; ///< new files in the tree; removed unless Commit() succeeds
+    std::unique_ptr<QLockFile> m_packageLock; ///< held while publishing; taken first
+    std::unique_ptr<QLockFile> m_lock;        ///< held while changing the tree
 };
 
-/// The files and folders of the tree and of the releases in @p list that a web server, which is
-/// another user, cannot read. One finding at the most.
+/// Whether a web server, which runs as another user, cannot read the tree or the releases in
+/// @p list. At most one finding is returned.
 Findings FindUnreadable(const ReleaseTree &tree, const ReleaseList &list);
