@@ -375,7 +375,7 @@ void TestVerifyRelease::wrongPackages_data()
            Holds([](ZipMaker &zip) { zip.AddRawName("Client-2.1.3/a\\b", "x"); }));
     AddRow("way out", "name-windows", "..: the name",
            Holds([](ZipMaker &zip) { zip.AddRawName("Client-2.1.3/..", "x"); }));
-    AddRow("case twins", "case-twin", "APP.txt: Windows takes it for \"app.txt\"",
+    AddRow("case twins", "case-twin", "APP.txt: Windows cannot distinguish it from \"app.txt\"",
            HoldsFile(QStringLiteral("Client-2.1.3/APP.txt")));
     AddRow("one name twice", "case-twin", "two entries of this name",
            HoldsFile(QStringLiteral("Client-2.1.3/app.txt")));

@@ -13,14 +13,15 @@ namespace
 void AddContents(const QDir &folder, const QString &prefix, const Exclusion &exclusion,
                  ClientFolder &client);
 
-/// What Qt's list of a folder does not hold would be missing without a word.
+/// Qt's listing omits these names, so the files would be missing without a message.
 void RefuseNamesThatAreNoText(const QDir &folder, const QString &prefix, ClientFolder &client)
 {
     const QByteArrayList names = HostSystem::NamesThatAreNoText(folder.path());
     for (const QByteArray &name : names) {
         const QString path = prefix + EscapedName(name);
-        client.findings.append({QStringLiteral("name-encoding"), path,
-                                path + QStringLiteral(": the name is not valid UTF-8; rename it")});
+        client.findings.append(
+            {QStringLiteral("name-encoding"), path,
+             path + QStringLiteral(": the name is not valid UTF-8; rename the file or folder")});
     }
 }
 
@@ -32,9 +33,10 @@ void AddItem(const QFileInfo &item, const QString &path, const Exclusion &exclus
         return;
     }
     if (HostSystem::IsLink(item.filePath())) {
-        client.findings.append({QStringLiteral("link"), path,
-                                path + QStringLiteral(": a link, which the updater skips; put what "
-                                                      "it points to in its place")});
+        client.findings.append(
+            {QStringLiteral("link"), path,
+             path + QStringLiteral(
+                        ": a link, which the updater skips; replace it with what it points to")});
         return;
     }
     if (item.isDir()) {
@@ -42,7 +44,7 @@ void AddItem(const QFileInfo &item, const QString &path, const Exclusion &exclus
         AddContents(QDir(item.filePath()), path + QLatin1Char('/'), exclusion, client);
         return;
     }
-    // A name that the system's encoding cannot tell leads nowhere: its own rule speaks of it.
+    // A file whose name cannot be decoded seems not to exist; it has a rule of its own.
     if (item.exists() && !item.isFile()) {
         client.findings.append({QStringLiteral("special-file"), path,
                                 path + QStringLiteral(": neither a file nor a folder; remove it")});

@@ -9,19 +9,19 @@
 #include <QStringList>
 #include <QVector>
 
-/// What is in a client's folder, as a package lists it.
+/// The contents of a client's folder, as a package lists them.
 struct ClientFolder {
-    QVector<ReleaseRules::Entry> entries; ///< each folder before what it holds; in order of names
-    Findings findings;                    ///< what cannot go into a package, and is not listed
-    QStringList leftOut;                  ///< the paths that were excluded; not what lies below
+    QVector<ReleaseRules::Entry> entries; ///< each folder before its contents; sorted by name
+    Findings findings;                    ///< what cannot be packed and is not in entries
+    QStringList leftOut;                  ///< the excluded paths, without their contents
     qint64 totalSize = 0;                 ///< of all files, in bytes
 };
 
 /**
- * Lists @p folder and all below it, hidden files too, but for what @p exclusion holds. Follows no
- * link. The order depends on nothing but the names.
+ * Lists @p folder recursively, including hidden files, except for what @p exclusion matches. Does
+ * not follow links. The order depends only on the names.
  */
 ClientFolder ListClientFolder(const QString &folder, const Exclusion &exclusion);
 
-/// @p name with the bytes that are not printable ASCII written as "\\xff".
+/// @p name with each byte that is not printable ASCII written as in "\\xff".
 QString EscapedName(const QByteArray &name);

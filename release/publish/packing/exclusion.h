@@ -6,22 +6,23 @@
 #include <QVector>
 
 /**
- * What of a client's folder stays out of its package: patterns with "*", "?" and "[...]", letter
- * case ignored. A pattern without a slash means the names of files and folders wherever they lie,
- * one with a slash the path below the client's folder; "*" stands for no slash.
+ * Patterns for the files of a client that are not packed, with "*", "?" and "[...]". Letter case is
+ * ignored. A pattern without a slash applies to the names of files and folders anywhere, one with a
+ * slash to the path relative to the client's folder. "*" does not match a slash.
  */
 class Exclusion
 {
 public:
-    /// What version control and file managers leave in a folder.
+    /// The files that version control and file managers leave in folders.
     static QStringList Defaults();
 
-    /// False for a text that is no such pattern.
+    /// Whether @p text is a valid pattern.
     static bool IsPattern(const QString &text);
 
     explicit Exclusion(const QStringList &patterns = {});
 
-    /// @p path is the one below the client's folder, with forward slashes.
+    /// Whether a pattern matches @p path, which is relative to the client's folder, with forward
+    /// slashes.
     bool Holds(const QString &path) const;
 
 private:

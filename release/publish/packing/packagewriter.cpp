@@ -13,22 +13,22 @@ using ReleaseRules::Entry;
 
 constexpr qint64 kPieceSize = 256LL * 1024;
 
-constexpr int kLeastSize = 64;        // in bytes: packing less does not save any
+constexpr int kLeastSize = 64;        // in bytes; compressing smaller files saves nothing
 constexpr int kProbeSize = 64 * 1024; // in bytes
 constexpr int kFastestPacking = 1;
-constexpr int kWorthwhilePart = 32; // packing that saves less than one part in so many is not
+constexpr int kWorthwhilePart = 32; // saving less than one part in so many is not worthwhile
 
 Finding Changed(const Entry &entry)
 {
     return {QStringLiteral("changed"), entry.path,
-            QStringLiteral("%1: changed while it was packed, or cannot be read to its end; let "
-                           "nothing write to the client's folder")
+            QStringLiteral("%1: changed while it was packed, or cannot be read completely; make "
+                           "sure that nothing writes to the client's folder")
                 .arg(entry.path)};
 }
 
 /**
- * True when @p file is of the kind that is packed already, such as pictures and archives: packing
- * it once more takes long, and makes it longer. Judged by pieces of its beginning, middle and end.
+ * True when @p file is already compressed, like pictures and archives: compressing it again would
+ * take long and make it larger. Samples its beginning, middle and end.
  */
 bool IsPackedAlready(QFile &file)
 {
@@ -45,7 +45,7 @@ bool IsPackedAlready(QFile &file)
     return true;
 }
 
-/// One package in the making.
+/// Writes one package.
 class Packer
 {
 public:
@@ -112,7 +112,7 @@ private:
             return WhatFailed();
         QByteArray piece(int(kPieceSize), Qt::Uninitialized);
         qint64 left = entry.size;
-        // One byte more than there should be is asked for: it tells that the file has grown.
+        // Asks for one byte more than expected, to notice that the file has grown.
         for (;;) {
             const qint64 count = file.read(piece.data(), qMin(left + 1, kPieceSize));
             if (count < 0 || count > left)

@@ -8,10 +8,9 @@
 #include <QVector>
 
 /**
- * Packs @p entries of @p clientFolder below @p topFolder into the new zip file @p target, in their
- * order. The bytes depend on names and contents alone: not on times, modes or the machine. Reads
- * and writes in small pieces. Whether @p target is there after
- * a failure, and what it holds, is not said.
+ * Packs @p entries of @p clientFolder, in their order, below @p topFolder into the new zip file
+ * @p target. The result depends only on names and contents, not on times, modes or the machine.
+ * Works in small blocks. After a failure, the state of @p target is undefined.
  */
 Failure WritePackage(const QString &clientFolder, const QString &topFolder,
                      const QVector<ReleaseRules::Entry> &entries, const QString &target,

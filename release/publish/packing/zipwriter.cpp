@@ -13,9 +13,9 @@ namespace
 constexpr quint16 kMadeBy = 3 << 8 | ZipFormat::Version; // Unix, for the modes below
 constexpr quint16 kNamesAreUtf8 = 0x0800;
 constexpr quint32 kFileAttributes = 0100644U << 16;
-constexpr quint32 kFolderAttributes = 040755U << 16 | 0x10; // and the mark that DOS has for one
+constexpr quint32 kFolderAttributes = 040755U << 16 | 0x10; // and the DOS attribute
 
-/// Midnight of 1 January 1980, the first moment that the format can tell.
+/// Midnight of 1 January 1980, the earliest time in the format.
 constexpr quint16 kFirstTime = 0;
 constexpr quint16 kFirstDate = 1 << 5 | 1;
 
@@ -29,7 +29,7 @@ template <typename Number> void Append(QByteArray &record, Number number)
 
 } // namespace
 
-/// What the headers say of one file or folder.
+/// The header fields of one file or folder.
 struct ZipWriter::Item {
     QByteArray name;
     bool isFolder = false;
@@ -41,7 +41,7 @@ struct ZipWriter::Item {
     uLong crc = ::crc32(0, nullptr, 0);
 };
 
-/// A raw deflate stream (RFC 1951) being packed piece by piece.
+/// Produces a raw deflate stream (RFC 1951) in blocks.
 class ZipWriter::Deflater
 {
 public:
@@ -65,7 +65,7 @@ public:
         m_stream.avail_in = uInt(size);
     }
 
-    /// The next packed piece; empty when more has to be fed, or when that was all.
+    /// The next compressed block; empty when more input is needed, or at the end.
     QByteArray Next(bool isLast)
     {
         QByteArray piece(kPieceSize, Qt::Uninitialized);
@@ -107,7 +107,7 @@ bool ZipWriter::BeginFile(const QString &path, Method method)
         if (!m_deflater->IsReady())
             return Fail(WriteError, QStringLiteral("there is not enough memory to pack"));
     }
-    // A placeholder: EndFile() knows the sizes and the checksum.
+    // A placeholder, until EndFile() knows the sizes and the checksum.
     if (!WriteHeader())
         return false;
     m_item->dataOffset = m_archive.pos();
@@ -157,7 +157,7 @@ bool ZipWriter::Finish()
     List();
     QByteArray end;
     Append(end, ZipFormat::EndOfDirectorySignature);
-    Append(end, quint32(0)); // the archive is in one piece
+    Append(end, quint32(0)); // not split into several files
     Append(end, quint16(m_count));
     Append(end, quint16(m_count));
     Append(end, quint32(m_directory.size()));
@@ -202,7 +202,7 @@ bool ZipWriter::Deflate(const char *data, qint64 size, bool isLast)
     }
 }
 
-/// What the header before the data and the one in the directory both say, but for the name.
+/// The fields that the local header and the directory have in common, without the name.
 QByteArray ZipWriter::CommonFields() const
 {
     QByteArray fields;
@@ -219,7 +219,7 @@ QByteArray ZipWriter::CommonFields() const
     return fields;
 }
 
-/// Puts the item that was written last into the directory: nobody can take it back any more.
+/// Adds the last item to the directory. From then on it cannot be removed.
 void ZipWriter::List()
 {
     if (!m_item)
@@ -228,7 +228,7 @@ void ZipWriter::List()
     Append(m_directory, kMadeBy);
     m_directory += CommonFields();
     Append(m_directory, quint16(0)); // no comment
-    Append(m_directory, quint32(0)); // the archive is in one piece; nothing is said of the data
+    Append(m_directory, quint32(0)); // not split into several files; no hint about the data
     Append(m_directory, m_item->isFolder ? kFolderAttributes : kFileAttributes);
     Append(m_directory, quint32(m_item->headerOffset));
     m_directory += m_item->name;

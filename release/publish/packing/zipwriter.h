@@ -10,12 +10,11 @@
 #include <memory>
 
 /**
- * Writes a zip archive piece by piece, so that no file has to fit into memory. The archive is one
- * of the classic kind, which every reader takes: sizes and checksums stand in the header before the
- * data, nothing is encrypted, and names are UTF-8. The bytes depend on names, data and methods
- * alone.
+ * Writes a zip archive in blocks, so that files need not fit into memory. Every reader understands
+ * the archive: sizes and checksums are in the header before the data, nothing is encrypted, and
+ * names are UTF-8. The result depends only on names, data and methods.
  *
- * Each call fails after one has failed; Error() tells why. One thread at a time.
+ * After a call has failed, all later ones fail; Error() says why. One thread at a time.
  */
 class ZipWriter
 {
@@ -23,27 +22,27 @@ public:
     enum Method { Stored = ZipFormat::Stored, Deflated = ZipFormat::Deflated };
     enum ErrorKind { NoError, WriteError, TooLarge };
 
-    /// @p archive is an open, empty file without a buffer of its own, and gets at most @p maxSize
-    /// bytes, which are less than 4 GiB.
+    /// @p archive is an open, empty and unbuffered file. At most @p maxSize bytes are written,
+    /// which must be less than 4 GiB.
     ZipWriter(QFile &archive, qint64 maxSize);
     ~ZipWriter();
     Q_DISABLE_COPY(ZipWriter)
 
-    /// @p path has no slash at its end.
+    /// @p path has no trailing slash.
     bool AddFolder(const QString &path);
 
-    /// Begins a file; its data follows by Write() and ends with EndFile().
+    /// Begins a file. Write() adds its data, EndFile() ends it.
     bool BeginFile(const QString &path, Method method);
     bool Write(const char *data, qint64 size);
     bool EndFile();
 
-    /// What the data of the file that was ended last takes in the archive, in bytes.
+    /// The size of the last file's data in the archive, in bytes.
     qint64 PackedSize() const;
 
-    /// Takes the file that was ended last back; another one, or the end, may follow.
+    /// Removes the last file from the archive. Another file or Finish() may follow.
     bool TakeBack();
 
-    /// Writes the list of what is in the archive. Nothing can be added afterwards.
+    /// Writes the archive's directory. Nothing can be added afterwards.
     bool Finish();
 
     ErrorKind Error() const { return m_error; }
@@ -62,10 +61,10 @@ private:
 
     QFile &m_archive;
     qint64 m_maxSize;
-    std::unique_ptr<Item> m_item; ///< the one being written, or written last
+    std::unique_ptr<Item> m_item; ///< the current or last item
     std::unique_ptr<Deflater> m_deflater;
-    QByteArray m_directory; ///< of all items before it
-    int m_count = 0;        ///< the entries in m_directory
+    QByteArray m_directory; ///< of all items before m_item
+    int m_count = 0;        ///< the number of entries in m_directory
     ErrorKind m_error = NoError;
     QString m_errorText;
 };

@@ -24,13 +24,13 @@ using ReleaseRules::WindowsObjection;
 
 const QString kInstallerSuffix = QStringLiteral(".exe");
 
-/// The findings about one name, @p subject as their messages begin.
+/// Checks one name. @p subject is the beginning of the messages.
 Findings CheckName(const QString &name, const QString &path, const QString &subject)
 {
     Findings findings;
     if (!IsAscii(name)) {
         findings.append({QStringLiteral("name-ascii"), path,
-                         subject + QStringLiteral(" is not plain ASCII, and machines of another "
+                         subject + QStringLiteral(" is not plain ASCII, and a machine with another "
                                                   "code page would get an empty file; rename it")});
     }
     const QString objection = WindowsObjection(name);
@@ -41,37 +41,41 @@ Findings CheckName(const QString &name, const QString &path, const QString &subj
     return findings;
 }
 
-/// What a package of any kind may be called: its name becomes part of an address, and a file.
+/// Checks the name of any package. It becomes part of an address and the name of a file.
 Findings CheckPackageName(const QString &name)
 {
     const QString subject = QStringLiteral("the package's name \"%1\"").arg(Shown(name));
     Findings findings = CheckName(name, QString(), subject);
     for (const QChar character : {QLatin1Char('?'), QLatin1Char('#'), QLatin1Char('%')}) {
         if (name.contains(character)) {
-            findings.append({QStringLiteral("package-name"), QString(),
-                             QStringLiteral("%1 holds \"%2\", which means something else in an "
-                                            "address; rename it")
-                                 .arg(subject)
-                                 .arg(character)});
+            findings.append(
+                {QStringLiteral("package-name"), QString(),
+                 QStringLiteral(
+                     "%1 contains \"%2\", which has a special meaning in an address; rename it")
+                     .arg(subject)
+                     .arg(character)});
         }
     }
     if (name.size() > ReleaseRules::MaxPathLength) {
-        findings.append({QStringLiteral("name-length"), QString(),
-                         QStringLiteral("%1 has %2 characters, %3 is the most; shorten it")
-                             .arg(subject)
-                             .arg(name.size())
-                             .arg(ReleaseRules::MaxPathLength)});
+        findings.append(
+            {QStringLiteral("name-length"), QString(),
+             QStringLiteral("%1 has %2 characters, but at most %3 are allowed; shorten it")
+                 .arg(subject)
+                 .arg(name.size())
+                 .arg(ReleaseRules::MaxPathLength)});
     }
-    // Whatever else the updater refuses.
+    // Everything else that the updater refuses.
     if (findings.isEmpty() && !IsUsablePackageName(name)) {
-        findings.append({QStringLiteral("package-name"), QString(),
-                         subject + QStringLiteral(" is one that the updater refuses to download; "
-                                                  "publish a .zip package or an .exe installer")});
+        findings.append(
+            {QStringLiteral("package-name"), QString(),
+             subject +
+                 QStringLiteral(
+                     " is refused by the updater; publish a .zip package or an .exe installer")});
     }
     return findings;
 }
 
-/// The part of a package's file name that NAME and VERSION make up.
+/// The part of a package's file name that consists of NAME and VERSION.
 QString WithoutSuffix(const QString &packageFileName)
 {
     for (const QString &suffix : {ReleaseRules::ZipSuffix, kInstallerSuffix}) {
@@ -99,8 +103,8 @@ bool IsUpdaterProgram(const QString &path)
 Finding TooLong(const QString &topFolder, const Entry &entry)
 {
     return {QStringLiteral("name-length"), entry.path,
-            QStringLiteral("%1: the path has %2 characters in the package, %3 is the most; shorten "
-                           "its names")
+            QStringLiteral("%1: the path has %2 characters in the package, but at most %3 are "
+                           "allowed; shorten the names in it")
                 .arg(Shown(entry.path))
                 .arg(topFolder.size() + 1 + entry.path.size())
                 .arg(ReleaseRules::MaxPathLength)};
@@ -108,20 +112,22 @@ Finding TooLong(const QString &topFolder, const Entry &entry)
 
 Finding TooLarge(const Entry &entry)
 {
-    return {QStringLiteral("file-size"), entry.path,
-            QStringLiteral("%1: %2 bytes, and the updater takes files of at most %3; split it")
-                .arg(Shown(entry.path))
-                .arg(entry.size)
-                .arg(ReleaseRules::MaxSize)};
+    return {
+        QStringLiteral("file-size"), entry.path,
+        QStringLiteral("%1: the file has %2 bytes, but the updater accepts at most %3; split it")
+            .arg(Shown(entry.path))
+            .arg(entry.size)
+            .arg(ReleaseRules::MaxSize)};
 }
 
 Finding CaseTwin(const QString &path, const QString &twin)
 {
     const QString message =
-        path == twin ? QStringLiteral("%1: there are two entries of this name; keep one of them")
-                           .arg(Shown(path))
-                     : QStringLiteral("%1: Windows takes it for \"%2\"; rename one of them")
-                           .arg(Shown(path), Shown(twin));
+        path == twin
+            ? QStringLiteral("%1: there are two entries with this name; keep one of them")
+                  .arg(Shown(path))
+            : QStringLiteral("%1: Windows cannot distinguish it from \"%2\"; rename one of them")
+                  .arg(Shown(path), Shown(twin));
     return {QStringLiteral("case-twin"), path, message};
 }
 
@@ -129,7 +135,7 @@ Finding BeforeItsFolder(const QString &path)
 {
     return {QStringLiteral("folder-order"), path,
             QStringLiteral("%1: its folder is not listed before it, and the updater would stop "
-                           "there; make the package with \"publish zip\"")
+                           "there; create the package with \"publish zip\"")
                 .arg(Shown(path))};
 }
 
@@ -153,7 +159,7 @@ bool ReleaseRules::IsAscii(const QString &text)
 QString ReleaseRules::WindowsObjection(const QString &name)
 {
     if (WindowsNames::HasInvisibleCharacter(name))
-        return QStringLiteral("contains a control or formatting character, which cannot be seen");
+        return QStringLiteral("contains an invisible control or formatting character");
     const auto forbidden = std::find_if(name.cbegin(), name.cend(), [](QChar character) {
         return WindowsNames::HasForbiddenCharacter(QString(character));
     });
@@ -162,9 +168,9 @@ QString ReleaseRules::WindowsObjection(const QString &name)
             .arg(*forbidden);
     }
     if (WindowsNames::AsKept(name) != name)
-        return QStringLiteral("ends with a dot or a blank, which Windows drops");
+        return QStringLiteral("ends with a dot or a blank, which Windows removes");
     if (WindowsNames::IsDevice(name))
-        return QStringLiteral("is the name of a device on Windows");
+        return QStringLiteral("is a device name on Windows");
     return QString();
 }
 
@@ -181,25 +187,24 @@ QString ReleaseRules::TopFolder(const QString &packageFileName)
 
 Findings ReleaseRules::CheckVersion(const QString &version)
 {
-    // A folder of the tree is called after it, which ".." could not be.
+    // A folder of the tree is named after the version, so it must not be "..".
     static const QRegularExpression plain(
         QStringLiteral("\\A[._+-]*[A-Za-z0-9][A-Za-z0-9._+-]*\\z"));
-    // The service's log writes "none" where a check was offered nothing.
+    // In the service's log, "none" means that a check was offered nothing.
     if (version.compare(QLatin1String("none"), Qt::CaseInsensitive) == 0) {
         return {{QStringLiteral("version"), QString(),
-                 QStringLiteral("the version \"%1\" would look like no offer in the log of the "
-                                "service; choose another one, as in 2.1.3")
+                 QStringLiteral("the version \"%1\" means \"no offer\" in the service's log; "
+                                "choose another one, such as 2.1.3")
                      .arg(version)}};
     }
     if (version.size() <= MaxVersionLength && plain.match(version).hasMatch())
         return {};
-    return {
-        {QStringLiteral("version"), QString(),
-         QStringLiteral("the version \"%1\" is not 1 to %2 letters, digits, \".\", \"-\", \"_\" "
-                        "and \"+\", one of them a letter or digit; write it as the client's "
-                        "configuration has it, as in 2.1.3")
-             .arg(Shown(version.left(MaxVersionLength)))
-             .arg(MaxVersionLength)}};
+    return {{QStringLiteral("version"), QString(),
+             QStringLiteral("the version \"%1\" does not consist of 1 to %2 letters, digits, "
+                            "\".\", \"-\", \"_\" and \"+\", with at least one letter or digit; "
+                            "write it as in the client's configuration, such as 2.1.3")
+                 .arg(Shown(version.left(MaxVersionLength)))
+                 .arg(MaxVersionLength)}};
 }
 
 QString ReleaseRules::VersionInName(const QString &packageFileName, const QString &likeName,
@@ -210,7 +215,7 @@ QString ReleaseRules::VersionInName(const QString &packageFileName, const QStrin
     if (!likeVersion.isEmpty() && prefix.endsWith(likeVersion)) {
         prefix.chop(likeVersion.size());
         const QString rest = name.mid(prefix.size());
-        // "Client-Setup-2.1.3" only looks as if it were called like "Client-2.1.3".
+        // "Client-Setup-2.1.3" begins like "Client-2.1.3", but "Setup-2.1.3" is not its version.
         if (name.startsWith(prefix) && !rest.isEmpty() &&
             rest.at(0).isDigit() == likeVersion.at(0).isDigit() && CheckVersion(rest).isEmpty())
             return rest;
@@ -231,11 +236,11 @@ Findings ReleaseRules::CheckVersionLength(const QString &version, const QStringL
     while (longest->size() - longer.size() > MaxShorterBy)
         longer += QStringLiteral(".0");
     return {{QStringLiteral("shorter-version"), QString(),
-             QStringLiteral("the version %1 is %2 characters shorter than %3, which was published "
-                            "before: where %3 was installed or silenced, this update would leave "
-                            "updateconfig.json unreadable, and the client would never be started "
-                            "again; give the release a longer version such as %4, or pass "
-                            "--allow-shorter-version")
+             QStringLiteral(
+                 "the version %1 is %2 characters shorter than %3, which was published before: on "
+                 "machines where %3 was installed or silenced, this update would make "
+                 "updateconfig.json unreadable, and the updater would never start the client "
+                 "again; use a longer version such as %4, or pass --allow-shorter-version")
                  .arg(Shown(version))
                  .arg(longest->size() - version.size())
                  .arg(Shown(*longest), Shown(longer))}};
@@ -245,15 +250,15 @@ Findings ReleaseRules::CheckNotes(const QString &notes, const QString &language)
 {
     const QString rule = QStringLiteral("notes");
     if (notes.trimmed().isEmpty()) {
-        return {
-            {rule, QString(),
-             QStringLiteral("the %1 notes are empty, and the prompt would be; write what is new")
-                 .arg(language)}};
+        return {{rule, QString(),
+                 QStringLiteral(
+                     "the %1 notes are empty, so the prompt would be empty too; write what is new")
+                     .arg(language)}};
     }
     if (notes.contains(ServiceContract::NotesSeparator)) {
         return {{rule, QString(),
-                 QStringLiteral("the %1 notes hold \"&\", which separates the languages; write "
-                                "\"and\", and characters themselves instead of their \"&name;\"")
+                 QStringLiteral("the %1 notes contain \"&\", which separates the languages; write "
+                                "\"and\" instead, and characters themselves instead of \"&name;\"")
                      .arg(language)}};
     }
     if (notes.contains(QChar::ReplacementCharacter) || notes.contains(QChar::Null)) {
@@ -270,10 +275,11 @@ Findings ReleaseRules::CheckUrlPrefix(const QString &prefix)
         QStringLiteral("\\Ahttps?://[A-Za-z0-9.:\\[\\]-]+(?:/[A-Za-z0-9._~/-]*)?\\z"));
     if (prefix.isEmpty() || address.match(prefix).hasMatch())
         return {};
-    return {{QStringLiteral("url-prefix"), QString(),
-             QStringLiteral("\"%1\" is not the beginning of an address; write it as in "
-                            "https://updates.example.com")
-                 .arg(Shown(prefix))}};
+    return {
+        {QStringLiteral("url-prefix"), QString(),
+         QStringLiteral(
+             "\"%1\" is not the beginning of an address; write it like https://updates.example.com")
+             .arg(Shown(prefix))}};
 }
 
 Findings ReleaseRules::CheckZipName(const QString &packageFileName)
@@ -289,16 +295,15 @@ Findings ReleaseRules::CheckZipName(const QString &packageFileName)
     }
     const QString top = TopFolder(packageFileName);
     if (top.size() + ZipSuffix.size() != packageFileName.size()) {
-        findings.append(
-            {QStringLiteral("package-name"), QString(),
-             QStringLiteral("the package's name \"%1\" holds \"%2\" before its end, and "
-                            "the updater would cut it there; take it out")
-                 .arg(shown, ZipSuffix)});
+        findings.append({QStringLiteral("package-name"), QString(),
+                         QStringLiteral("the package's name \"%1\" contains \"%2\" before its end, "
+                                        "and the updater would cut it off there; rename it")
+                             .arg(shown, ZipSuffix)});
     }
     if (top.isEmpty() || top.startsWith(QLatin1Char('.'))) {
         findings.append({QStringLiteral("package-name"), QString(),
                          QStringLiteral("the package's name \"%1\" begins with a dot, which the "
-                                        "updater drops when it unpacks; take it away")
+                                        "updater removes when it unpacks; rename it")
                              .arg(shown)});
     }
     const QString objection = WindowsObjection(top);
@@ -327,14 +332,13 @@ Findings ReleaseRules::CheckPackageSize(qint64 size)
 {
     if (size <= 0) {
         return {{QStringLiteral("package-size"), QString(),
-                 QStringLiteral("the package is empty; publish one that is not")}};
+                 QStringLiteral("the package is empty; publish one with contents")}};
     }
     if (size > MaxSize) {
-        return {
-            {QStringLiteral("package-size"), QString(),
-             QStringLiteral("the package has 2 GiB or more, and the updater reads its size as a "
-                            "32-bit number; leave files out, or publish an installer that "
-                            "fetches the rest")}};
+        return {{QStringLiteral("package-size"), QString(),
+                 QStringLiteral(
+                     "the package has 2 GiB or more, but the updater reads its size as a 32-bit "
+                     "number; leave files out, or publish an installer that downloads the rest")}};
     }
     return {};
 }
@@ -343,18 +347,18 @@ Findings ReleaseRules::CheckEntries(const QString &topFolder, const QVector<Entr
 {
     Findings findings;
     if (entries.isEmpty()) {
-        findings.append({QStringLiteral("empty"), QString(),
-                         QStringLiteral("there is nothing in the client's folder; name the folder "
-                                        "that holds the new client")});
+        findings.append(
+            {QStringLiteral("empty"), QString(),
+             QStringLiteral(
+                 "the client's folder is empty; name the folder that contains the new client")});
     }
     const int count = entries.size() + 1; // and the top folder
     if (count > MaxEntries) {
-        findings.append(
-            {QStringLiteral("too-many-entries"), QString(),
-             QStringLiteral("%1 files and folders, and the updater can count to %2 only; "
-                            "leave some out, or publish an installer")
-                 .arg(count)
-                 .arg(MaxEntries)});
+        findings.append({QStringLiteral("too-many-entries"), QString(),
+                         QStringLiteral("there are %1 files and folders, but the updater can count "
+                                        "only to %2; leave some out, or publish an installer")
+                             .arg(count)
+                             .arg(MaxEntries)});
     }
 
     QSet<QString> folders{QString()};
@@ -383,7 +387,7 @@ Findings ReleaseRules::CheckEntries(const QString &topFolder, const QVector<Entr
 Findings ReleaseRules::CheckUpdaterFolder(const QVector<Entry> &entries,
                                           const QString &updaterFolder)
 {
-    // A shell completes the names of folders with a slash.
+    // Shells complete the names of folders with a slash.
     const QString folder =
         QDir::cleanPath(QString(updaterFolder).replace(QLatin1Char('\\'), QLatin1Char('/')));
     const auto found =
@@ -395,13 +399,12 @@ Findings ReleaseRules::CheckUpdaterFolder(const QVector<Entry> &entries,
         return {};
     const QString message =
         IsUpdaterProgram(found->path)
-            ? QStringLiteral("\"%1\" is the updater's program, which Windows does not overwrite "
-                             "while it runs, and the copy would stop there; leave it out with "
+            ? QStringLiteral("\"%1\" is the updater's program; Windows does not overwrite a "
+                             "running program, and the copy would stop there; leave it out with "
                              "--exclude, or pass --allow-updater")
-            : QStringLiteral("\"%1\" is the updater's own folder: Windows does not overwrite a "
+            : QStringLiteral("\"%1\" is the updater's own folder; Windows does not overwrite a "
                              "running program, and the copy would stop there; leave it out, name "
-                             "the updater's folder with --updater-folder, or pass "
-                             "--allow-updater");
+                             "the updater's folder with --updater-folder, or pass --allow-updater");
     return {{QStringLiteral("updater-folder"), found->path, message.arg(Shown(found->path))}};
 }
 
@@ -410,8 +413,7 @@ Findings ReleaseRules::WarnOfInstaller(const QString &path, const QByteArray &be
     if (beginning.startsWith("MZ"))
         return {};
     return {{QStringLiteral("not-a-program"), QString(),
-             QStringLiteral("%1 does not begin as programs for Windows do; check that this is "
-                            "intended")
+             QStringLiteral("%1 does not look like a Windows program; check that this is intended")
                  .arg(path)}};
 }
 
@@ -429,10 +431,11 @@ Findings ReleaseRules::WarnOfOlderVersion(const QString &version, const QStringL
     }
     if (newest == nullptr || version.isEmpty() || !version.at(0).isDigit())
         return {};
-    return {{QStringLiteral("older-version"), QString(),
-             QStringLiteral("the version %1 is older than %2, which was published before, and is "
-                            "offered to those who have %2 too; check that this is intended")
-                 .arg(Shown(version), Shown(*newest))}};
+    return {
+        {QStringLiteral("older-version"), QString(),
+         QStringLiteral("the version %1 is older than %2, which was published before, and clients "
+                        "that have %2 will be offered it too; check that this is intended")
+             .arg(Shown(version), Shown(*newest))}};
 }
 
 Findings ReleaseRules::WarnOfEntries(const QString &topFolder, const QVector<Entry> &entries)
@@ -443,13 +446,13 @@ Findings ReleaseRules::WarnOfEntries(const QString &topFolder, const QVector<Ent
     };
     const auto firstLong = std::find_if(entries.cbegin(), entries.cend(), isLong);
     if (firstLong != entries.cend()) {
-        warnings.append({QStringLiteral("long-path"), firstLong->path,
-                         QStringLiteral("%1 paths are longer than %2 characters, as %3: below the "
-                                        "folder of a user with a long name they may pass what "
-                                        "Windows copies; shorten them")
-                             .arg(std::count_if(firstLong, entries.cend(), isLong))
-                             .arg(RoomyPathLength)
-                             .arg(Shown(firstLong->path))});
+        warnings.append(
+            {QStringLiteral("long-path"), firstLong->path,
+             QStringLiteral("%1 paths are longer than %2 characters, such as %3; for a user with a "
+                            "long name they may be too long for Windows to copy; shorten them")
+                 .arg(std::count_if(firstLong, entries.cend(), isLong))
+                 .arg(RoomyPathLength)
+                 .arg(Shown(firstLong->path))});
     }
     return warnings;
 }
@@ -460,7 +463,7 @@ Findings ReleaseRules::WarnOfNotes(const QString &notes, const QString &language
         return {};
     return {
         {QStringLiteral("notes-plain"), QString(),
-         QStringLiteral("the prompt shows the %1 notes as plain text, tags and all; shorten them, "
-                        "or use smaller tables, fewer tables in tables and smaller numbers")
+         QStringLiteral("the prompt shows the %1 notes as plain text, including the tags; shorten "
+                        "them, or use smaller tables, fewer nested tables and smaller numbers")
              .arg(language)}};
 }
