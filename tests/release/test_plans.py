@@ -273,7 +273,7 @@ class Plans(Tree):
         self.lock()
         at_once = '; "publish stop SITE" without --version works at once'
         stop = self.refused("stop", self.site, "--version", "2.1.0")
-        self.assertTrue(stop.endswith("; wait for its end" + at_once), stop)
+        self.assertTrue(stop.endswith("; wait until it has finished" + at_once), stop)
         self.assertNotIn(at_once, self.refused("resume", self.site, "--version", "2.1.0"))
         self.succeed("stop", self.site)
         self.assertTrue((self.site / "check" / "stop").exists())

@@ -265,7 +265,7 @@ class Publish(unittest.TestCase):
         self.assertEqual(refused.stdout, "")
         lines = refused.stderr.splitlines()
         self.assertEqual(len(lines), 3, refused.stderr)
-        for line, advice in zip(lines, ["put what it points to", "rename it", 'write "and"']):
+        for line, advice in zip(lines, ["replace it with what it points to", "rename it", 'write "and"']):
             self.assertTrue(line.startswith("publish: "), line)
             self.assertIn(advice, line)
         self.assertFalse(self.site.exists())
@@ -573,7 +573,7 @@ class Publish(unittest.TestCase):
         tool = self.start_and_wait_for_half_a_package()
         second = self.publish("2.3.0")
         self.assertEqual(second.returncode, 1)
-        self.assertIn("another process changes this tree", second.stderr)
+        self.assertIn("another process is changing this tree", second.stderr)
         _, errors = tool.communicate(timeout=TIME_LIMIT)
         self.assertEqual(tool.returncode, 0, errors)
         self.assertEqual(self.run_tool([TOOL, "verify", str(self.site)]).returncode, 0)

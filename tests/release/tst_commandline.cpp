@@ -210,7 +210,7 @@ void TestCommandLine::limitsAreNumbers()
                                   "--link-gbit inf --clients 9"}) {
         const CommandLine line =
             ReadCommandLine(Words("rollout site --version 2 --share 1") + Words(bandwidth));
-        QVERIFY2(line.error.contains(QLatin1String("two numbers that go together")), bandwidth);
+        QVERIFY2(line.error.contains(QLatin1String("must be given together")), bandwidth);
     }
 }
 

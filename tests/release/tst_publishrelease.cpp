@@ -937,7 +937,7 @@ void TestPublishRelease::twoAtATimeAreRefused()
     const Findings refusals = Publish(vendor.ZipRequest()).refusals;
     QCOMPARE(Rules(refusals), QStringList(QStringLiteral("busy")));
     const QString message = refusals.first().message;
-    QVERIFY2(message.contains(QLatin1String("another process changes this tree")),
+    QVERIFY2(message.contains(QLatin1String("another process is changing this tree")),
              qPrintable(message));
     QCOMPARE(Snapshot(vendor.Tree()), before);
 }
@@ -1001,7 +1001,7 @@ void TestPublishRelease::treeThatOthersCannotReadIsWarnedOf_posix()
     QCOMPARE(Rules(outcome.warnings), rule);
     QCOMPARE(outcome.warnings.first().message,
              vendor.Tree() +
-                 QStringLiteral(" cannot be read by other users such as nginx; run "
+                 QStringLiteral(" cannot be read by other users, such as nginx; run "
                                 "chmod -R o+rX ") +
                  vendor.Tree());
 }

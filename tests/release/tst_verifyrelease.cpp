@@ -346,7 +346,7 @@ void TestVerifyRelease::wrongPackages_data()
            [](const Vendor &vendor) { ReplacePackage(vendor, "no archive"); });
     AddRow("cut directory", "zip-damaged", "list of entries is damaged",
            Holds([](ZipMaker &zip) { zip.SetEnd(ZipMaker::EntriesHere, 3); }));
-    AddRow("nothing in it", "empty", "nothing in the client's folder",
+    AddRow("nothing in it", "empty", "the client's folder is empty",
            HoldsOnly([](ZipMaker &zip) { zip.AddFolder(QStringLiteral("Client-2.1.3")); }));
 
     AddRow(
@@ -377,7 +377,7 @@ void TestVerifyRelease::wrongPackages_data()
            Holds([](ZipMaker &zip) { zip.AddRawName("Client-2.1.3/..", "x"); }));
     AddRow("case twins", "case-twin", "APP.txt: Windows cannot distinguish it from \"app.txt\"",
            HoldsFile(QStringLiteral("Client-2.1.3/APP.txt")));
-    AddRow("one name twice", "case-twin", "two entries of this name",
+    AddRow("one name twice", "case-twin", "two entries with this name",
            HoldsFile(QStringLiteral("Client-2.1.3/app.txt")));
     AddRow("long path", "name-length", "has 241 characters",
            HoldsFile(QStringLiteral("Client-2.1.3/") + QString(228, QLatin1Char('x'))));

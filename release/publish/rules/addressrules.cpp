@@ -10,7 +10,7 @@ namespace
 
 using ReleaseRules::Shown;
 
-/// The last part of the path of every check.
+/// The end of the path of every check.
 const QString kCheck = QStringLiteral("/check");
 
 Finding About(const QString &name, const QString &what)
@@ -18,7 +18,7 @@ Finding About(const QString &name, const QString &what)
     return {QStringLiteral("address"), QString(), QStringLiteral("\"%1\" %2").arg(name, what)};
 }
 
-/// As the updater reads it.
+/// Parses @p address as the updater does.
 QUrl Url(const QString &address)
 {
     return QUrl(address, QUrl::TolerantMode);
@@ -35,7 +35,7 @@ bool IsIpAddress(const QString &host)
     return host.contains(QLatin1Char(':')) || dotted.match(host).hasMatch();
 }
 
-/// Letters, digits and hyphens, which certificates are issued for. Source: RFC 1123, section 2.1.
+/// Letters, digits and hyphens, as in certificates. Source: RFC 1123, section 2.1.
 bool IsHostName(const QString &host)
 {
     static const QRegularExpression labels(QStringLiteral(
@@ -43,7 +43,8 @@ bool IsHostName(const QString &host)
     return labels.match(host).hasMatch();
 }
 
-/// Why users may not reach @p host, as the end of a sentence; empty when nothing is known.
+/// Why users may be unable to reach @p host, as the end of a sentence; empty when there is no
+/// doubt.
 QString HostDoubt(const QString &host)
 {
     // Source: RFC 2606 and RFC 6761.
@@ -54,11 +55,11 @@ QString HostDoubt(const QString &host)
     if (IsIpAddress(host))
         return QStringLiteral("an IP address, and few certificates are issued for one");
     if (!host.contains(QLatin1Char('.')))
-        return QStringLiteral("which only machines in the same network know");
+        return QStringLiteral("which only machines in the same network can find");
     return QString();
 }
 
-/// @p url as the service answers it: with the path of the check at its end.
+/// @p url with the path at which the service answers checks.
 QString WithCheck(const QUrl &url)
 {
     static const QRegularExpression end(QStringLiteral("(?:%1)?/*\\z").arg(kCheck),
@@ -67,7 +68,7 @@ QString WithCheck(const QUrl &url)
     return address.left(end.match(address).capturedStart()) + kCheck;
 }
 
-/// Some characters are not part of an address and are read differently by different programs.
+/// Characters that are not allowed in an address are treated differently by different programs.
 bool HasOnlyAddressCharacters(const QString &address)
 {
     static const QRegularExpression plain(
@@ -82,28 +83,31 @@ Findings AddressRules::Check(const QString &name, const QString &address)
     if (address.isEmpty())
         return {};
     if (!HasOnlyAddressCharacters(address)) {
-        return {About(name, QStringLiteral("contains characters that addresses do not have, in "
-                                           "\"%1\"; write another alphabet's host in its \"xn--\" "
-                                           "form, and percent-encode everything else")
-                                .arg(Shown(address)))};
+        return {About(
+            name,
+            QStringLiteral(
+                "contains characters that are not allowed in an address: \"%1\"; write an "
+                "international host name in its \"xn--\" form, and percent-encode everything else")
+                .arg(Shown(address)))};
     }
     const QUrl url = Url(address);
     if (url.scheme() != QLatin1String("https")) {
-        return {About(name, QStringLiteral("does not begin with \"https://\", and everybody on the "
-                                           "network path could answer instead of the server; write "
-                                           "an HTTPS address"))};
+        return {About(
+            name, QStringLiteral("does not begin with \"https://\", so anyone on the network path "
+                                 "could answer instead of the server; write an HTTPS address"))};
     }
     Findings findings;
     const QString host = Host(address);
     if (!url.isValid() || (!IsHostName(host) && !IsIpAddress(host))) {
-        findings.append(About(name, QStringLiteral("has no valid host, in \"%1\"; write it as in "
-                                                   "https://updates.example.com/")
-                                        .arg(Shown(address))));
+        findings.append(About(
+            name,
+            QStringLiteral("has no valid host: \"%1\"; write it like https://updates.example.com/")
+                .arg(Shown(address))));
     }
     if (url.authority().contains(QLatin1Char('@'))) {
-        findings.append(About(name, QStringLiteral("contains a user name or password, which "
-                                                   "everybody who has the file can read and the "
-                                                   "updater never sends; remove it")));
+        findings.append(
+            About(name, QStringLiteral("contains a user name or password, which everyone with the "
+                                       "file can read and the updater never sends; remove it")));
     }
     return findings;
 }
@@ -115,14 +119,15 @@ Findings AddressRules::CheckPrefix(const QString &name, const QString &address)
         return findings;
     const QUrl url = Url(address);
     if (url.hasQuery() || url.hasFragment()) {
-        findings.append(About(name, QStringLiteral("contains \"?\" or \"#\", and the id of a "
-                                                   "package that is appended to it would not be "
-                                                   "part of the path; write a folder's address")));
+        findings.append(About(
+            name,
+            QStringLiteral("contains \"?\" or \"#\", so the package's id that is appended to it "
+                           "would not be part of the path; write the address of a folder")));
     } else if (!address.endsWith(QLatin1Char('/'))) {
-        findings.append(About(name, QStringLiteral("does not end with a slash, and the id of a "
-                                                   "package that is appended to it could name "
-                                                   "another server; write \"%1/\"")
-                                        .arg(Shown(address))));
+        findings.append(
+            About(name, QStringLiteral("does not end with a slash, so the package's id that is "
+                                       "appended to it could lead to another server; write \"%1/\"")
+                            .arg(Shown(address))));
     }
     return findings;
 }
@@ -134,7 +139,7 @@ Findings AddressRules::WarnOfHost(const QString &name, const QString &address)
     if (host.isEmpty() || doubt.isEmpty())
         return {};
     return {{QStringLiteral("host"), QString(),
-             QStringLiteral("\"%1\" has the host \"%2\", %3; write your own server's name")
+             QStringLiteral("\"%1\" has the host \"%2\", %3; write the name of your own server")
                  .arg(name, Shown(host), doubt)}};
 }
 
@@ -146,8 +151,8 @@ Findings AddressRules::WarnOfCheck(const QString &name, const QString &address)
     const QUrl url = Url(address);
     if (url.hasQuery() || url.hasFragment()) {
         warnings.append({QStringLiteral("address-parts"), QString(),
-                         QStringLiteral("\"%1\" contains \"?\" or \"#\", and the update service "
-                                        "looks at the path only; remove what follows the path")
+                         QStringLiteral("\"%1\" contains \"?\" or \"#\", but the update service "
+                                        "looks only at the path; remove everything after the path")
                              .arg(name)});
     }
     if (!url.path().endsWith(kCheck)) {

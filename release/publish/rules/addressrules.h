@@ -5,24 +5,24 @@
 #include <QString>
 
 /**
- * What an address in updateconfig.json has to keep. Pure functions, callable from every thread.
- * Empty addresses are not theirs to judge. @p name stands in the messages.
+ * The rules for addresses in updateconfig.json. Pure functions, callable from every thread. Empty
+ * addresses pass. @p name is the key, for the messages.
  */
 namespace AddressRules
 {
 
-/// Of every address: HTTPS, a host, and nothing that identifies the user. Source: RFC 3986.
+/// Every address must have HTTPS, a host and no user name or password. Source: RFC 3986.
 Findings Check(const QString &name, const QString &address);
 
-/// The same, and that the id of a package can be appended to it: the id comes with an unverified
-/// answer, and may lead nowhere but to the same server.
+/// The same, and the id of a package can be appended safely: the id comes from an unverified answer
+/// and must not lead to another server.
 Findings CheckPrefix(const QString &name, const QString &address);
 
-/// Of a host that the machines of users may not reach.
+/// Warns of a host that users may be unable to reach.
 Findings WarnOfHost(const QString &name, const QString &address);
 
-/// Of the check: of its host, of parts that the update service does not look at, and of a path
-/// where it does not answer.
+/// Warns about the address of the check: its host, parts that the update service ignores, and a
+/// path where the service does not answer.
 Findings WarnOfCheck(const QString &name, const QString &address);
 
 } // namespace AddressRules

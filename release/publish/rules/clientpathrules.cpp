@@ -22,7 +22,7 @@ Finding About(const QString &path, const QString &what)
 Finding AboutRights(const QString &path, const QString &what)
 {
     return {QStringLiteral("protected-folder"), QString(),
-            QStringLiteral("users may not write to the client's folder \"%1\", and %2")
+            QStringLiteral("users have no write permission in the client's folder \"%1\", and %2")
                 .arg(Shown(path), what)};
 }
 
@@ -37,7 +37,7 @@ bool HasDrive(const QString &path)
     return drive.match(path).hasMatch();
 }
 
-/// "%NAME%" in @p path; empty when there is none.
+/// The first "%NAME%" in @p path; empty when there is none.
 QString Variable(const QString &path)
 {
     static const QRegularExpression variable(QStringLiteral("%[^%/]+%"));
@@ -49,7 +49,8 @@ bool IsOnServer(const QString &path)
     return WithForwardSlashes(path).startsWith(QLatin1String("//"));
 }
 
-/// @p path from the root of its drive, without "." and ".."; empty when it begins elsewhere.
+/// @p path relative to the root of its drive, without "." and ".."; empty when it does not begin at
+/// a root.
 QString FromRoot(const QString &path)
 {
     const QString plain = WithForwardSlashes(path);
@@ -65,7 +66,7 @@ QString FromRoot(const QString &path)
     return QDir::cleanPath(rest);
 }
 
-/// True for a folder that only administrators may write to, by its usual or its short name.
+/// True for a folder, by its usual or its short name, that only administrators may write to.
 bool IsProtected(const QString &path)
 {
     static const QRegularExpression names(
@@ -82,34 +83,35 @@ bool IsOneUsers(const QString &path)
     return profile.match(FromRoot(path)).hasMatch();
 }
 
-/// @p path begins at the root of a drive, which may be missing: then it is the updater's.
+/// Checks a path that begins at the root of a drive. Without a drive, it is on the updater's.
 Findings CheckAbsoluteFolder(const QString &path, bool isZip)
 {
-    // xcopy would be given "C:" without a slash, which is the current folder.
+    // xcopy would get "C:" without a slash, which means the current folder.
     if (isZip && FromRoot(path) == QLatin1String("/")) {
-        return {About(path, QStringLiteral("is the root of a drive, and packages would be copied "
-                                           "into the updater's own folder; use a folder below it, "
-                                           "such as \"C:/Norvane/Client/\""))};
+        return {About(
+            path,
+            QStringLiteral("is the root of a drive, so packages would be copied into the updater's "
+                           "own folder; use a folder below it, such as \"C:/Norvane/Client/\""))};
     }
     if (isZip && IsProtected(path)) {
-        return {AboutRights(path, QStringLiteral("zip packages cannot be copied there; use a "
-                                                 "folder of the user's, or publish installers and "
-                                                 "pass --installer"))};
+        return {AboutRights(
+            path, QStringLiteral("zip packages cannot be copied there; use a folder of the user, "
+                                 "or publish installers and pass --installer"))};
     }
     return {};
 }
 
-/// It begins at the updater's own folder, which is the working folder.
+/// Checks a path that is relative to the updater's own folder, which is the working folder.
 Findings CheckRelativeFolder(const QString &path, bool isZip)
 {
     if (HasDrive(path)) {
-        return {About(path, QStringLiteral("has no slash after the drive, and begins at that "
-                                           "drive's current folder; write \"%1/%2\"")
+        return {About(path, QStringLiteral("has no slash after the drive, so it is relative to the "
+                                           "current folder of that drive; write \"%1/%2\"")
                                 .arg(path.left(kDriveLength), Shown(path.mid(kDriveLength))))};
     }
     if (!isZip || QDir::cleanPath(path) == QLatin1String(".."))
         return {};
-    return {About(path, QStringLiteral("is not the one above the updater's folder, over which zip "
+    return {About(path, QStringLiteral("is not the parent of the updater's folder, over which zip "
                                        "packages are copied; write \"../\""))};
 }
 
@@ -134,15 +136,15 @@ Findings ClientPathRules::Check(const QString &path, Global::PackageKind package
     const QString plain = WithForwardSlashes(path);
     const QString variable = Variable(plain);
     if (!variable.isEmpty()) {
-        return {About(path, QStringLiteral("contains \"%1\", and the updater does not replace "
-                                           "variables; write \"../\" for the folder above the "
-                                           "updater's, wherever that is")
-                                .arg(Shown(variable)))};
+        return {About(path,
+                      QStringLiteral("contains \"%1\", but the updater does not expand variables; "
+                                     "write \"../\" for the parent of the updater's folder")
+                          .arg(Shown(variable)))};
     }
     Findings findings;
     if (!plain.endsWith(QLatin1Char('/'))) {
-        findings.append(About(path, QStringLiteral("does not end with a slash, and file names are "
-                                                   "appended to it as it is; write \"%1/\"")
+        findings.append(About(path, QStringLiteral("does not end with a slash, but file names are "
+                                                   "appended directly to it; write \"%1/\"")
                                         .arg(Shown(plain))));
     }
     const QString objection = NamesObjection(HasDrive(plain) ? plain.mid(kDriveLength) : plain);
@@ -160,35 +162,37 @@ Findings ClientPathRules::Check(const QString &path, Global::PackageKind package
 Findings ClientPathRules::Warn(const QString &path, Global::PackageKind packages)
 {
     if (IsOnServer(path)) {
-        return {About(path, QStringLiteral("is on a server, without which the client does not "
-                                           "start; check that this is intended"))};
+        return {About(path, QStringLiteral("is on a server, and the client cannot start without "
+                                           "it; check that this is intended"))};
     }
     Findings warnings;
     if (!FromRoot(path).isEmpty() && !HasDrive(path)) {
-        warnings.append(About(path, QStringLiteral("names no drive, and is looked for on the "
-                                                   "updater's; check that this is intended")));
+        warnings.append(About(
+            path,
+            QStringLiteral(
+                "has no drive, so it is on the updater's drive; check that this is intended")));
     }
     if (IsOneUsers(path)) {
-        warnings.append(About(path, QStringLiteral("belongs to one user; write \"../\" for the "
-                                                   "folder above the updater's, whoever the user "
-                                                   "is")));
+        warnings.append(
+            About(path, QStringLiteral("belongs to one user; write \"../\" for the parent of the "
+                                       "updater's folder, which works for every user")));
     }
     const bool isZip = packages == Global::ZipPackage;
     if (isZip && !FromRoot(path).isEmpty() && !IsOneUsers(path) &&
         Check(path, packages).isEmpty()) {
         warnings.append(
             {QStringLiteral("shared-folder"), QString(),
-             QStringLiteral("the client's folder \"%1\" is the same for all users of a machine, "
-                            "and each of them can replace the client that the others start; write "
-                            "\"../\" and install the client for one user, or check that this is "
-                            "intended")
+             QStringLiteral(
+                 "the client's folder \"%1\" is shared by all users of a machine, so each of them "
+                 "can replace the client that the others start; write \"../\" and install the "
+                 "client per user, or check that this is intended")
                  .arg(Shown(path))});
     }
     if (!isZip && IsProtected(path)) {
-        warnings.append(
-            AboutRights(path, QStringLiteral("\"Never Prompt\" would end without the client; "
-                                             "let the installer give users write access to %1")
-                                  .arg(ConfigContract::FileName)));
+        warnings.append(AboutRights(
+            path, QStringLiteral("after \"Never Prompt\" the updater would end without starting "
+                                 "the client; let the installer give users write permission for %1")
+                      .arg(ConfigContract::FileName)));
     }
     return warnings;
 }

@@ -6,11 +6,11 @@
 #include <QString>
 
 /**
- * What the client's folder in updateconfig.json has to keep. The text is used as a prefix of file
- * names, with slashes of either direction, and a relative one begins at the updater's own folder.
- * Zip packages ask for more than installers do: they are always copied over the folder above the
- * updater's, with the rights of the user. Pure functions, callable from every thread. An empty path
- * is not theirs to judge.
+ * The rules for the client's folder in updateconfig.json. The text is used as a prefix of file
+ * names, slashes may have either direction, and a relative path is relative to the updater's own
+ * folder. Zip packages have stricter rules than installers, because they are always copied over the
+ * parent of the updater's folder, with the user's permissions. Pure functions, callable from every
+ * thread. An empty path passes.
  */
 namespace ClientPathRules
 {
@@ -19,8 +19,8 @@ Findings Check(const QString &path, Global::PackageKind packages);
 
 Findings Warn(const QString &path, Global::PackageKind packages);
 
-/// What Windows objects to in the names that @p path is made of, as the end of a sentence about it;
-/// empty when nothing. It may be relative, and has no drive.
+/// Why Windows does not accept a name in @p path, as the end of a sentence about it; empty when it
+/// accepts all. @p path may be relative and has no drive.
 QString NamesObjection(const QString &path);
 
 } // namespace ClientPathRules

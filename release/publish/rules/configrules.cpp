@@ -20,11 +20,11 @@ namespace
 
 using ReleaseRules::Shown;
 
-/// A key that the updater knows.
+/// A key that the updater reads.
 struct KeyRule {
     QLatin1String name;
     QJsonValue::Type type;
-    const char *whenEmpty; ///< what happens then, and how to fix it; null where nothing does
+    const char *whenEmpty; ///< the consequence and how to fix it; null when there is none
 };
 
 const KeyRule kKeys[] = {
@@ -35,14 +35,14 @@ const KeyRule kKeys[] = {
      "the updater would end without starting the client; write the name of the client's "
      "configuration, such as ~version/version.json"},
     {Key::AppPath, QJsonValue::String,
-     "the client would be looked for in the updater's own folder; write the client's folder, such "
-     "as C:/Norvane/Client/"},
+     "the updater would look for the client in its own folder; write the client's folder, such as "
+     "C:/Norvane/Client/"},
     {Key::UpdateCheckUrl, QJsonValue::String,
      "every check would fail; write the service's address, such as "
      "https://updates.example.com/check"},
     {Key::UpdatePackageUrl, QJsonValue::String,
-     "a forged answer could choose the server that packages are fetched from; write the address of "
-     "the packages, such as https://updates.example.com/packages/"},
+     "a forged answer could choose the server from which packages are downloaded; write the "
+     "address of the packages, such as https://updates.example.com/packages/"},
     {Key::NoRemindVersion, QJsonValue::String, nullptr},
     {Key::NoRemind, QJsonValue::Double, nullptr},
     {Key::CurrentVersion, QJsonValue::String, nullptr},
@@ -53,7 +53,7 @@ Finding Found(const char *rule, const QString &message)
     return {QString::fromLatin1(rule), QString(), message};
 }
 
-/// Numbers with a fraction, or of more than 32 bits, count as missing.
+/// The updater treats numbers with a fraction or more than 32 bits as missing.
 bool IsWholeNumber(const QJsonValue &value)
 {
     return value.isDouble() && value.toInt(0) == value.toInt(1);
@@ -72,8 +72,8 @@ Findings CheckKeys(const QJsonObject &config)
         if (!value.isUndefined() && !HasType(value, key.type)) {
             const bool isText = key.type == QJsonValue::String;
             findings.append(Found(
-                "type", QStringLiteral("\"%1\" is not a %2, and the updater would "
-                                       "treat it as missing; write a %2 %3 quotes")
+                "type", QStringLiteral("\"%1\" is not a %2, so the updater would treat it as "
+                                       "missing; write a %2 %3 quotes")
                             .arg(key.name,
                                  isText ? QStringLiteral("string") : QStringLiteral("whole number"),
                                  isText ? QStringLiteral("in") : QStringLiteral("without"))));
@@ -95,15 +95,16 @@ Findings WarnOfUnknownKeys(const QJsonObject &config)
                 return key.compare(known.name, Qt::CaseInsensitive) == 0;
             });
         if (alike == std::end(kKeys)) {
-            warnings.append(Found("unknown-key", QStringLiteral("\"%1\" is not a key that the "
-                                                                "updater reads; check that this "
-                                                                "is intended")
-                                                     .arg(Shown(key))));
+            warnings.append(
+                Found("unknown-key",
+                      QStringLiteral(
+                          "\"%1\" is not a key that the updater reads; check that this is intended")
+                          .arg(Shown(key))));
         } else if (key != alike->name) {
-            warnings.append(Found("unknown-key", QStringLiteral("\"%1\" is not a key that the "
-                                                                "updater reads, because letter "
-                                                                "case counts; write \"%2\"")
-                                                     .arg(key, alike->name)));
+            warnings.append(
+                Found("unknown-key", QStringLiteral("\"%1\" is not a key that the updater reads, "
+                                                    "because letter case matters; write \"%2\"")
+                                         .arg(key, alike->name)));
         }
     }
     return warnings;
@@ -122,48 +123,49 @@ Findings CheckAppName(const QString &name)
     if (!objection.isEmpty())
         refuse(objection + QStringLiteral("; write the name of a file"));
     if (!ReleaseRules::IsAscii(name)) {
-        refuse(QStringLiteral("is not plain ASCII, and the task list shows it differently in "
+        refuse(QStringLiteral("is not plain ASCII, so the task list shows it differently with "
                               "another code page; rename it"));
     }
     if (!name.endsWith(QLatin1String(".exe"), Qt::CaseInsensitive)) {
-        refuse(QStringLiteral("does not end with \".exe\" as it does in the task list, where a "
-                              "running client would not be found; write the whole file name"));
+        refuse(QStringLiteral("does not end with \".exe\", so a running client would not be found "
+                              "in the task list; write the whole file name"));
     }
     return findings;
 }
 
-/// The download folder of the client @p appName, which is in the folder @p appPath. It is emptied
-/// before each download.
+/// Checks the download folder, which is emptied before each download, of the client @p appName in
+/// the folder @p appPath.
 Findings CheckDownloadFolder(const QString &appName, const QString &appPath)
 {
     if (appName.isEmpty())
         return {};
     const QString folder = WindowsNames::AsKept(ConfigContract::DownloadFolderName(appName));
     if (folder.isEmpty()) {
-        return {
-            Found("download-folder",
-                  QStringLiteral("the client's program \"%1\" has no name before its first dot, "
-                                 "which names the folder to download to; rename it")
-                      .arg(Shown(appName)))};
+        return {Found("download-folder",
+                      QStringLiteral("the client's program \"%1\" has nothing before its first "
+                                     "dot, so the download folder would have no name; rename it")
+                          .arg(Shown(appName)))};
     }
     static const QStringList foreign{QStringLiteral("AutoUpdate"), QStringLiteral("Microsoft"),
                                      QStringLiteral("Packages"), QStringLiteral("Programs"),
                                      QStringLiteral("Temp")};
     if (foreign.contains(folder, Qt::CaseInsensitive)) {
-        return {Found("download-folder",
-                      QStringLiteral("packages for the client's program \"%1\" would be downloaded "
-                                     "to AppData/Local/%2, which is emptied first and belongs to "
-                                     "other programs; rename it")
-                          .arg(Shown(appName), folder))};
+        return {Found(
+            "download-folder",
+            QStringLiteral(
+                "packages for the client's program \"%1\" would be downloaded to AppData/Local/%2, "
+                "which belongs to other programs and would be emptied first; rename it")
+                .arg(Shown(appName), folder))};
     }
     QString client = appPath + QLatin1Char('/');
     client.replace(QLatin1Char('\\'), QLatin1Char('/'));
     if (client.contains(QStringLiteral("/AppData/Local/%1/").arg(folder), Qt::CaseInsensitive)) {
-        return {Found("download-folder",
-                      QStringLiteral("packages would be downloaded to the client's folder \"%1\", "
-                                     "which is emptied first; install the client elsewhere, such "
-                                     "as in AppData/Local/Programs/%2")
-                          .arg(Shown(appPath), Shown(folder)))};
+        return {Found(
+            "download-folder",
+            QStringLiteral(
+                "packages would be downloaded to the client's folder \"%1\", which would be "
+                "emptied first; install the client elsewhere, such as in AppData/Local/Programs/%2")
+                .arg(Shown(appPath), Shown(folder)))};
     }
     return {};
 }
@@ -174,7 +176,7 @@ Findings CheckAppConfigFile(const QString &name, Global::PackageKind packages)
     if (name.endsWith(QLatin1Char('/')) || name.endsWith(QLatin1Char('\\')))
         objection = QStringLiteral("ends with a slash, as folders do");
     else if (packages == Global::ZipPackage && !ReleaseRules::IsAscii(name))
-        objection = QStringLiteral("is not plain ASCII, and zip packages cannot hold it");
+        objection = QStringLiteral("is not plain ASCII, so zip packages cannot contain it");
     if (objection.isEmpty())
         return {};
     return {Found("app-config-file",
@@ -182,13 +184,13 @@ Findings CheckAppConfigFile(const QString &name, Global::PackageKind packages)
                       .arg(Shown(name), objection))};
 }
 
-/// Without a look at the client: its files come first, then its folders by their names, of which
+/// Judges by the name alone: files are copied first, then folders in the order of their names, and
 /// those that begin with a letter or digit are rarely the last.
 bool IsCopiedEarly(const QString &name)
 {
     const QString path =
         QDir::cleanPath(QString(name).replace(QLatin1Char('\\'), QLatin1Char('/')));
-    if (path.startsWith(QLatin1String("../"))) // no package has it
+    if (path.startsWith(QLatin1String("../"))) // it is in no package
         return false;
     return !path.contains(QLatin1Char('/')) || path.at(0).toUpper() <= QLatin1Char('Z');
 }
@@ -207,13 +209,13 @@ Findings WarnOfSilencedVersion(const QString &version, int noRemind)
 {
     if (version.isEmpty() && noRemind == 0)
         return {};
-    return {Found("silenced", QStringLiteral("\"%1\" is %2 and \"%3\" is \"%4\", as if a user "
-                                             "had silenced a version; ship 0 and \"\"")
+    return {Found("silenced", QStringLiteral("\"%1\" is %2 and \"%3\" is \"%4\", as if a user had "
+                                             "silenced a version; ship 0 and \"\"")
                                   .arg(Key::NoRemind, QString::number(noRemind),
                                        Key::NoRemindVersion, Shown(version)))};
 }
 
-/// Where @p text differs from what the updater writes, @p written.
+/// The first difference between @p text and @p written, which the updater would write.
 QString FirstDifference(const QByteArray &text, const QByteArray &written)
 {
     if (text.startsWith("\xEF\xBB\xBF"))
@@ -227,15 +229,15 @@ QString FirstDifference(const QByteArray &text, const QByteArray &written)
     while (same < shorter && lines.at(same) == expected.at(same))
         ++same;
     if (same == lines.size())
-        return QStringLiteral("has no line feed at its end");
+        return QStringLiteral("does not end with a line feed");
     if (same == expected.size())
-        return QStringLiteral("goes on after the line feed at its end");
+        return QStringLiteral("continues after the last line feed");
     return QStringLiteral("has `%2` in line %1, where the updater writes `%3`")
         .arg(QString::number(same + 1), Shown(QString::fromUtf8(lines.at(same))),
              Shown(QString::fromUtf8(expected.at(same))));
 }
 
-/// The updater writes its text over the file and does not shorten it.
+/// The updater overwrites the file without truncating it.
 Findings CheckForm(const QByteArray &text, const QJsonObject &config)
 {
     const QByteArray written = ConfigContract::FileText(config);
@@ -244,16 +246,15 @@ Findings CheckForm(const QByteArray &text, const QJsonObject &config)
     const int tooMany = text.size() - written.size();
     const QString result =
         tooMany > ReleaseRules::MaxShorterBy
-            ? QStringLiteral(
-                  "the last %1 bytes would remain after the updater's text, and the file "
-                  "could not be read again")
+            ? QStringLiteral("the last %1 bytes would remain after the updater's text, so the file "
+                             "could not be read any more")
                   .arg(tooMany)
             : QStringLiteral("the file would change its length when the updater writes it");
-    return {
-        Found("form", QStringLiteral("%1 %2, and %3; indent by four, sort the keys, end every "
-                                     "line with a line feed alone, and save it as UTF-8 "
-                                     "without a byte order mark")
-                          .arg(ConfigContract::FileName, FirstDifference(text, written), result))};
+    return {Found(
+        "form",
+        QStringLiteral("%1 %2, and %3; indent by four blanks, sort the keys, end every line with a "
+                       "single line feed, and save it as UTF-8 without a byte order mark")
+            .arg(ConfigContract::FileName, FirstDifference(text, written), result))};
 }
 
 int LineOf(const QByteArray &text, int offset)
@@ -261,7 +262,7 @@ int LineOf(const QByteArray &text, int offset)
     return text.left(offset).count('\n') + 1;
 }
 
-/// A refusal of the text of @p name when the updater could not read an object from it.
+/// Refuses @p text, the content of @p name, when it is not a JSON object.
 Findings CheckJson(const char *rule, const QByteArray &text, const QString &name)
 {
     QJsonParseError error;
@@ -273,12 +274,12 @@ Findings CheckJson(const char *rule, const QByteArray &text, const QString &name
             ? QStringLiteral("not a JSON object")
             : QStringLiteral("not JSON (%1, in line %2)")
                   .arg(error.errorString(), QString::number(LineOf(text, error.offset)));
-    return {Found(rule, QStringLiteral("%1 is %2, and the updater could not use it; correct it, "
+    return {Found(rule, QStringLiteral("%1 is %2, so the updater could not use it; correct it, "
                                        "without comments and without a comma after the last value")
                             .arg(Shown(name), what))};
 }
 
-/// An update to a version as short as @p installed would leave too much of @p current behind.
+/// Whether an update to a version as short as @p installed would leave too much of @p current.
 bool IsTooLong(const QString &current, const QString &installed)
 {
     return current.size() - installed.size() > ReleaseRules::MaxShorterBy;
@@ -336,8 +337,8 @@ Findings ConfigRules::CheckSilencedVersion(const QString &silenced, const QStrin
         return {};
     return {Found(
         "silenced",
-        QStringLiteral("\"%1\" is \"%2\", and \"Never Prompt\" for a version as short "
-                       "as the client's \"%3\" would leave %4 unreadable; ship \"\"")
+        QStringLiteral("\"%1\" is \"%2\", and \"Never Prompt\" for a version as short as the "
+                       "client's \"%3\" would make %4 unreadable; ship \"\"")
             .arg(Key::NoRemindVersion, Shown(silenced), Shown(version), ConfigContract::FileName))};
 }
 
@@ -346,12 +347,13 @@ Findings ConfigRules::WarnOfOrder(const QByteArray &text)
     const QString name = Object(text).value(Key::AppConfigFile).toString();
     if (name.isEmpty() || !IsCopiedEarly(name))
         return {};
-    return {Found("config-order",
-                  QStringLiteral("\"%1\" names %2, which may be copied before other files of a zip "
-                                 "package: a copy that is interrupted in between leaves a client "
-                                 "that looks current; put the version where it is copied last, "
-                                 "such as ~version/version.json")
-                      .arg(Key::AppConfigFile, Shown(name)))};
+    return {
+        Found("config-order",
+              QStringLiteral(
+                  "\"%1\" names %2, which may be copied before other files of a zip package: if "
+                  "the copy is interrupted in between, the client looks up to date although it is "
+                  "not; put the version where it is copied last, such as ~version/version.json")
+                  .arg(Key::AppConfigFile, Shown(name)))};
 }
 
 QString ConfigRules::ClientVersion(const QByteArray &text)
@@ -368,8 +370,8 @@ Findings ConfigRules::CheckClientConfig(const QByteArray &text, const QString &n
     const QString version = ClientVersion(text);
     if (version.isEmpty()) {
         return {Found("client-config",
-                      QStringLiteral("%1 has no version, and every offer would count as newer; "
-                                     "write it as in {\"%2\": {\"%3\": \"1.0.0\"}}")
+                      QStringLiteral("%1 has no version, so every offer would count as newer; "
+                                     "write it like {\"%2\": {\"%3\": \"1.0.0\"}}")
                           .arg(Shown(name), ClientKey::Client, ClientKey::Version))};
     }
     Findings findings = ReleaseRules::CheckVersion(version);
@@ -382,11 +384,11 @@ Findings ConfigRules::CheckClientConfig(const QByteArray &text, const QString &n
                            "the client's version in both")
                 .arg(Key::CurrentVersion, Shown(currentVersion), Shown(name), Shown(version),
                      IsTooLong(currentVersion, version)
-                         ? QStringLiteral("would leave %1 unreadable after an update to a version "
-                                          "as short")
+                         ? QStringLiteral(
+                               "would make %1 unreadable after an update to a version as short")
                                .arg(ConfigContract::FileName)
                          : QStringLiteral(
-                               "would mislead whoever looks for the installed version"))));
+                               "would mislead anyone who looks for the installed version"))));
     }
     return findings;
 }

@@ -25,7 +25,7 @@ bool IsCopiedBefore(const QString &one, const QString &other)
     const bool isOtherFile = depth == second.size() - 1;
     if (isFile != isOtherFile)
         return isFile;
-    // As Windows sorts names: by their capital letters.
+    // Windows sorts names by their upper-case letters.
     return first.at(depth).toUpper() < second.at(depth).toUpper();
 }
 
@@ -41,11 +41,11 @@ Findings VersionFile::Check(const QString &path, const QByteArray &content, cons
                               .toString();
     if (found == version)
         return {};
-    const QString told =
-        found.isEmpty() ? QStringLiteral("tells no version at \"client\", \"version\"")
-                        : QStringLiteral("tells the version %1").arg(ReleaseRules::Shown(found));
+    const QString told = found.isEmpty()
+                             ? QStringLiteral("has no version at \"client\", \"version\"")
+                             : QStringLiteral("has the version %1").arg(ReleaseRules::Shown(found));
     return {{QStringLiteral("config-version"), path,
-             QStringLiteral("%1 %2, and the release is %3: the update would be offered again at "
+             QStringLiteral("%1 %2, but the release is %3: the update would be offered again at "
                             "every start; correct one of them")
                  .arg(ReleaseRules::Shown(path), told, ReleaseRules::Shown(version))}};
 }
@@ -63,12 +63,11 @@ Findings VersionFile::WarnOfOrder(const QString &path, const QVector<ReleaseRule
     const int later = FilesCopiedAfter(path, entries);
     if (later == 0)
         return {};
-    return {
-        {QStringLiteral("config-order"), path,
-         QStringLiteral("%1 is copied before %2 other %3: a copy that is interrupted in between "
-                        "leaves a client that looks current; put it where it is copied last, "
-                        "as in ~version/version.json")
-             .arg(ReleaseRules::Shown(path))
-             .arg(later)
-             .arg(later == 1 ? QStringLiteral("file") : QStringLiteral("files"))}};
+    return {{QStringLiteral("config-order"), path,
+             QStringLiteral("%1 is copied before %2 other %3: if the copy is interrupted in "
+                            "between, the client looks up to date although it is not; put it where "
+                            "it is copied last, such as ~version/version.json")
+                 .arg(ReleaseRules::Shown(path))
+                 .arg(later)
+                 .arg(later == 1 ? QStringLiteral("file") : QStringLiteral("files"))}};
 }
