@@ -177,7 +177,7 @@ void TestVerifyRelease::goodReleases()
     change(vendor);
     const Outcome outcome = Verify(vendor);
     QVERIFY2(outcome.refusals.isEmpty(), qPrintable(LinesOf(outcome.refusals)));
-    QVERIFY2(outcome.summary.contains(QLatin1String("version 2.1.3 keeps every rule")),
+    QVERIFY2(outcome.summary.contains(QLatin1String("version 2.1.3 follows every rule")),
              qPrintable(outcome.summary));
 }
 
@@ -352,9 +352,9 @@ void TestVerifyRelease::wrongPackages_data()
     AddRow(
         "another top folder", "top-folder", "is not the folder \"Client-2.1.3\"",
         HoldsOnly([](ZipMaker &zip) { zip.AddFile(QStringLiteral("Client-2.1.3/app.txt"), "x"); }));
-    AddRow("file beside the top folder", "top-folder", "readme.txt: lies outside",
+    AddRow("file beside the top folder", "top-folder", "readme.txt: is outside",
            HoldsFile(QStringLiteral("readme.txt")));
-    AddRow("top folder of a similar name", "top-folder", "lies outside",
+    AddRow("top folder of a similar name", "top-folder", "is outside",
            HoldsFile(QStringLiteral("Client-2.1.30/x")));
     AddRow("file before its folder", "folder-order", "d/x: its folder is not listed before it",
            Holds([](ZipMaker &zip) {
@@ -387,11 +387,11 @@ void TestVerifyRelease::wrongPackages_data()
     };
     AddRow("encrypted", "encrypted", "app.txt: is encrypted", with(ZipMaker::Flags, 0x0801));
     AddRow("other method", "method", "method 12", with(ZipMaker::Method, 12));
-    AddRow("wrong checksum", "data", "is not what the package says", with(ZipMaker::Crc32, 1));
-    AddRow("wrong size", "data", "is not what the package says", with(ZipMaker::Size, 999));
-    AddRow("damaged data", "data", "is not what the package says",
+    AddRow("wrong checksum", "data", "does not match its header", with(ZipMaker::Crc32, 1));
+    AddRow("wrong size", "data", "does not match its header", with(ZipMaker::Size, 999));
+    AddRow("damaged data", "data", "does not match its header",
            Holds([](ZipMaker &zip) { zip.FlipDataBit(1, 1); }));
-    AddRow("wrong offset", "data", "is not what the package says",
+    AddRow("wrong offset", "data", "does not match its header",
            Holds([](ZipMaker &zip) { zip.Set(1, ZipMaker::HeaderOffset, 1, ZipMaker::Central); }));
 }
 

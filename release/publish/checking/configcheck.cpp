@@ -23,7 +23,7 @@ namespace
 
 using ReleaseRules::Shown;
 
-/// The name in @p folder that Windows takes for @p name; empty when there is none.
+/// The name in @p folder that Windows would find for @p name; empty when there is none.
 QString NameIn(const QDir &folder, const QString &name)
 {
     const QStringList names =
@@ -37,7 +37,7 @@ QString NameIn(const QDir &folder, const QString &name)
     return QString();
 }
 
-/// The path below @p folder that Windows takes for @p path; empty when there is none.
+/// The path below @p folder that Windows would find for @p path; empty when there is none.
 QString PathIn(const QDir &folder, const QString &path)
 {
     QString found;
@@ -57,7 +57,7 @@ bool LeadsOut(const QString &relativePath)
            relativePath.startsWith(QLatin1String("../"));
 }
 
-/// One configuration being looked at; findings add up.
+/// Checks one configuration and collects the findings.
 class ConfigChecker
 {
 public:
@@ -126,7 +126,8 @@ private:
         CheckCommands();
     }
 
-    /// The updater starts them by their names, and Windows looks for them in its folder first.
+    /// The updater starts these programs by name, and Windows searches the updater's own folder
+    /// first.
     void CheckCommands()
     {
         const QStringList folders = UpdaterFolders();
@@ -137,23 +138,23 @@ private:
                 if (path.isEmpty())
                     continue;
                 Refuse("updater-command", path,
-                       QStringLiteral("%1 is next to %2, which would start it instead of Windows' "
-                                      "own; remove it")
+                       QStringLiteral("%1 is next to %2, which would start it instead of the one "
+                                      "of Windows; remove it")
                            .arg(Shown(path), ReleaseRules::UpdaterProgram));
             }
         }
     }
 
-    /// The path of what @p key names in the client's folder, as it is spelled there; empty when
-    /// there is no such file. @p use ends the refusal: what would happen. Other letter case adds
-    /// to @p caseFindings.
+    /// The path of the file in the client's folder that @p key names, spelled as in the folder;
+    /// empty when there is no such file. @p use is the consequence for the refusal. Different
+    /// letter case is added to @p caseFindings.
     QString FileNamedBy(const QLatin1String &key, const QString &use, Findings &caseFindings)
     {
         const QString path =
             QDir::cleanPath(Text(key).replace(QLatin1Char('\\'), QLatin1Char('/')));
         if (LeadsOut(path)) {
             Warn("client-file", path,
-                 QStringLiteral("\"%1\" is outside the client's folder, and %2 was not checked; "
+                 QStringLiteral("\"%1\" is outside the client's folder, so %2 was not checked; "
                                 "make sure that it exists on every machine")
                      .arg(key, Shown(path)));
             return QString();
@@ -161,7 +162,7 @@ private:
         const QString found = PathIn(m_folder, path);
         if (!QFileInfo(m_folder.filePath(found)).isFile()) {
             Refuse("client-file", path,
-                   QStringLiteral("\"%1\" names %2, which is not a file in %3, and %4; write the "
+                   QStringLiteral("\"%1\" names %2, which is not a file in %3, so %4; write the "
                                   "name of a file that ships")
                        .arg(key, Shown(path), Shown(m_options.clientFolder), use));
             return QString();
@@ -169,14 +170,14 @@ private:
         if (found != path) {
             caseFindings.append(
                 {QStringLiteral("letter-case"), found,
-                 QStringLiteral("\"%1\" names %2, and the file is called %3; write the same "
-                                "letter case")
+                 QStringLiteral(
+                     "\"%1\" names %2, but the file is called %3; use the same letter case")
                      .arg(key, Shown(path), Shown(found))});
         }
         return found;
     }
 
-    /// The task list is searched for the name in exactly this letter case.
+    /// The updater searches the task list for exactly this letter case.
     void CheckProgram()
     {
         if (!Text(Key::AppName).isEmpty()) {
@@ -185,7 +186,7 @@ private:
         }
     }
 
-    /// Windows opens it in any letter case.
+    /// Windows finds this file whatever its letter case.
     void CheckClientConfig()
     {
         if (Text(Key::AppConfigFile).isEmpty())
@@ -205,7 +206,7 @@ private:
             m_outcome.warnings += VersionFile::WarnOfOrder(name, PackagedFiles());
     }
 
-    /// What a zip package of the client would hold: all but the updater's folder.
+    /// The contents of a zip package of the client: everything except the updater's folder.
     QVector<ReleaseRules::Entry> PackagedFiles() const
     {
         QVector<ReleaseRules::Entry> files =
@@ -218,7 +219,7 @@ private:
         return files;
     }
 
-    /// The folders directly below the client's that hold an updater.
+    /// The folders directly in the client's folder that contain an updater.
     QStringList UpdaterFolders() const
     {
         QStringList found;
@@ -230,40 +231,40 @@ private:
         return found;
     }
 
-    /// The checked file is @p file in the client's folder.
+    /// For a checked file that is in the client's folder, as @p file.
     void CheckPlace(const QString &file)
     {
         const QString updaterFolder = QFileInfo(file).path();
         if (QFileInfo(file).fileName().compare(ConfigContract::FileName, Qt::CaseInsensitive) !=
             0) {
             Refuse("updater-folder", file,
-                   QStringLiteral("%1 is not called %2, the only name that the updater looks for; "
-                                  "rename it")
+                   QStringLiteral(
+                       "%1 is not called %2, the only name that the updater looks for; rename it")
                        .arg(Shown(file), ConfigContract::FileName));
         }
         if (!QFileInfo(m_options.file).permission(QFileDevice::WriteOwner)) {
             Warn("read-only", file,
-                 QStringLiteral("%1 is read-only, and the updater could not write into it; let "
-                                "its owner write to it")
+                 QStringLiteral("%1 is read-only, so the updater could not write to it; give its "
+                                "owner write permission")
                      .arg(Shown(file)));
         }
         if (NameIn(QDir(m_folder.filePath(updaterFolder)), ReleaseRules::UpdaterProgram)
                 .isEmpty()) {
             Refuse("updater-folder", file,
-                   QStringLiteral("%1 is not next to %2, where the updater looks for it; move it "
-                                  "there")
+                   QStringLiteral(
+                       "%1 is not next to %2, where the updater looks for it; move it there")
                        .arg(Shown(file), ReleaseRules::UpdaterProgram));
         } else if (!FindsClient(updaterFolder)) {
             Refuse("updater-folder", file,
-                   QStringLiteral("%1 is not directly below the client's folder, and the updater "
-                                  "would look for the client elsewhere; move it to a folder such "
-                                  "as AutoUpdate")
+                   QStringLiteral(
+                       "%1 is not directly in the client's folder, so the updater would look for "
+                       "the client elsewhere; move it to a folder such as AutoUpdate")
                        .arg(Shown(updaterFolder)));
         }
     }
 
-    /// Whether an updater in @p updaterFolder finds the client: zip packages are copied over the
-    /// folder above its own, and a relative path begins at its own.
+    /// Whether an updater in @p updaterFolder finds the client. Zip packages are copied over the
+    /// parent of its folder, and a relative path is relative to its folder.
     bool FindsClient(const QString &updaterFolder) const
     {
         QString path = Text(Key::AppPath);
@@ -275,7 +276,7 @@ private:
         return QDir::cleanPath(updaterFolder + QLatin1Char('/') + path) == QLatin1String(".");
     }
 
-    /// The checked file is not the one in the client's folder, if there is one.
+    /// For a checked file that is outside the client's folder, which may contain another one.
     void CompareWithShipped(const QByteArray &text)
     {
         const QStringList updaterFolders = UpdaterFolders();
@@ -287,14 +288,14 @@ private:
                 shippedText != text) {
                 Warn("other-config", shipped,
                      QStringLiteral("%1 in the client's folder differs from the checked file; "
-                                    "replace it, or check that one")
+                                    "replace it, or check it instead")
                          .arg(Shown(shipped)));
             }
         }
         if (updaterFolders.isEmpty()) {
             Warn("updater-folder", QString(),
-                 QStringLiteral("no folder directly below %1 contains %2; put the updater into "
-                                "one such as AutoUpdate")
+                 QStringLiteral("no folder directly in %1 contains %2; put the updater into a "
+                                "folder such as AutoUpdate")
                      .arg(Shown(m_options.clientFolder), ReleaseRules::UpdaterProgram));
         }
     }
@@ -317,8 +318,8 @@ private:
 
     const ConfigCheckOptions &m_options;
     QJsonObject m_config;
-    QDir m_folder;     ///< of the client; without links in its path
-    QString m_version; ///< of the client in it
+    QDir m_folder;     ///< of the client; the path contains no links
+    QString m_version; ///< of the client in that folder
     Outcome m_outcome;
 };
 

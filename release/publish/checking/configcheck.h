@@ -5,16 +5,17 @@
 
 #include <QString>
 
-/// What is checked before a client ships.
+/// What to check before a client ships.
 struct ConfigCheckOptions {
     QString file;         ///< the updater's configuration
-    QString clientFolder; ///< the client's folder as it ships, or empty: then only the file is read
-    Global::PackageKind packages = Global::ZipPackage; ///< what updates the client
+    QString clientFolder; ///< the client's folder as it ships; empty: only the file is checked
+    /// The kind of packages that update the client.
+    Global::PackageKind packages = Global::ZipPackage;
 };
 
 /**
- * Checks the updater's configuration and, with a client's folder, that it fits the client in there:
- * program, configuration and version, and the place of the updater. Reads files and writes none.
- * Main thread.
+ * Checks the updater's configuration. With a client's folder, also checks that it matches the
+ * client in it: its program, its configuration and version, and the updater's place. Writes
+ * nothing. Main thread.
  */
 Outcome CheckConfig(const ConfigCheckOptions &options);

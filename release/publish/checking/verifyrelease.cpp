@@ -19,7 +19,7 @@
 namespace
 {
 
-/// A tree being looked at, release by release; findings add up.
+/// Checks a tree release by release and collects the findings.
 class Verifier
 {
 public:
@@ -51,7 +51,7 @@ public:
         Refuse(FindUnreadable(m_tree, list));
         for (const Release &release : qAsConst(list.releases))
             CheckRelease(release);
-        // The page is about the newest release, which was the last to be looked at.
+        // The page is about the newest release, which was checked last.
         if (!list.releases.isEmpty() && m_outcome.refusals.isEmpty())
             CheckIndex();
         if (!m_outcome.refusals.isEmpty()) {
@@ -73,20 +73,22 @@ private:
     {
         QFile file(path);
         if (!file.open(QIODevice::ReadOnly)) {
-            Refuse("missing", QStringLiteral("%1 cannot be read; publish again").arg(path));
+            Refuse("missing",
+                   QStringLiteral("%1 cannot be read; publish the release again").arg(path));
             return false;
         }
         content = file.readAll();
         return true;
     }
 
-    /// What follows from the list has to be there, and nothing else.
+    /// Checks that the generation contains exactly what follows from the list.
     void CheckGeneration(const ReleaseList &list)
     {
         const auto wrong = [this](const QString &path) {
-            Refuse("decisions", QStringLiteral("%1 does not follow from the list of releases; roll "
-                                               "a release out again")
-                                    .arg(path));
+            Refuse(
+                "decisions",
+                QStringLiteral("%1 does not match the list of releases; roll out a release again")
+                    .arg(path));
         };
         QByteArray digests;
         if (Read(m_tree.DigestsFile(), digests) && digests != DigestLines(list))
@@ -109,7 +111,7 @@ private:
                         QDirIterator::Subdirectories);
         while (it.hasNext()) {
             it.next();
-            // Plain files decide nothing.
+            // Plain files do not decide anything.
             found += it.fileInfo().isFile() && !it.fileInfo().isSymLink() ? 0 : 1;
         }
         if (found != links.size())
@@ -129,14 +131,15 @@ private:
             return;
         if (m_offer.version != release.version || m_offer.id != release.id ||
             m_offer.kind != release.kind || m_offer.forced != release.forced) {
-            Refuse("reply", QStringLiteral("%1 tells another release than the list; publish it "
-                                           "again")
-                                .arg(m_tree.OfferFile(release)));
+            Refuse("reply",
+                   QStringLiteral(
+                       "%1 is about another release than the list; publish the release again")
+                       .arg(m_tree.OfferFile(release)));
             return;
         }
         CheckOffer();
         CheckNotes();
-        // Packages that are rolled back may be taken away.
+        // The package of a release that was rolled back may be removed.
         if (!release.isWithdrawn || QFileInfo::exists(m_tree.PackageFile(release.id)))
             CheckPackage(release);
         if (m_outcome.refusals.isEmpty())
@@ -150,19 +153,19 @@ private:
                                                   : ReleaseRules::CheckInstallerName(m_offer.id));
         const QString end = ReleaseTree::PackagesPath + m_offer.id;
         if (!m_offer.url.endsWith(end)) {
-            Refuse("reply", QStringLiteral("the reply's \"%1\" does not end in \"%2\"; publish it "
-                                           "again")
-                                .arg(ServiceContract::Key::LatestVersionUrl, end));
+            Refuse("reply",
+                   QStringLiteral(
+                       "the reply's \"%1\" does not end with \"%2\"; publish the release again")
+                       .arg(ServiceContract::Key::LatestVersionUrl, end));
         }
     }
 
     void CheckNotes()
     {
         if (m_offer.notes.count(ServiceContract::NotesSeparator) != 1) {
-            Refuse("notes",
-                   QStringLiteral("the notes hold \"&\" %1 times, once between the languages "
-                                  "is right; publish again")
-                       .arg(m_offer.notes.count(ServiceContract::NotesSeparator)));
+            Refuse("notes", QStringLiteral("the notes contain \"&\" %1 times instead of once, "
+                                           "between the languages; publish the release again")
+                                .arg(m_offer.notes.count(ServiceContract::NotesSeparator)));
             return;
         }
         CheckNotesOf(QStringLiteral("zh"), QStringLiteral("Chinese"));
@@ -178,12 +181,12 @@ private:
 
     void CheckPackage(const Release &release)
     {
-        // The name was refused already when it leads elsewhere.
+        // A name that leads to another folder was already refused.
         if (m_offer.id.contains(QLatin1Char('/')))
             return;
         const QString path = m_tree.PackageFile(m_offer.id);
         if (!QFileInfo(path).isFile()) {
-            Refuse("missing", QStringLiteral("%1 is not there; publish again").arg(path));
+            Refuse("missing", QStringLiteral("%1 is missing; publish the release again").arg(path));
             return;
         }
         m_progress.Begin(QStringLiteral("digests"), QFileInfo(path).size());
@@ -214,9 +217,11 @@ private:
     {
         const auto compare = [this](const QString &what, const QString &said, const QString &is) {
             if (said != is) {
-                Refuse("digest", QStringLiteral("the package's %1 is %2, and the reply says %3; "
-                                                "publish again")
-                                     .arg(what, is, said));
+                Refuse(
+                    "digest",
+                    QStringLiteral(
+                        "the package's %1 is %2, but the tree says %3; publish the release again")
+                        .arg(what, is, said));
             }
         };
         compare(QStringLiteral("size"), QString::number(m_offer.package.size),
@@ -237,7 +242,7 @@ private:
     {
         const ZipContents contents = CheckZipPackage(path, m_offer.id, m_progress);
         Refuse(contents.findings);
-        m_entries = contents.entries.size() + 1; // and the top folder
+        m_entries = contents.entries.size() + 1; // including the top folder
         const Findings updater =
             ReleaseRules::CheckUpdaterFolder(contents.entries, m_request.updaterFolder);
         (m_request.allowUpdater ? m_outcome.warnings : m_outcome.refusals) += updater;
@@ -259,7 +264,7 @@ private:
 
     void DescribeResult()
     {
-        m_outcome.summary += QStringLiteral("%1: version %2 keeps every rule (%3, %4, MD5 %5).\n")
+        m_outcome.summary += QStringLiteral("%1: version %2 follows every rule (%3, %4, MD5 %5).\n")
                                  .arg(m_tree.Folder(), m_offer.version, m_offer.id,
                                       SizeText(m_offer.package.size), m_offer.package.md5);
         m_outcome.facts = {{QStringLiteral("version"), m_offer.version},
@@ -274,7 +279,7 @@ private:
     ReleaseTree m_tree;
     Progress &m_progress;
     Offer m_offer;
-    int m_entries = 0; ///< of a zip package; 0 for an installer
+    int m_entries = 0; ///< in a zip package; 0 for an installer
     Outcome m_outcome;
 };
 

@@ -4,5 +4,5 @@
 #include "release/publish/base/report.h"
 #include "release/publish/commandline/commandline.h"
 
-/// Holds the release that @p request, a verification, names against every rule. Writes nothing.
+/// Checks every release of the tree that @p request names against all rules. Writes nothing.
 Outcome VerifyRelease(const Request &request, Progress &progress);

@@ -10,7 +10,7 @@
 namespace
 {
 
-const QString kMakeAgain = QStringLiteral("make the package with \"publish zip\"");
+const QString kMakeAgain = QStringLiteral("create the package with \"publish zip\"");
 
 Finding Damaged(const QString &what)
 {
@@ -23,7 +23,7 @@ Finding Unfit(const QString &rule, const QString &path, const QString &what)
     return {rule, path, QStringLiteral("%1: %2; %3").arg(path, what, kMakeAgain)};
 }
 
-/// One package, as its raw headers tell it and as the updater's reader takes them.
+/// One package, with its raw headers and the entries that the updater's reader sees.
 class Package
 {
 public:
@@ -50,7 +50,7 @@ private:
         if (m_file.open(QIODevice::ReadOnly))
             m_directory = ReadZipDirectory(m_file);
         if (m_directory.isEmpty()) {
-            Add(Damaged(QStringLiteral("the package is not a zip archive, or an empty one")));
+            Add(Damaged(QStringLiteral("the package is not a zip archive, or is an empty one")));
             return false;
         }
         m_seen = m_reader.fileInfoList();
@@ -79,9 +79,9 @@ private:
         if (path == m_top)
             return;
         if (!path.startsWith(m_top + QLatin1Char('/'))) {
-            Add(Unfit(QStringLiteral("top-folder"), path,
-                      QStringLiteral("lies outside the folder \"%1\", and would not be copied")
-                          .arg(m_top)));
+            Add(Unfit(
+                QStringLiteral("top-folder"), path,
+                QStringLiteral("is outside the folder \"%1\" and would not be copied").arg(m_top)));
             return;
         }
         path.remove(0, m_top.size() + 1);
@@ -104,14 +104,13 @@ private:
             if ((entry.flags & ZipFormat::EncryptedFlag) != 0) {
                 Add(Unfit(QStringLiteral("encrypted"), file.path, QStringLiteral("is encrypted")));
             } else if (entry.method != ZipFormat::Stored && entry.method != ZipFormat::Deflated) {
-                Add(Unfit(
-                    QStringLiteral("method"), file.path,
-                    QStringLiteral("is packed with method %1, and the updater knows stored and "
-                                   "deflated only")
-                        .arg(entry.method)));
+                Add(Unfit(QStringLiteral("method"), file.path,
+                          QStringLiteral("uses compression method %1, but the updater supports "
+                                         "only stored and deflated")
+                              .arg(entry.method)));
             } else if (!ZipDataIsSound(m_file, entry)) {
                 Add(Unfit(QStringLiteral("data"), file.path,
-                          QStringLiteral("its data is not what the package says of it")));
+                          QStringLiteral("its data does not match its header")));
             }
             if (!m_progress.Advance(entry.packedSize)) {
                 Add(Interrupted());

@@ -7,16 +7,15 @@
 #include <QString>
 #include <QVector>
 
-/// What was found in a zip package.
+/// The contents of a zip package.
 struct ZipContents {
-    QVector<ReleaseRules::Entry> entries; ///< without the top folder, in the package's order
+    QVector<ReleaseRules::Entry> entries; ///< without the top folder, in the order of the package
     Findings findings;                    ///< empty when every updater can install it
 };
 
 /**
- * Holds the zip file @p path against every rule for packages, as one called @p packageFileName.
- * Reads all of it, and unpacks each entry in small pieces in memory to see that its data is what
- * its header says. Writes nothing.
+ * Checks the zip file @p path against all rules for a package called @p packageFileName. Unpacks
+ * every entry in memory, in small blocks, and compares the data with the header. Writes nothing.
  */
 ZipContents CheckZipPackage(const QString &path, const QString &packageFileName,
                             Progress &progress);

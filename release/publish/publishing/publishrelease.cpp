@@ -25,17 +25,17 @@ namespace
 
 constexpr double kPartsPerPercent = AllParts / 100.0;
 constexpr qint64 kPieceSize = 1024LL * 1024;
-constexpr int kMaxLeftOutNames = 10;            // in the summary; more nobody reads
-constexpr qint64 kMaxNotesSize = 1024LL * 1024; // in bytes; nobody reads more
+constexpr int kMaxLeftOutNames = 10;            // in the summary; people do not read more
+constexpr qint64 kMaxNotesSize = 1024LL * 1024; // in bytes; users do not read more
 constexpr int kMaxDigestLine = 4096;            // in bytes
 
-/// A package of an earlier tree, as its SHA256SUMS tells.
+/// A package of an earlier tree, from its SHA256SUMS.
 struct KnownPackage {
     QString id;
-    QString sha256; ///< lower-case hexadecimal digits
+    QString sha256; ///< in lower-case hexadecimal digits
 };
 
-/// One release on its way: each step adds to the outcome, and the first one that fails is the last.
+/// Publishes one release. Each step adds to the outcome, and the first failure ends it.
 class Publisher
 {
 public:
@@ -107,7 +107,7 @@ private:
         }
     }
 
-    /// Takes everything about the release from the tree that it comes from.
+    /// Takes all data of the release from the tree that it comes from.
     void CheckPromotion()
     {
         const ReleaseTree from(m_request.source);
@@ -140,7 +140,7 @@ private:
         m_packageFile = from.PackageFile(m_promoted.id);
         if (!QFileInfo(m_packageFile).isFile()) {
             Refuse("missing",
-                   QStringLiteral("%1 is not there; publish it again").arg(m_packageFile));
+                   QStringLiteral("%1 is missing; publish the release again").arg(m_packageFile));
         }
     }
 
@@ -152,14 +152,13 @@ private:
         Refuse(ReleaseRules::CheckZipName(m_offer.id));
         const QString folder = m_request.source;
         if (!QFileInfo(folder).isDir()) {
-            Refuse("source",
-                   QStringLiteral("%1 is not a folder; name the new client's").arg(folder));
+            Refuse("source", QStringLiteral("%1 is not a folder; name the folder of the new client")
+                                 .arg(folder));
             return;
         }
         if (TreeLiesInClient()) {
-            Refuse("source",
-                   QStringLiteral("the release tree lies in the client's folder, and would "
-                                  "become part of it; put it elsewhere"));
+            Refuse("source", QStringLiteral("the release tree is in the client's folder and would "
+                                            "become part of the package; put it elsewhere"));
             return;
         }
         m_client = ListClientFolder(folder, Exclusion(m_request.exclude));
@@ -196,7 +195,7 @@ private:
     {
         const QString client = QDir(m_request.source).canonicalPath();
         QDir tree(m_tree.Folder());
-        // Of what is not there yet the nearest folder above it tells.
+        // While a folder does not exist yet, its nearest parent decides.
         while (!tree.exists() && !tree.isRoot())
             tree.setPath(QFileInfo(tree.path()).path());
         const QString path = tree.canonicalPath() + QLatin1Char('/');
@@ -240,7 +239,7 @@ private:
                         ReadNotes(m_request.notesEnFile, QStringLiteral("English"));
     }
 
-    /// A list that only looks like one would let every package pass.
+    /// A file in another format must be refused, because it would let every package pass.
     void ReadKnownDigests()
     {
         static const QRegularExpression digestLine(
@@ -263,9 +262,11 @@ private:
             m_known.append({match.captured(3), match.captured(1).toLower()});
         }
         if (!isList || m_known.isEmpty()) {
-            Refuse("known", QStringLiteral("%1 is not a list of SHA-256 digests; name the "
-                                           "SHA256SUMS of an earlier tree")
-                                .arg(m_request.knownDigests));
+            Refuse(
+                "known",
+                QStringLiteral(
+                    "%1 is not a list of SHA-256 digests; name the SHA256SUMS of an earlier tree")
+                    .arg(m_request.knownDigests));
         }
     }
 
@@ -273,9 +274,10 @@ private:
     {
         QFile file(path);
         if (!file.open(QIODevice::ReadOnly) || file.size() > kMaxNotesSize) {
-            Refuse("notes", QStringLiteral("%1 cannot be read as the %2 notes; name a text file of "
-                                           "less than 1 MiB")
-                                .arg(path, language));
+            Refuse("notes",
+                   QStringLiteral(
+                       "%1 cannot be read as the %2 notes; name a text file smaller than 1 MiB")
+                       .arg(path, language));
             return QString();
         }
         const QString notes = QString::fromUtf8(file.readAll())
@@ -290,19 +292,20 @@ private:
     {
         const QFileInfo folder(m_tree.Folder());
         if (folder.exists() && !folder.isDir()) {
-            Refuse("out", QStringLiteral("%1 is not a folder; name another").arg(m_tree.Folder()));
+            Refuse("out",
+                   QStringLiteral("%1 is not a folder; name another one").arg(m_tree.Folder()));
             return;
         }
         if (Failure failure = m_tree.Read(m_list))
             m_outcome.refusals.append(*failure);
         CheckShareOfListed();
         if (m_request.share > 0 && !HostSystem::HasLinks()) {
-            Refuse("links", QStringLiteral("this system cannot roll a release out; publish it "
-                                           "without --share, and roll it out on the server"));
+            Refuse("links", QStringLiteral("releases cannot be rolled out from this system; "
+                                           "publish without --share, and roll out on the server"));
         }
     }
 
-    /// Publishing again corrects a release; whom it is offered to is not decided in passing.
+    /// Publishing again corrects a release, but does not change who is offered it.
     void CheckShareOfListed()
     {
         const int index = m_list.IndexOf(m_request.version);
@@ -314,14 +317,14 @@ private:
                    QStringLiteral("%1 was rolled back; publish a new version").arg(listed.version));
         } else if (listed.share != m_request.share) {
             Refuse("share", QStringLiteral("%1 was published before and has the share %2; leave "
-                                           "--share out, and use \"publish rollout\" to change it")
+                                           "out --share, and use \"publish rollout\" to change it")
                                 .arg(listed.version, ShareText(listed.share)));
         }
     }
 
     void CheckVersionAgainstOthers()
     {
-        // A release that is published again has been through this.
+        // When a release is published again, this was checked before.
         if (!ReleaseRules::CheckVersion(m_request.version).isEmpty() ||
             m_list.IndexOf(m_request.version) >= 0)
             return;
@@ -331,7 +334,7 @@ private:
         m_outcome.warnings += ReleaseRules::WarnOfOlderVersion(m_request.version, published);
     }
 
-    /// The clients of the other tree may know it under another address than this one's.
+    /// The clients of the other tree may use another address.
     void ChooseAddress()
     {
         QString prefix = m_request.urlPrefix;
@@ -349,7 +352,7 @@ private:
         m_offer.url = ReleaseTree::PackageAddress(prefix, m_offer.id);
     }
 
-    /// The other versions that the tree knows, or still has a package of.
+    /// The other versions that are in the list or have a package in the tree.
     QStringList OtherVersions() const
     {
         QStringList versions;
@@ -369,7 +372,7 @@ private:
         return versions;
     }
 
-    /// What a dry run can tell of the package: everything, unless it would have to be packed.
+    /// Checks the package in a dry run, unless it would have to be packed first.
     Failure Rehearse() { return IsZip() ? Failure() : CheckPackage(m_packageFile); }
 
     Failure Publish()
@@ -381,9 +384,10 @@ private:
         if (Failure failure = m_tree.Read(list))
             return failure;
         if (ToJson(list) != ToJson(m_list)) {
-            return Finding{QStringLiteral("busy"), QString(),
-                           QStringLiteral("another process has just changed %1; run it again")
-                               .arg(m_tree.Folder())};
+            return Finding{
+                QStringLiteral("busy"), QString(),
+                QStringLiteral("another process has just changed %1; run the command again")
+                    .arg(m_tree.Folder())};
         }
         if (Failure failure = MakePackage(change.PackagePath()))
             return failure;
@@ -409,14 +413,15 @@ private:
         return change.Commit(isNews ? line : QString());
     }
 
-    /// Whether the tree announces @p release just as it is going to.
+    /// Whether the tree already has the same answer for @p release.
     bool IsAnnounced(const Release &release) const
     {
         QFile reply(m_tree.OfferFile(release));
         return reply.open(QIODevice::ReadOnly) && reply.readAll() == OfferReply(m_offer);
     }
 
-    /// Digests @p path, the package that is to be published, and compares it with those that were.
+    /// Computes the digests of @p path, the package to publish, and compares them with published
+    /// ones.
     Failure CheckPackage(const QString &path)
     {
         m_progress.Begin(QStringLiteral("digests"), QFileInfo(path).size());
@@ -428,12 +433,13 @@ private:
     Finding PublishedWithOtherBytes(const QString &where) const
     {
         return {QStringLiteral("package-exists"), QString(),
-                QStringLiteral("%1 was published before with other bytes (%2), and caches may hold "
-                               "it; give the release another version or name")
+                QStringLiteral("%1 was published before with different content (%2), and caches "
+                               "may contain it; give the release another version or name")
                     .arg(m_offer.id, where)};
     }
 
-    /// What the list tells of the version; of its bytes only once they are known.
+    /// Compares the release with the one in the list, and its package too as soon as the digest is
+    /// known.
     Failure CheckListed() const
     {
         const int index = m_list.IndexOf(m_offer.version);
@@ -454,14 +460,15 @@ private:
     }
 
     /**
-     * A package never changes once it is published, because caches and half-done downloads hold it:
-     * the one that was made must be the one that the tree, or an earlier tree, knows by this name.
+     * A published package never changes, because caches and partial downloads have parts of it: the
+     * new package must be identical to the one of this name in this tree or an earlier one.
      */
     Failure CheckIdentity()
     {
         if (m_request.command == Request::Promote && m_promoted.sha256 != m_offer.package.sha256) {
-            return Finding{QStringLiteral("digest"), QString(),
-                           QStringLiteral("%1 is damaged; publish it again").arg(m_packageFile)};
+            return Finding{
+                QStringLiteral("digest"), QString(),
+                QStringLiteral("%1 is damaged; publish the release again").arg(m_packageFile)};
         }
         if (Failure failure = CheckListed())
             return failure;
@@ -481,7 +488,7 @@ private:
         return {};
     }
 
-    /// The release in the list, added at its end when it is new.
+    /// The release in the list; a new one is appended.
     Release &ListedRelease(ReleaseList &list)
     {
         int index = list.IndexOf(m_offer.version);
@@ -498,7 +505,7 @@ private:
         release.forced = m_offer.forced;
         release.size = m_offer.package.size;
         release.sha256 = m_offer.package.sha256;
-        // Published again without the option, a release keeps the file that was named at first.
+        // When a release is published again without the option, the earlier file remains.
         if (!m_configFile.isEmpty())
             release.configFile = m_configFile;
         if (m_request.share > 0)
@@ -531,10 +538,10 @@ private:
         for (qint64 left = size; left > 0;) {
             const QByteArray piece = from.read(qMin(left, kPieceSize));
             if (piece.isEmpty()) {
-                return Finding{
-                    QStringLiteral("changed"), QString(),
-                    QStringLiteral("%1: cannot be read to its end; let nothing write to it")
-                        .arg(source)};
+                return Finding{QStringLiteral("changed"), QString(),
+                               QStringLiteral("%1: the file cannot be read completely; make sure "
+                                              "that nothing writes to it")
+                                   .arg(source)};
             }
             if (to.write(piece) != piece.size())
                 return CannotWrite(to);
@@ -547,7 +554,7 @@ private:
         return {};
     }
 
-    /// What the exclusion kept out, for the summary; empty when that is nothing.
+    /// The excluded files, for the summary; empty when there are none.
     QString LeftOutLine() const
     {
         const QStringList &paths = m_client.leftOut;
@@ -563,7 +570,7 @@ private:
     QString ShareOfResult() const
     {
         if (m_release.share == 0)
-            return QStringLiteral("none yet: roll it out with \"publish rollout\"");
+            return QStringLiteral("none yet; roll it out with \"publish rollout\"");
         return ShareText(m_release.share);
     }
 
@@ -603,11 +610,11 @@ private:
     Progress &m_progress;
     ReleaseTree m_tree;
     ReleaseList m_list;
-    Release m_release;     ///< as it was listed
+    Release m_release;     ///< as it is listed now
     Release m_promoted;    ///< as the other tree lists it
-    QString m_packageFile; ///< what is published as it is: an installer or another tree's package
+    QString m_packageFile; ///< the installer or the other tree's package; copied unchanged
     ClientFolder m_client;
-    QString m_configFile; ///< the client's version file, as the package lists it; empty: not named
+    QString m_configFile; ///< the client's version file, relative to its folder; empty: none
     QVector<KnownPackage> m_known;
     Offer m_offer;
     Outcome m_outcome;

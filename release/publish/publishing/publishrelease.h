@@ -5,7 +5,7 @@
 #include "release/publish/commandline/commandline.h"
 
 /**
- * Publishes what @p request, which is no verification, asks for. Every rule that can be checked
- * before is checked before anything is written; a refused release leaves the tree as it was.
+ * Performs the commands zip, installer and promote. Every rule that can be checked in advance is
+ * checked before anything is written. A refused release leaves the tree unchanged.
  */
 Outcome PublishRelease(const Request &request, Progress &progress);

@@ -16,8 +16,9 @@ namespace
 
 const QString kRsync = QStringLiteral("rsync");
 
-/// Files that the web server can read whatever mask the node has, links as they are, and times for
-/// the ETag of a package. Folders keep their times: they may belong to somebody else.
+/// The web server must be able to read the files whatever the node's umask is, links are copied as
+/// links, and times are copied because the ETag of a package depends on them. Times of folders are
+/// not, because folders may belong to another user.
 const QStringList kCopy{QStringLiteral("-rlptO"), QStringLiteral("--chmod=D755,F644"),
                         QStringLiteral("--mkpath")};
 
@@ -27,23 +28,23 @@ const QString kNothingElse = QStringLiteral("--exclude=*");
 const QString kStop = QStringLiteral("stop");
 const QString kIncludeStop = QStringLiteral("--include=/") + kStop;
 
-/// How rsync tells that it has removed a file: this, blanks and the name.
+/// How rsync reports a removed file: this text, blanks and the name.
 const QString kRemoved = QStringLiteral("*deleting");
 
-/// What is copied from a folder of the tree to that of a node.
+/// What to copy from a folder of the tree to the same folder of a node.
 struct Step {
     QString folder; ///< with a slash at both ends
     QStringList options;
 };
 
-/// The first to arrive, and at every node that can be reached.
+/// Copied first of all, to every node that can be reached.
 Step StopStep()
 {
     return {kCheck, {kIncludeStop, kNothingElse}};
 }
 
-/// Every node makes one of them before the next one begins. The links at the top of the tree come
-/// between the last two.
+/// Each step is done for all nodes before the next one begins. The links at the top level of the
+/// tree are copied before the last step.
 QVector<Step> Steps()
 {
     const QString generations = QStringLiteral("--include=/generations");
@@ -55,14 +56,14 @@ QVector<Step> Steps()
           QStringLiteral("--include=/answers/**"), kNothingElse}},
         {kCheck, {generations, inGenerations, kNothingElse}},
         {kCheck, {QStringLiteral("--include=/now"), kNothingElse}},
-        // Old generations, and a stop that is lifted, go last.
+        // Removing old generations and a lifted stop comes last.
         {kCheck,
          {QStringLiteral("--delete"), QStringLiteral("--out-format=%i %n"), kIncludeStop,
           generations, inGenerations, kNothingElse}},
     };
 }
 
-/// Why @p node is no place to copy to, as the end of a sentence; empty when it is one.
+/// Why @p node is not valid, as the end of a sentence; empty when it is valid.
 QString NodeObjection(const QString &node)
 {
     const QString host = node.section(QLatin1Char('/'), 0, 0);
@@ -70,19 +71,19 @@ QString NodeObjection(const QString &node)
     const bool isModule = colons == 2 && host.contains(QLatin1String("::"));
     if (colons > 1 && !isModule && !host.contains(QLatin1Char('['))) {
         return QStringLiteral("has several colons before its folder; write an IPv6 address in "
-                              "brackets, as in [2001:db8::1]:/srv/updates");
+                              "brackets, such as [2001:db8::1]:/srv/updates");
     }
-    // rsync takes "host:" for the home folder, and a name alone for a folder of this machine.
+    // For rsync, "host:" is the home folder, and a name alone is a folder of this machine.
     const bool isHostOnly = host.contains(QLatin1Char('[')) && !host.contains(QLatin1String("]:"));
     if (node.startsWith(QLatin1Char(':')) || node.endsWith(QLatin1Char(':')) || isHostOnly ||
         (colons == 0 && host == node)) {
-        return QStringLiteral("names no folder; write HOST:DIR, or ./DIR for a folder of this "
-                              "machine");
+        return QStringLiteral(
+            "names no folder; write HOST:DIR, or ./DIR for a folder on this machine");
     }
     return QString();
 }
 
-/// As a shell takes it for one word.
+/// Quoted for a shell, if necessary.
 QString Quoted(QString argument)
 {
     static const QRegularExpression plain(QStringLiteral("\\A[A-Za-z0-9_@%+=:,./-]+\\z"));
@@ -92,7 +93,7 @@ QString Quoted(QString argument)
            QLatin1Char('\'');
 }
 
-/// What rsync and ssh said, without the lines that follow every failure.
+/// The messages of rsync and ssh, without the lines that follow every failure.
 QString Reason(const QByteArray &errors)
 {
     QStringList reasons;
@@ -105,7 +106,7 @@ QString Reason(const QByteArray &errors)
     return reasons.join(QStringLiteral(", "));
 }
 
-/// A tree on its way to its nodes.
+/// Copies a tree to its nodes.
 class Push
 {
 public:
@@ -120,21 +121,22 @@ public:
         }
         for (const QString &node : m_request.nodes) {
             const QString objection =
-                LiesInTree(node) ? QStringLiteral("lies in the tree; name a folder outside of it")
+                LiesInTree(node) ? QStringLiteral("is in the tree; name a folder outside it")
                                  : NodeObjection(node);
             if (!objection.isEmpty())
                 Refuse("node", QStringLiteral("\"%1\" %2").arg(node, objection));
         }
-        // It would replace a node's file, and a link that leads nowhere there stops nothing.
+        // The link would replace a file of the node, and a dangling link stops nothing.
         if (HostSystem::IsLink(m_tree.StopFile())) {
-            Refuse("stop-link", QStringLiteral("%1 is a link, which may lead nowhere on a node and "
-                                               "then stops nothing; replace it with a file to "
-                                               "stop, or remove it to offer")
-                                    .arg(m_tree.StopFile()));
+            Refuse(
+                "stop-link",
+                QStringLiteral("%1 is a link, which may not work on a node and would then stop "
+                               "nothing; replace it with a file to stop all offers, or remove it")
+                    .arg(m_tree.StopFile()));
         }
         if (!m_outcome.refusals.isEmpty())
             return m_outcome;
-        // Nobody changes the tree meanwhile.
+        // No other process may change the tree meanwhile.
         TreeChange lock(m_tree);
         if (const Failure failure = m_request.dryRun ? m_tree.Read(lock.List()) : lock.Begin()) {
             m_outcome.refusals.append(*failure);
@@ -164,7 +166,7 @@ private:
 
     bool IsStopped() const { return QFileInfo::exists(m_tree.StopFile()); }
 
-    /// No node that fails keeps the others from stopping.
+    /// A node that fails must not keep the others from stopping.
     bool CopyStop()
     {
         for (const QString &node : m_request.nodes)
@@ -172,7 +174,7 @@ private:
         return m_outcome.refusals.isEmpty();
     }
 
-    /// A node must not offer what it cannot get from here.
+    /// A node must not offer packages that are missing here.
     bool CheckOffered(const ReleaseList &list)
     {
         for (const Release &release : list.releases) {
@@ -180,10 +182,11 @@ private:
             if (!release.IsOffered() || (package.isFile() && package.size() == release.size))
                 continue;
             Refuse("package",
-                   QStringLiteral("%1, which is offered, %2; put the package back, or stop %3")
+                   QStringLiteral("%1, which is offered, %2; restore the package, or stop %3")
                        .arg(package.filePath(),
-                            package.exists() ? QStringLiteral("has another size than its release")
-                                             : QStringLiteral("is missing"),
+                            package.exists()
+                                ? QStringLiteral("does not have the size of its release")
+                                : QStringLiteral("is missing"),
                             release.version));
         }
         return m_outcome.refusals.isEmpty();
@@ -212,7 +215,7 @@ private:
 
     bool LiesInTree(const QString &node) const
     {
-        // A remote node is no path of this machine, and is not found.
+        // A remote node is not a path of this machine and does not match.
         const QString folder =
             QDir::cleanPath(QDir::current().absoluteFilePath(node)) + QLatin1Char('/');
         return folder.startsWith(m_tree.Folder() + QLatin1Char('/'));
@@ -223,7 +226,7 @@ private:
         return (node.endsWith(QLatin1Char('/')) ? node.chopped(1) : node) + folder;
     }
 
-    /// The packages that the node has already must be the same.
+    /// The packages that the node already has must be identical.
     bool CheckPackages(const QString &node)
     {
         QString listed;
@@ -235,8 +238,8 @@ private:
         for (const QString &name : listed.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
             if (!name.endsWith(QLatin1Char('/'))) {
                 Refuse("package-exists",
-                       QStringLiteral("%1 has %2 with other bytes, and caches may hold it; publish "
-                                      "yours under another version")
+                       QStringLiteral("%1 has %2 with different content, and caches may contain "
+                                      "it; publish your package under another version")
                            .arg(node, name));
             }
         }
@@ -260,7 +263,7 @@ private:
         return true;
     }
 
-    /// By their names: the folder that holds them may belong to somebody else.
+    /// Copied one by one, because their folder on the node may belong to another user.
     bool CopyTopLinks(const QString &node)
     {
         QStringList arguments{QStringLiteral("-lt")};
@@ -299,11 +302,10 @@ private:
         rsync.closeWriteChannel();
         rsync.waitForFinished(-1);
         if (rsync.exitStatus() != QProcess::NormalExit || rsync.exitCode() != 0) {
-            Refuse("rsync",
-                   QStringLiteral("%1: rsync ended with %2 (%3); correct that, and run the command "
-                                  "again")
-                       .arg(node, QString::number(rsync.exitCode()),
-                            Reason(rsync.readAllStandardError())));
+            Refuse("rsync", QStringLiteral("%1: rsync failed with exit code %2 (%3); fix the cause "
+                                           "and run the command again")
+                                .arg(node, QString::number(rsync.exitCode()),
+                                     Reason(rsync.readAllStandardError())));
             return false;
         }
         if (output != nullptr)
@@ -313,7 +315,7 @@ private:
 
     const Request &m_request;
     ReleaseTree m_tree;
-    QJsonArray m_commands; ///< what a dry run would start, each with its arguments
+    QJsonArray m_commands; ///< what would be started, for a dry run
     Outcome m_outcome;
 };
 

@@ -14,13 +14,13 @@
 namespace
 {
 
-/// Fewer downloads than this are not judged.
+/// Fewer downloads than this prove nothing.
 constexpr int kLeastDownloads = 10;
 
-/// Of fewer downloads than this a figure must be above its limit by more than chance explains.
+/// With fewer downloads than this, a figure must exceed its limit by more than chance explains.
 constexpr int kManyDownloads = 100;
 
-/// What chance explains, in standard errors.
+/// How much chance explains, in standard errors.
 constexpr double kStandardErrors = 2;
 
 constexpr double kPercent = 100;
@@ -30,8 +30,8 @@ double Percent(qint64 part, qint64 whole)
     return whole > 0 ? kPercent * double(part) / double(whole) : 0;
 }
 
-/// The variance of Percent(), of a binomial distribution. One more of each kind is assumed, because
-/// none or all of a few do not make a share certain.
+/// The variance of Percent() for a binomial distribution. One more of each kind is assumed, because
+/// "none of a few" and "all of a few" are not certain either.
 double Variance(qint64 part, qint64 whole)
 {
     const double share = (double(part) + 1) / (double(whole) + 2);
@@ -43,13 +43,13 @@ QString PercentText(double percent)
     return QString::number(percent, 'f', 1) + QStringLiteral(" %");
 }
 
-/// How far above its limit a figure may be by chance, in percentage points.
+/// By how many percentage points a figure may exceed its limit by chance.
 double Tolerance(bool isOfMany, double variance)
 {
     return isOfMany ? 0 : kStandardErrors * std::sqrt(variance);
 }
 
-/// Why the downloads of @p figures are not as good as those before; empty when they are.
+/// Why too many downloads were interrupted, compared with earlier ones; empty when they were not.
 QString WhyInterrupted(const ReleaseFigures &figures, double limit)
 {
     const DownloadFigures &now = figures.downloads;
@@ -73,7 +73,7 @@ QString WhyInterrupted(const ReleaseFigures &figures, double limit)
         .arg(PercentText(share), QString::number(now.downloads), compared);
 }
 
-/// Why too many of @p figures came back with the old version; empty when they did not.
+/// Why too many networks came back with the old version; empty when they did not.
 QString WhyUnchanged(const ReleaseFigures &figures, double limit)
 {
     if (figures.completed < kLeastDownloads)
@@ -87,14 +87,14 @@ QString WhyUnchanged(const ReleaseFigures &figures, double limit)
         .arg(PercentText(share), QString::number(figures.completed));
 }
 
-/// Why @p figures are above what @p request allows; empty when they are not.
+/// Why the release must be stopped; empty when it need not.
 QString ReasonToStop(const Request &request, const ReleaseFigures &figures)
 {
     const QString interrupted = WhyInterrupted(figures, request.stopAboveInterrupted);
     return interrupted.isEmpty() ? WhyUnchanged(figures, request.stopAboveUnchanged) : interrupted;
 }
 
-/// The plans of a tree on their way; each release adds to the outcome.
+/// Advances the plans of a tree; each release adds to the outcome.
 class Advancer
 {
 public:
@@ -131,12 +131,12 @@ public:
     }
 
 private:
-    /// What is to be done with a release.
+    /// A change to one release.
     struct Edit {
         Release before;
         Release after;
         QString activity;
-        QString refusal; ///< when the release is stopped
+        QString refusal; ///< only when the release is stopped
     };
 
     void Refuse(const char *rule, const QString &message)
@@ -151,16 +151,16 @@ private:
         return m_request.dryRun ? QStringLiteral("would be done: ") : QString();
     }
 
-    /// The releases whose plans are on their way, as indices in the list.
+    /// The releases with an active plan, as indices in the list.
     QVector<int> FindPlans()
     {
         QVector<int> plans;
-        QString newest; // of the releases that everybody is offered
+        QString newest; // of the releases that every client is offered
         for (int index = m_list.releases.size() - 1; index >= 0; --index) {
             const Release &release = m_list.releases.at(index);
             if (!release.plan.isEmpty() && !release.isWithdrawn) {
                 if (!newest.isEmpty())
-                    Tell(QStringLiteral("%1 stays as it is, because %2 is offered to everybody")
+                    Tell(QStringLiteral("%1 stays unchanged, because %2 is offered to everyone")
                              .arg(release.version, newest));
                 else if (release.isStopped || QFileInfo::exists(m_tree.StopFile()))
                     RefuseStopped(release);
@@ -175,12 +175,15 @@ private:
 
     void RefuseStopped(const Release &release)
     {
-        Refuse("stopped", QStringLiteral("%1 is stopped; look at \"publish report\", and resume "
-                                         "it or roll it back")
-                              .arg(release.version));
+        Refuse(
+            "stopped",
+            QStringLiteral(
+                "%1 is stopped; run \"publish report\" to see why, then resume it or roll it back")
+                .arg(release.version));
     }
 
-    /// What happened since each of @p plans began. False, with a refusal, when a log is unreadable.
+    /// Counts what has happened since each of @p plans began. False, with a refusal, when a log is
+    /// unreadable.
     bool ReadFigures(const QVector<int> &plans)
     {
         QVector<qint64> since;
@@ -198,7 +201,7 @@ private:
     void Advance(const Release &release, const RolloutStatistics &statistics)
     {
         const QVector<PlanStep> steps = ReadPlan(release.plan);
-        // The share may have been larger than the first one when the plan began.
+        // The share may already have exceeded the first step when the plan began.
         int step = 0;
         while (step + 1 < steps.size() && steps.at(step + 1).share <= release.share)
             ++step;
@@ -207,7 +210,7 @@ private:
         const ProductFigures *product = statistics.Product(m_request.product);
         const ReleaseFigures *figures =
             product != nullptr ? product->ReleaseWith(release.id) : nullptr;
-        // At the end of a plan nothing can be offered more than it is.
+        // After the last step, no larger share is possible, so missing figures are harmless.
         if (figures == nullptr && !isLast) {
             RefuseWithoutFigures(release, statistics);
             return;
@@ -217,8 +220,7 @@ private:
             Stop(release, reason);
             return;
         }
-        // The last step has no time of its own. Its figures count as long as those of the one
-        // before it.
+        // The last step has no duration. It is watched as long as the step before it.
         const qint64 seconds = steps.at(isLast ? qMax(step - 1, 0) : step).seconds;
         const QDateTime next = release.stepBegan.addSecs(seconds);
         const bool isDue = QDateTime::currentDateTimeUtc() >= next;
@@ -231,15 +233,15 @@ private:
     void RefuseWithoutFigures(const Release &release, const RolloutStatistics &statistics)
     {
         QString message =
-            QStringLiteral("the logs have no check that was offered %1 since %2; name the "
+            QStringLiteral("the logs contain no check that was offered %1 since %2; name the "
                            "current logs of all nodes")
                 .arg(release.version, release.planBegan.toUTC().toString(Qt::ISODate));
         const bool hasOthers =
             std::any_of(statistics.products.cbegin(), statistics.products.cend(),
                         [](const ProductFigures &product) { return !product.product.isEmpty(); });
         if (m_request.product.isEmpty() && hasOthers) {
-            message += QStringLiteral("; with several products name the tree's one with "
-                                      "--product");
+            message += QStringLiteral(
+                "; if there are several products, name the one of the tree with --product");
         }
         Refuse("no-figures", message);
     }
@@ -249,7 +251,7 @@ private:
         Edit edit{release, release, {}, {}};
         edit.after.isStopped = true;
         edit.activity = QStringLiteral("stopped %1: %2").arg(release.version, reason);
-        edit.refusal = QStringLiteral("%1 is stopped: %2; look at \"publish report\"")
+        edit.refusal = QStringLiteral("%1 is stopped: %2; run \"publish report\" for details")
                            .arg(release.version, reason);
         m_edits.append(edit);
     }
@@ -273,13 +275,14 @@ private:
     void TellToWait(const Release &release, bool isLast, const QDateTime &next)
     {
         const QString text =
-            isLast ? QStringLiteral("%1 has reached the end of its plan, %2; it is judged until %3")
-                   : QStringLiteral("%1 stays at %2 until %3");
+            isLast
+                ? QStringLiteral("%1 has reached the end of its plan, %2; it is watched until %3")
+                : QStringLiteral("%1 stays at %2 until %3");
         Tell(text.arg(release.version, ShareText(release.share),
                       next.toUTC().toString(Qt::ISODate)));
     }
 
-    /// Brings the edits into force, of releases that nobody else has changed meanwhile.
+    /// Commits the edits, except those of releases that have been changed meanwhile.
     void Commit()
     {
         if (m_edits.isEmpty())
@@ -296,7 +299,7 @@ private:
             const bool isUnchanged = index >= 0 && ToJson({{change.List().releases.at(index)},
                                                            {}}) == ToJson({{edit.before}, {}});
             if (!isUnchanged || QFileInfo::exists(m_tree.StopFile())) {
-                Tell(QStringLiteral("%1 was changed while the logs were read; it is left as it is")
+                Tell(QStringLiteral("%1 was changed while the logs were read; it stays unchanged")
                          .arg(edit.before.version));
                 continue;
             }

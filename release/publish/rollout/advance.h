@@ -5,8 +5,8 @@
 #include "release/publish/commandline/commandline.h"
 
 /**
- * Performs the next step of each plan in a tree whose time has come, by what the access logs tell
- * since the plan began. Stops the release instead, and refuses, when more goes wrong than the
- * request allows. Changes nothing when it cannot tell. Never lowers a share. Main thread.
+ * Takes the next step of each plan that is due, judging by the access logs since the plan began.
+ * When there are more failures than the request allows, stops the release instead and refuses.
+ * Changes nothing when the logs do not tell. Never lowers a share. Main thread.
  */
 Outcome AdvancePlans(const Request &request, Progress &progress);

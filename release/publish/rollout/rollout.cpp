@@ -47,7 +47,7 @@ QString RestrictionText(const Release &release)
     return parts.join(QStringLiteral("; "));
 }
 
-/// @p isStopped: nobody is offered anything of the tree.
+/// @p isStopped is true when all offers of the tree are stopped.
 QJsonObject Facts(const Release &release, bool isStopped)
 {
     return {{QStringLiteral("version"), release.version},
@@ -85,14 +85,14 @@ QString Line(const Release &release)
     return line + QLatin1Char('\n');
 }
 
-/// An edit of one release: what is done, as a line, or why it cannot be.
+/// The result of editing a release: a line about what was done, or why it is refused.
 struct Edit {
     QString line;
     Failure failure;
 };
 
-/// What is wrong with a tree whose releases cannot be read. To publish into a damaged one would
-/// not help, and is refused.
+/// Why there are no releases in @p tree. A damaged tree is not called missing, because publishing
+/// into it would not help.
 Failure FindNoReleases(const ReleaseTree &tree)
 {
     ReleaseList list;
@@ -106,7 +106,7 @@ Failure FindNoReleases(const ReleaseTree &tree)
     return {};
 }
 
-/// Carries out @p edit for the release that @p request names.
+/// Applies @p edit to the release that @p request names.
 Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList &, int)> &edit)
 {
     Outcome outcome;
@@ -116,8 +116,10 @@ Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList
         return outcome;
     };
     if (!HostSystem::HasLinks()) {
-        return refused(Refusal("links", QStringLiteral("releases cannot be rolled out from this "
-                                                       "system; run the command on the server")));
+        return refused(Refusal(
+            "links",
+            QStringLiteral(
+                "releases cannot be rolled out from this system; run the command on the server")));
     }
     if (const Failure failure = FindNoReleases(tree))
         return refused(*failure);
@@ -145,15 +147,17 @@ Outcome EditRelease(const Request &request, const std::function<Edit(ReleaseList
                       QLatin1Char('\n');
     outcome.warnings += FindUnreadable(tree, change.List());
     if (isStopped) {
-        outcome.warnings.append(
-            Refusal("stopped", QStringLiteral("%1 exists, so nobody is offered anything; "
-                                              "\"publish resume\" removes it")
-                                   .arg(tree.StopFile())));
+        outcome.warnings.append(Refusal(
+            "stopped",
+            QStringLiteral(
+                "%1 exists, so no client is offered anything; remove it with \"publish resume\"")
+                .arg(tree.StopFile())));
     }
     return outcome;
 }
 
-/// What the downloads of @p release need in the busiest hour, in Gbit/s: docs/service.md, Capacity.
+/// The bandwidth for downloads of @p release in the busiest hour, in Gbit/s. See docs/service.md,
+/// Capacity.
 double PeakGbit(const Release &release, double clients)
 {
     constexpr double checksPerDay = 2;
@@ -165,14 +169,14 @@ double PeakGbit(const Release &release, double clients)
     return offersPerSecond * double(release.size) * gbitPerByte;
 }
 
-/// What the plan waits for and is judged by begins now.
+/// The time of the current step and the figures of the plan count from now on.
 void RestartPlan(Release &release)
 {
     release.planBegan = QDateTime::currentDateTimeUtc();
     release.stepBegan = release.planBegan;
 }
 
-/// The first share of @p plan, unless the release has a larger one already.
+/// Begins with the first share of @p plan, unless the release already has a larger one.
 void BeginPlan(Release &release, const QString &plan)
 {
     release.plan = plan;
@@ -185,7 +189,7 @@ Edit Refuse(const char *rule, const QString &message)
     return {QString(), Refusal(rule, message)};
 }
 
-/// A line for each release of @p list that is stopped by itself.
+/// One line per release in @p list that is stopped individually.
 QString StillStopped(const ReleaseList &list)
 {
     QString lines;
@@ -198,7 +202,7 @@ QString StillStopped(const ReleaseList &list)
     return lines;
 }
 
-/// Restarts all plans of a tree in which everything is stopped.
+/// Restarts all plans of a tree whose offers are all stopped.
 Failure RestartPlans(const Request &request)
 {
     const ReleaseTree tree(request.source);
@@ -218,10 +222,10 @@ Failure RestartPlans(const Request &request)
         if (hasPlan(release))
             RestartPlan(release);
     }
-    return change.Commit(QString()); // the stop is still in force: nothing is resumed yet
+    return change.Commit(QString()); // the stop file still exists, so nothing is resumed yet
 }
 
-/// The stop file made or removed.
+/// Creates or removes the stop file.
 Outcome SetStopFile(const Request &request, bool isStopped)
 {
     Outcome outcome;
@@ -234,18 +238,18 @@ Outcome SetStopFile(const Request &request, bool isStopped)
     if (!isDone) {
         outcome.refusals.append(CannotWrite(
             file.fileName(), isTree ? file.errorString() : QStringLiteral("no such folder"),
-            QStringLiteral("check the tree's name and its permissions")));
+            QStringLiteral("check the path and the permissions of the tree")));
         return outcome;
     }
-    // Whatever mask the process has: the file is copied to the nodes by other users too.
+    // Independent of the umask, because other users copy the file to the nodes too.
     if (isStopped && file.isOpen())
         file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                             QFileDevice::ReadGroup | QFileDevice::ReadOther);
     outcome.facts = {{QStringLiteral("stopped"), isStopped},
                      {QStringLiteral("dryRun"), request.dryRun}};
-    outcome.summary = isStopped    ? QStringLiteral("%1: nobody is offered anything\n")
+    outcome.summary = isStopped    ? QStringLiteral("%1: all offers are stopped\n")
                       : wasStopped ? QStringLiteral("%1: the stop is lifted\n")
-                                   : QStringLiteral("%1: there was no stop of everything\n");
+                                   : QStringLiteral("%1: the offers were not stopped\n");
     outcome.summary = (request.dryRun ? QStringLiteral("would be done: ") : QString()) +
                       outcome.summary.arg(tree.Folder());
     ReleaseList list;
@@ -272,9 +276,11 @@ Outcome RollOut(const Request &request)
         }
         if (!request.plan.isEmpty()) {
             if (ReadPlan(request.plan).last().share <= release.share) {
-                return Refuse("plan", QStringLiteral("%1 is offered to %2 already; give a plan "
-                                                     "that ends above that")
-                                          .arg(release.version, ShareText(release.share)));
+                return Refuse(
+                    "plan",
+                    QStringLiteral(
+                        "%1 is already offered to %2; give a plan that ends with a larger share")
+                        .arg(release.version, ShareText(release.share)));
             }
             BeginPlan(release, request.plan);
         }
@@ -287,9 +293,11 @@ Outcome RollOut(const Request &request)
                 release.networks.append(network);
         }
         if (!release.IsRolledOut()) {
-            return Refuse("share", QStringLiteral("%1 has neither a share nor a network; give one "
-                                                  "with --share or --network")
-                                       .arg(release.version));
+            return Refuse(
+                "share",
+                QStringLiteral(
+                    "%1 has neither a share nor a network; give one with --share or --network")
+                    .arg(release.version));
         }
         QString line =
             QStringLiteral("rolled out %1 to %2").arg(release.version, ShareText(release.share));
@@ -302,8 +310,8 @@ Outcome RollOut(const Request &request)
     });
     if (peakGbit > request.linkGbit) {
         outcome.warnings.append(Refusal(
-            "bandwidth", QStringLiteral("at nine in the morning the downloads may need %1 Gbit/s, "
-                                        "and the line has %2; begin with a smaller share")
+            "bandwidth", QStringLiteral("in the busiest hour the downloads may need %1 Gbit/s, but "
+                                        "only %2 are available; begin with a smaller share")
                              .arg(peakGbit, 0, 'f', 1)
                              .arg(request.linkGbit)));
     }
@@ -320,7 +328,7 @@ Outcome StopOffers(const Request &request)
         return {QStringLiteral("stopped %1").arg(release.version), {}};
     });
     for (Finding &refusal : outcome.refusals) {
-        // A push takes minutes, and whoever stops a release cannot wait for it.
+        // A push takes minutes, and stopping a release must not wait for it.
         if (refusal.rule == QLatin1String(TreeChange::kBusyRule)) {
             refusal.message +=
                 QStringLiteral("; \"publish stop SITE\" without --version works at once");
@@ -346,7 +354,8 @@ Outcome ResumeOffers(const Request &request)
                 "withdrawn",
                 QStringLiteral("%1 was rolled back; publish a new version").arg(release.version));
         }
-        // What stopped a plan would stop it again, and no step passes while nobody is offered it.
+        // The figures that stopped a plan would stop it again, and the time during which it was
+        // stopped does not count.
         if (release.isStopped)
             RestartPlan(release);
         release.isStopped = false;
@@ -367,8 +376,8 @@ Outcome RollBack(const Request &request)
         const int previous = list.PreviousForEverybody(index);
         if (previous < 0) {
             return Refuse("no-previous",
-                          QStringLiteral("no release before %1 is offered to everybody; roll one "
-                                         "out to 100 first, or leave --downgrade out")
+                          QStringLiteral("no release before %1 is offered to everyone; roll one "
+                                         "out to 100 first, or leave out --downgrade")
                               .arg(release.version));
         }
         const QString &version = list.releases.at(previous).version;

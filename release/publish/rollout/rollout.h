@@ -3,19 +3,21 @@
 #include "release/publish/base/report.h"
 #include "release/publish/commandline/commandline.h"
 
-// What decides about whom the releases of a tree are offered to. Each command changes the tree at
-// once or, when it refuses, not at all. Main thread.
+// The commands that decide who is offered the releases of a tree. Each command changes the tree
+// atomically or, when it refuses, not at all. Main thread.
 
-/// Sets the share, the versions and the networks of a release; what is not given stays as it is.
+/// Sets the share, the versions and the networks of a release. Options that are not given leave
+/// them unchanged.
 Outcome RollOut(const Request &request);
 
-/// Stops the offers of a release or, without a version, of all.
+/// Stops one release or, without a version, all releases.
 Outcome StopOffers(const Request &request);
 
-/// Takes StopOffers() back.
+/// Reverses StopOffers().
 Outcome ResumeOffers(const Request &request);
 
-/// Withdraws a release, and offers the one before to those that have it when that is asked for.
+/// Withdraws a release permanently and, on request, offers the previous one to clients that have
+/// it.
 Outcome RollBack(const Request &request);
 
 /// Lists the releases, the newest first.
