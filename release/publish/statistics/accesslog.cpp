@@ -132,8 +132,8 @@ Text *FieldCalled(Text key, Fields &fields)
 }
 
 /**
- * A line as nginx writes it: flat, without spaces, texts without escapes. Refuses everything else,
- * valid or not, for the complete parser to judge.
+ * A fast parser for lines as nginx usually writes them: flat, without spaces and escapes. Rejects
+ * everything else, which is then left to the complete parser.
  */
 class FlatObject
 {
@@ -193,7 +193,7 @@ private:
     Text m_rest;
 };
 
-/// The two digits behind a "%"; nothing when they are none.
+/// Decodes the two digits after a "%"; empty when they are not hexadecimal.
 std::optional<char> Unescaped(Text digits)
 {
     quint8 byte = 0;
@@ -202,7 +202,7 @@ std::optional<char> Unescaped(Text digits)
     return char(byte);
 }
 
-/// Takes the first segment, with the slash before it, from @p path.
+/// Removes the first segment and the slash before it from @p path, and returns the segment.
 Text TakeSegment(Text &path)
 {
     if (path.empty() || path.front() != '/')
@@ -289,7 +289,7 @@ bool AccessLogParser::Parse(Text line, AccessLogEntry &entry)
     return true;
 }
 
-/// Any JSON object: what a client sends may make nginx write escapes.
+/// Parses any JSON object, because data from clients can make nginx write escapes.
 bool AccessLogParser::ParseWithQt(Text line, Fields &fields)
 {
     const QJsonDocument document =
@@ -321,7 +321,7 @@ bool AccessLogParser::ParseWithQt(Text line, Fields &fields)
     return true;
 }
 
-/// What the request asks for, as the service's locations see it.
+/// What is requested, by the same rules as the locations of the service.
 AccessLogEntry::Kind AccessLogParser::ReadPath(Text path, Text method, AccessLogEntry &entry)
 {
     Text rest = Normalized(path);
@@ -342,7 +342,8 @@ AccessLogEntry::Kind AccessLogParser::ReadPath(Text path, Text method, AccessLog
     return method == "GET" ? AccessLogEntry::Download : AccessLogEntry::Other;
 }
 
-/// As nginx compares it with its locations: decoded, no query, slashes merged.
+/// @p path in the form that nginx compares with its locations: decoded, without query, slashes
+/// merged.
 Text AccessLogParser::Normalized(Text path)
 {
     path = path.substr(0, path.find('?'));

@@ -14,7 +14,7 @@ QString NameOf(const std::optional<QString> &version)
     return version->isEmpty() ? QStringLiteral("unknown") : *version;
 }
 
-/// The names of the versions that check most, in that order.
+/// The names of the versions with the most checks, in that order.
 QVector<QString> MostFrequentVersions(const QVector<DayFigures> &days, int count)
 {
     QMap<QString, qint64> totals;

@@ -7,19 +7,20 @@
 #include <QVector>
 #include <QtGlobal>
 
-/// What is counted under one name, a value for each day.
+/// A named series with one value per day.
 struct DailySeries {
     QString name;
     QVector<qint64> values;
 };
 
-/// The days of a product without gaps, for tables and charts.
+/// The figures of a product per day, without gaps, for tables and charts.
 struct DailyFigures {
     QVector<QDate> days;
-    QVector<DailySeries> checks; ///< by installed version, the most frequent first, others last
+    QVector<DailySeries> checks; ///< by installed version: the most frequent first, "others" last
     DailySeries completed;       ///< downloads
     DailySeries interrupted;     ///< downloads
 };
 
-/// The last days of @p product, @p maxDays at the most, with @p maxVersions told apart. Pure.
+/// The last @p maxDays of @p product, with the @p maxVersions most frequent versions. Pure
+/// function.
 DailyFigures DailyFiguresOf(const ProductFigures &product, int maxDays, int maxVersions);

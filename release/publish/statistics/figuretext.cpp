@@ -49,8 +49,8 @@ QVector<ReleaseFigures> OtherPackages(const ProductFigures &product)
 
 QString UnansweredNote()
 {
-    return QStringLiteral("4xx is without 429, too many requests of one network; ended: the client "
-                          "was gone before the answer.");
+    return QStringLiteral("4xx does not include 429, too many requests from one network. Ended: "
+                          "the client disconnected before the answer.");
 }
 
 QDateTime UtcTime(qint64 seconds)

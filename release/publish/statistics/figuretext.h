@@ -7,22 +7,22 @@
 #include <QVector>
 #include <QtGlobal>
 
-/// As people read a number: "1,234,567".
+/// A number with grouped digits: "1,234,567".
 QString Grouped(qint64 number);
 
-/// @p part of @p whole as "5.2 %"; a dash when there is no whole.
+/// The percentage of @p part in @p whole, such as "5.2 %"; a dash when @p whole is 0.
 QString Share(qint64 part, qint64 whole);
 
 QString InterruptedShare(const DownloadFigures &downloads);
 
-/// The packages that no check was offered, with one more entry for the requests for unknown ones.
+/// The packages that no check was offered, and one more entry for requests for unknown packages.
 QVector<ReleaseFigures> OtherPackages(const ProductFigures &product);
 
-/// What the columns of unanswered requests count.
+/// Explains the columns about unanswered requests.
 QString UnansweredNote();
 
-/// @p seconds since 1970.
+/// Converts @p seconds since 1970.
 QDateTime UtcTime(qint64 seconds);
 
-/// What was read, in one or two sentences.
+/// One or two sentences about what was read.
 QString SourceText(const RolloutStatistics &statistics);

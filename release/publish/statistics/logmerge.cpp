@@ -10,7 +10,8 @@
 namespace
 {
 
-/// Far above what nginx' buffers cause, in seconds. Whoever joined two logs into one exceeds it.
+/// In seconds; far more than the buffers of nginx cause. Two logs that were joined into one file
+/// exceed it.
 constexpr qint64 kToleratedDelay = 60;
 
 } // namespace
@@ -49,8 +50,8 @@ Failure LogMerge::Add(const QString &path)
     const QFileInfo file(path);
     if (file.exists() && !file.isFile()) {
         return Finding{QStringLiteral("unreadable"), path,
-                       QStringLiteral("%1 is not a file; name the logs in it, or write what a "
-                                      "program prints into a file")
+                       QStringLiteral("%1 is not a file; name the logs in the folder, or save the "
+                                      "output of a program to a file")
                            .arg(path)};
     }
     LogReader reader(path, nullptr);
@@ -99,7 +100,7 @@ bool LogMerge::IsNextLogDue(qint64 time) const
     return m_nextLog < m_logs.size() && m_logs[m_nextLog].firstTime <= time;
 }
 
-/// False at the end of @p log, which is closed then.
+/// Advances @p log. At its end, closes it and returns false.
 bool LogMerge::GoOn(OpenLog &log)
 {
     if (!log.reader->Next()) {
@@ -122,22 +123,23 @@ void LogMerge::Close(const OpenLog &log)
     m_damagedLines += reader.DamagedLines();
     if (reader.IsDamaged()) {
         m_warnings.append({QStringLiteral("gzip-damaged"), path,
-                           QStringLiteral("%1: the gzip data is damaged or ends early, and what "
-                                          "follows is not counted; copy the file again")
+                           QStringLiteral("%1: the gzip data is damaged or truncated, and the rest "
+                                          "is not counted; copy the file again")
                                .arg(path)});
     }
     if (reader.Lines() > 0 && reader.Lines() == reader.DamagedLines()) {
         m_warnings.append({QStringLiteral("log-form"), path,
-                           QStringLiteral("%1 has no line of the form in updates/log.conf; name "
-                                          "the log that updates.conf makes nginx write")
+                           QStringLiteral("%1 has no line in the format of updates/log.conf; name "
+                                          "the access_log of updates.conf")
                                .arg(path)});
     }
     if (log.lateBy > kToleratedDelay) {
-        m_warnings.append({QStringLiteral("log-order"), path,
-                           QStringLiteral("%1: lines are up to %2 seconds out of order, which "
-                                          "makes the figures of who came back wrong; give each "
-                                          "node's logs as files of their own")
-                               .arg(path, QString::number(log.lateBy))});
+        m_warnings.append(
+            {QStringLiteral("log-order"), path,
+             QStringLiteral(
+                 "%1: lines are up to %2 seconds out of order, so the figures about networks that "
+                 "came back are wrong; pass the logs of each node as separate files")
+                 .arg(path, QString::number(log.lateBy))});
     }
 }
 
@@ -147,7 +149,7 @@ void LogMerge::Wait(OpenLog &&log)
     std::push_heap(m_waiting.begin(), m_waiting.end(), ComesAfter);
 }
 
-/// By time; at the same time by file, so that every run counts alike.
+/// Compares by time, then by file, so that the result is always the same.
 bool LogMerge::ComesAfter(const OpenLog &one, const OpenLog &other)
 {
     return std::make_pair(one.reader->Entry().time, one.index) >

@@ -14,31 +14,31 @@
 #include <vector>
 
 /**
- * The entries of the logs of several nodes, and of their rotated files, in the order of their
- * times. A file is expected to be in order itself, but for the second or so by which nginx' workers
- * write their lines late. Only files whose times overlap are open together. Main thread.
+ * Merges the logs of several nodes, including rotated files, in the order of time. Each file must
+ * be in order itself, except for the second or so by which the workers of nginx write late. Only
+ * files whose times overlap are open at the same time. Main thread.
  */
 class LogMerge
 {
 public:
     LogMerge(QStringList paths, Progress &progress);
 
-    /// Looks into every file. Refuses what cannot be read.
+    /// Looks at every file. Fails when one cannot be read.
     Failure Begin();
 
-    /// Goes to the next entry. False at the end, and after a failure.
+    /// Advances to the next entry. False at the end and after a failure.
     bool Next();
 
-    /// Its texts are valid until Next() is called.
+    /// The texts are valid until Next() is called.
     const AccessLogEntry &Entry() const { return m_current.reader->Entry(); }
 
-    /// A disk failed, or the user has asked to end.
+    /// Set when a disk failed or the user has interrupted the command.
     const Failure &Error() const { return m_failure; }
 
     /// About the files read so far.
     const Findings &Warnings() const { return m_warnings; }
 
-    /// Files, without those that were named twice.
+    /// The number of files; those that are named twice count once.
     int Files() const { return int(m_logs.size()); }
     qint64 Lines() const { return m_lines; }
     qint64 DamagedLines() const { return m_damagedLines; }
@@ -51,7 +51,7 @@ private:
     struct OpenLog {
         size_t index = 0; ///< in m_logs
         qint64 latestTime = 0;
-        qint64 lateBy = 0; ///< the most that an entry came after a later one, in seconds
+        qint64 lateBy = 0; ///< the largest delay of an entry after a later one, in seconds
         std::unique_ptr<LogReader> reader;
     };
 
@@ -67,7 +67,7 @@ private:
     Progress &m_progress;
     std::vector<Log> m_logs; ///< the earliest first
     size_t m_nextLog = 0;
-    std::vector<OpenLog> m_waiting; ///< a heap, the earliest entry first
+    std::vector<OpenLog> m_waiting; ///< a heap with the earliest entry first
     OpenLog m_current;
     Failure m_failure;
     Findings m_warnings;

@@ -9,7 +9,7 @@ namespace
 
 constexpr int kInputSize = 128 * 1024;
 
-/// A longer line is none of this log: nginx cuts whatever a client sends.
+/// Longer lines do not belong to this log, because nginx truncates data from clients.
 constexpr int kMaxLineLength = 64 * 1024;
 
 constexpr int kBufferSize = 4 * kMaxLineLength;
@@ -17,7 +17,7 @@ constexpr int kBufferSize = 4 * kMaxLineLength;
 /// RFC 1952, 2.3.1.
 constexpr char kGzipMagic[] = {'\x1f', '\x8b'};
 
-/// Of inflateInit2(): the largest window, and a gzip header before the data.
+/// For inflateInit2(): the largest window and a gzip header before the data.
 constexpr int kGzipWindow = MAX_WBITS + 16;
 
 } // namespace
@@ -34,7 +34,7 @@ Failure LogBytes::Open()
 {
     if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         return Finding{QStringLiteral("unreadable"), m_file.fileName(),
-                       QStringLiteral("%1: %2; name a log that exists and that you may read")
+                       QStringLiteral("%1: %2; name an existing log that you may read")
                            .arg(m_file.fileName(), m_file.errorString())};
     }
     m_input.resize(kInputSize);
@@ -68,7 +68,7 @@ bool LogBytes::FillInput()
     if (m_left < 0) {
         m_left = 0;
         m_failure = Finding{QStringLiteral("unreadable"), m_file.fileName(),
-                            QStringLiteral("%1: %2; copy the log to a sound disk")
+                            QStringLiteral("%1: %2; copy the log to a working disk")
                                 .arg(m_file.fileName(), m_file.errorString())};
     } else if (m_progress && !m_progress->Advance(m_left)) {
         m_left = 0;
@@ -120,8 +120,8 @@ bool LogReader::Next()
     return false;
 }
 
-/// The last line may be without a line break: nginx may be writing it. A line that is too long
-/// comes as an empty one.
+/// The last line may have no line break, because nginx may still be writing it. A line that is too
+/// long is returned as an empty one.
 bool LogReader::NextLine(std::string_view &line)
 {
     do {
@@ -145,7 +145,7 @@ bool LogReader::NextLine(std::string_view &line)
     return isThere;
 }
 
-/// Adds to the beginning of a line that the buffer ends with. False when there is no more.
+/// Reads more data after the incomplete line at the end of the buffer. False when there is none.
 bool LogReader::ReadMore()
 {
     if (m_end - m_begin >= kMaxLineLength) {

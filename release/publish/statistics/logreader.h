@@ -15,8 +15,8 @@
 struct z_stream_s;
 
 /**
- * The bytes of a file, unpacked if they are gzip data, which its beginning tells. Several gzip
- * members in a row are one text, as for other readers. Main thread.
+ * The content of a file, unpacked if it begins like gzip data. Several gzip members are
+ * concatenated, as other readers do. Main thread.
  */
 class LogBytes
 {
@@ -25,19 +25,19 @@ public:
     ~LogBytes();
     Q_DISABLE_COPY(LogBytes)
 
-    /// Refuses a file that cannot be read.
+    /// Fails when the file cannot be read.
     Failure Open();
 
     /**
-     * Puts up to @p size bytes into @p target. Returns how many, and 0 at the end: of the file, of
-     * the readable part of damaged gzip data, or after a failure.
+     * Reads up to @p size bytes into @p target. Returns how many; 0 at the end of the file or of
+     * the readable part of damaged gzip data, and after a failure.
      */
     qint64 Read(char *target, qint64 size);
 
-    /// The disk failed, or the user has asked to end.
+    /// Set when the disk failed or the user has interrupted the command.
     const Failure &Error() const { return m_failure; }
 
-    /// The gzip data ended in its middle or is damaged.
+    /// Whether the gzip data is truncated or damaged.
     bool IsDamaged() const { return m_isDamaged; }
 
 private:
@@ -46,29 +46,29 @@ private:
 
     QFile m_file;
     Progress *m_progress;
-    QByteArray m_input;     ///< as it is in the file
+    QByteArray m_input;     ///< as in the file
     char *m_next = nullptr; ///< in m_input
-    qint64 m_left = 0;      ///< from m_next on
+    qint64 m_left = 0;      ///< after m_next
     Failure m_failure;
     bool m_isDamaged = false;
     bool m_isBetweenMembers = false;
-    std::unique_ptr<z_stream_s> m_stream; ///< nothing for plain text
+    std::unique_ptr<z_stream_s> m_stream; ///< null for plain text
 };
 
-/// The entries of one access log, in the order of its lines. Main thread.
+/// Reads the entries of one access log in the order of its lines. Main thread.
 class LogReader
 {
 public:
-    /// @p progress is told of the bytes of the file that were read; it may be nothing.
+    /// @p progress advances with the bytes that are read from the file; it may be null.
     LogReader(const QString &path, Progress *progress);
 
-    /// Refuses a file that cannot be read.
+    /// Fails when the file cannot be read.
     Failure Open();
 
-    /// Goes to the next entry. False at the end, and after a failure.
+    /// Advances to the next entry. False at the end and after a failure.
     bool Next();
 
-    /// Its texts are valid until Next() is called.
+    /// The texts are valid until Next() is called.
     const AccessLogEntry &Entry() const { return m_entry; }
 
     qint64 Lines() const { return m_lines; }
@@ -82,9 +82,9 @@ private:
 
     LogBytes m_bytes;
     QByteArray m_buffer;
-    int m_begin = 0;          ///< of what is not parsed yet
-    int m_end = 0;            ///< of what was read
-    bool m_isTooLong = false; ///< the line whose beginning was dropped from the buffer
+    int m_begin = 0;          ///< of the bytes that are not parsed yet
+    int m_end = 0;            ///< of the bytes that were read
+    bool m_isTooLong = false; ///< the beginning of the current line was dropped
     AccessLogParser m_parser;
     AccessLogEntry m_entry;
     qint64 m_lines = 0;

@@ -19,11 +19,11 @@ namespace
 
 using ReleaseRules::Shown;
 
-/// What fits on a terminal.
+/// As many as fit on a terminal.
 constexpr int kMaxDays = 14;
 constexpr int kMaxVersions = 6;
 
-/// Columns of a terminal, the first left-aligned and the others right-aligned.
+/// A table for a terminal. The first column is left-aligned, the others are right-aligned.
 class TextTable
 {
 public:
@@ -59,7 +59,7 @@ private:
     QVector<QStringList> m_rows;
 };
 
-/// The cells of all tables about requests.
+/// The last columns of all tables about requests.
 const QStringList kUnansweredHead{QStringLiteral("4xx"), QStringLiteral("429"),
                                   QStringLiteral("5xx"), QStringLiteral("ended")};
 
@@ -237,7 +237,7 @@ QJsonObject ProductFacts(const ProductFigures &product)
             {QStringLiteral("days"), DayFacts(product.days)}};
 }
 
-/// Whoever opens @p path sees the old page or the new one.
+/// Replaces the page atomically.
 Failure WritePage(const QString &path, const QByteArray &page)
 {
     QSaveFile file(path);
@@ -251,10 +251,11 @@ Failure WritePage(const QString &path, const QByteArray &page)
     return failure;
 }
 
-/// Whether the file @p path is one of @p logs under whatever name.
+/// Whether @p path is one of @p logs, even under another name.
 bool IsOneOf(const QStringList &logs, const QString &path)
 {
-    const QString canonicalPath = QFileInfo(path).canonicalFilePath(); // empty without a file
+    const QString canonicalPath =
+        QFileInfo(path).canonicalFilePath(); // empty when there is no file
     return !canonicalPath.isEmpty() &&
            std::any_of(logs.cbegin(), logs.cend(), [&canonicalPath](const QString &log) {
                return QFileInfo(log).canonicalFilePath() == canonicalPath;

@@ -8,17 +8,17 @@
 #include <QString>
 #include <QStringList>
 
-/// What to report on, and where to.
+/// What to report on and where to write the page.
 struct ReportOptions {
     QStringList logs; ///< of any number of nodes, rotated or not, plain or gzip, in any order
-    QString htmlFile; ///< a page with charts; empty: none
+    QString htmlFile; ///< where to write a page with charts; empty: nowhere
 };
 
-/// Reads the service's access logs and tells how the releases in them are doing. Main thread.
+/// Reads the service's access logs and reports how the releases are doing. Main thread.
 Outcome ReportLogs(const ReportOptions &options, Progress &progress);
 
-/// @p statistics as a table for a terminal. Pure.
+/// @p statistics as tables for a terminal. Pure function.
 QString ReportText(const RolloutStatistics &statistics);
 
-/// @p statistics for scripts; docs/report.md lists the keys. Pure.
+/// @p statistics for scripts; docs/report.md lists the keys. Pure function.
 QJsonObject ReportFacts(const RolloutStatistics &statistics);

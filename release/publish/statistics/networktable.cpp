@@ -7,8 +7,8 @@ namespace
 
 constexpr size_t kFirstSlots = 16; // a power of two
 
-/// Addresses differ in few bits only. The finalizer of SplitMix64 spreads them over all; source:
-/// https://prng.di.unimi.it/splitmix64.c
+/// Addresses differ only in few bits. The finalizer of SplitMix64 spreads them over all bits.
+/// Source: https://prng.di.unimi.it/splitmix64.c
 quint64 HashOf(Network network)
 {
     quint64 hash = network + 0x9e3779b97f4a7c15;
@@ -17,7 +17,7 @@ quint64 HashOf(Network network)
     return hash ^ (hash >> 31);
 }
 
-/// The highest byte, because the slot in the part is made of the lowest bits.
+/// The highest byte, because the slot in the part depends on the lowest bits.
 size_t PartOf(quint64 hash)
 {
     return size_t(hash >> 56);
@@ -54,7 +54,7 @@ NetworkTable::Record *NetworkTable::First(Network network)
     return RecordAt(part.records[SlotOf(part, network, hash)]);
 }
 
-/// Where @p network is, or the free slot for it. There always is one.
+/// The slot of @p network, or a free slot for it, which always exists.
 size_t NetworkTable::SlotOf(const Part &part, Network network, quint64 hash)
 {
     const size_t mask = part.records.size() - 1;

@@ -9,27 +9,27 @@
 #include <vector>
 
 /**
- * What each network has done with each package, for millions of networks: 8 bytes for each pair and
- * 12 for each slot of a hash table, of which three quarters at the most are used.
+ * What each of millions of networks has done with each package. Takes 8 bytes per pair, and 12 per
+ * slot of a hash table that is at most three quarters full.
  */
 class NetworkTable
 {
 public:
     /// One network and one package.
     struct Record {
-        quint32 next;    ///< the record of another package and the same network; 0: none
-        quint16 package; ///< a number that the caller gives
-        quint8 marks;    ///< bits that the caller gives
+        quint32 next;    ///< the same network's record of another package; 0: none
+        quint16 package; ///< chosen by the caller
+        quint8 marks;    ///< bits chosen by the caller
     };
 
-    /// The record of @p network and @p package, made without marks if there is none. Valid as long
-    /// as the table is.
+    /// The record of @p network and @p package, which is created without marks if necessary. Valid
+    /// as long as the table.
     Record &At(Network network, quint16 package);
 
-    /// The first record of @p network, or nothing.
+    /// The first record of @p network, or null.
     Record *First(Network network);
 
-    /// The next record of the same network, or nothing.
+    /// The next record of the same network, or null.
     Record *Next(const Record &record) { return RecordAt(record.next); }
 
     const std::deque<Record> &Records() const { return m_records; }
@@ -37,11 +37,11 @@ public:
 private:
     struct Part {
         std::vector<Network> networks;
-        std::vector<quint32> records; ///< the number of the first record; 0 marks a free slot
+        std::vector<quint32> records; ///< the number of the first record; 0: a free slot
         size_t used = 0;
     };
 
-    // Each part grows by itself, so growing does not need the memory of the whole table again.
+    // Each part grows separately, so that growing never needs the memory of the whole table twice.
     static constexpr size_t kParts = 256;
 
     Record *RecordAt(quint32 number) { return number == 0 ? nullptr : &m_records[number - 1]; }
@@ -49,5 +49,5 @@ private:
     static void Grow(Part &part);
 
     std::array<Part, kParts> m_parts;
-    std::deque<Record> m_records; ///< a deque never copies when it grows
+    std::deque<Record> m_records; ///< a deque does not copy its items when it grows
 };

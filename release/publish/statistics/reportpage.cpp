@@ -13,7 +13,7 @@ namespace
 
 constexpr int kMaxDays = 366;
 
-// The colours differ in lightness too, for readers who see them alike.
+// The colours also differ in lightness, for colour-blind readers.
 const char *const kHead = R"(<!DOCTYPE html>
 <html lang="en">
 <head>
@@ -137,8 +137,8 @@ QString FunnelFigure(const QString &id, const ReleaseFigures &release)
         rows.append({one.name, Grouped(one.value), one.share});
     const SvgChart::Labels labels{
         id, QStringLiteral("Version %1: networks").arg(release.version),
-        QStringLiteral("How many networks got how far; shares of those that were offered it. First "
-                       "offered on %1.")
+        QStringLiteral("How many networks reached each stage, and their share of those that were "
+                       "offered the release. First offered on %1.")
             .arg(UtcTime(release.firstOffered).toString(QStringLiteral("yyyy-MM-dd HH:mm 'UTC'")))};
     return QStringLiteral("<figure>\n<figcaption>%1<span>%2</span></figcaption>\n")
                .arg(Html(labels.title), Html(labels.description)) +
@@ -188,7 +188,7 @@ QString Note(const QString &text)
     return QStringLiteral("<p class=\"note\">%1</p>\n").arg(text);
 }
 
-/// @p id begins the ids of the product's charts.
+/// @p id is the prefix of the ids of the product's charts.
 QString ProductPart(const QString &id, const ProductFigures &product)
 {
     const DailyFigures days = DailyFiguresOf(product, kMaxDays, SvgChart::Colours);
@@ -232,6 +232,6 @@ QByteArray ReportPage(const RolloutStatistics &statistics)
     for (int index = 0; index < statistics.products.size(); ++index)
         page += ProductPart(QStringLiteral("product%1").arg(index), statistics.products.at(index));
     if (statistics.products.isEmpty())
-        page += QStringLiteral("<p>The logs hold no checks and no downloads.</p>\n");
+        page += QStringLiteral("<p>The logs contain no checks and no downloads.</p>\n");
     return (page + QStringLiteral("</body>\n</html>\n")).toUtf8();
 }

@@ -5,7 +5,8 @@
 #include <QByteArray>
 
 /**
- * @p statistics as one HTML file with charts and tables. It loads nothing and runs nothing,
- * whatever the logs hold, follows the reader's light or dark scheme and fits narrow windows. Pure.
+ * @p statistics as one HTML file with charts and tables. It loads and runs nothing, whatever the
+ * logs contain, follows the reader's light or dark colour scheme and fits narrow windows. Pure
+ * function.
  */
 QByteArray ReportPage(const RolloutStatistics &statistics);

@@ -35,7 +35,7 @@ enum HttpStatus {
     kFirstClientError = 400,
     kRangeNotSatisfiable = 416,
     kTooManyRequests = 429,
-    kClientClosed = 499, // nginx' own
+    kClientClosed = 499, // used by nginx only
     kFirstServerError = 500,
     kNotImplemented = 501,
     kVersionNotSupported = 505
@@ -47,9 +47,9 @@ enum Mark : quint8 {
     kStarted = 2,
     kCompleted = 4,
     kCameBack = 8,
-    kHasVersion = 16,   ///< or a later one, whether it was offered in these logs or not
+    kHasVersion = 16,   ///< or a later one, even if these logs contain no offer
     kCheckedLater = 32, ///< after the download, with another version
-    kInterrupted = 64,  ///< the latest download
+    kInterrupted = 64,  ///< the last download
     kInRanges = 128
 };
 
@@ -58,16 +58,16 @@ QString ToQString(Text text)
     return QString::fromUtf8(text.data(), int(text.size()));
 }
 
-/// Texts as small numbers.
+/// Assigns small numbers to texts.
 class Names
 {
 public:
-    /// Installed versions that are beyond the limit.
+    /// The number of all installed versions beyond the limit.
     static constexpr int kOthers = -1;
 
     int Number(Text text) { return NumberUpTo(std::numeric_limits<int>::max(), text); }
 
-    /// kOthers for a new text when there are @p limit already.
+    /// Returns kOthers for a new text when there are already @p limit texts.
     int NumberUpTo(int limit, Text text)
     {
         const auto known = m_numbers.find(text);
@@ -90,28 +90,28 @@ private:
 
 struct Package {
     ReleaseFigures figures;
-    int version = Names::kOthers; ///< its number, once a check was offered it
+    int version = Names::kOthers; ///< its number, as soon as a check was offered it
     int product = 0;
-    bool hasRequests = false;     ///< since the time from which to count
-    DownloadFigures allDownloads; ///< whenever
+    bool hasRequests = false;     ///< since LogSelection::since
+    DownloadFigures allDownloads; ///< at any time
 };
 
 struct Day {
-    QHash<quint64, qint64> checks; ///< by the numbers of version and answer
+    QHash<quint64, qint64> checks; ///< the key combines the numbers of version and answer
     DownloadFigures downloads;
     qint64 bytes = 0;
 };
 
 struct Product {
     ProductFigures figures;
-    std::map<std::string, int, std::less<>> packages; ///< by ID, or "/" and the version
+    std::map<std::string, int, std::less<>> packages; ///< the key is the ID, or "/" and the version
     std::map<qint64, Day> days;
 };
 
 /**
- * Whether nginx knows an address that it answers with @p status. Anybody can ask for others, and
- * they must not fill the report: nginx refuses them with 4xx, and requests that it does not
- * understand with 501 and 505 before it looks at their address.
+ * Whether an address that nginx answers with @p status exists. Anyone can request others, and they
+ * must not fill the report. nginx refuses them with 4xx, and requests that it does not understand
+ * with 501 or 505 before it looks at the address.
  */
 bool IsKnown(int status)
 {
@@ -120,7 +120,7 @@ bool IsKnown(int status)
     return status < kFirstClientError || status == kTooManyRequests || status >= kFirstServerError;
 }
 
-/// Whether a package is there that is answered with @p status.
+/// Whether a package that is answered with @p status exists.
 bool Exists(int status)
 {
     return (status >= kOk && status < kFirstClientError) || status == kRangeNotSatisfiable;
@@ -149,7 +149,7 @@ quint64 KeyOf(int version, int answer)
     return quint64(quint32(version)) << 32 | quint32(answer);
 }
 
-/// Counts one entry after the other, in the order of their times.
+/// Counts entries in the order of time.
 class Counter
 {
 public:
@@ -157,7 +157,7 @@ public:
 
     void Take(const AccessLogEntry &entry);
 
-    /// Once, after the last entry.
+    /// Call it once, after the last entry.
     void Finish(RolloutStatistics &statistics);
 
 private:
@@ -185,9 +185,9 @@ private:
 
     std::optional<qint64> m_since;
     RolloutStatistics m_totals;
-    QHash<QString, int> m_ranks; ///< of known packages by ID, in the order of their releases
-    int m_knownVersions = 0;     ///< the numbers below are those of known releases, in their order
-    Names m_versions;            ///< installed and offered
+    QHash<QString, int> m_ranks; ///< position of each known package in the order of releases
+    int m_knownVersions = 0;     ///< lower numbers are known releases, in their order
+    Names m_versions;            ///< installed and offered versions
     std::map<std::string, int, std::less<>> m_productNumbers;
     std::vector<Product> m_products;
     int m_product = 0; ///< of the current entry
@@ -226,7 +226,7 @@ void Counter::Take(const AccessLogEntry &entry)
         CountHead(entry, product);
 }
 
-/// Only what later releases are compared with.
+/// Counts only what later releases are compared with.
 void Counter::CountEarlier(const AccessLogEntry &entry)
 {
     if (entry.status != kOk || !FindProduct(entry))
@@ -251,8 +251,8 @@ void Counter::CountCheck(const AccessLogEntry &check, Product &product)
     ++DayOf(check, product).checks[KeyOf(version, answer)];
     AddUnanswered(check.status, product.figures.unansweredChecks);
 
-    // nginx has not read the body of a check that it turns away, so its version is not known to be
-    // unknown.
+    // nginx does not read the body of a check that it turns away, so an empty version says nothing
+    // about the client.
     if (isAnswered || !check.version.empty())
         CountReturn(check, version);
     if (!isAnswered)
@@ -268,7 +268,7 @@ void Counter::CountCheck(const AccessLogEntry &check, Product &product)
         m_networks.At(*check.network, quint16(offered)).marks |= kOffered;
 }
 
-/// A network that took a release, or was offered it, checks again.
+/// A network that was offered or has downloaded a release checks again.
 void Counter::CountReturn(const AccessLogEntry &check, int version)
 {
     if (!check.network)
@@ -347,7 +347,7 @@ void Counter::CountHead(const AccessLogEntry &head, Product &product)
     ++m_packages[size_t(number)].figures.heads;
 }
 
-/// Sets m_product. False for a product that does not exist.
+/// Sets m_product. False when the product does not exist.
 bool Counter::FindProduct(const AccessLogEntry &entry)
 {
     const auto known = m_productNumbers.find(entry.product);
@@ -364,14 +364,14 @@ bool Counter::FindProduct(const AccessLogEntry &entry)
     return true;
 }
 
-/// -1 when there is none.
+/// Returns -1 when there is none.
 int Counter::FindPackage(Product &product, Text key) const
 {
     const auto known = product.packages.find(key);
     return known == product.packages.end() ? -1 : known->second;
 }
 
-/// -1 when there are too many.
+/// Returns -1 when there are too many.
 int Counter::FindOrAddPackage(Product &product, Text key)
 {
     const int known = FindPackage(product, key);
@@ -386,19 +386,19 @@ int Counter::FindOrAddPackage(Product &product, Text key)
     return int(m_packages.size()) - 1;
 }
 
-/// -1 when the package that @p request asks for is not known to exist.
+/// Returns -1 when the requested package is not known to exist.
 int Counter::PackageOf(const AccessLogEntry &request, Product &product)
 {
     return Exists(request.status) ? FindOrAddPackage(product, request.package)
                                   : FindPackage(product, request.package);
 }
 
-/// -1 when @p check was not answered with a release.
+/// Returns -1 when @p check was not offered a release.
 int Counter::OfferedPackage(const AccessLogEntry &check, Product &product)
 {
     if (check.answer.empty() || check.answer == kNoOffer)
         return -1;
-    // No ID has a slash.
+    // IDs contain no slash.
     const int number = check.package.empty()
                            ? FindOrAddPackage(product, "/" + std::string(check.answer))
                            : FindOrAddPackage(product, check.package);
@@ -510,7 +510,7 @@ void Counter::FinishDays(Product &product) const
     }
 }
 
-/// Lets each of @p counters take every entry of @p logs.
+/// Passes every entry of @p logs to all @p counters.
 Failure Count(const QStringList &logs, Progress &progress, std::vector<Counter> &counters,
               QVector<RolloutStatistics> &statistics)
 {

@@ -10,21 +10,21 @@ namespace
 
 // In pixels.
 constexpr int kPlotHeight = 200;
-constexpr int kPlotTop = 10; // half of a label is above the highest line
+constexpr int kPlotTop = 10; // half a label is above the highest line
 constexpr int kDayLabelBaseline = kPlotTop + kPlotHeight + 20;
 constexpr int kDaysHeight = kDayLabelBaseline + 8;
-constexpr int kLetterDrop = 4; // from the middle of a letter to its baseline
+constexpr int kLetterDrop = 4; // from the middle of a letter to the baseline
 constexpr int kStageHeight = 44;
 constexpr int kStageBaseline = 16;
 constexpr int kStageBarTop = 22;
 constexpr int kStageBarHeight = 14;
 
-/// Few days make no thicker bars.
+/// With fewer days, the bars do not become wider.
 constexpr int kMinSlots = 7;
 constexpr double kBarOfSlot = 0.8;
 constexpr int kMaxDayLabels = 6;
 
-/// About as many lines across the plot.
+/// The approximate number of lines across the plot.
 constexpr int kValueLines = 4;
 
 QString Html(const QString &text)
@@ -54,7 +54,7 @@ QString Bar(const QString &colour, double left, double width, double top, double
              QString::number(height, 'f', 1), Html(tip));
 }
 
-/// A round number, so that about kValueLines of them reach @p largest.
+/// A round number such that about kValueLines steps reach @p largest.
 qint64 ValueStep(qint64 largest)
 {
     const double rough = qMax(1.0, double(largest) / kValueLines);

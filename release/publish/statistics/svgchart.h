@@ -8,40 +8,40 @@
 #include <QtGlobal>
 
 /**
- * Charts as SVG inside an HTML page. They take the width of their place and keep the size of their
- * letters, have a title and a description for screen readers, and a tooltip on every bar. The page
- * defines the classes of their colours: "series0" to "series7", "others", "bad", "rail" and "grid".
- * Pure.
+ * Charts as SVG in an HTML page. They fill the available width without scaling the text, and have a
+ * title and a description for screen readers and a tooltip on every bar. The page defines their
+ * colours in the classes "series0" to "series7", "others", "bad", "rail" and "grid". Pure
+ * functions.
  */
 namespace SvgChart
 {
 
-/// How many series have a colour of their own.
+/// How many series have their own colour.
 constexpr int Colours = 8;
 
-/// What a screen reader says about the picture. @p id is unique in the page.
+/// Texts for screen readers. The id must be unique in the page.
 struct Labels {
     QString id;
     QString title;
     QString description;
 };
 
-/// One bar a day, stacked of @p series; the first is at the bottom.
+/// One stacked bar per day; the first of @p series is at the bottom.
 QString StackedDays(const Labels &labels, const QVector<QDate> &days,
                     const QVector<DailySeries> &series);
 
-/// The class of the colour of a series of StackedDays(), for its legend.
+/// The colour class of a series in StackedDays(), for the legend.
 QString ColourClass(int series);
 
 /// A stage of a funnel.
 struct Stage {
     QString name;
     qint64 value;
-    QString share; ///< of the first stage, as a text
-    bool isBad;    ///< the fewer the better
+    QString share; ///< of the first stage, as text
+    bool isBad;    ///< a stage that should be small
 };
 
-/// One bar below the other; the longest takes the whole width.
+/// One bar per line; the longest fills the width.
 QString Funnel(const Labels &labels, const QVector<Stage> &stages);
 
 } // namespace SvgChart
