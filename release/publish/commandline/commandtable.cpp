@@ -200,7 +200,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          "DIR",
          1,
          1,
-         "withdraws a release for good",
+         "withdraws a release permanently",
          "publish rollback site --version 2.1.3 --downgrade",
          {kRelease, kDowngrade, kAllowShorterVersion, kDryRun, kJson}},
         {Request::List,

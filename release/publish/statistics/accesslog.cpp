@@ -17,7 +17,7 @@ using Text = std::string_view;
 
 constexpr Text kPackagesSegment = "packages";
 constexpr Text kCheckSegment = "check";
-constexpr Text kCompleted = "OK"; // nginx' $request_completion
+constexpr Text kCompleted = "OK"; // the value of nginx's $request_completion
 
 constexpr int kHexadecimal = 16;
 
