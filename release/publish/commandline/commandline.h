@@ -1,7 +1,8 @@
 #pragma once
 
 // QCommandLineParser splits the arguments into options and values. The rest is ours, because its
-// help knows no commands, required options or examples, and it accepts a value that is given twice.
+// help knows no commands, required options or examples, and it accepts an option that is given
+// twice.
 
 #include <QString>
 #include <QStringList>

@@ -23,7 +23,6 @@
 namespace
 {
 
-constexpr double kPartsPerPercent = AllParts / 100.0;
 constexpr qint64 kPieceSize = 1024LL * 1024;
 constexpr int kMaxLeftOutNames = 10;            // in the summary; people do not read more
 constexpr qint64 kMaxNotesSize = 1024LL * 1024; // in bytes; users do not read more
@@ -600,7 +599,7 @@ private:
             {QStringLiteral("sha1"), m_offer.package.sha1},
             {QStringLiteral("sha256"), m_offer.package.sha256},
             {QStringLiteral("leftOut"), QJsonArray::fromStringList(m_client.leftOut)},
-            {QStringLiteral("share"), m_release.share / kPartsPerPercent},
+            {QStringLiteral("share"), PercentOf(m_release.share)},
             {QStringLiteral("offer"), m_tree.OfferFile(m_release)},
             {QStringLiteral("none"), m_tree.NoOfferFile()},
             {QStringLiteral("index"), m_tree.IndexFile()}};

@@ -16,7 +16,6 @@
 namespace
 {
 
-constexpr double kPartsPerPercent = AllParts / 100.0;
 const QString kAnyVersion = QStringLiteral("*");
 
 Finding Refusal(const char *rule, const QString &message)
@@ -60,7 +59,7 @@ QJsonObject Facts(const Release &release, bool isStopped)
             {QStringLiteral("size"), release.size},
             {QStringLiteral("sha256"), release.sha256},
             {QStringLiteral("published"), release.published.toUTC().toString(Qt::ISODate)},
-            {QStringLiteral("share"), release.share / kPartsPerPercent},
+            {QStringLiteral("share"), PercentOf(release.share)},
             {QStringLiteral("from"), QJsonArray::fromStringList(release.from)},
             {QStringLiteral("networks"), QJsonArray::fromStringList(release.networks)},
             {QStringLiteral("plan"), release.plan},

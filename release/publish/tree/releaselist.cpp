@@ -16,7 +16,6 @@ namespace
 
 constexpr int kFormat = 1;
 constexpr int kMaxPatternParts = 3;
-constexpr double kPartsPerPercent = AllParts / 100.0;
 
 /// A unit of the times in a plan.
 struct Unit {
@@ -273,7 +272,7 @@ QString PlanText(const QVector<PlanStep> &steps)
 {
     QStringList texts;
     for (const PlanStep &step : steps) {
-        QString text = QString::number(step.share / kPartsPerPercent) + QLatin1Char('%');
+        QString text = QString::number(PercentOf(step.share)) + QLatin1Char('%');
         const auto *const unit =
             std::find_if(kUnits.cbegin(), kUnits.cend(),
                          [&step](const Unit &each) { return step.seconds % each.seconds == 0; });
@@ -286,7 +285,7 @@ QString PlanText(const QVector<PlanStep> &steps)
 
 QString ShareText(int share)
 {
-    return QString::number(share / kPartsPerPercent) + QStringLiteral(" %");
+    return QString::number(PercentOf(share)) + QStringLiteral(" %");
 }
 
 bool IsVersionPattern(const QString &pattern)

@@ -12,6 +12,12 @@
 /// Shares are counted in thousandths of all clients.
 constexpr int AllParts = 1000;
 
+/// Converts a share to percent.
+constexpr double PercentOf(int share)
+{
+    return share * 100.0 / AllParts;
+}
+
 /// A release in a tree, and who is offered it.
 struct Release {
     QString version;
