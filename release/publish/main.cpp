@@ -72,7 +72,7 @@ int main(int argc, char *argv[])
     HostSystem::NoteInterruptions();
 
     CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
-    const QByteArrayList lost = HostSystem::ArgumentsThatAreNoText(argc, argv);
+    const QByteArrayList lost = HostSystem::UndecodableArguments(argc, argv);
     if (!lost.isEmpty()) {
         // The decoded argument would name a different file.
         commandLine.error =

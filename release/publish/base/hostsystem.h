@@ -18,11 +18,11 @@ bool IsLink(const QString &path);
  * The names in @p folder that cannot be decoded in the system's encoding, as bytes, sorted. Qt
  * leaves them out of its listings.
  */
-QByteArrayList NamesThatAreNoText(const QString &folder);
+QByteArrayList UndecodableNames(const QString &folder);
 
 /// The program's arguments that cannot be decoded in the system's encoding, as bytes. Qt replaces
 /// the bytes that it cannot decode.
-QByteArrayList ArgumentsThatAreNoText(int count, const char *const *arguments);
+QByteArrayList UndecodableArguments(int count, const char *const *arguments);
 
 /// True when standard error is a terminal.
 bool ErrorsGoToTerminal();

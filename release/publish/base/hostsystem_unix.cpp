@@ -31,7 +31,7 @@ bool HostSystem::IsLink(const QString &path)
     return lstat(QFile::encodeName(path).constData(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
-QByteArrayList HostSystem::NamesThatAreNoText(const QString &folder)
+QByteArrayList HostSystem::UndecodableNames(const QString &folder)
 {
     QByteArrayList names;
     const std::unique_ptr<DIR, int (*)(DIR *)> stream(
@@ -47,7 +47,7 @@ QByteArrayList HostSystem::NamesThatAreNoText(const QString &folder)
     return names;
 }
 
-QByteArrayList HostSystem::ArgumentsThatAreNoText(int count, const char *const *arguments)
+QByteArrayList HostSystem::UndecodableArguments(int count, const char *const *arguments)
 {
     QByteArrayList found;
     for (int index = 1; index < count; ++index) {

@@ -38,12 +38,12 @@ bool HostSystem::IsLink(const QString &path)
             found.dwReserved0 == IO_REPARSE_TAG_MOUNT_POINT);
 }
 
-QByteArrayList HostSystem::NamesThatAreNoText(const QString &)
+QByteArrayList HostSystem::UndecodableNames(const QString &)
 {
     return {};
 }
 
-QByteArrayList HostSystem::ArgumentsThatAreNoText(int, const char *const *)
+QByteArrayList HostSystem::UndecodableArguments(int, const char *const *)
 {
     return {};
 }

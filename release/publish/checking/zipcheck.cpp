@@ -10,17 +10,17 @@
 namespace
 {
 
-const QString kMakeAgain = QStringLiteral("create the package with \"publish zip\"");
+const QString kCreateAgain = QStringLiteral("create the package with \"publish zip\"");
 
 Finding Damaged(const QString &what)
 {
     return {QStringLiteral("zip-damaged"), QString(),
-            QStringLiteral("%1; %2").arg(what, kMakeAgain)};
+            QStringLiteral("%1; %2").arg(what, kCreateAgain)};
 }
 
 Finding Unfit(const QString &rule, const QString &path, const QString &what)
 {
-    return {rule, path, QStringLiteral("%1: %2; %3").arg(path, what, kMakeAgain)};
+    return {rule, path, QStringLiteral("%1: %2; %3").arg(path, what, kCreateAgain)};
 }
 
 /// One package, with its raw headers and the entries that the updater's reader sees.
@@ -74,7 +74,7 @@ private:
                  QStringLiteral(
                      "the package's first entry is not the folder \"%1\", from which the "
                      "updater copies; %2")
-                     .arg(m_top, kMakeAgain)});
+                     .arg(m_top, kCreateAgain)});
         }
         if (path == m_top)
             return;

@@ -44,7 +44,7 @@ void AddOption(QCommandLineParser &parser, const Option &option)
 }
 
 /// What is wrong with single options and operands; empty when nothing is.
-QString WhatIsWrong(const QCommandLineParser &parser, const CommandDescription &command)
+QString FindWrongOption(const QCommandLineParser &parser, const CommandDescription &command)
 {
     for (const Option &option : command.options) {
         const QString name = Text(option.name);
@@ -286,7 +286,7 @@ CommandLine ReadCommand(const CommandDescription &command, const QStringList &ar
     }
     if (parser.isSet(Text(help.name)))
         return Help(CommandHelp(command));
-    QString wrong = WhatIsWrong(parser, command);
+    QString wrong = FindWrongOption(parser, command);
     CommandLine commandLine;
     if (wrong.isEmpty())
         wrong = RequestReader(parser, command).Read(commandLine.request);

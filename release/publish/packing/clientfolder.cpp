@@ -14,9 +14,9 @@ void AddContents(const QDir &folder, const QString &prefix, const Exclusion &exc
                  ClientFolder &client);
 
 /// Qt's listing omits these names, so the files would be missing without a message.
-void RefuseNamesThatAreNoText(const QDir &folder, const QString &prefix, ClientFolder &client)
+void RefuseUndecodableNames(const QDir &folder, const QString &prefix, ClientFolder &client)
 {
-    const QByteArrayList names = HostSystem::NamesThatAreNoText(folder.path());
+    const QByteArrayList names = HostSystem::UndecodableNames(folder.path());
     for (const QByteArray &name : names) {
         const QString path = prefix + EscapedName(name);
         client.findings.append(
@@ -28,7 +28,7 @@ void RefuseNamesThatAreNoText(const QDir &folder, const QString &prefix, ClientF
 void AddItem(const QFileInfo &item, const QString &path, const Exclusion &exclusion,
              ClientFolder &client)
 {
-    if (exclusion.Holds(path)) {
+    if (exclusion.Matches(path)) {
         client.leftOut.append(path);
         return;
     }
@@ -63,7 +63,7 @@ void AddContents(const QDir &folder, const QString &prefix, const Exclusion &exc
                                                         "permissions")});
         return;
     }
-    RefuseNamesThatAreNoText(folder, prefix, client);
+    RefuseUndecodableNames(folder, prefix, client);
     QFileInfoList items = folder.entryInfoList(
         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
     std::sort(items.begin(), items.end(), [](const QFileInfo &one, const QFileInfo &other) {

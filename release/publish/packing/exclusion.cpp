@@ -44,7 +44,7 @@ Exclusion::Exclusion(const QStringList &patterns)
     }
 }
 
-bool Exclusion::Holds(const QString &path) const
+bool Exclusion::Matches(const QString &path) const
 {
     const QString name = path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
     return std::any_of(m_patterns.cbegin(), m_patterns.cend(), [&](const Pattern &pattern) {

@@ -23,7 +23,7 @@ public:
 
     /// Whether a pattern matches @p path, which is relative to the client's folder, with forward
     /// slashes.
-    bool Holds(const QString &path) const;
+    bool Matches(const QString &path) const;
 
 private:
     struct Pattern {

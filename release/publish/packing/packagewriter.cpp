@@ -58,19 +58,19 @@ public:
     Failure Pack(const QString &topFolder, const QVector<Entry> &entries)
     {
         if (!m_writer.AddFolder(topFolder))
-            return WhatFailed();
+            return WriteFailure();
         for (const Entry &entry : entries) {
             const QString path = topFolder + QLatin1Char('/') + entry.path;
             if (Failure failure = entry.isFolder ? AddFolder(path) : AddFile(entry, path))
                 return failure;
         }
         if (!m_writer.Finish())
-            return WhatFailed();
+            return WriteFailure();
         return {};
     }
 
 private:
-    Failure WhatFailed() const
+    Failure WriteFailure() const
     {
         if (m_writer.Error() == ZipWriter::TooLarge)
             return ReleaseRules::CheckPackageSize(ReleaseRules::MaxSize + 1).first();
@@ -80,7 +80,7 @@ private:
     Failure AddFolder(const QString &path)
     {
         if (!m_writer.AddFolder(path))
-            return WhatFailed();
+            return WriteFailure();
         return m_progress.Advance(0) ? Failure() : Interrupted();
     }
 
@@ -98,8 +98,8 @@ private:
             return failure;
         if (m_writer.PackedSize() < entry.size)
             return {};
-        if (!m_writer.TakeBack())
-            return WhatFailed();
+        if (!m_writer.RemoveLast())
+            return WriteFailure();
         m_progress.Advance(-entry.size);
         return Copy(file, entry, path, ZipWriter::Stored);
     }
@@ -109,7 +109,7 @@ private:
         if (!file.seek(0))
             return Changed(entry);
         if (!m_writer.BeginFile(path, method))
-            return WhatFailed();
+            return WriteFailure();
         QByteArray piece(int(kPieceSize), Qt::Uninitialized);
         qint64 left = entry.size;
         // Asks for one byte more than expected, to notice that the file has grown.
@@ -120,14 +120,14 @@ private:
             if (count == 0)
                 break;
             if (!m_writer.Write(piece.constData(), count))
-                return WhatFailed();
+                return WriteFailure();
             left -= count;
             if (!m_progress.Advance(count))
                 return Interrupted();
         }
         if (left > 0)
             return Changed(entry);
-        return m_writer.EndFile() ? Failure() : WhatFailed();
+        return m_writer.EndFile() ? Failure() : WriteFailure();
     }
 
     const QString &m_clientFolder;

@@ -142,7 +142,7 @@ qint64 ZipWriter::PackedSize() const
     return m_item->packedSize;
 }
 
-bool ZipWriter::TakeBack()
+bool ZipWriter::RemoveLast()
 {
     const qint64 start = m_item->headerOffset;
     m_item.reset();

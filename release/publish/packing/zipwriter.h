@@ -40,7 +40,7 @@ public:
     qint64 PackedSize() const;
 
     /// Removes the last file from the archive. Another file or Finish() may follow.
-    bool TakeBack();
+    bool RemoveLast();
 
     /// Writes the archive's directory. Nothing can be added afterwards.
     bool Finish();

@@ -110,7 +110,7 @@ public:
             QSet<int> here;
             for (int index = 0; index < networks.size(); ++index) {
                 for (const NetworkPrefix &network : qAsConst(networks[index])) {
-                    if (network.Holds(*lookup))
+                    if (network.Contains(*lookup))
                         here.insert(index);
                 }
             }

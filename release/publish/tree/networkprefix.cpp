@@ -132,7 +132,7 @@ QString NetworkPrefix::Name() const
     return parts.join(IsIpv6() ? QLatin1Char(':') : QLatin1Char('.')) + QLatin1Char('_') + length;
 }
 
-bool NetworkPrefix::Holds(const NetworkPrefix &other) const
+bool NetworkPrefix::Contains(const NetworkPrefix &other) const
 {
     if (IsIpv6() != other.IsIpv6() || other.m_length < m_length)
         return false;

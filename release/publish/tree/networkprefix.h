@@ -27,7 +27,7 @@ public:
     QString Name() const;
 
     /// Whether this network contains every address of @p other.
-    bool Holds(const NetworkPrefix &other) const;
+    bool Contains(const NetworkPrefix &other) const;
 
 private:
     bool IsIpv6() const;

@@ -27,10 +27,12 @@ const QString kStagedLink = QStringLiteral("link");
 const QString kList = QStringLiteral("releases.json");
 const QString kIndex = QStringLiteral("index.html");
 const QString kDigests = QStringLiteral("SHA256SUMS");
+
 // How long to wait for the lock, in milliseconds. A change takes about a second, a push longer.
-constexpr int kPatience = 5000;
-constexpr int kPatienceWithPackage = 60000; // packing took minutes and would have to be repeated
-constexpr int kPatienceStep = 500;          // between two attempts, Ctrl+C is obeyed
+// After packing, waiting longer is better than packing again, which takes minutes.
+constexpr int kLockTimeout = 5000;
+constexpr int kLockTimeoutAfterPacking = 60000;
+constexpr int kLockRetryInterval = 500; // between two attempts, Ctrl+C is obeyed
 
 const QString kFromTreeToCurrent = QStringLiteral("check/now/");
 
@@ -121,7 +123,7 @@ TreeChange::~TreeChange()
 {
     for (const QString &path : qAsConst(m_added)) {
         QFile::remove(path);
-        RemoveWhatIsEmpty(FolderOf(path));
+        RemoveEmptyFolders(FolderOf(path));
     }
     if (m_lock && m_lock->isLocked()) {
         RemoveStaged();
@@ -131,7 +133,7 @@ TreeChange::~TreeChange()
         QFile::remove(PackagePath());
         m_packageLock->unlock();
     }
-    RemoveWhatIsEmpty(m_folder);
+    RemoveEmptyFolders(m_folder);
 }
 
 Failure TreeChange::BeginPackage()
@@ -149,7 +151,7 @@ Failure TreeChange::Begin()
     if (Failure failure = MakeStagingFolder())
         return failure;
     if (Failure failure =
-            TakeLock(m_lock, kLockFile, m_packageLock ? kPatienceWithPackage : kPatience))
+            TakeLock(m_lock, kLockFile, m_packageLock ? kLockTimeoutAfterPacking : kLockTimeout))
         return failure;
     RemoveStaged();
     if (!m_packageLock)
@@ -225,20 +227,20 @@ Failure TreeChange::MakeStagingFolder()
     return MakeFolder(m_folder);
 }
 
-Failure TreeChange::TakeLock(std::unique_ptr<QLockFile> &lock, const QString &name, int patience)
+Failure TreeChange::TakeLock(std::unique_ptr<QLockFile> &lock, const QString &name, int timeout)
 {
     lock = std::make_unique<QLockFile>(StagedPath(name));
     lock->setStaleLockTime(0); // publishing a large release takes long
     bool isTaken = lock->tryLock();
     const auto isBusy = [&lock] { return lock->error() == QLockFile::LockFailedError; };
     if (!isTaken && isBusy() && IsNameless(*lock)) {
-        isTaken = lock->tryLock(kPatienceStep) ||
+        isTaken = lock->tryLock(kLockRetryInterval) ||
                   (IsNameless(*lock) && lock->removeStaleLockFile() && lock->tryLock());
     }
-    for (int waited = 0; !isTaken && isBusy() && waited < patience; waited += kPatienceStep) {
+    for (int waited = 0; !isTaken && isBusy() && waited < timeout; waited += kLockRetryInterval) {
         if (HostSystem::WasInterrupted())
             return Interrupted();
-        isTaken = lock->tryLock(kPatienceStep);
+        isTaken = lock->tryLock(kLockRetryInterval);
     }
     if (isTaken)
         return {};
@@ -368,7 +370,7 @@ void TreeChange::RemoveGenerationsBefore(const QString &former) const
     }
 }
 
-void TreeChange::RemoveWhatIsEmpty(QString folder) const
+void TreeChange::RemoveEmptyFolders(QString folder) const
 {
     if (m_oldAncestor.isEmpty())
         return;

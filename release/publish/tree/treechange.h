@@ -70,7 +70,7 @@ private:
 
     QString StagedPath(const QString &name) const;
     Failure MakeStagingFolder();
-    Failure TakeLock(std::unique_ptr<QLockFile> &lock, const QString &name, int patience);
+    Failure TakeLock(std::unique_ptr<QLockFile> &lock, const QString &name, int timeout);
     void RemoveStaged() const;
     void RemoveOrphanedPackage() const;
     Failure Stage(const QString &target, const QByteArray &content);
@@ -81,7 +81,7 @@ private:
     QString NextGeneration() const;
     QString CurrentGeneration() const;
     void RemoveGenerationsBefore(const QString &former) const;
-    void RemoveWhatIsEmpty(QString folder) const;
+    void RemoveEmptyFolders(QString folder) const;
 
     ReleaseTree m_tree;
     ReleaseList m_list;
