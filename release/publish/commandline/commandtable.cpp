@@ -55,9 +55,10 @@ const Option CommandTable::kShare{"share", "PERCENT", Optional,
 const Option CommandTable::kFrom{
     "from", "PATTERN", Repeatable,
     "only clients with a matching version, such as 2.0.*; * lifts the restriction"};
-const Option CommandTable::kNetwork{"network", "CIDR", Repeatable,
-                                    "also every client in this network, such as 192.0.2.0/24, "
-                                    "whatever the share;\nnone: remove the networks given before"};
+const Option CommandTable::kNetwork{
+    "network", "CIDR", Repeatable,
+    "also every client in this network, such as 192.0.2.0/24, whatever the share;\n"
+    "none: remove the networks given before"};
 const Option CommandTable::kPlan{
     "plan", "STEPS", Optional,
     "the shares that \"publish advance\" goes through: \"1% 1d, 10% 1d, 50% 1d, 100%\""};
@@ -72,9 +73,8 @@ const Option CommandTable::kProduct{
     "the product in the logs that the tree belongs to (default: the one without a name)"};
 const Option CommandTable::kStopAbove{
     "stop-above", "KIND=PERCENT", Repeatable,
-    "interrupted=2: percentage points of interrupted downloads above earlier "
-    "releases;\nunchanged=5: percentage of networks that still have the old version after the "
-    "download"};
+    "interrupted=2: percentage points of interrupted downloads above earlier releases;\n"
+    "unchanged=5: percentage of networks that still have the old version after the download"};
 const Option CommandTable::kHtml{"html", "FILE", Optional,
                                  "also write the report as a page with charts"};
 const Option CommandTable::kClientFolder{"client", "DIR", Optional,
@@ -259,9 +259,10 @@ QString CommandTable::GeneralHelp()
         help += QStringLiteral("publish %1: %2\n  %3\n\n")
                     .arg(Text(command.name), Text(command.help), Text(command.example));
     }
-    return help + QStringLiteral("\"publish COMMAND --help\" shows the options of a command, "
-                                 "\"publish --version\" the version of the tool.\nExit codes: 0 "
-                                 "done, 1 refused or failed, 2 wrong command line.\n");
+    return help +
+           QStringLiteral("\"publish COMMAND --help\" shows the options of a command, "
+                          "\"publish --version\" the version of the tool.\n"
+                          "Exit codes: 0 done, 1 refused or failed, 2 wrong command line.\n");
 }
 
 QString CommandTable::CommandHelp(const CommandDescription &command)
@@ -278,7 +279,10 @@ QString CommandTable::CommandHelp(const CommandDescription &command)
                     .arg(Text(option.help).replace(QLatin1Char('\n'), nextLine),
                          option.need == Required ? QStringLiteral(" (required)") : QString());
     }
-    return help + QStringLiteral("\nExample:\n  %1\n\nExit codes: 0 done, 1 refused or failed (one "
-                                 "line per reason on standard error), 2 wrong command line.\n")
-                      .arg(Text(command.example));
+    return help +
+           QStringLiteral(
+               "\nExample:\n  %1\n\n"
+               "Exit codes: 0 done, 1 refused or failed (one line per reason on standard error), "
+               "2 wrong command line.\n")
+               .arg(Text(command.example));
 }
