@@ -2,7 +2,7 @@
 
 #include "bench/figure.h"
 #include "config/global.h"
-#include "release/publish/packagewriter.h"
+#include "release/publish/packing/packagewriter.h"
 #include "tests/support/testhome.h"
 
 #include <QCoreApplication>

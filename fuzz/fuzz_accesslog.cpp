@@ -1,7 +1,7 @@
 // A line of the service's access log: paths and versions in it are what anybody sent.
 
 #include "fuzz/support/require.h"
-#include "release/publish/accesslog.h"
+#include "release/publish/statistics/accesslog.h"
 
 #include <QString>
 #include <QStringList>

@@ -1,5 +1,7 @@
 #include "install/zipdirectory.h"
 
+#include "install/zipformat.h"
+
 #include <QStringList>
 #include <QtEndian>
 
@@ -8,10 +10,7 @@
 namespace
 {
 
-// Signatures and fixed sizes of the records: APPNOTE.TXT 4.3.7, 4.3.12 and 4.3.16.
-constexpr quint32 kLocalHeaderSignature = 0x04034b50;
-constexpr quint32 kCentralHeaderSignature = 0x02014b50;
-constexpr quint32 kEndOfDirectorySignature = 0x06054b50;
+// The fixed sizes of the records: APPNOTE.TXT 4.3.7, 4.3.12 and 4.3.16.
 constexpr int kLocalHeaderSize = 30;
 constexpr int kCentralHeaderSize = 46;
 constexpr int kEndOfDirectorySize = 22;
@@ -36,7 +35,7 @@ QByteArray ReadEndOfDirectory(QIODevice &archive)
         return QByteArray();
     const QByteArray tail = archive.read(tailSize);
     for (int start = tail.size() - kEndOfDirectorySize; start >= 0; --start) {
-        if (DoubleWord(tail, start) == kEndOfDirectorySignature)
+        if (DoubleWord(tail, start) == ZipFormat::EndOfDirectorySignature)
             return tail.mid(start, kEndOfDirectorySize);
     }
     return QByteArray();
@@ -46,7 +45,8 @@ QByteArray ReadEndOfDirectory(QIODevice &archive)
 bool ReadEntry(QIODevice &archive, ZipEntry &entry)
 {
     const QByteArray header = archive.read(kCentralHeaderSize);
-    if (header.size() < kCentralHeaderSize || DoubleWord(header, 0) != kCentralHeaderSignature)
+    if (header.size() < kCentralHeaderSize ||
+        DoubleWord(header, 0) != ZipFormat::CentralHeaderSignature)
         return false;
     entry.versionNeeded = Word(header, 6);
     entry.flags = Word(header, 8);
@@ -96,8 +96,8 @@ bool SeekToZipData(QIODevice &archive, const ZipEntry &entry)
     if (!archive.seek(entry.localHeaderOffset))
         return false;
     const QByteArray header = archive.read(kLocalHeaderSize);
-    if (header.size() < kLocalHeaderSize || DoubleWord(header, 0) != kLocalHeaderSignature ||
-        Word(header, 8) != entry.method)
+    if (header.size() < kLocalHeaderSize ||
+        DoubleWord(header, 0) != ZipFormat::LocalHeaderSignature || Word(header, 8) != entry.method)
         return false;
     const qint64 start = archive.pos() + Word(header, 26) + Word(header, 28);
     return start + entry.packedSize <= archive.size() && archive.seek(start);

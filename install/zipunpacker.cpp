@@ -1,17 +1,13 @@
 #include "install/zipunpacker.h"
 
+#include "install/zipformat.h"
+
 #include <algorithm>
 #include <limits>
 #include <zlib.h>
 
 namespace
 {
-
-// APPNOTE.TXT 4.4.3, 4.4.4 and 4.4.5.
-constexpr quint16 kHighestVersion = 20; // folders and deflate; zip64 needs more
-constexpr quint16 kEncryptedFlag = 0x0001;
-constexpr quint16 kStored = 0;
-constexpr quint16 kDeflated = 8;
 
 /// Of sizes and offsets: what Qt's zip reader can tell, which keeps them in signed numbers.
 constexpr quint32 kMaxSize = std::numeric_limits<qint32>::max();
@@ -25,9 +21,10 @@ bool IsTaken(const ZipEntry &entry)
 {
     if (entry.packedSize > kMaxSize || entry.size > kMaxSize || entry.localHeaderOffset > kMaxSize)
         return false;
-    if (entry.versionNeeded > kHighestVersion || (entry.flags & kEncryptedFlag) != 0)
+    if (entry.versionNeeded > ZipFormat::Version || (entry.flags & ZipFormat::EncryptedFlag) != 0)
         return false;
-    return entry.method == kDeflated || (entry.method == kStored && entry.packedSize == entry.size);
+    return entry.method == ZipFormat::Deflated ||
+           (entry.method == ZipFormat::Stored && entry.packedSize == entry.size);
 }
 
 /// The size and the checksum of the unpacked data, compared with those in the header.
@@ -124,8 +121,9 @@ bool ZipUnpacker::Unpack(const Sink &sink)
         sink(data, size);
         return true;
     };
-    const bool isWhole =
-        m_entry.method == kStored ? UnpackStored(checkedSink) : UnpackDeflated(checkedSink);
+    const bool isWhole = m_entry.method == ZipFormat::Stored
+                             ? UnpacZipFormat::Stored(checkedSink)
+                             : UnpacZipFormat::Deflated(checkedSink);
     return isWhole && tally.Matches();
 }
 
@@ -135,7 +133,7 @@ qint64 ZipUnpacker::ReadPiece(qint64 left)
     return m_archive.read(m_packed.data(), std::min<qint64>(left, m_packed.size()));
 }
 
-bool ZipUnpacker::UnpackStored(const CheckedSink &sink)
+bool ZipUnpacker::UnpacZipFormat::Stored(const CheckedSink &sink)
 {
     for (qint64 left = m_entry.packedSize; left > 0;) {
         const qint64 size = ReadPiece(left);
@@ -146,7 +144,7 @@ bool ZipUnpacker::UnpackStored(const CheckedSink &sink)
     return true;
 }
 
-bool ZipUnpacker::UnpackDeflated(const CheckedSink &sink)
+bool ZipUnpacker::UnpacZipFormat::Deflated(const CheckedSink &sink)
 {
     if (!m_inflater->Begin())
         return false;

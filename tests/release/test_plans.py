@@ -165,7 +165,7 @@ class Plans(Tree):
         self.publish("2.2.0", "--share", "100")
         self.log.write_text("")
         self.let_time_pass(days=9)
-        self.assertIn("because 2.2.0 is offered to everybody", self.advance())
+        self.assertIn("because 2.2.0 is offered to everyone", self.advance())
         self.assertEqual(self.release("2.1.0")["share"], 1)
 
     def test_several_plans_advance_by_the_same_logs(self) -> None:
@@ -273,7 +273,7 @@ class Plans(Tree):
         self.lock()
         at_once = '; "publish stop SITE" without --version works at once'
         stop = self.refused("stop", self.site, "--version", "2.1.0")
-        self.assertTrue(stop.endswith("; wait for its end" + at_once), stop)
+        self.assertTrue(stop.endswith("; wait until it has finished" + at_once), stop)
         self.assertNotIn(at_once, self.refused("resume", self.site, "--version", "2.1.0"))
         self.succeed("stop", self.site)
         self.assertTrue((self.site / "check" / "stop").exists())
@@ -353,7 +353,7 @@ class Plans(Tree):
     def test_a_plan_has_to_raise_the_share(self) -> None:
         self.succeed("rollout", self.site, "--version", "2.1.0", "--share", "50")
         refused = self.refused("rollout", self.site, "--version", "2.1.0", "--plan", "1% 1d, 50%")
-        self.assertIn("2.1.0 is offered to 50 % already; ", refused)
+        self.assertIn("2.1.0 is already offered to 50 %; ", refused)
         self.assertEqual(self.release("2.1.0")["plan"], "")
 
     def test_networks_with_a_later_release_have_not_stayed_old(self) -> None:
@@ -367,7 +367,7 @@ class Plans(Tree):
     def test_the_product_is_asked_for_where_logs_have_several(self) -> None:
         self.log.write_text(self.line(1, 1, path="/desk/check"))
         refused = self.refused("advance", self.site, "--log", self.log)
-        self.assertIn("; with several products name the tree's one with --product", refused)
+        self.assertIn("; if there are several products, name the one of the tree with --product", refused)
 
     def test_without_figures_nothing_changes(self) -> None:
         self.let_time_pass(days=2)
@@ -408,7 +408,7 @@ class Push(Tree):
         self.succeed("stop", self.site)
         self.succeed(*self.push)
         for node in self.nodes:
-            self.assertIn("keeps every rule", self.succeed("verify", node))
+            self.assertIn("follows every rule", self.succeed("verify", node))
             self.assertEqual(self.release("2.1.0", node)["share"], 1)
             self.assertTrue((node / "check" / "stop").exists())
             self.assertEqual(
@@ -437,7 +437,7 @@ class Push(Tree):
     def test_a_node_that_cannot_be_reached_is_named(self) -> None:
         (self.room / "file").touch()
         refused = self.refused("push", self.site, self.room / "file" / "updates")
-        self.assertIn("file/updates: rsync ended with ", refused)
+        self.assertIn("file/updates: rsync failed with exit code ", refused)
 
     def test_a_stop_reaches_the_others_when_a_node_cannot_be_reached(self) -> None:
         self.succeed(*self.push)
@@ -515,12 +515,12 @@ class Push(Tree):
             set((self.room / "hosts").read_text().split()), {"2001:db8::1", "node2"}
         )
         for node in (folder, self.nodes[1]):
-            self.assertIn("keeps every rule", self.succeed("verify", node))
+            self.assertIn("follows every rule", self.succeed("verify", node))
 
     def test_the_reason_of_a_failure_is_told(self) -> None:
         done = self.through_ssh(f"node1:{self.nodes[0]}", "dead:/srv/updates")
         self.assertEqual(done.returncode, 1)
-        self.assertIn("dead:/srv/updates: rsync ended with ", done.stderr)
+        self.assertIn("dead:/srv/updates: rsync failed with exit code ", done.stderr)
         self.assertIn("ssh: no route to host", done.stderr)
         self.assertFalse(self.nodes[0].exists())
 
@@ -536,11 +536,11 @@ class Push(Tree):
             subprocess.run(["sh", "-c", command], check=True, timeout=TIME_LIMIT)
             for node in self.nodes:
                 self.assertTrue((node / "check" / "now" / "releases.json").exists(), command)
-        self.assertIn("keeps every rule", self.succeed("verify", self.nodes[1]))
+        self.assertIn("follows every rule", self.succeed("verify", self.nodes[1]))
         for package in self.nodes[0].glob("check/answers/*/*"):
             package.unlink()
         self.succeed(*self.push)
-        self.assertIn("keeps every rule", self.succeed("verify", self.nodes[0]))
+        self.assertIn("follows every rule", self.succeed("verify", self.nodes[0]))
 
 
 class Promote(Tree):
@@ -561,7 +561,7 @@ class Promote(Tree):
         package.write_bytes(package.read_bytes()[:-1] + b"x")
         other = self.room / "other"
         refused = self.refused("promote", self.site, other, "--version", "2.0.0")
-        self.assertIn("is damaged; publish it again", refused)
+        self.assertIn("is damaged; publish the release again", refused)
         self.assertFalse(other.exists())
 
     def test_an_unknown_version_is_refused(self) -> None:
@@ -597,7 +597,7 @@ class Bandwidth(Tree):
         rollout = ["rollout", self.site, "--version", "2.1.0", "--clients", "1000000"]
         done = self.run_tool(*rollout, "--share", "100", "--link-gbit", "100")
         self.assertEqual(done.returncode, 0)
-        self.assertIn("may need 111.1 Gbit/s, and the line has 100; ", done.stderr)
+        self.assertIn("may need 111.1 Gbit/s, but only 100 are available; ", done.stderr)
         done = self.run_tool(*rollout, "--share", "5", "--link-gbit", "10")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
 

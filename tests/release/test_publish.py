@@ -152,7 +152,7 @@ class Publish(unittest.TestCase):
         self.publish("2.1.3", "--share", "100")
         self.succeed("stop", "--version", "2.1.3")
         self.assertEqual(self.succeed("resume"),
-                         f"{self.site}: there was no stop of everything\n"
+                         f"{self.site}: the offers were not stopped\n"
                          "2.1.3 stays stopped; resume it with --version 2.1.3\n")
         self.succeed("resume", "--version", "2.1.3")
         self.assertTrue(self.listed()["offered"])
@@ -188,7 +188,7 @@ class Publish(unittest.TestCase):
     def test_a_tree_is_not_pushed_into_itself(self) -> None:
         self.publish()
         for node in (self.site, self.site / "sub"):
-            self.assertIn(f'"{node}" lies in the tree; ', self.refused("push", node))
+            self.assertIn(f'"{node}" is in the tree; ', self.refused("push", node))
         self.assertFalse((self.site / "sub").exists())
         self.succeed("push", f"{self.site}-2")
 
@@ -208,7 +208,7 @@ class Publish(unittest.TestCase):
         self.assertIn(hashlib.md5(package.read_bytes()).hexdigest(), done.stdout)
         verified = self.run_tool([TOOL, "verify", str(self.site)])
         self.assertEqual(verified.returncode, 0, verified.stderr)
-        self.assertIn("keeps every rule", verified.stdout)
+        self.assertIn("follows every rule", verified.stdout)
 
     def test_other_programs_read_the_package(self) -> None:
         # Stored and packed files, an empty one, and more than one piece of the packer.
@@ -265,7 +265,7 @@ class Publish(unittest.TestCase):
         self.assertEqual(refused.stdout, "")
         lines = refused.stderr.splitlines()
         self.assertEqual(len(lines), 3, refused.stderr)
-        for line, advice in zip(lines, ["put what it points to", "rename it", 'write "and"']):
+        for line, advice in zip(lines, ["replace it with what it points to", "rename it", 'write "and"']):
             self.assertTrue(line.startswith("publish: "), line)
             self.assertIn(advice, line)
         self.assertFalse(self.site.exists())
@@ -573,7 +573,7 @@ class Publish(unittest.TestCase):
         tool = self.start_and_wait_for_half_a_package()
         second = self.publish("2.3.0")
         self.assertEqual(second.returncode, 1)
-        self.assertIn("another process changes this tree", second.stderr)
+        self.assertIn("another process is changing this tree", second.stderr)
         _, errors = tool.communicate(timeout=TIME_LIMIT)
         self.assertEqual(tool.returncode, 0, errors)
         self.assertEqual(self.run_tool([TOOL, "verify", str(self.site)]).returncode, 0)

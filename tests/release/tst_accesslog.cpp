@@ -1,4 +1,4 @@
-#include "release/publish/accesslog.h"
+#include "release/publish/statistics/accesslog.h"
 
 #include <QTest>
 

@@ -1,5 +1,5 @@
-#include "release/publish/commandline.h"
-#include "release/publish/releaselist.h"
+#include "release/publish/commandline/commandline.h"
+#include "release/publish/tree/releaselist.h"
 
 #include <QTest>
 
@@ -210,7 +210,7 @@ void TestCommandLine::limitsAreNumbers()
                                   "--link-gbit inf --clients 9"}) {
         const CommandLine line =
             ReadCommandLine(Words("rollout site --version 2 --share 1") + Words(bandwidth));
-        QVERIFY2(line.error.contains(QLatin1String("two numbers that go together")), bandwidth);
+        QVERIFY2(line.error.contains(QLatin1String("must be given together")), bandwidth);
     }
 }
 
@@ -260,7 +260,7 @@ void TestCommandLine::wrongOnes_data()
     for (const char *pattern : {"/a", "[a"}) {
         QTest::newRow(qPrintable(QStringLiteral("pattern \"%1\"").arg(QLatin1String(pattern))))
             << Words(wholeZip) + QStringList{QStringLiteral("--exclude"), QLatin1String(pattern)}
-            << QStringLiteral("\"%1\" is no pattern of names").arg(QLatin1String(pattern));
+            << QStringLiteral("\"%1\" is not a pattern for file names").arg(QLatin1String(pattern));
     }
     QTest::newRow("resume of no version")
         << Words("resume site --version") + QStringList{QString()} << "--version VERSION is empty";

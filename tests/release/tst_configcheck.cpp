@@ -1,4 +1,4 @@
-#include "release/publish/configcheck.h"
+#include "release/publish/checking/configcheck.h"
 #include "tests/docs/document.h"
 #include "tests/release/vendor.h"
 #include "tests/support/testhome.h"
@@ -444,7 +444,7 @@ void TestConfigCheck::lineThatCannotBeReadIsNamed()
     const QByteArray text = Text(GoodConfig()).replace("\"1.0.0\",", "1.0.0,");
     const QString line = LinesOf(CheckText(text).refusals);
     QVERIFY2(line.startsWith(QLatin1String("updateconfig.json is not JSON (")), qPrintable(line));
-    QVERIFY2(line.contains(QLatin1String(", in line 5), and the updater")), qPrintable(line));
+    QVERIFY2(line.contains(QLatin1String(", in line 5), so the updater")), qPrintable(line));
 }
 
 void TestConfigCheck::form_data()
@@ -457,9 +457,8 @@ void TestConfigCheck::form_data()
     };
     row("byte order mark", "\xEF\xBB\xBF" + good, "begins with a byte order mark, and the last 3");
     row("carriage returns", QByteArray(good).replace("\n", "\r\n"), "has carriage returns, and");
-    row("no line feed at the end", good.chopped(1), "has no line feed at its end, and the file");
-    row("empty line at the end", good + "\n",
-        "goes on after the line feed at its end, and the file");
+    row("no line feed at the end", good.chopped(1), "does not end with a line feed, and the file");
+    row("empty line at the end", good + "\n", "continues after the last line feed, and the file");
     row("wider", Indented(good), "in line 2, where the updater writes `    \"app");
     row("one line", QJsonDocument(GoodConfig()).toJson(QJsonDocument::Compact), "in line 1");
     row("other order",
@@ -489,9 +488,9 @@ void TestConfigCheck::firstDifferentLineIsShown()
     QCOMPARE(LinesOf(CheckText(text).refusals),
              QStringLiteral("updateconfig.json has `\uFFFD\"appPath\": \"../\",` in line 4, where "
                             "the updater writes `    \"appPath\": \"../\",`, and the file would "
-                            "change its length when the updater writes it; indent by four, sort "
-                            "the keys, end every line with a line feed alone, and save it as UTF-8 "
-                            "without a byte order mark"));
+                            "change its length when the updater writes it; indent by four blanks, "
+                            "sort the keys, end every line with a single line feed, and save it as "
+                            "UTF-8 without a byte order mark"));
 }
 
 void TestConfigCheck::textOfTheWrongFormFreezesTheUpdater()

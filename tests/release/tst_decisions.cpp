@@ -1,4 +1,4 @@
-#include "release/publish/decisions.h"
+#include "release/publish/tree/decisions.h"
 
 #include <QSet>
 #include <QTest>

@@ -1,8 +1,8 @@
-#include "release/publish/packagewriter.h"
+#include "release/publish/packing/packagewriter.h"
 
 #include "install/zipdirectory.h"
 #include "install/zipunpacker.h"
-#include "release/publish/zipwriter.h"
+#include "release/publish/packing/zipwriter.h"
 #include "tests/release/vendor.h"
 #include "tests/support/fulldisk.h"
 #include "tests/support/peakmemory.h"

@@ -1,6 +1,6 @@
 #include "config/global.h"
 #include "config/servicecontract.h"
-#include "release/publish/reply.h"
+#include "release/publish/tree/reply.h"
 #include "tests/release/vendor.h"
 #include "tests/support/fulldisk.h"
 #include "tests/support/testhome.h"
@@ -938,7 +938,7 @@ void TestPublishRelease::twoAtATimeAreRefused()
     const Findings refusals = Publish(vendor.ZipRequest()).refusals;
     QCOMPARE(Rules(refusals), QStringList(QStringLiteral("busy")));
     const QString message = refusals.first().message;
-    QVERIFY2(message.contains(QLatin1String("another process changes this tree")),
+    QVERIFY2(message.contains(QLatin1String("another process is changing this tree")),
              qPrintable(message));
     QCOMPARE(Snapshot(vendor.Tree()), before);
 }
@@ -952,7 +952,8 @@ void TestPublishRelease::lockOfAnotherMachineIsNamed()
     QCOMPARE(Rules(refusals), QStringList(QStringLiteral("busy")));
     const QString &message = refusals.first().message;
     QVERIFY2(message.endsWith(
-                 QStringLiteral("locked by process 4711 on elsewhere; if it is gone, remove %1")
+                 QStringLiteral(
+                     "locked by process 4711 on elsewhere; if that process has ended, remove %1")
                      .arg(lock)),
              qPrintable(message));
 }
@@ -1001,7 +1002,7 @@ void TestPublishRelease::treeThatOthersCannotReadIsWarnedOf_posix()
     QCOMPARE(Rules(outcome.warnings), rule);
     QCOMPARE(outcome.warnings.first().message,
              vendor.Tree() +
-                 QStringLiteral(" cannot be read by other users such as nginx; run "
+                 QStringLiteral(" cannot be read by other users, such as nginx; run "
                                 "chmod -R o+rX ") +
                  vendor.Tree());
 }

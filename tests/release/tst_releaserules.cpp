@@ -1,4 +1,4 @@
-#include "release/publish/releaserules.h"
+#include "release/publish/rules/releaserules.h"
 
 #include <QTest>
 
@@ -362,8 +362,8 @@ void TestReleaseRules::installerNames()
 
 void TestReleaseRules::nameThatTheUpdaterRefusesIsToldSo()
 {
-    const QString end = QStringLiteral(
-        "is one that the updater refuses to download; publish a .zip package or an .exe installer");
+    const QString end =
+        QStringLiteral("is refused by the updater; publish a .zip package or an .exe installer");
     for (const char *name : {"Setup.bat", "Setup-2.1.3.CMD"}) {
         const QString message =
             ReleaseRules::CheckInstallerName(QLatin1String(name)).first().message;
@@ -460,7 +460,7 @@ void TestReleaseRules::findingNamesThePath()
     QCOMPARE(findings.size(), 1);
     QCOMPARE(findings.first().path, QStringLiteral("d/nul.txt"));
     QCOMPARE(findings.first().message,
-             QStringLiteral("d/nul.txt: the name is the name of a device on Windows; rename it"));
+             QStringLiteral("d/nul.txt: the name is a device name on Windows; rename it"));
 }
 
 void TestReleaseRules::findingNamesTheCharacter()

@@ -1,7 +1,7 @@
-#include "release/publish/rolloutstatistics.h"
+#include "release/publish/statistics/rolloutstatistics.h"
 
-#include "release/publish/dailyseries.h"
-#include "release/publish/logreport.h"
+#include "release/publish/statistics/dailyseries.h"
+#include "release/publish/statistics/logreport.h"
 #include "tests/support/compression.h"
 #include "tests/support/peakmemory.h"
 

@@ -1,6 +1,6 @@
-#include "release/publish/indexpage.h"
-#include "release/publish/releasetree.h"
-#include "release/publish/reply.h"
+#include "release/publish/tree/indexpage.h"
+#include "release/publish/tree/releasetree.h"
+#include "release/publish/tree/reply.h"
 #include "tests/release/vendor.h"
 #include "tests/support/testhome.h"
 #include "tests/support/zipmaker.h"
@@ -177,7 +177,7 @@ void TestVerifyRelease::goodReleases()
     change(vendor);
     const Outcome outcome = Verify(vendor);
     QVERIFY2(outcome.refusals.isEmpty(), qPrintable(LinesOf(outcome.refusals)));
-    QVERIFY2(outcome.summary.contains(QLatin1String("version 2.1.3 keeps every rule")),
+    QVERIFY2(outcome.summary.contains(QLatin1String("version 2.1.3 follows every rule")),
              qPrintable(outcome.summary));
 }
 
@@ -287,7 +287,7 @@ void TestVerifyRelease::wrongTrees_data()
            [](const Vendor &vendor) { QDir(vendor.Tree()).removeRecursively(); });
     AddRow("no offer", "missing", "Client-2.1.3.zip.json cannot be read",
            Lacks("check/answers/2.1.3/Client-2.1.3.zip.json"));
-    AddRow("no list", "releases", "; restore the tree from a copy",
+    AddRow("no list", "releases", "; restore the tree from a backup",
            Lacks("check/now/releases.json"));
     AddRow("list that is no JSON", "releases", "is not JSON", [](const Vendor &vendor) {
         WriteFile(vendor.Tree(QStringLiteral("check/now/releases.json")), "[");
@@ -308,7 +308,7 @@ void TestVerifyRelease::wrongTrees_data()
         WriteFile(path, page.replace(digest, 64, QByteArray(64, '0')));
     });
 #ifdef Q_OS_UNIX
-    AddRow("no link to the list", "releases", "; restore the tree from a copy",
+    AddRow("no link to the list", "releases", "; restore the tree from a backup",
            [](const Vendor &vendor) {
                Request next = vendor.ZipRequest();
                next.version = QStringLiteral("2.2.0");
@@ -346,15 +346,15 @@ void TestVerifyRelease::wrongPackages_data()
            [](const Vendor &vendor) { ReplacePackage(vendor, "no archive"); });
     AddRow("cut directory", "zip-damaged", "list of entries is damaged",
            Holds([](ZipMaker &zip) { zip.SetEnd(ZipMaker::EntriesHere, 3); }));
-    AddRow("nothing in it", "empty", "nothing in the client's folder",
+    AddRow("nothing in it", "empty", "the client's folder is empty",
            HoldsOnly([](ZipMaker &zip) { zip.AddFolder(QStringLiteral("Client-2.1.3")); }));
 
     AddRow(
         "another top folder", "top-folder", "is not the folder \"Client-2.1.3\"",
         HoldsOnly([](ZipMaker &zip) { zip.AddFile(QStringLiteral("Client-2.1.3/app.txt"), "x"); }));
-    AddRow("file beside the top folder", "top-folder", "readme.txt: lies outside",
+    AddRow("file beside the top folder", "top-folder", "readme.txt: is outside",
            HoldsFile(QStringLiteral("readme.txt")));
-    AddRow("top folder of a similar name", "top-folder", "lies outside",
+    AddRow("top folder of a similar name", "top-folder", "is outside",
            HoldsFile(QStringLiteral("Client-2.1.30/x")));
     AddRow("file before its folder", "folder-order", "d/x: its folder is not listed before it",
            Holds([](ZipMaker &zip) {
@@ -375,9 +375,9 @@ void TestVerifyRelease::wrongPackages_data()
            Holds([](ZipMaker &zip) { zip.AddRawName("Client-2.1.3/a\\b", "x"); }));
     AddRow("way out", "name-windows", "..: the name",
            Holds([](ZipMaker &zip) { zip.AddRawName("Client-2.1.3/..", "x"); }));
-    AddRow("case twins", "case-twin", "APP.txt: Windows takes it for \"app.txt\"",
+    AddRow("case twins", "case-twin", "APP.txt: Windows cannot distinguish it from \"app.txt\"",
            HoldsFile(QStringLiteral("Client-2.1.3/APP.txt")));
-    AddRow("one name twice", "case-twin", "two entries of this name",
+    AddRow("one name twice", "case-twin", "two entries with this name",
            HoldsFile(QStringLiteral("Client-2.1.3/app.txt")));
     AddRow("long path", "name-length", "has 241 characters",
            HoldsFile(QStringLiteral("Client-2.1.3/") + QString(228, QLatin1Char('x'))));
@@ -387,11 +387,11 @@ void TestVerifyRelease::wrongPackages_data()
     };
     AddRow("encrypted", "encrypted", "app.txt: is encrypted", with(ZipMaker::Flags, 0x0801));
     AddRow("other method", "method", "method 12", with(ZipMaker::Method, 12));
-    AddRow("wrong checksum", "data", "is not what the package says", with(ZipMaker::Crc32, 1));
-    AddRow("wrong size", "data", "is not what the package says", with(ZipMaker::Size, 999));
-    AddRow("damaged data", "data", "is not what the package says",
+    AddRow("wrong checksum", "data", "does not match its header", with(ZipMaker::Crc32, 1));
+    AddRow("wrong size", "data", "does not match its header", with(ZipMaker::Size, 999));
+    AddRow("damaged data", "data", "does not match its header",
            Holds([](ZipMaker &zip) { zip.FlipDataBit(1, 1); }));
-    AddRow("wrong offset", "data", "is not what the package says",
+    AddRow("wrong offset", "data", "does not match its header",
            Holds([](ZipMaker &zip) { zip.Set(1, ZipMaker::HeaderOffset, 1, ZipMaker::Central); }));
 }
 

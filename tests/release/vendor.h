@@ -1,8 +1,8 @@
 #pragma once
 
-#include "release/publish/commandline.h"
-#include "release/publish/releaselist.h"
-#include "release/publish/report.h"
+#include "release/publish/base/report.h"
+#include "release/publish/commandline/commandline.h"
+#include "release/publish/tree/releaselist.h"
 
 #include <QByteArray>
 #include <QMap>
