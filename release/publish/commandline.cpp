@@ -89,10 +89,10 @@ public:
         ReadPackage(request);
         ReadLogs(request);
         using Step = QString (RequestReader::*)(Request &) const;
-        for (const Step step :
-             {&RequestReader::ReadNodes, &RequestReader::ReadExclusion, &RequestReader::ReadUpdate,
-              &RequestReader::ReadShareAndPlan, &RequestReader::ReadRestrictions,
-              &RequestReader::ReadBandwidth, &RequestReader::ReadLimits}) {
+        for (const Step step : {&RequestReader::ReadNodes, &RequestReader::ReadExclusion,
+                                &RequestReader::ReadSignature, &RequestReader::ReadUpdate,
+                                &RequestReader::ReadShareAndPlan, &RequestReader::ReadRestrictions,
+                                &RequestReader::ReadBandwidth, &RequestReader::ReadLimits}) {
             const QString wrong = (this->*step)(request);
             if (!wrong.isEmpty())
                 return wrong;
@@ -186,6 +186,16 @@ private:
         for (const QString &pattern : qAsConst(request.exclude)) {
             if (!Exclusion::IsPattern(pattern))
                 return QStringLiteral("\"%1\" is no pattern of names").arg(pattern);
+        }
+        return QString();
+    }
+
+    QString ReadSignature(Request &request) const
+    {
+        request.signature = {IsSet(kRequireSignature), Value(kSigner), Value(kAuthorities)};
+        for (const Option &option : {kSigner, kAuthorities}) {
+            if (IsSet(option) && !request.signature.isRequired)
+                return OptionText(option) + QStringLiteral(" goes with --require-signature");
         }
         return QString();
     }

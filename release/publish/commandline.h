@@ -3,6 +3,13 @@
 #include <QString>
 #include <QStringList>
 
+/// Which signatures (Authenticode) the programs of a release must have.
+struct SignatureDemand {
+    bool isRequired = false; ///< otherwise nothing is checked
+    QString signer;          ///< the common name in the signer's certificate; empty: anyone's
+    QString authorities;     ///< a PEM file of the certificates to trust; empty: the system's
+};
+
 /// What the command line asks for.
 struct Request {
     enum Command {
@@ -36,7 +43,8 @@ struct Request {
     QString knownDigests;  ///< a file of digests of earlier releases; empty: none
     int share = 0;         ///< in parts of AllParts; 0: the release is not rolled out yet
     bool allowShorterVersion = false;
-    bool allowUpdater = false;       ///< the updater's folder may be in a package
+    bool allowUpdater = false; ///< the updater's folder may be in a package
+    SignatureDemand signature;
     QStringList nodes;               ///< where to push a tree: HOST:DIR or DIR
     QStringList logs;                ///< access logs of all nodes
     QString htmlFile;                ///< the page of the report; empty: none

@@ -8,6 +8,7 @@
 #include "release/publish/releaserules.h"
 #include "release/publish/releasetree.h"
 #include "release/publish/reply.h"
+#include "release/publish/signature.h"
 #include "release/publish/treechange.h"
 #include "release/publish/versionfile.h"
 
@@ -169,6 +170,7 @@ private:
             ReleaseRules::CheckUpdaterFolder(m_client.entries, m_request.updaterFolder);
         (m_request.allowUpdater ? m_outcome.warnings : m_outcome.refusals) += updater;
         m_outcome.warnings += ReleaseRules::WarnOfEntries(top, m_client.entries);
+        Refuse(Signature::CheckFolder(folder, m_client.entries, m_request.signature, m_progress));
         if (!m_request.configFile.isEmpty())
             CheckVersionFile();
     }
@@ -218,6 +220,7 @@ private:
             return;
         }
         Refuse(ReleaseRules::CheckPackageSize(installer.size()));
+        Refuse(Signature::CheckInstaller(m_request.source, m_request.signature));
         QFile file(m_request.source);
         if (file.open(QIODevice::ReadOnly)) {
             m_outcome.warnings += ReleaseRules::WarnOfInstaller(

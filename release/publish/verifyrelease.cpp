@@ -7,6 +7,7 @@
 #include "release/publish/releaserules.h"
 #include "release/publish/releasetree.h"
 #include "release/publish/reply.h"
+#include "release/publish/signature.h"
 #include "release/publish/treechange.h"
 #include "release/publish/versionfile.h"
 #include "release/publish/zipcheck.h"
@@ -203,6 +204,7 @@ private:
 
     void CheckInstaller(const QString &path)
     {
+        Refuse(Signature::CheckInstaller(path, m_request.signature));
         QFile file(path);
         if (file.open(QIODevice::ReadOnly)) {
             m_outcome.warnings +=
@@ -237,6 +239,7 @@ private:
     {
         const ZipContents contents = CheckZipPackage(path, m_offer.id, m_progress);
         Refuse(contents.findings);
+        Refuse(Signature::CheckZip(path, m_request.signature, m_progress));
         m_entries = contents.entries.size() + 1; // and the top folder
         const Findings updater =
             ReleaseRules::CheckUpdaterFolder(contents.entries, m_request.updaterFolder);

@@ -25,6 +25,7 @@ class TestCommandLine : public QObject
 
 private slots:
     void zip();
+    void signaturesAreRequiredOnRequest();
     void shorterVersionsAreAllowedOnRequest();
     void excludedIsWhatIsGivenAndTheUsual();
     void versionOfTheToolIsNoRequest();
@@ -104,6 +105,19 @@ void TestCommandLine::updaterIsAllowedOnRequest()
         const CommandLine line = ReadCommandLine(command + Words("--allow-updater"));
         QCOMPARE(line.error, QString());
         QVERIFY(line.request.allowUpdater);
+    }
+}
+
+void TestCommandLine::signaturesAreRequiredOnRequest()
+{
+    for (const QStringList &command : {Words(wholeZip), Words(wholeInstaller), Words("verify site")}) {
+        QVERIFY(!ReadCommandLine(command).request.signature.isRequired);
+        const CommandLine line = ReadCommandLine(
+            command + Words("--require-signature --signer Norvane --authorities ca.pem"));
+        QCOMPARE(line.error, QString());
+        QVERIFY(line.request.signature.isRequired);
+        QCOMPARE(line.request.signature.signer, QStringLiteral("Norvane"));
+        QCOMPARE(line.request.signature.authorities, QStringLiteral("ca.pem"));
     }
 }
 
