@@ -18,10 +18,10 @@ namespace
 const QString kTool = QStringLiteral("osslsigncode");
 constexpr int kToolLimitMs = 60000; // it may fetch lists of revoked certificates
 
-const QString kMissing = QStringLiteral("signature-missing");
-const QString kInvalid = QStringLiteral("signature-invalid");
-const QString kOtherSigner = QStringLiteral("signature-signer");
-const QString kNoTool = QStringLiteral("signature-tool");
+const QLatin1String kMissing("signature-missing");
+const QLatin1String kInvalid("signature-invalid");
+const QLatin1String kOtherSigner("signature-signer");
+const QLatin1String kNoTool("signature-tool");
 
 // Microsoft's "PE Format": where the offset of the header stands, and how the header begins.
 constexpr qint64 kHeaderOffsetPosition = 0x3C;
@@ -65,7 +65,7 @@ Answer Ask(const QString &path, const QString &authorities)
 /// A reason in our words for what osslsigncode says, and how to remove it.
 struct Reason {
     const char *said;
-    const QString &rule;
+    QLatin1String rule;
     const char *meaning;
     const char *advice;
 };
