@@ -30,6 +30,7 @@ function(windows_program target)
     if(MSVC)
         target_link_options(${target} PRIVATE /MANIFEST:NO)
     endif()
+    write_link_map(${target})
     keep_debug_symbols_apart(${target})
 endfunction()
 
@@ -38,7 +39,15 @@ function(windows_console_program target)
     set_target_properties(${target} PROPERTIES
         QT_PLUGINS_platforms -
         QT_PLUGINS_imageformats -)
+    write_link_map(${target})
     keep_debug_symbols_apart(${target})
+endfunction()
+
+# The linker's map, TARGET.exe.map, tells which libraries are inside: the list of components is made from it.
+function(write_link_map target)
+    if(NOT MSVC)
+        target_link_options(${target} PRIVATE -Wl,-Map=$<TARGET_FILE:${target}>.map)
+    endif()
 endfunction()
 
 # The symbols go to TARGET.exe.debug, which the debugger finds through the link left in the program.

@@ -13,6 +13,8 @@ QStringList Words(const char *text)
 
 const char *const wholeZip = "zip --client c --name Client --version 2 --update forced "
                              "--notes-zh zh --notes-en en --out site";
+const char *const wholeInstaller = "installer --file s.exe --version 2 --update optional "
+                                   "--notes-zh zh --notes-en en --out o";
 
 /// Characters of a row of help, so that it fits into a window of usual width.
 constexpr int kWidestHelp = 120;
@@ -25,6 +27,7 @@ class TestCommandLine : public QObject
 
 private slots:
     void zip();
+    void signaturesAreRequiredOnRequest();
     void shorterVersionsAreAllowedOnRequest();
     void excludedIsWhatIsGivenAndTheUsual();
     void versionOfTheToolIsNoRequest();
@@ -107,11 +110,23 @@ void TestCommandLine::updaterIsAllowedOnRequest()
     }
 }
 
+void TestCommandLine::signaturesAreRequiredOnRequest()
+{
+    for (const QStringList &command :
+         {Words(wholeZip), Words(wholeInstaller), Words("verify site")}) {
+        QVERIFY(!ReadCommandLine(command).request.signature.isRequired);
+        const CommandLine line = ReadCommandLine(
+            command + Words("--require-signature --signer Norvane --authorities ca.pem"));
+        QCOMPARE(line.error, QString());
+        QVERIFY(line.request.signature.isRequired);
+        QCOMPARE(line.request.signature.signer, QStringLiteral("Norvane"));
+        QCOMPARE(line.request.signature.authorities, QStringLiteral("ca.pem"));
+    }
+}
+
 void TestCommandLine::shorterVersionsAreAllowedOnRequest()
 {
-    for (const char *command :
-         {wholeZip, "installer --file s.exe --version 2 --update optional --notes-zh zh "
-                    "--notes-en en --out o"}) {
+    for (const char *command : {wholeZip, wholeInstaller}) {
         QVERIFY(!ReadCommandLine(Words(command)).request.allowShorterVersion);
         const CommandLine line = ReadCommandLine(Words(command) + Words("--allow-shorter-version"));
         QCOMPARE(line.error, QString());
@@ -255,6 +270,8 @@ void TestCommandLine::wrongOnes_data()
         QTest::newRow(qPrintable(name + QStringLiteral(" without a value")))
             << Words(wholeZip) + QStringList{name, QString()} << name;
     }
+    QTest::newRow("signer without the demand")
+        << Words("verify site --signer Norvane") << "--signer NAME goes with --require-signature";
     QTest::newRow("stop of no version")
         << Words("stop site --version") + QStringList{QString()} << "--version VERSION is empty";
     for (const char *pattern : {"/a", "[a"}) {

@@ -4,6 +4,7 @@
 #include "release/publish/base/hostsystem.h"
 #include "release/publish/checking/zipcheck.h"
 #include "release/publish/rules/releaserules.h"
+#include "release/publish/rules/signature.h"
 #include "release/publish/rules/versionfile.h"
 #include "release/publish/tree/decisions.h"
 #include "release/publish/tree/indexpage.h"
@@ -207,6 +208,7 @@ private:
 
     void CheckInstaller(const QString &path)
     {
+        Refuse(Signature::CheckInstaller(path, m_request.signature));
         QFile file(path);
         if (file.open(QIODevice::ReadOnly)) {
             m_outcome.warnings +=
@@ -243,6 +245,7 @@ private:
     {
         const ZipContents contents = CheckZipPackage(path, m_offer.id, m_progress);
         Refuse(contents.findings);
+        Refuse(Signature::CheckZip(path, m_request.signature, m_progress));
         m_entries = contents.entries.size() + 1; // including the top folder
         const Findings updater =
             ReleaseRules::CheckUpdaterFolder(contents.entries, m_request.updaterFolder);

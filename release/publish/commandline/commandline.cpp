@@ -91,9 +91,10 @@ public:
         ReadPackage(request);
         ReadLogs(request);
         using Step = QString (RequestReader::*)(Request &) const;
-        for (const Step step : {&RequestReader::ReadExclusion, &RequestReader::ReadUpdate,
-                                &RequestReader::ReadShareAndPlan, &RequestReader::ReadRestrictions,
-                                &RequestReader::ReadBandwidth, &RequestReader::ReadLimits}) {
+        for (const Step step : {&RequestReader::ReadExclusion, &RequestReader::ReadSignature,
+                                &RequestReader::ReadUpdate, &RequestReader::ReadShareAndPlan,
+                                &RequestReader::ReadRestrictions, &RequestReader::ReadBandwidth,
+                                &RequestReader::ReadLimits}) {
             const QString wrong = (this->*step)(request);
             if (!wrong.isEmpty())
                 return wrong;
@@ -176,6 +177,16 @@ private:
         for (const QString &pattern : qAsConst(request.exclude)) {
             if (!Exclusion::IsPattern(pattern))
                 return QStringLiteral("\"%1\" is not a pattern for file names").arg(pattern);
+        }
+        return QString();
+    }
+
+    QString ReadSignature(Request &request) const
+    {
+        request.signature = {IsSet(kRequireSignature), Value(kSigner), Value(kAuthorities)};
+        for (const Option &option : {kSigner, kAuthorities}) {
+            if (IsSet(option) && !request.signature.isRequired)
+                return OptionText(option) + QStringLiteral(" goes with --require-signature");
         }
         return QString();
     }

@@ -4,6 +4,8 @@
 // help knows no commands, required options or examples, and it accepts an option that is given
 // twice.
 
+#include "release/publish/rules/signature.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -41,11 +43,12 @@ struct Request {
     int share = 0;        ///< in thousandths of all clients (AllParts); 0: not rolled out yet
     bool allowShorterVersion = false;
     bool allowUpdater = false; ///< a package may contain the updater's folder
-    QStringList nodes;         ///< where to push the tree: HOST:DIR or DIR
-    QStringList logs;          ///< access logs of all nodes
-    QString htmlFile;          ///< where to write the report as a page; empty: nowhere
-    QString product;           ///< the product in the logs that the tree belongs to
-    QString plan;              ///< in the form that ReadPlan() reads; empty: none
+    SignatureDemand signature;
+    QStringList nodes; ///< where to push the tree: HOST:DIR or DIR
+    QStringList logs;  ///< access logs of all nodes
+    QString htmlFile;  ///< where to write the report as a page; empty: nowhere
+    QString product;   ///< the product in the logs that the tree belongs to
+    QString plan;      ///< in the form that ReadPlan() reads; empty: none
     double stopAboveInterrupted =
         2; ///< in percentage points above the interrupted downloads of earlier releases
     double stopAboveUnchanged =

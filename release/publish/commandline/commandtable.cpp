@@ -38,6 +38,15 @@ const Option CommandTable::kAllowUpdater{"allow-updater", nullptr, Flag,
 const Option CommandTable::kAllowShorterVersion{
     "allow-shorter-version", nullptr, Flag,
     "publish even if some clients will never start again after this update"};
+const Option CommandTable::kRequireSignature{
+    "require-signature", nullptr, Flag,
+    "refuse programs and installers that have no valid signature"};
+const Option CommandTable::kSigner{
+    "signer", "NAME", Optional,
+    "with --require-signature: the common name in the signer's certificate"};
+const Option CommandTable::kAuthorities{
+    "authorities", "FILE", Optional,
+    "with --require-signature: the certificates to trust, PEM (default: the system's)"};
 const Option CommandTable::kConfigFile{
     "config-file", "PATH", Optional,
     "the client's version file in DIR; it must contain the same version"};
@@ -116,6 +125,9 @@ const QVector<CommandDescription> &CommandTable::Commands()
           kNoDefaultExcludes,
           kUpdaterFolder,
           kAllowUpdater,
+          kRequireSignature,
+          kSigner,
+          kAuthorities,
           kAllowShorterVersion,
           kDryRun,
           kJson}},
@@ -137,6 +149,9 @@ const QVector<CommandDescription> &CommandTable::Commands()
           kUrlPrefix,
           kShareAtOnce,
           kKnown,
+          kRequireSignature,
+          kSigner,
+          kAuthorities,
           kAllowShorterVersion,
           kDryRun,
           kJson}},
@@ -162,7 +177,7 @@ const QVector<CommandDescription> &CommandTable::Commands()
          1,
          "checks every release of a tree and its offers against all rules; writes nothing",
          "publish verify site",
-         {kUpdaterFolder, kAllowUpdater, kJson}},
+         {kUpdaterFolder, kAllowUpdater, kRequireSignature, kSigner, kAuthorities, kJson}},
         {Request::Rollout,
          "rollout",
          "DIR",

@@ -6,6 +6,7 @@
 #include "release/publish/packing/clientfolder.h"
 #include "release/publish/packing/packagewriter.h"
 #include "release/publish/rules/releaserules.h"
+#include "release/publish/rules/signature.h"
 #include "release/publish/rules/versionfile.h"
 #include "release/publish/tree/indexpage.h"
 #include "release/publish/tree/releasetree.h"
@@ -168,6 +169,7 @@ private:
             ReleaseRules::CheckUpdaterFolder(m_client.entries, m_request.updaterFolder);
         (m_request.allowUpdater ? m_outcome.warnings : m_outcome.refusals) += updater;
         m_outcome.warnings += ReleaseRules::WarnOfEntries(top, m_client.entries);
+        Refuse(Signature::CheckFolder(folder, m_client.entries, m_request.signature, m_progress));
         if (!m_request.configFile.isEmpty())
             CheckVersionFile();
     }
@@ -217,6 +219,7 @@ private:
             return;
         }
         Refuse(ReleaseRules::CheckPackageSize(installer.size()));
+        Refuse(Signature::CheckInstaller(m_request.source, m_request.signature));
         QFile file(m_request.source);
         if (file.open(QIODevice::ReadOnly)) {
             m_outcome.warnings += ReleaseRules::WarnOfInstaller(
