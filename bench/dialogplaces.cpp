@@ -13,7 +13,7 @@
 namespace
 {
 
-/// In the button's own pixels. The wider part of a check box does not answer to the mouse.
+/// In the button's own pixels. A check box is wider than the part of it that reacts to the mouse.
 QPoint PlaceToPress(const QAbstractButton *button)
 {
     if (qobject_cast<const QCheckBox *>(button) == nullptr)

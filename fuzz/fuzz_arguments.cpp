@@ -1,4 +1,4 @@
-// The command line of the updater, one argument a line, and what is left of it for other programs.
+// The command line of the updater, one argument per line, and what is passed on to other programs.
 
 #include "config/global.h"
 #include "fuzz/support/require.h"
@@ -16,7 +16,7 @@ namespace
 const QString kUrlOption = QStringLiteral("--url=");
 const QString kNothingLeft = QStringLiteral("-autoupdate");
 
-/// What is passed on as it stands: one by one, unlike the code that is looked at.
+/// The arguments that are passed on unchanged, found in another way than in the tested code.
 QStringList WithoutSwitches(const QStringList &arguments)
 {
     QStringList rest;

@@ -18,7 +18,7 @@ namespace
 
 constexpr qint64 kEarlierSize = 4711;
 
-/// Everything that an answer's "biz" fills but the notes.
+/// Everything that is filled from an answer's "biz", except the notes.
 struct Offer {
     QStringList texts;
     qint64 packageSize;
@@ -68,7 +68,7 @@ void RequireEarlierOffer()
             "an answer that is refused leaves the earlier offer");
 }
 
-/// The answer that says what is stored.
+/// An answer with everything that is stored.
 QByteArray AnswerOfStored()
 {
     const Global &global = Global::instance;

@@ -1,5 +1,5 @@
-// A packed answer to the check. The first byte chooses how it is said to be packed and how much it
-// may make; the rest is the body.
+// A compressed answer to the check. The first byte chooses the announced coding and the limit of
+// the unpacked size; the rest is the body.
 
 #include "fuzz/support/require.h"
 #include "net/contentcoding.h"
@@ -62,7 +62,7 @@ void RequireRoundTrip(const QByteArray &plain)
     for (const Way &way :
          {Way{"gzip", MAX_WBITS + 16}, Way{"deflate", MAX_WBITS}, Way{"deflate", -MAX_WBITS}}) {
         const QByteArray packed = Packed(plain, way.windowBits);
-        // What packs badly is larger as it comes than as it is meant.
+        // Incompressible data gets larger by packing.
         const qint64 limit = qMax(packed.size(), plain.size());
         QByteArray body = packed;
         Require(DecodeContent(way.coding, limit, body) && body == plain,
@@ -70,7 +70,7 @@ void RequireRoundTrip(const QByteArray &plain)
         body = packed;
         Require(!DecodeContent(way.coding, limit - 1, body),
                 "a body one byte above the limit is refused");
-        // Without its last byte no stream has ended.
+        // Without its last byte, a stream is incomplete.
         body = packed.left(packed.size() - 1);
         Require(!DecodeContent(way.coding, limit, body), "a body cut short is refused");
     }

@@ -48,7 +48,7 @@ QString WithoutTrailing(QString text, const QString &characters)
     return text;
 }
 
-/// The file that Windows opens for the name: dots and blanks at the end are dropped.
+/// The name of the file that Windows opens: without dots and blanks at the end.
 QString AsWindowsKeepsIt(const QString &name)
 {
     return WithoutTrailing(name, QStringLiteral(". "));
@@ -81,7 +81,7 @@ bool IsBatchFile(const QString &name)
 bool StaysDirectlyIn(const QString &folder, QString name)
 {
     name.replace(QLatin1Char('\\'), QLatin1Char('/'));
-    // What precedes a colon is a drive; what follows one is a stream inside a file.
+    // A colon follows a drive or precedes the name of a stream in a file.
     if (name.contains(QLatin1Char(':')))
         return false;
     const QString path = QDir::cleanPath(folder + QLatin1Char('/') + name);
@@ -136,7 +136,7 @@ void RequireRightName(const QString &address)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     RequireRightName(QString::fromUtf8(reinterpret_cast<const char *>(data), int(size)));
-    // JSON's escapes make any sequence of 16-bit units, half surrogates too.
+    // JSON's escapes allow any sequence of 16-bit units, including unpaired surrogates.
     QString units;
     for (size_t i = 0; i + 1 < size; i += 2)
         units.append(QChar(data[i], data[i + 1]));
