@@ -180,7 +180,8 @@ class Fleet:
         self.replacements.mkdir(parents=True)
         (self.replacements / "clients.conf").write_text(changed(
             self.shipped("nginx/updates/clients.conf"),
-            ("#     set_real_ip_from 192.0.2.0/24;", f"set_real_ip_from {BALANCER_ADDRESS};\nset_real_ip_from {MONITOR_ADDRESS};"),
+            ("#     set_real_ip_from 192.0.2.0/24;",
+             f"set_real_ip_from {BALANCER_ADDRESS};\nset_real_ip_from {MONITOR_ADDRESS};"),
             ("#     real_ip_", "real_ip_")))
         for node in self.nodes:
             node.start()
