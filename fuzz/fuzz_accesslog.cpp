@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     RequireSense(other);
     if (isParsed)
-        Require(Facts(entry) == Facts(other), "both parsers read the same",
+        Require(Facts(entry) == Facts(other), "both parsers agree",
                 Facts(entry).join(QLatin1Char('|')) + QLatin1Char('\n') +
                     Facts(other).join(QLatin1Char('|')));
     NetworkOf(line);

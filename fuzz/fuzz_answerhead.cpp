@@ -252,7 +252,7 @@ bool Ask(QNetworkAccessManager &manager, const Choices &choices, const QByteArra
     Require(seconds < kLimitSeconds, "a reply finishes within a second", QString::number(seconds));
     const qint64 bodySize = reply->readAll().size();
     NoteOutcome(*reply, bodySize);
-    Require(bodySize <= answer.size(), "Qt unpacks no body");
+    Require(bodySize <= answer.size(), "Qt decompresses no body");
     return reply->isFinished() &&
            reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
 }
@@ -283,10 +283,10 @@ void RequireBareRequests(const Choices &choices)
         Require(!head.contains("\r\nauthorization:") && !head.contains("\r\nproxy-authorization:"),
                 "no request signs in", QString::fromLatin1(request));
         if (!choices.asksForPackage)
-            Require(!head.contains("\r\ncookie:"), "no check has a cookie",
+            Require(!head.contains("\r\ncookie:"), "no check sends a cookie",
                     QString::fromLatin1(request));
         if (!choices.asksAgain)
-            Require(request == requests.first(), "a request that Qt repeats is the same",
+            Require(request == requests.first(), "Qt repeats a request unchanged",
                     QString::fromLatin1(request));
     }
 }
@@ -320,12 +320,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         RequireBareRequests(choices);
         const int most = asked * kMostAttempts;
         Require(TheService().Connections() <= most && TheService().Requests().size() <= most,
-                "a request is not repeated for ever", QString::number(TheService().Connections()));
+                "the number of repetitions is limited",
+                QString::number(TheService().Connections()));
         once = !answered || CameOnce(asked);
         if (once)
             break;
     }
-    Require(once, "a request that is answered is sent once",
+    Require(once, "an answered request is sent once",
             QString::number(TheService().Requests().size()));
     return 0;
 }

@@ -46,13 +46,14 @@ void RequireRightClientArguments(QStringList rest, QStringList passed)
         ++link;
     if (link < rest.size()) {
         const QString text = LinkText(rest.takeAt(link));
-        Require(passed.takeLast() == kUrlOption + text, "a meeting link goes last, as --url=");
-        Require(passed == rest, "what surrounds a meeting link is passed on in its order");
+        Require(passed.takeLast() == kUrlOption + text,
+                "a meeting link is the last argument, as --url=");
+        Require(passed == rest, "the arguments around a meeting link keep their order");
         return;
     }
     if (rest.isEmpty())
         rest.append(kNothingLeft);
-    Require(passed == rest, "arguments without a link are passed on in their order");
+    Require(passed == rest, "arguments without a link keep their order");
 }
 
 } // namespace
@@ -64,12 +65,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         size == 0 ? QStringList() : text.split(QLatin1Char('\n'), Qt::KeepEmptyParts);
     const QStringList rest = WithoutSwitches(arguments);
 
-    Require(ProgramArguments(arguments) == rest, "a program is passed all but the switches");
+    Require(ProgramArguments(arguments) == rest,
+            "a program gets all arguments except the switches");
 
     const QStringList passed = ClientArguments(arguments);
-    Require(!passed.isEmpty(), "the client is always passed something");
+    Require(!passed.isEmpty(), "the client always gets an argument");
     Require(!passed.contains(Global::NoRemindSwitch) && !passed.contains(Global::ImmediatelySwitch),
-            "the client is passed no switch of the updater");
+            "the client gets none of the updater's switches");
     RequireRightClientArguments(rest, passed);
     return 0;
 }

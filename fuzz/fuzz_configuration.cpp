@@ -130,9 +130,8 @@ void RequireRightFailure(const CleanLog &log)
 {
     const Global &global = Global::instance;
     Require(global.language.isEmpty() && global.scriptPath.isEmpty(),
-            "a load that fails ends before the language");
-    Require(global.currentVersion == QLatin1String("earlier"),
-            "a load that fails stores no version");
+            "a failed load does not read the language");
+    Require(global.currentVersion == QLatin1String("earlier"), "a failed load stores no version");
     if (log.Has(QStringLiteral(" Auto Jsondata Error:")))
         Require(StoredTexts().count(QStringLiteral("earlier")) == StoredTexts().size() &&
                     global.noRemind == kEarlierNoRemind,
@@ -146,24 +145,24 @@ void RequireRightWriteBack(const Files &files)
     const QString version = Global::instance.currentVersion;
     Global::instance.latestVersion = QStringLiteral("2.1.3");
     Require(Global::instance.WriteConfigToFile(QStringLiteral("remid")) == Global::Success,
-            "a choice is written");
+            "a choice can be written");
 
     const QByteArray written = ReadFile(Paths::UpdateConfigFile());
-    Require(written.size() >= files.updateConfig.size(), "the file is not cut");
-    Require(written.startsWith('{'), "the file holds an object");
+    Require(written.size() >= files.updateConfig.size(), "the file does not get shorter");
+    Require(written.startsWith('{'), "the file has an object");
     // The end of a longer old text stays after the new one.
     if (written.size() == files.updateConfig.size())
         return;
     // To Qt, a key with a byte order mark is another key than without it, but it writes both alike.
     if (files.updateConfig.contains("\xef\xbb\xbf"))
         return;
-    Require(Read() == Global::Success, "what was written can be read");
+    Require(Read() == Global::Success, "the written file can be read");
     Require(Global::instance.noRemind == 1 &&
                 Global::instance.noRemindVersion == QLatin1String("2.1.3"),
-            "what was written is read");
+            "the written choice is read back");
     Require(StoredTexts().mid(0, 5) == texts.mid(0, 5) &&
                 Global::instance.currentVersion == version,
-            "the rest stays as it was");
+            "everything else is unchanged");
 }
 
 } // namespace
@@ -179,8 +178,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const ClientConfigHandler handler(machine.clientConfig);
     const CleanLog log;
     const int result = Read();
-    Require(!log.Has(QStringLiteral("updateconfig.json open failed")),
-            "updateconfig.json is there");
+    Require(!log.Has(QStringLiteral("updateconfig.json open failed")), "updateconfig.json exists");
     const Global &global = Global::instance;
     Require(result == Global::Success || result == Global::Failure, "the result is 0 or -1");
     if (result == Global::Failure) {
@@ -190,7 +188,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Require(files.hasClientConfig, "nothing is loaded without the client's configuration");
     Require(global.scriptPath == Paths::ScriptFile(), "the script's path does not depend on files");
     if (files.hasLanguage)
-        Require(global.language == CodeIn(files.language), "the language is the file's");
+        Require(global.language == CodeIn(files.language), "the language is that of the file");
     else
         Require(global.language == QLatin1String("en"), "the language falls back to the system's");
     RequireRightWriteBack(files);

@@ -61,14 +61,14 @@ QByteArray Deflate(QByteArray plain, bool isLast)
 {
     z_stream stream{};
     Require(deflateInit2(&stream, 1, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) == Z_OK,
-            "zlib packs");
+            "zlib compresses");
     QByteArray packed(int(deflateBound(&stream, uLong(plain.size()))) + 64, Qt::Uninitialized);
     stream.next_in = reinterpret_cast<Bytef *>(plain.data());
     stream.avail_in = uInt(plain.size());
     stream.next_out = reinterpret_cast<Bytef *>(packed.data());
     stream.avail_out = uInt(packed.size());
     deflate(&stream, isLast ? Z_FINISH : Z_FULL_FLUSH);
-    Require(stream.avail_in == 0 && stream.avail_out > 0, "zlib packs at once");
+    Require(stream.avail_in == 0 && stream.avail_out > 0, "zlib compresses in one call");
     packed.chop(int(stream.avail_out));
     deflateEnd(&stream);
     return packed;
@@ -179,7 +179,8 @@ QByteArray CentralHeader(const Entry &entry)
 void WriteData(QFile &file, const Entry &entry)
 {
     if (entry.method == Stored) {
-        Require(file.resize(file.pos() + entry.size) && file.seek(file.size()), "a hole is made");
+        Require(file.resize(file.pos() + entry.size) && file.seek(file.size()),
+                "the file can get a hole");
         return;
     }
     const Text &text = TheText();
@@ -283,15 +284,16 @@ void RequireDeclaredFiles(const QStringList &before, const QVector<Entry> &entri
     for (const QString &path : Files()) {
         if (before.contains(path))
             continue;
-        Require(path.startsWith(folder), "files are made in the package's folder only", path);
+        Require(path.startsWith(folder), "files are only created in the package's folder", path);
         const int index = IndexOf(entries, path.mid(folder.size()));
-        Require(index >= 0, "each file is one that the package declares", path);
+        Require(index >= 0, "the package declares each file", path);
         const Entry &entry = entries.at(index);
         Require(QFileInfo(path).size() <= qint64(entry.declaredSize),
-                "no more of an entry is unpacked than it declares", path);
+                "no file is larger than its entry declares", path);
         if (EndedAt(log, path))
             continue;
-        Require(entry.TellsTheTruth(), "the installation ends at an entry that lies", path);
+        Require(entry.TellsTheTruth(), "the installation ends at an entry with a wrong header",
+                path);
         Require(QFileInfo(path).size() == entry.size && CrcOfFile(path) == entry.crc,
                 "each file is as its entry declares it", path);
     }

@@ -102,14 +102,14 @@ bool IsPlainPackageName(const QString &name)
 
 void RequireHarmless(const QString &name)
 {
-    Require(StaysDirectlyIn(kFolder, name), "the package lies in its folder", name);
+    Require(StaysDirectlyIn(kFolder, name), "the package is in its folder", name);
     Require(StaysDirectlyIn(kFolder, AsWindowsKeepsIt(name)),
-            "the package lies in its folder on Windows", name);
+            "the package is in its folder on Windows", name);
     Require(!IsDeviceName(name), "the package is no device", name);
     const QVector<uint> characters = name.toUcs4();
     Require(std::none_of(characters.cbegin(), characters.cend(), IsUnseen),
-            "every character of the name is seen", name);
-    Require(!IsBatchFile(name), "the command interpreter runs no package", name);
+            "every character of the name is visible", name);
+    Require(!IsBatchFile(name), "no package is a batch file", name);
 }
 
 void RequireRightName(const QString &address)
@@ -119,7 +119,7 @@ void RequireRightName(const QString &address)
     Require(address == name || address.endsWith(QLatin1Char('/') + name),
             "the name is what follows the last slash", name);
     if (name.isEmpty())
-        Require(IsUsablePackageName(name), "an empty name is left to the opening of the file");
+        Require(IsUsablePackageName(name), "an empty name is usable: opening the file fails later");
     else if (IsUsablePackageName(name))
         RequireHarmless(name);
     else
@@ -128,7 +128,7 @@ void RequireRightName(const QString &address)
     for (const QString &device : Devices())
         Require(!IsUsablePackageName(device + extension) &&
                     !IsUsablePackageName(device.toLower() + extension),
-                "a device is one with every extension", extension);
+                "a device name is one with any extension", extension);
 }
 
 } // namespace

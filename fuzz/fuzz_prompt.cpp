@@ -83,7 +83,7 @@ void RequireShortLabels(const QWidget &dialog)
 {
     const auto labels = dialog.findChildren<QLabel *>();
     for (const QLabel *label : labels)
-        Require(label->text().size() <= kMaxLabelLength, "a label holds at most 400 characters",
+        Require(label->text().size() <= kMaxLabelLength, "a label has at most 400 characters",
                 QString::number(label->text().size()));
 }
 
@@ -107,7 +107,7 @@ void Decline(UpdateDialog &prompt, const Input &input)
     auto *later = prompt.findChild<QPushButton *>(QStringLiteral("laterBtn"));
     auto *neverPrompt = prompt.findChild<QCheckBox *>(QStringLiteral("checkRemid"));
     Require(later->isVisible() == (input.mode == QLatin1String("1")),
-            "only an optional update can be put off");
+            "only an optional update can be postponed");
     neverPrompt->setChecked(input.checksNeverPrompt && neverPrompt->isVisible());
     const bool canDecline = later->isVisible();
     if (canDecline && !input.closesPrompt)

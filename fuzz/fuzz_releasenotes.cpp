@@ -167,7 +167,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QSizeF extent = document.size();
     Require(std::isfinite(extent.width()) && std::isfinite(extent.height()) &&
                 extent.height() >= 0 && extent.width() >= 0,
-            "notes have a size");
+            "the notes have a finite size");
     return 0;
 }
 

@@ -138,7 +138,7 @@ void RequireOthersKept(const QByteArray &old, const QByteArray &written, const C
     for (auto member = before.begin(); member != before.end(); ++member) {
         if (!choice.Touches(member.key()))
             Require(AsDoubles(after.value(member.key())) == AsDoubles(member.value()),
-                    "a key that is not touched keeps its value", member.key());
+                    "other keys keep their values", member.key());
     }
 }
 
@@ -149,12 +149,12 @@ int Write(const Choice &choice)
     const QByteArray old = isNew ? QByteArray() : ReadFile(Paths::UpdateConfigFile());
     Global::instance.latestVersion = choice.version;
     Require(Global::instance.WriteConfigToFile(choice.kind) == Global::Success,
-            "a choice is written");
+            "a choice can be written");
 
     const QByteArray written = ReadFile(Paths::UpdateConfigFile());
     const QByteArray text = TextAfter(old, isNew, choice);
     Require(written == text + old.mid(text.size()),
-            "the file is the new text and the rest of a longer old one",
+            "the file has the new text, then the rest of a longer old one",
             QString::fromUtf8(written));
     if (Parses(written))
         RequireOthersKept(old, written, choice);
@@ -177,7 +177,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const CleanLog log;
     const int first = Write(input.choices[0]);
     const bool firstParses = Parses(ReadFile(Paths::UpdateConfigFile()));
-    Require(firstParses || input.file.size() > first, "a file that is new text only can be read");
+    Require(firstParses || input.file.size() > first, "a file with only the new text can be read");
     const int second = Write(input.choices[1]);
     // The texts end with a line break, which may be all that is left of a longer one.
     if (firstParses && first - second <= 1)

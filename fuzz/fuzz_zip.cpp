@@ -50,7 +50,7 @@ public:
         const QString path = QDir::cleanPath(fileName);
         Require(path == QLatin1String(".") || path == m_folder ||
                     path.startsWith(m_folder + QLatin1Char('/')) || m_others.contains(path),
-                "nothing outside the package's folder is touched", fileName);
+                "nothing outside the package's folder is accessed", fileName);
         return nullptr;
     }
 
@@ -102,7 +102,7 @@ void RequireDeclaredFiles(const QString &package, const QVector<ZipEntry> &entri
                     QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();
-        Require(!it.fileInfo().isSymLink(), "no link comes out of a package", path);
+        Require(!it.fileInfo().isSymLink(), "no link is unpacked", path);
         if (it.fileInfo().isDir() || path == package)
             continue;
         const QByteArray content = ReadFile(path);
@@ -217,8 +217,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         Require(Global::instance.InstallPackage(package) == Global::Failure,
                 "nothing is installed without the client's data folder");
     }
-    Require(Surroundings(root) == before, "nothing is made outside the package's folder");
-    Require(ReadFile(package) == archive, "the package stays as it is");
+    Require(Surroundings(root) == before, "nothing is created outside the package's folder");
+    Require(ReadFile(package) == archive, "the package is unchanged");
     RequireDeclaredFiles(package, entries, log);
     return 0;
 }
