@@ -1,4 +1,4 @@
-// The most memory of a whole update, from the start to the installed client: check, download over
+// The peak memory of a whole update, from the start to the installed client: check, download over
 // TLS, digest, unpacking and copying.
 
 #include "bench/figure.h"

@@ -51,7 +51,7 @@ QString PackageServer::Certificate() const
 QList<QByteArray> PackageServer::Log() const
 {
     QList<QByteArray> lines = ReadFile(m_folder + QStringLiteral("/updates.log")).split('\n');
-    lines.removeLast(); // what follows the last line break
+    lines.removeLast(); // an incomplete line, or nothing
     return lines;
 }
 

@@ -2,5 +2,5 @@
 
 #include <QString>
 
-/// The number that the window system gave the updater's visible window; empty without one.
+/// The window system's number of the updater's visible window; empty if there is none.
 QString UpdaterWindow();
