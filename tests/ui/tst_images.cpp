@@ -57,7 +57,7 @@ QString Difference(const QImage &seen, const QImage &wanted)
 } // namespace
 
 /// Run once for each scale of the screen.
-class ImagesTest : public QObject
+class TestImages : public QObject
 {
     Q_OBJECT
 
@@ -81,19 +81,19 @@ private:
     }
 };
 
-void ImagesTest::initTestCase()
+void TestImages::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void ImagesTest::haveACopyOfDoubleSize_data()
+void TestImages::haveACopyOfDoubleSize_data()
 {
     QTest::addColumn<QString>("name");
     for (const char *name : {"cancle", "check", "logo"})
         QTest::newRow(name) << QString::fromLatin1(name);
 }
 
-void ImagesTest::haveACopyOfDoubleSize()
+void TestImages::haveACopyOfDoubleSize()
 {
     QFETCH(QString, name);
     const QImage picture(kFolder + name + QStringLiteral(".png"));
@@ -103,7 +103,7 @@ void ImagesTest::haveACopyOfDoubleSize()
     QCOMPARE(pictures.size(), 6);
 }
 
-void ImagesTest::theLogoIsDrawnFromAnImageOfItsSize()
+void TestImages::theLogoIsDrawnFromAnImageOfItsSize()
 {
     UpdateDialog prompt;
     const QImage wanted = InIcon(qRound(48 * qApp->devicePixelRatio()));
@@ -114,7 +114,7 @@ void ImagesTest::theLogoIsDrawnFromAnImageOfItsSize()
     QVERIFY2(difference.isEmpty(), qPrintable(difference));
 }
 
-void ImagesTest::theTickIsDrawnPixelByPixel()
+void TestImages::theTickIsDrawnPixelByPixel()
 {
     if (!ScaleIsWhole())
         QSKIP("drawn from the larger picture");
@@ -128,7 +128,7 @@ void ImagesTest::theTickIsDrawnPixelByPixel()
     QVERIFY2(difference.isEmpty(), qPrintable(difference));
 }
 
-void ImagesTest::thePanelIsDrawnPixelByPixel()
+void TestImages::thePanelIsDrawnPixelByPixel()
 {
     if (!ScaleIsWhole())
         QSKIP("drawn from the larger picture");
@@ -146,7 +146,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
-    ImagesTest test;
+    TestImages test;
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -21,7 +21,7 @@ QString Filled(const QString &text)
 } // namespace
 
 /// Plain notes: whatever their length, all of them are there.
-class PlainTextLayoutTest : public QObject
+class TestPlainTextLayout : public QObject
 {
     Q_OBJECT
 
@@ -39,12 +39,12 @@ private slots:
     void millionsOfCharactersNeedLittleMemory();
 };
 
-void PlainTextLayoutTest::initTestCase()
+void TestPlainTextLayout::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void PlainTextLayoutTest::holdsTheWholeText_data()
+void TestPlainTextLayout::holdsTheWholeText_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -61,7 +61,7 @@ void PlainTextLayoutTest::holdsTheWholeText_data()
     QTest::newRow("8 MiB of two directions") << Filled(QStringLiteral("a\u0628"));
 }
 
-void PlainTextLayoutTest::holdsTheWholeText()
+void TestPlainTextLayout::holdsTheWholeText()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -71,7 +71,7 @@ void PlainTextLayoutTest::holdsTheWholeText()
     QVERIFY(prompt.HoldsAll(notes));
 }
 
-void PlainTextLayoutTest::keepsTheLinesOfALongText()
+void TestPlainTextLayout::keepsTheLinesOfALongText()
 {
     const TestHome home;
     // None is so long that it is divided, and there are more than get a paragraph of their own.
@@ -81,7 +81,7 @@ void PlainTextLayoutTest::keepsTheLinesOfALongText()
     QVERIFY(prompt.Notes().toPlainText() == notes);
 }
 
-void PlainTextLayoutTest::hasTheHeightOfOrdinaryText_data()
+void TestPlainTextLayout::hasTheHeightOfOrdinaryText_data()
 {
     QTest::addColumn<QString>("text");
 
@@ -92,7 +92,7 @@ void PlainTextLayoutTest::hasTheHeightOfOrdinaryText_data()
     QTest::newRow("from right to left") << QStringLiteral("\u05d0\u05d1 \u05d2\n").repeated(20);
 }
 
-void PlainTextLayoutTest::hasTheHeightOfOrdinaryText()
+void TestPlainTextLayout::hasTheHeightOfOrdinaryText()
 {
     QFETCH(QString, text);
     QTextDocument ordinary;
@@ -105,7 +105,7 @@ void PlainTextLayoutTest::hasTheHeightOfOrdinaryText()
     QCOMPARE(document.size().height(), ordinary.size().height());
 }
 
-void PlainTextLayoutTest::showsTheEndOfALongText()
+void TestPlainTextLayout::showsTheEndOfALongText()
 {
     const TestHome home;
     Prompt prompt(QStringLiteral("\n").repeated(100000) + QString(20, QChar(0x2588)));
@@ -119,7 +119,7 @@ void PlainTextLayoutTest::showsTheEndOfALongText()
     QTRY_VERIFY((bar.setValue(bar.maximum()), Shows(Picture(view), text)));
 }
 
-void PlainTextLayoutTest::laysOutAnewForAnotherWidth()
+void TestPlainTextLayout::laysOutAnewForAnotherWidth()
 {
     QTextDocument document;
     SetPlainText(document, QStringLiteral("word ").repeated(200));
@@ -132,7 +132,7 @@ void PlainTextLayoutTest::laysOutAnewForAnotherWidth()
     QCOMPARE(document.size().width(), 200.0);
 }
 
-void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory_data()
+void TestPlainTextLayout::millionsOfCharactersNeedLittleMemory_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -147,7 +147,7 @@ void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory_data()
     QTest::newRow("two directions in a line") << Filled(QStringLiteral("a\u0628"));
 }
 
-void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory()
+void TestPlainTextLayout::millionsOfCharactersNeedLittleMemory()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -163,5 +163,5 @@ void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory()
     QVERIFY2(memory.GrownBy() <= 64LL * 1024 * 1024, qPrintable(QString::number(memory.GrownBy())));
 }
 
-QTEST_MAIN(PlainTextLayoutTest)
+QTEST_MAIN(TestPlainTextLayout)
 #include "tst_plaintextlayout.moc"

@@ -140,7 +140,7 @@ QColor GradientColour(double x, double y)
 
 } // namespace
 
-class UpdateDialogTest : public QObject
+class TestUpdateDialog : public QObject
 {
     Q_OBJECT
 
@@ -233,25 +233,25 @@ private:
     static QString Language();
 };
 
-void UpdateDialogTest::initTestCase()
+void TestUpdateDialog::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void UpdateDialogTest::AddLanguages()
+void TestUpdateDialog::AddLanguages()
 {
     QTest::addColumn<QString>("language");
     QTest::newRow("English") << QStringLiteral("en");
     QTest::newRow("Chinese") << QStringLiteral("zh");
 }
 
-QString UpdateDialogTest::Language()
+QString TestUpdateDialog::Language()
 {
     QFETCH(QString, language);
     return language;
 }
 
-void UpdateDialogTest::isAFixedWindowOf480By292()
+void TestUpdateDialog::isAFixedWindowOf480By292()
 {
     const Machine machine;
     const UpdateDialog &prompt = *machine.prompt;
@@ -264,7 +264,7 @@ void UpdateDialogTest::isAFixedWindowOf480By292()
     QVERIFY(HasLogoAsIcon(prompt));
 }
 
-void UpdateDialogTest::hasItsWidgetsInTheirPlaces_data()
+void TestUpdateDialog::hasItsWidgetsInTheirPlaces_data()
 {
     QTest::addColumn<QByteArray>("className");
     QTest::addColumn<QRect>("place");
@@ -278,7 +278,7 @@ void UpdateDialogTest::hasItsWidgetsInTheirPlaces_data()
     QTest::newRow("immedBtn") << QByteArray("QPushButton") << QRect(356, 236, 100, 36);
 }
 
-void UpdateDialogTest::hasItsWidgetsInTheirPlaces()
+void TestUpdateDialog::hasItsWidgetsInTheirPlaces()
 {
     QFETCH(QByteArray, className);
     const Machine machine;
@@ -290,7 +290,7 @@ void UpdateDialogTest::hasItsWidgetsInTheirPlaces()
     QVERIFY(widget->isVisible());
 }
 
-void UpdateDialogTest::staysHiddenUntilThereIsAnUpdate()
+void TestUpdateDialog::staysHiddenUntilThereIsAnUpdate()
 {
     const Machine machine;
 
@@ -303,7 +303,7 @@ void UpdateDialogTest::staysHiddenUntilThereIsAnUpdate()
     QVERIFY(!machine.Progress().isVisible());
 }
 
-void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage_data()
+void TestUpdateDialog::showsTheTextsOfItsModeAndLanguage_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QString>("language");
@@ -346,7 +346,7 @@ void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage_data()
     }
 }
 
-void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage()
+void TestUpdateDialog::showsTheTextsOfItsModeAndLanguage()
 {
     QFETCH(QString, mode);
     QFETCH(QString, headlineFont);
@@ -373,7 +373,7 @@ void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage()
     QCOMPARE(QStringLiteral("%1px").arg(headline->font().pixelSize()), headlineFont);
 }
 
-void UpdateDialogTest::showsThePackageSize_data()
+void TestUpdateDialog::showsThePackageSize_data()
 {
     QTest::addColumn<qint64>("bytes");
     QTest::addColumn<QString>("size");
@@ -383,7 +383,7 @@ void UpdateDialogTest::showsThePackageSize_data()
     QTest::newRow("one and a half") << qint64(1572864) << QStringLiteral("1.50M");
 }
 
-void UpdateDialogTest::showsThePackageSize()
+void TestUpdateDialog::showsThePackageSize()
 {
     QFETCH(qint64, bytes);
     QFETCH(QString, size);
@@ -398,7 +398,7 @@ void UpdateDialogTest::showsThePackageSize()
     }
 }
 
-void UpdateDialogTest::showsAVersionWithMarkupAsItIs()
+void TestUpdateDialog::showsAVersionWithMarkupAsItIs()
 {
     const Machine machine;
     Global::instance.latestVersion = QStringLiteral("<h1>9</h1>&amp;%1");
@@ -411,7 +411,7 @@ void UpdateDialogTest::showsAVersionWithMarkupAsItIs()
     QCOMPARE(seen, Picture(*label));
 }
 
-void UpdateDialogTest::translatesTheSizeOnly_data()
+void TestUpdateDialog::translatesTheSizeOnly_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("version");
@@ -423,7 +423,7 @@ void UpdateDialogTest::translatesTheSizeOnly_data()
                              << QStringLiteral("版本号V2.1.3[UpdateDialog|  更新包 1.50M]");
 }
 
-void UpdateDialogTest::translatesTheSizeOnly()
+void TestUpdateDialog::translatesTheSizeOnly()
 {
     const Machine machine;
     Global::instance.language = Language();
@@ -440,7 +440,7 @@ void UpdateDialogTest::translatesTheSizeOnly()
     QCOMPARE(machine.Has<QCheckBox>("checkRemid")->text(), InLanguage("Never Prompt", "不再提醒"));
 }
 
-void UpdateDialogTest::keepsTheFormsNotesUntilThereAreOwn()
+void TestUpdateDialog::keepsTheFormsNotesUntilThereAreOwn()
 {
     const Machine machine;
     const auto *notes = machine.Has<QTextEdit>("updateText");
@@ -456,7 +456,7 @@ void UpdateDialogTest::keepsTheFormsNotesUntilThereAreOwn()
     QVERIFY(!notes->toHtml().contains(QLatin1String("SimSun")));
 }
 
-void UpdateDialogTest::showsTheReleaseNotesAsRichText()
+void TestUpdateDialog::showsTheReleaseNotesAsRichText()
 {
     const Machine machine;
     auto *notes = machine.Has<QTextEdit>("updateText");
@@ -475,7 +475,7 @@ void UpdateDialogTest::showsTheReleaseNotesAsRichText()
     QCOMPARE(notes->toPlainText(), QString());
 }
 
-void UpdateDialogTest::wrapsReleaseNotesAndScrollsThemDownOnly()
+void TestUpdateDialog::wrapsReleaseNotesAndScrollsThemDownOnly()
 {
     const Machine machine;
     Global::instance.latestVersionInfo =
@@ -492,7 +492,7 @@ void UpdateDialogTest::wrapsReleaseNotesAndScrollsThemDownOnly()
     QCOMPARE(notes->verticalScrollBar()->width(), 4);
 }
 
-void UpdateDialogTest::releaseNotesCanNeitherBeEditedNorSelected()
+void TestUpdateDialog::releaseNotesCanNeitherBeEditedNorSelected()
 {
     const Machine machine;
     machine.Shown();
@@ -509,7 +509,7 @@ void UpdateDialogTest::releaseNotesCanNeitherBeEditedNorSelected()
     QVERIFY(!notes->textCursor().hasSelection());
 }
 
-void UpdateDialogTest::stylesItsWidgets_data()
+void TestUpdateDialog::stylesItsWidgets_data()
 {
     AddStyleColumns();
     const auto add = AddStyle;
@@ -553,7 +553,7 @@ void UpdateDialogTest::stylesItsWidgets_data()
     add("updateText", "QTextEdit", "border-radius", "2px");
 }
 
-void UpdateDialogTest::stylesItsWidgets()
+void TestUpdateDialog::stylesItsWidgets()
 {
     QFETCH(QByteArray, widget);
     QFETCH(QString, selector);
@@ -565,7 +565,7 @@ void UpdateDialogTest::stylesItsWidgets()
     QTEST(Declared(sheet, selector, property), "value");
 }
 
-void UpdateDialogTest::drawsTheLogoAndTheWhiteWindow()
+void TestUpdateDialog::drawsTheLogoAndTheWhiteWindow()
 {
     const Machine machine;
     Global::instance.latestVersionInfo = QStringLiteral("line<br>").repeated(100);
@@ -582,7 +582,7 @@ void UpdateDialogTest::drawsTheLogoAndTheWhiteWindow()
     VERIFY_COLOUR(seen.pixelColor(453, 198), QColor(255, 255, 255));
 }
 
-void UpdateDialogTest::showsTheUpdateButtonInTheColoursOfItsState()
+void TestUpdateDialog::showsTheUpdateButtonInTheColoursOfItsState()
 {
     const Machine machine;
     machine.Shown();
@@ -599,7 +599,7 @@ void UpdateDialogTest::showsTheUpdateButtonInTheColoursOfItsState()
     QVERIFY(machine.prompt->isVisible());
 }
 
-void UpdateDialogTest::showsTheLaterButtonInTheColoursOfItsState()
+void TestUpdateDialog::showsTheLaterButtonInTheColoursOfItsState()
 {
     const Machine machine;
     machine.Shown();
@@ -618,7 +618,7 @@ void UpdateDialogTest::showsTheLaterButtonInTheColoursOfItsState()
     QVERIFY(!Shows(pressed, QColor(32, 49, 82)));
 }
 
-void UpdateDialogTest::showsACheckBoxOf16Pixels()
+void TestUpdateDialog::showsACheckBoxOf16Pixels()
 {
     const Machine machine;
     machine.Shown();
@@ -653,7 +653,7 @@ void UpdateDialogTest::showsACheckBoxOf16Pixels()
     QVERIFY(!box->isChecked());
 }
 
-void UpdateDialogTest::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
+void TestUpdateDialog::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
 {
     const Machine machine;
     Global::instance.language = QStringLiteral("en");
@@ -668,7 +668,7 @@ void UpdateDialogTest::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
     QCOMPARE(Child<QPushButton>(prompt, "immedBtn")->text(), QStringLiteral("立即更新"));
 }
 
-void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate_data()
+void TestUpdateDialog::theForcedPromptOffersOnlyToUpdate_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<bool>("forced");
@@ -678,7 +678,7 @@ void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate_data()
         QTest::addRow("'%s'", mode) << QString::fromLatin1(mode) << true;
 }
 
-void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate()
+void TestUpdateDialog::theForcedPromptOffersOnlyToUpdate()
 {
     QFETCH(QString, mode);
     QFETCH(bool, forced);
@@ -693,7 +693,7 @@ void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate()
     }
 }
 
-void UpdateDialogTest::noremidTakesTheCheckBoxAway_data()
+void TestUpdateDialog::noremidTakesTheCheckBoxAway_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("mode");
@@ -716,7 +716,7 @@ void UpdateDialogTest::noremidTakesTheCheckBoxAway_data()
     QTest::newRow("part of an argument") << list({"-noremid2", "x-noremid"}) << optional << true;
 }
 
-void UpdateDialogTest::noremidTakesTheCheckBoxAway()
+void TestUpdateDialog::noremidTakesTheCheckBoxAway()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, mode);
@@ -730,7 +730,7 @@ void UpdateDialogTest::noremidTakesTheCheckBoxAway()
     QCOMPARE(Global::instance.cmdLineArgs, arguments);
 }
 
-void UpdateDialogTest::immediatelyUpdatesWithoutAsking_data()
+void TestUpdateDialog::immediatelyUpdatesWithoutAsking_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::newRow("optional") << QStringLiteral("1");
@@ -738,7 +738,7 @@ void UpdateDialogTest::immediatelyUpdatesWithoutAsking_data()
     QTest::newRow("empty") << QString();
 }
 
-void UpdateDialogTest::immediatelyUpdatesWithoutAsking()
+void TestUpdateDialog::immediatelyUpdatesWithoutAsking()
 {
     QFETCH(QString, mode);
     const Machine machine;
@@ -754,7 +754,7 @@ void UpdateDialogTest::immediatelyUpdatesWithoutAsking()
     QVERIFY(!machine.StartedClient());
 }
 
-void UpdateDialogTest::theSwitchIsCaseSensitive()
+void TestUpdateDialog::theSwitchIsCaseSensitive()
 {
     const Machine machine;
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("-Immediately"));
@@ -766,7 +766,7 @@ void UpdateDialogTest::theSwitchIsCaseSensitive()
     QCOMPARE(getPack.count(), 0);
 }
 
-void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments_data()
+void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments_data()
 {
     QTest::addColumn<QStringList>("arguments");
 
@@ -776,7 +776,7 @@ void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments_data()
     QTest::newRow("a meeting link") << QStringList(QStringLiteral("qorb-meeting://abc"));
 }
 
-void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments()
+void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments()
 {
     QFETCH(QStringList, arguments);
     const Machine machine;
@@ -792,7 +792,7 @@ void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments()
     QVERIFY(machine.tasklist.Calls().isEmpty());
 }
 
-void UpdateDialogTest::laterLeavesTheConfigurationAloneWithoutATick()
+void TestUpdateDialog::laterLeavesTheConfigurationAloneWithoutATick()
 {
     const Machine machine;
     machine.Shown();
@@ -802,7 +802,7 @@ void UpdateDialogTest::laterLeavesTheConfigurationAloneWithoutATick()
     QVERIFY(!QFile::exists(UpdateConfig(machine)));
 }
 
-void UpdateDialogTest::laterWithATickSilencesTheVersion()
+void TestUpdateDialog::laterWithATickSilencesTheVersion()
 {
     const Machine machine;
     machine.home.WriteUpdateConfig("{\"noRemind\": 0, \"noRemindVersion\": \"\", \"other\": 7}");
@@ -820,7 +820,7 @@ void UpdateDialogTest::laterWithATickSilencesTheVersion()
     QCOMPARE(config.value(QStringLiteral("other")).toInt(), 7);
 }
 
-void UpdateDialogTest::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
+void TestUpdateDialog::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
 {
     const Machine machine;
     SpoilUpdateConfig(machine);
@@ -837,14 +837,14 @@ void UpdateDialogTest::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
         QStringLiteral("[DEBUG] WriteConfigToFile failed:")));
 }
 
-void UpdateDialogTest::anImpatientUserStartsTheClientOnce_data()
+void TestUpdateDialog::anImpatientUserStartsTheClientOnce_data()
 {
     QTest::addColumn<bool>("closes");
     QTest::newRow("a second click on Later") << false;
     QTest::newRow("the window closed after the click") << true;
 }
 
-void UpdateDialogTest::anImpatientUserStartsTheClientOnce()
+void TestUpdateDialog::anImpatientUserStartsTheClientOnce()
 {
     QFETCH(bool, closes);
     const Machine machine;
@@ -863,7 +863,7 @@ void UpdateDialogTest::anImpatientUserStartsTheClientOnce()
     QCOMPARE(machine.log.Messages().count(started), 1);
 }
 
-void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage_data()
+void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("mode");
@@ -873,7 +873,7 @@ void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage_dat
     QTest::newRow("forced, Chinese") << QStringLiteral("zh") << QStringLiteral("2");
 }
 
-void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage()
+void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage()
 {
     QFETCH(QString, mode);
     const Machine machine;
@@ -900,7 +900,7 @@ void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage()
     QVERIFY(!machine.StartedClient());
 }
 
-void UpdateDialogTest::theProgressDialogComesBeforeThePromptGoes()
+void TestUpdateDialog::theProgressDialogComesBeforeThePromptGoes()
 {
     const Machine machine;
     machine.Shown();
@@ -914,7 +914,7 @@ void UpdateDialogTest::theProgressDialogComesBeforeThePromptGoes()
                                          QStringLiteral("UpdateDialog hidden")}));
 }
 
-void UpdateDialogTest::updateAsksTasklistForTheClient()
+void TestUpdateDialog::updateAsksTasklistForTheClient()
 {
     const Machine machine;
     machine.Shown();
@@ -927,7 +927,7 @@ void UpdateDialogTest::updateAsksTasklistForTheClient()
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
 
-void UpdateDialogTest::updateStopsARunningClient()
+void TestUpdateDialog::updateStopsARunningClient()
 {
     Machine machine;
     const QString name = Global::instance.appName;
@@ -944,7 +944,7 @@ void UpdateDialogTest::updateStopsARunningClient()
     QCOMPARE(killsBeforePackage, 1);
 }
 
-void UpdateDialogTest::updateKillsNothingWhenTheNameDiffersInCase()
+void TestUpdateDialog::updateKillsNothingWhenTheNameDiffersInCase()
 {
     Machine machine;
     machine.Shown();
@@ -957,7 +957,7 @@ void UpdateDialogTest::updateKillsNothingWhenTheNameDiffersInCase()
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
 
-void UpdateDialogTest::updateKillsAClientWhoseNameIsPartOfAnother()
+void TestUpdateDialog::updateKillsAClientWhoseNameIsPartOfAnother()
 {
     Machine machine;
     machine.Shown();
@@ -969,7 +969,7 @@ void UpdateDialogTest::updateKillsAClientWhoseNameIsPartOfAnother()
     QCOMPARE(machine.taskkill.Calls().size(), 1);
 }
 
-void UpdateDialogTest::updateGoesOnWithoutTasklist()
+void TestUpdateDialog::updateGoesOnWithoutTasklist()
 {
     const Machine machine;
     machine.Shown();
@@ -984,7 +984,7 @@ void UpdateDialogTest::updateGoesOnWithoutTasklist()
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
 
-void UpdateDialogTest::updateStopsARunningClientOfThisHost()
+void TestUpdateDialog::updateStopsARunningClientOfThisHost()
 {
     Machine machine;
     QVERIFY(QFile::remove(machine.tasklist.Path()));
@@ -998,7 +998,7 @@ void UpdateDialogTest::updateStopsARunningClientOfThisHost()
     QVERIFY(machine.Progress().isVisible());
 }
 
-void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead_data()
+void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("message");
@@ -1014,7 +1014,7 @@ void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead_data()
                         << QStringLiteral("[UpdateDialog|C 磁盘空间不足，更新失败!]");
 }
 
-void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead()
+void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead()
 {
     {
         const Machine machine;
@@ -1042,7 +1042,7 @@ void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead()
     QTEST(Child<QLabel>(machine.Progress(), "labInstall")->text(), "marked");
 }
 
-void UpdateDialogTest::updateWithRoomAfterAllAsksForThePackage()
+void TestUpdateDialog::updateWithRoomAfterAllAsksForThePackage()
 {
     const Machine machine;
     const qint64 size = Global::instance.packageSize;
@@ -1062,7 +1062,7 @@ void UpdateDialogTest::updateWithRoomAfterAllAsksForThePackage()
     QVERIFY(machine.Progress().isVisible());
 }
 
-void UpdateDialogTest::anImpatientUserDownloadsOnce()
+void TestUpdateDialog::anImpatientUserDownloadsOnce()
 {
     const Machine machine;
     machine.Shown();
@@ -1075,14 +1075,14 @@ void UpdateDialogTest::anImpatientUserDownloadsOnce()
     QCOMPARE(machine.tasklist.Calls().size(), 1);
 }
 
-void UpdateDialogTest::closingAfterTheAnswerDoesNothing_data()
+void TestUpdateDialog::closingAfterTheAnswerDoesNothing_data()
 {
     QTest::addColumn<bool>("byEsc");
     QTest::newRow("close button") << false;
     QTest::newRow("Esc") << true;
 }
 
-void UpdateDialogTest::closingAfterTheAnswerDoesNothing()
+void TestUpdateDialog::closingAfterTheAnswerDoesNothing()
 {
     QFETCH(bool, byEsc);
     const Machine machine;
@@ -1100,7 +1100,7 @@ void UpdateDialogTest::closingAfterTheAnswerDoesNothing()
     QVERIFY(machine.Progress().isVisible());
 }
 
-void UpdateDialogTest::aPromptThatIsShownAgainCanBeAnsweredAgain()
+void TestUpdateDialog::aPromptThatIsShownAgainCanBeAnsweredAgain()
 {
     const Machine machine;
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -1112,7 +1112,7 @@ void UpdateDialogTest::aPromptThatIsShownAgainCanBeAnsweredAgain()
     }
 }
 
-void UpdateDialogTest::laterAfterUpdateAndUpdateAfterLaterDoNothing()
+void TestUpdateDialog::laterAfterUpdateAndUpdateAfterLaterDoNothing()
 {
     {
         const Machine machine;
@@ -1137,7 +1137,7 @@ void UpdateDialogTest::laterAfterUpdateAndUpdateAfterLaterDoNothing()
     QVERIFY(machine.client.WaitForCalls(1));
 }
 
-void UpdateDialogTest::aRetryAsksForThePackageAgain()
+void TestUpdateDialog::aRetryAsksForThePackageAgain()
 {
     const Machine machine;
     machine.Shown();
@@ -1153,7 +1153,7 @@ void UpdateDialogTest::aRetryAsksForThePackageAgain()
     }
 }
 
-void UpdateDialogTest::updateStopsTheClientBeforeTheProgressDialogComes()
+void TestUpdateDialog::updateStopsTheClientBeforeTheProgressDialogComes()
 {
     Machine machine;
     machine.Shown();
@@ -1166,7 +1166,7 @@ void UpdateDialogTest::updateStopsTheClientBeforeTheProgressDialogComes()
     QCOMPARE(watch.seen, QVector<int>({1}));
 }
 
-void UpdateDialogTest::closingDoesWhatTheServiceWants_data()
+void TestUpdateDialog::closingDoesWhatTheServiceWants_data()
 {
     QTest::addColumn<QString>("update");
     QTest::addColumn<bool>("byEsc");
@@ -1182,7 +1182,7 @@ void UpdateDialogTest::closingDoesWhatTheServiceWants_data()
     }
 }
 
-void UpdateDialogTest::closingDoesWhatTheServiceWants()
+void TestUpdateDialog::closingDoesWhatTheServiceWants()
 {
     QFETCH(QString, update);
     QFETCH(bool, byEsc);
@@ -1211,7 +1211,7 @@ void UpdateDialogTest::closingDoesWhatTheServiceWants()
     }
 }
 
-void UpdateDialogTest::closingKeepsTheNeverPromptChoice()
+void TestUpdateDialog::closingKeepsTheNeverPromptChoice()
 {
     const Machine machine;
     machine.Shown();
@@ -1225,7 +1225,7 @@ void UpdateDialogTest::closingKeepsTheNeverPromptChoice()
     QVERIFY(machine.client.WaitForCalls(1));
 }
 
-void UpdateDialogTest::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClient()
+void TestUpdateDialog::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClient()
 {
     const Machine machine;
     SpoilUpdateConfig(machine);
@@ -1237,7 +1237,7 @@ void UpdateDialogTest::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClien
     QVERIFY(!machine.StartedClient());
 }
 
-void UpdateDialogTest::closingAnythingElseDoesNothingOfItsOwn()
+void TestUpdateDialog::closingAnythingElseDoesNothingOfItsOwn()
 {
     const Machine machine;
     Global::instance.update = QStringLiteral("3");
@@ -1252,7 +1252,7 @@ void UpdateDialogTest::closingAnythingElseDoesNothingOfItsOwn()
     QCOMPARE(machine.log.Messages(), QStringList());
 }
 
-void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
+void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
 {
     QTest::addColumn<QByteArray>("focus");
     QTest::addColumn<QString>("mode");
@@ -1275,7 +1275,7 @@ void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
     QTest::newRow("on Update, forced") << update << forced << enterOnLetters << update;
 }
 
-void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst()
+void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst()
 {
     QFETCH(QByteArray, focus);
     QFETCH(QString, mode);
@@ -1296,7 +1296,7 @@ void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst()
         QVERIFY(machine.client.WaitForCalls(1));
 }
 
-void UpdateDialogTest::spacePressesWhatHasTheFocus()
+void TestUpdateDialog::spacePressesWhatHasTheFocus()
 {
     const auto pressSpaceOn = [](const Machine &machine, const char *name) {
         machine.Has<QWidget>(name)->setFocus();
@@ -1320,7 +1320,7 @@ void UpdateDialogTest::spacePressesWhatHasTheFocus()
     QCOMPARE(getPack.count(), 1);
 }
 
-void UpdateDialogTest::tabVisitsTheControlsInReadingOrder_data()
+void TestUpdateDialog::tabVisitsTheControlsInReadingOrder_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QStringList>("arguments");
@@ -1337,7 +1337,7 @@ void UpdateDialogTest::tabVisitsTheControlsInReadingOrder_data()
     QTest::newRow("forced") << QStringLiteral("2") << QStringList() << QStringList{notes, update};
 }
 
-void UpdateDialogTest::tabVisitsTheControlsInReadingOrder()
+void TestUpdateDialog::tabVisitsTheControlsInReadingOrder()
 {
     QFETCH(QString, mode);
     QFETCH(QStringList, arguments);
@@ -1352,14 +1352,14 @@ void UpdateDialogTest::tabVisitsTheControlsInReadingOrder()
     QCOMPARE(machine.prompt->focusWidget(), machine.Has<QWidget>("immedBtn"));
 }
 
-void UpdateDialogTest::theFocusIsFramedForTheKeyboard_data()
+void TestUpdateDialog::theFocusIsFramedForTheKeyboard_data()
 {
     QTest::addColumn<QByteArray>("name");
     for (const char *name : {"updateText", "checkRemid", "laterBtn", "immedBtn"})
         QTest::newRow(name) << QByteArray(name);
 }
 
-void UpdateDialogTest::theFocusIsFramedForTheKeyboard()
+void TestUpdateDialog::theFocusIsFramedForTheKeyboard()
 {
     QFETCH(QByteArray, name);
     const Machine machine;
@@ -1385,7 +1385,7 @@ void UpdateDialogTest::theFocusIsFramedForTheKeyboard()
     QCOMPARE(Picture(*machine.prompt).copy(around), before.copy(around));
 }
 
-void UpdateDialogTest::theFocusIsNotFramedForTheMouse()
+void TestUpdateDialog::theFocusIsNotFramedForTheMouse()
 {
     const Machine machine;
     machine.Shown();
@@ -1399,7 +1399,7 @@ void UpdateDialogTest::theFocusIsNotFramedForTheMouse()
     QCOMPARE(Picture(*machine.prompt), before);
 }
 
-void UpdateDialogTest::theKeyboardScrollsTheReleaseNotes()
+void TestUpdateDialog::theKeyboardScrollsTheReleaseNotes()
 {
     const Machine machine;
     Global::instance.latestVersionInfo = QStringLiteral("line<br>").repeated(100);
@@ -1415,7 +1415,7 @@ void UpdateDialogTest::theKeyboardScrollsTheReleaseNotes()
     QVERIFY(machine.prompt->isVisible());
 }
 
-void UpdateDialogTest::hasItsSignalAndSlotsInOrder()
+void TestUpdateDialog::hasItsSignalAndSlotsInOrder()
 {
     QCOMPARE(OwnMethods(UpdateDialog::staticMetaObject),
              QStringList({QStringLiteral("signal getPack()"), QStringLiteral("slot LaterUpdate()"),
@@ -1423,12 +1423,12 @@ void UpdateDialogTest::hasItsSignalAndSlotsInOrder()
                           QStringLiteral("slot updateMode(QString)")}));
 }
 
-void UpdateDialogTest::tellsScreenReadersItsTexts_data()
+void TestUpdateDialog::tellsScreenReadersItsTexts_data()
 {
     AddLanguages();
 }
 
-void UpdateDialogTest::tellsScreenReadersItsTexts()
+void TestUpdateDialog::tellsScreenReadersItsTexts()
 {
     const Machine machine;
     Global::instance.language = Language();
@@ -1449,12 +1449,12 @@ void UpdateDialogTest::tellsScreenReadersItsTexts()
     QVERIFY(!name("labIco").isEmpty());
 }
 
-void UpdateDialogTest::logsNothing_data()
+void TestUpdateDialog::logsNothing_data()
 {
     AddLanguages();
 }
 
-void UpdateDialogTest::logsNothing()
+void TestUpdateDialog::logsNothing()
 {
     for (const char *mode : {"1", "2"}) {
         const Machine machine;
@@ -1470,5 +1470,5 @@ void UpdateDialogTest::logsNothing()
     }
 }
 
-QTEST_MAIN(UpdateDialogTest)
+QTEST_MAIN(TestUpdateDialog)
 #include "tst_updatedialog.moc"
