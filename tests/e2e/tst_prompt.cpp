@@ -12,16 +12,16 @@ class TestPrompt : public QObject
     Q_OBJECT
 
 private slots:
-    void TheWindowsFollowTheScreensScale_data();
-    void TheWindowsFollowTheScreensScale();
-    void LaterStartsTheClientWithoutTheArguments();
-    void NeverPromptIsRemembered();
-    void SilencingAMuchShorterVersionEndsEveryLaterRun();
-    void EscapeInTheOptionalPromptStartsTheClient();
-    void EscapeInTheForcedPromptEndsTheRunWithoutTheClient();
-    void EnterDoesNotUpdate();
-    void AClickUpdatesAndCancellingAsksFirst();
-    void RetryDownloadsAgain();
+    void theWindowsFollowTheScreensScale_data();
+    void theWindowsFollowTheScreensScale();
+    void laterStartsTheClientWithoutTheArguments();
+    void neverPromptIsRemembered();
+    void silencingAMuchShorterVersionEndsEveryLaterRun();
+    void escapeInTheOptionalPromptStartsTheClient();
+    void escapeInTheForcedPromptEndsTheRunWithoutTheClient();
+    void enterDoesNotUpdate();
+    void aClickUpdatesAndCancellingAsksFirst();
+    void retryDownloadsAgain();
 
 private:
     WindowServer m_windows;
@@ -76,7 +76,7 @@ void HoldPackage(UpdaterRun &run, const QByteArray &package)
 
 } // namespace
 
-void TestPrompt::TheWindowsFollowTheScreensScale_data()
+void TestPrompt::theWindowsFollowTheScreensScale_data()
 {
     QTest::addColumn<int>("dpi");
     QTest::addColumn<QSize>("size");
@@ -87,7 +87,7 @@ void TestPrompt::TheWindowsFollowTheScreensScale_data()
     QTest::newRow("200 %") << 192 << QSize(960, 584);
 }
 
-void TestPrompt::TheWindowsFollowTheScreensScale()
+void TestPrompt::theWindowsFollowTheScreensScale()
 {
     QFETCH(int, dpi);
     UpdaterRun run;
@@ -107,7 +107,7 @@ void TestPrompt::TheWindowsFollowTheScreensScale()
     QTEST(m_windows.Size(m_windows.WaitForWindow(kEnglish, prompt)), "size");
 }
 
-void TestPrompt::LaterStartsTheClientWithoutTheArguments()
+void TestPrompt::laterStartsTheClientWithoutTheArguments()
 {
     UpdaterRun run;
     run.Configure();
@@ -121,7 +121,7 @@ void TestPrompt::LaterStartsTheClientWithoutTheArguments()
     QCOMPARE(Config(run).value(QStringLiteral("noRemind")).toInt(), 0);
 }
 
-void TestPrompt::NeverPromptIsRemembered()
+void TestPrompt::neverPromptIsRemembered()
 {
     UpdaterRun run;
     run.SetLanguage("zh");
@@ -142,7 +142,7 @@ void TestPrompt::NeverPromptIsRemembered()
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestPrompt::SilencingAMuchShorterVersionEndsEveryLaterRun()
+void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
 {
     UpdaterRun run;
     run.Configure();
@@ -169,7 +169,7 @@ void TestPrompt::SilencingAMuchShorterVersionEndsEveryLaterRun()
     QCOMPARE(run.client.Calls().size(), 2);
 }
 
-void TestPrompt::EscapeInTheOptionalPromptStartsTheClient()
+void TestPrompt::escapeInTheOptionalPromptStartsTheClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -181,7 +181,7 @@ void TestPrompt::EscapeInTheOptionalPromptStartsTheClient()
     QCOMPARE(run.client.Calls().size(), 1);
 }
 
-void TestPrompt::EscapeInTheForcedPromptEndsTheRunWithoutTheClient()
+void TestPrompt::escapeInTheForcedPromptEndsTheRunWithoutTheClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -193,7 +193,7 @@ void TestPrompt::EscapeInTheForcedPromptEndsTheRunWithoutTheClient()
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestPrompt::EnterDoesNotUpdate()
+void TestPrompt::enterDoesNotUpdate()
 {
     UpdaterRun run;
     run.Configure();
@@ -207,7 +207,7 @@ void TestPrompt::EnterDoesNotUpdate()
     QCOMPARE(run.server.Requests().size(), 1);
 }
 
-void TestPrompt::AClickUpdatesAndCancellingAsksFirst()
+void TestPrompt::aClickUpdatesAndCancellingAsksFirst()
 {
     UpdaterRun run;
     run.Configure();
@@ -230,7 +230,7 @@ void TestPrompt::AClickUpdatesAndCancellingAsksFirst()
     QCOMPARE(run.server.Requests().size(), 2);
 }
 
-void TestPrompt::RetryDownloadsAgain()
+void TestPrompt::retryDownloadsAgain()
 {
     UpdaterRun run;
     run.Configure();

@@ -13,23 +13,23 @@ class TestRelaunch : public QObject
     Q_OBJECT
 
 private slots:
-    void TheCheckIsOnePostWithTheInstalledVersion();
-    void NothingNewStartsTheClient_data();
-    void NothingNewStartsTheClient();
-    void ASilencedVersionStartsTheClient();
-    void AnUnreachableServiceStartsTheClient();
-    void AServiceThatNeverAnswersStartsTheClientOnce();
-    void AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient();
-    void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data();
-    void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime();
-    void AHeadWithoutEndStartsTheClientInTime_data();
-    void AHeadWithoutEndStartsTheClientInTime();
-    void ARunningClientIsStartedAgainWithoutACheck();
-    void ARunningClientIsHandedTheMeetingLink();
-    void AMeetingLinkReachesAClientThatDoesNotRun();
+    void theCheckIsOnePostWithTheInstalledVersion();
+    void nothingNewStartsTheClient_data();
+    void nothingNewStartsTheClient();
+    void aSilencedVersionStartsTheClient();
+    void anUnreachableServiceStartsTheClient();
+    void aServiceThatNeverAnswersStartsTheClientOnce();
+    void anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient();
+    void anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data();
+    void anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime();
+    void aHeadWithoutEndStartsTheClientInTime_data();
+    void aHeadWithoutEndStartsTheClientInTime();
+    void aRunningClientIsStartedAgainWithoutACheck();
+    void aRunningClientIsHandedTheMeetingLink();
+    void aMeetingLinkReachesAClientThatDoesNotRun();
 };
 
-void TestRelaunch::TheCheckIsOnePostWithTheInstalledVersion()
+void TestRelaunch::theCheckIsOnePostWithTheInstalledVersion()
 {
     UpdaterRun run;
     run.Configure();
@@ -48,7 +48,7 @@ void TestRelaunch::TheCheckIsOnePostWithTheInstalledVersion()
              QByteArray(R"({"clientVersion":"1.0.0","deviceType":"Windows","platform":6})"));
 }
 
-void TestRelaunch::NothingNewStartsTheClient_data()
+void TestRelaunch::nothingNewStartsTheClient_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("reason");
@@ -69,7 +69,7 @@ void TestRelaunch::NothingNewStartsTheClient_data()
                               << QStringLiteral("[DEBUG] (:0)  Recv Services Jsondata Error: 5");
 }
 
-void TestRelaunch::NothingNewStartsTheClient()
+void TestRelaunch::nothingNewStartsTheClient()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, reason);
@@ -90,7 +90,7 @@ void TestRelaunch::NothingNewStartsTheClient()
     QCOMPARE(run.Log(), log);
 }
 
-void TestRelaunch::ASilencedVersionStartsTheClient()
+void TestRelaunch::aSilencedVersionStartsTheClient()
 {
     UpdaterRun run;
     run.Configure({{QStringLiteral("noRemind"), 1},
@@ -103,7 +103,7 @@ void TestRelaunch::ASilencedVersionStartsTheClient()
     QVERIFY(run.Log().filter(QStringLiteral("update fileName")).isEmpty());
 }
 
-void TestRelaunch::AnUnreachableServiceStartsTheClient()
+void TestRelaunch::anUnreachableServiceStartsTheClient()
 {
     UpdaterRun run;
     // The discard port: nobody listens there.
@@ -118,7 +118,7 @@ void TestRelaunch::AnUnreachableServiceStartsTheClient()
                                        "QNetworkReply::ConnectionRefusedError"));
 }
 
-void TestRelaunch::AServiceThatNeverAnswersStartsTheClientOnce()
+void TestRelaunch::aServiceThatNeverAnswersStartsTheClientOnce()
 {
     UpdaterRun run;
     run.Configure();
@@ -133,7 +133,7 @@ void TestRelaunch::AServiceThatNeverAnswersStartsTheClientOnce()
     QCOMPARE(run.client.Calls().size(), 1);
 }
 
-void TestRelaunch::AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient()
+void TestRelaunch::anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -203,7 +203,7 @@ void VerifyClientAndEndInTime(UpdaterRun &run, qint64 requestMs)
 
 } // namespace
 
-void TestRelaunch::AHeadWithoutEndStartsTheClientInTime_data()
+void TestRelaunch::aHeadWithoutEndStartsTheClientInTime_data()
 {
     QTest::addColumn<QByteArray>("head");
     QTest::newRow("status line") << QByteArray("HTTP/1.1 200 ");
@@ -212,7 +212,7 @@ void TestRelaunch::AHeadWithoutEndStartsTheClientInTime_data()
         << QByteArray("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5;a=");
 }
 
-void TestRelaunch::AHeadWithoutEndStartsTheClientInTime()
+void TestRelaunch::aHeadWithoutEndStartsTheClientInTime()
 {
     QFETCH(QByteArray, head);
     UpdaterRun run;
@@ -226,7 +226,7 @@ void TestRelaunch::AHeadWithoutEndStartsTheClientInTime()
     QVERIFY(run.Log().contains(QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut")));
 }
 
-void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
+void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<int>("count");
@@ -235,7 +235,7 @@ void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
     QTest::newRow("cookies") << QStringLiteral("Set-Cookie") << 20000;
 }
 
-void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
+void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
 {
     QFETCH(QString, name);
     QFETCH(int, count);
@@ -258,7 +258,7 @@ void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestRelaunch::ARunningClientIsStartedAgainWithoutACheck()
+void TestRelaunch::aRunningClientIsStartedAgainWithoutACheck()
 {
     UpdaterRun run;
     run.Configure();
@@ -275,7 +275,7 @@ void TestRelaunch::ARunningClientIsStartedAgainWithoutACheck()
                      QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)}));
 }
 
-void TestRelaunch::ARunningClientIsHandedTheMeetingLink()
+void TestRelaunch::aRunningClientIsHandedTheMeetingLink()
 {
     UpdaterRun run;
     run.Configure();
@@ -288,7 +288,7 @@ void TestRelaunch::ARunningClientIsHandedTheMeetingLink()
              QStringLiteral("[INFO] (:0) \"%1\"  Already Run...").arg(run.imageName));
 }
 
-void TestRelaunch::AMeetingLinkReachesAClientThatDoesNotRun()
+void TestRelaunch::aMeetingLinkReachesAClientThatDoesNotRun()
 {
     UpdaterRun run;
     run.Configure();

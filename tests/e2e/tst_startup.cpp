@@ -12,25 +12,25 @@ class TestStartup : public QObject
     Q_OBJECT
 
 private slots:
-    void ASecondCopyEndsAtOnceAndLogsNothing();
-    void TheGuardIsTheOneOfThatName();
-    void ARunThatWasKilledDoesNotBlockTheNextOne();
-    void AnotherRunMayFollowAFinishedOne();
-    void AMissingConfigurationEndsTheRunWithZero();
-    void ABrokenConfigurationEndsTheRunWithZero();
-    void AMissingClientConfigurationEndsTheRunWithZero();
-    void ABrokenClientConfigurationEndsTheRunWithZero();
-    void AConfigurationInTheHomeFolderIsNotFound();
-    void ArgumentsAreLoggedInOrder_data();
-    void ArgumentsAreLoggedInOrder();
-    void NoArgumentIsTakenForQt();
-    void TheEnvironmentLoadsNoLibrary();
-    void TheEnvironmentOpensNoFile();
-    void TextsAreInTheInterfaceFont();
-    void WithoutArgumentsNoneIsLogged();
+    void aSecondCopyEndsAtOnceAndLogsNothing();
+    void theGuardIsTheOneOfThatName();
+    void aRunThatWasKilledDoesNotBlockTheNextOne();
+    void anotherRunMayFollowAFinishedOne();
+    void aMissingConfigurationEndsTheRunWithZero();
+    void aBrokenConfigurationEndsTheRunWithZero();
+    void aMissingClientConfigurationEndsTheRunWithZero();
+    void aBrokenClientConfigurationEndsTheRunWithZero();
+    void aConfigurationInTheHomeFolderIsNotFound();
+    void argumentsAreLoggedInOrder_data();
+    void argumentsAreLoggedInOrder();
+    void noArgumentIsTakenForQt();
+    void theEnvironmentLoadsNoLibrary();
+    void theEnvironmentOpensNoFile();
+    void textsAreInTheInterfaceFont();
+    void withoutArgumentsNoneIsLogged();
 #ifdef Q_OS_UNIX
-    void TheInterfaceFontIsTheOneOfThatName_posix();
-    void TlsIsLoadedBeforeTheCheckBegins_posix();
+    void theInterfaceFontIsTheOneOfThatName_posix();
+    void tlsIsLoadedBeforeTheCheckBegins_posix();
 #endif
 
 private:
@@ -80,7 +80,7 @@ private:
 
 } // namespace
 
-void TestStartup::ASecondCopyEndsAtOnceAndLogsNothing()
+void TestStartup::aSecondCopyEndsAtOnceAndLogsNothing()
 {
     UpdaterRun run;
     StartAndHold(run);
@@ -95,7 +95,7 @@ void TestStartup::ASecondCopyEndsAtOnceAndLogsNothing()
     QCOMPARE(run.process.state(), QProcess::Running);
 }
 
-void TestStartup::TheGuardIsTheOneOfThatName()
+void TestStartup::theGuardIsTheOneOfThatName()
 {
     UpdaterRun run;
     run.Configure();
@@ -110,7 +110,7 @@ void TestStartup::TheGuardIsTheOneOfThatName()
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestStartup::ARunThatWasKilledDoesNotBlockTheNextOne()
+void TestStartup::aRunThatWasKilledDoesNotBlockTheNextOne()
 {
     UpdaterRun run;
     StartAndHold(run);
@@ -122,7 +122,7 @@ void TestStartup::ARunThatWasKilledDoesNotBlockTheNextOne()
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestStartup::AnotherRunMayFollowAFinishedOne()
+void TestStartup::anotherRunMayFollowAFinishedOne()
 {
     UpdaterRun run;
     run.Configure();
@@ -132,7 +132,7 @@ void TestStartup::AnotherRunMayFollowAFinishedOne()
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestStartup::AMissingConfigurationEndsTheRunWithZero()
+void TestStartup::aMissingConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
     QCOMPARE(run.Run({QStringLiteral("-immediately")}), 0);
@@ -140,7 +140,7 @@ void TestStartup::AMissingConfigurationEndsTheRunWithZero()
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestStartup::ABrokenConfigurationEndsTheRunWithZero()
+void TestStartup::aBrokenConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
     run.home.WriteUpdateConfig("{\"appName\": ");
@@ -149,7 +149,7 @@ void TestStartup::ABrokenConfigurationEndsTheRunWithZero()
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestStartup::AMissingClientConfigurationEndsTheRunWithZero()
+void TestStartup::aMissingClientConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
     run.Configure({{QStringLiteral("appPath"), run.home.ClientFolder()}});
@@ -159,7 +159,7 @@ void TestStartup::AMissingClientConfigurationEndsTheRunWithZero()
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestStartup::ABrokenClientConfigurationEndsTheRunWithZero()
+void TestStartup::aBrokenClientConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
     run.Configure();
@@ -168,7 +168,7 @@ void TestStartup::ABrokenClientConfigurationEndsTheRunWithZero()
     QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0)  APP Jsondata Error: 5")});
 }
 
-void TestStartup::AConfigurationInTheHomeFolderIsNotFound()
+void TestStartup::aConfigurationInTheHomeFolderIsNotFound()
 {
     UpdaterRun run;
     run.Configure();
@@ -180,7 +180,7 @@ void TestStartup::AConfigurationInTheHomeFolderIsNotFound()
     QCOMPARE(run.Log(), QStringList{m_missing});
 }
 
-void TestStartup::ArgumentsAreLoggedInOrder_data()
+void TestStartup::argumentsAreLoggedInOrder_data()
 {
     QTest::addColumn<QString>("argument");
     QTest::addColumn<QString>("logged");
@@ -194,7 +194,7 @@ void TestStartup::ArgumentsAreLoggedInOrder_data()
         QTest::newRow("Chinese") << chinese << QStringLiteral("\"中文\"");
 }
 
-void TestStartup::ArgumentsAreLoggedInOrder()
+void TestStartup::argumentsAreLoggedInOrder()
 {
     QFETCH(QString, argument);
     QFETCH(QString, logged);
@@ -211,7 +211,7 @@ void TestStartup::ArgumentsAreLoggedInOrder()
     QCOMPARE(run.client.Calls().first(), QStringList{argument});
 }
 
-void TestStartup::NoArgumentIsTakenForQt()
+void TestStartup::noArgumentIsTakenForQt()
 {
     UpdaterRun run;
     run.Configure();
@@ -230,7 +230,7 @@ void TestStartup::NoArgumentIsTakenForQt()
     QCOMPARE(run.Log().filter(QStringLiteral("cmd line parameters")), logged);
 }
 
-void TestStartup::TheEnvironmentLoadsNoLibrary()
+void TestStartup::theEnvironmentLoadsNoLibrary()
 {
     UpdaterRun run;
     run.Configure();
@@ -245,7 +245,7 @@ void TestStartup::TheEnvironmentLoadsNoLibrary()
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestStartup::TheEnvironmentOpensNoFile()
+void TestStartup::theEnvironmentOpensNoFile()
 {
     UpdaterRun run;
     run.Configure();
@@ -259,7 +259,7 @@ void TestStartup::TheEnvironmentOpensNoFile()
     QCOMPARE(run.Log().first(), run.ConfigurationLine());
 }
 
-void TestStartup::TextsAreInTheInterfaceFont()
+void TestStartup::textsAreInTheInterfaceFont()
 {
     UpdaterRun run;
     run.Configure();
@@ -278,7 +278,7 @@ void TestStartup::TextsAreInTheInterfaceFont()
     QVERIFY(families.contains(QStringLiteral("????")));
 }
 
-void TestStartup::WithoutArgumentsNoneIsLogged()
+void TestStartup::withoutArgumentsNoneIsLogged()
 {
     UpdaterRun run;
     run.Configure();
@@ -290,7 +290,7 @@ void TestStartup::WithoutArgumentsNoneIsLogged()
 }
 
 #ifdef Q_OS_UNIX
-void TestStartup::TheInterfaceFontIsTheOneOfThatName_posix()
+void TestStartup::theInterfaceFontIsTheOneOfThatName_posix()
 {
     UpdaterRun run;
     run.Configure();
@@ -303,7 +303,7 @@ void TestStartup::TheInterfaceFontIsTheOneOfThatName_posix()
     QVERIFY(program.readAllStandardOutput().contains(u8"family: \"微软雅黑\""));
 }
 
-void TestStartup::TlsIsLoadedBeforeTheCheckBegins_posix()
+void TestStartup::tlsIsLoadedBeforeTheCheckBegins_posix()
 {
     UpdaterRun run;
     run.Configure();

@@ -11,24 +11,24 @@ class TestUpdate : public QObject
     Q_OBJECT
 
 private slots:
-    void AZipPackageIsInstalledAndTheClientStarted();
-    void ARelativeClientFolderBeginsAtTheUpdaters();
-    void TheNotesFollowTheLanguage_data();
-    void TheNotesFollowTheLanguage();
-    void AnInstallerIsStartedWithTheArguments();
-    void ARunningClientIsStoppedBeforeTheDownload();
-    void ACorruptedPackageIsNotInstalled();
-    void ADamagedZipPackageStillStartsTheClient();
-    void APackageFromAServerNobodyTrustsIsRefused();
-    void AnAnnouncedNameThatIsRefusedStartsTheClient_data();
-    void AnAnnouncedNameThatIsRefusedStartsTheClient();
-    void APackageOfManyMegabytesArrivesWhole();
-    void AMuchShorterVersionEndsEveryLaterRun();
-    void ALongEnoughVersionEndsNoRun_data();
-    void ALongEnoughVersionEndsNoRun();
+    void aZipPackageIsInstalledAndTheClientStarted();
+    void aRelativeClientFolderBeginsAtTheUpdaters();
+    void theNotesFollowTheLanguage_data();
+    void theNotesFollowTheLanguage();
+    void anInstallerIsStartedWithTheArguments();
+    void aRunningClientIsStoppedBeforeTheDownload();
+    void aCorruptedPackageIsNotInstalled();
+    void aDamagedZipPackageStillStartsTheClient();
+    void aPackageFromAServerNobodyTrustsIsRefused();
+    void anAnnouncedNameThatIsRefusedStartsTheClient_data();
+    void anAnnouncedNameThatIsRefusedStartsTheClient();
+    void aPackageOfManyMegabytesArrivesWhole();
+    void aMuchShorterVersionEndsEveryLaterRun();
+    void aLongEnoughVersionEndsNoRun_data();
+    void aLongEnoughVersionEndsNoRun();
 #ifdef Q_OS_LINUX
-    void AnInterruptedCopyIsCompletedByTheNextStart_data();
-    void AnInterruptedCopyIsCompletedByTheNextStart();
+    void anInterruptedCopyIsCompletedByTheNextStart_data();
+    void anInterruptedCopyIsCompletedByTheNextStart();
 #endif
 };
 
@@ -110,7 +110,7 @@ QStringList LogWithoutAnswer(const UpdaterRun &run)
 
 } // namespace
 
-void TestUpdate::AZipPackageIsInstalledAndTheClientStarted()
+void TestUpdate::aZipPackageIsInstalledAndTheClientStarted()
 {
     UpdaterRun run;
     run.Configure();
@@ -170,7 +170,7 @@ void TestUpdate::AZipPackageIsInstalledAndTheClientStarted()
             Info(Quoted(run.imageName) + QStringLiteral("  starting..."))}));
 }
 
-void TestUpdate::ARelativeClientFolderBeginsAtTheUpdaters()
+void TestUpdate::aRelativeClientFolderBeginsAtTheUpdaters()
 {
     UpdaterRun run;
     run.Configure({{QStringLiteral("appPath"), QStringLiteral("../")}});
@@ -188,7 +188,7 @@ void TestUpdate::ARelativeClientFolderBeginsAtTheUpdaters()
     QVERIFY(run.Log().join(QLatin1Char('\n')).contains(QLatin1String("currentVersion: \"2.1.3\"")));
 }
 
-void TestUpdate::TheNotesFollowTheLanguage_data()
+void TestUpdate::theNotesFollowTheLanguage_data()
 {
     QTest::addColumn<QByteArray>("language");
     QTest::addColumn<QString>("notes");
@@ -199,7 +199,7 @@ void TestUpdate::TheNotesFollowTheLanguage_data()
     QTest::newRow("empty likewise") << QByteArray() << QStringLiteral("New version");
 }
 
-void TestUpdate::TheNotesFollowTheLanguage()
+void TestUpdate::theNotesFollowTheLanguage()
 {
     QFETCH(QByteArray, language);
     QFETCH(QString, notes);
@@ -214,7 +214,7 @@ void TestUpdate::TheNotesFollowTheLanguage()
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestUpdate::AnInstallerIsStartedWithTheArguments()
+void TestUpdate::anInstallerIsStartedWithTheArguments()
 {
     UpdaterRun run;
     run.Configure();
@@ -234,7 +234,7 @@ void TestUpdate::AnInstallerIsStartedWithTheArguments()
     QCOMPARE(run.Log().last(), Info(Quoted(downloaded) + QStringLiteral("  starting...")));
 }
 
-void TestUpdate::ARunningClientIsStoppedBeforeTheDownload()
+void TestUpdate::aRunningClientIsStoppedBeforeTheDownload()
 {
     UpdaterRun run;
     run.Configure();
@@ -247,7 +247,7 @@ void TestUpdate::ARunningClientIsStoppedBeforeTheDownload()
     QVERIFY(run.Log().contains(Info(Quoted(run.imageName) + QStringLiteral("  Already Run..."))));
 }
 
-void TestUpdate::ACorruptedPackageIsNotInstalled()
+void TestUpdate::aCorruptedPackageIsNotInstalled()
 {
     UpdaterRun run;
     run.Configure();
@@ -264,7 +264,7 @@ void TestUpdate::ACorruptedPackageIsNotInstalled()
     QVERIFY(QFile::exists(run.PackagePath(kPackage)));
 }
 
-void TestUpdate::ADamagedZipPackageStillStartsTheClient()
+void TestUpdate::aDamagedZipPackageStillStartsTheClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -283,7 +283,7 @@ void TestUpdate::ADamagedZipPackageStillStartsTheClient()
     QVERIFY(run.Log().filter(QStringLiteral("copy file")).isEmpty());
 }
 
-void TestUpdate::APackageFromAServerNobodyTrustsIsRefused()
+void TestUpdate::aPackageFromAServerNobodyTrustsIsRefused()
 {
     UpdaterRun run;
     run.Configure(
@@ -297,14 +297,14 @@ void TestUpdate::APackageFromAServerNobodyTrustsIsRefused()
     QCOMPARE(ReadFile(run.PackagePath(kPackage)), QByteArray());
 }
 
-void TestUpdate::AnAnnouncedNameThatIsRefusedStartsTheClient_data()
+void TestUpdate::anAnnouncedNameThatIsRefusedStartsTheClient_data()
 {
     QTest::addColumn<QString>("name");
     QTest::newRow("outside the folder") << R"(..\..\evil)";
     QTest::newRow("for the command interpreter") << "Setup.bat";
 }
 
-void TestUpdate::AnAnnouncedNameThatIsRefusedStartsTheClient()
+void TestUpdate::anAnnouncedNameThatIsRefusedStartsTheClient()
 {
     QFETCH(QString, name);
     UpdaterRun run;
@@ -321,7 +321,7 @@ void TestUpdate::AnAnnouncedNameThatIsRefusedStartsTheClient()
     QCOMPARE(run.server.Requests().size(), 1);
 }
 
-void TestUpdate::APackageOfManyMegabytesArrivesWhole()
+void TestUpdate::aPackageOfManyMegabytesArrivesWhole()
 {
     UpdaterRun run;
     run.Configure();
@@ -339,7 +339,7 @@ void TestUpdate::APackageOfManyMegabytesArrivesWhole()
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestUpdate::AMuchShorterVersionEndsEveryLaterRun()
+void TestUpdate::aMuchShorterVersionEndsEveryLaterRun()
 {
     UpdaterRun run;
     InstallAfterALongVersion(run, QStringLiteral("3.0.0"));
@@ -368,14 +368,14 @@ void TestUpdate::AMuchShorterVersionEndsEveryLaterRun()
     QVERIFY(run.client.WaitForCalls(3));
 }
 
-void TestUpdate::ALongEnoughVersionEndsNoRun_data()
+void TestUpdate::aLongEnoughVersionEndsNoRun_data()
 {
     QTest::addColumn<QString>("version");
     QTest::newRow("one character shorter") << "3.0.10";
     QTest::newRow("as long") << "3.0.0.0";
 }
 
-void TestUpdate::ALongEnoughVersionEndsNoRun()
+void TestUpdate::aLongEnoughVersionEndsNoRun()
 {
     QFETCH(QString, version);
     UpdaterRun run;
@@ -389,7 +389,7 @@ void TestUpdate::ALongEnoughVersionEndsNoRun()
 
 // The xcopy of Windows stops at the first error. The stand-in does the same; Wine's continues, so
 // this test runs only on Linux.
-void TestUpdate::AnInterruptedCopyIsCompletedByTheNextStart_data()
+void TestUpdate::anInterruptedCopyIsCompletedByTheNextStart_data()
 {
     QTest::addColumn<QString>("versionFile");
     QTest::addColumn<bool>("isCompleted");
@@ -398,7 +398,7 @@ void TestUpdate::AnInterruptedCopyIsCompletedByTheNextStart_data()
     QTest::newRow("version file copied first") << "config.json" << false;
 }
 
-void TestUpdate::AnInterruptedCopyIsCompletedByTheNextStart()
+void TestUpdate::anInterruptedCopyIsCompletedByTheNextStart()
 {
     QFETCH(QString, versionFile);
     QFETCH(bool, isCompleted);

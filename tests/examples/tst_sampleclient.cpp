@@ -18,18 +18,18 @@ class TestSampleClient : public QObject
     Q_OBJECT
 
 private slots:
-    void ASecondStartHandsItsArgumentsOver();
-    void ALinkComesThroughTheUpdater_data();
-    void ALinkComesThroughTheUpdater();
-    void DoubtfulArgumentsAreRefused_data();
-    void DoubtfulArgumentsAreRefused();
-    void NotesAreShownUntilTheUserHasClosedThem();
+    void aSecondStartHandsItsArgumentsOver();
+    void aLinkComesThroughTheUpdater_data();
+    void aLinkComesThroughTheUpdater();
+    void doubtfulArgumentsAreRefused_data();
+    void doubtfulArgumentsAreRefused();
+    void notesAreShownUntilTheUserHasClosedThem();
 #ifdef Q_OS_LINUX
-    void NotesLoadNothing();
+    void notesLoadNothing();
 #endif
-    void TheUpdaterSpeaksTheClientsLanguage();
-    void AnUpdateBeginsWithTheClientsButton();
-    void AClientIsStartedOnceAfterACheckWithoutAnOffer();
+    void theUpdaterSpeaksTheClientsLanguage();
+    void anUpdateBeginsWithTheClientsButton();
+    void aClientIsStartedOnceAfterACheckWithoutAnOffer();
 
 private:
     WindowServer m_windows;
@@ -160,7 +160,7 @@ void AnswerThatThereIsNothingNewer(UpdaterRun &run)
 
 } // namespace
 
-void TestSampleClient::ASecondStartHandsItsArgumentsOver()
+void TestSampleClient::aSecondStartHandsItsArgumentsOver()
 {
     const Installation client;
     client.Start();
@@ -174,14 +174,14 @@ void TestSampleClient::ASecondStartHandsItsArgumentsOver()
     QCOMPARE(client.SavedMeeting(), QStringLiteral("host/room?id=7"));
 }
 
-void TestSampleClient::ALinkComesThroughTheUpdater_data()
+void TestSampleClient::aLinkComesThroughTheUpdater_data()
 {
     QTest::addColumn<bool>("runs");
     QTest::newRow("to a client that runs") << true;
     QTest::newRow("to one that does not") << false;
 }
 
-void TestSampleClient::ALinkComesThroughTheUpdater()
+void TestSampleClient::aLinkComesThroughTheUpdater()
 {
     QFETCH(bool, runs);
     Installation client;
@@ -195,7 +195,7 @@ void TestSampleClient::ALinkComesThroughTheUpdater()
     m_windows.WaitForWindow(kOldClient);
 }
 
-void TestSampleClient::DoubtfulArgumentsAreRefused_data()
+void TestSampleClient::doubtfulArgumentsAreRefused_data()
 {
     QTest::addColumn<QStringList>("doubtful");
     const QString url = QStringLiteral("--url=host");
@@ -206,7 +206,7 @@ void TestSampleClient::DoubtfulArgumentsAreRefused_data()
     QTest::newRow("a profile without a name") << QStringList{url, QStringLiteral("--profile")};
 }
 
-void TestSampleClient::DoubtfulArgumentsAreRefused()
+void TestSampleClient::doubtfulArgumentsAreRefused()
 {
     QFETCH(QStringList, doubtful);
     const Installation client;
@@ -219,7 +219,7 @@ void TestSampleClient::DoubtfulArgumentsAreRefused()
     QVERIFY(!client.Has(kSession));
 }
 
-void TestSampleClient::NotesAreShownUntilTheUserHasClosedThem()
+void TestSampleClient::notesAreShownUntilTheUserHasClosedThem()
 {
     const QString notes = QStringLiteral("New in 1.0.0");
     const Installation client;
@@ -245,7 +245,7 @@ void TestSampleClient::NotesAreShownUntilTheUserHasClosedThem()
 }
 
 #ifdef Q_OS_LINUX
-void TestSampleClient::NotesLoadNothing()
+void TestSampleClient::notesLoadNothing()
 {
     const Installation client;
     // Whoever opens it waits until somebody writes into it.
@@ -259,7 +259,7 @@ void TestSampleClient::NotesLoadNothing()
 }
 #endif
 
-void TestSampleClient::TheUpdaterSpeaksTheClientsLanguage()
+void TestSampleClient::theUpdaterSpeaksTheClientsLanguage()
 {
     Installation client;
     PublishNewClient(client.run);
@@ -283,7 +283,7 @@ void TestSampleClient::TheUpdaterSpeaksTheClientsLanguage()
     m_windows.WaitForWindow(kPrompt);
 }
 
-void TestSampleClient::AnUpdateBeginsWithTheClientsButton()
+void TestSampleClient::anUpdateBeginsWithTheClientsButton()
 {
     Installation client;
     PublishNewClient(client.run);
@@ -303,7 +303,7 @@ void TestSampleClient::AnUpdateBeginsWithTheClientsButton()
     QVERIFY(client.WaitForUpdatersEnd());
 }
 
-void TestSampleClient::AClientIsStartedOnceAfterACheckWithoutAnOffer()
+void TestSampleClient::aClientIsStartedOnceAfterACheckWithoutAnOffer()
 {
     Installation client;
     AnswerThatThereIsNothingNewer(client.run);
