@@ -12,10 +12,10 @@ class TestFaultsClock : public QObject
     Q_OBJECT
 
 private slots:
-    void AClockSetForwardDuringTheCheck();
-    void AClockSetBackDuringTheCheck();
-    void AClockSetForwardDuringTheDownload();
-    void AClockSetBackDuringTheDownload();
+    void aClockSetForwardDuringTheCheck();
+    void aClockSetBackDuringTheCheck();
+    void aClockSetForwardDuringTheDownload();
+    void aClockSetBackDuringTheDownload();
 };
 
 namespace
@@ -65,7 +65,7 @@ void WaitForHeldPackage(const FaultRun &fault)
 
 } // namespace
 
-void TestFaultsClock::AClockSetForwardDuringTheCheck()
+void TestFaultsClock::aClockSetForwardDuringTheCheck()
 {
     FaultRun fault(QStringLiteral("clock: set an hour forward during the check"));
     const WallClock clock(fault);
@@ -79,7 +79,7 @@ void TestFaultsClock::AClockSetForwardDuringTheCheck()
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsClock::AClockSetBackDuringTheCheck()
+void TestFaultsClock::aClockSetBackDuringTheCheck()
 {
     FaultRun fault(QStringLiteral("clock: set an hour back during a check without an answer"));
     const WallClock clock(fault);
@@ -95,7 +95,7 @@ void TestFaultsClock::AClockSetBackDuringTheCheck()
     fault.NextRunMustWork();
 }
 
-void TestFaultsClock::AClockSetForwardDuringTheDownload()
+void TestFaultsClock::aClockSetForwardDuringTheDownload()
 {
     FaultRun fault(QStringLiteral("clock: set an hour forward during the download"));
     const WallClock clock(fault);
@@ -109,7 +109,7 @@ void TestFaultsClock::AClockSetForwardDuringTheDownload()
         {FaultRun::NetworkError, FaultRun::Untouched + QStringLiteral(", part of the package"), 0});
 }
 
-void TestFaultsClock::AClockSetBackDuringTheDownload()
+void TestFaultsClock::aClockSetBackDuringTheDownload()
 {
     FaultRun fault(QStringLiteral("clock: set an hour back during a download that stalls"));
     const WallClock clock(fault);

@@ -8,11 +8,11 @@ class TestFaultsCutPackage : public QObject
     Q_OBJECT
 
 private slots:
-    void APackageThatBreaksOffIsGivenUp_data();
-    void APackageThatBreaksOffIsGivenUp();
+    void aPackageThatBreaksOffIsGivenUp_data();
+    void aPackageThatBreaksOffIsGivenUp();
 };
 
-void TestFaultsCutPackage::APackageThatBreaksOffIsGivenUp_data()
+void TestFaultsCutPackage::aPackageThatBreaksOffIsGivenUp_data()
 {
     QTest::addColumn<int>("bytes");
     QTest::addColumn<QString>("end");
@@ -24,7 +24,7 @@ void TestFaultsCutPackage::APackageThatBreaksOffIsGivenUp_data()
     QTest::newRow("package: connection reset in the middle") << 100000 << QStringLiteral("reset");
 }
 
-void TestFaultsCutPackage::APackageThatBreaksOffIsGivenUp()
+void TestFaultsCutPackage::aPackageThatBreaksOffIsGivenUp()
 {
     QFETCH(int, bytes);
     QFETCH(QString, end);

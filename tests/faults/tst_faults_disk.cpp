@@ -13,24 +13,24 @@ class TestFaultsDisk : public QObject
     Q_OBJECT
 
 private slots:
-    void ADiskThatIsFullForThePackage();
-    void APackageWithoutAnEnd();
-    void ADiskThatIsFullForTheUnpackedPackage();
-    void ADiskThatIsFullForTheClient();
-    void ADiskThatIsFullForTheConfiguration();
-    void ADiskThatIsFullForTheLog();
-    void TooLittleSpaceForThePackage();
-    void AFolderThatTakesNoChanges_data();
-    void AFolderThatTakesNoChanges();
-    void AHomeThatTakesNoChangesEndsTheRun();
-    void AChoiceThatCannotBeSavedEndsTheRun();
-    void AMissingFolderIsMadeWhereItIsOurs_data();
-    void AMissingFolderIsMadeWhereItIsOurs();
-    void AConfigurationThatCannotBeReadEndsTheRun_data();
-    void AConfigurationThatCannotBeReadEndsTheRun();
-    void APackageThatIsHeldOpen();
-    void AMarkerThatIsHeldOpen();
-    void AProgramOfTheClientThatIsHeldOpen();
+    void aDiskThatIsFullForThePackage();
+    void aPackageWithoutAnEnd();
+    void aDiskThatIsFullForTheUnpackedPackage();
+    void aDiskThatIsFullForTheClient();
+    void aDiskThatIsFullForTheConfiguration();
+    void aDiskThatIsFullForTheLog();
+    void tooLittleSpaceForThePackage();
+    void aFolderThatTakesNoChanges_data();
+    void aFolderThatTakesNoChanges();
+    void aHomeThatTakesNoChangesEndsTheRun();
+    void aChoiceThatCannotBeSavedEndsTheRun();
+    void aMissingFolderIsMadeWhereItIsOurs_data();
+    void aMissingFolderIsMadeWhereItIsOurs();
+    void aConfigurationThatCannotBeReadEndsTheRun_data();
+    void aConfigurationThatCannotBeReadEndsTheRun();
+    void aPackageThatIsHeldOpen();
+    void aMarkerThatIsHeldOpen();
+    void aProgramOfTheClientThatIsHeldOpen();
 };
 
 namespace
@@ -60,7 +60,7 @@ void Fill(const QString &folder)
 
 } // namespace
 
-void TestFaultsDisk::ADiskThatIsFullForThePackage()
+void TestFaultsDisk::aDiskThatIsFullForThePackage()
 {
     FaultRun fault(QStringLiteral("disk: full during the download"));
     fault.Offer();
@@ -75,7 +75,7 @@ void TestFaultsDisk::ADiskThatIsFullForThePackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::APackageWithoutAnEnd()
+void TestFaultsDisk::aPackageWithoutAnEnd()
 {
     FaultRun fault(QStringLiteral("package: without an end, and the disk gets full"));
     fault.Offer();
@@ -100,7 +100,7 @@ void TestFaultsDisk::APackageWithoutAnEnd()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheUnpackedPackage()
+void TestFaultsDisk::aDiskThatIsFullForTheUnpackedPackage()
 {
     FaultRun fault(QStringLiteral("disk: full while the package is unpacked"));
     fault.Offer();
@@ -119,7 +119,7 @@ void TestFaultsDisk::ADiskThatIsFullForTheUnpackedPackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheClient()
+void TestFaultsDisk::aDiskThatIsFullForTheClient()
 {
     FaultRun fault(QStringLiteral("disk: full while the client is copied"));
     fault.Offer();
@@ -137,7 +137,7 @@ void TestFaultsDisk::ADiskThatIsFullForTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheConfiguration()
+void TestFaultsDisk::aDiskThatIsFullForTheConfiguration()
 {
     FaultRun fault(QStringLiteral("disk: full when the version is recorded"));
     fault.Offer();
@@ -165,7 +165,7 @@ void TestFaultsDisk::ADiskThatIsFullForTheConfiguration()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheLog()
+void TestFaultsDisk::aDiskThatIsFullForTheLog()
 {
     FaultRun fault(QStringLiteral("disk: full for the log"));
     fault.Offer();
@@ -180,7 +180,7 @@ void TestFaultsDisk::ADiskThatIsFullForTheLog()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::TooLittleSpaceForThePackage()
+void TestFaultsDisk::tooLittleSpaceForThePackage()
 {
     FaultRun fault(QStringLiteral("disk: less free than three times the package"));
     fault.Offer();
@@ -201,7 +201,7 @@ void TestFaultsDisk::TooLittleSpaceForThePackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AFolderThatTakesNoChanges_data()
+void TestFaultsDisk::aFolderThatTakesNoChanges_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("left");
@@ -222,7 +222,7 @@ void TestFaultsDisk::AFolderThatTakesNoChanges_data()
         << QStringLiteral("new client") + unpacked + QStringLiteral(", notes, marker") << QString();
 }
 
-void TestFaultsDisk::AFolderThatTakesNoChanges()
+void TestFaultsDisk::aFolderThatTakesNoChanges()
 {
     QFETCH(QString, folder);
     QFETCH(QString, left);
@@ -241,7 +241,7 @@ void TestFaultsDisk::AFolderThatTakesNoChanges()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AHomeThatTakesNoChangesEndsTheRun()
+void TestFaultsDisk::aHomeThatTakesNoChangesEndsTheRun()
 {
     FaultRun fault(QStringLiteral("read-only: the download folder"));
     fault.Offer();
@@ -257,7 +257,7 @@ void TestFaultsDisk::AHomeThatTakesNoChangesEndsTheRun()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AChoiceThatCannotBeSavedEndsTheRun()
+void TestFaultsDisk::aChoiceThatCannotBeSavedEndsTheRun()
 {
     FaultRun fault(QStringLiteral("read-only: updateconfig.json, and \"Never Prompt\" chosen"));
     fault.Offer();
@@ -275,7 +275,7 @@ void TestFaultsDisk::AChoiceThatCannotBeSavedEndsTheRun()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs_data()
+void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("left");
@@ -286,7 +286,7 @@ void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs_data()
         << FaultRun::Untouched + QStringLiteral(", the package, unpacked package");
 }
 
-void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs()
+void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs()
 {
     QFETCH(QString, folder);
     QFETCH(QString, left);
@@ -298,7 +298,7 @@ void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs()
     fault.MustEndWith({FaultRun::Progress, left, 1});
 }
 
-void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun_data()
+void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QByteArray>("content");
@@ -317,7 +317,7 @@ void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun_data()
         << clients << cut << FaultRun::Untouched + QStringLiteral(" with a damaged configuration");
 }
 
-void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun()
+void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun()
 {
     QFETCH(QString, file);
     QFETCH(QByteArray, content);
@@ -337,7 +337,7 @@ void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::APackageThatIsHeldOpen()
+void TestFaultsDisk::aPackageThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: an older and longer package, which cannot be removed"));
     fault.Offer();
@@ -355,7 +355,7 @@ void TestFaultsDisk::APackageThatIsHeldOpen()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AMarkerThatIsHeldOpen()
+void TestFaultsDisk::aMarkerThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: the marker of the last update, which cannot be removed"));
     fault.Offer();
@@ -370,7 +370,7 @@ void TestFaultsDisk::AMarkerThatIsHeldOpen()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AProgramOfTheClientThatIsHeldOpen()
+void TestFaultsDisk::aProgramOfTheClientThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: a file of the client, by a program that runs it"));
     fault.Offer();

@@ -10,12 +10,12 @@ class TestFaultsMachine : public QObject
     Q_OBJECT
 
 private slots:
-    void AHomeOfAnyName_data();
-    void AHomeOfAnyName();
-    void TasklistHangs();
+    void aHomeOfAnyName_data();
+    void aHomeOfAnyName();
+    void tasklistHangs();
 };
 
-void TestFaultsMachine::AHomeOfAnyName_data()
+void TestFaultsMachine::aHomeOfAnyName_data()
 {
     QTest::addColumn<QString>("name");
     QTest::newRow("home: with blanks") << QStringLiteral("My  own home");
@@ -25,7 +25,7 @@ void TestFaultsMachine::AHomeOfAnyName_data()
         << QStringLiteral("a&b%PATH%$HOME'(1);#");
 }
 
-void TestFaultsMachine::AHomeOfAnyName()
+void TestFaultsMachine::aHomeOfAnyName()
 {
     QFETCH(QString, name);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -40,7 +40,7 @@ void TestFaultsMachine::AHomeOfAnyName()
     qputenv("HOME", usual);
 }
 
-void TestFaultsMachine::TasklistHangs()
+void TestFaultsMachine::tasklistHangs()
 {
     FaultRun fault(QStringLiteral("hangs: tasklist"));
     fault.Offer();

@@ -18,19 +18,19 @@ class TestFaultsProcess : public QObject
     Q_OBJECT
 
 private slots:
-    void KilledWhile_data();
-    void KilledWhile();
-    void KilledWhileThePackageIsUnpacked();
-    void KilledWhileXcopyRuns();
-    void KilledWhileItLooksForTheClient();
-    void SeveralAtOnceRunOnce_data();
-    void SeveralAtOnceRunOnce();
-    void ACommandIsMissing_data();
-    void ACommandIsMissing();
-    void ACommandFails_data();
-    void ACommandFails();
-    void XcopyHangs();
-    void TaskkillHangs();
+    void killedWhile_data();
+    void killedWhile();
+    void killedWhileThePackageIsUnpacked();
+    void killedWhileXcopyRuns();
+    void killedWhileItLooksForTheClient();
+    void severalAtOnceRunOnce_data();
+    void severalAtOnceRunOnce();
+    void aCommandIsMissing_data();
+    void aCommandIsMissing();
+    void aCommandFails_data();
+    void aCommandFails();
+    void xcopyHangs();
+    void taskkillHangs();
 };
 
 namespace
@@ -51,7 +51,7 @@ bool WaitedFor(const std::function<bool()> &condition)
 
 } // namespace
 
-void TestFaultsProcess::KilledWhile_data()
+void TestFaultsProcess::killedWhile_data()
 {
     QTest::addColumn<QString>("step");
     QTest::addColumn<QString>("seen");
@@ -70,7 +70,7 @@ void TestFaultsProcess::KilledWhile_data()
         << FaultRun::Untouched + QStringLiteral(", an empty package file");
 }
 
-void TestFaultsProcess::KilledWhile()
+void TestFaultsProcess::killedWhile()
 {
     QFETCH(QString, step);
     QFETCH(QString, seen);
@@ -104,7 +104,7 @@ void TestFaultsProcess::KilledWhile()
     fault.MustEndWith({seen, left, 0, kStartAgain});
 }
 
-void TestFaultsProcess::KilledWhileThePackageIsUnpacked()
+void TestFaultsProcess::killedWhileThePackageIsUnpacked()
 {
     FaultRun fault(QStringLiteral("killed: while the package is unpacked"));
     fault.Offer();
@@ -126,7 +126,7 @@ void TestFaultsProcess::KilledWhileThePackageIsUnpacked()
                        0, kStartAgain});
 }
 
-void TestFaultsProcess::KilledWhileXcopyRuns()
+void TestFaultsProcess::killedWhileXcopyRuns()
 {
     FaultRun fault(QStringLiteral("killed: while the client is copied"));
     fault.Offer();
@@ -145,7 +145,7 @@ void TestFaultsProcess::KilledWhileXcopyRuns()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::KilledWhileItLooksForTheClient()
+void TestFaultsProcess::killedWhileItLooksForTheClient()
 {
     FaultRun fault(QStringLiteral("killed: while tasklist runs"));
     fault.Offer();
@@ -161,14 +161,14 @@ void TestFaultsProcess::KilledWhileItLooksForTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::SeveralAtOnceRunOnce_data()
+void TestFaultsProcess::severalAtOnceRunOnce_data()
 {
     QTest::addColumn<int>("count");
     QTest::newRow("started twice at once") << 2;
     QTest::newRow("started ten times at once") << 10;
 }
 
-void TestFaultsProcess::SeveralAtOnceRunOnce()
+void TestFaultsProcess::severalAtOnceRunOnce()
 {
     QFETCH(int, count);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -200,7 +200,7 @@ void TestFaultsProcess::SeveralAtOnceRunOnce()
                        QStringLiteral("all but one end at once, without a word; user: wait")});
 }
 
-void TestFaultsProcess::ACommandIsMissing_data()
+void TestFaultsProcess::aCommandIsMissing_data()
 {
     QTest::addColumn<QString>("command");
     QTest::addColumn<bool>("running");
@@ -216,7 +216,7 @@ void TestFaultsProcess::ACommandIsMissing_data()
         << QStringLiteral("taskkill") << true << FaultRun::Updated << 2;
 }
 
-void TestFaultsProcess::ACommandIsMissing()
+void TestFaultsProcess::aCommandIsMissing()
 {
     QFETCH(QString, command);
     QFETCH(bool, running);
@@ -246,7 +246,7 @@ void TestFaultsProcess::ACommandIsMissing()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::ACommandFails_data()
+void TestFaultsProcess::aCommandFails_data()
 {
     QTest::addColumn<QString>("command");
     QTest::addColumn<bool>("running");
@@ -264,7 +264,7 @@ void TestFaultsProcess::ACommandFails_data()
         << QStringLiteral("taskkill") << true << FaultRun::Updated << 2 << QString();
 }
 
-void TestFaultsProcess::ACommandFails()
+void TestFaultsProcess::aCommandFails()
 {
     QFETCH(QString, command);
     QFETCH(bool, running);
@@ -288,7 +288,7 @@ void TestFaultsProcess::ACommandFails()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::XcopyHangs()
+void TestFaultsProcess::xcopyHangs()
 {
     FaultRun fault(QStringLiteral("hangs: xcopy"));
     fault.Offer();
@@ -313,7 +313,7 @@ void TestFaultsProcess::XcopyHangs()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::TaskkillHangs()
+void TestFaultsProcess::taskkillHangs()
 {
     FaultRun fault(QStringLiteral("hangs: taskkill, while the client runs"));
     fault.Offer();

@@ -9,12 +9,12 @@ class TestFaultsSlowService : public QObject
     Q_OBJECT
 
 private slots:
-    void AnAnswerThatDoesNotEndStartsTheClient_data();
-    void AnAnswerThatDoesNotEndStartsTheClient();
-    void ARawAnswerThatDoesNotEndStartsTheClient_data();
-    void ARawAnswerThatDoesNotEndStartsTheClient();
-    void ALateAnswerStartsTheClientOnce_data();
-    void ALateAnswerStartsTheClientOnce();
+    void anAnswerThatDoesNotEndStartsTheClient_data();
+    void anAnswerThatDoesNotEndStartsTheClient();
+    void aRawAnswerThatDoesNotEndStartsTheClient_data();
+    void aRawAnswerThatDoesNotEndStartsTheClient();
+    void aLateAnswerStartsTheClientOnce_data();
+    void aLateAnswerStartsTheClientOnce();
 };
 
 namespace
@@ -26,7 +26,7 @@ const QString kCheckUrl = QStringLiteral("updateCheckUrl");
 
 } // namespace
 
-void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient_data()
+void TestFaultsSlowService::anAnswerThatDoesNotEndStartsTheClient_data()
 {
     QTest::addColumn<QJsonObject>("step");
     QTest::newRow("check: no answer") << QJsonObject{{kHold, QStringLiteral("before")}};
@@ -39,7 +39,7 @@ void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient_data()
         << QJsonObject{{QStringLiteral("length"), 100000}};
 }
 
-void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient()
+void TestFaultsSlowService::anAnswerThatDoesNotEndStartsTheClient()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -49,7 +49,7 @@ void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient()
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient_data()
+void TestFaultsSlowService::aRawAnswerThatDoesNotEndStartsTheClient_data()
 {
     QTest::addColumn<QString>("scheme");
     QTest::addColumn<QByteArray>("bytes");
@@ -61,7 +61,7 @@ void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient_data()
         << QStringLiteral("http") << RawService::Http(FaultRun::CheckAnswer()) << 150;
 }
 
-void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient()
+void TestFaultsSlowService::aRawAnswerThatDoesNotEndStartsTheClient()
 {
     QFETCH(QString, scheme);
     QFETCH(QByteArray, bytes);
@@ -77,7 +77,7 @@ void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsSlowService::ALateAnswerStartsTheClientOnce_data()
+void TestFaultsSlowService::aLateAnswerStartsTheClientOnce_data()
 {
     QTest::addColumn<int>("afterMs");
     QTest::addColumn<QString>("seen");
@@ -87,7 +87,7 @@ void TestFaultsSlowService::ALateAnswerStartsTheClientOnce_data()
         << 12500 << QStringLiteral("nothing") << FaultRun::Untouched;
 }
 
-void TestFaultsSlowService::ALateAnswerStartsTheClientOnce()
+void TestFaultsSlowService::aLateAnswerStartsTheClientOnce()
 {
     QFETCH(int, afterMs);
     QFETCH(QString, seen);

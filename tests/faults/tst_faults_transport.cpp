@@ -13,12 +13,12 @@ class TestFaultsTransport : public QObject
     Q_OBJECT
 
 private slots:
-    void TheChecksTls_data();
-    void TheChecksTls();
-    void ThePackagesTls_data();
-    void ThePackagesTls();
-    void ATooOldTlsEndsTheCheck();
-    void ATooOldTlsEndsThePackage();
+    void theChecksTls_data();
+    void theChecksTls();
+    void thePackagesTls_data();
+    void thePackagesTls();
+    void aTooOldTlsEndsTheCheck();
+    void aTooOldTlsEndsThePackage();
 };
 
 namespace
@@ -87,7 +87,7 @@ const QString kPackageUrl = QStringLiteral("updatePackageUrl");
 
 } // namespace
 
-void TestFaultsTransport::TheChecksTls_data()
+void TestFaultsTransport::theChecksTls_data()
 {
     AddCertificates();
     QTest::newRow("check: certificate expired") << kHere << kLongAgo << true;
@@ -95,7 +95,7 @@ void TestFaultsTransport::TheChecksTls_data()
     QTest::newRow("check: certificate that nobody trusts") << kHere << QString() << false;
 }
 
-void TestFaultsTransport::TheChecksTls()
+void TestFaultsTransport::theChecksTls()
 {
     QFETCH(QString, host);
     QFETCH(QString, clock);
@@ -117,7 +117,7 @@ void TestFaultsTransport::TheChecksTls()
     fault.NextRunMustWork();
 }
 
-void TestFaultsTransport::ThePackagesTls_data()
+void TestFaultsTransport::thePackagesTls_data()
 {
     AddCertificates();
     QTest::addColumn<bool>("good");
@@ -129,7 +129,7 @@ void TestFaultsTransport::ThePackagesTls_data()
     QTest::newRow("package: certificate as it must be") << kHere << QString() << true << true;
 }
 
-void TestFaultsTransport::ThePackagesTls()
+void TestFaultsTransport::thePackagesTls()
 {
     QFETCH(QString, host);
     QFETCH(QString, clock);
@@ -162,7 +162,7 @@ void TestFaultsTransport::ThePackagesTls()
     fault.NextRunMustWork();
 }
 
-void TestFaultsTransport::ATooOldTlsEndsTheCheck()
+void TestFaultsTransport::aTooOldTlsEndsTheCheck()
 {
     FaultRun fault(QStringLiteral("check: the service's TLS is too old"));
     RawService service;
@@ -174,7 +174,7 @@ void TestFaultsTransport::ATooOldTlsEndsTheCheck()
     fault.NextRunMustWork();
 }
 
-void TestFaultsTransport::ATooOldTlsEndsThePackage()
+void TestFaultsTransport::aTooOldTlsEndsThePackage()
 {
     FaultRun fault(QStringLiteral("package: the server's TLS is too old"));
     RawService service;
