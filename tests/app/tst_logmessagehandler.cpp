@@ -1,7 +1,7 @@
 #include "app/logmessagehandler.h"
 #include "config/global.h"
-#include "tests/support/fulldisk.h"
 #include "tests/support/localeencoding.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QDateTime>

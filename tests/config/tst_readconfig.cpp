@@ -1,6 +1,7 @@
 #include "config/global.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/nofilesleft.h"
+#include "tests/support/loglines.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
@@ -34,7 +35,7 @@ void WriteConfig(const TestHome &home, const QJsonObject &config)
 
 QString ClientConfigPath(const TestHome &home)
 {
-    return home.ClientFolder() + QStringLiteral("/config.json");
+    return home.Installed(QStringLiteral("config.json"));
 }
 
 QString LanguagePath(const TestHome &home)
@@ -190,10 +191,9 @@ void TestReadConfig::summaryIsLoggedWithQuotesAndBlanks()
 
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), 0);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral(
-                 "[INFO] currentVersion: \"1.0.0\" ,updateCheckUrl: "
-                 "\"https://updates.example/check\" ,m_getPackUrl: \"\" ,m_remide: 0")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::Configuration(
+                                 QStringLiteral("1.0.0"),
+                                 QStringLiteral("https://updates.example/check"), QString(), 0)));
 }
 
 void TestReadConfig::keysMissingOrOfAnotherTypeAreEmpty_data()
@@ -292,7 +292,7 @@ void TestReadConfig::otherKeysAreIgnored()
 void TestReadConfig::textsAreReadAsUtf8()
 {
     const TestHome home;
-    const QString folder = home.ClientFolder() + QStringLiteral("/客户端/");
+    const QString folder = home.Installed(QStringLiteral("客户端/"));
     WriteFile(folder + QStringLiteral("配置.json"), u8R"({"client": {"version": "版本 1"}})");
     QJsonObject config = SoundConfig(home);
     config.insert(QStringLiteral("appPath"), folder);
@@ -310,8 +310,7 @@ void TestReadConfig::missingUpdateConfigFails()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] updateconfig.json open failed: 0")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigOpenFailed(0)));
     VerifyUpdateConfigUntouched();
     VerifyRestUntouched();
 }
@@ -324,8 +323,7 @@ void TestReadConfig::updateConfigUnderTheHomeFolderIsNotFound()
     WriteFile(ClientConfigPath(home), clientConfig);
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] updateconfig.json open failed: 0")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigOpenFailed(0)));
 }
 
 void TestReadConfig::updateConfigIsReadFromTheWorkingFolder()
@@ -345,8 +343,7 @@ void TestReadConfig::updateConfigThatCannotBeOpenedFails()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] updateconfig.json open failed: 5")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigOpenFailed(5)));
     VerifyUpdateConfigUntouched();
     VerifyRestUntouched();
 }
@@ -367,8 +364,7 @@ void TestReadConfig::brokenUpdateConfigFails()
 
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG]  Auto Jsondata Error: %1").arg(code)));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigDamaged(code)));
     VerifyUpdateConfigUntouched();
     VerifyRestUntouched();
 }
@@ -380,7 +376,7 @@ void TestReadConfig::updateConfigThatIsNoObjectYieldsEmptyValues()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG] \"\"  Not exists")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::NotExists(QString())));
     for (const QString &text :
          {Global::instance.appName, Global::instance.appConfigFile, Global::instance.appPath,
           Global::instance.updateCheckUrl, Global::instance.updatePackageUrl,
@@ -397,8 +393,7 @@ void TestReadConfig::missingClientConfigFailsAfterTheValuesAreStored()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] \"%1\"  Not exists").arg(ClientConfigPath(home))));
+    QCOMPARE(log.Messages(), QStringList(LogLine::NotExists(ClientConfigPath(home))));
     VerifyUpdateConfigStored(home);
     VerifyRestUntouched();
 }
@@ -429,8 +424,7 @@ void TestReadConfig::clientFolderWithoutSeparatorIsNoFolder()
     {
         const LogCapture log;
         QCOMPARE(Global::instance.ReadConfig(), -1);
-        QCOMPARE(log.Messages(),
-                 QStringList(QStringLiteral("[DEBUG] \"%1\"  Not exists").arg(joined)));
+        QCOMPARE(log.Messages(), QStringList(LogLine::NotExists(joined)));
     }
     WriteFile(joined, R"({"client": {"version": "7.7.7"}})");
     QCOMPARE(Global::instance.ReadConfig(), 0);
@@ -445,9 +439,7 @@ void TestReadConfig::clientConfigThatCannotBeOpenedFails()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(
-        log.Messages(),
-        QStringList(QStringLiteral("[DEBUG] \"%1\"  open failed: 5").arg(ClientConfigPath(home))));
+    QCOMPARE(log.Messages(), QStringList(LogLine::OpenFailed(ClientConfigPath(home))));
     VerifyUpdateConfigStored(home);
     VerifyRestUntouched();
 }
@@ -464,8 +456,7 @@ void TestReadConfig::errorOfAFileIsTheOneItHas_posix()
         result = Global::instance.ReadConfig();
     }
     QCOMPARE(result, -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] updateconfig.json open failed: 4")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigOpenFailed(4)));
 }
 #endif
 
@@ -485,8 +476,7 @@ void TestReadConfig::brokenClientConfigFails()
 
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG]  APP Jsondata Error: %1").arg(code)));
+    QCOMPARE(log.Messages(), QStringList(LogLine::ClientConfigDamaged(code)));
     VerifyUpdateConfigStored(home);
     VerifyRestUntouched();
 }
@@ -516,10 +506,9 @@ void TestReadConfig::clientConfigWithoutVersionGivesAnEmptyOne()
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), 0);
     QCOMPARE(Global::instance.currentVersion, QString());
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral(
-                 "[INFO] currentVersion: \"\" ,updateCheckUrl: \"https://updates.example/check\" "
-                 ",m_getPackUrl: \"https://updates.example/pkg/\" ,m_remide: 1")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::Configuration(
+                                 QString(), QStringLiteral("https://updates.example/check"),
+                                 QStringLiteral("https://updates.example/pkg/"), 1)));
 }
 
 void TestReadConfig::languageIsTheTrimmedFile_data()
@@ -576,7 +565,7 @@ void TestReadConfig::languageThatCannotBeOpenedFallsBackToTheSystem()
     QCOMPARE(Global::instance.ReadConfig(), 0);
     QCOMPARE(Global::instance.language, QStringLiteral("zh"));
     QCOMPARE(log.Messages().size(), 2);
-    QCOMPARE(log.Messages().at(1), QStringLiteral("[WARNING] languagefile open failed: 5"));
+    QCOMPARE(log.Messages().at(1), LogLine::LanguageFileOpenFailed());
     QCOMPARE(Global::instance.scriptPath, home.Home() + QStringLiteral("/AutoUpdate/update.scpt"));
 }
 
@@ -607,8 +596,8 @@ void TestReadConfig::missingLanguageFallsBackToTheSystem()
     QCOMPARE(Global::instance.ReadConfig(), 0);
     QTEST(Global::instance.language, "language");
     QCOMPARE(log.Messages().size(), 2);
-    QVERIFY(log.Messages().at(0).startsWith(QLatin1String("[INFO] currentVersion: ")));
-    QCOMPARE(log.Messages().at(1), QStringLiteral("[INFO] languagefile not exist"));
+    QVERIFY(log.Messages().at(0).startsWith(LogLine::ConfigurationBegin()));
+    QCOMPARE(log.Messages().at(1), LogLine::LanguageFileMissing());
 }
 
 void TestReadConfig::scriptLiesUnderTheHomeFolderWhateverTheFilesSay()
@@ -626,7 +615,7 @@ void TestReadConfig::filesAreClosedAndUnchanged()
 {
     const TestHome home;
     WriteSoundFiles(home);
-    const QString updateConfig = home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    const QString updateConfig = home.UpdateConfigFile();
     const QByteArray before = ReadFile(updateConfig);
     QCOMPARE(Global::instance.ReadConfig(), 0);
     QCOMPARE(ReadFile(updateConfig), before);

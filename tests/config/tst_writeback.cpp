@@ -1,7 +1,7 @@
 #include "config/global.h"
-#include "tests/support/fulldisk.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/nofilesleft.h"
+#include "tests/support/loglines.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
@@ -18,7 +18,7 @@ const QString version = QStringLiteral("version");
 
 QString UpdateConfigPath(const TestHome &home)
 {
-    return home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    return home.UpdateConfigFile();
 }
 
 QByteArray UpdateConfig(const TestHome &home)
@@ -52,7 +52,7 @@ void FillFields(const TestHome &home)
 
 QString ClientConfigPath(const TestHome &home)
 {
-    return home.ClientFolder() + QStringLiteral("/config.json");
+    return home.Installed(QStringLiteral("config.json"));
 }
 
 } // namespace
@@ -274,7 +274,7 @@ void TestWriteBack::endOfALongerTextStaysBehind()
     // So the next start does not get past its configuration.
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG]  Auto Jsondata Error: 14")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigDamaged(14)));
 }
 
 void TestWriteBack::leftoverOfWhiteSpaceDoesNoHarm()
@@ -350,7 +350,7 @@ void TestWriteBack::freshlyWrittenFileNamesNoClient()
     QCOMPARE(Global::instance.WriteConfigToFile(version), 0);
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG] \"\"  Not exists")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::NotExists(QString())));
 }
 
 void TestWriteBack::fileThatCannotBeOpenedFails_data()
@@ -369,7 +369,7 @@ void TestWriteBack::fileThatCannotBeOpenedFails()
     QVERIFY(QDir(home.ProgramFolder()).mkdir(QStringLiteral("updateconfig.json")));
     const LogCapture log;
     QCOMPARE(Global::instance.WriteConfigToFile(kind), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG] WriteConfigToFile failed: 5")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigWriteFailed(5)));
     QVERIFY(QDir(UpdateConfigPath(home)).isEmpty());
 }
 
@@ -382,7 +382,7 @@ void TestWriteBack::fileThatCannotBeMadeFails_posix()
     QVERIFY(QFile::link(home.Scratch() + QStringLiteral("/missing/file"), UpdateConfigPath(home)));
     const LogCapture log;
     QCOMPARE(Global::instance.WriteConfigToFile(version), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG] WriteConfigToFile failed: 5")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigWriteFailed(5)));
 }
 #endif
 
@@ -402,9 +402,8 @@ void TestWriteBack::errorOfAFileIsTheOneItHas_posix()
     }
     QCOMPARE(updateResult, -1);
     QCOMPARE(clientResult, -1);
-    QCOMPARE(log.Messages(),
-             QStringList({QStringLiteral("[DEBUG] WriteConfigToFile failed: 4"),
-                          QStringLiteral("[DEBUG] WriteConfigToClientFile failed: 4")}));
+    QCOMPARE(log.Messages(), QStringList({LogLine::UpdateConfigWriteFailed(4),
+                                          LogLine::ClientConfigWriteFailed(4)}));
     QCOMPARE(UpdateConfig(home), QByteArray("{}"));
 }
 #endif
@@ -539,9 +538,8 @@ void TestWriteBack::clientConfigThatCannotBeOpenedFails()
     Global::instance.appConfigFile = name;
     const LogCapture log;
     QCOMPARE(Global::instance.WriteConfigToClientFile(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] WriteConfigToClientFile failed: 5")));
-    QVERIFY(!QFile::exists(home.ClientFolder() + QStringLiteral("/missing")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::ClientConfigWriteFailed(5)));
+    QVERIFY(!QFile::exists(home.Installed(QStringLiteral("missing"))));
 }
 
 QTEST_GUILESS_MAIN(TestWriteBack)

@@ -1,5 +1,6 @@
-#include "tests/e2e/updaterrun.h"
-#include "tests/e2e/windowserver.h"
+#include "tests/support/loglines.h"
+#include "tests/support/updaterrun.h"
+#include "tests/support/windowserver.h"
 #include "tests/support/zipmaker.h"
 
 #include <QJsonDocument>
@@ -55,14 +56,12 @@ QByteArray NewClient()
 
 bool IsInstalled(const UpdaterRun &run)
 {
-    return QFile::exists(run.home.ClientFolder() + QStringLiteral("/new.txt"));
+    return QFile::exists(run.Installed(QStringLiteral("new.txt")));
 }
 
 QJsonObject Config(const UpdaterRun &run)
 {
-    return QJsonDocument::fromJson(
-               ReadFile(run.home.ProgramFolder() + QStringLiteral("/updateconfig.json")))
-        .object();
+    return QJsonDocument::fromJson(ReadFile(run.UpdateConfigFile())).object();
 }
 
 /// Holds the package back after its first 100000 bytes.
@@ -158,8 +157,7 @@ void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
         QVERIFY(run.client.WaitForCalls(++calls));
     }
 
-    const QString unreadable =
-        QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: %1").arg(QJsonParseError::GarbageAtEnd);
+    const QString unreadable = LogLine::UpdateConfigDamaged(QJsonParseError::GarbageAtEnd);
     QVERIFY(!run.Log().contains(unreadable));
     const int lines = run.Log().size();
     QCOMPARE(run.Run(), 0);
@@ -245,8 +243,7 @@ void TestPrompt::retryDownloadsAgain()
     const QString prompt = m_windows.WaitForWindow(kEnglish);
     m_windows.Click(prompt, kUpdate);
     const QString progress = m_windows.WaitForWindow(kEnglish, prompt);
-    QVERIFY(run.WaitForLog(
-        QStringLiteral("[DEBUG] (:0) \"%1\"  md5 check filed").arg(run.PackagePath(kPackage))));
+    QVERIFY(run.WaitForLog(LogLine::DigestDiffers(run.PackagePath(kPackage))));
     m_windows.Click(progress, kCancelOrRetry);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));

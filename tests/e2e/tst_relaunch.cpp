@@ -1,4 +1,5 @@
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/loglines.h"
+#include "tests/support/updaterrun.h"
 
 #include <QDateTime>
 #include <QTcpServer>
@@ -56,17 +57,13 @@ void TestRelaunch::nothingNewStartsTheClient_data()
         << QByteArray(R"({"code":"000000","biz":{"latestVersion":"1.0.0"}})") << QString();
     QTest::newRow("no update")
         << QByteArray(R"({"code":"000000","biz":{"latestVersion":"2.0.0","update":"0"}})")
-        << QStringLiteral("[INFO] (:0) isShowUpdataInfo.txt not exists");
+        << LogLine::MarkerMissing();
     QTest::newRow("an error code")
-        << QByteArray(R"({"code":"000001"})")
-        << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"000001\"");
-    QTest::newRow("an empty object")
-        << QByteArray("{}") << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"\"");
+        << QByteArray(R"({"code":"000001"})") << LogLine::AnswerRefused(QStringLiteral("000001"));
+    QTest::newRow("an empty object") << QByteArray("{}") << LogLine::AnswerRefused(QString());
     QTest::newRow("a numeric code")
-        << QByteArray(R"({"code":0})")
-        << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"\"");
-    QTest::newRow("not JSON") << QByteArray("<html>")
-                              << QStringLiteral("[DEBUG] (:0)  Recv Services Jsondata Error: 5");
+        << QByteArray(R"({"code":0})") << LogLine::AnswerRefused(QString());
+    QTest::newRow("not JSON") << QByteArray("<html>") << LogLine::AnswerDamaged(5);
 }
 
 void TestRelaunch::nothingNewStartsTheClient()
@@ -82,11 +79,10 @@ void TestRelaunch::nothingNewStartsTheClient()
     QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
 
     QStringList log{run.ConfigurationLine()};
-    log.append(QStringLiteral("[INFO] (:0) Service Jsondata: \"%1\"")
-                   .arg(QString::fromUtf8(body).replace(QLatin1Char('"'), QStringLiteral("\\\""))));
+    log.append(LogLine::Answer(LogLine::Quoted(QString::fromUtf8(body))));
     if (!reason.isEmpty())
         log.append(reason);
-    log.append(QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName));
+    log.append(LogLine::Starting(run.ClientName()));
     QCOMPARE(run.Log(), log);
 }
 
@@ -113,9 +109,8 @@ void TestRelaunch::anUnreachableServiceStartsTheClient()
     QVERIFY(run.client.WaitForCalls(1));
     const QStringList log = run.Log();
     QCOMPARE(log.size(), 3);
-    QCOMPARE(log.at(1), QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName));
-    QCOMPARE(log.at(2), QStringLiteral("[DEBUG] (:0) Network Recv Back Error: "
-                                       "QNetworkReply::ConnectionRefusedError"));
+    QCOMPARE(log.at(1), LogLine::Starting(run.ClientName()));
+    QCOMPARE(log.at(2), LogLine::CheckFailed(QStringLiteral("ConnectionRefusedError")));
 }
 
 void TestRelaunch::aServiceThatNeverAnswersStartsTheClientOnce()
@@ -126,10 +121,8 @@ void TestRelaunch::aServiceThatNeverAnswersStartsTheClientOnce()
                       QJsonObject{{QStringLiteral("hold"), QStringLiteral("before")}});
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
-    QCOMPARE(run.Log(),
-             (QStringList{run.ConfigurationLine(),
-                          QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut"),
-                          QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)}));
+    QCOMPARE(run.Log(), (QStringList{run.ConfigurationLine(), LogLine::CheckTimedOut(),
+                                     LogLine::Starting(run.ClientName())}));
     QCOMPARE(run.client.Calls().size(), 1);
 }
 
@@ -142,7 +135,7 @@ void TestRelaunch::anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClien
                                   {QStringLiteral("body"), QStringLiteral("{}")}});
     run.Start();
     // The half second before the client starts, in which the worker waits.
-    QVERIFY(run.WaitForLog(QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut")));
+    QVERIFY(run.WaitForLog(LogLine::CheckTimedOut()));
     QVERIFY(run.server.Release(QStringLiteral("/check")));
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
@@ -221,9 +214,9 @@ void TestRelaunch::aHeadWithoutEndStartsTheClientInTime()
     run.Start();
     QVERIFY(QTest::qWaitFor([&] { return service.RequestMs() != 0; }, 30000));
     // Waits with the event loop running, which serves.
-    QVERIFY(run.WaitForLog(QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)));
+    QVERIFY(run.WaitForLog(LogLine::Starting(run.ClientName())));
     VerifyClientAndEndInTime(run, service.RequestMs());
-    QVERIFY(run.Log().contains(QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut")));
+    QVERIFY(run.Log().contains(LogLine::CheckTimedOut()));
 }
 
 void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
@@ -247,10 +240,8 @@ void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
     run.Start();
     QVERIFY(run.server.WaitForRequests(1));
     VerifyClientAndEndInTime(run, run.server.Requests().first().timeMs);
-    QCOMPARE(
-        run.Log().mid(1),
-        (QStringList{QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName),
-                     QStringLiteral("[DEBUG] (:0) check is stuck, client started without it")}));
+    QCOMPARE(run.Log().mid(1),
+             (QStringList{LogLine::Starting(run.ClientName()), LogLine::CheckStuck()}));
 
     // Nothing is left that would keep the next run out.
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
@@ -270,9 +261,8 @@ void TestRelaunch::aRunningClientIsStartedAgainWithoutACheck()
     QCOMPARE(
         run.Log(),
         (QStringList{run.ConfigurationLine(),
-                     QStringLiteral("[INFO] (:0) cmd line parameters : \"--profile=two words\""),
-                     QStringLiteral("[INFO] (:0) \"%1\"  Already Run...").arg(run.imageName),
-                     QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)}));
+                     LogLine::CommandLineParameter(QStringLiteral("--profile=two words")),
+                     LogLine::AlreadyRuns(run.ClientName()), LogLine::Starting(run.ClientName())}));
 }
 
 void TestRelaunch::aRunningClientIsHandedTheMeetingLink()
@@ -284,8 +274,7 @@ void TestRelaunch::aRunningClientIsHandedTheMeetingLink()
     QVERIFY(run.client.WaitForCalls(2));
     QCOMPARE(run.client.Calls().last(), QStringList{QStringLiteral("--url=abc?d=e f")});
     QVERIFY(run.server.Requests().isEmpty());
-    QCOMPARE(run.Log().last(),
-             QStringLiteral("[INFO] (:0) \"%1\"  Already Run...").arg(run.imageName));
+    QCOMPARE(run.Log().last(), LogLine::AlreadyRuns(run.ClientName()));
 }
 
 void TestRelaunch::aMeetingLinkReachesAClientThatDoesNotRun()

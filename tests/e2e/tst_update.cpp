@@ -1,4 +1,5 @@
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/loglines.h"
+#include "tests/support/updaterrun.h"
 #include "tests/support/zipmaker.h"
 
 #include <QFile>
@@ -37,8 +38,7 @@ namespace
 
 const QString kPackage = QStringLiteral("client-2.1.3.zip");
 const QStringList kImmediately{QStringLiteral("-immediately")};
-const QString kUnreadable =
-    QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: %1").arg(QJsonParseError::GarbageAtEnd);
+const QString kUnreadable = LogLine::UpdateConfigDamaged(QJsonParseError::GarbageAtEnd);
 
 /// A package with a new client configuration, a new file in a folder, and an empty folder.
 QByteArray NewClient()
@@ -72,29 +72,9 @@ void InstallAfterALongVersion(UpdaterRun &run, const QString &version)
         PublishVersion(run, published);
         QCOMPARE(run.Run(kImmediately), 0);
         QVERIFY(run.client.WaitForCalls(++calls));
-        QVERIFY(ReadFile(run.home.ClientFolder() + QStringLiteral("/config.json"))
-                    .contains(published.toUtf8()));
+        QVERIFY(
+            ReadFile(run.Installed(QStringLiteral("config.json"))).contains(published.toUtf8()));
     }
-}
-
-QString UpdateConfigFile(const UpdaterRun &run)
-{
-    return run.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
-}
-
-QString Info(const QString &text)
-{
-    return QStringLiteral("[INFO] (:0) ") + text;
-}
-
-QString Debug(const QString &text)
-{
-    return QStringLiteral("[DEBUG] (:0) ") + text;
-}
-
-QString Quoted(const QString &text)
-{
-    return QLatin1Char('"') + text + QLatin1Char('"');
 }
 
 /// The log without the line that repeats the service's answer.
@@ -115,30 +95,25 @@ void TestUpdate::aZipPackageIsInstalledAndTheClientStarted()
     UpdaterRun run;
     run.Configure();
     run.Publish(NewClient(), kPackage);
-    WriteFile(run.home.ClientFolder() + QStringLiteral("/of the user.txt"), "stays");
-    WriteFile(run.home.ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt"), "old");
+    WriteFile(run.Installed(QStringLiteral("of the user.txt")), "stays");
+    WriteFile(run.MarkerFile(), "old");
     WriteFile(run.PackagePath(QStringLiteral("left over/.hidden")), "old");
 
     QCOMPARE(run.Run({QStringLiteral("-immediately"), QStringLiteral("--profile=a \"b\" c")}), 0);
 
-    const QString client = run.home.ClientFolder();
+    const QString client = run.ClientFolder();
     QCOMPARE(ReadFile(client + QStringLiteral("/config.json")),
              QByteArray(R"({"client": {"version": "2.1.3"}})"));
     QCOMPARE(ReadFile(client + QStringLiteral("/plug ins/中文.txt")), QByteArray("new"));
     QVERIFY(QFileInfo(client + QStringLiteral("/empty")).isDir());
     QCOMPARE(ReadFile(client + QStringLiteral("/of the user.txt")), QByteArray("stays"));
     QVERIFY(!QFile::exists(run.PackagePath(QStringLiteral("left over"))));
-    QCOMPARE(ReadFile(run.home.ClientDataFolder() + QStringLiteral("/update.log")),
-             QByteArray("New version"));
-    QCOMPARE(ReadFile(run.home.ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt")),
-             QByteArray("1"));
+    QCOMPARE(ReadFile(run.NotesFile()), QByteArray("New version"));
+    QCOMPARE(ReadFile(run.MarkerFile()), QByteArray("1"));
 
-    const QJsonObject config =
-        QJsonDocument::fromJson(
-            ReadFile(run.home.ProgramFolder() + QStringLiteral("/updateconfig.json")))
-            .object();
+    const QJsonObject config = QJsonDocument::fromJson(ReadFile(run.UpdateConfigFile())).object();
     QCOMPARE(config.value(QStringLiteral("currentVersion")).toString(), QStringLiteral("2.1.3"));
-    QCOMPARE(config.value(QStringLiteral("appName")).toString(), run.imageName);
+    QCOMPARE(config.value(QStringLiteral("appName")).toString(), run.ClientName());
 
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("--profile=a \"b\" c")}});
@@ -151,23 +126,15 @@ void TestUpdate::aZipPackageIsInstalledAndTheClientStarted()
     const QStringList log = LogWithoutAnswer(run);
     QCOMPARE(
         log.mid(0, 5),
-        (QStringList{
-            run.ConfigurationLine(), Info(QStringLiteral("cmd line parameters : \"-immediately\"")),
-            Info(QStringLiteral("cmd line parameters : "
-                                "\"--profile=a \\\"b\\\" c\"")),
-            Info(QStringLiteral("isShowUpdataInfo.txt is remove")),
-            Info(QStringLiteral("update fileName:  ") + Quoted(run.PackagePath(kPackage)))}));
-    QVERIFY2(log.at(5).startsWith(Info(QStringLiteral("org: \""))), qPrintable(log.at(5)));
-    QCOMPARE(
-        log.mid(6),
-        (QStringList{
-            Info(Quoted(run.PackagePath(kPackage)) + QStringLiteral("  successfully decompressed")),
-            Info(QStringLiteral("update.log write successed")),
-            Info(QStringLiteral("isShowUpdataInfo.txt write successed")),
-            Info(Quoted(run.home.ProgramFolder()) + QStringLiteral("  copy file successed")),
-            QStringLiteral("[WARNING] (:0) autoupdate config veison update "
-                           "successed"),
-            Info(Quoted(run.imageName) + QStringLiteral("  starting..."))}));
+        (QStringList{run.ConfigurationLine(),
+                     LogLine::CommandLineParameter(QStringLiteral("-immediately")),
+                     LogLine::CommandLineParameter(QStringLiteral("--profile=a \"b\" c")),
+                     LogLine::MarkerRemoved(), LogLine::PackageFile(run.PackagePath(kPackage))}));
+    QVERIFY2(log.at(5).startsWith(LogLine::DigestsBegin()), qPrintable(log.at(5)));
+    QCOMPARE(log.mid(6),
+             (QStringList{LogLine::Unpacked(run.PackagePath(kPackage)), LogLine::NotesWritten(),
+                          LogLine::MarkerWritten(), LogLine::ClientCopied(run.ProgramFolder()),
+                          LogLine::VersionRecorded(), LogLine::Starting(run.ClientName())}));
 }
 
 void TestUpdate::aRelativeClientFolderBeginsAtTheUpdaters()
@@ -175,12 +142,12 @@ void TestUpdate::aRelativeClientFolderBeginsAtTheUpdaters()
     UpdaterRun run;
     run.Configure({{QStringLiteral("appPath"), QStringLiteral("../")}});
     run.Publish(NewClient(), kPackage);
-    run.process.setWorkingDirectory(run.home.Scratch());
+    run.process.setWorkingDirectory(run.Scratch());
 
     QCOMPARE(run.Run(kImmediately), 0);
 
     QVERIFY(run.client.WaitForCalls(1));
-    QCOMPARE(ReadFile(run.home.ClientFolder() + QStringLiteral("/config.json")),
+    QCOMPARE(ReadFile(run.Installed(QStringLiteral("config.json"))),
              QByteArray(R"({"client": {"version": "2.1.3"}})"));
     // The version was read there: it is no news any more.
     QCOMPARE(run.Run(), 0);
@@ -208,9 +175,7 @@ void TestUpdate::theNotesFollowTheLanguage()
     run.Configure();
     run.Publish(NewClient(), kPackage);
     QCOMPARE(run.Run(kImmediately), 0);
-    QCOMPARE(
-        QString::fromUtf8(ReadFile(run.home.ClientDataFolder() + QStringLiteral("/update.log"))),
-        notes);
+    QCOMPARE(QString::fromUtf8(ReadFile(run.NotesFile())), notes);
     QVERIFY(run.client.WaitForCalls(1));
 }
 
@@ -218,7 +183,7 @@ void TestUpdate::anInstallerIsStartedWithTheArguments()
 {
     UpdaterRun run;
     run.Configure();
-    const StandIn installer(run.home.Scratch() + QStringLiteral("/Setup.exe"));
+    const StandIn installer(run.Scratch() + QStringLiteral("/Setup.exe"));
     run.Publish(ReadFile(installer.Path()), QStringLiteral("Setup.exe"),
                 {{QStringLiteral("updateType"), 0}});
     const QString downloaded = run.PackagePath(QStringLiteral("Setup.exe"));
@@ -231,7 +196,7 @@ void TestUpdate::anInstallerIsStartedWithTheArguments()
     QTRY_COMPARE(ReadFile(downloaded + QStringLiteral(".calls")),
                  QByteArray("qorb-meeting://abc").toHex() + " \n");
     QVERIFY(run.client.Calls().isEmpty());
-    QCOMPARE(run.Log().last(), Info(Quoted(downloaded) + QStringLiteral("  starting...")));
+    QCOMPARE(run.Log().last(), LogLine::Starting(downloaded));
 }
 
 void TestUpdate::aRunningClientIsStoppedBeforeTheDownload()
@@ -244,7 +209,7 @@ void TestUpdate::aRunningClientIsStoppedBeforeTheDownload()
     QVERIFY(!run.client.IsRunning());
     QVERIFY(run.client.WaitForCalls(2));
     QCOMPARE(run.client.Calls().last(), QStringList{QStringLiteral("-autoupdate")});
-    QVERIFY(run.Log().contains(Info(Quoted(run.imageName) + QStringLiteral("  Already Run..."))));
+    QVERIFY(run.Log().contains(LogLine::AlreadyRuns(run.ClientName())));
 }
 
 void TestUpdate::aCorruptedPackageIsNotInstalled()
@@ -254,11 +219,10 @@ void TestUpdate::aCorruptedPackageIsNotInstalled()
     run.Publish(NewClient(), kPackage,
                 {{QStringLiteral("md5"), QStringLiteral("D41D8CD98F00B204E9800998ECF8427E")}});
     run.Start(kImmediately);
-    QVERIFY(run.WaitForLog(
-        Debug(Quoted(run.PackagePath(kPackage)) + QStringLiteral("  md5 check filed"))));
+    QVERIFY(run.WaitForLog(LogLine::DigestDiffers(run.PackagePath(kPackage))));
     // The window stays, with its "Retry".
     QCOMPARE(run.process.state(), QProcess::Running);
-    QCOMPARE(ReadFile(run.home.ClientFolder() + QStringLiteral("/config.json")),
+    QCOMPARE(ReadFile(run.Installed(QStringLiteral("config.json"))),
              QByteArray(R"({"client": {"version": "1.0.0"}})"));
     QVERIFY(run.client.Calls().isEmpty());
     QVERIFY(QFile::exists(run.PackagePath(kPackage)));
@@ -275,8 +239,7 @@ void TestUpdate::aDamagedZipPackageStillStartsTheClient()
                 kPackage);
     QCOMPARE(run.Run(kImmediately), 0);
     const QString target = run.PackagePath(QStringLiteral("client-2.1.3/../../../evil.txt"));
-    QVERIFY(run.Log().contains(
-        Debug(QStringLiteral("unzip  ") + Quoted(target) + QStringLiteral("  failed: 5"))));
+    QVERIFY(run.Log().contains(LogLine::UnpackFailed(target, 5)));
     QVERIFY(!QFile::exists(target));
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
@@ -290,9 +253,8 @@ void TestUpdate::aPackageFromAServerNobodyTrustsIsRefused()
         {{QStringLiteral("updatePackageUrl"), run.server.HttpsUrl(QStringLiteral("/packages/"))}});
     run.Publish(NewClient(), kPackage);
     run.Start(kImmediately);
-    QVERIFY(run.WaitForLog(
-        Debug(QStringLiteral("Download Network Error: QNetworkReply::SslHandshakeFailedError"))));
-    QVERIFY(run.WaitForLog(Debug(QStringLiteral("NetworkReply Get TimerOut"))));
+    QVERIFY(run.WaitForLog(LogLine::DownloadFailed(QStringLiteral("SslHandshakeFailedError"))));
+    QVERIFY(run.WaitForLog(LogLine::DownloadTimedOut()));
     QCOMPARE(run.server.Requests().size(), 1);
     QCOMPARE(ReadFile(run.PackagePath(kPackage)), QByteArray());
 }
@@ -314,9 +276,8 @@ void TestUpdate::anAnnouncedNameThatIsRefusedStartsTheClient()
         {{QStringLiteral("latestVersionUrl"), QStringLiteral("https://x.invalid/") + name}});
     QCOMPARE(run.Run(kImmediately), 0);
     QVERIFY(run.client.WaitForCalls(1));
-    const QString logged = QString(name).replace(QLatin1Char('\\'), QLatin1String("\\\\"));
     const QStringList log = run.Log();
-    QVERIFY2(log.contains(Debug(QStringLiteral("package name cannot be used: ") + Quoted(logged))),
+    QVERIFY2(log.contains(LogLine::PackageNameRefused(name)),
              qPrintable(log.join(QLatin1Char('\n'))));
     QCOMPARE(run.server.Requests().size(), 1);
 }
@@ -334,7 +295,7 @@ void TestUpdate::aPackageOfManyMegabytesArrivesWhole()
     run.Publish(package, kPackage);
     QCOMPARE(run.Run(kImmediately), 0);
     QCOMPARE(ReadFile(run.PackagePath(kPackage)), package);
-    QCOMPARE(ReadFile(run.home.ClientFolder() + QStringLiteral("/data.bin")),
+    QCOMPARE(ReadFile(run.Installed(QStringLiteral("data.bin"))),
              ScriptedServer::Fill(24LL * 1024 * 1024));
     QVERIFY(run.client.WaitForCalls(1));
 }
@@ -345,7 +306,7 @@ void TestUpdate::aMuchShorterVersionEndsEveryLaterRun()
     InstallAfterALongVersion(run, QStringLiteral("3.0.0"));
     QVERIFY(!run.Log().contains(kUnreadable));
     const int requests = run.server.Requests().size();
-    const QByteArray left = ReadFile(UpdateConfigFile(run));
+    const QByteArray left = ReadFile(run.UpdateConfigFile());
 
     // No switch helps, and nothing repairs the file.
     for (const QStringList &arguments : {QStringList(), kImmediately}) {
@@ -356,14 +317,14 @@ void TestUpdate::aMuchShorterVersionEndsEveryLaterRun()
         QCOMPARE(log.filter(QStringLiteral("starting...")), QStringList());
         QCOMPARE(run.client.Calls().size(), 2);
         QCOMPARE(run.server.Requests().size(), requests);
-        QCOMPARE(ReadFile(UpdateConfigFile(run)), left);
+        QCOMPARE(ReadFile(run.UpdateConfigFile()), left);
     }
 
     // What a person can do: remove everything behind the first brace that begins a line.
     const QByteArray brace("\n}\n");
     const int length = left.indexOf(brace) + brace.size();
     QVERIFY2(length < left.size(), left.constData());
-    WriteFile(UpdateConfigFile(run), left.left(length));
+    WriteFile(run.UpdateConfigFile(), left.left(length));
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(3));
 }
@@ -408,7 +369,7 @@ void TestUpdate::anInterruptedCopyIsCompletedByTheNextStart()
     const QByteArray newVersion = R"({"client": {"version": "2.1.3"}})";
     UpdaterRun run;
     run.Configure({{QStringLiteral("appConfigFile"), versionFile}});
-    const QString client = run.home.ClientFolder() + QLatin1Char('/');
+    const QString client = run.ClientFolder() + QLatin1Char('/');
     WriteFile(client + versionFile, oldVersion);
     run.Publish(ZipMaker()
                     .AddFolder(top.chopped(1))

@@ -1,5 +1,6 @@
-#include "tests/e2e/updaterrun.h"
-#include "tests/e2e/windowserver.h"
+#include "tests/support/loglines.h"
+#include "tests/support/updaterrun.h"
+#include "tests/support/windowserver.h"
 #include "tests/support/zipmaker.h"
 
 #include <QDir>
@@ -89,7 +90,7 @@ private:
 Installation::Installation()
 {
     run.Configure({{QStringLiteral("appConfigFile"), kVersionFile}});
-    WriteFile(run.home.ClientFolder() + QLatin1Char('/') + kVersionFile,
+    WriteFile(run.ClientFolder() + QLatin1Char('/') + kVersionFile,
               R"({"client": {"version": "1.0.0"}})");
     QFile::remove(run.client.Path());
     if (!QFile::copy(QStringLiteral(SAMPLE_CLIENT), run.client.Path()))
@@ -98,7 +99,7 @@ Installation::Installation()
 
 void Installation::Start(const QStringList &arguments) const
 {
-    if (!QProcess::startDetached(run.client.Path(), arguments, run.home.ProgramFolder()))
+    if (!QProcess::startDetached(run.client.Path(), arguments, run.ProgramFolder()))
         qFatal("the client does not start");
 }
 
@@ -113,13 +114,13 @@ void Installation::Kill() const
 {
     QProcess taskkill;
     taskkill.start(QStringLiteral("taskkill"),
-                   {QStringLiteral("/im"), run.imageName, QStringLiteral("/f")});
+                   {QStringLiteral("/im"), run.ClientName(), QStringLiteral("/f")});
     taskkill.waitForFinished();
 }
 
 QString Installation::Path(const QByteArray &name) const
 {
-    return run.home.ClientDataFolder() + QLatin1Char('/') + QString::fromLatin1(name);
+    return run.ClientDataFolder() + QLatin1Char('/') + QString::fromLatin1(name);
 }
 
 void Installation::Leave(const QByteArray &name, const QByteArray &content) const
@@ -249,7 +250,7 @@ void TestSampleClient::notesLoadNothing()
 {
     const Installation client;
     // Whoever opens it waits until somebody writes into it.
-    const QByteArray picture = QFile::encodeName(client.run.home.Scratch()) + "/picture.png";
+    const QByteArray picture = QFile::encodeName(client.run.Scratch()) + "/picture.png";
     QCOMPARE(mkfifo(picture.constData(), S_IRUSR | S_IWUSR), 0);
     client.Leave(kNotes, "<p>New<img src=\"" + picture + "\"></p>");
     client.Leave(kMarker, "1");
@@ -295,8 +296,7 @@ void TestSampleClient::anUpdateBeginsWithTheClientsButton()
     m_windows.Click(window, kCheck);
     m_windows.Click(m_windows.WaitForWindow(kPrompt), kUpdate);
     m_windows.WaitForWindow(kNewClient);
-    QVERIFY(client.run.Log().contains(
-        QStringLiteral("[INFO] (:0) cmd line parameters : \"-noremid\"")));
+    QVERIFY(client.run.Log().contains(LogLine::CommandLineParameter(QStringLiteral("-noremid"))));
     m_windows.Press(m_windows.WaitForWindow(QStringLiteral("New in 2.1.3")), kReturn);
     QTRY_VERIFY(!client.Has(kMarker));
     QCOMPARE(client.SavedDraft(), QStringLiteral("\n"));
@@ -310,8 +310,7 @@ void TestSampleClient::aClientIsStartedOnceAfterACheckWithoutAnOffer()
     client.Start({QStringLiteral("--profile"), QStringLiteral("x")});
     const QString title = kOldClient + QStringLiteral(" - x");
     m_windows.Click(m_windows.WaitForWindow(title), kCheck);
-    QVERIFY(client.run.WaitForLog(
-        QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(client.run.imageName)));
+    QVERIFY(client.run.WaitForLog(LogLine::Starting(client.run.ClientName())));
     QVERIFY(client.WaitForUpdatersEnd());
     // A second copy would have no profile.
     QVERIFY(m_windows.HasWindow(title));

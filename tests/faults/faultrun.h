@@ -1,6 +1,7 @@
 #pragma once
 
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
+#include "tests/support/windowwatch.h"
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -112,13 +113,12 @@ public:
     QString Left() const;
 
 private:
-    QJsonObject Windows() const;
-    QString WatchFile() const;
     QString ClientState() const;
     QStringList PackageState() const;
     QStringList RecordState() const;
     void AddRow() const;
 
+    const WindowWatch m_windows;
     QString m_fault;
     FaultOutcome m_outcome{QString(), QString(), 0};
     int m_startsSince = 0;

@@ -31,8 +31,7 @@ constexpr int kLongestCheckMs = 14000;
 class WallClock
 {
 public:
-    explicit WallClock(FaultRun &fault)
-        : m_file(fault.run.home.Scratch() + QStringLiteral("/clock"))
+    explicit WallClock(FaultRun &fault) : m_file(fault.run.Scratch() + QStringLiteral("/clock"))
     {
         Set("+0");
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();

@@ -45,7 +45,7 @@ QString DownloadFolder(const FaultRun &fault)
 
 QString ConfigFile(const FaultRun &fault)
 {
-    return fault.run.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    return fault.run.UpdateConfigFile();
 }
 
 /// Takes all that a small file system has left.
@@ -124,7 +124,7 @@ void TestFaultsDisk::aDiskThatIsFullForTheClient()
     FaultRun fault(QStringLiteral("disk: full while the client is copied"));
     fault.Offer();
     {
-        const QString folder = fault.run.home.ClientFolder() + QStringLiteral("/plug ins");
+        const QString folder = fault.run.Installed(QStringLiteral("plug ins"));
         const Mount small = Mount::Empty(folder, kPageBytes);
         Fill(folder);
         fault.RunThrough();
@@ -144,7 +144,7 @@ void TestFaultsDisk::aDiskThatIsFullForTheConfiguration()
     const QByteArray usual = ReadFile(ConfigFile(fault));
     {
         // One page, which the recorded version does not fit into any more.
-        const QString folder = fault.run.home.Scratch() + QStringLiteral("/small");
+        const QString folder = fault.run.Scratch() + QStringLiteral("/small");
         const Mount small = Mount::Empty(folder, 2 * kPageBytes);
         QJsonObject config = QJsonDocument::fromJson(usual).object();
         config.insert(QStringLiteral("padding"), QString());
@@ -161,7 +161,7 @@ void TestFaultsDisk::aDiskThatIsFullForTheConfiguration()
                           QStringLiteral("user: make room and install the updater anew; vendor: "
                                          "keep updateconfig.json below 4 KiB")});
     }
-    fault.run.home.WriteUpdateConfig(usual);
+    fault.run.WriteUpdateConfig(usual);
     fault.NextRunMustWork();
 }
 
@@ -169,7 +169,7 @@ void TestFaultsDisk::aDiskThatIsFullForTheLog()
 {
     FaultRun fault(QStringLiteral("disk: full for the log"));
     fault.Offer();
-    const QString folder = fault.run.home.Home() + QStringLiteral("/AppData/Local/AutoUpdate");
+    const QString folder = fault.run.Home() + QStringLiteral("/AppData/Local/AutoUpdate");
     {
         const Mount small = Mount::Empty(folder, kPageBytes);
         Fill(folder);
@@ -185,7 +185,7 @@ void TestFaultsDisk::tooLittleSpaceForThePackage()
     FaultRun fault(QStringLiteral("disk: less free than three times the package"));
     fault.Offer();
     // Such a folder in the working folder is what the name of the drive leads to here.
-    const QString drive = fault.run.home.ProgramFolder() + QStringLiteral("/C:\\");
+    const QString drive = fault.run.ProgramFolder() + QStringLiteral("/C:\\");
     {
         const Mount small =
             Mount::Empty(drive, 3 * (FaultRun::Package().size() / kPageBytes) * kPageBytes);
@@ -229,8 +229,7 @@ void TestFaultsDisk::aFolderThatTakesNoChanges()
     QFETCH(QString, note);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    const QString path =
-        QFileInfo(fault.run.home.ClientFolder()).path() + QLatin1Char('/') + folder;
+    const QString path = QFileInfo(fault.run.ClientFolder()).path() + QLatin1Char('/') + folder;
     if (!QFile::exists(path))
         QDir().mkpath(path);
     {
@@ -292,7 +291,7 @@ void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs()
     QFETCH(QString, left);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    QDir(fault.run.home.Home() + folder).removeRecursively();
+    QDir(fault.run.Home() + folder).removeRecursively();
     fault.RunThrough();
     // Looking at what is left makes the client's data folder again.
     fault.MustEndWith({FaultRun::Progress, left, 1});
@@ -324,7 +323,7 @@ void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun()
     QFETCH(QString, left);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    const QString path = fault.run.home.ClientFolder() + file;
+    const QString path = fault.run.ClientFolder() + file;
     const QByteArray usual = ReadFile(path);
     QFile::remove(path);
     if (!content.isNull())
@@ -359,8 +358,7 @@ void TestFaultsDisk::aMarkerThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: the marker of the last update, which cannot be removed"));
     fault.Offer();
-    const QString marker =
-        fault.run.home.ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt");
+    const QString marker = fault.run.MarkerFile();
     WriteFile(marker, "1");
     {
         const Mount held = Mount::Over(marker, marker);
@@ -374,7 +372,7 @@ void TestFaultsDisk::aProgramOfTheClientThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: a file of the client, by a program that runs it"));
     fault.Offer();
-    const QString data = fault.run.home.ClientFolder() + QStringLiteral("/data.bin");
+    const QString data = fault.run.Installed(QStringLiteral("data.bin"));
     StandIn helper(data);
     helper.StartAndStay();
     fault.RunThrough();

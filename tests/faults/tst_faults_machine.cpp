@@ -30,7 +30,7 @@ void TestFaultsMachine::aHomeOfAnyName()
     QFETCH(QString, name);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     const QByteArray usual = qgetenv("HOME");
-    const QString home = fault.run.home.Scratch() + QLatin1Char('/') + name;
+    const QString home = fault.run.Scratch() + QLatin1Char('/') + name;
     QVERIFY(QDir().mkpath(home));
     qputenv("HOME", QFile::encodeName(home));
     fault.run.SetLanguage("en");
@@ -45,7 +45,7 @@ void TestFaultsMachine::tasklistHangs()
     FaultRun fault(QStringLiteral("hangs: tasklist"));
     fault.Offer();
     {
-        StandIn tasklist(fault.run.home.CommandsFolder() + QStringLiteral("/tasklist"));
+        StandIn tasklist(fault.run.CommandsFolder() + QStringLiteral("/tasklist"));
         tasklist.SetScript("stay\n");
         fault.RunThrough();
         QCOMPARE(tasklist.Calls().size(), 2);

@@ -1,4 +1,5 @@
 #include "tests/faults/faultrun.h"
+#include "tests/support/loglines.h"
 
 #include <QFileInfo>
 #include <QTest>
@@ -40,8 +41,8 @@ void TestFaultsOffer::anUnknownKindOfPackageStandsStill()
     FaultRun fault(QStringLiteral("check: announces an updateType of neither kind"));
     fault.Offer({{QStringLiteral("updateType"), 2}});
     fault.Start();
-    const QString hashed = QStringLiteral("[INFO] (:0) org: ");
-    QVERIFY(QTest::qWaitFor([&] { return !fault.run.Log().filter(hashed).isEmpty(); }, 30000));
+    QVERIFY(QTest::qWaitFor(
+        [&] { return !fault.run.Log().filter(LogLine::DigestsBegin()).isEmpty(); }, 30000));
     fault.MustEndWith({FaultRun::Progress, FaultRun::Untouched + QStringLiteral(", the package"), 0,
                        QStringLiteral("user: Cancel, OK, start the client; vendor: publish 0 or "
                                       "1, nothing else")});

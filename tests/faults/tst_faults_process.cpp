@@ -41,7 +41,7 @@ const QString kHold = QStringLiteral("hold");
 
 QString Command(const FaultRun &fault, const QString &name)
 {
-    return fault.run.home.CommandsFolder() + QLatin1Char('/') + name;
+    return fault.run.CommandsFolder() + QLatin1Char('/') + name;
 }
 
 bool WaitedFor(const std::function<bool()> &condition)
@@ -228,7 +228,7 @@ void TestFaultsProcess::aCommandIsMissing()
         fault.run.client.StartAndStay();
 
     const QByteArray usualPath = qgetenv("PATH");
-    const QString commands = fault.run.home.CommandsFolder();
+    const QString commands = fault.run.CommandsFolder();
     for (const char *name : {"xcopy", "tasklist", "taskkill", "lib.sh"}) {
         if (command != QLatin1String(name))
             QFile::link(QStringLiteral(HOSTTOOLS_DIR "/") + QLatin1String(name),

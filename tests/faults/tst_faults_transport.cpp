@@ -31,7 +31,7 @@ struct Identity {
 
 QString Path(const FaultRun &fault, const QString &name)
 {
-    return fault.run.home.Scratch() + QLatin1Char('/') + name;
+    return fault.run.Scratch() + QLatin1Char('/') + name;
 }
 
 void RunOpenssl(const QStringList &arguments, const QString &clock = QString())

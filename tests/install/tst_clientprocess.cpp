@@ -1,8 +1,8 @@
 #include "config/global.h"
 #include "install/clientprocess.h"
+#include "tests/support/clientmachine.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/standinfile.h"
-#include "tests/support/testhome.h"
+#include "tests/support/loglines.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -25,18 +25,10 @@ namespace
 
 using Calls = QVector<QStringList>;
 
-/// A machine with a client in its folder; what it was started with can be seen.
-class Machine : public TestHome
+/// A client's machine whose log is caught.
+class LoggedMachine : public ClientMachine
 {
 public:
-    Machine() : m_client(ClientFolder() + QLatin1Char('/') + UniqueImageName())
-    {
-        Global::instance.appName = QFileInfo(m_client.Path()).fileName();
-        Global::instance.appPath = ClientFolder() + QLatin1Char('/');
-    }
-
-    StandIn &Client() { return m_client; }
-    QString ClientName() const { return QFileInfo(m_client.Path()).fileName(); }
     QStringList Messages() const { return m_log.Messages(); }
     QString Command(const QString &name) const
     {
@@ -47,26 +39,15 @@ public:
     Calls ClientCalls(int expected) const
     {
         // One more start of the test's own: what was started before it has come by when it ends.
-        m_client.WaitForCalls(expected);
-        QProcess::execute(m_client.Path(), {QStringLiteral("last")});
-        Calls calls = m_client.Calls();
+        client.WaitForCalls(expected);
+        QProcess::execute(client.Path(), {QStringLiteral("last")});
+        Calls calls = client.Calls();
         if (calls.isEmpty() || calls.takeLast() != QStringList(QStringLiteral("last")))
             qFatal("the client does not start");
         return calls;
     }
 
-    QString AlreadyRuns() const
-    {
-        return QStringLiteral("[INFO] \"%1\"  Already Run...").arg(ClientName());
-    }
-
-    QString Starting() const
-    {
-        return QStringLiteral("[INFO] \"%1\"  starting...").arg(ClientName());
-    }
-
 private:
-    StandIn m_client;
     LogCapture m_log;
 };
 
@@ -192,7 +173,7 @@ void TestClientProcess::tasklistIsAskedForTheImageName_data()
 void TestClientProcess::tasklistIsAskedForTheImageName()
 {
     QFETCH(QString, appName);
-    const Machine machine;
+    const LoggedMachine machine;
     const StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     Global::instance.appName = appName;
     QCOMPARE(Global::instance.CheckClientRunning(), -1);
@@ -236,7 +217,7 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted()
     QFETCH(QString, appName);
     QFETCH(QByteArray, output);
     QFETCH(bool, running);
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.appName = appName;
     Global::instance.cmdLineArgs = List({"-noremid"});
     for (const char *exit : {"exit 0\n", "exit 1\n"}) {
@@ -248,8 +229,7 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted()
         QCOMPARE(outcome.result, -1);
         QVERIFY(!outcome.quit);
         QCOMPARE(machine.Messages().mid(before),
-                 running ? QStringList(QStringLiteral("[INFO] \"%1\"  Already Run...").arg(appName))
-                         : QStringList());
+                 running ? QStringList(LogLine::AlreadyRuns(appName)) : QStringList());
     }
 }
 
@@ -311,7 +291,7 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn()
     QFETCH(QStringList, arguments);
     QFETCH(Calls, clientCalls);
     QFETCH(bool, launched);
-    const Machine machine;
+    const LoggedMachine machine;
     StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     tasklist.SetScript(StandIn::Prints(running ? TasklistRow(machine.ClientName()) : noTasks));
     Global::instance.cmdLineArgs = arguments;
@@ -326,16 +306,16 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn()
     QCOMPARE(Global::instance.cmdLineArgs, launched ? clientCalls.first() : arguments);
     QStringList log;
     if (running)
-        log << machine.AlreadyRuns();
+        log << LogLine::AlreadyRuns(machine.ClientName());
     if (launched)
-        log << machine.Starting();
+        log << LogLine::Starting(machine.ClientName());
     QCOMPARE(machine.Messages(), log);
 }
 
 #ifdef Q_OS_UNIX
 void TestClientProcess::clientThatStartsBetweenTheTwoLooksIsLaunched_posix()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     WriteCommand(machine.Command(QStringLiteral("tasklist")), "if [ -e looked ]; then echo " +
                                                                   machine.ClientName().toUtf8() +
                                                                   "; fi; : > looked\n");
@@ -343,12 +323,12 @@ void TestClientProcess::clientThatStartsBetweenTheTwoLooksIsLaunched_posix()
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
     QCOMPARE(machine.ClientCalls(1), Calls({List({"-autoupdate"})}));
-    QCOMPARE(machine.Messages(), QStringList(machine.Starting()));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(machine.ClientName())));
 }
 
 void TestClientProcess::clientThatEndsBetweenTheTwoLooksIsNotLaunched_posix()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     WriteCommand(machine.Command(QStringLiteral("tasklist")), "if [ ! -e looked ]; then echo " +
                                                                   machine.ClientName().toUtf8() +
                                                                   "; fi; : > looked\n");
@@ -356,12 +336,12 @@ void TestClientProcess::clientThatEndsBetweenTheTwoLooksIsNotLaunched_posix()
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
     QCOMPARE(machine.ClientCalls(0), Calls());
-    QCOMPARE(machine.Messages(), QStringList(machine.AlreadyRuns()));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));
 }
 
 void TestClientProcess::errorOutputOfTasklistIsNotSearched_posix()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     WriteCommand(machine.Command(QStringLiteral("tasklist")),
                  "echo " + machine.ClientName().toUtf8() + " >&2\n");
     const Outcome outcome = Check();
@@ -371,51 +351,51 @@ void TestClientProcess::errorOutputOfTasklistIsNotSearched_posix()
 
 void TestClientProcess::missingTasklistMeansNotRunning_posix()
 {
-    Machine machine;
-    machine.Client().StartAndStay();
+    LoggedMachine machine;
+    machine.client.StartAndStay();
     qputenv("PATH", QFile::encodeName(machine.Scratch()));
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
-    QVERIFY(machine.Client().IsRunning());
-    QCOMPARE(machine.Client().Calls().size(), 1);
+    QVERIFY(machine.client.IsRunning());
+    QCOMPARE(machine.client.Calls().size(), 1);
     QCOMPARE(machine.Messages(), QStringList());
 }
 
 void TestClientProcess::tasklistThatCrashesIsSearchedAllTheSame_posix()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     WriteCommand(machine.Command(QStringLiteral("tasklist")),
                  "echo " + machine.ClientName().toUtf8() + "; kill -KILL $$\n");
     Global::instance.cmdLineArgs = List({"-noremid"});
     QCOMPARE(Check().result, -1);
-    QCOMPARE(machine.Messages(), QStringList(machine.AlreadyRuns()));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));
 }
 #endif
 
 void TestClientProcess::realClientIsFoundByRealTasklist()
 {
-    Machine machine;
-    machine.Client().StartAndStay();
+    LoggedMachine machine;
+    machine.client.StartAndStay();
     Global::instance.cmdLineArgs = List({"qorb-meeting://abc"});
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, 0);
     QVERIFY(!outcome.quit);
-    QVERIFY(machine.Client().WaitForCalls(2));
-    QCOMPARE(machine.Client().Calls().at(1), List({"--url=abc"}));
-    QVERIFY(machine.Client().IsRunning());
-    QCOMPARE(machine.Messages(), QStringList(machine.AlreadyRuns()));
+    QVERIFY(machine.client.WaitForCalls(2));
+    QCOMPARE(machine.client.Calls().at(1), List({"--url=abc"}));
+    QVERIFY(machine.client.IsRunning());
+    QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));
 }
 
 void TestClientProcess::realClientOfAnotherCaseIsNotFound()
 {
-    Machine machine;
-    machine.Client().StartAndStay();
+    LoggedMachine machine;
+    machine.client.StartAndStay();
     Global::instance.appName = machine.ClientName().toUpper();
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
-    QCOMPARE(machine.Client().Calls().size(), 1);
+    QCOMPARE(machine.client.Calls().size(), 1);
     QCOMPARE(machine.Messages(), QStringList());
 }
 
@@ -460,7 +440,7 @@ void TestClientProcess::launchedClientGetsTheRewrittenArguments()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QStringList, rewritten);
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.cmdLineArgs = arguments;
 
     const Outcome outcome = Launch();
@@ -470,12 +450,12 @@ void TestClientProcess::launchedClientGetsTheRewrittenArguments()
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(machine.ClientCalls(1), Calls({rewritten}));
     QCOMPARE(Global::instance.cmdLineArgs, rewritten);
-    QCOMPARE(machine.Messages(), QStringList(machine.Starting()));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(machine.ClientName())));
 }
 
 void TestClientProcess::launchWaitsBeforeTheStart()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     QElapsedTimer timer;
     timer.start();
     Launch();
@@ -485,18 +465,17 @@ void TestClientProcess::launchWaitsBeforeTheStart()
 
 void TestClientProcess::launchOfAMissingClientIsNotNoticed()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.appName = QStringLiteral("Missing.exe");
     const Outcome outcome = Launch();
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
-    QCOMPARE(machine.Messages(),
-             QStringList(QStringLiteral("[INFO] \"Missing.exe\"  starting...")));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(QStringLiteral("Missing.exe"))));
 }
 
 void TestClientProcess::clientPathIsAPlainConcatenation()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.appPath = machine.ClientFolder();
     const StandIn beside(machine.ClientFolder() + machine.ClientName());
     QVERIFY(Launch().quit);
@@ -506,19 +485,20 @@ void TestClientProcess::clientPathIsAPlainConcatenation()
 
 void TestClientProcess::launchedClientLivesOn()
 {
-    Machine machine;
-    machine.Client().SetScript("stay\n");
+    LoggedMachine machine;
+    machine.client.SetScript("stay\n");
     QVERIFY(Launch().quit);
-    QVERIFY(machine.Client().WaitForCalls(1));
+    QVERIFY(machine.client.WaitForCalls(1));
 
     Global::instance.cmdLineArgs = List({"-noremid"});
     QCOMPARE(Check().result, -1);
-    QCOMPARE(machine.Messages(), QStringList({machine.Starting(), machine.AlreadyRuns()}));
+    QCOMPARE(machine.Messages(), QStringList({LogLine::Starting(machine.ClientName()),
+                                              LogLine::AlreadyRuns(machine.ClientName())}));
 }
 
 void TestClientProcess::launchOnAnotherThreadQuitsTheApplication()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     int result = 99;
     const std::unique_ptr<QThread> worker(
         QThread::create([&result] { result = Global::instance.LaunchClient(); }));
@@ -531,7 +511,7 @@ void TestClientProcess::launchOnAnotherThreadQuitsTheApplication()
 
 void TestClientProcess::flagOfTheCheckIsGoneAtTheLaunch()
 {
-    Machine machine;
+    LoggedMachine machine;
     StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     tasklist.SetScript(StandIn::Prints(TasklistRow(machine.ClientName())));
     Global::instance.cmdLineArgs = List({"-noremid"});
@@ -543,7 +523,7 @@ void TestClientProcess::flagOfTheCheckIsGoneAtTheLaunch()
 
 void TestClientProcess::linkThatFoundNoClientIsPassedOnByTheLaunch()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.cmdLineArgs = List({"qorb-meeting://abc", "-x"});
     QCOMPARE(Check().result, -1);
     QVERIFY(Launch().quit);
@@ -566,7 +546,7 @@ void TestClientProcess::programGetsTheArgumentsWithoutTheSwitches()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QStringList, passed);
-    const Machine machine;
+    const LoggedMachine machine;
     const StandIn installer(machine.Scratch() + QStringLiteral("/下载 folder/Client Setup.exe"));
     Global::instance.cmdLineArgs = arguments;
 
@@ -579,8 +559,7 @@ void TestClientProcess::programGetsTheArgumentsWithoutTheSwitches()
     QVERIFY(installer.WaitForCalls(1));
     QCOMPARE(installer.Calls(), Calls({passed}));
     QCOMPARE(Global::instance.cmdLineArgs, passed);
-    QCOMPARE(machine.Messages(),
-             QStringList(QStringLiteral("[INFO] \"%1\"  starting...").arg(installer.Path())));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(installer.Path())));
     QCOMPARE(machine.ClientCalls(0), Calls());
 }
 
@@ -595,7 +574,7 @@ void TestClientProcess::programThatCannotBeStartedIsNotNoticed_data()
 void TestClientProcess::programThatCannotBeStartedIsNotNoticed()
 {
     QFETCH(QString, tail);
-    const Machine machine;
+    const LoggedMachine machine;
     WriteFile(machine.Scratch() + QStringLiteral("/text.exe"), QByteArray("\x7f"
                                                                           "no program",
                                                                           11));
@@ -603,14 +582,13 @@ void TestClientProcess::programThatCannotBeStartedIsNotNoticed()
     const Outcome outcome = InEventLoop([&] { return Global::instance.LaunchProgram(program); });
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
-    QCOMPARE(machine.Messages(),
-             QStringList(QStringLiteral("[INFO] \"%1\"  starting...").arg(program)));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(program)));
 }
 
 #ifdef Q_OS_UNIX
 void TestClientProcess::downloadedProgramNeedsNoExecuteBit_posix()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     const StandIn installer(machine.Scratch() + QStringLiteral("/setup.exe"));
     QVERIFY(
         QFile::setPermissions(installer.Path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner));
@@ -629,7 +607,7 @@ void TestClientProcess::runningClientIsStopped_data()
 void TestClientProcess::runningClientIsStopped()
 {
     QFETCH(bool, running);
-    const Machine machine;
+    const LoggedMachine machine;
     StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     tasklist.SetScript(StandIn::Prints(running ? TasklistRow(machine.ClientName()) : noTasks));
     const StandIn taskkill(machine.Command(QStringLiteral("taskkill")));
@@ -644,10 +622,10 @@ void TestClientProcess::runningClientIsStopped()
 
 void TestClientProcess::realRunningClientIsStopped()
 {
-    Machine machine;
-    machine.Client().StartAndStay();
+    LoggedMachine machine;
+    machine.client.StartAndStay();
     StopRunningClient(machine.ClientName());
-    QVERIFY(!machine.Client().IsRunning());
+    QVERIFY(!machine.client.IsRunning());
 
     // Nothing is left to stop.
     StopRunningClient(machine.ClientName());
@@ -713,7 +691,7 @@ void TestClientProcess::freeBytesAreThoseOfTheVolume_data()
 void TestClientProcess::freeBytesAreThoseOfTheVolume()
 {
     QFETCH(QString, path);
-    const Machine machine;
+    const LoggedMachine machine;
     QVERIFY(FreeBytesMatch(path, path));
     QCOMPARE(machine.Messages(), QStringList());
 }
@@ -721,7 +699,7 @@ void TestClientProcess::freeBytesAreThoseOfTheVolume()
 #ifdef Q_OS_UNIX
 void TestClientProcess::volumeUnknownToTheHostIsItsRoot_posix()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     for (const char *path : {"C:\\", "C:/", "/wo"})
         QVERIFY(FreeBytesMatch(QString::fromLatin1(path), QStringLiteral("/")));
     QCOMPARE(machine.Messages(), QStringList());
@@ -730,15 +708,14 @@ void TestClientProcess::volumeUnknownToTheHostIsItsRoot_posix()
 
 void TestClientProcess::failedFreeBytesAreLoggedAndZero()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     QCOMPARE(Global::instance.GetDiskFreeBytes(QString()), quint64(0));
 #ifdef Q_OS_UNIX
     const QString code = QStringLiteral("2");
 #else
     const QString code = QStringLiteral("3");
 #endif
-    QCOMPARE(machine.Messages(),
-             QStringList(QStringLiteral("[DEBUG] Call to GetDiskFreeSpaceEx() failed: ") + code));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::FreeSpaceFailed(code)));
 }
 
 QTEST_GUILESS_MAIN(TestClientProcess)

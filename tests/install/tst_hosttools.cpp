@@ -374,15 +374,15 @@ void TestHostTools::xcopyReplacesFilesAndKeepsOthers()
     const TestHome home;
     const QString source = home.Scratch() + QStringLiteral("/pkg");
     WriteFile(source + QStringLiteral("/lib/a.txt"), "new");
-    WriteFile(home.ClientFolder() + QStringLiteral("/lib/a.txt"), "old and longer");
-    WriteFile(home.ClientFolder() + QStringLiteral("/lib/b.txt"), "kept");
-    const QString program = home.ClientFolder() + QStringLiteral("/lib/a.txt");
+    WriteFile(home.Installed(QStringLiteral("lib/a.txt")), "old and longer");
+    WriteFile(home.Installed(QStringLiteral("lib/b.txt")), "kept");
+    const QString program = home.Installed(QStringLiteral("lib/a.txt"));
     QVERIFY(QFile::setPermissions(program, QFile::permissions(program) | QFileDevice::ExeOwner |
                                                QFileDevice::ExeUser));
 
     QCOMPARE(Xcopy(source + QStringLiteral("/*"), home.ClientFolder()).exitCode, 0);
     QCOMPARE(ReadFile(program), QByteArray("new"));
-    QCOMPARE(ReadFile(home.ClientFolder() + QStringLiteral("/lib/b.txt")), QByteArray("kept"));
+    QCOMPARE(ReadFile(home.Installed(QStringLiteral("lib/b.txt"))), QByteArray("kept"));
     // What could be started before can be started after.
     QVERIFY(QFileInfo(program).isExecutable());
 }

@@ -1,6 +1,7 @@
 #include "config/global.h"
 #include "install/clientprocess.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/loglines.h"
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
 
@@ -56,9 +57,7 @@ void TestTasklistLimit::outputUntilTheLimitDecides()
     QCOMPARE(tasklist.Calls().size(), 2);
     QVERIFY(client.WaitForCalls(1));
     QCOMPARE(client.Calls(), QVector<QStringList>({{QStringLiteral("--url=abc")}}));
-    QCOMPARE(
-        log.Messages(),
-        QStringList(QStringLiteral("[INFO] \"%1\"  Already Run...").arg(Global::instance.appName)));
+    QCOMPARE(log.Messages(), QStringList(LogLine::AlreadyRuns(Global::instance.appName)));
 }
 
 QTEST_GUILESS_MAIN(TestTasklistLimit)

@@ -2,7 +2,7 @@
 
 #include "tests/longrun/figures.h"
 #include "tests/longrun/remains.h"
-#include "tests/support/fulldisk.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/zipmaker.h"
 
 #include <QDir>
@@ -96,12 +96,12 @@ struct Lane::Check {
 };
 
 Lane::Lane(int number)
-    : m_installer(m_run.home.Scratch() + QLatin1Char('/') + InstallerName()), m_number(number),
-      m_reportPath(m_run.home.Scratch() + QStringLiteral("/end-report"))
+    : m_installer(m_run.Scratch() + QLatin1Char('/') + InstallerName()), m_number(number),
+      m_reportPath(m_run.Scratch() + QStringLiteral("/end-report"))
 {
     MakeFolders();
     m_run.Configure();
-    WriteFile(m_run.home.ClientFolder() + QStringLiteral("/config.json"),
+    WriteFile(m_run.Installed(QStringLiteral("config.json")),
               FilesOf(0).value(QStringLiteral("config.json")));
     m_run.process.setStandardInputFile(QProcess::nullDevice());
     LearnBaseline();
@@ -112,11 +112,11 @@ Lane::Lane(int number)
 /// Folders that the system's libraries would otherwise make where remains are looked for.
 void Lane::MakeFolders()
 {
-    const QString runtime = m_run.home.Scratch() + QStringLiteral("/runtime");
+    const QString runtime = m_run.Scratch() + QStringLiteral("/runtime");
     QDir().mkpath(runtime);
     QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime));
-    qputenv("XDG_CACHE_HOME", QFile::encodeName(m_run.home.Scratch() + QStringLiteral("/cache")));
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(m_run.Scratch() + QStringLiteral("/cache")));
 }
 
 void Lane::LearnBaseline()
@@ -212,7 +212,7 @@ void Lane::RunUpdate(const Update &update)
         JudgeInstallerStart(update.passedOn);
         JudgeFiles();
         // What an installer would have done.
-        WriteFile(m_run.home.ClientFolder() + QStringLiteral("/config.json"),
+        WriteFile(m_run.Installed(QStringLiteral("config.json")),
                   FilesOf(m_release).value(QStringLiteral("config.json")));
         return;
     }
@@ -404,13 +404,12 @@ void Lane::JudgeInstalled()
     bool whole = true;
     const QMap<QString, QByteArray> files = FilesOf(m_release);
     for (auto file = files.begin(); file != files.end(); ++file) {
-        const QString path = m_run.home.ClientFolder() + QLatin1Char('/') + file.key();
+        const QString path = m_run.ClientFolder() + QLatin1Char('/') + file.key();
         whole = Expect(QFile::exists(path) && ReadFile(path) == file.value(),
                        file.key() + QStringLiteral(" is not the new one")) &&
                 whole;
     }
-    const QByteArray config =
-        ReadFile(m_run.home.ProgramFolder() + QStringLiteral("/updateconfig.json"));
+    const QByteArray config = ReadFile(m_run.UpdateConfigFile());
     const QString recorded = VersionIn(config, "currentVersion");
     if (Expect(recorded == Version(m_release),
                QStringLiteral("the recorded version is ") + recorded) &&
@@ -420,7 +419,7 @@ void Lane::JudgeInstalled()
 
 void Lane::JudgeFiles()
 {
-    const QString imageName = m_run.imageName;
+    const QString imageName = m_run.ClientName();
     QStringList client{imageName, CallsOf(imageName), QStringLiteral("config.json"),
                        QStringLiteral("AutoUpdate/AutoUpdate"),
                        QStringLiteral("AutoUpdate/updateconfig.json")};
@@ -435,11 +434,11 @@ void Lane::JudgeFiles()
     if (m_hasMarker)
         home += QStringLiteral("AppData/Roaming/norvaneAssistant/isShowUpdataInfo.txt");
     for (const QString &file : qAsConst(m_downloaded))
-        home += m_run.PackagePath(file).mid(m_run.home.Home().size() + 1);
+        home += m_run.PackagePath(file).mid(m_run.Home().size() + 1);
 
     const QMap<QString, QStringList> folders{
-        {m_run.home.ClientFolder(), client},
-        {m_run.home.Home(), home},
+        {m_run.ClientFolder(), client},
+        {m_run.Home(), home},
         // What the tests' choice of a free guard put there.
         {QFile::decodeName(qgetenv("TMPDIR")), {QStringLiteral("taken")}}};
     for (auto folder = folders.begin(); folder != folders.end(); ++folder) {
@@ -490,7 +489,7 @@ QByteArray Lane::PackageOf(int release) const
 
 QString Lane::LogPath() const
 {
-    return m_run.home.Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log");
+    return m_run.LogFile();
 }
 
 void Lane::Count(const char *figure, qint64 number)

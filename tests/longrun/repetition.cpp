@@ -69,7 +69,7 @@ void Require(bool holds, const char *otherwise, int update)
 void MakeUpdate(ScriptedServer &server, int number)
 {
     UpdateScene scene(server);
-    WriteFile(scene.home.ProgramFolder() + QStringLiteral("/updateconfig.json"), "{}");
+    WriteFile(scene.home.UpdateConfigFile(), "{}");
     scene.home.ClientDataFolder();
     // So that both languages, both prompts and both kinds of texts are made.
     Global::instance.language = number % 2 == 0 ? QStringLiteral("en") : QStringLiteral("zh");
@@ -87,7 +87,7 @@ void MakeUpdate(ScriptedServer &server, int number)
     Require(run.DownloadUntilQuit(), "the program did not quit", number);
     run.Shutdown();
     Require(scene.client.WaitForCalls(1), "the client was not started", number);
-    Require(ReadFile(scene.home.ClientFolder() + QStringLiteral("/release.txt")) == content,
+    Require(ReadFile(scene.home.Installed(QStringLiteral("release.txt"))) == content,
             "the package was not installed", number);
     // The framework keeps pictures of windows that are gone, up to a limit of its own.
     QPixmapCache::clear();

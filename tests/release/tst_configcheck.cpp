@@ -434,7 +434,7 @@ void TestConfigCheck::textThatCannotBeRead()
     QVERIFY(outcome.warnings.isEmpty());
     // The updater finds no more in it than the check does.
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")), "{}");
     home.WriteUpdateConfig(text);
     QCOMPARE(Global::instance.ReadConfig(), -1);
 }
@@ -497,7 +497,7 @@ void TestConfigCheck::firstDifferentLineIsShown()
 void TestConfigCheck::textOfTheWrongFormFreezesTheUpdater()
 {
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")), "{}");
     home.WriteUpdateConfig(Indented(Text(GoodConfig())));
     QCOMPARE(Global::instance.ReadConfig(), 0);
     Record("version", "1.0.1");
@@ -521,13 +521,12 @@ void TestConfigCheck::whatTheUpdaterWritesIsAccepted()
 void TestConfigCheck::acceptedFileIsUsable()
 {
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/Client.exe"), "MZ");
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), kClientConfig);
+    WriteFile(home.Installed(QStringLiteral("Client.exe")), "MZ");
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")), kClientConfig);
     WriteFile(home.ProgramFolder() + QStringLiteral("/AutoUpdate.exe"), "MZ");
     home.WriteUpdateConfig(Text(GoodConfig()));
     const auto check = [&home] {
-        return CheckConfig({home.ProgramFolder() + QStringLiteral("/updateconfig.json"),
-                            home.ClientFolder(), kZip});
+        return CheckConfig({home.UpdateConfigFile(), home.ClientFolder(), kZip});
     };
     QCOMPARE(Rules(check().refusals), QStringList());
 
@@ -541,7 +540,7 @@ void TestConfigCheck::acceptedFileIsUsable()
     QCOMPARE(global.ReadConfig(), 0);
     QCOMPARE(global.noRemindVersion, QStringLiteral("2.0.0"));
     QCOMPARE(Rules(check().refusals), Words("current-version"));
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"),
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")),
               R"({"client": {"version": "2.0.1"}})");
     QCOMPARE(Rules(check().refusals), QStringList());
 }

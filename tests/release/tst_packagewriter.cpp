@@ -4,8 +4,8 @@
 #include "install/zipunpacker.h"
 #include "release/publish/zipwriter.h"
 #include "tests/release/vendor.h"
-#include "tests/support/fulldisk.h"
 #include "tests/support/peakmemory.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QCryptographicHash>

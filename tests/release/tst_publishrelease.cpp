@@ -1,7 +1,7 @@
 #include "config/global.h"
 #include "release/publish/reply.h"
 #include "tests/release/vendor.h"
-#include "tests/support/fulldisk.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QCryptographicHash>

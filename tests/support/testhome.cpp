@@ -86,13 +86,12 @@ QString TestHome::UniqueImageName()
 
 void TestHome::WriteUpdateConfig(const QByteArray &content) const
 {
-    WriteFile(ProgramFolder() + QStringLiteral("/updateconfig.json"), content);
+    WriteFile(UpdateConfigFile(), content);
 }
 
 QStringList TestHome::LogLines() const
 {
-    const QByteArray log =
-        ReadFile(Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log"));
+    const QByteArray log = ReadFile(LogFile());
     if (!log.isEmpty() && !log.endsWith("\r\n"))
         qFatal("the log's last line has no CR LF");
     QStringList lines = QString::fromUtf8(log).split(QStringLiteral("\r\n"));

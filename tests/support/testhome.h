@@ -37,6 +37,28 @@ public:
     /// The client's data folder under the home folder; made on the first call.
     QString ClientDataFolder() const;
 
+    // Full paths of the files that the program reads and writes.
+
+    QString UpdateConfigFile() const
+    {
+        return ProgramFolder() + QStringLiteral("/updateconfig.json");
+    }
+    QString NotesFile() const { return ClientDataFolder() + QStringLiteral("/update.log"); }
+    QString MarkerFile() const
+    {
+        return ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt");
+    }
+    QString LogFile() const
+    {
+        return Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log");
+    }
+
+    /// The full path of a file of the client.
+    QString Installed(const QString &path) const
+    {
+        return ClientFolder() + QLatin1Char('/') + path;
+    }
+
     /// An image name that no other test on this machine uses, such as "Client-4711-1.exe".
     static QString UniqueImageName();
 

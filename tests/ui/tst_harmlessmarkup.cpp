@@ -1,6 +1,7 @@
 #include "ui/releasenotes.h"
 
 #include "tests/support/logcapture.h"
+#include "tests/support/loglines.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/notesprompt.h"
 
@@ -228,8 +229,7 @@ void TestHarmlessMarkup::showsAsPlainTextWhatWouldTakeLong()
 
     QVERIFY(prompt.HoldsAll(notes));
     QCOMPARE(log.Messages().size(), 1);
-    QVERIFY(log.Messages().constFirst().startsWith(
-        QStringLiteral("[WARNING] release notes shown as plain text")));
+    QVERIFY(log.Messages().constFirst().startsWith(LogLine::NotesShownAsPlainText()));
 }
 
 void TestHarmlessMarkup::showsABracketThatBeginsNoTag_data()

@@ -1,9 +1,9 @@
 #include "ui/updatedialog.h"
 
 #include "config/global.h"
+#include "tests/support/clientmachine.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/standinfile.h"
-#include "tests/support/testhome.h"
+#include "tests/support/loglines.h"
 #include "tests/ui/dialogs.h"
 #include "ui/dwondialog.h"
 
@@ -26,18 +26,15 @@ constexpr qint64 kMoreThanAnyDrive = qint64(1) << 60;
 
 using Calls = QVector<QStringList>;
 
-/// A machine with a client that records how it is started, and a prompt that offers an update.
-class Machine
+/// A client's machine with a prompt that offers an update.
+class PromptMachine : public ClientMachine
 {
 public:
-    Machine()
-        : client(home.ClientFolder() + QLatin1Char('/') + TestHome::UniqueImageName()),
-          tasklist(home.CommandsFolder() + QStringLiteral("/tasklist")),
-          taskkill(home.CommandsFolder() + QStringLiteral("/taskkill"))
+    PromptMachine()
+        : tasklist(CommandsFolder() + QStringLiteral("/tasklist")),
+          taskkill(CommandsFolder() + QStringLiteral("/taskkill"))
     {
         Global &global = Global::instance;
-        global.appPath = home.ClientFolder() + QLatin1Char('/');
-        global.appName = QFileInfo(client.Path()).fileName();
         global.latestVersion = QStringLiteral("2.1.3");
         global.latestVersionInfo = QStringLiteral("Faster start.");
         global.packageSize = 1572864;
@@ -69,31 +66,23 @@ public:
     /// Whether the log tells of a start of the client; it does so before the client itself can.
     bool StartedClient() const
     {
-        return log.Messages().contains(
-            QStringLiteral("[INFO] \"%1\"  starting...").arg(Global::instance.appName));
+        return log.Messages().contains(LogLine::Starting(Global::instance.appName));
     }
 
-    TestHome home;
-    StandIn client;
     StandIn tasklist;
     StandIn taskkill;
     LogCapture log;
     std::unique_ptr<UpdateDialog> prompt;
 };
 
-QString UpdateConfig(const Machine &machine)
-{
-    return machine.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
-}
-
 /// Makes the configuration a thing that cannot be opened for writing.
-void SpoilUpdateConfig(const Machine &machine)
+void SpoilUpdateConfig(const PromptMachine &machine)
 {
-    QDir().mkpath(UpdateConfig(machine));
+    QDir().mkpath(machine.UpdateConfigFile());
 }
 
 /// Writes down in which order windows come and go.
-class WindowWatch : public QObject
+class WindowOrder : public QObject
 {
 public:
     bool eventFilter(QObject *window, QEvent *event) override
@@ -253,7 +242,7 @@ QString TestUpdateDialog::Language()
 
 void TestUpdateDialog::isAFixedWindowOf480By292()
 {
-    const Machine machine;
+    const PromptMachine machine;
     const UpdateDialog &prompt = *machine.prompt;
 
     QCOMPARE(prompt.objectName(), QStringLiteral("UpdateDialog"));
@@ -281,7 +270,7 @@ void TestUpdateDialog::hasItsWidgetsInTheirPlaces_data()
 void TestUpdateDialog::hasItsWidgetsInTheirPlaces()
 {
     QFETCH(QByteArray, className);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     const auto *widget = machine.Has<QWidget>(QTest::currentDataTag());
@@ -292,7 +281,7 @@ void TestUpdateDialog::hasItsWidgetsInTheirPlaces()
 
 void TestUpdateDialog::staysHiddenUntilThereIsAnUpdate()
 {
-    const Machine machine;
+    const PromptMachine machine;
 
     QVERIFY(!machine.prompt->isVisible());
     QVERIFY(!machine.Progress().isVisible());
@@ -350,7 +339,7 @@ void TestUpdateDialog::showsTheTextsOfItsModeAndLanguage()
 {
     QFETCH(QString, mode);
     QFETCH(QString, headlineFont);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     machine.Shown(mode);
 
@@ -389,7 +378,7 @@ void TestUpdateDialog::showsThePackageSize()
     QFETCH(QString, size);
 
     for (const char *language : {"en", "zh"}) {
-        const Machine machine;
+        const PromptMachine machine;
         Global::instance.language = QLatin1String(language);
         Global::instance.packageSize = bytes;
         machine.Shown();
@@ -400,7 +389,7 @@ void TestUpdateDialog::showsThePackageSize()
 
 void TestUpdateDialog::showsAVersionWithMarkupAsItIs()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.latestVersion = QStringLiteral("<h1>9</h1>&amp;%1");
     machine.Shown();
 
@@ -425,7 +414,7 @@ void TestUpdateDialog::translatesTheSizeOnly_data()
 
 void TestUpdateDialog::translatesTheSizeOnly()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     const MarkingTranslator translator;
 
@@ -442,7 +431,7 @@ void TestUpdateDialog::translatesTheSizeOnly()
 
 void TestUpdateDialog::keepsTheFormsNotesUntilThereAreOwn()
 {
-    const Machine machine;
+    const PromptMachine machine;
     const auto *notes = machine.Has<QTextEdit>("updateText");
 
     QCOMPARE(notes->toPlainText(), QString());
@@ -458,7 +447,7 @@ void TestUpdateDialog::keepsTheFormsNotesUntilThereAreOwn()
 
 void TestUpdateDialog::showsTheReleaseNotesAsRichText()
 {
-    const Machine machine;
+    const PromptMachine machine;
     auto *notes = machine.Has<QTextEdit>("updateText");
 
     Global::instance.latestVersionInfo =
@@ -477,7 +466,7 @@ void TestUpdateDialog::showsTheReleaseNotesAsRichText()
 
 void TestUpdateDialog::wrapsReleaseNotesAndScrollsThemDownOnly()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.latestVersionInfo =
         QString(200, QLatin1Char('x')) + QStringLiteral(" and more").repeated(200);
     machine.Shown();
@@ -494,7 +483,7 @@ void TestUpdateDialog::wrapsReleaseNotesAndScrollsThemDownOnly()
 
 void TestUpdateDialog::releaseNotesCanNeitherBeEditedNorSelected()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *notes = machine.Has<QTextEdit>("updateText");
     QVERIFY(notes->isReadOnly());
@@ -558,7 +547,7 @@ void TestUpdateDialog::stylesItsWidgets()
     QFETCH(QByteArray, widget);
     QFETCH(QString, selector);
     QFETCH(QString, property);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     const QString sheet = machine.Has<QWidget>(widget.constData())->styleSheet();
@@ -567,7 +556,7 @@ void TestUpdateDialog::stylesItsWidgets()
 
 void TestUpdateDialog::drawsTheLogoAndTheWhiteWindow()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.latestVersionInfo = QStringLiteral("line<br>").repeated(100);
     machine.Shown();
     const QImage seen = Picture(*machine.prompt);
@@ -584,7 +573,7 @@ void TestUpdateDialog::drawsTheLogoAndTheWhiteWindow()
 
 void TestUpdateDialog::showsTheUpdateButtonInTheColoursOfItsState()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *button = machine.Has<QPushButton>("immedBtn");
     button->setText(QString());
@@ -601,7 +590,7 @@ void TestUpdateDialog::showsTheUpdateButtonInTheColoursOfItsState()
 
 void TestUpdateDialog::showsTheLaterButtonInTheColoursOfItsState()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *button = machine.Has<QPushButton>("laterBtn");
     button->setText(QStringLiteral("\u2588\u2588"));
@@ -620,7 +609,7 @@ void TestUpdateDialog::showsTheLaterButtonInTheColoursOfItsState()
 
 void TestUpdateDialog::showsACheckBoxOf16Pixels()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *box = machine.Has<QCheckBox>("checkRemid");
     QVERIFY(!box->isChecked());
@@ -655,7 +644,7 @@ void TestUpdateDialog::showsACheckBoxOf16Pixels()
 
 void TestUpdateDialog::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = QStringLiteral("en");
     const UpdateDialog prompt;
 
@@ -684,7 +673,7 @@ void TestUpdateDialog::theForcedPromptOffersOnlyToUpdate()
     QFETCH(bool, forced);
 
     for (const char *language : {"en", "zh"}) {
-        const Machine machine;
+        const PromptMachine machine;
         Global::instance.language = QLatin1String(language);
         machine.Shown(mode);
         QCOMPARE(machine.Has<QPushButton>("laterBtn")->isVisible(), !forced);
@@ -720,7 +709,7 @@ void TestUpdateDialog::noremidTakesTheCheckBoxAway()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, mode);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = arguments;
     machine.Shown(mode);
 
@@ -741,7 +730,7 @@ void TestUpdateDialog::immediatelyUpdatesWithoutAsking_data()
 void TestUpdateDialog::immediatelyUpdatesWithoutAsking()
 {
     QFETCH(QString, mode);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = QStringList{QStringLiteral("a"), QStringLiteral("-immediately")};
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
@@ -756,7 +745,7 @@ void TestUpdateDialog::immediatelyUpdatesWithoutAsking()
 
 void TestUpdateDialog::theSwitchIsCaseSensitive()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("-Immediately"));
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
@@ -779,7 +768,7 @@ void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments_data()
 void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments()
 {
     QFETCH(QStringList, arguments);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = arguments;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -794,18 +783,18 @@ void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments()
 
 void TestUpdateDialog::laterLeavesTheConfigurationAloneWithoutATick()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     QVERIFY(Quits([&] { machine.Click("laterBtn"); }));
 
-    QVERIFY(!QFile::exists(UpdateConfig(machine)));
+    QVERIFY(!QFile::exists(machine.UpdateConfigFile()));
 }
 
 void TestUpdateDialog::laterWithATickSilencesTheVersion()
 {
-    const Machine machine;
-    machine.home.WriteUpdateConfig("{\"noRemind\": 0, \"noRemindVersion\": \"\", \"other\": 7}");
+    const PromptMachine machine;
+    machine.WriteUpdateConfig("{\"noRemind\": 0, \"noRemindVersion\": \"\", \"other\": 7}");
     machine.Shown();
     QTest::mouseClick(machine.Has<QCheckBox>("checkRemid"), Qt::LeftButton, Qt::NoModifier,
                       QPoint(8, 8));
@@ -814,7 +803,8 @@ void TestUpdateDialog::laterWithATickSilencesTheVersion()
 
     QVERIFY(machine.client.WaitForCalls(1));
     QCOMPARE(machine.client.Calls(), Calls{{QStringLiteral("-autoupdate")}});
-    const QJsonObject config = QJsonDocument::fromJson(ReadFile(UpdateConfig(machine))).object();
+    const QJsonObject config =
+        QJsonDocument::fromJson(ReadFile(machine.UpdateConfigFile())).object();
     QCOMPARE(config.value(QStringLiteral("noRemind")).toInt(), 1);
     QCOMPARE(config.value(QStringLiteral("noRemindVersion")).toString(), QStringLiteral("2.1.3"));
     QCOMPARE(config.value(QStringLiteral("other")).toInt(), 7);
@@ -822,7 +812,7 @@ void TestUpdateDialog::laterWithATickSilencesTheVersion()
 
 void TestUpdateDialog::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
 {
-    const Machine machine;
+    const PromptMachine machine;
     SpoilUpdateConfig(machine);
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("x"));
     machine.Shown();
@@ -832,9 +822,7 @@ void TestUpdateDialog::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
 
     QVERIFY(!machine.StartedClient());
     QCOMPARE(Global::instance.cmdLineArgs, QStringList(QStringLiteral("x")));
-    QCOMPARE(machine.log.Messages().size(), 1);
-    QVERIFY(machine.log.Messages().constFirst().startsWith(
-        QStringLiteral("[DEBUG] WriteConfigToFile failed:")));
+    QCOMPARE(machine.log.Messages(), QStringList(LogLine::UpdateConfigWriteFailed(5)));
 }
 
 void TestUpdateDialog::anImpatientUserStartsTheClientOnce_data()
@@ -847,7 +835,7 @@ void TestUpdateDialog::anImpatientUserStartsTheClientOnce_data()
 void TestUpdateDialog::anImpatientUserStartsTheClientOnce()
 {
     QFETCH(bool, closes);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     QVERIFY(Quits([&] {
@@ -858,8 +846,7 @@ void TestUpdateDialog::anImpatientUserStartsTheClientOnce()
     }));
 
     QVERIFY(machine.client.WaitForCalls(1));
-    const QString started =
-        QStringLiteral("[INFO] \"%1\"  starting...").arg(Global::instance.appName);
+    const QString started = LogLine::Starting(Global::instance.appName);
     QCOMPARE(machine.log.Messages().count(started), 1);
 }
 
@@ -876,7 +863,7 @@ void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage_dat
 void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage()
 {
     QFETCH(QString, mode);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     machine.Shown(mode);
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -902,9 +889,9 @@ void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage()
 
 void TestUpdateDialog::theProgressDialogComesBeforeThePromptGoes()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
-    WindowWatch watch;
+    WindowOrder watch;
     machine.prompt->installEventFilter(&watch);
     machine.Progress().installEventFilter(&watch);
 
@@ -916,7 +903,7 @@ void TestUpdateDialog::theProgressDialogComesBeforeThePromptGoes()
 
 void TestUpdateDialog::updateAsksTasklistForTheClient()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     machine.Click("immedBtn");
@@ -929,7 +916,7 @@ void TestUpdateDialog::updateAsksTasklistForTheClient()
 
 void TestUpdateDialog::updateStopsARunningClient()
 {
-    Machine machine;
+    PromptMachine machine;
     const QString name = Global::instance.appName;
     machine.Shown();
     machine.tasklist.SetScript(StandIn::Prints('"' + name.toLocal8Bit() + "\",\"4711\"\r\n"));
@@ -946,7 +933,7 @@ void TestUpdateDialog::updateStopsARunningClient()
 
 void TestUpdateDialog::updateKillsNothingWhenTheNameDiffersInCase()
 {
-    Machine machine;
+    PromptMachine machine;
     machine.Shown();
     machine.tasklist.SetScript(
         StandIn::Prints('"' + Global::instance.appName.toUpper().toLocal8Bit() + "\"\r\n"));
@@ -959,7 +946,7 @@ void TestUpdateDialog::updateKillsNothingWhenTheNameDiffersInCase()
 
 void TestUpdateDialog::updateKillsAClientWhoseNameIsPartOfAnother()
 {
-    Machine machine;
+    PromptMachine machine;
     machine.Shown();
     machine.tasklist.SetScript(
         StandIn::Prints("\"My" + Global::instance.appName.toLocal8Bit() + "\"\r\n"));
@@ -971,11 +958,11 @@ void TestUpdateDialog::updateKillsAClientWhoseNameIsPartOfAnother()
 
 void TestUpdateDialog::updateGoesOnWithoutTasklist()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     const QByteArray path = qgetenv("PATH");
-    qputenv("PATH", QFile::encodeName(machine.home.Scratch()));
+    qputenv("PATH", QFile::encodeName(machine.Scratch()));
 
     machine.Click("immedBtn");
 
@@ -986,7 +973,7 @@ void TestUpdateDialog::updateGoesOnWithoutTasklist()
 
 void TestUpdateDialog::updateStopsARunningClientOfThisHost()
 {
-    Machine machine;
+    PromptMachine machine;
     QVERIFY(QFile::remove(machine.tasklist.Path()));
     QVERIFY(QFile::remove(machine.taskkill.Path()));
     machine.client.StartAndStay();
@@ -1017,7 +1004,7 @@ void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead_data()
 void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead()
 {
     {
-        const Machine machine;
+        const PromptMachine machine;
         Global::instance.language = Language();
         Global::instance.packageSize = kMoreThanAnyDrive;
         machine.Shown();
@@ -1034,7 +1021,7 @@ void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead()
         QVERIFY(machine.Progress().isVisible());
         QVERIFY(!machine.prompt->isVisible());
     }
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     Global::instance.packageSize = kMoreThanAnyDrive;
     const MarkingTranslator translator;
@@ -1044,7 +1031,7 @@ void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead()
 
 void TestUpdateDialog::updateWithRoomAfterAllAsksForThePackage()
 {
-    const Machine machine;
+    const PromptMachine machine;
     const qint64 size = Global::instance.packageSize;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -1064,7 +1051,7 @@ void TestUpdateDialog::updateWithRoomAfterAllAsksForThePackage()
 
 void TestUpdateDialog::anImpatientUserDownloadsOnce()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
@@ -1085,7 +1072,7 @@ void TestUpdateDialog::closingAfterTheAnswerDoesNothing_data()
 void TestUpdateDialog::closingAfterTheAnswerDoesNothing()
 {
     QFETCH(bool, byEsc);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     QVERIFY(!Quits([&] {
@@ -1102,7 +1089,7 @@ void TestUpdateDialog::closingAfterTheAnswerDoesNothing()
 
 void TestUpdateDialog::aPromptThatIsShownAgainCanBeAnsweredAgain()
 {
-    const Machine machine;
+    const PromptMachine machine;
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
     for (int answers = 1; answers <= 2; ++answers) {
@@ -1115,7 +1102,7 @@ void TestUpdateDialog::aPromptThatIsShownAgainCanBeAnsweredAgain()
 void TestUpdateDialog::laterAfterUpdateAndUpdateAfterLaterDoNothing()
 {
     {
-        const Machine machine;
+        const PromptMachine machine;
         machine.Shown();
         QVERIFY(!Quits([&] {
             machine.Click("immedBtn");
@@ -1125,7 +1112,7 @@ void TestUpdateDialog::laterAfterUpdateAndUpdateAfterLaterDoNothing()
         QVERIFY(!machine.StartedClient());
         QVERIFY(machine.Progress().isVisible());
     }
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     QVERIFY(Quits([&] {
@@ -1139,7 +1126,7 @@ void TestUpdateDialog::laterAfterUpdateAndUpdateAfterLaterDoNothing()
 
 void TestUpdateDialog::aRetryAsksForThePackageAgain()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     machine.Click("immedBtn");
@@ -1155,7 +1142,7 @@ void TestUpdateDialog::aRetryAsksForThePackageAgain()
 
 void TestUpdateDialog::updateStopsTheClientBeforeTheProgressDialogComes()
 {
-    Machine machine;
+    PromptMachine machine;
     machine.Shown();
     machine.tasklist.SetScript(StandIn::Prints(Global::instance.appName.toLocal8Bit()));
     ShowWatch watch([&] { return machine.taskkill.Calls().size(); });
@@ -1187,7 +1174,7 @@ void TestUpdateDialog::closingDoesWhatTheServiceWants()
     QFETCH(QString, update);
     QFETCH(bool, byEsc);
     QFETCH(bool, startsClient);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.update = update;
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("x"));
     machine.Shown(update);
@@ -1213,21 +1200,22 @@ void TestUpdateDialog::closingDoesWhatTheServiceWants()
 
 void TestUpdateDialog::closingKeepsTheNeverPromptChoice()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     machine.Has<QCheckBox>("checkRemid")->setChecked(true);
 
     QVERIFY(Quits([&] { machine.prompt->close(); }));
 
     QVERIFY(machine.StartedClient());
-    const QJsonObject config = QJsonDocument::fromJson(ReadFile(UpdateConfig(machine))).object();
+    const QJsonObject config =
+        QJsonDocument::fromJson(ReadFile(machine.UpdateConfigFile())).object();
     QCOMPARE(config.value(QStringLiteral("noRemindVersion")).toString(), QStringLiteral("2.1.3"));
     QVERIFY(machine.client.WaitForCalls(1));
 }
 
 void TestUpdateDialog::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClient()
 {
-    const Machine machine;
+    const PromptMachine machine;
     SpoilUpdateConfig(machine);
     machine.Shown();
     machine.Has<QCheckBox>("checkRemid")->setChecked(true);
@@ -1239,7 +1227,7 @@ void TestUpdateDialog::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClien
 
 void TestUpdateDialog::closingAnythingElseDoesNothingOfItsOwn()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.update = QStringLiteral("3");
     machine.Shown(QStringLiteral("3"));
     QApplication::setQuitOnLastWindowClosed(false);
@@ -1281,7 +1269,7 @@ void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst()
     QFETCH(QString, mode);
     QFETCH(int, key);
     QFETCH(QByteArray, pressed);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown(mode);
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     if (!focus.isEmpty())
@@ -1298,12 +1286,12 @@ void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst()
 
 void TestUpdateDialog::spacePressesWhatHasTheFocus()
 {
-    const auto pressSpaceOn = [](const Machine &machine, const char *name) {
+    const auto pressSpaceOn = [](const PromptMachine &machine, const char *name) {
         machine.Has<QWidget>(name)->setFocus();
         QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Space);
     };
     {
-        const Machine machine;
+        const PromptMachine machine;
         machine.Shown();
         const auto *box = machine.Has<QCheckBox>("checkRemid");
         pressSpaceOn(machine, "checkRemid");
@@ -1313,7 +1301,7 @@ void TestUpdateDialog::spacePressesWhatHasTheFocus()
         QVERIFY(Quits([&] { pressSpaceOn(machine, "laterBtn"); }));
         QVERIFY(machine.client.WaitForCalls(1));
     }
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     pressSpaceOn(machine, "immedBtn");
@@ -1341,7 +1329,7 @@ void TestUpdateDialog::tabVisitsTheControlsInReadingOrder()
 {
     QFETCH(QString, mode);
     QFETCH(QStringList, arguments);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = arguments;
     machine.Shown(mode);
     machine.Has<QWidget>("updateText")->setFocus();
@@ -1362,7 +1350,7 @@ void TestUpdateDialog::theFocusIsFramedForTheKeyboard_data()
 void TestUpdateDialog::theFocusIsFramedForTheKeyboard()
 {
     QFETCH(QByteArray, name);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *widget = machine.Has<QWidget>(name.constData());
     machine.Has<QWidget>(name == "updateText" ? "laterBtn" : "updateText")->setFocus();
@@ -1387,7 +1375,7 @@ void TestUpdateDialog::theFocusIsFramedForTheKeyboard()
 
 void TestUpdateDialog::theFocusIsNotFramedForTheMouse()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QImage before = Picture(*machine.prompt);
 
@@ -1401,7 +1389,7 @@ void TestUpdateDialog::theFocusIsNotFramedForTheMouse()
 
 void TestUpdateDialog::theKeyboardScrollsTheReleaseNotes()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.latestVersionInfo = QStringLiteral("line<br>").repeated(100);
     machine.Shown();
     auto *notes = machine.Has<QTextEdit>("updateText");
@@ -1430,7 +1418,7 @@ void TestUpdateDialog::tellsScreenReadersItsTexts_data()
 
 void TestUpdateDialog::tellsScreenReadersItsTexts()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     machine.Shown();
 
@@ -1457,7 +1445,7 @@ void TestUpdateDialog::logsNothing_data()
 void TestUpdateDialog::logsNothing()
 {
     for (const char *mode : {"1", "2"}) {
-        const Machine machine;
+        const PromptMachine machine;
         Global::instance.language = Language();
         machine.Shown(QLatin1String(mode));
         QVERIFY(!Picture(*machine.prompt).isNull());

@@ -1,4 +1,4 @@
-#include "tests/e2e/windowserver.h"
+#include "tests/support/windowserver.h"
 
 #include <QRegularExpression>
 #include <QStringList>

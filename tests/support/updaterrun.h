@@ -1,8 +1,7 @@
 #pragma once
 
+#include "tests/support/clientmachine.h"
 #include "tests/support/scriptedserver.h"
-#include "tests/support/standinfile.h"
-#include "tests/support/testhome.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -10,20 +9,16 @@
 #include <QStringList>
 
 /**
- * One installation of a client with the built updater in a direct sub-folder of its own, the
- * services it talks to, and the process under test. The client 1.0.0 is a stand-in that records how
- * it was started. GUI thread.
+ * A machine with client 1.0.0 and the built updater in its sub-folder, the services that the
+ * updater talks to, and the process under test. GUI thread.
  */
-class UpdaterRun
+class UpdaterRun : public ClientMachine
 {
 public:
     UpdaterRun();
     ~UpdaterRun();
 
-    TestHome home;
     ScriptedServer server;
-    QString imageName;
-    StandIn client;
     QProcess process;
 
     /// Configures updater and client completely; the check goes to the server over HTTPS.
@@ -66,7 +61,7 @@ public:
     /// Start() and WaitForEnd().
     int Run(const QStringList &arguments = {});
 
-    /// The log as "[LEVEL] (:0) message" lines; fails the program when a line has another form.
+    /// The log as the lines of loglines.h; fails the program when a line of it has another form.
     QStringList Log() const;
 
     /// Waits until the log has this line.
