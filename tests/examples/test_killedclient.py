@@ -9,13 +9,14 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 from pathlib import Path
 from typing import List, NamedTuple
 
+from waiting import wait_until
+
 CLIENT = ""
-TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+TIME_LIMIT = 60  # seconds
 CALLS = "openat,write,fdatasync,linkat,rename,close"
 CALL = re.compile(r"(\w+)\(")
 # In a trace, the file that is saved to: it has a number instead of a name until it is whole.
@@ -72,7 +73,7 @@ class KilledClient(unittest.TestCase):
     def moments(self) -> List[Moment]:
         """The calls of an undisturbed run that have to do with the file."""
         process = self.start_traced()
-        self.wait_until(self.has_saved)
+        wait_until(self.has_saved, "a saved session")
         self.end(process)
         found, counts = [], {}
         for line in self.trace.read_text().splitlines():
@@ -88,13 +89,6 @@ class KilledClient(unittest.TestCase):
         lock = self.data / "running.lock"
         return lock.read_text().split("\n")[0] if lock.exists() else ""
 
-    def wait_until(self, condition) -> None:
-        """Fails when the condition does not come true."""
-        deadline = time.monotonic() + TIME_LIMIT
-        while not condition():
-            self.assertLess(time.monotonic(), deadline)
-            time.sleep(0.02)
-
     def test_it_goes_on_with_the_old_session_or_the_new_one(self) -> None:
         moments = self.moments()
         self.assertLessEqual({"openat", "write", "fdatasync", "rename"}, {moment.call for moment in moments})
@@ -104,16 +98,16 @@ class KilledClient(unittest.TestCase):
                 self.session.write_text(json.dumps(OLD))
                 killed = self.start_traced("-e", f"inject={moment.call}:signal=KILL:when={moment.number}")
                 # Calls before it are not always as many: the client may go on.
-                self.wait_until(lambda: killed.poll() is not None or self.has_saved())
+                wait_until(lambda: killed.poll() is not None or self.has_saved(), "the end or a saved session")
                 self.end(killed)
                 self.assertIn(self.saved(), (OLD, NEW))
                 unfinished += len(list(self.data.glob("session.json.*")))
 
                 first = self.start([])
-                self.wait_until(lambda: self.lock_holder() == str(first.pid))
+                wait_until(lambda: self.lock_holder() == str(first.pid), "the lock of the first copy")
                 second = self.start(["--url=host/next"])
                 self.assertEqual(second.wait(TIME_LIMIT), 0)
-                self.wait_until(lambda: self.saved() == {**OLD, "meeting": "host/next"})
+                wait_until(lambda: self.saved() == {**OLD, "meeting": "host/next"}, "the meeting of the second copy")
                 self.assertIsNone(first.poll())
                 self.end(first)
                 self.assertEqual(list(self.data.glob("session.json.*")), [])

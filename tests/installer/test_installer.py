@@ -12,11 +12,12 @@ import shutil
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 import urllib.request
 import zipfile
 from pathlib import Path
+
+from waiting import wait_until
 
 UPDATER = Path()
 STANDIN = Path()
@@ -52,15 +53,6 @@ SETTINGS = rf"""Windows Registry Editor Version 5.00
 
 [HKEY_CURRENT_USER\Software\Microsoft\Windows\CurrentVersion\Uninstall]
 """
-
-
-def wait_until(condition, what: str) -> None:
-    """Returns once the condition holds; fails with what was awaited when that takes too long."""
-    deadline = time.monotonic() + PATIENCE_SECONDS
-    while not condition():
-        if time.monotonic() > deadline:
-            raise TimeoutError(f"never came: {what}")
-        time.sleep(0.05)
 
 
 def write(path: Path, content: str) -> None:
@@ -246,7 +238,7 @@ class Installer(unittest.TestCase):
 
     def wait_for_start(self, number: int) -> list:
         """The arguments of the client's start with that number."""
-        wait_until(lambda: len(self.client_starts()) >= number, f"start {number} of the client")
+        wait_until(lambda: len(self.client_starts()) >= number, f"start {number} of the client", PATIENCE_SECONDS)
         self.assertEqual(len(self.client_starts()), number)
         return self.client_starts()[-1]
 
@@ -269,7 +261,7 @@ class Installer(unittest.TestCase):
         self.assertIn(r'\\Uninstall.exe\" /S"', command)
         self.assertEqual(self.run_wine(self.windows_path(self.client / "Uninstall.exe"), "/S"), 0)
         # It goes on as a copy of itself, and removes its own entry last.
-        wait_until(lambda: UNINSTALL not in self.registry(), "the end of the uninstaller")
+        wait_until(lambda: UNINSTALL not in self.registry(), "the end of the uninstaller", PATIENCE_SECONDS)
 
     def test_nothing_is_left_of_a_client_that_was_installed_updated_and_removed(self) -> None:
         # What others have where the client and the updater keep their files.

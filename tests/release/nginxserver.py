@@ -1,35 +1,16 @@
 """A real nginx, started by scripts/serve on a port of its own, and bare requests to it."""
 
-import contextlib
 import http.client
 import json
-import random
 import signal
 import socket
 import ssl
 import subprocess
-import time
 from pathlib import Path
 
+from waiting import free_port, wait_until
+
 PATIENCE_SECONDS = 60
-
-
-def wait_until(condition, what: str) -> None:
-    """Returns once the condition holds; fails with what was awaited when that takes too long."""
-    deadline = time.monotonic() + PATIENCE_SECONDS
-    while not condition():
-        if time.monotonic() > deadline:
-            raise TimeoutError(f"never came: {what}")
-        time.sleep(0.02)
-
-
-def free_port() -> int:
-    """A port of the loopback that nobody has, below those that the system gives to connections."""
-    while True:
-        port = random.randrange(20_000, 30_000)
-        with socket.socket() as probe, contextlib.suppress(OSError):
-            probe.bind(("127.0.0.1", port))
-            return port
 
 
 class Answer:

@@ -15,9 +15,10 @@ import urllib.parse
 import urllib.request
 from pathlib import Path
 
-from nginxserver import CHECK_HEADERS, NginxServer, check_body, free_port, wait_until
+from nginxserver import CHECK_HEADERS, NginxServer, check_body
 from releasetree import ReleaseTree, package_id
 from shippedfiles import behind_load_balancer, changed, shipped
+from waiting import free_port, wait_until
 
 SERVE = ""
 PUBLISH = ""

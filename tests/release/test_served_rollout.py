@@ -19,6 +19,7 @@ import nginxserver
 from nginxserver import CHECK_HEADERS, NginxServer, check_body, decision
 from releasetree import ReleaseTree, package_id
 from shippedfiles import behind_load_balancer, changed, shipped
+from waiting import wait_until
 
 SERVE = ""
 PUBLISH = ""
@@ -596,7 +597,7 @@ class Changes(Served):
                 "--plan", f"{LEAST}% 1d, 100%")
         log = self.room / "work" / "updates.log"
         # nginx keeps its lines back for up to a second.
-        nginxserver.wait_until(lambda: '"answer":"3.0.0"' in log.read_text(), "a logged offer")
+        wait_until(lambda: '"answer":"3.0.0"' in log.read_text(), "a logged offer")
         self.do(former, "rollout", "3.0.0", "--network", "none")
         self.let_a_day_pass()
         self.do("3.0.0", "advance", "", "--log", str(log))

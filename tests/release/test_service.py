@@ -14,6 +14,7 @@ import nginxserver
 from nginxserver import NginxServer, check_body, decision
 from releasetree import ReleaseTree, package_id
 from shippedfiles import changed, shipped
+from waiting import free_port
 
 SERVE = ""
 PUBLISH = ""
@@ -329,7 +330,7 @@ class Health(FreshServer):
         self.assertEqual(self.health("/anything/health"), 404)
 
     def test_it_tells_whether_checks_can_be_decided(self) -> None:
-        nobody = f"http://127.0.0.1:{nginxserver.free_port()}"
+        nobody = f"http://127.0.0.1:{free_port()}"
         lost = changed(shipped("inner.conf"), "http://updates_decision", nobody)
         server = self.start(inner=lost)
         self.assertEqual(server.request("GET", "/health").status, 503)
@@ -366,7 +367,7 @@ class Serve(FreshServer):
         server = self.start()
         line = self.refusal(self.tree.folder, "--port", str(server.port), "--work", self.room / "other")
         self.assertIn("is taken", line)
-        other_port = str(nginxserver.free_port())
+        other_port = str(free_port())
         line = self.refusal(self.tree.folder, "--port", other_port, "--work", server.work)
         self.assertIn("serves from", line)
         self.assertEqual(server.check("1.0.0"), "2.1.3")
@@ -388,7 +389,7 @@ class Serve(FreshServer):
         self.assertEqual(*certificates)
 
     def test_packages_can_be_had_without_trusting_the_certificate(self) -> None:
-        plain_port = nginxserver.free_port()
+        plain_port = free_port()
         server = self.start("--plain-port", str(plain_port))
         address = f"http://localhost:{plain_port}/packages/"
         self.assertIn(f'"updatePackageUrl": "{address}"', server.output.read_text())

@@ -10,8 +10,9 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from nginxserver import NginxServer, wait_until
+from nginxserver import NginxServer
 from releasetree import ReleaseTree, package_id
+from waiting import wait_until
 
 SERVE = ""
 UPDATER = ""
