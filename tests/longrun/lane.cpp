@@ -21,16 +21,16 @@ namespace
 
 constexpr qint64 kLogLimit = 30LL * 1024 * 1024;
 
-/// More than any line of these runs has.
+/// Longer than any line of these runs.
 constexpr qint64 kLongestLogLine = 2048;
 
-/// What a nearly full log has left at the most: a run or two fill it.
+/// The most room that a nearly full log has left; one or two runs fill it.
 constexpr qint64 kLogRoom = 1000;
 
-/// One run in so many meets a log that is nearly full.
+/// Every third run starts with a log that is nearly full.
 constexpr int kFullLogEvery = 3;
 
-/// What the leak sanitizer ends a process with.
+/// The exit code of the leak sanitizer.
 constexpr int kLeaked = 23;
 
 constexpr int kProcessesEndMs = 15000;
@@ -45,7 +45,7 @@ QString InstallerName()
     return QStringLiteral("Setup.exe");
 }
 
-/// Where a stand-in notes its starts.
+/// The file in which a stand-in records its starts.
 QString CallsOf(const QString &program)
 {
     return program + QStringLiteral(".calls");
@@ -61,7 +61,7 @@ QList<QByteArray> NotedStarts(const QString &program)
     return lines;
 }
 
-/// The line for a start with these.
+/// The line for a start with these arguments.
 QByteArray Noted(const QStringList &arguments)
 {
     QByteArray line;
@@ -109,7 +109,8 @@ Lane::Lane(int number)
     m_ownChildren = Remains::Children();
 }
 
-/// Folders that the system's libraries would otherwise make where remains are looked for.
+/// Gives the system's libraries folders of their own, because they would create them in the home
+/// folder, which is searched for remains.
 void Lane::MakeFolders()
 {
     const QString runtime = m_run.Scratch() + QStringLiteral("/runtime");
@@ -130,7 +131,7 @@ void Lane::LearnBaseline()
         qFatal("the bare program failed: %s", qPrintable(bare.errorString()));
     m_baseline = QString::fromUtf8(ReadFile(m_reportPath)).split(QLatin1Char('\n'));
     if (!m_baseline.contains(QStringLiteral("end")))
-        qFatal("the bare program left no report of its end");
+        qFatal("the bare program left no end report");
     QFile::remove(m_reportPath);
 }
 
@@ -211,7 +212,7 @@ void Lane::RunUpdate(const Update &update)
         m_downloaded.append(CallsOf(package));
         JudgeInstallerStart(update.passedOn);
         JudgeFiles();
-        // What an installer would have done.
+        // An installer would have done this.
         WriteFile(m_run.Installed(QStringLiteral("config.json")),
                   FilesOf(m_release).value(QStringLiteral("config.json")));
         return;
@@ -250,7 +251,7 @@ bool Lane::RunUpdater(const QStringList &arguments)
     const qint64 logSize = QFileInfo(LogPath()).size();
     m_run.process.setProcessEnvironment(WatchedEnvironment());
     {
-        // A log above this, be it for a moment, would have a line cut.
+        // Cuts a line if the log grows beyond its limit even for a moment.
         const FullDisk ceiling(kLogLimit + kLongestLogLine);
         m_run.Start(arguments);
     }
@@ -262,7 +263,8 @@ bool Lane::RunUpdater(const QStringList &arguments)
     return ended;
 }
 
-/// By another size each time, so that each line of a run comes to be the one too many.
+/// Leaves a different amount of room each time, so that over many runs every line is once the first
+/// that does not fit.
 void Lane::NearlyFillLog()
 {
     QDir().mkpath(QFileInfo(LogPath()).path());
@@ -295,7 +297,8 @@ void Lane::JudgeEndReport()
     const bool written = QFile::exists(m_reportPath);
     const QString report = written ? QString::fromUtf8(ReadFile(m_reportPath)) : QString();
     QFile::remove(m_reportPath);
-    if (!Expect(report.endsWith(QLatin1String("end\n")), QStringLiteral("no report of its end")))
+    if (!Expect(report.endsWith(QLatin1String("end\n")),
+                QStringLiteral("the process left no end report")))
         return;
     Count(Figure::EndReports);
 
@@ -313,14 +316,14 @@ void Lane::JudgeEndReport()
             continue;
         }
         Count(figures.value(kind, Figure::Objects));
-        Expect(false, QStringLiteral("left at its end: ") + line);
+        Expect(false, QStringLiteral("left at the end: ") + line);
     }
 }
 
 void Lane::JudgeProcesses()
 {
     QStringList left;
-    // What is started detached may still be about to note its start.
+    // A detached program may not have recorded its start yet.
     (void)QTest::qWaitFor(
         [&] {
             left = Remains::Without(Remains::Children(), m_ownChildren);
@@ -392,7 +395,7 @@ void Lane::JudgeInstallerStart(const QStringList &arguments)
                 QStringLiteral("the installer was started %1 times").arg(starts.size())))
         return;
     Expect(NotedStarts(m_run.client.Path()).size() == m_clientStarts,
-           QStringLiteral("the client was started beside the installer"));
+           QStringLiteral("the client was started in addition to the installer"));
     if (Expect(starts.first() == Noted(arguments),
                QStringLiteral("the installer was started with other arguments: ") +
                    QString::fromUtf8(QByteArray::fromHex(starts.first()))))
@@ -439,7 +442,7 @@ void Lane::JudgeFiles()
     const QMap<QString, QStringList> folders{
         {m_run.ClientFolder(), client},
         {m_run.Home(), home},
-        // What the tests' choice of a free guard put there.
+        // From the search for a free guard.
         {QFile::decodeName(qgetenv("TMPDIR")), {QStringLiteral("taken")}}};
     for (auto folder = folders.begin(); folder != folders.end(); ++folder) {
         const QStringList there = Remains::Listing(folder.key());
