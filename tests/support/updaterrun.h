@@ -21,41 +21,42 @@ public:
     ScriptedServer server;
     QProcess process;
 
-    /// Configures updater and client completely; the check goes to the server over HTTPS.
+    /// Writes all configuration files; the check goes to the server over HTTPS.
     void Configure();
 
-    /// updateconfig.json with @p changes made to what Configure() writes.
+    /// The same with @p changes to updateconfig.json.
     void Configure(const QJsonObject &changes);
 
-    /// The client's language choice.
+    /// Writes the client's language file.
     void SetLanguage(const QByteArray &language);
 
-    /// The service's answer to the check that carries @p biz as its "biz" object.
+    /// The body of an answer to the check with @p biz as its "biz" object.
     static QByteArray CheckAnswer(const QJsonObject &biz);
 
-    /// The "biz" object that offers @p package as @p name and version 2.1.3, with @p changes to it.
+    /// The "biz" object that offers @p package as @p name, version 2.1.3, with @p changes.
     static QJsonObject Offer(const QByteArray &package, const QString &name,
                              const QJsonObject &changes = {});
 
-    /// What the service answers to the check: @p biz as its "biz" object.
+    /// Makes the service answer the check with @p biz as its "biz" object.
     void AnswerCheck(const QJsonObject &biz);
 
-    /// As many header lines for a step of the server, %1 in @p name replaced by their number.
+    /// @p count headers for a step of the server; %1 in @p name is replaced by their number.
     static QJsonArray ManyHeaders(const QString &name, int count);
 
-    /// Publishes @p package as @p name, and answers the check with it and @p changes to its "biz".
+    /// Serves @p package as @p name and offers it, with @p changes to the "biz" object.
     void Publish(const QByteArray &package, const QString &name, const QJsonObject &changes = {});
 
-    /// Full path of the package of that name once it is downloaded.
+    /// The full path of the package once it is downloaded.
     QString PackagePath(const QString &name) const;
 
-    /// Full path of the program under test.
+    /// The full path of the program under test.
     QString ProgramPath() const;
 
-    /// Starts the updater from a foreign working directory.
+    /// Starts the updater in another working folder than its own.
     void Start(const QStringList &arguments = {});
 
-    /// Waits for the end and returns the exit code; fails the program when there is none in time.
+    /// Waits for the end and returns the exit code; fails the program if the updater crashes or
+    /// does not end in time.
     int WaitForEnd(int timeoutMs = 60000);
 
     /// Start() and WaitForEnd().
@@ -64,9 +65,9 @@ public:
     /// The log as the lines of loglines.h; fails the program when a line of it has another form.
     QStringList Log() const;
 
-    /// Waits until the log has this line.
+    /// Waits until the log contains the line; false when it does not in time.
     bool WaitForLog(const QString &line, int timeoutMs = 30000) const;
 
-    /// The log line that the configuration leaves.
+    /// The log line of the configuration that Configure() writes.
     QString ConfigurationLine() const;
 };

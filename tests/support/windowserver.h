@@ -6,9 +6,9 @@
 #include <QString>
 
 /**
- * A window server, and a user in front of it who presses buttons and keys. On Unix the server is
- * the test's own; on Windows it is the session's. Sets the environment so that programs started
- * from here on show their windows there. GUI thread.
+ * A window server and its user, who presses buttons and keys. On Unix the test starts a server of
+ * its own; on Windows it uses the session's. Programs started from here on show their windows
+ * there. GUI thread.
  */
 class WindowServer
 {
@@ -17,21 +17,21 @@ public:
     ~WindowServer();
 
     /**
-     * Waits for the one visible window titled @p title that is not @p former and returns its
-     * number; fails the program when none comes up.
+     * Waits for a visible window titled @p title other than @p former and returns its number; fails
+     * the program when there is none in time.
      */
     QString WaitForWindow(const QString &title, const QString &former = QString()) const;
 
     /// True while a window titled @p title is visible.
     bool HasWindow(const QString &title) const;
 
-    /// The window's size in pixels, without its frame.
+    /// The size of the window in pixels, without its frame.
     QSize Size(const QString &window) const;
 
-    /// A click of the left button at @p position in the window.
+    /// Clicks with the left mouse button at @p position in the window.
     void Click(const QString &window, const QPoint &position) const;
 
-    /// Gives the window the focus and presses the key of that name: "Escape" or "Return".
+    /// Focuses the window and presses a key: "Escape" or "Return".
     void Press(const QString &window, const QString &key) const;
 
 private:
