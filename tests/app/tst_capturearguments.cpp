@@ -13,7 +13,7 @@
 namespace
 {
 
-/// Captures @p arguments as they come from the system, behind the program's name.
+/// Captures @p arguments after the program's name, as main() gets them.
 void Capture(std::initializer_list<QByteArray> arguments)
 {
     std::vector<QByteArray> texts{"AutoUpdate"};
