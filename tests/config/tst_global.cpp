@@ -12,7 +12,7 @@
 #include <type_traits>
 #include <vector>
 
-// There is one object and no way to make another.
+// There is one object, and no second one can be created.
 static_assert(!std::is_default_constructible<Global>::value, "a second object");
 static_assert(!std::is_copy_constructible<Global>::value, "a second object");
 static_assert(std::is_same<decltype(Global::packageSize), qint64>::value, "64 bits");
@@ -40,7 +40,7 @@ private slots:
     void askingForPathsMakesNothing();
 };
 
-// First of all: nothing may have touched the object before.
+// Must come first, because later functions change the object.
 void TestGlobal::everythingIsEmptyAtConstruction()
 {
     const Global &global = Global::instance;

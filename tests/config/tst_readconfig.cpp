@@ -16,7 +16,7 @@ namespace
 
 const char *const clientConfig = R"({"client": {"version": "1.0.0"}})";
 
-/// An updateconfig.json that names the client's configuration of @p home.
+/// An updateconfig.json that leads to the client's configuration in @p home.
 QJsonObject SoundConfig(const TestHome &home)
 {
     return {{QStringLiteral("appName"), QStringLiteral("Client.exe")},
@@ -43,7 +43,7 @@ QString LanguagePath(const TestHome &home)
     return home.ClientDataFolder() + QStringLiteral("/language.txt");
 }
 
-/// Both configurations sound, the language English.
+/// Writes valid configurations, with English as the language.
 void WriteSoundFiles(const TestHome &home)
 {
     WriteConfig(home, SoundConfig(home));
@@ -51,7 +51,7 @@ void WriteSoundFiles(const TestHome &home)
     WriteFile(LanguagePath(home), "en");
 }
 
-/// Fills what ReadConfig() writes with values that no file holds.
+/// Gives the fields that ReadConfig() writes values that are in no file.
 void FillFields()
 {
     Global &global = Global::instance;
@@ -84,7 +84,8 @@ void VerifyUpdateConfigStored(const TestHome &home)
     QCOMPARE(global.noRemind, 1);
 }
 
-/// What a run that stops before the client's version and the language leaves alone.
+/// Checks the fields that stay when ReadConfig() fails before it reads the client's version and the
+/// language.
 void VerifyRestUntouched()
 {
     QCOMPARE(Global::instance.currentVersion, QStringLiteral("before"));
@@ -92,7 +93,7 @@ void VerifyRestUntouched()
     QCOMPARE(Global::instance.language, QStringLiteral("before"));
 }
 
-/// Texts that are no JSON, with the code that the parser gives for them.
+/// Texts that are not JSON, with the error code of the parser.
 void AddBrokenJson()
 {
     QTest::addColumn<QByteArray>("content");
@@ -111,7 +112,7 @@ void AddBrokenJson()
     QTest::newRow("more behind the object") << QByteArray("{\"appName\": \"x\"}\"}") << 14;
 }
 
-/// Sets the locale that QLocale() gives, for as long as it lives.
+/// Sets the locale that QLocale() returns while it lives.
 class SystemLocale
 {
 public:
@@ -224,7 +225,7 @@ void TestReadConfig::keysMissingOrOfAnotherTypeAreEmpty()
     WriteConfig(home, config);
     FillFields();
 
-    // Without either of these two the client's configuration is not found.
+    // Without these two the client's configuration is not found.
     const bool findsClient =
         key != QLatin1String("appPath") && key != QLatin1String("appConfigFile");
     QCOMPARE(Global::instance.ReadConfig(), findsClient ? 0 : -1);
@@ -542,7 +543,7 @@ void TestReadConfig::languageIsTheTrimmedFile()
     const TestHome home;
     WriteSoundFiles(home);
     WriteFile(LanguagePath(home), content);
-    // It must not be asked when the file answers.
+    // It must not matter when there is a file.
     const SystemLocale locale(QLocale(QLocale::French, QLocale::France));
     FillFields();
 
@@ -620,7 +621,7 @@ void TestReadConfig::filesAreClosedAndUnchanged()
     QCOMPARE(Global::instance.ReadConfig(), 0);
     QCOMPARE(ReadFile(updateConfig), before);
     QCOMPARE(ReadFile(ClientConfigPath(home)), QByteArray(clientConfig));
-    // A file that is still open cannot be removed on every system.
+    // Windows does not remove an open file.
     QVERIFY(QFile::remove(updateConfig));
     QVERIFY(QFile::remove(ClientConfigPath(home)));
     QVERIFY(QFile::remove(LanguagePath(home)));

@@ -26,7 +26,7 @@ QByteArray UpdateConfig(const TestHome &home)
     return ReadFile(UpdateConfigPath(home));
 }
 
-/// The texts of all fields, to see that none changed.
+/// The texts of all fields, to compare later.
 QStringList Fields()
 {
     const Global &global = Global::instance;
@@ -37,7 +37,7 @@ QStringList Fields()
             global.language};
 }
 
-/// The version offered is 2.1.3, the one installed 1.0.0.
+/// Offers version 2.1.3 to the installed 1.0.0.
 void FillFields(const TestHome &home)
 {
     Global &global = Global::instance;
@@ -224,7 +224,7 @@ void TestWriteBack::keyBehindAByteOrderMarkIsAnotherKey()
 
     QCOMPARE(Global::instance.WriteConfigToFile(remid), 0);
 
-    // Qt writes the other key without its mark.
+    // Qt drops the byte order mark of the other key.
     QCOMPARE(UpdateConfig(home), QByteArray("{\n"
                                             "    \"noRemind\": 1,\n"
                                             "    \"noRemindVersion\": \"2.1.3\",\n"
@@ -271,7 +271,7 @@ void TestWriteBack::endOfALongerTextStaysBehind()
     QCOMPARE(UpdateConfig(home), text + generous.mid(text.size()));
     QVERIFY(UpdateConfig(home).endsWith("}\n"));
 
-    // So the next start does not get past its configuration.
+    // So the next start ends with its configuration.
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
     QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigDamaged(14)));
@@ -339,7 +339,7 @@ void TestWriteBack::writingTwiceGivesTheSameFile()
     const QByteArray once = UpdateConfig(home);
     QCOMPARE(Global::instance.WriteConfigToFile(remid), 0);
     QCOMPARE(UpdateConfig(home), once);
-    // A file that is still open cannot be removed on every system.
+    // Windows does not remove an open file.
     QVERIFY(QFile::remove(UpdateConfigPath(home)));
 }
 
@@ -376,7 +376,7 @@ void TestWriteBack::fileThatCannotBeOpenedFails()
 #ifdef Q_OS_UNIX
 void TestWriteBack::fileThatCannotBeMadeFails_posix()
 {
-    // A link into nowhere: the file is not there and cannot be made either.
+    // A dangling link: the file does not exist and cannot be created either.
     const TestHome home;
     FillFields(home);
     QVERIFY(QFile::link(home.Scratch() + QStringLiteral("/missing/file"), UpdateConfigPath(home)));
