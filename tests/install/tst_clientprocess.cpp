@@ -35,10 +35,10 @@ public:
         return CommandsFolder() + QLatin1Char('/') + name;
     }
 
-    /// Every start of the client, once the @p expected ones are there and no other is under way.
+    /// All starts of the client, once there are @p expected and no other can follow.
     Calls ClientCalls(int expected) const
     {
-        // One more start of the test's own: what was started before it has come by when it ends.
+        // When one more start has ended, all earlier ones have been recorded.
         client.WaitForCalls(expected);
         QProcess::execute(client.Path(), {QStringLiteral("last")});
         Calls calls = client.Calls();
@@ -53,7 +53,7 @@ private:
 
 struct Outcome {
     int result;
-    bool quit;    ///< the operation asked the application to quit
+    bool quit;    ///< whether the operation quit the application
     int exitCode; ///< with this code, if so
 };
 
@@ -89,7 +89,7 @@ QStringList List(std::initializer_list<const char *> items)
     return list;
 }
 
-/// What tasklist says of a process with this image name.
+/// The output of tasklist for a process with this image name.
 QByteArray TasklistRow(const QString &name)
 {
     return QStringLiteral("\"Image Name\",\"PID\",\"Session Name\",\"Session#\",\"Mem Usage\"\r\n"
@@ -101,7 +101,7 @@ QByteArray TasklistRow(const QString &name)
 const QByteArray noTasks = "INFO: No tasks are running which match the specified criteria.\r\n";
 
 #ifdef Q_OS_UNIX
-/// A command of the test's own, as a shell script.
+/// Writes a command as a shell script.
 void WriteCommand(const QString &path, const QByteArray &lines)
 {
     WriteFile(path, "#!/bin/sh\n" + lines);
@@ -205,7 +205,7 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted_data()
     row("before a zero byte", QByteArray("Client.exe\0x", 12), true);
     row("behind much else", QByteArray(100000, 'x') + "\r\nClient.exe", true);
     row("several of them", TasklistRow(name) + TasklistRow(name), true);
-    // The text is what the system's own code page makes of the bytes.
+    // The bytes are read in the system's code page.
     const QString chinese = QStringLiteral("客户端.exe");
     const QTextCodec *codec = QTextCodec::codecForLocale();
     if (codec->toUnicode(codec->fromUnicode(chinese)) == chinese)
@@ -238,9 +238,9 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn_data()
     QTest::addColumn<bool>("running");
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("result");
-    QTest::addColumn<int>("looks"); // runs of tasklist
+    QTest::addColumn<int>("looks"); // how often tasklist runs
     QTest::addColumn<Calls>("clientCalls");
-    QTest::addColumn<bool>("launched"); // by the launch that quits
+    QTest::addColumn<bool>("launched"); // and the application quit
     const auto row = [](const char *name, bool running,
                         const QStringList &arguments) -> QTestData & {
         return QTest::newRow(name) << running << arguments;
@@ -302,7 +302,7 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn()
     QCOMPARE(outcome.quit, launched);
     QTEST(tasklist.Calls().size(), "looks");
     QCOMPARE(machine.ClientCalls(clientCalls.size()), clientCalls);
-    // Only the launch edits the list.
+    // Only the launch changes the list.
     QCOMPARE(Global::instance.cmdLineArgs, launched ? clientCalls.first() : arguments);
     QStringList log;
     if (running)
@@ -627,7 +627,7 @@ void TestClientProcess::realRunningClientIsStopped()
     StopRunningClient(machine.ClientName());
     QVERIFY(!machine.client.IsRunning());
 
-    // Nothing is left to stop.
+    // Nothing is left to be stopped.
     StopRunningClient(machine.ClientName());
     QCOMPARE(machine.Messages(), QStringList());
 }
@@ -661,7 +661,7 @@ void TestClientProcess::meetingLinksAreRecognised()
     QTEST(ClientUrlArgument(argument), "passedOn");
 }
 
-/// Free bytes of a volume change at any moment: compares until they did not while being asked for.
+/// Repeats the comparison while the number of free bytes changes.
 static bool FreeBytesMatch(const QString &path, const QString &volume)
 {
     const auto freeBytes = [&volume] {

@@ -22,7 +22,7 @@ QStringList Entries(const QString &folder)
                                   QDir::NoDotAndDotDot);
 }
 
-/// A folder to be emptied, and another one that must stay as it is.
+/// A folder to be emptied, and another one that must not change.
 class Folders
 {
 public:
@@ -37,7 +37,7 @@ public:
     QString Outside() const { return m_root.filePath(QStringLiteral("Outside")); }
     QString KeptFile() const { return Outside() + QStringLiteral("/sub/kept.txt"); }
 
-    /// A path inside the folder; the folders on the way are created.
+    /// A path inside the folder, whose parent folders are created.
     QString Inside(const QString &name) const
     {
         QString path = Folder() + QLatin1Char('/') + name;
@@ -149,7 +149,7 @@ void TestFolderRemoval::ordinaryEntriesLeadNowhereElse()
 
     QVERIFY(!Platform::LeadsElsewhere(folders.Folder()));
     QVERIFY(!Platform::LeadsElsewhere(folders.KeptFile()));
-    // In doubt it does.
+    // In doubt it is a link.
     QVERIFY(Platform::LeadsElsewhere(folders.Inside(QStringLiteral("missing"))));
 }
 
@@ -251,7 +251,7 @@ void TestFolderRemoval::windowsDoesNotFollowTheHostsLinks_data()
         << QStringLiteral("sub/deeper/link") << QStringLiteral("../../../Outside");
 }
 
-/// Wine shows the host's links as reparse points. It cannot remove them.
+/// Wine shows links of the host as reparse points and cannot remove them.
 void TestFolderRemoval::windowsDoesNotFollowTheHostsLinks()
 {
     QFETCH(QString, name);

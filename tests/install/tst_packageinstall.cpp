@@ -27,7 +27,7 @@
 namespace
 {
 
-/// The machine of a test with a client 1.0.0 and 2.1.3 offered, its package not made yet.
+/// A machine with client 1.0.0, to which 2.1.3 is offered. There is no package yet.
 class OfferMachine : public TestHome
 {
 public:
@@ -50,7 +50,7 @@ public:
 
     QStringList Messages() const { return m_log.Messages(); }
 
-    /// The messages without what the framework's zip reader and files have to say of themselves.
+    /// The messages without the warnings of Qt itself.
     QStringList OwnMessages() const
     {
         QStringList own;
@@ -61,7 +61,7 @@ public:
         return own;
     }
 
-    /// The files beside the package and below, each with its size.
+    /// All other files in the folder of the package, with their sizes.
     QStringList Unpacked() const
     {
         QStringList files;
@@ -77,7 +77,7 @@ public:
         return files;
     }
 
-    /// Everything there is on this machine: files with their sizes and folders.
+    /// All files of this machine with their sizes, and all folders.
     QStringList Everything() const
     {
         QStringList paths;
@@ -113,7 +113,7 @@ QStringList SuccessMessages(const OfferMachine &machine, const QString &package)
             LogLine::ClientCopied(machine.ProgramFolder()), LogLine::VersionRecorded()};
 }
 
-/// Verifies that nothing of what follows the extraction was done.
+/// Verifies that the installation ended with the extraction.
 void VerifyNothingInstalled(const OfferMachine &machine, const StandIn &xcopy)
 {
     QVERIFY(!QFile::exists(machine.NotesFile()));
@@ -122,7 +122,7 @@ void VerifyNothingInstalled(const OfferMachine &machine, const StandIn &xcopy)
     QCOMPARE(ReadFile(machine.UpdateConfigFile()), QByteArray(R"({"currentVersion": "1.0.0"})"));
 }
 
-/// The size that an archive declares for the entry at @p index.
+/// The size in the header of the entry at @p index.
 qint64 DeclaredSize(QByteArray archive, int index)
 {
     QBuffer buffer(&archive);
@@ -130,7 +130,7 @@ qint64 DeclaredSize(QByteArray archive, int index)
     return qint64(ReadZipDirectory(buffer).value(index).size);
 }
 
-/// Makes a package of one stored file, pkg/noise, and returns what is in it.
+/// Makes a package of one stored file, pkg/noise, and returns its data.
 QByteArray PackNoise(const OfferMachine &machine)
 {
     const QByteArray noise = SomeNoise(500000);
@@ -142,7 +142,7 @@ QByteArray PackNoise(const OfferMachine &machine)
 }
 
 #ifdef Q_OS_LINUX
-/// An archive whose list of entries has at least @p size bytes.
+/// An archive whose central directory has at least @p size bytes.
 QByteArray ZipWithListOf(int size)
 {
     const QByteArray name(60000, 'n');
@@ -157,7 +157,7 @@ QByteArray ZipWithListOf(int size)
 }
 #endif
 
-/// While it lives, the second write to a file fails, and no other.
+/// While it lives, the second write to a file fails, but no other.
 class OneFailedWrite : public QAbstractFileEngineHandler
 {
 public:
@@ -188,7 +188,7 @@ private:
 
 using Fill = std::function<void(ZipMaker &)>;
 
-/// A row with the column "archive".
+/// Adds a row with the column "archive".
 void AddArchive(const char *name, const Fill &fill)
 {
     ZipMaker zip;
@@ -300,7 +300,7 @@ void TestPackageInstall::packageReplacesTheClient()
     QCOMPARE(ReadFile(machine.UpdateConfigFile()),
              QByteArray("{\n    \"currentVersion\": \"2.1.3\"\n}\n"));
 
-    // Package and extracted folder stay.
+    // The package and the extracted folder stay.
     QCOMPARE(ReadFile(machine.Package()), zip.Bytes());
     QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/app.txt"))), QByteArray("new"));
     QCOMPARE(Global::instance.packageDir,
@@ -324,7 +324,7 @@ void TestPackageInstall::restOfTheClientStays()
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("lib/plugin.txt"))), QByteArray("mine too"));
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("lib/new.txt"))), QByteArray("new"));
     QVERIFY(QFile::exists(machine.UpdateConfigFile()));
-    // The package's own folder name does not turn up in the client's folder.
+    // The top folder of the package is not created in the client's folder.
     QVERIFY(!QFile::exists(machine.Installed(QStringLiteral("pkg"))));
 }
 
@@ -411,7 +411,7 @@ void TestPackageInstall::failedWritesAreNotNoticed_posix_data()
 {
     QTest::addColumn<int>("room");
     QTest::newRow("full") << 0;
-    // In the middle of what is written at once.
+    // In the middle of a single write.
     QTest::newRow("full after 100,000 bytes of each file") << 100000;
 }
 
@@ -450,7 +450,7 @@ void TestPackageInstall::nothingFollowsAFailedWrite()
     const QByteArray noise = PackNoise(machine);
     const QString target = machine.Downloaded(QStringLiteral("pkg/noise"));
     {
-        // There is space again at once: another program has freed some.
+        // Space is available again at once, as if another program had freed some.
         const OneFailedWrite disk(target);
         QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     }
@@ -509,7 +509,7 @@ void TestPackageInstall::earlierEntriesStayWhenOneFails()
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("missing/second.txt")))));
     QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/first.txt"))), QByteArray("first"));
     QVERIFY(!QFile::exists(machine.Downloaded(QStringLiteral("pkg/third.txt"))));
-    // The archive is closed again: it could be removed on every system.
+    // The archive was closed: Windows does not remove an open file.
     QVERIFY(QFile::remove(machine.Package()));
     VerifyNothingInstalled(machine, xcopy);
 }
@@ -522,7 +522,7 @@ void TestPackageInstall::fileInThePlaceOfAFolderFails()
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
 
-    // That the folder cannot be made goes unnoticed; its first file has nowhere to go.
+    // The failure to create the folder is ignored, but its first file cannot be created.
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(),
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
@@ -556,7 +556,7 @@ void TestPackageInstall::damagedEntryFails()
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.OwnMessages(),
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
-    // Some of it may have come out, for the damage shows at the end only.
+    // Part of it may have been extracted, because the damage shows at the end only.
     QVERIFY(!QFile::exists(machine.Downloaded(QStringLiteral("pkg/after.txt"))));
     QVERIFY(QFileInfo(machine.Downloaded(QStringLiteral("pkg/app.txt"))).size() <=
             DeclaredSize(archive, 1));
@@ -590,7 +590,7 @@ void TestPackageInstall::entryThatTheReaderRefusesFails_data()
     };
     row("zip64 needed", ZipMaker::VersionNeeded, 45, "pkg/app.txt");
     row("latest version needed", ZipMaker::VersionNeeded, 63, "pkg/app.txt");
-    // Of an entry made by a system that it does not know the reader gives no path.
+    // The reader returns no path for an entry from an unknown system.
     row("made on another system", ZipMaker::MadeBy, 5 << 8, "");
 }
 
@@ -619,7 +619,7 @@ void TestPackageInstall::secondEntryOfTheSameNameFails()
     zip.WriteTo(machine.Package());
     const StandIn xcopy(machine.Xcopy());
 
-    // The reader would hand out the first one's data again: the second's cannot be had.
+    // The reader would return the data of the first one again.
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(),
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
@@ -661,7 +661,7 @@ void TestPackageInstall::entryInThePlaceOfThePackageFails()
     VerifyNothingInstalled(machine, xcopy);
 }
 
-/// What becomes of archives that mean harm, but whose headers and data go together.
+/// Archives that are valid but hostile.
 void TestPackageInstall::hostileArchives_data()
 {
     QTest::addColumn<QByteArray>("archive");
@@ -677,7 +677,7 @@ void TestPackageInstall::hostileArchives_data()
     const QString longestName = QStringLiteral("pkg/") + QString(65531, QLatin1Char('n'));
     constexpr quint32 encrypted = 0x0801;
 
-    // The disk alone limits what a package may hold; an entry has less than 2 GiB.
+    // Only the disk limits the size of a package, and 2 GiB that of an entry.
     row("64 MiB from 64 KiB, as it says", 0, {QStringLiteral("pkg/bomb 67108864")},
         [](ZipMaker &zip) { zip.AddFile(QStringLiteral("pkg/bomb"), QByteArray(64 << 20, '\0')); });
     row("data of two entries", 0,
@@ -695,12 +695,12 @@ void TestPackageInstall::hostileArchives_data()
     });
     row("name of 64 KiB", -1, {}, [&](ZipMaker &zip) { zip.AddFile(longestName, "long"); });
 #ifdef Q_OS_UNIX
-    // Wine reports no failure for such a path.
+    // Wine reports no error for such a path.
     row("name of 64 KiB in short parts", -1, {}, [](ZipMaker &zip) {
         zip.AddRawName("pkg/" + QByteArray("part/").repeated(13105) + "part", "deep");
     });
 #endif
-    // That a folder cannot be made goes unnoticed until a file wants to be in it.
+    // The failure to create a folder is ignored until a file in it cannot be created.
     row("folder with a name of 64 KiB", 0, {QStringLiteral("pkg/after 5")}, [&](ZipMaker &zip) {
         zip.AddFolder(longestName.chopped(1));
         zip.AddFile(QStringLiteral("pkg/after"), "after");
@@ -715,7 +715,7 @@ void TestPackageInstall::hostileArchives_data()
         zip.AddFile(QStringLiteral("pkg/secret"), QByteArray(), ZipMaker::Stored);
         zip.Set(1, ZipMaker::Flags, encrypted);
     });
-    // A folder has no data that could not be read.
+    // A folder has no data that could be unreadable.
     row("encrypted folder", 0, {QStringLiteral("pkg/after 5")}, [](ZipMaker &zip) {
         zip.AddFolder(QStringLiteral("pkg/secret"));
         zip.AddFile(QStringLiteral("pkg/after"), "after");
@@ -751,7 +751,7 @@ void TestPackageInstall::hostileArchives()
 
 void TestPackageInstall::largestEntryIsInstalledWithoutMemory()
 {
-    // The most that Qt's reader can tell.
+    // The largest size that Qt's reader can return.
     constexpr quint32 size = 0x7fffffff;
     const OfferMachine machine;
     const StandIn xcopy(machine.Xcopy());
@@ -824,15 +824,15 @@ void TestPackageInstall::moreEntriesThanTheCountHolds_data()
 {
     QTest::addColumn<quint32>("count");
     QTest::addColumn<QStringList>("unpacked");
-    // As programs write it that know of zip64: the marker, and the true count in a record between.
+    // With zip64: a marker here, and the true count in an extra record.
     QTest::newRow("zip64") << 0xffffU << QStringList(QStringLiteral("pkg/first 5"));
-    // As others do: what the count no longer holds is gone.
+    // Without zip64: the count modulo 65536.
     QTest::newRow("65,537, of which 1 is left") << 1U << QStringList();
     QTest::newRow("65,538, of which 2 are left")
         << 2U << QStringList(QStringLiteral("pkg/first 5"));
 }
 
-/// Those that the count does not tell of are left out, without a word: vendors must not make such.
+/// Entries beyond the count are silently left out, so vendors must not make such archives.
 void TestPackageInstall::moreEntriesThanTheCountHolds()
 {
     QFETCH(quint32, count);
@@ -868,7 +868,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails_data()
     same("pkg/app.txt:evil");
     same("pkg/.. /evil.txt");
     same("pkg/.../evil.txt");
-    // The same for folders.
+    // The same with folders.
     row("pkg/../../evil/", "pkg/../../evil");
     row("C:/evil/", "C:/evil");
 #ifdef Q_OS_WIN
@@ -895,7 +895,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails()
     zip.AddRawName(name, "evil");
     zip.AddFile(QStringLiteral("pkg/after.txt"), "after");
     zip.WriteTo(machine.Package());
-    // One of the names leads there.
+    // One of the names leads to this path.
     QVERIFY(QFileInfo(machine.Scratch()).isDir());
     const QStringList before = machine.Everything();
 
@@ -1150,12 +1150,12 @@ void TestPackageInstall::xcopyIsCalledWithSourceAndDestination_data()
     row("/pkg.zip", "\\pkg\\*");
     row("/a b/pkg 2.1.zip", "\\a b\\pkg 2.1\\*");
     row(u8"/客户端/包.zip", u8"\\客户端\\包\\*");
-    // Cut at the first ".zip" wherever it stands.
+    // Cut at the first ".zip".
     row("/my.zips/pkg.zip", "\\my\\*");
     row("/pkg.zip.zip", "\\pkg\\*");
     row("/pkg.zipped.tmp", "\\pkg\\*");
     row("/.zip", "\\\\*");
-    // No ".zip": nothing to cut.
+    // Nothing to cut without ".zip".
     row("/pkg.ZIP", "\\pkg.ZIP\\*");
     row("/pkg.zi", "\\pkg.zi\\*");
 }
@@ -1178,7 +1178,7 @@ void TestPackageInstall::xcopyIsCalledWithSourceAndDestination()
                                     QStringLiteral("/i"), QStringLiteral("/q"), expectedSource,
                                     WithBackSlashes(machine.ClientFolder())}}));
     QCOMPARE(Global::instance.packageDir, expectedSource);
-    // Unpacked beside the package in any case.
+    // Unpacked next to the package in any case.
     QVERIFY(QFile::exists(QFileInfo(path).path() + QStringLiteral("/pkg/app.txt")));
 }
 
@@ -1265,7 +1265,7 @@ void TestPackageInstall::exitCodeOfXcopyIsNotExamined()
 }
 
 #ifdef Q_OS_UNIX
-/// A command of the test's own, as a shell script.
+/// Writes a command as a shell script.
 static void WriteCommand(const QString &path, const QByteArray &lines)
 {
     WriteFile(path, "#!/bin/sh\n" + lines);

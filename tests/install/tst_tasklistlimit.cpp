@@ -21,7 +21,7 @@ private slots:
     void outputUntilTheLimitDecides();
 };
 
-// Both cases at once: each takes the whole limit.
+// Both cases at once, because each takes the whole time limit.
 void TestTasklistLimit::outputUntilTheLimitDecides()
 {
     const TestHome home;
@@ -30,7 +30,7 @@ void TestTasklistLimit::outputUntilTheLimitDecides()
     Global::instance.appPath = home.ClientFolder() + QLatin1Char('/');
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("qorb-meeting://abc"));
 
-    // It prints the client's name and never ends.
+    // It prints the client's name but never ends.
     StandIn tasklist(home.CommandsFolder() + QStringLiteral("/tasklist"));
     tasklist.SetScript(StandIn::Prints(Global::instance.appName.toLocal8Bit()) + "stay\n");
 
