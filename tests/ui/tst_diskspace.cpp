@@ -94,7 +94,7 @@ void TestDiskSpace::namesDriveCWhenItAloneIsShort_linux()
 {
     const TestHome home;
     Global::instance.packageSize = 1000;
-    // A drive's name is a file's name here: it leads to a volume that never has a free byte.
+    // Here the name of a drive is a file name, which leads to a volume without a free byte.
     QVERIFY(QFile::link(QStringLiteral("/proc"), home.ProgramFolder() + QStringLiteral("/C:\\")));
 
     QCOMPARE(DriveWithoutRoomForPackage(), QStringLiteral("C"));

@@ -153,7 +153,7 @@ void TestDwonDialog::FetchLanguage()
     Global::instance.language = language;
 }
 
-/// The dialog as the prompt brings it up.
+/// Shows the dialog as the prompt does.
 DwonDialog &TestDwonDialog::Shown()
 {
     dialog = std::make_unique<DwonDialog>();
@@ -699,7 +699,7 @@ void TestDwonDialog::theConfirmationLiesOverTheLowerPart()
     QCOMPARE(dialog->childAt(171 + 100, 179 + 40), Child<QWidget>(*dialog, "lab"));
     QCOMPARE(dialog->childAt(171 + 90, 179 + 75), Child<QWidget>(*dialog, "cbtn"));
     QCOMPARE(dialog->childAt(171 + 140, 179 + 75), Child<QWidget>(*dialog, "sbtn"));
-    // The button below is covered where the panel lies, and can be pressed beside it.
+    // The panel covers part of the button below, which can be pressed next to it.
     QVERIFY(dialog->childAt(360, 250) != Child<QWidget>(*dialog, "cancleBtn"));
     QCOMPARE(dialog->childAt(380, 250), Child<QWidget>(*dialog, "cancleBtn"));
 }

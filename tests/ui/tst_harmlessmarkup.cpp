@@ -222,7 +222,7 @@ void TestHarmlessMarkup::showsAsPlainTextWhatWouldTakeLong()
     const TestHome home;
     const LogCapture log;
 
-    // First of all: the layout of those that pass wrongly would not end.
+    // Checked first, because the layout of hostile notes would not end.
     QVERIFY(!ReleaseNotesDocument::IsRichText(notes));
     Prompt prompt(notes);
     QVERIFY(!Picture(prompt).isNull());

@@ -198,7 +198,7 @@ void TestNetDialog::showsItsButtonsInTheColoursOfTheirState()
     NetDialog dialog;
     dialog.show();
     auto *button = Child<QPushButton>(dialog, name.constData());
-    // A bar of full coverage, whatever fonts the machine has.
+    // A full bar, which every font draws in the same way.
     button->setText(QStringLiteral("\u2588\u2588\u2588"));
 
     VERIFY_COLOUR(Picture(*button).pixelColor(0, 0), QColor(255, 255, 255));

@@ -12,7 +12,7 @@ namespace
 
 constexpr int kAnswerBytes = 8 * 1024 * 1024;
 
-/// The text repeated up to the size of the largest answer.
+/// Repeats the text up to the size of the largest answer.
 QString Filled(const QString &text)
 {
     return text.repeated(kAnswerBytes / text.toUtf8().size());
@@ -20,7 +20,7 @@ QString Filled(const QString &text)
 
 } // namespace
 
-/// Plain notes: whatever their length, all of them are there.
+/// Plain notes of any length are shown in full.
 class TestPlainTextLayout : public QObject
 {
     Q_OBJECT
@@ -34,7 +34,7 @@ private slots:
     void hasTheHeightOfOrdinaryText_data();
     void hasTheHeightOfOrdinaryText();
     void showsTheEndOfALongText();
-    void laysOutAnewForAnotherWidth();
+    void laysOutAgainForAnotherWidth();
     void millionsOfCharactersNeedLittleMemory_data();
     void millionsOfCharactersNeedLittleMemory();
 };
@@ -74,7 +74,7 @@ void TestPlainTextLayout::holdsTheWholeText()
 void TestPlainTextLayout::keepsTheLinesOfALongText()
 {
     const TestHome home;
-    // None is so long that it is divided, and there are more than get a paragraph of their own.
+    // No line is divided, and there are more lines than paragraphs.
     const QString line = QString(60 * 1024, QLatin1Char('x')) + QLatin1Char('\n');
     const QString notes = line.repeated(20) + QStringLiteral("1. Faster start.\n").repeated(5000);
     const Prompt prompt(notes);
@@ -115,11 +115,11 @@ void TestPlainTextLayout::showsTheEndOfALongText()
     QVERIFY(!Shows(Picture(view), text));
 
     QScrollBar &bar = *prompt.Notes().verticalScrollBar();
-    // Each look at it corrects the guessed heights.
+    // Each call corrects estimated heights.
     QTRY_VERIFY((bar.setValue(bar.maximum()), Shows(Picture(view), text)));
 }
 
-void TestPlainTextLayout::laysOutAnewForAnotherWidth()
+void TestPlainTextLayout::laysOutAgainForAnotherWidth()
 {
     QTextDocument document;
     SetPlainText(document, QStringLiteral("word ").repeated(200));

@@ -43,13 +43,13 @@ double Seconds()
 }
 #endif
 
-/// The text repeated up to the size of the largest answer.
+/// Repeats the text up to the size of the largest answer.
 QString Filled(const QString &text)
 {
     return text.repeated(kAnswerBytes / text.toUtf8().size());
 }
 
-/// Different characters, as far as there are so many.
+/// Different characters, as many as there are.
 QString Ideographs(int count)
 {
     QString text;
@@ -63,7 +63,7 @@ QString Image(const QString &path, const char *attributes)
     return QStringLiteral("<img src=\"%1\" %2>").arg(path, QLatin1String(attributes));
 }
 
-/// As many images as the notes could have.
+/// As many images as an answer can have.
 QString Images(const QString &path, const char *attributes)
 {
     const QString image = Image(path, attributes);
@@ -72,7 +72,7 @@ QString Images(const QString &path, const char *attributes)
 
 } // namespace
 
-/// Anybody on the network can forge the service's answer. None may freeze the prompt.
+/// Anyone on the network can forge the service's answer, so no answer may freeze the prompt.
 class TestPromptSpeed : public QObject
 {
     Q_OBJECT
@@ -115,7 +115,7 @@ void TestPromptSpeed::AddPlainNotes()
 {
     const auto add = [](const char *name, const QString &text) {
         QTest::addRow("plain: %s", name) << QString() << Filled(text);
-        // Also as markup, be it rich text or not.
+        // With markup too, whether it is shown as rich text or not.
         QTest::addRow("paragraph: %s", name)
             << QString()
             << QStringLiteral("<p>") + text.repeated(16384 / text.size() + 1).left(16380);
@@ -177,7 +177,7 @@ void TestPromptSpeed::AddMarkup()
         QStringLiteral("<p style=\"letter-spacing:-99px\">") + ideographs);
     add("capitals in two sizes", QStringLiteral("<p style=\"font-variant:small-caps\">") +
                                      QStringLiteral("xX").repeated(8000));
-    // The first two would be higher than Qt's fixed-point numbers reach: the layout never ended.
+    // The first two are higher than Qt's fixed-point numbers allow, and their layout would not end.
     add("large letters", QStringLiteral("<p style=\"font-size:999pt\">") + ideographs);
     add("large margins", QStringLiteral("<p style=\"margin:999em\">x").repeated(600));
     add("high lines",

@@ -19,10 +19,10 @@ namespace
 
 const QColor kForeign(255, 0, 255);
 
-/// Part of the names of all files that the notes name.
+/// A part of the names of all files in the notes.
 const QString kForeignFiles = QStringLiteral("foreign");
 
-/// A picture that nobody misses in another picture.
+/// A picture that is easy to find in another one.
 QImage ForeignImage(int width, int height)
 {
     QImage image(width, height, QImage::Format_RGB32);
@@ -30,7 +30,7 @@ QImage ForeignImage(int width, int height)
     return image;
 }
 
-/// The address that is the picture itself.
+/// A data URL with the picture.
 QString DataAddress(const QImage &image, const char *format)
 {
     QByteArray data;
@@ -42,7 +42,7 @@ QString DataAddress(const QImage &image, const char *format)
         .arg(QLatin1String(format), QString::fromLatin1(data.toBase64()));
 }
 
-/// Counts what the notes load.
+/// Counts the resources that the notes load.
 class CountingDocument : public ReleaseNotesDocument
 {
 public:
@@ -65,7 +65,7 @@ void WriteForeignImage(const QString &path)
         qFatal("cannot write %s", qPrintable(path));
 }
 
-/// A folder with files that would be seen at once in notes that load them.
+/// A folder with files that are visible in notes that load them.
 class ForeignFiles
 {
 public:
@@ -79,13 +79,13 @@ public:
         WriteFile(Path(QStringLiteral("foreign.html")), "<h1>foreign</h1>");
     }
 
-    /// Full path of one of the files; they lie in the working folder too.
+    /// The full path of a file; the working folder has the same files.
     QString Path(const QString &name) const
     {
         return home.ProgramFolder() + QLatin1Char('/') + name;
     }
 
-    /// The notes with FILE, PATH and PORT put in.
+    /// The notes with FILE, PATH and PORT replaced.
     QString Fill(QString notes, int port) const
     {
         notes.replace(QLatin1String("FILE"), QUrl::fromLocalFile(home.ProgramFolder()).toString());
@@ -293,7 +293,7 @@ void TestReleaseNotes::showTheProgramsOwnImages()
     const QSizeF size = prompt.Notes().document()->size();
     QVERIFY2(size.height() >= 114, qPrintable(QString::number(size.height())));
     QVERIFY(prompt.Notes().document()->idealWidth() >= 199);
-    // The panel's white is drawn over the green of the line.
+    // The white of the panel covers the green of the line.
     const double scale = prompt.devicePixelRatioF();
     const QImage seen = Picture(*prompt.Notes().viewport());
     VERIFY_COLOUR(seen.pixelColor(int(100 * scale), int(60 * scale)), QColor(255, 255, 255));
@@ -493,7 +493,7 @@ void TestReleaseNotes::canBeReplaced()
 
 int main(int argc, char *argv[])
 {
-    // As the program itself sets them.
+    // As the program sets them.
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);

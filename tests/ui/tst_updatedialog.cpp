@@ -44,7 +44,7 @@ public:
 
     DwonDialog &Progress() const { return *prompt->ProgressDialog(); }
 
-    /// The prompt in the given mode, with the keyboard.
+    /// Shows the prompt in the given mode and gives it the keyboard.
     UpdateDialog &Shown(const QString &mode = QStringLiteral("1")) const
     {
         prompt->updateMode(mode);
@@ -63,7 +63,7 @@ public:
         QTest::mouseClick(Has<QPushButton>(button), Qt::LeftButton);
     }
 
-    /// Whether the log tells of a start of the client; it does so before the client itself can.
+    /// Whether the log has a start of the client, which is written before the client starts.
     bool StartedClient() const
     {
         return log.Messages().contains(LogLine::Starting(Global::instance.appName));
@@ -75,13 +75,13 @@ public:
     std::unique_ptr<UpdateDialog> prompt;
 };
 
-/// Makes the configuration a thing that cannot be opened for writing.
+/// Makes the configuration impossible to open for writing.
 void SpoilUpdateConfig(const PromptMachine &machine)
 {
     QDir().mkpath(machine.UpdateConfigFile());
 }
 
-/// Writes down in which order windows come and go.
+/// Records the order in which windows appear and disappear.
 class WindowOrder : public QObject
 {
 public:
@@ -97,7 +97,7 @@ public:
     QStringList changes;
 };
 
-/// Looks at a count whenever a window comes.
+/// Records a count whenever a window is shown.
 class ShowWatch : public QObject
 {
 public:
@@ -116,7 +116,7 @@ private:
     std::function<int()> m_count;
 };
 
-/// Where a colour of the gradient belongs that runs at 133 degrees over a button of 100 x 36.
+/// The colour at a point of the gradient of 133 degrees on a button of 100 x 36 pixels.
 QColor GradientColour(double x, double y)
 {
     constexpr double sine = 0.73135;
@@ -565,7 +565,7 @@ void TestUpdateDialog::drawsTheLogoAndTheWhiteWindow()
     VERIFY_COLOUR(seen.pixelColor(477, 289), QColor(255, 255, 255));
     QVERIFY(!IsNear(seen.pixelColor(30, 44), QColor(255, 255, 255)));
     QCOMPARE(machine.Has<QLabel>("labIco")->alignment(), Qt::AlignCenter);
-    // The notes' frame, and the scroll bar's handle at the top of its white track.
+    // The frame of the notes, and the handle at the top of the white scroll bar.
     VERIFY_COLOUR(seen.pixelColor(200, 84), QColor(210, 214, 220));
     VERIFY_COLOUR(seen.pixelColor(453, 92), QColor(233, 235, 238));
     VERIFY_COLOUR(seen.pixelColor(453, 198), QColor(255, 255, 255));
@@ -616,7 +616,7 @@ void TestUpdateDialog::showsACheckBoxOf16Pixels()
     QVERIFY(!box->isTristate());
     const QColor white(255, 255, 255);
     const QImage empty = Picture(*box);
-    // The style draws the empty box; Windows' own leaves a margin in the 16 pixels.
+    // The style draws the empty box; that of Windows has a margin.
     const auto drawn = [&](int from, int to) {
         for (int x = from; x <= to; ++x)
             if (!IsNear(empty.pixelColor(x, 8), white))
@@ -1163,7 +1163,7 @@ void TestUpdateDialog::closingDoesWhatTheServiceWants_data()
         const char *how = byEsc ? "Esc" : "close button";
         QTest::addRow("%s, optional", how) << QStringLiteral("1") << byEsc << true;
         QTest::addRow("%s, forced", how) << QStringLiteral("2") << byEsc << false;
-        // Nothing more happens, but the window was the last one.
+        // Nothing else happens, but it was the last window.
         QTest::addRow("%s, another value", how) << QStringLiteral("3") << byEsc << false;
         QTest::addRow("%s, no value", how) << QString() << byEsc << false;
     }
@@ -1258,7 +1258,7 @@ void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
     QTest::newRow("on the box") << QByteArray("checkRemid") << optional << enterOnLetters << later;
     QTest::newRow("on Later") << later << optional << enter << later;
     QTest::newRow("on Update") << update << optional << enter << update;
-    // The first button is there, hidden.
+    // The first button is hidden.
     QTest::newRow("at once, forced") << QByteArray() << forced << enter << QByteArray();
     QTest::newRow("on Update, forced") << update << forced << enterOnLetters << update;
 }
@@ -1359,16 +1359,16 @@ void TestUpdateDialog::theFocusIsFramedForTheKeyboard()
     while (machine.prompt->focusWidget() != widget)
         QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Tab);
 
-    // Around the widget something is drawn, and what it shows itself stays as it was.
+    // A frame is drawn around the widget, whose content does not change.
     const QRect place = PlaceIn(*machine.prompt, *widget);
     const QImage after = Picture(*machine.prompt);
-    // The empty box is the style's own affair.
+    // The style decides how to draw the empty box.
     const QRect own = name == "checkRemid" ? place.adjusted(16, 0, 0, 0) : place;
     QCOMPARE(after.copy(own), before.copy(own));
     const QRect around = place.marginsAdded(QMargins(3, 3, 3, 3));
     QVERIFY(after.copy(around) != before.copy(around));
 
-    // It goes with the focus.
+    // The frame disappears with the focus.
     machine.Has<QWidget>(name == "laterBtn" ? "immedBtn" : "laterBtn")->setFocus();
     QCOMPARE(Picture(*machine.prompt).copy(around), before.copy(around));
 }
