@@ -7,7 +7,7 @@
 #include <QProcessEnvironment>
 #include <QTest>
 
-/// The user in front of the real program, with a real window server between them.
+/// A user of the real program, with a real window server.
 class TestPrompt : public QObject
 {
     Q_OBJECT
@@ -37,7 +37,7 @@ const QString kChinese = QStringLiteral("应用更新");
 
 constexpr int kOrdinaryDpi = 96;
 
-// Middles of the buttons.
+// The centres of the buttons.
 const QPoint kNeverPrompt(32, 252);
 const QPoint kLater(290, 254);
 const QPoint kUpdate(406, 254);
@@ -64,7 +64,7 @@ QJsonObject Config(const UpdaterRun &run)
     return QJsonDocument::fromJson(ReadFile(run.UpdateConfigFile())).object();
 }
 
-/// Holds the package back after its first 100000 bytes.
+/// Makes the server stop after the first 100000 bytes of the package.
 void HoldPackage(UpdaterRun &run, const QByteArray &package)
 {
     run.server.Script(
@@ -94,7 +94,7 @@ void TestPrompt::theWindowsFollowTheScreensScale()
     const QByteArray package = NewClient();
     run.Publish(package, kPackage);
     HoldPackage(run, package);
-    // Stands for the resolution that the screen is set to.
+    // Sets the scale, as the resolution of the screen would.
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_FONT_DPI"), QString::number(dpi));
     run.process.setProcessEnvironment(environment);
@@ -136,7 +136,7 @@ void TestPrompt::neverPromptIsRemembered()
     QCOMPARE(Config(run).value(QStringLiteral("noRemindVersion")).toString(),
              QStringLiteral("2.1.3"));
 
-    // The next run does not prompt.
+    // The next run shows no prompt.
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(2));
 }

@@ -8,7 +8,7 @@
 
 #include <utility>
 
-/// Runs that end with the client being started unchanged.
+/// Runs that start the client without an update.
 class TestRelaunch : public QObject
 {
     Q_OBJECT
@@ -102,7 +102,7 @@ void TestRelaunch::aSilencedVersionStartsTheClient()
 void TestRelaunch::anUnreachableServiceStartsTheClient()
 {
     UpdaterRun run;
-    // The discard port: nobody listens there.
+    // Nobody listens on the discard port.
     run.Configure(
         {{QStringLiteral("updateCheckUrl"), QStringLiteral("https://127.0.0.1:9/check")}});
     QCOMPARE(run.Run(), 0);
@@ -134,7 +134,7 @@ void TestRelaunch::anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClien
                       QJsonObject{{QStringLiteral("hold"), QStringLiteral("before")},
                                   {QStringLiteral("body"), QStringLiteral("{}")}});
     run.Start();
-    // The half second before the client starts, in which the worker waits.
+    // The worker now waits half a second before it starts the client.
     QVERIFY(run.WaitForLog(LogLine::CheckTimedOut()));
     QVERIFY(run.server.Release(QStringLiteral("/check")));
     QCOMPARE(run.WaitForEnd(), 0);
@@ -147,7 +147,7 @@ void TestRelaunch::anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClien
 namespace
 {
 
-/// A service on 127.0.0.1 that answers with @p head and then the same letter for ever.
+/// A service on 127.0.0.1 that answers with @p head and then with the same letter endlessly.
 class EndlessService : public QTcpServer
 {
 public:
@@ -160,7 +160,7 @@ public:
 
     QString Url() const { return QStringLiteral("http://127.0.0.1:%1/check").arg(serverPort()); }
 
-    /// Since the epoch; 0 before a request has come.
+    /// When the request came, in milliseconds since the epoch; 0 before that.
     qint64 RequestMs() const { return m_requestMs; }
 
 private:
@@ -183,7 +183,8 @@ private:
     qint64 m_requestMs = 0;
 };
 
-/// The client is started within 15 seconds of the request, and the process ends within 2 of that.
+/// Verifies that the client starts within 15 seconds of the request and that the updater ends
+/// within 2 more seconds.
 void VerifyClientAndEndInTime(UpdaterRun &run, qint64 requestMs)
 {
     QVERIFY(run.client.WaitForCalls(1, 60000));
@@ -213,7 +214,7 @@ void TestRelaunch::aHeadWithoutEndStartsTheClientInTime()
     run.Configure({{QStringLiteral("updateCheckUrl"), service.Url()}});
     run.Start();
     QVERIFY(QTest::qWaitFor([&] { return service.RequestMs() != 0; }, 30000));
-    // Waits with the event loop running, which serves.
+    // Runs the event loop, which the service needs.
     QVERIFY(run.WaitForLog(LogLine::Starting(run.ClientName())));
     VerifyClientAndEndInTime(run, service.RequestMs());
     QVERIFY(run.Log().contains(LogLine::CheckTimedOut()));
@@ -223,7 +224,7 @@ void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<int>("count");
-    // What Qt does with each grows with the number of all.
+    // Qt needs quadratic time for these.
     QTest::newRow("header lines") << QStringLiteral("X-%1") << 100000;
     QTest::newRow("cookies") << QStringLiteral("Set-Cookie") << 20000;
 }
@@ -243,7 +244,7 @@ void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
     QCOMPARE(run.Log().mid(1),
              (QStringList{LogLine::Starting(run.ClientName()), LogLine::CheckStuck()}));
 
-    // Nothing is left that would keep the next run out.
+    // The single-instance guard is free for the next run.
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(2));

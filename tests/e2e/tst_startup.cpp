@@ -7,7 +7,7 @@
 #include <QSharedMemory>
 #include <QTest>
 
-/// How the program starts, refuses to, and ends.
+/// How the program starts, refuses to start and ends.
 class TestStartup : public QObject
 {
     Q_OBJECT
@@ -38,7 +38,7 @@ private slots:
 namespace
 {
 
-/// Starts a run that waits for the service, and waits until it does.
+/// Starts a run and waits until it waits for the service.
 void StartAndHold(UpdaterRun &run)
 {
     run.Configure();
@@ -49,7 +49,7 @@ void StartAndHold(UpdaterRun &run)
         qFatal("no check request came");
 }
 
-/// A variable of the environment while it lives.
+/// Sets an environment variable while it lives.
 class Variable
 {
 public:
@@ -180,7 +180,7 @@ void TestStartup::argumentsAreLoggedInOrder_data()
     QTest::addColumn<QString>("argument");
     QTest::newRow("quotes") << QStringLiteral("two \"quoted\" words");
     QTest::newRow("backslash at the end") << QStringLiteral("--profile=C:\\my files\\");
-    // Arguments come in the system's own code page and are read as UTF-8.
+    // The process gets arguments in the system's code page but reads them as UTF-8.
     const QString chinese = QStringLiteral("中文");
     if (chinese.toLocal8Bit() == chinese.toUtf8())
         QTest::newRow("Chinese") << chinese;
@@ -227,7 +227,7 @@ void TestStartup::theEnvironmentLoadsNoLibrary()
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     const QFileInfo library(QStringLiteral(TESTABILITY_LIBRARY));
-    // Where it is found: beside the program on Windows, on the search path elsewhere.
+    // Found next to the program on Windows, on the search path elsewhere.
     const QString found = run.ProgramFolder() + QLatin1Char('/') + library.fileName();
     QVERIFY(QFile::copy(library.filePath(), found));
     const Variable path("LD_LIBRARY_PATH", QFile::encodeName(run.ProgramFolder()));
@@ -246,7 +246,7 @@ void TestStartup::theEnvironmentOpensNoFile()
     const Variable conf("QT_LOGGING_CONF", QFile::encodeName(rules));
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
-    // The file would have silenced the log.
+    // The file would have disabled the log.
     QCOMPARE(run.Log().first(), run.ConfigurationLine());
 }
 
@@ -255,12 +255,12 @@ void TestStartup::textsAreInTheInterfaceFont()
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    // Qt tells of each font that it looks for.
+    // Qt logs each font that it looks for.
     const Variable rules("QT_LOGGING_RULES", "qt.text.font.match.debug=true");
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
 
-    // Letters that Latin-1 lacks it writes as question marks.
+    // It replaces characters outside Latin-1 by question marks.
     static const QRegularExpression requested(QStringLiteral("request:\n    family: (.*) \\["));
     QStringList families;
     auto request = requested.globalMatch(run.LogLines().join(QLatin1Char('\n')));
@@ -286,7 +286,7 @@ void TestStartup::theInterfaceFontIsTheOneOfThatName_posix()
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    // Fontconfig prints what it is asked for.
+    // Fontconfig prints each request.
     const Variable debug("FC_DEBUG", "4");
     QProcess program;
     program.start(run.ProgramPath(), QStringList());
@@ -299,7 +299,7 @@ void TestStartup::tlsIsLoadedBeforeTheCheckBegins_posix()
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    // The check begins with tasklist: this one looks what its caller has loaded by then.
+    // The check begins with tasklist; this one records which libraries its parent has loaded.
     const QString tasklist = run.CommandsFolder() + QStringLiteral("/tasklist");
     const QString seen = run.Scratch() + QStringLiteral("/seen");
     WriteFile(tasklist,

@@ -6,7 +6,7 @@
 #include <QJsonDocument>
 #include <QTest>
 
-/// Whole updates, from the start of the program to the start of the new client.
+/// Updates from the start of the program to the start of the new client.
 class TestUpdate : public QObject
 {
     Q_OBJECT
@@ -40,7 +40,7 @@ const QString kPackage = QStringLiteral("client-2.1.3.zip");
 const QStringList kImmediately{QStringLiteral("-immediately")};
 const QString kUnreadable = LogLine::UpdateConfigDamaged(QJsonParseError::GarbageAtEnd);
 
-/// A package with a new client configuration, a new file in a folder, and an empty folder.
+/// A package with a new client configuration, a new file in a folder and an empty folder.
 QByteArray NewClient()
 {
     return ZipMaker()
@@ -52,7 +52,7 @@ QByteArray NewClient()
         .Bytes();
 }
 
-/// Publishes @p version as a zip package that brings the client's configuration only.
+/// Publishes @p version as a zip package that contains only the client's configuration.
 void PublishVersion(UpdaterRun &run, const QString &version)
 {
     const QString name = QStringLiteral("client-") + version;
@@ -63,7 +63,7 @@ void PublishVersion(UpdaterRun &run, const QString &version)
         name + QStringLiteral(".zip"), {{QStringLiteral("latestVersion"), version}});
 }
 
-/// Installs 2.10.10 and then @p version. The client has been started twice then.
+/// Installs 2.10.10 and then @p version, which starts the client twice.
 void InstallAfterALongVersion(UpdaterRun &run, const QString &version)
 {
     run.Configure();
@@ -77,7 +77,7 @@ void InstallAfterALongVersion(UpdaterRun &run, const QString &version)
     }
 }
 
-/// The log without the line that repeats the service's answer.
+/// The log without the line with the service's answer.
 QStringList LogWithoutAnswer(const UpdaterRun &run)
 {
     QStringList lines = run.Log();
@@ -149,7 +149,7 @@ void TestUpdate::aRelativeClientFolderBeginsAtTheUpdaters()
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(ReadFile(run.Installed(QStringLiteral("config.json"))),
              QByteArray(R"({"client": {"version": "2.1.3"}})"));
-    // The version was read there: it is no news any more.
+    // The version was read from there, so it is not offered again.
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(2));
     QVERIFY(run.Log().join(QLatin1Char('\n')).contains(QLatin1String("currentVersion: \"2.1.3\"")));
@@ -191,7 +191,7 @@ void TestUpdate::anInstallerIsStartedWithTheArguments()
     QCOMPARE(run.Run({QStringLiteral("-noremid"), QStringLiteral("-immediately"),
                       QStringLiteral("qorb-meeting://abc")}),
              0);
-    // Not converted: an installer gets the link as it came.
+    // An installer gets the link unchanged.
     QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(downloaded + QStringLiteral(".calls")), 15000);
     QTRY_COMPARE(ReadFile(downloaded + QStringLiteral(".calls")),
                  QByteArray("qorb-meeting://abc").toHex() + " \n");
@@ -220,7 +220,7 @@ void TestUpdate::aCorruptedPackageIsNotInstalled()
                 {{QStringLiteral("md5"), QStringLiteral("D41D8CD98F00B204E9800998ECF8427E")}});
     run.Start(kImmediately);
     QVERIFY(run.WaitForLog(LogLine::DigestDiffers(run.PackagePath(kPackage))));
-    // The window stays, with its "Retry".
+    // The window stays open with its "Retry" button.
     QCOMPARE(run.process.state(), QProcess::Running);
     QCOMPARE(ReadFile(run.Installed(QStringLiteral("config.json"))),
              QByteArray(R"({"client": {"version": "1.0.0"}})"));
@@ -308,7 +308,7 @@ void TestUpdate::aMuchShorterVersionEndsEveryLaterRun()
     const int requests = run.server.Requests().size();
     const QByteArray left = ReadFile(run.UpdateConfigFile());
 
-    // No switch helps, and nothing repairs the file.
+    // No switch helps, and nothing fixes the file.
     for (const QStringList &arguments : {QStringList(), kImmediately}) {
         const int lines = run.Log().size();
         QCOMPARE(run.Run(arguments), 0);
@@ -320,7 +320,7 @@ void TestUpdate::aMuchShorterVersionEndsEveryLaterRun()
         QCOMPARE(ReadFile(run.UpdateConfigFile()), left);
     }
 
-    // What a person can do: remove everything behind the first brace that begins a line.
+    // The manual fix: remove everything after the first line that begins with a brace.
     const QByteArray brace("\n}\n");
     const int length = left.indexOf(brace) + brace.size();
     QVERIFY2(length < left.size(), left.constData());
@@ -355,7 +355,7 @@ void TestUpdate::anInterruptedCopyIsCompletedByTheNextStart_data()
     QTest::addColumn<QString>("versionFile");
     QTest::addColumn<bool>("isCompleted");
     QTest::newRow("version file copied last") << "~version/version.json" << true;
-    // The client looks current from now on, and stays half-updated.
+    // From now on the client looks current, although it is only half updated.
     QTest::newRow("version file copied first") << "config.json" << false;
 }
 
@@ -381,7 +381,7 @@ void TestUpdate::anInterruptedCopyIsCompletedByTheNextStart()
                     .Bytes(),
                 kPackage);
     {
-        // A program that runs cannot be overwritten.
+        // A running program cannot be overwritten.
         StandIn running(client + helper);
         running.StartAndStay();
         QCOMPARE(run.Run(kImmediately), 0);
