@@ -27,7 +27,7 @@ QByteArray ClientConfig(const QString &version)
     return R"({"client": {"version": ")" + version.toLatin1() + R"("}})";
 }
 
-/// A client with a configuration, a large file and a file in a folder.
+/// A package of a client with a configuration, a large file and a file in a folder.
 QByteArray PackageOf(const QString &version)
 {
     const QString folder = QStringLiteral("client-") + version;
@@ -41,7 +41,7 @@ QByteArray PackageOf(const QString &version)
         .Bytes();
 }
 
-/// Null when there is no such file.
+/// The content of a file; null when there is none.
 QByteArray ContentOf(const QString &path)
 {
     QFile file(path);
@@ -69,7 +69,7 @@ QString WordsOf(const QJsonObject &windows)
     return {};
 }
 
-/// The rows of this program go to a file of its name in the folder that scripts/faults reads.
+/// The file for the rows of this program, in the folder that scripts/faults reads.
 QString TableFile()
 {
     const QString folder = QStringLiteral(FAULT_TABLE_DIR);
@@ -315,7 +315,7 @@ void FaultRun::NextRunMustWork()
              log.constData());
     const int starts = m_outcome.clientStarts + m_startsSince + 1;
     QVERIFY2(run.client.WaitForCalls(starts), log.constData());
-    // Not once more by now either.
+    // It was not started once more either.
     QCOMPARE(run.client.Calls().size(), starts);
     AddRow();
 }

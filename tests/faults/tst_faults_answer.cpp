@@ -2,7 +2,7 @@
 
 #include <QTest>
 
-/// The service gives a wrong answer to the check, or an odd one.
+/// The service gives a wrong or an unusual answer to the check.
 class TestFaultsAnswer : public QObject
 {
     Q_OBJECT
@@ -33,7 +33,7 @@ QJsonArray Header(const char *name, const char *value)
     return {QJsonArray{QString::fromLatin1(name), QString::fromLatin1(value)}};
 }
 
-/// The answer in one block of zlib's, as "deflate" wants it.
+/// The answer in the zlib format, which "deflate" means.
 QString Deflated(const QByteArray &bytes)
 {
     return QString::fromLatin1(qCompress(bytes).mid(4).toBase64());

@@ -6,7 +6,7 @@
 
 #include <cstdio>
 
-/// The user, or the system's own time service, sets the clock while the updater waits.
+/// The user or the time service sets the clock while the updater waits.
 class TestFaultsClock : public QObject
 {
     Q_OBJECT
@@ -26,8 +26,7 @@ const QString kHold = QStringLiteral("hold");
 constexpr int kHeldAt = 150000;
 constexpr int kLongestCheckMs = 14000;
 
-/// The wall clock of the updater alone. Timers go on as ever, as they do when a user sets the
-/// clock.
+/// The wall clock of the updater only. It does not affect timers, as when a user sets the clock.
 class WallClock
 {
 public:
@@ -42,10 +41,10 @@ public:
         fault.run.process.setProcessEnvironment(environment);
     }
 
-    /// How far the clock is off, such as "+3600": seconds.
+    /// The difference of the clock in seconds, such as "+3600".
     void Set(const QByteArray &offset) const
     {
-        // Whole from the start: the updater may look at any time.
+        // Renamed into place, because the updater may read it at any time.
         WriteFile(m_file + QStringLiteral(".new"), offset + '\n');
         if (std::rename(QFile::encodeName(m_file + QStringLiteral(".new")).constData(),
                         QFile::encodeName(m_file).constData()) != 0)
@@ -73,7 +72,7 @@ void TestFaultsClock::aClockSetForwardDuringTheCheck()
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
     clock.Set("+3600");
-    // Long before the check would have been given up.
+    // Long before the time limit of the check.
     QCOMPARE(fault.run.WaitForEnd(9000), 0);
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
@@ -87,7 +86,7 @@ void TestFaultsClock::aClockSetBackDuringTheCheck()
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
     clock.Set("-3600");
-    // The time limit of the check goes by this clock; the watchdog's does not.
+    // The time limit of the check uses this clock; that of the watchdog does not.
     QCOMPARE(fault.run.WaitForEnd(), 0);
     fault.MustLeadTo({QStringLiteral("nothing"), FaultRun::Untouched, 1});
     clock.Set("+0");
@@ -117,7 +116,7 @@ void TestFaultsClock::aClockSetBackDuringTheDownload()
     fault.Start();
     WaitForHeldPackage(fault);
     clock.Set("-3600");
-    // What is to be seen is that nothing happens.
+    // Nothing must happen in this time.
     QVERIFY(!QTest::qWaitFor([&] { return fault.run.process.state() == QProcess::NotRunning; },
                              kLongestCheckMs));
     fault.MustLeadTo({FaultRun::Progress,

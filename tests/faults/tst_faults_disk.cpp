@@ -7,7 +7,7 @@
 #include <QJsonDocument>
 #include <QTest>
 
-/// Disks that are full or take no changes, folders and files that are missing or held.
+/// Disks that are full or read-only, and folders and files that are missing or in use.
 class TestFaultsDisk : public QObject
 {
     Q_OBJECT
@@ -48,7 +48,7 @@ QString ConfigFile(const FaultRun &fault)
     return fault.run.UpdateConfigFile();
 }
 
-/// Takes all that a small file system has left.
+/// Fills a small file system.
 void Fill(const QString &folder)
 {
     QFile filler(folder + QStringLiteral("/filler"));
@@ -143,7 +143,7 @@ void TestFaultsDisk::aDiskThatIsFullForTheConfiguration()
     fault.Offer();
     const QByteArray usual = ReadFile(ConfigFile(fault));
     {
-        // One page, which the recorded version does not fit into any more.
+        // One page, which is too small for the recorded version.
         const QString folder = fault.run.Scratch() + QStringLiteral("/small");
         const Mount small = Mount::Empty(folder, 2 * kPageBytes);
         QJsonObject config = QJsonDocument::fromJson(usual).object();
@@ -184,7 +184,7 @@ void TestFaultsDisk::tooLittleSpaceForThePackage()
 {
     FaultRun fault(QStringLiteral("disk: less free than three times the package"));
     fault.Offer();
-    // Such a folder in the working folder is what the name of the drive leads to here.
+    // On Linux the name of the drive leads to this folder in the working folder.
     const QString drive = fault.run.ProgramFolder() + QStringLiteral("/C:\\");
     {
         const Mount small =
@@ -293,7 +293,7 @@ void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs()
     fault.Offer();
     QDir(fault.run.Home() + folder).removeRecursively();
     fault.RunThrough();
-    // Looking at what is left makes the client's data folder again.
+    // Left() creates the client's data folder again.
     fault.MustEndWith({FaultRun::Progress, left, 1});
 }
 

@@ -4,7 +4,7 @@
 #include <QFile>
 #include <QTest>
 
-/// The machine under the updater: the name of the user's home, a task list that hangs.
+/// The user's machine: the name of the home folder, and a task list that hangs.
 class TestFaultsMachine : public QObject
 {
     Q_OBJECT

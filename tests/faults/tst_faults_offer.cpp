@@ -4,7 +4,7 @@
 #include <QFileInfo>
 #include <QTest>
 
-/// The offer is odd, or the user turns away from it.
+/// The offer is unusual, or the user declines it.
 class TestFaultsOffer : public QObject
 {
     Q_OBJECT

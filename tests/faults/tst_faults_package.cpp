@@ -3,7 +3,7 @@
 
 #include <QTest>
 
-/// The package server gives a wrong answer: what the user sees at once.
+/// The package server gives a wrong answer, which the user sees at once.
 class TestFaultsPackage : public QObject
 {
     Q_OBJECT

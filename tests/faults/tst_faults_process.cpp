@@ -11,8 +11,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-/// The updater is killed, or started several times; the commands that it runs are missing, fail or
-/// hang.
+/// The updater is killed or started several times; its commands are missing, fail or hang.
 class TestFaultsProcess : public QObject
 {
     Q_OBJECT
@@ -112,7 +111,7 @@ void TestFaultsProcess::killedWhileThePackageIsUnpacked()
     fault.Start();
     const QString package = fault.run.PackagePath(FaultRun::PackageName);
     QVERIFY(WaitedFor([&] { return QFileInfo(package).size() == 150000; }));
-    // Whoever opens a pipe to write waits for a reader.
+    // Opening a pipe for writing waits for a reader.
     const QString unpacked = fault.run.PackagePath(QStringLiteral("client-2.1.3"));
     QVERIFY(QDir().mkpath(unpacked));
     const QString pipe = unpacked + QStringLiteral("/data.bin");
@@ -173,7 +172,7 @@ void TestFaultsProcess::severalAtOnceRunOnce()
     QFETCH(int, count);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    // Nobody is done before all have begun.
+    // No run ends before all have started.
     fault.ScriptCheck({{kHold, QStringLiteral("before")}});
     std::vector<std::unique_ptr<QProcess>> all;
     for (int i = 0; i < count; ++i) {
@@ -303,7 +302,7 @@ void TestFaultsProcess::xcopyHangs()
              0,
              QStringLiteral("user: end xcopy in the task manager, the client starts then; vendor: "
                             "nothing")});
-        // As the task manager ends it.
+        // As the task manager does.
         QFile::remove(xcopy.Path() + QStringLiteral(".script"));
         QCOMPARE(fault.run.WaitForEnd(), 0);
         QVERIFY(fault.run.client.WaitForCalls(1));

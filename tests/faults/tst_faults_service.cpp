@@ -3,7 +3,7 @@
 
 #include <QTest>
 
-/// The connection of the check fails, below its answer.
+/// The connection of the check fails.
 class TestFaultsService : public QObject
 {
     Q_OBJECT

@@ -3,7 +3,7 @@
 
 #include <QTest>
 
-/// The package server fails or stalls: what the user sees once nothing has come for six seconds.
+/// The package server fails or stalls: what the user sees after six seconds without data.
 class TestFaultsSlowPackage : public QObject
 {
     Q_OBJECT
@@ -70,7 +70,7 @@ void TestFaultsSlowPackage::aPauseInThePackage()
     fault.ScriptPackage({{QStringLiteral("hold"), 150000}});
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1, 30000, FaultRun::PackagePage));
-    // The fault itself is a pause of this very length.
+    // The length of this pause is the fault itself.
     QTest::qWait(pauseMs);
     fault.run.server.Release(FaultRun::PackagePage);
     if (goesOn) {

@@ -3,7 +3,7 @@
 
 #include <QTest>
 
-/// The service takes its time with the answer to the check.
+/// The service answers the check slowly.
 class TestFaultsSlowService : public QObject
 {
     Q_OBJECT
@@ -97,7 +97,7 @@ void TestFaultsSlowService::aLateAnswerStartsTheClientOnce()
     fault.ScriptCheck({{kHold, QStringLiteral("before")}});
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
-    // The fault itself is an answer at this very time.
+    // The time of the answer is the fault itself.
     QTest::qWait(afterMs);
     fault.run.server.Release(kCheck);
     QCOMPARE(fault.run.WaitForEnd(), 0);

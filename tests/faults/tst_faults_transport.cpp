@@ -7,7 +7,7 @@
 #include <QSslKey>
 #include <QTest>
 
-/// TLS goes wrong. Certificates are looked at for the package, and not for the check.
+/// TLS fails. Certificates matter for the package, but not for the check.
 class TestFaultsTransport : public QObject
 {
     Q_OBJECT
@@ -48,7 +48,7 @@ void RunOpenssl(const QStringList &arguments, const QString &clock = QString())
         qFatal("openssl: %s", openssl.readAllStandardError().constData());
 }
 
-/// A self-signed certificate for @p host, made at the time that @p clock tells, valid for two days.
+/// A self-signed certificate for @p host, issued at the time @p clock and valid for two days.
 Identity MakeIdentity(const FaultRun &fault, const QString &host, const QString &clock)
 {
     const QString certificate = Path(fault, QStringLiteral("trusted/server.pem"));
@@ -71,7 +71,7 @@ void AddCertificates()
     QTest::addColumn<bool>("trusted");
 }
 
-/// The alert by which a server says that it knows no version of TLS that the client offers.
+/// The alert of a server that supports none of the TLS versions of the client.
 RawService::Answer NoCommonVersion()
 {
     return {QByteArray("\x15\x03\x01\x00\x02\x02\x46", 7), RawService::End::Close,
