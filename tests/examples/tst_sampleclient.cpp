@@ -13,7 +13,7 @@
 #include <sys/stat.h>
 #endif
 
-/// The sample client with the real updater, and a user in front of both.
+/// The sample client and the real updater, with a user.
 class TestSampleClient : public QObject
 {
     Q_OBJECT
@@ -46,7 +46,7 @@ const QString kChinesePrompt = QStringLiteral("应用更新");
 const QString kReturn = QStringLiteral("Return");
 const QString kVersionFile = QStringLiteral("~version/version.json");
 
-// Places in the client's window and in the updater's prompt.
+// The centres of buttons in the client's window and in the updater's prompt.
 const QPoint kLanguage(45, 270);
 const QPoint kCheck(410, 270);
 const QPoint kUpdate(406, 254);
@@ -56,7 +56,7 @@ const QByteArray kNotes("update.log");
 const QByteArray kLanguageFile("language.txt");
 const QByteArray kSession("session.json");
 
-/// The sample client 1.0.0, installed with the updater below it.
+/// The installed sample client 1.0.0 with the updater.
 class Installation
 {
 public:
@@ -67,10 +67,11 @@ public:
 
     void Start(const QStringList &arguments = {}) const;
 
-    /// Starts it and waits for its end; returns the exit code, or -1 when it goes on.
+    /// Starts a second copy and waits for its end; returns its exit code, or -1 when it keeps
+    /// running.
     int StartAgain(const QStringList &arguments) const;
 
-    /// As the updater does it.
+    /// Ends the client as the updater does.
     void Kill() const;
 
     QString Path(const QByteArray &name) const;
@@ -80,7 +81,7 @@ public:
     QString SavedMeeting() const { return Saved(QStringLiteral("meeting")); }
     QString SavedDraft() const { return Saved(QStringLiteral("draft")); }
 
-    /// Waits until no updater runs, whoever has started it.
+    /// Waits until no updater runs.
     bool WaitForUpdatersEnd() const;
 
 private:
@@ -141,7 +142,7 @@ bool Installation::WaitForUpdatersEnd() const
                            30000);
 }
 
-/// The client 2.1.3, as far as the user sees it.
+/// Publishes a client whose configuration has version 2.1.3.
 void PublishNewClient(UpdaterRun &run)
 {
     const QString folder = QStringLiteral("client-2.1.3");
@@ -213,7 +214,7 @@ void TestSampleClient::doubtfulArgumentsAreRefused()
     const Installation client;
     client.Start(doubtful);
     m_windows.WaitForWindow(kOldClient);
-    // What comes later is done later.
+    // Starts are handled in order.
     QCOMPARE(client.StartAgain(doubtful), 0);
     QCOMPARE(client.StartAgain({QStringLiteral("--profile"), QStringLiteral("x")}), 0);
     m_windows.WaitForWindow(kOldClient + QStringLiteral(" - x"));
@@ -249,7 +250,7 @@ void TestSampleClient::notesAreShownUntilTheUserHasClosedThem()
 void TestSampleClient::notesLoadNothing()
 {
     const Installation client;
-    // Whoever opens it waits until somebody writes into it.
+    // Opening this pipe would block.
     const QByteArray picture = QFile::encodeName(client.run.Scratch()) + "/picture.png";
     QCOMPARE(mkfifo(picture.constData(), S_IRUSR | S_IWUSR), 0);
     client.Leave(kNotes, "<p>New<img src=\"" + picture + "\"></p>");
@@ -273,9 +274,9 @@ void TestSampleClient::theUpdaterSpeaksTheClientsLanguage()
     m_windows.WaitForWindow(kChinesePrompt);
     client.run.process.kill();
     client.run.process.waitForFinished();
-    QVERIFY(client.run.Log().contains(client.run.ConfigurationLine())); // with the version
+    QVERIFY(client.run.Log().contains(client.run.ConfigurationLine())); // which has the version
 
-    // Behind the prompt until now.
+    // It was behind the prompt.
     QCOMPARE(client.StartAgain({}), 0);
     m_windows.Click(window, kLanguage);
     m_windows.WaitForWindow(kOldClient);
@@ -290,7 +291,7 @@ void TestSampleClient::anUpdateBeginsWithTheClientsButton()
     PublishNewClient(client.run);
     client.Start();
     const QString window = m_windows.WaitForWindow(kOldClient);
-    m_windows.Press(window, kReturn); // into the draft
+    m_windows.Press(window, kReturn); // typed into the draft
     QTRY_COMPARE(client.SavedDraft(), QStringLiteral("\n"));
 
     m_windows.Click(window, kCheck);
@@ -312,7 +313,7 @@ void TestSampleClient::aClientIsStartedOnceAfterACheckWithoutAnOffer()
     m_windows.Click(m_windows.WaitForWindow(title), kCheck);
     QVERIFY(client.run.WaitForLog(LogLine::Starting(client.run.ClientName())));
     QVERIFY(client.WaitForUpdatersEnd());
-    // A second copy would have no profile.
+    // A second client would have no profile.
     QVERIFY(m_windows.HasWindow(title));
     QVERIFY(!m_windows.HasWindow(kOldClient));
     QCOMPARE(client.StartAgain({QStringLiteral("--profile"), QStringLiteral("y")}), 0);
