@@ -32,20 +32,20 @@ class Tree(unittest.TestCase):
         self.publish("2.0.0", "--share", "100")
 
     def run_tool(self, *arguments: object, environment=None) -> subprocess.CompletedProcess:
-        """Runs it to its end."""
+        """Runs the tool and returns its result."""
         return subprocess.run(
             [TOOL, *map(str, arguments)], capture_output=True, text=True, check=False,
             timeout=TIME_LIMIT, env=environment,
         )
 
     def succeed(self, *arguments: object) -> str:
-        """What it prints."""
+        """Runs it, requires success and returns its output."""
         done = self.run_tool(*arguments)
         self.assertEqual(done.returncode, 0, done.stderr)
         return done.stdout
 
     def refused(self, *arguments: object) -> str:
-        """The one line with which it refuses."""
+        """Runs it, requires a refusal and returns its only line."""
         done = self.run_tool(*arguments)
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         lines = [line for line in done.stderr.splitlines() if "; " in line]
@@ -61,7 +61,7 @@ class Tree(unittest.TestCase):
         )
 
     def release(self, version: str, site: Path = None) -> dict:
-        """What the tree tells about a release."""
+        """The entry of a release in the list."""
         listed = json.loads(self.succeed("list", site or self.site, "--json"))
         return {release["version"]: release for release in listed["releases"]}[version]
 
@@ -77,7 +77,7 @@ class Plans(Tree):
         self.began = datetime.datetime.now(datetime.timezone.utc)
 
     def let_time_pass(self, **time: int) -> None:
-        """As if the plan and its step had begun earlier."""
+        """Makes the plan and its step begin earlier."""
         file = self.site / "check" / "now" / "releases.json"
         listed = json.loads(file.read_text())
         for release in listed["releases"]:
@@ -89,7 +89,7 @@ class Plans(Tree):
         file.write_text(json.dumps(listed))
 
     def line(self, number: int, seconds: int, **fields: str) -> str:
-        """One line of the log, from a network of its own."""
+        """A line of the log, from the network of this number."""
         entry = {
             "time": (self.began + datetime.timedelta(seconds=seconds)).isoformat("T", "seconds"),
             "address": f"10.{number // 250}.{number % 250}.1", "method": "POST", "path": "/check",
@@ -99,7 +99,7 @@ class Plans(Tree):
         return json.dumps({**entry, **fields}, separators=(",", ":")) + "\n"
 
     def download(self, number: int, seconds: int, version: str, completed: str = "OK") -> str:
-        """One download of a package."""
+        """A line with the download of a package."""
         return self.line(
             number, seconds, method="GET", path=f"/packages/Client-{version}.zip", version="",
             answer="", package="", completed=completed,
@@ -107,8 +107,8 @@ class Plans(Tree):
 
     def write_log(self, good: int, interrupted: int = 0, unchanged: int = 0,
                   before: int = 40) -> None:
-        """So many networks update, break off, or come back with the old version; and so many
-        downloaded the release before."""
+        """Writes a log of networks that update, break off or return with the old version, and of
+        earlier downloads."""
         checks, returns = [], []
         downloads = [self.download(number, 0, "2.0.0") for number in range(before)]
         for number in range(good + interrupted + unchanged):
@@ -122,7 +122,7 @@ class Plans(Tree):
         self.log.write_text("".join(checks + downloads + returns))
 
     def advance(self, *more: object) -> str:
-        """What the command prints."""
+        """The output of publish advance."""
         return self.succeed("advance", self.site, "--log", self.log, *more)
 
     def test_the_first_step_comes_into_force_at_once(self) -> None:
@@ -258,7 +258,7 @@ class Plans(Tree):
         self.assertIn("2.1.0 stays at 1 %", self.advance())
 
     def lock(self) -> None:
-        """As if this process changed the tree."""
+        """Locks the tree, as a process that changes it does."""
         staging = self.site / ".publish"
         staging.mkdir()
         owner = Path("/proc/self/exe").resolve().name
@@ -279,7 +279,7 @@ class Plans(Tree):
         self.assertTrue((self.site / "check" / "stop").exists())
 
     def has_opened_the_log(self, process: subprocess.Popen) -> bool:
-        """Whether the process reads the log now; it may open and close other files meanwhile."""
+        """Whether the process has the log open."""
         with contextlib.suppress(OSError):
             files = Path(f"/proc/{process.pid}/fd").iterdir()
             return any(file.resolve() == self.log.resolve() for file in files)
@@ -496,7 +496,7 @@ class Push(Tree):
         self.assertFalse(self.nodes[0].exists())
 
     def through_ssh(self, *nodes: str) -> subprocess.CompletedProcess:
-        """Pushes through a stand-in that greets, notes its host and runs all but "dead"."""
+        """Replaces ssh by a script that prints a greeting, records the host and fails for "dead"."""
         ssh = self.room / "ssh"
         ssh.write_text(
             f"#!/bin/sh\necho Welcome >&2\necho \"$1\" >>'{self.room}/hosts'\n"
@@ -603,7 +603,7 @@ class Bandwidth(Tree):
 
 
 class Others(Tree):
-    """The commands whose work is tested elsewhere, as they are called."""
+    """How commands are called whose work is tested elsewhere."""
 
     def test_list_tells_every_release(self) -> None:
         self.publish("2.1.0")

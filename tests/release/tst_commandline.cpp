@@ -14,7 +14,7 @@ QStringList Words(const char *text)
 const char *const wholeZip = "zip --client c --name Client --version 2 --update forced "
                              "--notes-zh zh --notes-en en --out site";
 
-/// Characters of a row of help, so that it fits into a window of usual width.
+/// The width of help in characters, so that it fits into a usual terminal.
 constexpr int kWidestHelp = 120;
 
 } // namespace
