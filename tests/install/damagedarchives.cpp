@@ -99,7 +99,7 @@ void AddLyingHeaders()
                 [](ZipMaker &zip) { zip.Set(app, ZipMaker::Method, 0); });
     AddStored("both headers say deflated",
               [](ZipMaker &zip) { zip.Set(app, ZipMaker::Method, 8); });
-    AddOff("offset beside the local header", ZipMaker::HeaderOffset, 1);
+    AddOff("offset next to the local header", ZipMaker::HeaderOffset, 1);
     AddLie("offset of another entry", ZipMaker::HeaderOffset, 0, ZipMaker::Central);
     AddLie("offset beyond the file", ZipMaker::HeaderOffset, 0x00100000, ZipMaker::Central);
     AddLie("offset 2 GiB", ZipMaker::HeaderOffset, 0x80000000, ZipMaker::Central);

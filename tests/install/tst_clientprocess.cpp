@@ -477,9 +477,9 @@ void TestClientProcess::clientPathIsAPlainConcatenation()
 {
     const LoggedMachine machine;
     Global::instance.appPath = machine.ClientFolder();
-    const StandIn beside(machine.ClientFolder() + machine.ClientName());
+    const StandIn joined(machine.ClientFolder() + machine.ClientName());
     QVERIFY(Launch().quit);
-    QVERIFY(beside.WaitForCalls(1));
+    QVERIFY(joined.WaitForCalls(1));
     QCOMPARE(machine.ClientCalls(0), Calls());
 }
 

@@ -398,13 +398,13 @@ void TestPackageInstall::modesAndTimesOfTheArchiveAreNotApplied_posix()
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
     zip.WriteTo(machine.Package());
-    const QString beside = machine.Downloaded(QStringLiteral("beside"));
-    WriteFile(beside, "made like any other file");
+    const QString other = machine.Downloaded(QStringLiteral("other"));
+    WriteFile(other, "an ordinary file");
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     const QFileInfo extracted(machine.Downloaded(QStringLiteral("pkg/app.txt")));
-    QCOMPARE(extracted.permissions(), QFileInfo(beside).permissions());
-    QVERIFY(extracted.lastModified() >= QFileInfo(beside).lastModified());
+    QCOMPARE(extracted.permissions(), QFileInfo(other).permissions());
+    QVERIFY(extracted.lastModified() >= QFileInfo(other).lastModified());
 }
 
 void TestPackageInstall::failedWritesAreNotNoticed_posix_data()

@@ -654,13 +654,13 @@ void TestConfigCheck::clients_data()
     row("a long version is silenced", "silenced", "silenced",
         config("noRemindVersion", QStringLiteral("10.0.00")));
 
-    row("command of Windows beside the updater", "updater-command", "",
+    row("command of Windows next to the updater", "updater-command", "",
         [](const ShippedClient &client) { client.Write("AutoUpdate/XCOPY.exe", "MZ"); });
     row("read-only file", "", "read-only", [](const ShippedClient &client) {
         QFile::setPermissions(client.Path(QStringLiteral("AutoUpdate/updateconfig.json")),
                               QFileDevice::ReadOwner);
     });
-    row("no updater beside it", "updater-folder", "",
+    row("no updater next to it", "updater-folder", "",
         [](const ShippedClient &client) { client.Remove("AutoUpdate/AutoUpdate.exe"); });
     row("updater in another folder", "", "", [](const ShippedClient &client) {
         client.Rename("AutoUpdate/AutoUpdate.exe", "AutoUpdate/autoupdate.EXE");

@@ -89,7 +89,7 @@ void TestHarmlessMarkup::rendersNotesAsPeopleWriteThem_data()
     add("large numbers in the text", "<b>Build 20240131, issue #1234567</b>",
         "Build 20240131, issue #1234567");
     add("a comment", "<b>a</b><!-- for 2.1.3 -->", "a");
-    add("the framework's own",
+    add("Qt's own",
         "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\" "
         "\"http://www.w3.org/TR/REC-html40/strict.dtd\">\n<html><head><meta name=\"qrichtext\" "
         "content=\"1\" /><style type=\"text/css\">\np, li { white-space: pre-wrap; "
