@@ -369,9 +369,7 @@ void TestDwonDialog::stylesItsWidgets_data()
     add("labInstall", "QLabel", "font-weight", "400");
     add("labInstall", "QLabel", "color", "rgba(32,49,82,1)");
     add("labInstall", "QLabel", "line-height", "22px");
-    add("progressBar", "QProgressBar", "background-color", "rgba(217,231,253,1)");
     add("progressBar", "QProgressBar", "border-radius", "4px");
-    add("progressBar", "QProgressBar::chunk", "background-color", "rgba(66,133,246,1)");
     add("progressBar", "QProgressBar::chunk", "border-radius", "4px");
     add("cancleBtn", "QPushButton", "font-size", "14px");
     add("cancleBtn", "QPushButton", "font-weight", "400");

@@ -166,10 +166,6 @@ void TestNetDialog::stylesItsWidgets_data()
         add(button, "QPushButton", "font-size", "14px");
         add(button, "QPushButton", "font-weight", "400");
         add(button, "QPushButton", "line-height", "20px");
-        add(button, "QPushButton", "background-color", "rgb(255,255,255)");
-        add(button, "QPushButton", "color", "rgba(32,49,82,0.5)");
-        add(button, "QPushButton:hover", "color", "rgba(66,133,246,1)");
-        add(button, "QPushButton:pressed", "color", "rgba(52,108,197,1)");
     }
 }
 

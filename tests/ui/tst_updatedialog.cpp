@@ -502,7 +502,6 @@ void TestUpdateDialog::stylesItsWidgets_data()
 {
     AddStyleColumns();
     const auto add = AddStyle;
-    add("labIco", "QLabel", "image", "url(:/image/resourceimg/logo.ico)");
     add("labText", "QLabel", "font-size", "16px");
     add("labText", "QLabel", "font-weight", "500");
     add("labText", "QLabel", "line-height", "20px");
@@ -515,22 +514,15 @@ void TestUpdateDialog::stylesItsWidgets_data()
     add("checkRemid", "QCheckBox", "font-weight", "400");
     add("checkRemid", "QCheckBox", "line-height", "20px");
     add("checkRemid", "QCheckBox", "color", "rgba(143,152,168,1)");
-    add("checkRemid", "QCheckBox::indicator", "width", "16px");
-    add("checkRemid", "QCheckBox::indicator", "height", "16px");
-    add("checkRemid", "QCheckBox::indicator:checked", "image",
-        "url(:/image/resourceimg/check.png)");
     for (const char *button : {"laterBtn", "immedBtn"}) {
         add(button, "QPushButton", "font-size", "14px");
         add(button, "QPushButton", "font-weight", "400");
         add(button, "QPushButton", "line-height", "20px");
         add(button, "QPushButton", "border-radius", "4px");
     }
-    add("laterBtn", "QPushButton", "color", "rgba(32,49,82,1)");
-    add("laterBtn", "QPushButton", "background-color", "rgba(255,255,255,1)");
     add("laterBtn", "QPushButton", "border", "1pxsolidrgba(32,49,82,0.2)");
     add("laterBtn", "QPushButton:hover", "border", "1pxsolidrgba(66,133,246,1)");
     add("laterBtn", "QPushButton:pressed", "border", "1pxsolidrgba(66,133,246,1)");
-    add("laterBtn", "QPushButton:pressed", "color", "rgba(66,133,246,1)");
     add("immedBtn", "QPushButton", "color", "rgba(255,255,255,1)");
     add("immedBtn", "QPushButton", "background-color", "rgba(66,133,246,1)");
     add("updateText", "QTextEdit", "font-size", "12px");
