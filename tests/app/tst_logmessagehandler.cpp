@@ -1,5 +1,6 @@
 #include "app/logmessagehandler.h"
 #include "config/global.h"
+#include "tests/support/environmentvariable.h"
 #include "tests/support/localeencoding.h"
 #include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
@@ -72,26 +73,6 @@ public:
 
 private:
     QtMessageHandler m_oldHandler;
-};
-
-/// Sets the time zone of the environment while it lives.
-class TimeZone
-{
-public:
-    explicit TimeZone(const QByteArray &zone) : m_old(qgetenv("TZ")) { qputenv("TZ", zone); }
-
-    ~TimeZone()
-    {
-        if (m_old.isNull())
-            qunsetenv("TZ");
-        else
-            qputenv("TZ", m_old);
-    }
-
-    Q_DISABLE_COPY(TimeZone)
-
-private:
-    QByteArray m_old;
 };
 
 QString Now()
@@ -213,7 +194,7 @@ void TestLogMessageHandler::timeIsTheLocalTimeOfTheMessage()
 {
     QFETCH(QByteArray, zone);
     const TestHome home;
-    const TimeZone timeZone(zone);
+    const EnvironmentVariable timeZone("TZ", zone);
     const QString before = Now();
     Log(QStringLiteral("text"));
     const QString after = Now();

@@ -1,3 +1,4 @@
+#include "tests/support/environmentvariable.h"
 #include "tests/support/loglines.h"
 #include "tests/support/updaterrun.h"
 
@@ -48,30 +49,6 @@ void StartAndHold(UpdaterRun &run)
     if (!run.server.WaitForRequests(1))
         qFatal("no check request came");
 }
-
-/// Sets an environment variable while it lives.
-class Variable
-{
-public:
-    Variable(const char *name, const QByteArray &value) : m_name(name), m_old(qgetenv(name))
-    {
-        qputenv(name, value);
-    }
-
-    ~Variable()
-    {
-        if (m_old.isNull())
-            qunsetenv(m_name);
-        else
-            qputenv(m_name, m_old);
-    }
-
-private:
-    Q_DISABLE_COPY(Variable)
-
-    const char *m_name;
-    QByteArray m_old;
-};
 
 } // namespace
 
@@ -230,8 +207,8 @@ void TestStartup::theEnvironmentLoadsNoLibrary()
     // Found next to the program on Windows, on the search path elsewhere.
     const QString found = run.ProgramFolder() + QLatin1Char('/') + library.fileName();
     QVERIFY(QFile::copy(library.filePath(), found));
-    const Variable path("LD_LIBRARY_PATH", QFile::encodeName(run.ProgramFolder()));
-    const Variable testability("QT_LOAD_TESTABILITY", "1");
+    const EnvironmentVariable path("LD_LIBRARY_PATH", QFile::encodeName(run.ProgramFolder()));
+    const EnvironmentVariable testability("QT_LOAD_TESTABILITY", "1");
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
 }
@@ -243,7 +220,7 @@ void TestStartup::theEnvironmentOpensNoFile()
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     const QString rules = run.Scratch() + QStringLiteral("/qtlogging.ini");
     WriteFile(rules, "[Rules]\ndefault=false\n");
-    const Variable conf("QT_LOGGING_CONF", QFile::encodeName(rules));
+    const EnvironmentVariable conf("QT_LOGGING_CONF", QFile::encodeName(rules));
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     // The file would have disabled the log.
@@ -256,7 +233,7 @@ void TestStartup::textsAreInTheInterfaceFont()
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     // Qt logs each font that it looks for.
-    const Variable rules("QT_LOGGING_RULES", "qt.text.font.match.debug=true");
+    const EnvironmentVariable rules("QT_LOGGING_RULES", "qt.text.font.match.debug=true");
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
 
@@ -287,7 +264,7 @@ void TestStartup::theInterfaceFontIsTheOneOfThatName_posix()
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     // Fontconfig prints each request.
-    const Variable debug("FC_DEBUG", "4");
+    const EnvironmentVariable debug("FC_DEBUG", "4");
     QProcess program;
     program.start(run.ProgramPath(), QStringList());
     QVERIFY(program.waitForFinished());

@@ -1,4 +1,5 @@
 #include "tests/faults/faultrun.h"
+#include "tests/support/environmentvariable.h"
 
 #include <QDir>
 #include <QFile>
@@ -29,15 +30,13 @@ void TestFaultsMachine::aHomeOfAnyName()
 {
     QFETCH(QString, name);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
-    const QByteArray usual = qgetenv("HOME");
     const QString home = fault.run.Scratch() + QLatin1Char('/') + name;
     QVERIFY(QDir().mkpath(home));
-    qputenv("HOME", QFile::encodeName(home));
+    const EnvironmentVariable variable("HOME", QFile::encodeName(home));
     fault.run.SetLanguage("en");
     fault.Offer();
     fault.RunThrough();
     fault.MustEndWith({FaultRun::Progress, FaultRun::Updated, 1});
-    qputenv("HOME", usual);
 }
 
 void TestFaultsMachine::tasklistHangs()

@@ -1,4 +1,5 @@
 #include "tests/faults/faultrun.h"
+#include "tests/support/environmentvariable.h"
 
 #include <QDir>
 #include <QFile>
@@ -226,16 +227,16 @@ void TestFaultsProcess::aCommandIsMissing()
     if (running)
         fault.run.client.StartAndStay();
 
-    const QByteArray usualPath = qgetenv("PATH");
     const QString commands = fault.run.CommandsFolder();
     for (const char *name : {"xcopy", "tasklist", "taskkill", "lib.sh"}) {
         if (command != QLatin1String(name))
             QFile::link(QStringLiteral(HOSTTOOLS_DIR "/") + QLatin1String(name),
                         Command(fault, QLatin1String(name)));
     }
-    qputenv("PATH", QFile::encodeName(commands) + ":/usr/bin:/bin");
-    fault.RunThrough();
-    qputenv("PATH", usualPath);
+    {
+        const EnvironmentVariable path("PATH", QFile::encodeName(commands) + ":/usr/bin:/bin");
+        fault.RunThrough();
+    }
     for (const char *name : {"xcopy", "tasklist", "taskkill", "lib.sh"})
         QFile::remove(Command(fault, QLatin1String(name)));
 

@@ -100,16 +100,6 @@ QByteArray TasklistRow(const QString &name)
 
 const QByteArray noTasks = "INFO: No tasks are running which match the specified criteria.\r\n";
 
-#ifdef Q_OS_UNIX
-/// Writes a command as a shell script.
-void WriteCommand(const QString &path, const QByteArray &lines)
-{
-    WriteFile(path, "#!/bin/sh\n" + lines);
-    QFile::setPermissions(path,
-                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-}
-#endif
-
 } // namespace
 
 class TestClientProcess : public QObject
@@ -316,9 +306,9 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn()
 void TestClientProcess::clientThatStartsBetweenTheTwoLooksIsLaunched_posix()
 {
     const LoggedMachine machine;
-    WriteCommand(machine.Command(QStringLiteral("tasklist")), "if [ -e looked ]; then echo " +
-                                                                  machine.ClientName().toUtf8() +
-                                                                  "; fi; : > looked\n");
+    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
+                     "if [ -e looked ]; then echo " + machine.ClientName().toUtf8() +
+                         "; fi; : > looked\n");
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
@@ -329,9 +319,9 @@ void TestClientProcess::clientThatStartsBetweenTheTwoLooksIsLaunched_posix()
 void TestClientProcess::clientThatEndsBetweenTheTwoLooksIsNotLaunched_posix()
 {
     const LoggedMachine machine;
-    WriteCommand(machine.Command(QStringLiteral("tasklist")), "if [ ! -e looked ]; then echo " +
-                                                                  machine.ClientName().toUtf8() +
-                                                                  "; fi; : > looked\n");
+    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
+                     "if [ ! -e looked ]; then echo " + machine.ClientName().toUtf8() +
+                         "; fi; : > looked\n");
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
@@ -342,8 +332,8 @@ void TestClientProcess::clientThatEndsBetweenTheTwoLooksIsNotLaunched_posix()
 void TestClientProcess::errorOutputOfTasklistIsNotSearched_posix()
 {
     const LoggedMachine machine;
-    WriteCommand(machine.Command(QStringLiteral("tasklist")),
-                 "echo " + machine.ClientName().toUtf8() + " >&2\n");
+    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
+                     "echo " + machine.ClientName().toUtf8() + " >&2\n");
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QCOMPARE(machine.Messages(), QStringList());
@@ -365,8 +355,8 @@ void TestClientProcess::missingTasklistMeansNotRunning_posix()
 void TestClientProcess::tasklistThatCrashesIsSearchedAllTheSame_posix()
 {
     const LoggedMachine machine;
-    WriteCommand(machine.Command(QStringLiteral("tasklist")),
-                 "echo " + machine.ClientName().toUtf8() + "; kill -KILL $$\n");
+    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
+                     "echo " + machine.ClientName().toUtf8() + "; kill -KILL $$\n");
     Global::instance.cmdLineArgs = List({"-noremid"});
     QCOMPARE(Check().result, -1);
     QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));

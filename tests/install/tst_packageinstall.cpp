@@ -1265,18 +1265,11 @@ void TestPackageInstall::exitCodeOfXcopyIsNotExamined()
 }
 
 #ifdef Q_OS_UNIX
-/// Writes a command as a shell script.
-static void WriteCommand(const QString &path, const QByteArray &lines)
-{
-    WriteFile(path, "#!/bin/sh\n" + lines);
-    QVERIFY(QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                            QFileDevice::ExeOwner));
-}
 
 void TestPackageInstall::crashOfXcopyIsNotExamined_posix()
 {
     const OfferMachine machine;
-    WriteCommand(machine.Xcopy(), "kill -KILL $$\n");
+    WriteShellScript(machine.Xcopy(), "kill -KILL $$\n");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
@@ -1302,7 +1295,7 @@ void TestPackageInstall::xcopyThatCannotBeStartedFails_posix()
 void TestPackageInstall::xcopyRunsInTheWorkingFolder_posix()
 {
     const OfferMachine machine;
-    WriteCommand(machine.Xcopy(), "printf %s \"$(pwd -P)\" > ran-here\n");
+    WriteShellScript(machine.Xcopy(), "printf %s \"$(pwd -P)\" > ran-here\n");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());

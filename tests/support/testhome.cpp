@@ -115,6 +115,14 @@ void WriteFile(const QString &path, const QByteArray &content)
         qFatal("cannot write %s: %s", qPrintable(path), qPrintable(file.errorString()));
 }
 
+void WriteShellScript(const QString &path, const QByteArray &lines)
+{
+    WriteFile(path, "#!/bin/sh\n" + lines);
+    if (!QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                         QFileDevice::ExeOwner))
+        qFatal("cannot make %s executable", qPrintable(path));
+}
+
 void ResetGlobal()
 {
     Global &global = Global::instance;

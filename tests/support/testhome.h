@@ -84,6 +84,9 @@ QByteArray ReadFile(const QString &path);
 /// Writes a file and creates its folders; fails the program when that is impossible.
 void WriteFile(const QString &path, const QByteArray &content);
 
+/// Writes an executable shell script. POSIX only; fails the program when it cannot.
+void WriteShellScript(const QString &path, const QByteArray &lines);
+
 /// Gives every field of Global::instance its initial value.
 void ResetGlobal();
 

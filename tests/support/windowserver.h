@@ -4,6 +4,11 @@
 #include <QProcess>
 #include <QSize>
 #include <QString>
+#include <QStringList>
+
+/// The numbers of the visible windows titled @p title, in no particular order; on Unix one empty
+/// number when there is none.
+QStringList VisibleWindows(const QString &title);
 
 /**
  * A window server and its user, who presses buttons and keys. On Unix the test starts a server of

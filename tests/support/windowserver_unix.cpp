@@ -17,6 +17,8 @@ QString Xdotool(const QStringList &arguments)
     return QString::fromLatin1(xdotool.readAllStandardOutput()).trimmed();
 }
 
+} // namespace
+
 QStringList VisibleWindows(const QString &title)
 {
     return Xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
@@ -24,8 +26,6 @@ QStringList VisibleWindows(const QString &title)
                     QLatin1Char('^') + QRegularExpression::escape(title) + QLatin1Char('$')})
         .split(QLatin1Char('\n'));
 }
-
-} // namespace
 
 WindowServer::WindowServer()
 {

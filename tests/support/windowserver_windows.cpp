@@ -29,12 +29,17 @@ BOOL CALLBACK Examine(HWND window, LPARAM search)
     return TRUE;
 }
 
+} // namespace
+
 QStringList VisibleWindows(const QString &title)
 {
     Search search{title, {}};
     EnumWindows(Examine, reinterpret_cast<LPARAM>(&search));
     return search.found;
 }
+
+namespace
+{
 
 HWND Handle(const QString &window)
 {

@@ -2,6 +2,7 @@
 
 #include "config/global.h"
 #include "tests/support/clientmachine.h"
+#include "tests/support/environmentvariable.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/loglines.h"
 #include "tests/ui/dialogs.h"
@@ -953,12 +954,10 @@ void TestUpdateDialog::updateGoesOnWithoutTasklist()
     const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
-    const QByteArray path = qgetenv("PATH");
-    qputenv("PATH", QFile::encodeName(machine.Scratch()));
+    const EnvironmentVariable path("PATH", QFile::encodeName(machine.Scratch()));
 
     machine.Click("immedBtn");
 
-    qputenv("PATH", path);
     QCOMPARE(getPack.count(), 1);
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
