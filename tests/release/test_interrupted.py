@@ -8,13 +8,11 @@ import os
 import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 from pathlib import Path
 from typing import Dict, List, NamedTuple
 
-TOOL = ""
-TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+from publishertest import PublisherTest
 
 # System calls that change the disk or prepare that.
 WRITES = "write,mkdir,rename,symlink,unlink,unlinkat,rmdir,chmod,fchmod,syncfs"
@@ -65,57 +63,31 @@ def tree_of(site: Path) -> Dict[str, object]:
     return found
 
 
-class Interrupted(unittest.TestCase):
+class Interrupted(PublisherTest):
     """Trees with three releases, and a command that changes one."""
 
     def setUp(self) -> None:
-        self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
-        (self.room / "client").mkdir()
-        (self.room / "client" / "a.txt").write_text("a" * 100)
+        super().setUp()
         (self.room / "setup.exe").write_bytes(b"MZ setup")
-        (self.room / "zh.txt").write_text("新\n", encoding="utf-8")
-        (self.room / "en.txt").write_text("new\n", encoding="utf-8")
         self.original = self.room / "original"
         self.trees = self.room / "trees"
         self.trees.mkdir()
         self.site = self.trees / "site"
         self.trace = self.room / "trace"
 
-    def notes_and_tree(self) -> List[str]:
-        """Options of a command that publishes."""
-        return ["--notes-zh", str(self.room / "zh.txt"), "--notes-en", str(self.room / "en.txt"),
-                "--out", str(self.site)]
-
-    def zip(self, version: str, *more: str, update: str = "optional") -> List[str]:
-        """The arguments that publish a release."""
-        return ["zip", "--client", str(self.room / "client"), "--name", "Client",
-                "--version", version, "--update", update, *self.notes_and_tree(), *more]
-
-    def run_tool(self, arguments: List[str], *before: str) -> subprocess.CompletedProcess:
-        """Runs the tool and returns its result."""
-        return subprocess.run(
-            [*before, TOOL, *arguments], capture_output=True, text=True, check=False,
-            timeout=TIME_LIMIT,
-        )
-
-    def succeed(self, arguments: List[str]) -> None:
-        """Runs it and requires success."""
-        done = self.run_tool(arguments)
-        self.assertEqual(done.returncode, 0, done.stderr)
-
     def make_trees(self) -> None:
         """Makes the trees with which each attempt starts."""
         site = str(self.site)
-        self.succeed(self.zip("2.0.0", "--share", "100"))
+        self.succeed(*self.zip("2.0.0", "--share", "100"))
         shutil.copytree(self.site, self.trees / "beta", symlinks=True)
-        self.succeed(self.zip("2.1.0"))
-        self.succeed(["rollout", site, "--version", "2.1.0", "--plan", "0.1% 1h, 0.2% 1h, 100%"])
-        self.succeed(["push", site, str(self.trees / "node")])
+        self.succeed(*self.zip("2.1.0"))
+        self.succeed("rollout", site, "--version", "2.1.0", "--plan", "0.1% 1h, 0.2% 1h, 100%")
+        self.succeed("push", site, str(self.trees / "node"))
         self.let_two_hours_pass()
-        self.succeed(self.zip("2.2.0", "--share", "0.1"))
-        self.succeed(["stop", site, "--version", "2.2.0"])
+        self.succeed(*self.zip("2.2.0", "--share", "0.1"))
+        self.succeed("stop", site, "--version", "2.2.0")
         shutil.copytree(self.site, self.trees / "paused", symlinks=True)
-        self.succeed(["stop", str(self.trees / "paused")])
+        self.succeed("stop", str(self.trees / "paused"))
         self.write_log()
         self.trees.rename(self.original)
 
@@ -145,8 +117,8 @@ class Interrupted(unittest.TestCase):
     def traced(self, command: Command, calls: str, *more: str) -> subprocess.CompletedProcess:
         """Runs a command under strace, which counts calls per kind and process."""
         only = ["-P", command.only] if command.only else []
-        return self.run_tool(command.arguments, "strace", "-f", "-qq", "-o", str(self.trace), *only,
-                             "-e", f"trace={calls}", *more)
+        strace = ["strace", "-f", "-qq", "-o", str(self.trace), *only, "-e", f"trace={calls}", *more]
+        return self.run_tool(*command.arguments, before=strace)
 
     def calls_of(self, command: Command, calls: str) -> Dict[str, int]:
         """Runs the command; returns how often a process makes each of these calls."""
@@ -185,11 +157,11 @@ class Interrupted(unittest.TestCase):
         """Verifies that the tree is the old or the new one and can be changed."""
         changed = self.trees / command.changed
         self.assertIn(self.without_orphans(tree_of(changed), before, after), (before, after))
-        self.succeed(command.arguments)
+        self.succeed(*command.arguments)
         # A repeat with nothing left to do leaves the cleaning up to the next change.
         if command.arguments[0] not in ("advance", "resume"):
             self.assertFalse((changed / ".publish").exists())
-        self.succeed(["verify", str(changed)])
+        self.succeed("verify", str(changed))
 
     @staticmethod
     def without_orphans(found: dict, before: dict, after: dict) -> dict:
@@ -259,9 +231,9 @@ class NotInterrupted(Interrupted):
             with self.subTest(command.arguments[0]):
                 self.start_again()
                 before = self.times()
-                self.succeed([*command.arguments, "--dry-run"])
+                self.succeed(*command.arguments, "--dry-run")
                 self.assertEqual(self.times(), before)
-                self.succeed(command.arguments)
+                self.succeed(*command.arguments)
                 self.assertNotEqual(self.times(), before)
 
     def times(self) -> Dict[str, int]:
@@ -274,11 +246,11 @@ class NotInterrupted(Interrupted):
         names = []
         for share in ("10", "20"):
             self.start_again()
-            self.succeed(["rollout", str(self.site), "--version", "2.1.0", "--share", share])
+            self.succeed("rollout", str(self.site), "--version", "2.1.0", "--share", share)
             names.append(os.readlink(self.site / "check" / "now"))
         self.assertNotEqual(*names)
 
 
 if __name__ == "__main__":
-    TOOL = sys.argv.pop(1)
+    PublisherTest.tool = sys.argv.pop(1)
     unittest.main()

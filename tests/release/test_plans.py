@@ -10,39 +10,18 @@ import pty
 import signal
 import subprocess
 import sys
-import tempfile
 import unittest
 from pathlib import Path
-from typing import List
 
-TOOL = ""
-TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+from publishertest import TIME_LIMIT, PublisherTest
 
 
-class Tree(unittest.TestCase):
-    """Each test has a client's folder, notes and a tree with 2.0.0 for everybody."""
+class Tree(PublisherTest):
+    """Each test has a tree with 2.0.0 for everybody."""
 
     def setUp(self) -> None:
-        self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
-        (self.room / "client").mkdir()
-        (self.room / "client" / "a.txt").write_text("a" * 100)
-        (self.room / "zh.txt").write_text("新\n", encoding="utf-8")
-        (self.room / "en.txt").write_text("new\n", encoding="utf-8")
-        self.site = self.room / "site"
+        super().setUp()
         self.publish("2.0.0", "--share", "100")
-
-    def run_tool(self, *arguments: object, environment=None) -> subprocess.CompletedProcess:
-        """Runs the tool and returns its result."""
-        return subprocess.run(
-            [TOOL, *map(str, arguments)], capture_output=True, text=True, check=False,
-            timeout=TIME_LIMIT, env=environment,
-        )
-
-    def succeed(self, *arguments: object) -> str:
-        """Runs it, requires success and returns its output."""
-        done = self.run_tool(*arguments)
-        self.assertEqual(done.returncode, 0, done.stderr)
-        return done.stdout
 
     def refused(self, *arguments: object) -> str:
         """Runs it, requires a refusal and returns its only line."""
@@ -54,11 +33,7 @@ class Tree(unittest.TestCase):
 
     def publish(self, version: str, *more: str, site: Path = None) -> None:
         """Publishes the client."""
-        self.succeed(
-            "zip", "--client", self.room / "client", "--name", "Client", "--version", version,
-            "--update", "optional", "--notes-zh", self.room / "zh.txt",
-            "--notes-en", self.room / "en.txt", "--out", site or self.site, *more,
-        )
+        self.succeed(*self.zip(version, *more, site=site))
 
     def release(self, version: str, site: Path = None) -> dict:
         """The entry of a release in the list."""
@@ -290,7 +265,7 @@ class Plans(Tree):
         self.let_time_pass(days=1)
         with self.log.open("a") as log:
             log.truncate(2**28)  # sparse, but it takes a while to read
-        command = [TOOL, "advance", self.site, "--log", self.log]
+        command = [self.tool, "advance", self.site, "--log", self.log]
         with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as advance:
             while not self.has_opened_the_log(advance):
                 self.assertIsNone(advance.poll(), "the log was read too fast")
@@ -323,7 +298,7 @@ class Plans(Tree):
         self.write_log(good=30)
         for command in (["report", self.log], ["advance", self.site, "--log", self.log]):
             ours, theirs = pty.openpty()
-            with subprocess.Popen([TOOL, *command], stdout=subprocess.DEVNULL,
+            with subprocess.Popen([self.tool, *command], stdout=subprocess.DEVNULL,
                                   stderr=theirs) as tool:
                 os.close(theirs)
                 self.assertEqual(tool.wait(TIME_LIMIT), 0)
@@ -474,7 +449,7 @@ class Push(Tree):
         for node in self.nodes:
             node.mkdir(parents=True)
         self.nodes[0].chmod(0o775)
-        subprocess.run([TOOL, *map(str, self.push)], check=True, timeout=TIME_LIMIT, umask=0o077)
+        subprocess.run([self.tool, *map(str, self.push)], check=True, timeout=TIME_LIMIT, umask=0o077)
         self.assertEqual(self.nodes[0].stat().st_mode & 0o777, 0o775)
         copied = [path for path in self.nodes[0].rglob("*") if not path.is_symlink()]
         self.assertTrue(copied)
@@ -632,5 +607,5 @@ class Others(Tree):
 
 
 if __name__ == "__main__":
-    TOOL = sys.argv.pop(1)
+    PublisherTest.tool = sys.argv.pop(1)
     unittest.main()
