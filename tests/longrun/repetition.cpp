@@ -8,7 +8,7 @@
 #include "config/global.h"
 #include "tests/longrun/liveobjects.h"
 #include "tests/longrun/ownprocess.h"
-#include "tests/net/workerrun.h"
+#include "tests/support/workerrun.h"
 #include "tests/support/zipmaker.h"
 
 #include <QApplication>
@@ -69,8 +69,8 @@ void Require(bool holds, const char *otherwise, int update)
 void MakeUpdate(ScriptedServer &server, int number)
 {
     UpdateScene scene(server);
-    WriteFile(scene.home.UpdateConfigFile(), "{}");
-    scene.home.ClientDataFolder();
+    WriteFile(scene.UpdateConfigFile(), "{}");
+    scene.ClientDataFolder();
     // So that both languages and both prompts come up.
     Global::instance.language = number % 2 == 0 ? QStringLiteral("en") : QStringLiteral("zh");
     const QByteArray mode = number % 3 == 0 ? "2" : "1";
@@ -87,7 +87,7 @@ void MakeUpdate(ScriptedServer &server, int number)
     Require(run.DownloadUntilQuit(), "the program did not quit", number);
     run.Shutdown();
     Require(scene.client.WaitForCalls(1), "the client was not started", number);
-    Require(ReadFile(scene.home.Installed(QStringLiteral("release.txt"))) == content,
+    Require(ReadFile(scene.Installed(QStringLiteral("release.txt"))) == content,
             "the package was not installed", number);
     // Qt caches pictures of windows that are gone.
     QPixmapCache::clear();
@@ -127,6 +127,7 @@ int main(int argc, char *argv[])
     const State after = State::Now(before.threads.size());
 
     std::printf("%d updates in one process, and what is left of them\n", updates);
+    std::printf("The harness skips the pause of one second before each check.\n");
     bool clean = NothingNew("open descriptors", before.descriptors, after.descriptors);
     clean = NothingNew("threads", before.threads, after.threads) && clean;
     clean = NothingNew("objects", before.objects, after.objects) && clean;
