@@ -48,10 +48,7 @@ void TestHttpDownLoadFileOffer::updateModeIsAnnounced_data()
     QTest::addColumn<QString>("mode");
     QTest::newRow("optional") << QByteArray(R"("update":"1")") << QStringLiteral("1");
     QTest::newRow("forced") << QByteArray(R"("update":"2")") << QStringLiteral("2");
-    QTest::newRow("nearly none") << QByteArray(R"("update":"00")") << QStringLiteral("00");
     QTest::newRow("a number") << QByteArray(R"("update":0)") << QString();
-    QTest::newRow("older version")
-        << QByteArray(R"("update":"1","latestVersion":"0.9")") << QStringLiteral("1");
     QTest::newRow("same version with a blank")
         << QByteArray(R"("update":"1","latestVersion":"1.0.0 ")") << QStringLiteral("1");
 }
@@ -117,15 +114,8 @@ void TestHttpDownLoadFileOffer::silencedVersionIsNotPrompted_data()
     const QString offered = QStringLiteral("2.1.3");
     const QString none;
     QTest::newRow("silenced") << 1 << offered << none << false;
-    QTest::newRow("any number but 0 silences") << 2 << offered << none << false;
-    QTest::newRow("not silenced") << 0 << offered << none << true;
-    QTest::newRow("another version silenced") << 1 << QStringLiteral("2.1.2") << none << true;
-    QTest::newRow("no version silenced") << 1 << none << none << true;
     QTest::newRow("compared exactly") << 1 << QStringLiteral("2.1.3 ") << none << true;
     QTest::newRow("asked for") << 1 << offered << QStringLiteral("-noremid") << true;
-    QTest::newRow("to be updated at once")
-        << 1 << offered << QStringLiteral("-immediately") << true;
-    QTest::newRow("switch in upper case") << 1 << offered << QStringLiteral("-NoRemid") << false;
     QTest::newRow("longer switch") << 1 << offered << QStringLiteral("-noremid1") << false;
 }
 

@@ -33,13 +33,8 @@ void TestHttpDownLoadFilePackagePath::packageIsNamedAfterItsAddress_data()
         QTest::newRow(tag) << QByteArray(url) << QString::fromUtf8(logged);
     };
     row("usual", "https://packages.example/a/Package-2.1.3.zip", "Package-2.1.3.zip");
-    row("nothing but a name", "Package.zip", "Package.zip");
     row("ends with a slash", "https://packages.example/a/", "");
-    row("empty", "", "");
-    row("slash in the query", "https://packages.example/p.zip?next=/q.zip", "q.zip");
-    row("stays encoded", "https://packages.example/a%20b%2Fc.zip", "a%20b%2Fc.zip");
     row("Chinese", u8"https://packages.example/安装包.zip", u8"安装包.zip");
-    row("batch file in the middle", "https://packages.example/setup.bat.exe", "setup.bat.exe");
 }
 
 void TestHttpDownLoadFilePackagePath::packageIsNamedAfterItsAddress()
@@ -65,16 +60,8 @@ void TestHttpDownLoadFilePackagePath::nameThatIsNoHarmlessFileStartsTheClient_da
         QTest::newRow(tag) << QString::fromUtf8(name);
     };
     row("batch file", "setup.bat");
-    row("command file", "setup.cmd");
-    row("command file as Windows keeps it", "Setup.CMD. ");
-    row("device", "NUL");
-    row("device with an extension", "com1.zip");
     row("parent folder", "..");
-    row("folder itself", ". ");
     row("back-slash", R"(..\\evil.zip)");
-    row("drive", "C:evil.exe");
-    row("stream of a file", "Package.zip:hidden");
-    row("query", "p.zip?x=1&y=2");
     row("control character", R"(Package\u0007.zip)");
     row("reversed direction", R"(Package\u202epiz.exe)");
 }
@@ -103,14 +90,8 @@ void TestHttpDownLoadFilePackagePath::downloadFolderIsNamedAfterTheClient_data()
 {
     QTest::addColumn<QString>("appName");
     QTest::addColumn<QString>("folder");
-    QTest::newRow("up to the first dot")
-        << QStringLiteral("My.Client.exe") << QStringLiteral("/AppData/Local/My");
-    QTest::newRow("without a dot")
-        << QStringLiteral("MyClient") << QStringLiteral("/AppData/Local/MyClient");
     QTest::newRow("with blanks") << QStringLiteral("My Client.exe")
                                  << QStringLiteral("/AppData/Local/My Client");
-    QTest::newRow("Chinese") << QStringLiteral("客户端.exe")
-                             << QStringLiteral("/AppData/Local/客户端");
     QTest::newRow("nothing before the dot")
         << QStringLiteral(".exe") << QStringLiteral("/AppData/Local/");
 }
