@@ -651,7 +651,7 @@ void TestClientProcess::meetingLinksAreRecognised()
     QTEST(ClientUrlArgument(argument), "passedOn");
 }
 
-/// Repeats the comparison while the number of free bytes changes.
+/// Free bytes of a volume change at any moment: compares until they did not while being asked for.
 static bool FreeBytesMatch(const QString &path, const QString &volume)
 {
     const auto freeBytes = [&volume] {

@@ -115,7 +115,7 @@ private:
 
 using Change = std::function<void(const ShippedClient &)>;
 
-/// The findings in a file with this content.
+/// What is found in a file of that content alone.
 Outcome CheckText(const QByteArray &text, Global::PackageKind packages = kZip)
 {
     const QTemporaryDir room;

@@ -159,7 +159,7 @@ void TestVerifyRelease::goodReleases_data()
 {
     QTest::addColumn<Change>("change");
     QTest::newRow("as published") << Change([](const Vendor &) {});
-    QTest::newRow("next to older packages") << Change([](const Vendor &vendor) {
+    QTest::newRow("beside older packages") << Change([](const Vendor &vendor) {
         WriteFile(vendor.Tree(QStringLiteral("packages/Client-2.0.zip")), "whatever");
     });
     QTest::newRow("made by other tools") << Holds([](ZipMaker &zip) {
@@ -352,7 +352,7 @@ void TestVerifyRelease::wrongPackages_data()
     AddRow(
         "another top folder", "top-folder", "is not the folder \"Client-2.1.3\"",
         HoldsOnly([](ZipMaker &zip) { zip.AddFile(QStringLiteral("Client-2.1.3/app.txt"), "x"); }));
-    AddRow("file next to the top folder", "top-folder", "readme.txt: lies outside",
+    AddRow("file beside the top folder", "top-folder", "readme.txt: lies outside",
            HoldsFile(QStringLiteral("readme.txt")));
     AddRow("top folder of a similar name", "top-folder", "lies outside",
            HoldsFile(QStringLiteral("Client-2.1.30/x")));
