@@ -113,7 +113,7 @@ void TestGlobal::onlyExactEnIsEnglish_data()
     QTest::newRow("En") << QStringLiteral("En") << false;
     QTest::newRow("en-US") << QStringLiteral("en-US") << false;
     QTest::newRow("en_GB") << QStringLiteral("en_GB") << false;
-    QTest::newRow("blank behind") << QStringLiteral("en ") << false;
+    QTest::newRow("blank at the end") << QStringLiteral("en ") << false;
     QTest::newRow("part of a word") << QStringLiteral("zhen") << false;
 }
 

@@ -109,7 +109,7 @@ void AddBrokenJson()
     QTest::newRow("not UTF-8") << QByteArray("{\"appName\": \"\xff\"}") << 9;
     QTest::newRow("unterminated string") << QByteArray("{\"appName\": \"x}") << 10;
     QTest::newRow("comma at the end") << QByteArray("{\"appName\": \"x\",}") << 11;
-    QTest::newRow("more behind the object") << QByteArray("{\"appName\": \"x\"}\"}") << 14;
+    QTest::newRow("more text after the object") << QByteArray("{\"appName\": \"x\"}\"}") << 14;
 }
 
 /// Sets the locale that QLocale() returns while it lives.
@@ -531,7 +531,7 @@ void TestReadConfig::languageIsTheTrimmedFile_data()
     row("blank", " \r\n\t ", QString());
     row("blank inside", "en us", QStringLiteral("en us"));
     row("two lines", "en\nzh", QStringLiteral("en\nzh"));
-    row("zero byte behind", QByteArray("en\0zh", 5), QStringLiteral("en"));
+    row("zero byte after it", QByteArray("en\0zh", 5), QStringLiteral("en"));
     row("zero byte first", QByteArray("\0en", 3), QString());
     row("trimmed before the zero byte counts", QByteArray("en \0", 4), QStringLiteral("en "));
     row("UTF-8", u8"中文", QStringLiteral("中文"));

@@ -296,7 +296,7 @@ void TestWriteBack::textThatDoesNotParseIsRebuiltOverTheOldBytes_data()
     const QByteArray text = "{\n    \"currentVersion\": \"2.1.3\"\n}\n";
     QTest::newRow("shorter") << QByteArray("{\"appName\": \"x\"") << text;
     QTest::newRow("longer") << QByteArray(60, '?') << text + QByteArray(60 - text.size(), '?');
-    QTest::newRow("rubbish behind an object") << QByteArray("{\"appName\": \"x\"} }") << text;
+    QTest::newRow("rubbish after an object") << QByteArray("{\"appName\": \"x\"} }") << text;
 }
 
 void TestWriteBack::textThatDoesNotParseIsRebuiltOverTheOldBytes()

@@ -189,11 +189,11 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted_data()
     row("upper case", TasklistRow(QStringLiteral("CLIENT.EXE")), false);
     row("lower case", TasklistRow(QStringLiteral("client.exe")), false);
     row("shortened", TasklistRow(QStringLiteral("Client.e")), false);
-    row("behind a zero byte", QByteArray("x\0", 2) + "Client.exe", false);
+    row("after a zero byte", QByteArray("x\0", 2) + "Client.exe", false);
     row("zero byte first", QByteArray("\0", 1) + TasklistRow(name), false);
     row("zero byte inside", QByteArray("Client\0.exe", 11), false);
     row("before a zero byte", QByteArray("Client.exe\0x", 12), true);
-    row("behind much else", QByteArray(100000, 'x') + "\r\nClient.exe", true);
+    row("after much other text", QByteArray(100000, 'x') + "\r\nClient.exe", true);
     row("several of them", TasklistRow(name) + TasklistRow(name), true);
     // The bytes are read in the system's code page.
     const QString chinese = QStringLiteral("客户端.exe");

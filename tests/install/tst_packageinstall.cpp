@@ -955,7 +955,7 @@ void TestPackageInstall::unusualArchivesAreInstalled_data()
             change(zip);
         });
     };
-    changed("sizes behind the data", [](ZipMaker &zip) {
+    changed("sizes after the data", [](ZipMaker &zip) {
         zip.UseDataDescriptor(1);
         zip.UseDataDescriptor(2);
     });

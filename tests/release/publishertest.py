@@ -33,7 +33,7 @@ class PublisherTest(unittest.TestCase):
                 "--version", version, "--update", update, *self.notes_and_tree(site), *more]
 
     def run_tool(self, *arguments: object, before=(), environment=None) -> subprocess.CompletedProcess:
-        """Runs the tool, behind the command BEFORE, and returns its result."""
+        """Runs the tool, after the command BEFORE, and returns its result."""
         return subprocess.run(
             [*before, self.tool, *map(str, arguments)], capture_output=True, text=True, check=False,
             timeout=TIME_LIMIT, env=environment,

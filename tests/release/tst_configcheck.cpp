@@ -417,7 +417,7 @@ void TestConfigCheck::textThatCannotBeRead_data()
     QTest::addColumn<QByteArray>("text");
     QByteArray withComment = Text(GoodConfig());
     QTest::newRow("comment") << "// our own\n" + withComment;
-    QTest::newRow("comma behind the last value") << withComment.replace("/\"\n}", "/\",\n}");
+    QTest::newRow("comma after the last value") << withComment.replace("/\"\n}", "/\",\n}");
     QTest::newRow("cut") << Text(GoodConfig()).chopped(2);
     QTest::newRow("rest of a longer text") << Text(GoodConfig()) + "}\n";
     QTest::newRow("empty") << QByteArray();

@@ -201,7 +201,7 @@ void TestReleaseRules::versionsInNames_data()
         "2.10.10");
     add("no version to be like", "Client-2.10.10.zip", "Client-.zip", "", "2.10.10");
     add("no version", "Setup.exe", client, "3.0.0", "");
-    add("nothing behind the dash", "Client-.zip", client, "3.0.0", "");
+    add("nothing after the dash", "Client-.zip", client, "3.0.0", "");
     add("not a version", "Client-2.1.3 (1).zip", client, "3.0.0", "");
     add("no package", "Client-2.10.10.zip.part", client, "3.0.0", "");
 }

@@ -161,7 +161,7 @@ void TestHarmlessMarkup::showsAsPlainTextWhatWouldTakeLong_data()
     add("tables in tables, closed",
         nested.repeated(30) + QStringLiteral("</td></tr></table>").repeated(30));
     add("tables in capitals", nested.toUpper().repeated(30));
-    add("tables behind stray ends",
+    add("tables after stray end tags",
         QStringLiteral("<p>") + times(40, "</table>") + nested.repeated(28));
     add("ends of tables in comments", (nested + QStringLiteral("<!-- </table> -->")).repeated(28));
     add("a text in seven tables", nested.repeated(7) + times(2000, "word "));
