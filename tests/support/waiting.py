@@ -12,7 +12,7 @@ def wait_until(condition: Callable[[], object], what: str, seconds: float = 60) 
     deadline = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > deadline:
-            raise TimeoutError(f"never came: {what}")
+            raise TimeoutError(f"timed out waiting for {what}")
         time.sleep(0.02)
 
 
