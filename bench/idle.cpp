@@ -5,7 +5,7 @@
 #include "bench/figure.h"
 #include "bench/processstatus.h"
 #include "bench/updaterwindow.h"
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
 
 #include <QApplication>
 #include <QTest>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
 
 #include <QString>
 

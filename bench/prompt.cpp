@@ -3,7 +3,7 @@
 #include "bench/figure.h"
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

@@ -1,7 +1,7 @@
 // How soon the check request is sent, compared with a minimal program that does the same work.
 
 #include "bench/figure.h"
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
 
 #include <QApplication>
 #include <QDateTime>
@@ -31,10 +31,10 @@ double CheckRequestMs()
 {
     UpdaterRun run;
     // Takes little time, and the same in each run, so that it can be subtracted.
-    const StandIn tasklist(run.home.CommandsFolder() + QStringLiteral("/tasklist"));
+    const StandIn tasklist(run.CommandsFolder() + QStringLiteral("/tasklist"));
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    const double children = TasklistMs(run.imageName) + TasklistMs(run.imageName);
+    const double children = TasklistMs(run.ClientName()) + TasklistMs(run.ClientName());
     const qint64 start = QDateTime::currentMSecsSinceEpoch();
     if (run.Run() != 0 || run.server.Requests().size() != 1)
         qFatal("the run sent no check request");

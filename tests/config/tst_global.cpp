@@ -12,7 +12,7 @@
 #include <type_traits>
 #include <vector>
 
-// There is one object and no way to make another.
+// There is one object, and no second one can be created.
 static_assert(!std::is_default_constructible<Global>::value, "a second object");
 static_assert(!std::is_copy_constructible<Global>::value, "a second object");
 static_assert(std::is_same<decltype(Global::packageSize), qint64>::value, "64 bits");
@@ -38,7 +38,7 @@ private slots:
     void askingForPathsMakesNothing();
 };
 
-// First of all: nothing may have touched the object before.
+// Must come first, because later functions change the object.
 void TestGlobal::everythingIsEmptyAtConstruction()
 {
     const Global &global = Global::instance;
@@ -111,7 +111,7 @@ void TestGlobal::onlyExactEnIsEnglish_data()
     QTest::newRow("En") << QStringLiteral("En") << false;
     QTest::newRow("en-US") << QStringLiteral("en-US") << false;
     QTest::newRow("en_GB") << QStringLiteral("en_GB") << false;
-    QTest::newRow("blank behind") << QStringLiteral("en ") << false;
+    QTest::newRow("blank at the end") << QStringLiteral("en ") << false;
     QTest::newRow("part of a word") << QStringLiteral("zhen") << false;
 }
 

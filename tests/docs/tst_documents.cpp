@@ -44,7 +44,7 @@ QString Complaint(const QString &path, const QString &link)
 }
 
 /// A claim of a document is followed by a comment with the tests that prove it, as in
-/// <!-- test: startup::NoArgumentIsTakenForQt folderremoval -->
+/// <!-- test: startup::noArgumentIsTakenForQt folderremoval -->
 QStringList NamedTests(const QString &text)
 {
     static const QRegularExpression comment(QStringLiteral("<!-- test: ([^>]+) -->"));

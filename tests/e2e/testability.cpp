@@ -1,5 +1,5 @@
-// The library that Qt loads for test automation when the environment asks for it. Loading it ends
-// the program with a code of its own.
+// Qt loads this library for test automation when the environment asks for it. Loading it ends the
+// program with a special exit code.
 
 #include <QtGlobal>
 

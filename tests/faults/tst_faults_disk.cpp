@@ -7,30 +7,30 @@
 #include <QJsonDocument>
 #include <QTest>
 
-/// Disks that are full or take no changes, folders and files that are missing or held.
+/// Disks that are full or read-only, and folders and files that are missing or in use.
 class TestFaultsDisk : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void ADiskThatIsFullForThePackage();
-    void APackageWithoutAnEnd();
-    void ADiskThatIsFullForTheUnpackedPackage();
-    void ADiskThatIsFullForTheClient();
-    void ADiskThatIsFullForTheConfiguration();
-    void ADiskThatIsFullForTheLog();
-    void TooLittleSpaceForThePackage();
-    void AFolderThatTakesNoChanges_data();
-    void AFolderThatTakesNoChanges();
-    void AHomeThatTakesNoChangesEndsTheRun();
-    void AChoiceThatCannotBeSavedEndsTheRun();
-    void AMissingFolderIsMadeWhereItIsOurs_data();
-    void AMissingFolderIsMadeWhereItIsOurs();
-    void AConfigurationThatCannotBeReadEndsTheRun_data();
-    void AConfigurationThatCannotBeReadEndsTheRun();
-    void APackageThatIsHeldOpen();
-    void AMarkerThatIsHeldOpen();
-    void AProgramOfTheClientThatIsHeldOpen();
+    void aDiskThatIsFullForThePackage();
+    void aPackageWithoutAnEnd();
+    void aDiskThatIsFullForTheUnpackedPackage();
+    void aDiskThatIsFullForTheClient();
+    void aDiskThatIsFullForTheConfiguration();
+    void aDiskThatIsFullForTheLog();
+    void tooLittleSpaceForThePackage();
+    void aFolderThatTakesNoChanges_data();
+    void aFolderThatTakesNoChanges();
+    void aHomeThatTakesNoChangesEndsTheRun();
+    void aChoiceThatCannotBeSavedEndsTheRun();
+    void aMissingFolderIsMadeWhereItIsOurs_data();
+    void aMissingFolderIsMadeWhereItIsOurs();
+    void aConfigurationThatCannotBeReadEndsTheRun_data();
+    void aConfigurationThatCannotBeReadEndsTheRun();
+    void aPackageThatIsHeldOpen();
+    void aMarkerThatIsHeldOpen();
+    void aProgramOfTheClientThatIsHeldOpen();
 };
 
 namespace
@@ -45,10 +45,10 @@ QString DownloadFolder(const FaultRun &fault)
 
 QString ConfigFile(const FaultRun &fault)
 {
-    return fault.run.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    return fault.run.UpdateConfigFile();
 }
 
-/// Takes all that a small file system has left.
+/// Fills a small file system.
 void Fill(const QString &folder)
 {
     QFile filler(folder + QStringLiteral("/filler"));
@@ -60,7 +60,7 @@ void Fill(const QString &folder)
 
 } // namespace
 
-void TestFaultsDisk::ADiskThatIsFullForThePackage()
+void TestFaultsDisk::aDiskThatIsFullForThePackage()
 {
     FaultRun fault(QStringLiteral("disk: full during the download"));
     fault.Offer();
@@ -75,7 +75,7 @@ void TestFaultsDisk::ADiskThatIsFullForThePackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::APackageWithoutAnEnd()
+void TestFaultsDisk::aPackageWithoutAnEnd()
 {
     FaultRun fault(QStringLiteral("package: without an end, and the disk gets full"));
     fault.Offer();
@@ -100,7 +100,7 @@ void TestFaultsDisk::APackageWithoutAnEnd()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheUnpackedPackage()
+void TestFaultsDisk::aDiskThatIsFullForTheUnpackedPackage()
 {
     FaultRun fault(QStringLiteral("disk: full while the package is unpacked"));
     fault.Offer();
@@ -119,12 +119,12 @@ void TestFaultsDisk::ADiskThatIsFullForTheUnpackedPackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheClient()
+void TestFaultsDisk::aDiskThatIsFullForTheClient()
 {
     FaultRun fault(QStringLiteral("disk: full while the client is copied"));
     fault.Offer();
     {
-        const QString folder = fault.run.home.ClientFolder() + QStringLiteral("/plug ins");
+        const QString folder = fault.run.Installed(QStringLiteral("plug ins"));
         const Mount small = Mount::Empty(folder, kPageBytes);
         Fill(folder);
         fault.RunThrough();
@@ -137,14 +137,14 @@ void TestFaultsDisk::ADiskThatIsFullForTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheConfiguration()
+void TestFaultsDisk::aDiskThatIsFullForTheConfiguration()
 {
     FaultRun fault(QStringLiteral("disk: full when the version is recorded"));
     fault.Offer();
     const QByteArray usual = ReadFile(ConfigFile(fault));
     {
-        // One page, which the recorded version does not fit into any more.
-        const QString folder = fault.run.home.Scratch() + QStringLiteral("/small");
+        // One page, which is too small for the recorded version.
+        const QString folder = fault.run.Scratch() + QStringLiteral("/small");
         const Mount small = Mount::Empty(folder, 2 * kPageBytes);
         QJsonObject config = QJsonDocument::fromJson(usual).object();
         config.insert(QStringLiteral("padding"), QString());
@@ -161,15 +161,15 @@ void TestFaultsDisk::ADiskThatIsFullForTheConfiguration()
                           QStringLiteral("user: make room and install the updater anew; vendor: "
                                          "keep updateconfig.json below 4 KiB")});
     }
-    fault.run.home.WriteUpdateConfig(usual);
+    fault.run.WriteUpdateConfig(usual);
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheLog()
+void TestFaultsDisk::aDiskThatIsFullForTheLog()
 {
     FaultRun fault(QStringLiteral("disk: full for the log"));
     fault.Offer();
-    const QString folder = fault.run.home.Home() + QStringLiteral("/AppData/Local/AutoUpdate");
+    const QString folder = fault.run.Home() + QStringLiteral("/AppData/Local/AutoUpdate");
     {
         const Mount small = Mount::Empty(folder, kPageBytes);
         Fill(folder);
@@ -180,12 +180,12 @@ void TestFaultsDisk::ADiskThatIsFullForTheLog()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::TooLittleSpaceForThePackage()
+void TestFaultsDisk::tooLittleSpaceForThePackage()
 {
     FaultRun fault(QStringLiteral("disk: less free than three times the package"));
     fault.Offer();
-    // Such a folder in the working folder is what the name of the drive leads to here.
-    const QString drive = fault.run.home.ProgramFolder() + QStringLiteral("/C:\\");
+    // On Linux the name of the drive leads to this folder in the working folder.
+    const QString drive = fault.run.ProgramFolder() + QStringLiteral("/C:\\");
     {
         const Mount small =
             Mount::Empty(drive, 3 * (FaultRun::Package().size() / kPageBytes) * kPageBytes);
@@ -201,7 +201,7 @@ void TestFaultsDisk::TooLittleSpaceForThePackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AFolderThatTakesNoChanges_data()
+void TestFaultsDisk::aFolderThatTakesNoChanges_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("left");
@@ -222,15 +222,14 @@ void TestFaultsDisk::AFolderThatTakesNoChanges_data()
         << QStringLiteral("new client") + unpacked + QStringLiteral(", notes, marker") << QString();
 }
 
-void TestFaultsDisk::AFolderThatTakesNoChanges()
+void TestFaultsDisk::aFolderThatTakesNoChanges()
 {
     QFETCH(QString, folder);
     QFETCH(QString, left);
     QFETCH(QString, note);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    const QString path =
-        QFileInfo(fault.run.home.ClientFolder()).path() + QLatin1Char('/') + folder;
+    const QString path = QFileInfo(fault.run.ClientFolder()).path() + QLatin1Char('/') + folder;
     if (!QFile::exists(path))
         QDir().mkpath(path);
     {
@@ -241,7 +240,7 @@ void TestFaultsDisk::AFolderThatTakesNoChanges()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AHomeThatTakesNoChangesEndsTheRun()
+void TestFaultsDisk::aHomeThatTakesNoChangesEndsTheRun()
 {
     FaultRun fault(QStringLiteral("read-only: the download folder"));
     fault.Offer();
@@ -257,7 +256,7 @@ void TestFaultsDisk::AHomeThatTakesNoChangesEndsTheRun()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AChoiceThatCannotBeSavedEndsTheRun()
+void TestFaultsDisk::aChoiceThatCannotBeSavedEndsTheRun()
 {
     FaultRun fault(QStringLiteral("read-only: updateconfig.json, and \"Never Prompt\" chosen"));
     fault.Offer();
@@ -275,7 +274,7 @@ void TestFaultsDisk::AChoiceThatCannotBeSavedEndsTheRun()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs_data()
+void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("left");
@@ -286,19 +285,19 @@ void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs_data()
         << FaultRun::Untouched + QStringLiteral(", the package, unpacked package");
 }
 
-void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs()
+void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs()
 {
     QFETCH(QString, folder);
     QFETCH(QString, left);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    QDir(fault.run.home.Home() + folder).removeRecursively();
+    QDir(fault.run.Home() + folder).removeRecursively();
     fault.RunThrough();
-    // Looking at what is left makes the client's data folder again.
+    // Left() creates the client's data folder again.
     fault.MustEndWith({FaultRun::Progress, left, 1});
 }
 
-void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun_data()
+void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QByteArray>("content");
@@ -317,14 +316,14 @@ void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun_data()
         << clients << cut << FaultRun::Untouched + QStringLiteral(" with a damaged configuration");
 }
 
-void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun()
+void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun()
 {
     QFETCH(QString, file);
     QFETCH(QByteArray, content);
     QFETCH(QString, left);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    const QString path = fault.run.home.ClientFolder() + file;
+    const QString path = fault.run.ClientFolder() + file;
     const QByteArray usual = ReadFile(path);
     QFile::remove(path);
     if (!content.isNull())
@@ -337,7 +336,7 @@ void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::APackageThatIsHeldOpen()
+void TestFaultsDisk::aPackageThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: an older and longer package, which cannot be removed"));
     fault.Offer();
@@ -355,12 +354,11 @@ void TestFaultsDisk::APackageThatIsHeldOpen()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AMarkerThatIsHeldOpen()
+void TestFaultsDisk::aMarkerThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: the marker of the last update, which cannot be removed"));
     fault.Offer();
-    const QString marker =
-        fault.run.home.ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt");
+    const QString marker = fault.run.MarkerFile();
     WriteFile(marker, "1");
     {
         const Mount held = Mount::Over(marker, marker);
@@ -370,11 +368,11 @@ void TestFaultsDisk::AMarkerThatIsHeldOpen()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AProgramOfTheClientThatIsHeldOpen()
+void TestFaultsDisk::aProgramOfTheClientThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: a file of the client, by a program that runs it"));
     fault.Offer();
-    const QString data = fault.run.home.ClientFolder() + QStringLiteral("/data.bin");
+    const QString data = fault.run.Installed(QStringLiteral("data.bin"));
     StandIn helper(data);
     helper.StartAndStay();
     fault.RunThrough();

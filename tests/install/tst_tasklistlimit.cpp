@@ -1,6 +1,7 @@
 #include "config/global.h"
 #include "install/clientprocess.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/loglines.h"
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
 
@@ -19,7 +20,7 @@ private slots:
     void outputUntilTheLimitDecides();
 };
 
-// Both cases at once: each takes the whole limit.
+// Both cases at once, because each takes the whole time limit.
 void TestTasklistLimit::outputUntilTheLimitDecides()
 {
     const TestHome home;
@@ -28,7 +29,7 @@ void TestTasklistLimit::outputUntilTheLimitDecides()
     Global::instance.appPath = home.ClientFolder() + QLatin1Char('/');
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("qorb-meeting://abc"));
 
-    // It prints the client's name and never ends.
+    // It prints the client's name but never ends.
     StandIn tasklist(home.CommandsFolder() + QStringLiteral("/tasklist"));
     tasklist.SetScript(StandIn::Prints(Global::instance.appName.toLocal8Bit()) + "stay\n");
 
@@ -52,9 +53,7 @@ void TestTasklistLimit::outputUntilTheLimitDecides()
     QCOMPARE(tasklist.Calls().size(), 2);
     QVERIFY(client.WaitForCalls(1));
     QCOMPARE(client.Calls(), QVector<QStringList>({{QStringLiteral("--url=abc")}}));
-    QCOMPARE(
-        log.Messages(),
-        QStringList(QStringLiteral("[INFO] \"%1\"  Already Run...").arg(Global::instance.appName)));
+    QCOMPARE(log.Messages(), QStringList(LogLine::AlreadyRuns(Global::instance.appName)));
 }
 
 QTEST_GUILESS_MAIN(TestTasklistLimit)

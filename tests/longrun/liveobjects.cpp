@@ -18,7 +18,7 @@ struct Watched {
     std::unordered_set<QObject *> objects;
 };
 
-/// Never destroyed: objects go until the process is over.
+/// Never destroyed, because objects are destroyed until the process ends.
 Watched &All()
 {
     static auto *all = new Watched;

@@ -10,42 +10,21 @@ import pty
 import signal
 import subprocess
 import sys
-import tempfile
 import unittest
 from pathlib import Path
-from typing import List
 
-TOOL = ""
-TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+from publishertest import TIME_LIMIT, PublisherTest
 
 
-class Tree(unittest.TestCase):
-    """Each test has a client's folder, notes and a tree with 2.0.0 for everybody."""
+class Tree(PublisherTest):
+    """Each test has a tree with 2.0.0 for everybody."""
 
     def setUp(self) -> None:
-        self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
-        (self.room / "client").mkdir()
-        (self.room / "client" / "a.txt").write_text("a" * 100)
-        (self.room / "zh.txt").write_text("新\n", encoding="utf-8")
-        (self.room / "en.txt").write_text("new\n", encoding="utf-8")
-        self.site = self.room / "site"
+        super().setUp()
         self.publish("2.0.0", "--share", "100")
 
-    def run_tool(self, *arguments: object, environment=None) -> subprocess.CompletedProcess:
-        """Runs it to its end."""
-        return subprocess.run(
-            [TOOL, *map(str, arguments)], capture_output=True, text=True, check=False,
-            timeout=TIME_LIMIT, env=environment,
-        )
-
-    def succeed(self, *arguments: object) -> str:
-        """What it prints."""
-        done = self.run_tool(*arguments)
-        self.assertEqual(done.returncode, 0, done.stderr)
-        return done.stdout
-
     def refused(self, *arguments: object) -> str:
-        """The one line with which it refuses."""
+        """Runs it, requires a refusal and returns its only line."""
         done = self.run_tool(*arguments)
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         lines = [line for line in done.stderr.splitlines() if "; " in line]
@@ -54,14 +33,10 @@ class Tree(unittest.TestCase):
 
     def publish(self, version: str, *more: str, site: Path = None) -> None:
         """Publishes the client."""
-        self.succeed(
-            "zip", "--client", self.room / "client", "--name", "Client", "--version", version,
-            "--update", "optional", "--notes-zh", self.room / "zh.txt",
-            "--notes-en", self.room / "en.txt", "--out", site or self.site, *more,
-        )
+        self.succeed(*self.zip(version, *more, site=site))
 
     def release(self, version: str, site: Path = None) -> dict:
-        """What the tree tells about a release."""
+        """The entry of a release in the list."""
         listed = json.loads(self.succeed("list", site or self.site, "--json"))
         return {release["version"]: release for release in listed["releases"]}[version]
 
@@ -77,7 +52,7 @@ class Plans(Tree):
         self.began = datetime.datetime.now(datetime.timezone.utc)
 
     def let_time_pass(self, **time: int) -> None:
-        """As if the plan and its step had begun earlier."""
+        """Makes the plan and its step begin earlier."""
         file = self.site / "check" / "now" / "releases.json"
         listed = json.loads(file.read_text())
         for release in listed["releases"]:
@@ -89,7 +64,7 @@ class Plans(Tree):
         file.write_text(json.dumps(listed))
 
     def line(self, number: int, seconds: int, **fields: str) -> str:
-        """One line of the log, from a network of its own."""
+        """A line of the log, from the network of this number."""
         entry = {
             "time": (self.began + datetime.timedelta(seconds=seconds)).isoformat("T", "seconds"),
             "address": f"10.{number // 250}.{number % 250}.1", "method": "POST", "path": "/check",
@@ -99,7 +74,7 @@ class Plans(Tree):
         return json.dumps({**entry, **fields}, separators=(",", ":")) + "\n"
 
     def download(self, number: int, seconds: int, version: str, completed: str = "OK") -> str:
-        """One download of a package."""
+        """A line with the download of a package."""
         return self.line(
             number, seconds, method="GET", path=f"/packages/Client-{version}.zip", version="",
             answer="", package="", completed=completed,
@@ -107,8 +82,8 @@ class Plans(Tree):
 
     def write_log(self, good: int, interrupted: int = 0, unchanged: int = 0,
                   before: int = 40) -> None:
-        """So many networks update, break off, or come back with the old version; and so many
-        downloaded the release before."""
+        """Writes a log of networks that update, break off or return with the old version, and of
+        earlier downloads."""
         checks, returns = [], []
         downloads = [self.download(number, 0, "2.0.0") for number in range(before)]
         for number in range(good + interrupted + unchanged):
@@ -122,7 +97,7 @@ class Plans(Tree):
         self.log.write_text("".join(checks + downloads + returns))
 
     def advance(self, *more: object) -> str:
-        """What the command prints."""
+        """The output of publish advance."""
         return self.succeed("advance", self.site, "--log", self.log, *more)
 
     def test_the_first_step_comes_into_force_at_once(self) -> None:
@@ -258,7 +233,7 @@ class Plans(Tree):
         self.assertIn("2.1.0 stays at 1 %", self.advance())
 
     def lock(self) -> None:
-        """As if this process changed the tree."""
+        """Locks the tree, as a process that changes it does."""
         staging = self.site / ".publish"
         staging.mkdir()
         owner = Path("/proc/self/exe").resolve().name
@@ -279,7 +254,7 @@ class Plans(Tree):
         self.assertTrue((self.site / "check" / "stop").exists())
 
     def has_opened_the_log(self, process: subprocess.Popen) -> bool:
-        """Whether the process reads the log now; it may open and close other files meanwhile."""
+        """Whether the process has the log open."""
         with contextlib.suppress(OSError):
             files = Path(f"/proc/{process.pid}/fd").iterdir()
             return any(file.resolve() == self.log.resolve() for file in files)
@@ -290,7 +265,7 @@ class Plans(Tree):
         self.let_time_pass(days=1)
         with self.log.open("a") as log:
             log.truncate(2**28)  # sparse, but it takes a while to read
-        command = [TOOL, "advance", self.site, "--log", self.log]
+        command = [self.tool, "advance", self.site, "--log", self.log]
         with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as advance:
             while not self.has_opened_the_log(advance):
                 self.assertIsNone(advance.poll(), "the log was read too fast")
@@ -323,7 +298,7 @@ class Plans(Tree):
         self.write_log(good=30)
         for command in (["report", self.log], ["advance", self.site, "--log", self.log]):
             ours, theirs = pty.openpty()
-            with subprocess.Popen([TOOL, *command], stdout=subprocess.DEVNULL,
+            with subprocess.Popen([self.tool, *command], stdout=subprocess.DEVNULL,
                                   stderr=theirs) as tool:
                 os.close(theirs)
                 self.assertEqual(tool.wait(TIME_LIMIT), 0)
@@ -474,7 +449,7 @@ class Push(Tree):
         for node in self.nodes:
             node.mkdir(parents=True)
         self.nodes[0].chmod(0o775)
-        subprocess.run([TOOL, *map(str, self.push)], check=True, timeout=TIME_LIMIT, umask=0o077)
+        subprocess.run([self.tool, *map(str, self.push)], check=True, timeout=TIME_LIMIT, umask=0o077)
         self.assertEqual(self.nodes[0].stat().st_mode & 0o777, 0o775)
         copied = [path for path in self.nodes[0].rglob("*") if not path.is_symlink()]
         self.assertTrue(copied)
@@ -496,7 +471,7 @@ class Push(Tree):
         self.assertFalse(self.nodes[0].exists())
 
     def through_ssh(self, *nodes: str) -> subprocess.CompletedProcess:
-        """Pushes through a stand-in that greets, notes its host and runs all but "dead"."""
+        """Replaces ssh by a script that prints a greeting, records the host and fails for "dead"."""
         ssh = self.room / "ssh"
         ssh.write_text(
             f"#!/bin/sh\necho Welcome >&2\necho \"$1\" >>'{self.room}/hosts'\n"
@@ -603,7 +578,7 @@ class Bandwidth(Tree):
 
 
 class Others(Tree):
-    """The commands whose work is tested elsewhere, as they are called."""
+    """How commands are called whose work is tested elsewhere."""
 
     def test_list_tells_every_release(self) -> None:
         self.publish("2.1.0")
@@ -632,5 +607,5 @@ class Others(Tree):
 
 
 if __name__ == "__main__":
-    TOOL = sys.argv.pop(1)
+    PublisherTest.tool = sys.argv.pop(1)
     unittest.main()

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The publisher's tool as a release engineer runs it: lines, exit codes, and how it ends early."""
+"""The publishing tool on the command line: its output, exit codes and interruptions."""
 
 import fcntl
 import hashlib
@@ -25,7 +25,7 @@ Snapshot = Dict[str, Optional[bytes]]
 
 
 def snapshot(folder: Path) -> Snapshot:
-    """Every file below the folder with its content, every folder with None."""
+    """All files below the folder with their contents, and folders with None."""
     return {
         str(path.relative_to(folder)): None if path.is_dir() else path.read_bytes()
         for path in folder.rglob("*")
@@ -33,7 +33,7 @@ def snapshot(folder: Path) -> Snapshot:
 
 
 def served(folder: Path) -> Snapshot:
-    """What of a tree a web server would hand out."""
+    """The files of a tree that a web server would serve."""
     return {
         path: content for path, content in snapshot(folder).items() if not path.startswith(".")
     }
@@ -54,7 +54,7 @@ class Publish(unittest.TestCase):
         (self.room / "en.txt").write_text("new\n", encoding="utf-8")
 
     def command(self, version: str = "2.1.3", *more: str) -> List[str]:
-        """What publishes the client."""
+        """The arguments that publish the client."""
         # fmt: off
         return [
             TOOL, "zip", "--client", str(self.client), "--name", "Client", "--version", version,
@@ -66,7 +66,7 @@ class Publish(unittest.TestCase):
     def run_tool(
         self, command: List[str], before: Optional[Callable[[], None]] = None
     ) -> subprocess.CompletedProcess:
-        """Runs it to its end."""
+        """Runs the tool and returns its result."""
         # A process of its own whose limits can be lowered.
         return subprocess.run(  # pylint: disable=subprocess-popen-preexec-fn
             command,
@@ -86,14 +86,14 @@ class Publish(unittest.TestCase):
         return self.site / "check" / "answers" / version / f"Client-{version}.zip.json"
 
     def make_client_large(self) -> None:
-        """Gives the client data that takes a while to pack."""
+        """Gives the client data that takes a while to compress."""
         noise = os.urandom(1 << 20)
         text = b"".join(b"%02x" % byte for byte in noise)
         for number in range(15):
             (self.client / f"{number}.txt").write_bytes(text)
 
     def start_and_wait_for_half_a_package(self) -> subprocess.Popen:
-        """Starts publishing a large client, and returns in the middle of it."""
+        """Starts publishing a large client and returns before the end."""
         self.make_client_large()
         # Whoever waits for its end sees it, so the test does what it says.
         tool = subprocess.Popen(  # pylint: disable=consider-using-with
@@ -108,21 +108,21 @@ class Publish(unittest.TestCase):
         return tool
 
     def succeed(self, *arguments: object) -> str:
-        """What a command on the tree prints."""
+        """The output of a command on the tree."""
         command, *more = map(str, arguments)
         done = self.run_tool([TOOL, command, str(self.site), *more])
         self.assertEqual(done.returncode, 0, done.stderr)
         return done.stdout
 
     def refused(self, *arguments: object) -> str:
-        """Why a command on the tree is refused."""
+        """The refusal of a command on the tree."""
         command, *more = map(str, arguments)
         done = self.run_tool([TOOL, command, str(self.site), *more])
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         return done.stderr
 
     def listed(self) -> dict:
-        """The newest release, as "list" tells."""
+        """The newest release in the output of "list"."""
         return json.loads(self.succeed("list", "--json"))["releases"][0]
 
     def test_publishing_again_does_not_change_the_share(self) -> None:

@@ -16,7 +16,7 @@ const char *const wholeZip = "zip --client c --name Client --version 2 --update 
 const char *const wholeInstaller = "installer --file s.exe --version 2 --update optional "
                                    "--notes-zh zh --notes-en en --out o";
 
-/// Characters of a row of help, so that it fits into a window of usual width.
+/// The width of help in characters, so that it fits into a usual terminal.
 constexpr int kWidestHelp = 120;
 
 } // namespace

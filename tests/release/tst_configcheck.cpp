@@ -22,7 +22,7 @@ constexpr ServiceContract::PackageKind kInstaller = ServiceContract::InstallerPa
 
 const char kClientConfig[] = R"({"client": {"version": "1.0.0"}})";
 
-/// A configuration that keeps every rule.
+/// A configuration that breaks no rule.
 QJsonObject GoodConfig()
 {
     return {{QStringLiteral("appConfigFile"), QStringLiteral("~version/version.json")},
@@ -36,7 +36,7 @@ QJsonObject GoodConfig()
              QStringLiteral("https://updates.norvane.net/packages/")}};
 }
 
-/// GoodConfig() with @p value under @p key; without the key when the value is undefined.
+/// GoodConfig() with @p value for @p key; without the key when the value is undefined.
 QJsonObject With(const char *key, const QJsonValue &value)
 {
     QJsonObject config = GoodConfig();
@@ -54,7 +54,7 @@ QStringList Words(const char *text)
     return QString::fromLatin1(text).split(QLatin1Char(' '), Qt::SkipEmptyParts);
 }
 
-/// Every finding is one line that tells how to fix what it finds, with nothing left to fill in.
+/// Verifies that every finding is one complete line that says how to fix it.
 bool AreWhole(const Findings &findings)
 {
     return std::all_of(findings.cbegin(), findings.cend(), [](const Finding &finding) {
@@ -65,7 +65,7 @@ bool AreWhole(const Findings &findings)
     });
 }
 
-/// A client's folder as it ships, with the updater in it, that keeps every rule.
+/// The folder of a client as it ships, with the updater, that breaks no rule.
 class ShippedClient
 {
 public:
@@ -95,7 +95,7 @@ public:
 
     void Rename(const char *name, const char *newName) const
     {
-        // In two steps: to Windows another letter case is the same name.
+        // In two steps, because Windows ignores the case of names.
         QDir folder(Path());
         const QString between = QLatin1String(name) + QStringLiteral(".renamed");
         if (!folder.rename(QLatin1String(name), between) ||
@@ -130,7 +130,7 @@ QByteArray Indented(const QByteArray &text)
     return indented.replace("\n    ", "\n        ");
 }
 
-/// The updater's two ways to write into its configuration, the offered version being @p version.
+/// The configuration after each of the updater's two ways to write it, with @p version offered.
 void Record(const char *kind, const char *version)
 {
     Global::instance.latestVersion = QLatin1String(version);
@@ -224,7 +224,7 @@ void TestConfigCheck::values_data()
         row(key, 1, "type");
         row(key, QJsonValue::Null, "type");
     }
-    // What the updater writes itself may be missing at first.
+    // Keys that the updater writes may be missing at first.
     for (const char *key : {"noRemind", "noRemindVersion", "currentVersion"})
         row(key, QJsonValue::Undefined, "");
     for (const QJsonValue &value : {QJsonValue(QStringLiteral("1")), QJsonValue(0.5),
@@ -332,7 +332,7 @@ void TestConfigCheck::values_data()
              QStringLiteral("https://192.0.2.7/x/"), QStringLiteral("https://[2001:db8::1]:1/x/"),
              QStringLiteral("https://updates.example.com/x/"), QStringLiteral("https://a.test/x/")},
             "host");
-        // A host of somebody else's that only begins or ends like a reserved one.
+        // Hosts that only begin or end like a reserved one.
         addresses({QStringLiteral("https://example.com.norvane.net/x/"),
                    QStringLiteral("https://notexample.com/x/")},
                   "");
@@ -417,7 +417,7 @@ void TestConfigCheck::textThatCannotBeRead_data()
     QTest::addColumn<QByteArray>("text");
     QByteArray withComment = Text(GoodConfig());
     QTest::newRow("comment") << "// our own\n" + withComment;
-    QTest::newRow("comma behind the last value") << withComment.replace("/\"\n}", "/\",\n}");
+    QTest::newRow("comma after the last value") << withComment.replace("/\"\n}", "/\",\n}");
     QTest::newRow("cut") << Text(GoodConfig()).chopped(2);
     QTest::newRow("rest of a longer text") << Text(GoodConfig()) + "}\n";
     QTest::newRow("empty") << QByteArray();
@@ -432,9 +432,9 @@ void TestConfigCheck::textThatCannotBeRead()
     QCOMPARE(Rules(outcome.refusals), Words("json"));
     QVERIFY2(AreWhole(outcome.refusals), qPrintable(LinesOf(outcome.refusals)));
     QVERIFY(outcome.warnings.isEmpty());
-    // The updater finds no more in it than the check does.
+    // The updater reads no more than the check does.
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")), "{}");
     home.WriteUpdateConfig(text);
     QCOMPARE(Global::instance.ReadConfig(), -1);
 }
@@ -496,7 +496,7 @@ void TestConfigCheck::firstDifferentLineIsShown()
 void TestConfigCheck::textOfTheWrongFormFreezesTheUpdater()
 {
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")), "{}");
     home.WriteUpdateConfig(Indented(Text(GoodConfig())));
     QCOMPARE(Global::instance.ReadConfig(), 0);
     Record("version", "1.0.1");
@@ -520,13 +520,12 @@ void TestConfigCheck::whatTheUpdaterWritesIsAccepted()
 void TestConfigCheck::acceptedFileIsUsable()
 {
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/Client.exe"), "MZ");
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), kClientConfig);
+    WriteFile(home.Installed(QStringLiteral("Client.exe")), "MZ");
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")), kClientConfig);
     WriteFile(home.ProgramFolder() + QStringLiteral("/AutoUpdate.exe"), "MZ");
     home.WriteUpdateConfig(Text(GoodConfig()));
     const auto check = [&home] {
-        return CheckConfig({home.ProgramFolder() + QStringLiteral("/updateconfig.json"),
-                            home.ClientFolder(), kZip});
+        return CheckConfig({home.UpdateConfigFile(), home.ClientFolder(), kZip});
     };
     QCOMPARE(Rules(check().refusals), QStringList());
 
@@ -540,7 +539,7 @@ void TestConfigCheck::acceptedFileIsUsable()
     QCOMPARE(global.ReadConfig(), 0);
     QCOMPARE(global.noRemindVersion, QStringLiteral("2.0.0"));
     QCOMPARE(Rules(check().refusals), Words("current-version"));
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"),
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")),
               R"({"client": {"version": "2.0.1"}})");
     QCOMPARE(Rules(check().refusals), QStringList());
 }
@@ -567,7 +566,7 @@ void TestConfigCheck::samplesAreAcceptedButForFolderAndHost_data()
     QTest::newRow("of the package for vendors")
         << ReadFile(ProjectPath(QStringLiteral("release/windows/updateconfig.json")))
         << Words("shared-folder host host");
-    // It is part of a list, and indented as that is.
+    // It is indented as a part of a list.
     QByteArray inReadme =
         Document(QStringLiteral("README.md")).Fenced(QStringLiteral("json")).value(0);
     inReadme.remove(0, 3);
@@ -654,13 +653,13 @@ void TestConfigCheck::clients_data()
     row("a long version is silenced", "silenced", "silenced",
         config("noRemindVersion", QStringLiteral("10.0.00")));
 
-    row("command of Windows beside the updater", "updater-command", "",
+    row("command of Windows next to the updater", "updater-command", "",
         [](const ShippedClient &client) { client.Write("AutoUpdate/XCOPY.exe", "MZ"); });
     row("read-only file", "", "read-only", [](const ShippedClient &client) {
         QFile::setPermissions(client.Path(QStringLiteral("AutoUpdate/updateconfig.json")),
                               QFileDevice::ReadOwner);
     });
-    row("no updater beside it", "updater-folder", "",
+    row("no updater next to it", "updater-folder", "",
         [](const ShippedClient &client) { client.Remove("AutoUpdate/AutoUpdate.exe"); });
     row("updater in another folder", "", "", [](const ShippedClient &client) {
         client.Rename("AutoUpdate/AutoUpdate.exe", "AutoUpdate/autoupdate.EXE");

@@ -19,7 +19,7 @@ namespace
 
 using Change = std::function<void(const Vendor &)>;
 
-/// A row of a release that breaks @p rule, with a line that holds @p line.
+/// Adds a row with a release that breaks @p rule, and whose finding contains @p line.
 void AddRow(const char *row, const char *rule, const char *line, const Change &change)
 {
     QTest::newRow(row) << change << QString::fromLatin1(rule) << QString::fromUtf8(line);
@@ -35,7 +35,7 @@ void WriteJson(const QString &path, const QJsonObject &object)
     WriteFile(path, QJsonDocument(object).toJson());
 }
 
-/// The offer with @p value under @p key; without the key when the value is undefined.
+/// The offer with @p value for @p key; without the key when the value is undefined.
 Change Says(const char *key, const QJsonValue &value)
 {
     return [key, value](const Vendor &vendor) {
@@ -71,7 +71,7 @@ void WriteList(const Vendor &vendor, const ReleaseList &list)
     WriteFile(vendor.Tree(QStringLiteral("check/now/SHA256SUMS")), DigestLines(list));
 }
 
-/// Writes all that is told about the release as @p offer tells it, fitting the package @p bytes.
+/// Writes the answer and the page of the release from @p offer, for the package @p bytes.
 void WriteOffer(const Vendor &vendor, Offer offer, const QByteArray &bytes)
 {
     const auto digest = [&bytes](QCryptographicHash::Algorithm algorithm) {
@@ -96,14 +96,14 @@ Offer ReadOfferOf(const Vendor &vendor)
     return offer;
 }
 
-/// The release with @p bytes for its package, the answer and the page fitting it.
+/// A release with @p bytes as its package, and with a matching answer and page.
 void ReplacePackage(const Vendor &vendor, const QByteArray &bytes)
 {
     WriteFile(vendor.Package(), bytes);
     WriteOffer(vendor, ReadOfferOf(vendor), bytes);
 }
 
-/// The release with a package into which @p fill puts more than the top folder and one file.
+/// A release whose package has the top folder, one file and what @p fill adds.
 Change Holds(const std::function<void(ZipMaker &)> &fill)
 {
     return [fill](const Vendor &vendor) {
@@ -115,7 +115,7 @@ Change Holds(const std::function<void(ZipMaker &)> &fill)
     };
 }
 
-/// The release with a package that holds nothing but what @p fill puts into it.
+/// A release whose package has only what @p fill adds.
 Change HoldsOnly(const std::function<void(ZipMaker &)> &fill)
 {
     return [fill](const Vendor &vendor) {

@@ -2,7 +2,7 @@
 
 #include <QTextCodec>
 
-/// While it lives the locale's encoding is the one of that name, for all that asks Qt for it.
+/// While it lives Qt takes the encoding of that name for the locale's.
 class LocaleEncoding
 {
 public:
@@ -10,7 +10,7 @@ public:
     {
         QTextCodec *const codec = QTextCodec::codecForName(name);
         if (codec == nullptr)
-            qFatal("no encoding is named %s", name);
+            qFatal("unknown encoding: %s", name);
         QTextCodec::setCodecForLocale(codec);
     }
 

@@ -1,4 +1,6 @@
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
+
+#include "tests/support/loglines.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -17,15 +19,15 @@ QString ProgramName()
 }
 
 /**
- * Finds a folder for temporary files whose guard is free. The guard of a run that was killed stays
- * behind, and what names it is the number of its key file alone, which the file system gives away
- * again: a run of another test would meet a guard that nobody holds.
+ * Chooses a folder for temporary files in which the single-instance guard is free. A killed run
+ * leaves its guard behind. The guard's key is derived from the inode number of its key file, which
+ * the file system reuses, so another test could find the guard taken although nobody holds it.
  */
 void ChooseGuard(const TestHome &home)
 {
     for (int attempt = 0; attempt < 100; ++attempt) {
         const QString folder = home.Scratch() + QStringLiteral("/tmp-%1").arg(attempt);
-        // Takes the number that the last attempt's key file gave back.
+        // Takes the inode number that the last attempt's key file freed.
         WriteFile(folder + QStringLiteral("/taken"), "");
         qputenv("TMPDIR", QFile::encodeName(folder));
         QSharedMemory probe(QStringLiteral("ZellAutoUpdate"));
@@ -35,7 +37,7 @@ void ChooseGuard(const TestHome &home)
     qFatal("no free guard");
 }
 
-/// Takes away the guard of a run that was killed, or that left without its worker.
+/// Removes the guard of a run that was killed or that ended without its worker.
 void DropGuard()
 {
     QSharedMemory left(QStringLiteral("ZellAutoUpdate"));
@@ -45,14 +47,12 @@ void DropGuard()
 } // namespace
 
 UpdaterRun::UpdaterRun()
-    : imageName(TestHome::UniqueImageName()),
-      client(home.ClientFolder() + QLatin1Char('/') + imageName)
 {
     QFile program(QStringLiteral(UPDATER_PROGRAM));
     if (!program.copy(ProgramPath()))
         qFatal("cannot copy the program to %s: %s", qPrintable(ProgramPath()),
                qPrintable(program.errorString()));
-    ChooseGuard(home);
+    ChooseGuard(*this);
     SetLanguage("en");
 }
 
@@ -73,23 +73,22 @@ void UpdaterRun::Configure()
 void UpdaterRun::Configure(const QJsonObject &changes)
 {
     QJsonObject config{
-        {QStringLiteral("appName"), imageName},
+        {QStringLiteral("appName"), ClientName()},
         {QStringLiteral("appConfigFile"), QStringLiteral("config.json")},
-        {QStringLiteral("appPath"), home.ClientFolder() + QLatin1Char('/')},
+        {QStringLiteral("appPath"), ClientFolder() + QLatin1Char('/')},
         {QStringLiteral("updateCheckUrl"), server.HttpsUrl(QStringLiteral("/check"))},
         {QStringLiteral("updatePackageUrl"), server.HttpUrl(QStringLiteral("/packages/"))},
         {QStringLiteral("noRemindVersion"), QString()},
         {QStringLiteral("noRemind"), 0}};
     for (auto change = changes.begin(); change != changes.end(); ++change)
         config.insert(change.key(), change.value());
-    home.WriteUpdateConfig(QJsonDocument(config).toJson());
-    WriteFile(home.ClientFolder() + QStringLiteral("/config.json"),
-              R"({"client": {"version": "1.0.0"}})");
+    WriteUpdateConfig(QJsonDocument(config).toJson());
+    WriteFile(Installed(QStringLiteral("config.json")), R"({"client": {"version": "1.0.0"}})");
 }
 
 void UpdaterRun::SetLanguage(const QByteArray &language)
 {
-    WriteFile(home.ClientDataFolder() + QStringLiteral("/language.txt"), language);
+    WriteFile(ClientDataFolder() + QStringLiteral("/language.txt"), language);
 }
 
 QByteArray UpdaterRun::CheckAnswer(const QJsonObject &biz)
@@ -145,18 +144,17 @@ void UpdaterRun::Publish(const QByteArray &package, const QString &name, const Q
 
 QString UpdaterRun::PackagePath(const QString &name) const
 {
-    return home.Home() + QStringLiteral("/AppData/Local/") +
-           imageName.section(QLatin1Char('.'), 0, 0) + QLatin1Char('/') + name;
+    return DownloadFolder() + QLatin1Char('/') + name;
 }
 
 QString UpdaterRun::ProgramPath() const
 {
-    return home.ProgramFolder() + QLatin1Char('/') + ProgramName();
+    return ProgramFolder() + QLatin1Char('/') + ProgramName();
 }
 
 void UpdaterRun::Start(const QStringList &arguments)
 {
-    process.setWorkingDirectory(home.Scratch());
+    process.setWorkingDirectory(Scratch());
     process.setProcessChannelMode(QProcess::ForwardedChannels);
     process.start(ProgramPath(), arguments);
     if (!process.waitForStarted())
@@ -180,16 +178,16 @@ int UpdaterRun::Run(const QStringList &arguments)
 
 QStringList UpdaterRun::Log() const
 {
-    if (!QFile::exists(home.Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log")))
+    if (!QFile::exists(LogFile()))
         return {};
     static const QRegularExpression form(QStringLiteral(
-        R"(^\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] (\[(?:DEBUG|INFO|WARNING)\] \(:0\) .*)$)"));
+        R"(^\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] (\[(?:DEBUG|INFO|WARNING)\] )\(:0\) (.*)$)"));
     QStringList messages;
-    for (const QString &line : home.LogLines()) {
+    for (const QString &line : LogLines()) {
         const QRegularExpressionMatch match = form.match(line);
         if (!match.hasMatch())
             qFatal("a log line has another form: %s", qPrintable(line));
-        messages.append(match.captured(1));
+        messages.append(match.captured(1) + match.captured(2));
     }
     return messages;
 }
@@ -201,8 +199,7 @@ bool UpdaterRun::WaitForLog(const QString &line, int timeoutMs) const
 
 QString UpdaterRun::ConfigurationLine() const
 {
-    return QStringLiteral("[INFO] (:0) currentVersion: \"1.0.0\" ,updateCheckUrl: \"%1\" "
-                          ",m_getPackUrl: \"%2\" ,m_remide: 0")
-        .arg(server.HttpsUrl(QStringLiteral("/check")),
-             server.HttpUrl(QStringLiteral("/packages/")));
+    return LogLine::Configuration(QStringLiteral("1.0.0"),
+                                  server.HttpsUrl(QStringLiteral("/check")),
+                                  server.HttpUrl(QStringLiteral("/packages/")), 0);
 }

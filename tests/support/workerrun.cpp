@@ -1,7 +1,9 @@
-#include "tests/net/workerrun.h"
+#include "tests/support/workerrun.h"
 
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
+#include "net/timelimits.h"
+#include "tests/support/loglines.h"
 #include "ui/dwondialog.h"
 #include "ui/updatedialog.h"
 
@@ -16,7 +18,7 @@
 
 #include <algorithm>
 
-/// The dialogs' pictures; resources of a library have to be asked for, outside any namespace.
+/// The pictures of the dialogs. Resources of a library must be requested outside of namespaces.
 static void LoadResources()
 {
     Q_INIT_RESOURCE(resources);
@@ -25,9 +27,7 @@ static void LoadResources()
 namespace
 {
 
-const QLatin1String kAnswerLogged("[INFO] Service Jsondata: ");
-
-/// The one window of a kind; the worker keeps its dialogs to itself.
+/// The only window of a class; the worker does not give its dialogs away.
 template <class Window> Window *FindWindow()
 {
     Window *found = nullptr;
@@ -43,7 +43,7 @@ template <class Window> Window *FindWindow()
     return found;
 }
 
-/// The members of the first object, replaced or joined by those of the second.
+/// @p object with the members @p changes added or replaced.
 QJsonObject Merged(QJsonObject object, const QByteArray &changes)
 {
     const QJsonObject other = Json('{' + changes + '}');
@@ -57,7 +57,7 @@ QByteArray Compact(const QJsonObject &object)
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
-/// Made on the GUI thread, as all of the worker's dialogs are.
+/// The worker creates its dialogs, which belong to the GUI thread.
 HttpDownLoadFile *MakeWorker()
 {
     LoadResources();
@@ -98,8 +98,8 @@ QByteArray OfferOf(const QByteArray &content)
 
 QString Verified(const QByteArray &content)
 {
-    return QStringLiteral("[INFO] org: \"%1\"  checkmd5: \"%1\"")
-        .arg(QString::fromLatin1(Md5(content)));
+    const QString digest = QString::fromLatin1(Md5(content));
+    return LogLine::Digests(digest, digest);
 }
 
 QJsonObject Sends(const QByteArray &body, const QByteArray &members)
@@ -113,22 +113,13 @@ QByteArray Md5(const QByteArray &content)
 }
 
 UpdateScene::UpdateScene(ScriptedServer &server)
-    : client(home.ClientFolder() + QLatin1Char('/') + TestHome::UniqueImageName())
 {
     server.Reset();
     Global &global = Global::instance;
-    global.appPath = home.ClientFolder() + QLatin1Char('/');
-    global.appName = client.Path().mid(global.appPath.size());
     global.currentVersion = QStringLiteral("1.0.0");
     global.updateCheckUrl = server.HttpUrl(QStringLiteral("/check"));
     global.updatePackageUrl = server.HttpUrl(QStringLiteral("/package/"));
     global.language = QStringLiteral("en");
-}
-
-QString UpdateScene::DownloadFolder() const
-{
-    return home.Home() + QStringLiteral("/AppData/Local/") +
-           client.Path().section(QLatin1Char('/'), -1).section(QLatin1Char('.'), 0, 0);
 }
 
 QStringList UpdateScene::Log() const
@@ -144,15 +135,9 @@ QStringList UpdateScene::LogAfterAnswer() const
 {
     const QStringList lines = Log();
     const auto answer = std::find_if(lines.cbegin(), lines.cend(), [](const QString &line) {
-        return line.startsWith(kAnswerLogged);
+        return line.startsWith(LogLine::Answer(QString()));
     });
     return lines.mid(int(answer - lines.cbegin()) + 1);
-}
-
-QString UpdateScene::ClientStarts() const
-{
-    return QStringLiteral("[INFO] \"%1\"  starting...")
-        .arg(client.Path().section(QLatin1Char('/'), -1));
 }
 
 WorkerRun::WorkerRun()
@@ -166,6 +151,19 @@ WorkerRun::WorkerRun()
     m_thread->start(QThread::InheritPriority);
     m_ticks->moveToThread(m_thread);
     OnWorkerThread([this] { m_worker->installEventFilter(m_ticks.get()); });
+    SkipPauseBeforeCheck();
+}
+
+/// Lets the single shot that begins the check expire in the event loop at once. Single shots are
+/// children of the event dispatcher.
+void WorkerRun::SkipPauseBeforeCheck()
+{
+    auto *dispatcher = QAbstractEventDispatcher::instance();
+    for (QObject *owner : dispatcher->children()) {
+        for (const QAbstractEventDispatcher::TimerInfo &timer : dispatcher->registeredTimers(owner))
+            if (timer.interval == TimeLimits::FirstCheckDelayMs)
+                QCoreApplication::postEvent(owner, new QTimerEvent(timer.timerId));
+    }
 }
 
 WorkerRun::~WorkerRun()
@@ -175,7 +173,7 @@ WorkerRun::~WorkerRun()
 
 void WorkerRun::Listen()
 {
-    // All of these reach the GUI thread queued, behind the dialogs' own connections.
+    // All of these signals are queued for the GUI thread, after the connections of the dialogs.
     QObject::connect(m_worker, &HttpDownLoadFile::Aupdate, &m_listener,
                      [this](const QString &mode) { m_announced.append(mode); });
     QObject::connect(m_worker, &HttpDownLoadFile::UpdateBar, &m_listener,
@@ -205,7 +203,7 @@ bool WorkerRun::RunUntil(const std::function<bool()> &condition, int timeoutMs)
 bool WorkerRun::RunUntilLogged(const UpdateScene &scene, const QString &line, int timeoutMs)
 {
     const bool isLogged = RunUntil([&] { return scene.log.Messages().contains(line); }, timeoutMs);
-    // The line can be there before this thread has taken up what the worker sent ahead of it.
+    // This thread may not have handled signals that the worker sent before the line.
     QCoreApplication::sendPostedEvents();
     return isLogged;
 }
@@ -227,7 +225,7 @@ bool WorkerRun::DownloadUntilQuit()
 {
     if (!RunUntilPrompt())
         return false;
-    // Pressed from within the loop: a quit before it starts would be lost.
+    // Pressed in the event loop, because a quit before it starts would be lost.
     QTimer::singleShot(0, &m_listener, [this] { PressUpdate(); });
     return RunUntilQuit();
 }
@@ -311,7 +309,7 @@ void WorkerRun::Shutdown()
     delete m_thread;
     m_worker = nullptr;
     m_thread = nullptr;
-    // A quit that came last would end the next test's first waiting loop.
+    // A late quit would end the first wait of the next test.
     QTimer::singleShot(0, qApp, &QCoreApplication::quit);
     QCoreApplication::exec();
 }

@@ -1,10 +1,9 @@
 #pragma once
 
+#include "tests/support/clientmachine.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/peakmemory.h"
 #include "tests/support/scriptedserver.h"
-#include "tests/support/standinfile.h"
-#include "tests/support/testhome.h"
 
 #include <QAbstractEventDispatcher>
 #include <QAtomicInt>
@@ -25,59 +24,52 @@ class DwonDialog;
 class HttpDownLoadFile;
 class UpdateDialog;
 
-/// The object that a JSON text holds; anything else ends the program.
+/// Parses a JSON object; fails the program when it is none.
 QJsonObject Json(const QByteArray &text);
 
 /**
- * The body of an answer that offers version 2.1.3, optional, as the zip package "Package.zip" with
- * the id "4711". @p changes are members of "biz" that differ: JSON without the outer braces.
+ * The body of an answer that offers the optional version 2.1.3 as the zip package "Package.zip"
+ * with the id "4711". @p changes are other members of "biz": JSON without the outer braces.
  */
 QByteArray Offer(const QByteArray &changes = QByteArray());
 
-/// The same for a package that is exactly @p content and is left alone once verified.
+/// The same for a package with @p content that is neither installed nor started.
 QByteArray OfferOf(const QByteArray &content);
 
-/// The line that tells that a package came in whole, and as announced by OfferOf().
+/// The log line for the complete package of OfferOf().
 QString Verified(const QByteArray &content);
 
-/// A server's step that sends @p body, with further members such as "\"hold\":\"before\"".
+/// A step of the server that sends @p body, with more members such as "\"hold\":\"before\"".
 QJsonObject Sends(const QByteArray &body, const QByteArray &members = QByteArray());
 
-/// The MD5 digest as the service announces it.
+/// The MD5 digest in hexadecimal digits.
 QByteArray Md5(const QByteArray &content);
 
 /**
- * A machine with an installed client of version 1.0.0 in English, configured for the service at
- * /check and packages at /package/, both over plain HTTP.
+ * A machine with an English client 1.0.0, which is configured for the service at /check and
+ * packages at /package/, both over plain HTTP. Catches the log.
  */
-class UpdateScene
+class UpdateScene : public ClientMachine
 {
 public:
     explicit UpdateScene(ScriptedServer &server);
 
-    /// Where packages are put.
-    QString DownloadFolder() const;
-
-    /// The package of Offer().
+    /// The full path of the package of Offer() once it is downloaded.
     QString PackagePath() const { return DownloadFolder() + QStringLiteral("/Package.zip"); }
 
-    /// What was logged so far, without the window system's own remarks.
+    /// The log so far, without messages of the window system.
     QStringList Log() const;
 
-    /// The same from the first line on that comes after the logged answer of the service.
+    /// The log after the line with the service's answer.
     QStringList LogAfterAnswer() const;
 
-    /// "[INFO] "NAME"  starting..." for the client.
-    QString ClientStarts() const;
-
-    const TestHome home;
-    const StandIn client;
     const LogCapture log;
 };
 
 /**
- * The update worker on its own thread, built and torn down as the program's entry function does it.
- * Waits run the application's event loop, so that a quit of the program ends them.
+ * The update worker on its own thread, created and destroyed as main() does it. The check begins
+ * with the first wait: the pause of one second before it is skipped. Waits run the application's
+ * event loop, so a quit of the program ends them. GUI thread.
  */
 class WorkerRun
 {
@@ -92,60 +84,60 @@ public:
     UpdateDialog *Prompt() const { return m_prompt; }
     DwonDialog *Progress() const { return m_progress; }
 
-    /// False when the program quits before the condition holds, or when that takes too long.
+    /// False when the program quits before the condition holds or when it does not hold in time.
     bool RunUntil(const std::function<bool()> &condition, int timeoutMs = 15000);
 
-    /// Afterwards the signals that the worker sent before it wrote the line have arrived, too.
+    /// Afterwards the signals that the worker sent before the line have been delivered too.
     bool RunUntilLogged(const UpdateScene &scene, const QString &line, int timeoutMs = 15000);
     bool RunUntilPrompt();
 
     /// Waits for the prompt and presses "Update".
     bool StartDownload();
 
-    /// The same with the event loop running all the while, until the program quits.
+    /// The same, and then runs the event loop until the program quits.
     bool DownloadUntilQuit();
 
-    /// Waits until the progress dialog was told an error, the @p count th of this run.
+    /// Waits until the progress dialog got @p count errors in all.
     bool RunUntilError(int count = 1, int timeoutMs = 15000);
 
-    /// Presses the progress dialog's one button.
+    /// Presses the button of the progress dialog.
     void PressProgressButton();
 
-    /// What the progress dialog says of the download.
+    /// The texts of the progress dialog.
     QString ProgressLine() const;
     QString ProgressButton() const;
 
-    /// The "update" values announced so far.
+    /// The "update" values that were announced.
     const QStringList &Announced() const { return m_announced; }
 
-    /// The error texts sent to the progress dialog so far.
+    /// The errors that the progress dialog got.
     const QStringList &Errors() const { return m_errors; }
 
-    /// The progress reported so far.
+    /// The reported progress, as bytes read and bytes in total.
     const QVector<QPair<qint64, qint64>> &Steps() const { return m_steps; }
 
     /// Runs @p function on the worker's thread and waits for it.
     void OnWorkerThread(const std::function<void()> &function);
 
-    /// The ids of the worker's timers that run, in no order.
+    /// The ids of the worker's running timers, in no order.
     QVector<int> Timers();
 
-    /// Interval in milliseconds and precision of each of them, in the same order.
+    /// Their intervals in milliseconds and precisions, in the same order.
     QVector<TimerKind> TimerKinds();
 
-    /// Lets the worker have a timer event without waiting for it.
+    /// Sends the worker a timer event at once.
     void Tick(int timerId);
 
-    /// Timer events that came to the worker so far, those of Tick() included.
+    /// The number of timer events that the worker got, including those of Tick().
     int TickCount() const { return m_ticks->count.loadAcquire(); }
 
-    /// Ends the run as the entry function does; the destructor does it otherwise.
+    /// Ends the run as main() does, which the destructor does otherwise.
     void Shutdown();
 
 private:
     Q_DISABLE_COPY(WorkerRun)
 
-    /// Lives on the worker's thread, as event filters have to.
+    /// Lives on the worker's thread, as event filters must.
     class TickCounter : public QObject
     {
     public:
@@ -157,6 +149,7 @@ private:
 
     void Listen();
     void PressUpdate();
+    static void SkipPauseBeforeCheck();
     QList<QAbstractEventDispatcher::TimerInfo> RegisteredTimers();
 
     QThread *m_thread;

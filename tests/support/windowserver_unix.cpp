@@ -1,4 +1,4 @@
-#include "tests/e2e/windowserver.h"
+#include "tests/support/windowserver.h"
 
 #include <QRegularExpression>
 #include <QStringList>
@@ -7,7 +7,7 @@
 namespace
 {
 
-/// What xdotool says; empty when it fails, as it does when a search finds nothing.
+/// The output of xdotool; empty when it fails, for example because a search finds nothing.
 QString Xdotool(const QStringList &arguments)
 {
     QProcess xdotool;
@@ -17,6 +17,8 @@ QString Xdotool(const QStringList &arguments)
     return QString::fromLatin1(xdotool.readAllStandardOutput()).trimmed();
 }
 
+} // namespace
+
 QStringList VisibleWindows(const QString &title)
 {
     return Xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
@@ -25,14 +27,12 @@ QStringList VisibleWindows(const QString &title)
         .split(QLatin1Char('\n'));
 }
 
-} // namespace
-
 WindowServer::WindowServer()
 {
     m_server.setProcessChannelMode(QProcess::SeparateChannels);
-    // Without "-noreset" it would start afresh whenever its last client goes, an xdotool most of
-    // the time, and turn away a program that comes at that moment. The server keeps the screen's
-    // size in whole millimetres: only a screen like this one has exactly the given resolution.
+    // Without "-noreset" the server restarts whenever its last client leaves, usually an xdotool,
+    // and refuses programs that connect at that moment. The screen's size has to be a whole number
+    // of millimetres, or the resolution would not be exactly 96 dpi.
     m_server.start(QStringLiteral("Xvfb"),
                    {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-noreset"),
                     QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1440x960x24"),
@@ -42,7 +42,7 @@ WindowServer::WindowServer()
         qFatal("Xvfb does not start: %s", qPrintable(m_server.errorString()));
     qputenv("DISPLAY", ':' + m_server.readLine().trimmed());
     qputenv("QT_QPA_PLATFORM", "xcb");
-    // The dialogs draw nothing with OpenGL, and its driver does not clean up behind itself.
+    // The dialogs do not use OpenGL, and its driver leaks.
     qputenv("QT_XCB_GL_INTEGRATION", "none");
 }
 

@@ -1,4 +1,4 @@
-#include "tests/e2e/windowserver.h"
+#include "tests/support/windowserver.h"
 
 #include <QStringList>
 #include <QTest>
@@ -29,12 +29,17 @@ BOOL CALLBACK Examine(HWND window, LPARAM search)
     return TRUE;
 }
 
+} // namespace
+
 QStringList VisibleWindows(const QString &title)
 {
     Search search{title, {}};
     EnumWindows(Examine, reinterpret_cast<LPARAM>(&search));
     return search.found;
 }
+
+namespace
+{
 
 HWND Handle(const QString &window)
 {
@@ -47,7 +52,7 @@ void Send(INPUT *inputs, UINT count)
         qFatal("no input was taken: error %lu", GetLastError());
 }
 
-/// A pixel as input events count it: 65536 to the whole screen.
+/// A coordinate for input events, which divide the screen into 65536 parts.
 LONG Normalized(LONG pixel, int screenPixels)
 {
     return (pixel * 65536 + screenPixels / 2) / screenPixels;
@@ -64,7 +69,7 @@ WORD KeyCode(const QString &key)
 
 } // namespace
 
-// The session has a window server already.
+// The session already has a window server.
 WindowServer::WindowServer()
 {
     qputenv("QT_QPA_PLATFORM", "windows");
@@ -100,7 +105,7 @@ QSize WindowServer::Size(const QString &window) const
 
 void WindowServer::Click(const QString &window, const QPoint &position) const
 {
-    // A window that has only just been shown may still be moved, or lie under another one.
+    // A new window may still be moved or lie below another one.
     POINT point{};
     const auto isUnderThePointer = [&] {
         point = {position.x(), position.y()};
@@ -109,7 +114,7 @@ void WindowServer::Click(const QString &window, const QPoint &position) const
     };
     if (!QTest::qWaitFor(isUnderThePointer, 30000))
         qFatal("the window does not come to the front");
-    // The position once more with each step: a late report of where the pointer was may come in.
+    // Each event repeats the position, because a late report may have moved the pointer.
     INPUT inputs[2] = {};
     for (INPUT &input : inputs) {
         input.type = INPUT_MOUSE;
@@ -124,7 +129,7 @@ void WindowServer::Click(const QString &window, const QPoint &position) const
 
 void WindowServer::Press(const QString &window, const QString &key) const
 {
-    // A window can be visible before it has the keyboard; a key that comes earlier is lost.
+    // A visible window may not have the keyboard yet, and an earlier key is lost.
     const auto hasTheKeyboard = [&] {
         GUITHREADINFO thread{};
         thread.cbSize = sizeof thread;

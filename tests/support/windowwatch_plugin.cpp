@@ -1,14 +1,13 @@
 /*
- * Watches the windows of the program it is loaded into, and presses its buttons: a plugin of the
- * framework's, named to the program by QT_QPA_GENERIC_PLUGINS, so that the program itself stays as
- * it is shipped. The variable WINDOW_WATCH names a file FILE.
+ * The part of WindowWatch that runs in the watched program: a generic plugin of Qt. The environment
+ * variable WINDOW_WATCH names its file FILE.
  *
- * What a user can read goes to FILE, one line of JSON whenever it changed:
+ * Whenever the visible windows, labels or buttons change, FILE gets a line of JSON:
  *     {"WINDOW": {"WIDGET": "text", ...}, ...}
- * by object names, visible windows, labels and buttons only; {} when no window is left.
+ * with object names; {} when no window is left.
  *
- * "WIDGET" in FILE.press presses that button as soon as it is there, "WINDOW" closes that window;
- * the file is removed then.
+ * FILE.press holds the object name of a button to press or of a window to close. The file is
+ * removed once that is done.
  */
 #include <QAbstractButton>
 #include <QApplication>
@@ -26,23 +25,23 @@ namespace
 
 constexpr int kLookEveryMs = 20;
 
-class WindowWatch : public QObject
+class Watcher : public QObject
 {
 public:
-    explicit WindowWatch(QString file) : m_file(std::move(file))
+    explicit Watcher(QString file) : m_file(std::move(file))
     {
         connect(&m_timer, &QTimer::timeout, this, [this] {
             Look();
             Press();
         });
         m_timer.start(kLookEveryMs);
-        connect(qApp, &QCoreApplication::aboutToQuit, this, &WindowWatch::Look);
+        connect(qApp, &QCoreApplication::aboutToQuit, this, &Watcher::Look);
         qApp->installEventFilter(this);
     }
 
     bool eventFilter(QObject *watched, QEvent *event) override
     {
-        // Between two ticks a window may come and change.
+        // A window may be shown and changed between two ticks.
         if (event->type() == QEvent::Show && watched->isWidgetType() &&
             static_cast<QWidget *>(watched)->isWindow())
             Look();
@@ -118,8 +117,8 @@ class WindowWatchPlugin : public QGenericPlugin
 public:
     QObject *create(const QString &, const QString &) override
     {
-        return new WindowWatch(QFile::decodeName(qgetenv("WINDOW_WATCH")));
+        return new Watcher(QFile::decodeName(qgetenv("WINDOW_WATCH")));
     }
 };
 
-#include "windowwatch.moc"
+#include "windowwatch_plugin.moc"
