@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The rules of mdl that the documents follow: all of them, with these settings.
 all
 # Code and tables cannot be wrapped.

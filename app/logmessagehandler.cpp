@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/logmessagehandler.h"
 
 #include "config/paths.h"

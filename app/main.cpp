@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/capturearguments.h"
 #include "app/logmessagehandler.h"
 #include "app/qtenvironment.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The program that the idle updater is compared with: a minimal Qt program with one window. It
 // prints a line when the window has been drawn, and keeps running.
 

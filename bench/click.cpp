@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How soon the window answers while it downloads 1 GiB: repeated real presses of "Cancel", each
 // measured until the question whether to cancel is on the screen.
 

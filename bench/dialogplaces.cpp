@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/dialogplaces.h"
 
 #include "ui/dwondialog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The digest of packages in the file cache, compared with md5sum.
 
 #include "bench/figure.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The download of a package over TLS, compared with curl: from the moment that nginx sees the
 // request until the complete file is closed.
 

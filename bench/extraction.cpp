@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The unpacking of a package, compared with unzip: large files, and many small ones.
 
 #include "bench/figure.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many clients of the update service, each with its own address in 127.0.0.0/8. Sends requests and
 // prints one line per request; scripts/lib/prove-fleet.py evaluates the lines.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How often the threads of the process wake up while the prompt is shown and nobody touches it,
 // compared with a bare window during the same seconds. Threads that Qt starts for itself count only
 // in the second row.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writing a line of the log, compared with appending the same number of bytes to a file that is
 // opened and closed for each line, as the log must be.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The peak memory of a whole update, from the start to the installed client: check, download over
 // TLS, digest, unpacking and copying.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/packageserver.h"
 
 #include "config/global.h"

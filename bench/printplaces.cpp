@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints the size of the updater's dialogs and where to press each of their buttons, at 100 %: one
 // per line, "window WIDTH HEIGHT" or "NAME X Y". For scripts that press the buttons.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/processstatus.h"
 
 #include "tests/support/testhome.h"

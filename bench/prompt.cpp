@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How soon the prompt is drawn, from the moment that the service sends its answer.
 
 #include "bench/figure.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How soon the check request is sent, compared with a minimal program that does the same work.
 
 #include "bench/figure.h"

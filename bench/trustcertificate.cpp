@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Preloaded into the updater, this library makes it trust one more certificate. On Linux Qt itself
 // trusts only the machine's store, which a benchmark must not change.
 

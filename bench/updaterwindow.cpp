@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/updaterwindow.h"
 
 #include "tests/support/windowserver.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Warnings, sanitizers and definitions for every target of the project.
 
 option(UPDATER_SANITIZE "Build with the address, leak and undefined-behaviour sanitizers" OFF)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What the released program has besides its code: version information, icon, manifest, the plugins of a
 # static Qt, and debug symbols in a file of their own.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Compiler and linker options for every Windows program, in addition to CompilerSettings.cmake.
 
 target_compile_definitions(compiler_settings INTERFACE UNICODE _UNICODE)

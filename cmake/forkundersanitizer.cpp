@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Part of every program that the address sanitizer watches. A fork copies the lock of the
  * sanitizer's store of call stacks as it stands. When another thread holds it just then, because

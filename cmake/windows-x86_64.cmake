@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Cross-compiles for 64-bit Windows with Debian's mingw-w64. The environment variable QT_WINDOWS_DIR, or
 # -DQT_WINDOWS_DIR=..., names the folder of the static Qt.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/paths.h"
 
 #include "config/configcontract.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/servicecontract.h"
 
 #include "config/configcontract.h"

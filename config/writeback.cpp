@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/configcontract.h"
 #include "config/global.h"
 #include "config/paths.h"

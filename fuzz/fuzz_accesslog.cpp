@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A line of the service's access log. Anybody can put anything into the paths and versions in it.
 
 #include "fuzz/support/require.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The head of an answer to the program's own requests, from a server in this process. The first
 // byte chooses the request and whether it goes through a proxy; the rest is sent unchanged, before
 // the connection is closed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of the updater, one argument per line, and what is passed on to other programs.
 
 #include "config/arguments.h"

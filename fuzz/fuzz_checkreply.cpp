@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The body of the update service's answer.
 
 #include "config/global.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The three configuration files, in the order in which they are read, separated by lines with only
 // "=". A file that is not in the input does not exist.
 

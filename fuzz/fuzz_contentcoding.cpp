@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A compressed answer to the check. The first byte chooses the announced coding and the limit of
 // the unpacked size; the rest is the body.
 

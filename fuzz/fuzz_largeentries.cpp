@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Unpacking a zip package with entries of 1 MiB to 2 GiB. The archive is made here: the first byte
 // of the input is the number of entries; eight bytes for each entry follow.
 

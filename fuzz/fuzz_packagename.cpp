@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The announced address of a package, and the file name that is taken from it.
 
 #include "fuzz/support/require.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The texts and numbers of an offer in the two dialogs. The input is a head of fixed size, the
 // length of the notes, the notes, and a piece of the version. The piece is repeated, so that a
 // small input makes a version of a million characters.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The release notes, as the prompt shows them.
 
 #include "config/global.h"

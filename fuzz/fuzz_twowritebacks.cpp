@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Two choices written into updateconfig.json, one after the other. The first byte chooses which
 // ones. The two versions and the file follow, separated by lines with only "=".
 

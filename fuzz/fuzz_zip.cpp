@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Unpacking a zip package.
 
 #include "config/global.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/clientprocess.h"
 
 #include "config/arguments.h"

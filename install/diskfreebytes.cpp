@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "install/platform.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/folderremoval.h"
 
 #include "install/platform.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/platform.h"
 
 #include <QDir>

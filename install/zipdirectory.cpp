@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/zipdirectory.h"
 
 #include "install/zipformat.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/downloadfolder.h"
 
 #include "config/configcontract.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/httpdownloadfile.h"
 
 #include "config/global.h"

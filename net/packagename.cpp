@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/packagename.h"
 
 #include "install/windowsnames.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/requests.h"
 
 #include <QJsonDocument>

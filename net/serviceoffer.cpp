@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/serviceoffer.h"
 
 #include "config/arguments.h"

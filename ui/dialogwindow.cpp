@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/dialogwindow.h"
 
 #include "ui/stylesheets.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/layoutcost.h"
 
 #include <QFont>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/markup.h"
 
 #include <QStringList>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/offlinedocument.h"
 
 #include <QAbstractTextDocumentLayout>

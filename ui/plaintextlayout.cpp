@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/plaintextlayout.h"
 
 #include <QFontMetricsF>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/updatedialog.h"
 
 #include "config/arguments.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/versionline.h"
 
 #include "config/global.h"

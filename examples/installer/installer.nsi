@@ -1,3 +1,4 @@
+; SPDX-License-Identifier: MIT
 ; Installs the sample client for one user. examples/installer/build compiles it:
 ;
 ;   CLIENT   the folder to install, including the updater's folder

@@ -1,4 +1,5 @@
 vcl 4.1;
+# SPDX-License-Identifier: MIT
 
 # The cache for packages, on the machine of the load balancer. Install it as /etc/varnish/updates.vcl. Packages never
 # change, so each one is fetched from the nodes once and kept until the space is needed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/base/hostsystem.h"
 #include "release/publish/base/report.h"
 #include "release/publish/checking/configcheck.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Writes artificial access logs of the service, always the same: a fleet in which a release is rolled out, with the
 failures of a real one. Each node has one plain log and one that was rotated and compressed.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Line charts as SVG. They have their own background, so they are readable on light and dark pages."""
 
 import math

@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: MIT
 -- For wrk: the updater's check, from a hundred thousand addresses in turn, as a load balancer forwards them.
 local body = '{"clientVersion":"1.0.0","deviceType":"Windows","platform":6}'
 local headers = {

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # shellcheck shell=bash disable=SC2034,SC2154 # shares variables with scripts/demo
 # The old client, the release that replaces it, and the service that offers the release. Sourced by scripts/demo, whose
 # options and variables it reads.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # shellcheck shell=bash disable=SC2034,SC2154 # shares variables with scripts/demo
 # A display, and a user with a mouse and a keyboard who takes pictures of it. Sourced by scripts/demo, whose variables
 # $demo, $log, $scale and $pictures it reads.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The fleet of release/fleet/ on the loopback: nodes, load balancer, cache and monitoring.
 
 Everything runs with the shipped files, in which only the values marked "here" are replaced. Everything that it

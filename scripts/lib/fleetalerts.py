@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Prometheus with release/monitoring/, next to the fleet: which alert reports which failure."""
 
 import json

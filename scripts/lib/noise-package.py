@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Makes zip packages of exactly the given size: a file of random data in a folder named after the package.
 
     scripts/lib/noise-package.py FOLDER MIB...      writes FOLDER/MIB.zip

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Runs the fleet of release/fleet/ and makes its parts fail while clients send requests.
 
 prove-fleet.py PROJECT WORK [--small] [--windows] [--clients NUMBER]: called by scripts/prove-fleet.

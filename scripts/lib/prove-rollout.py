@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Rolls a release out, stops it, takes it back and lets a plan advance, and checks what clients are offered.
 
 prove-rollout.py PROJECT WORK: the second half of scripts/prove-release. A thousand networks send

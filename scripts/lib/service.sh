@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # shellcheck shell=bash
 # Starts the update service on the loopback. Sourced by scripts that need it.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Prints a table of the measurements of the programs in bench/, from their lines of JSON on the standard input.
 
     scripts/lib/speed.py                     prints the table

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Runs clang-tidy on each unit that has changed since it was last found clean, or that includes a file that has. Called
 # by scripts/lint with DATABASE, the folder of the compile commands and of units.mk, which has a target for each unit.
 

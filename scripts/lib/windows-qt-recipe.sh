@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # shellcheck shell=bash disable=SC2034
 # How the static Qt for Windows is made. Sourced by scripts/qt-windows, which builds Qt again when anything but a
 # comment changes here.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # shellcheck shell=bash disable=SC2154 # reads variables of scripts/qt-windows
 # Debian's source package of Qt. Sourced by scripts/qt-windows.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # shellcheck shell=bash disable=SC2154 # reads variables of scripts/wine-run
 # Wine prefixes: how one is prepared, copied, and told of certificates and variables. Sourced by scripts/wine-run, which
 # names the folder that keeps the prepared one in $store.

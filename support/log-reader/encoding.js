@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Decodes the bytes of a file.
 
 const isContinuation = byte => byte >= 0x80 && byte < 0xc0;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finds the pattern and the values of a line. support/make-log-reader puts DATA before this script, from the documents,
 // lines.json and texts.json.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Builds the page. Texts from the log only become text nodes.
 
 const RUNS_AT_ONCE = 30;

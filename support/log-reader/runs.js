@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Groups lines into runs, and finds out how far each run came.
 
 /** The log as text, its lines, and the runs that they belong to. */

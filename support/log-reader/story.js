@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Turns a run into a story: what happened, why, and what to do.
 
 /** A version that anybody may see; empty for anything that could be an address or a path. */

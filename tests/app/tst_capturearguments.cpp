@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/capturearguments.h"
 #include "config/global.h"
 #include "tests/support/localeencoding.h"

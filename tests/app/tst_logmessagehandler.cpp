@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/logmessagehandler.h"
 #include "config/global.h"
 #include "tests/support/environmentvariable.h"

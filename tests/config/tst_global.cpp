@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "config/paths.h"
 #include "tests/support/testhome.h"

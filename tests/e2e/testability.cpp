@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Qt loads this library for test automation when the environment asks for it. Loading it ends the
 // program with a special exit code.
 

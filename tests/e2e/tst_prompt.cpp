@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/loglines.h"
 #include "tests/support/updaterrun.h"
 #include "tests/support/windowserver.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The sample client, killed at each system call on the file it saves to."""
 
 import contextlib

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/install/damagedarchives.h"
 
 #include "tests/support/zipmaker.h"

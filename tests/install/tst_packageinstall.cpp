@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "install/zipdirectory.h"
 #include "tests/install/damagedarchives.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "install/clientprocess.h"
 #include "tests/support/logcapture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long the program waits for other programs and before it starts the client. The linker
 // replaces the waiting functions by those of this file, so the test does not have to wait.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/zipunpacker.h"
 #include "tests/install/damagedarchives.h"
 #include "tests/support/compression.h"

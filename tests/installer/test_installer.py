@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The example installer under Wine: installation, updates and removal leave nothing behind."""
 
 import fcntl

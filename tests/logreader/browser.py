@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A headless Chromium, controlled through its DevTools protocol over a pipe."""
 
 import base64

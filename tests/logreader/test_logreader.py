@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The log reader in a browser: all lines, damaged and mixed logs, hostile texts, accessibility."""
 
 import json

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Shows an empty window and ends: shows what Qt itself keeps until the end of a process.
 #include <QApplication>
 #include <QTimer>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Preloaded into the updater: reports what the process still holds after main() and after all
  * static objects are destroyed. The report goes to the file that LONGRUN_END_REPORT names, one line

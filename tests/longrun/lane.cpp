@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/longrun/lane.h"
 
 #include "tests/longrun/figures.h"

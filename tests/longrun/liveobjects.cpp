@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/longrun/liveobjects.h"
 
 #include <QAbstractEventDispatcher>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Runs the built updater many times, in several lanes at once, and prints what it found. The exit
  * code is 1 when it found anything wrong.

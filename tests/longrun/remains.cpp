@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/longrun/remains.h"
 
 #include <QDir>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Makes many updates in one process, each with its own worker, thread and dialogs, and prints what
  * has grown. This shows leaks that the end of a process would hide. The exit code is 1 when

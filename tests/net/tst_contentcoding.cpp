@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/contentcoding.h"
 
 #include <QTest>

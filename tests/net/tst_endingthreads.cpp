@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/processend.h"
 
 #include <QProcess>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/httpdownloadfile.h"
 #include "tests/support/loglines.h"
 #include "tests/support/workerrun.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
 #include "tests/support/compression.h"

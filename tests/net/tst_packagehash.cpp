@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "tests/support/damageddisk.h"
 #include "tests/support/logcapture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "net/serviceoffer.h"
 #include "tests/support/testhome.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """nginx, started by scripts/serve on a free port, and requests to it."""
 
 import http.client

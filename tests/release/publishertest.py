@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What tests of the publishing tool on the command line share."""
 
 import subprocess

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A release tree that the publishing tool makes and changes."""
 
 import random

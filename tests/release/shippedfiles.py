@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The files of release/nginx/updates/, and changed copies."""
 
 from pathlib import Path

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The alert rules of release/monitoring/: promtool evaluates them over figures that are bad, and over good ones."""
 
 import json

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Each writing command, killed or out of disk space at each of its writes."""
 
 import collections

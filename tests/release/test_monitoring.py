@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """release/monitoring/: what the real mtail counts in the log of the real nginx, and what the real Prometheus, with the
 exporters that it asks, makes of it."""
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Plans that advance by the logs, copies to nodes, and releases that move to another tree."""
 
 import contextlib

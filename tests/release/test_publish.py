@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The publishing tool on the command line: its output, exit codes and interruptions."""
 
 import fcntl

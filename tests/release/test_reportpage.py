@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The page of the report in a real browser: complete, harmless whatever is in the logs, and readable."""
 
 import html

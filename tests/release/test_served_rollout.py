@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Who is offered which release by nginx while releases are rolled out and taken back."""
 
 import contextlib

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """What updaters and other clients get from the nginx of release/nginx/."""
 
 import shutil

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The updater and the nginx of release/nginx/, with a roll-out to 10 % of the addresses."""
 
 import json

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/commandline/commandline.h"
 #include "release/publish/tree/releaselist.h"
 

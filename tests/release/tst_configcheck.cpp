@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/checking/configcheck.h"
 #include "tests/docs/document.h"
 #include "tests/release/vendor.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/packing/exclusion.h"
 
 #include <QTest>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "config/servicecontract.h"
 #include "release/publish/tree/reply.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/tree/indexpage.h"
 #include "release/publish/tree/releasetree.h"
 #include "release/publish/tree/reply.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/release/vendor.h"
 
 #include "release/publish/checking/verifyrelease.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/compression.h"
 
 #include "tests/support/zipmaker.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/peakmemory.h"
 
 #ifdef Q_OS_LINUX

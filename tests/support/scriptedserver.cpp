@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scriptedserver.h"
 
 #include <QElapsedTimer>

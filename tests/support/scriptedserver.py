@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """A web server that answers what a test tells it to, faults included.
 
 It listens on two free ports of 127.0.0.1, one for HTTP and one for HTTPS. When both are open it

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * A stand-in for a program that the updater starts: the client, an installer or a system command. A
  * test copies it to the path of that program and later reads how it was started.

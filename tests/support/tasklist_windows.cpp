@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Prints the task list as CSV, because the tasklist of Wine prints nothing. Takes the arguments
  * that the updater uses: /FO CSV /FI "IMAGENAME eq NAME".

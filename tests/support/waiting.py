@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What Python tests share: waiting for a condition, and ports to listen on."""
 
 import contextlib

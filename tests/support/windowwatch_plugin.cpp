@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The part of WindowWatch that runs in the watched program: a generic plugin of Qt. The environment
  * variable WINDOW_WATCH names its file FILE.

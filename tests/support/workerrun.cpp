@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/workerrun.h"
 
 #include "config/global.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/zipmaker.h"
 
 #include "tests/support/testhome.h"

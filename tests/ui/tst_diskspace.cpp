@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/diskspace.h"
 
 #include "config/global.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/dwondialog.h"
 
 #include "config/global.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/dialogs.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/netdialog.h"
 
 #include "config/global.h"

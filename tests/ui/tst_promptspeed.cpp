@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/logcapture.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/dialogs.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/releasenotes.h"
 
 #include "tests/support/filewatch.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/base/cannotwrite.h"
 
 QString WriteErrorText(const QFileDevice &file)

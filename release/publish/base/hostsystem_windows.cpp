@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/base/hostsystem.h"
 
 #include <QDir>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/checking/configcheck.h"
 
 #include "config/configcontract.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/checking/verifyrelease.h"
 
 #include "config/servicecontract.h"

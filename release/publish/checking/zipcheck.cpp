@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/checking/zipcheck.h"
 
 #include "install/zipdirectory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // QCommandLineParser splits the arguments into options and values. The rest is ours, because its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/commandline/commandtable.h"
 
 using namespace CommandTable;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/packing/clientfolder.h"
 
 #include "release/publish/base/hostsystem.h"

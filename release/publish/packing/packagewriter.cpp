@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/packing/packagewriter.h"
 
 #include "release/publish/base/cannotwrite.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/publishing/publishrelease.h"
 
 #include "config/servicecontract.h"

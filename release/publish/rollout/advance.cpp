@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/rollout/advance.h"
 
 #include "release/publish/statistics/rolloutstatistics.h"

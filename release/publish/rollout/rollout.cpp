@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/rollout/rollout.h"
 
 #include "release/publish/base/cannotwrite.h"

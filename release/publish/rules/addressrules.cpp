@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/rules/addressrules.h"
 
 #include "release/publish/rules/releaserules.h"

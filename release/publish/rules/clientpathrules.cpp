@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/rules/clientpathrules.h"
 
 #include "config/configcontract.h"

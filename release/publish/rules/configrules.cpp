@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/rules/configrules.h"
 
 #include "config/configcontract.h"

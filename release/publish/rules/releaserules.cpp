@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/rules/releaserules.h"
 
 #include "config/servicecontract.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/rules/versionfile.h"
 
 #include <QJsonDocument>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/statistics/dailyseries.h"
 
 #include <QMap>

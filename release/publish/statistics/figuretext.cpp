@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/statistics/figuretext.h"
 
 #include <QLocale>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/statistics/networktable.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/statistics/reportpage.h"
 
 #include "release/publish/rules/releaserules.h"

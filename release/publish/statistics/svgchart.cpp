@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/statistics/svgchart.h"
 
 #include "release/publish/rules/releaserules.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/tree/reply.h"
 
 #include "config/servicecontract.h"

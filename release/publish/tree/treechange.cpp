@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "release/publish/tree/treechange.h"
 
 #include "release/publish/base/cannotwrite.h"
