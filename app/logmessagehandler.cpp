@@ -64,8 +64,8 @@ void LogMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
         file.resize(0);
     QTextStream stream(&file);
     stream << head;
-    // A message may be as large as an answer of the service. Written as a whole it would be copied
-    // twice.
+    // A message may be as large as an answer of the service. Writing it in pieces avoids copying
+    // all of it twice.
     for (int start = 0; start < message.size(); start += kPieceLength)
         stream << message.midRef(start, kPieceLength);
     stream << "\r\n";

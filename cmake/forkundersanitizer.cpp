@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 /*
- * Part of every program that the address sanitizer watches. A fork copies the lock of the
- * sanitizer's store of call stacks as it stands. When another thread holds it just then, because
- * the store grows, the child waits for it for ever: the framework allocates there before it starts
- * the other program. So threads that allocate are held for as long as another one forks.
+ * Part of every program that is built with the address sanitizer. A fork copies the lock of the
+ * sanitizer's store of call stacks. If another thread holds the lock at that moment, because the
+ * store grows, the child waits for it for ever: Qt allocates memory in the child before it starts
+ * the other program. So no other thread may allocate during a fork.
  */
 #include <atomic>
 #include <cstddef>

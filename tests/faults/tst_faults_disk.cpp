@@ -114,8 +114,8 @@ void TestFaultsDisk::aDiskThatIsFullForTheUnpackedPackage()
              QStringLiteral("part of the new client, the package, part of it unpacked, notes, "
                             "marker, version recorded"),
              1,
-             QStringLiteral("user: make room and install the client anew; vendor: announce the "
-                            "size of the package truthfully, three times that must be free")});
+             QStringLiteral("user: free some disk space and install the client again; vendor: "
+                            "announce the package's real size, three times that must be free")});
     }
     fault.NextRunMustWork();
 }
@@ -133,7 +133,7 @@ void TestFaultsDisk::aDiskThatIsFullForTheClient()
             {FaultRun::Progress,
              QStringLiteral("part of the new client, the package, unpacked package, notes, "
                             "marker, version recorded"),
-             1, QStringLiteral("user: make room; vendor: offer a further version")});
+             1, QStringLiteral("user: free some disk space; vendor: offer a further version")});
     }
     fault.NextRunMustWork();
 }
@@ -155,12 +155,13 @@ void TestFaultsDisk::aDiskThatIsFullForTheConfiguration()
         Fill(folder);
         const Mount over = Mount::Over(ConfigFile(fault), folder + QStringLiteral("/config"));
         fault.RunThrough();
-        fault.MustLeadTo({FaultRun::Progress,
-                          QStringLiteral("new client, the package, unpacked package, notes, "
-                                         "marker, damaged updateconfig.json"),
-                          1,
-                          QStringLiteral("user: make room and install the updater anew; vendor: "
-                                         "keep updateconfig.json below 4 KiB")});
+        fault.MustLeadTo(
+            {FaultRun::Progress,
+             QStringLiteral("new client, the package, unpacked package, notes, "
+                            "marker, damaged updateconfig.json"),
+             1,
+             QStringLiteral("user: free some disk space and install the updater again; "
+                            "vendor: keep updateconfig.json below 4 KiB")});
     }
     fault.run.WriteUpdateConfig(usual);
     fault.NextRunMustWork();
@@ -217,7 +218,7 @@ void TestFaultsDisk::aFolderThatTakesNoChanges_data()
         << QStringLiteral("Client/plug ins")
         << QStringLiteral("part of the new client") + unpacked +
                QStringLiteral(", notes, marker, version recorded")
-        << QStringLiteral("user: let the folder be written; vendor: offer a further version");
+        << QStringLiteral("user: make the folder writable; vendor: offer a further version");
     QTest::newRow("read-only: updateconfig.json")
         << QStringLiteral("Client/AutoUpdate/updateconfig.json")
         << QStringLiteral("new client") + unpacked + QStringLiteral(", notes, marker") << QString();
@@ -251,7 +252,7 @@ void TestFaultsDisk::aHomeThatTakesNoChangesEndsTheRun()
         fault.RunThrough();
         fault.MustLeadTo(
             {FaultRun::Progress, FaultRun::Untouched, 0,
-             QStringLiteral("user: let AppData/Local be written, start the client; the log says "
+             QStringLiteral("user: make AppData/Local writable, start the client; the log says "
                             "\"Open failed\"")});
     }
     fault.NextRunMustWork();
@@ -270,7 +271,7 @@ void TestFaultsDisk::aChoiceThatCannotBeSavedEndsTheRun()
         QCOMPARE(fault.run.WaitForEnd(), 0);
         fault.MustLeadTo({QStringLiteral("prompt"), FaultRun::Untouched, 0,
                           QStringLiteral("user: start the client, choose \"Later\" alone; vendor: "
-                                         "let users write the updater's folder")});
+                                         "make the updater's folder writable for users")});
     }
     fault.NextRunMustWork();
 }
@@ -331,7 +332,7 @@ void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun()
         WriteFile(path, content);
     fault.RunThrough();
     fault.MustLeadTo({QStringLiteral("nothing"), left, 0,
-                      QStringLiteral("user: start the client itself, install it anew; the log "
+                      QStringLiteral("user: start the client itself, install it again; the log "
                                      "names the file")});
     WriteFile(path, usual);
     fault.NextRunMustWork();
