@@ -122,9 +122,8 @@ bool ZipUnpacker::Unpack(const Sink &sink)
         sink(data, size);
         return true;
     };
-    const bool isWhole = m_entry.method == ZipFormat::Stored
-                             ? UnpacZipFormat::Stored(checkedSink)
-                             : UnpacZipFormat::Deflated(checkedSink);
+    const bool isWhole = m_entry.method == ZipFormat::Stored ? UnpackStored(checkedSink)
+                                                             : UnpackDeflated(checkedSink);
     return isWhole && tally.Matches();
 }
 
@@ -134,7 +133,7 @@ qint64 ZipUnpacker::ReadPiece(qint64 left)
     return m_archive.read(m_packed.data(), std::min<qint64>(left, m_packed.size()));
 }
 
-bool ZipUnpacker::UnpacZipFormat::Stored(const CheckedSink &sink)
+bool ZipUnpacker::UnpackStored(const CheckedSink &sink)
 {
     for (qint64 left = m_entry.packedSize; left > 0;) {
         const qint64 size = ReadPiece(left);
@@ -145,7 +144,7 @@ bool ZipUnpacker::UnpacZipFormat::Stored(const CheckedSink &sink)
     return true;
 }
 
-bool ZipUnpacker::UnpacZipFormat::Deflated(const CheckedSink &sink)
+bool ZipUnpacker::UnpackDeflated(const CheckedSink &sink)
 {
     if (!m_inflater->Begin())
         return false;
