@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "release/publish/checking/configcheck.h"
+
+#include "config/global.h"
 #include "tests/docs/document.h"
 #include "tests/release/vendor.h"
 #include "tests/support/testhome.h"

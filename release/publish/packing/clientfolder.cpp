@@ -65,12 +65,9 @@ void AddContents(const QDir &folder, const QString &prefix, const Exclusion &exc
         return;
     }
     RefuseUndecodableNames(folder, prefix, client);
-    QFileInfoList items = folder.entryInfoList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
-    std::sort(items.begin(), items.end(), [](const QFileInfo &one, const QFileInfo &other) {
-        return one.fileName() < other.fileName();
-    });
-    for (const QFileInfo &item : qAsConst(items))
+    const QFileInfoList items = folder.entryInfoList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QFileInfo &item : items)
         AddItem(item, prefix + item.fileName(), exclusion, client);
 }
 
