@@ -8,7 +8,6 @@
 #include <QCheckBox>
 #include <QDockWidget>
 #include <QLabel>
-#include <QPushButton>
 #include <QStyleOptionButton>
 
 namespace
