@@ -115,10 +115,13 @@ private slots:
 
 void TestConfigurationDocument::tableHasTheKeysOfTheSources()
 {
+    const QString source =
+        QString::fromUtf8(ReadFile(ProjectPath(QStringLiteral("config/configcontract.h"))));
+    const int begin = source.indexOf(QStringLiteral("namespace Key\n"));
+    const int end = source.indexOf(QStringLiteral("} // namespace ClientKey"));
     const QRegularExpression key(QStringLiteral("const QLatin1String \\w+\\(\"(\\w+)\""));
     QStringList read;
-    auto matches = key.globalMatch(
-        QString::fromUtf8(ReadFile(ProjectPath(QStringLiteral("config/configcontract.h")))));
+    auto matches = key.globalMatch(source.mid(begin, end - begin));
     while (matches.hasNext())
         read.append(matches.next().captured(1));
 

@@ -401,7 +401,7 @@ class Push(Tree):
         package.write_bytes(package.read_bytes()[:-1] + b"x")
         self.publish("2.1.0")
         refused = self.refused(*self.push)
-        self.assertIn("node2/updates has Client-2.0.0.zip with other bytes", refused)
+        self.assertIn("node2/updates has Client-2.0.0.zip with different content", refused)
         self.assertFalse((self.nodes[0] / "packages" / "Client-2.1.0.zip").exists())
 
     def test_packages_reach_all_nodes_before_the_decisions_reach_one(self) -> None:

@@ -312,7 +312,7 @@ class Publish(unittest.TestCase):
             large.truncate(2**31)  # takes no room
         refused = self.publish()
         self.assertEqual(refused.returncode, 1)
-        self.assertIn("large: 2147483648 bytes, and the updater takes files", refused.stderr)
+        self.assertIn("large: the file has 2147483648 bytes, but the updater accepts", refused.stderr)
         self.assertIn("at most 2147483647;", refused.stderr)
         self.assertNotIn("changed", refused.stderr)
         self.assertFalse(self.site.exists())

@@ -300,9 +300,9 @@ void TestVerifyRelease::wrongTrees_data()
     });
     AddRow("no other answer", "missing", "none.json cannot be read", Lacks("check/none.json"));
     AddRow("no page", "missing", "index.html cannot be read", Lacks("check/now/index.html"));
-    AddRow("no package", "missing", "Client-2.1.3.zip is not there",
+    AddRow("no package", "missing", "Client-2.1.3.zip is missing",
            Lacks("packages/Client-2.1.3.zip"));
-    AddRow("page of another release", "index", "another SHA-256", [](const Vendor &vendor) {
+    AddRow("page of another release", "index", "different SHA-256", [](const Vendor &vendor) {
         const QString path = vendor.Tree(QStringLiteral("check/now/index.html"));
         QByteArray page = ReadFile(path);
         const int digest = page.indexOf("<th>SHA-256</th><td><code>") + 26;

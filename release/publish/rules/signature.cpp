@@ -63,7 +63,7 @@ Answer Ask(const QString &path, const QString &authorities)
 
 /// A reason in our words for what osslsigncode says, and how to remove it.
 struct Reason {
-    const char *said;
+    const char *said; ///< a regular expression
     QLatin1String rule;
     const char *meaning;
     const char *advice;
@@ -73,7 +73,8 @@ const QVector<Reason> &Reasons()
 {
     static const QVector<Reason> reasons{
         {"No signature found", kMissing, "is not signed", "sign it"},
-        {"MISMATCH", kInvalid, "was changed after it was signed", "sign it again"},
+        {"Calculated message digest .*MISMATCH", kInvalid, "was changed after it was signed",
+         "sign it again"},
         {"certificate has expired", kInvalid,
          "is signed with a certificate that has expired, and has no time stamp from before",
          "sign it again, with a time stamp"},
@@ -84,10 +85,7 @@ const QVector<Reason> &Reasons()
         {"unable to get local issuer certificate", kInvalid,
          "is signed with a certificate from an authority that is not trusted here",
          "name the authority with --authorities"},
-        {"self signed certificate", kInvalid,
-         "is signed with a certificate from an authority that is not trusted here",
-         "name the authority with --authorities"},
-        {"self-signed certificate", kInvalid,
+        {"self.signed certificate", kInvalid,
          "is signed with a certificate from an authority that is not trusted here",
          "name the authority with --authorities"},
     };
@@ -97,7 +95,7 @@ const QVector<Reason> &Reasons()
 Finding WhyInvalid(const QString &path, const QString &shown, const QString &said)
 {
     for (const Reason &reason : Reasons()) {
-        if (said.contains(QLatin1String(reason.said))) {
+        if (said.contains(QRegularExpression(QString::fromLatin1(reason.said)))) {
             return {reason.rule, path,
                     QStringLiteral("%1 %2; %3")
                         .arg(shown, QLatin1String(reason.meaning), QLatin1String(reason.advice))};
