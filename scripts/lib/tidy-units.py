@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Writes what scripts/lib/tidy.mk needs: the compile commands of the units to check, and a Makefile with their includes.
+"""Writes what scripts/lib/tidy.mk needs: the compile commands of the units, and a Makefile with their includes.
 
     scripts/lib/tidy-units.py COMPILE_COMMANDS.json FOLDER UNIT...
 """

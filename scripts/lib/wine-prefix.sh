@@ -33,7 +33,7 @@ Windows Registry Editor Version 5.00
 
 [HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows NT\\CurrentVersion\\FontLink\\SystemLink]
 "Tahoma"=hex(7):$(printf 'wqy-microhei.ttc,WenQuanYi Micro Hei\0\0' | iconv -t UTF-16LE |
-    od -An -v -tx1 | tr -s ' \n' , | sed 's/^,//; s/,$//')
+        od -An -v -tx1 | tr -s ' \n' , | sed 's/^,//; s/,$//')
 REG
 }
 
@@ -67,7 +67,10 @@ registry_variables() {
 # import_registry FILE: UTF-8 text, as the functions above print it, into $WINEPREFIX.
 import_registry() {
     # regedit reads UTF-16 with a byte order mark.
-    { printf '\xff\xfe'; iconv -f UTF-8 -t UTF-16LE "$1"; } >"$1.reg"
+    {
+        printf '\xff\xfe'
+        iconv -f UTF-8 -t UTF-16LE "$1"
+    } >"$1.reg"
     "$WINELOADER" regedit "Z:${1//\//\\}.reg" </dev/null >/dev/null 2>&1
     rm -f "$1.reg"
 }
@@ -94,7 +97,10 @@ make_prefix() {
 # that goes into it.
 template() {
     local name made
-    name=$store/template-$( { registry_settings; dpkg-query -W libwine; } | sha256sum | cut -c 1-12)
+    name=$store/template-$({
+        registry_settings
+        dpkg-query -W libwine
+    } | sha256sum | cut -c 1-12)
     (
         flock 8
         [ -d "$name" ] && exit

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""docs/architecture.md leads to functions that are there: each linked one is defined in the file that the link names."""
+"""Each function that docs/architecture.md links to is defined in the file that the link names."""
 
 import re
 import unittest
@@ -51,7 +51,8 @@ class Architecture(unittest.TestCase):
             self.assertGreaterEqual(len(re.findall(r"^\d+\. ", text, re.MULTILINE)), LEAST_STEPS)
 
     def test_a_function_is_its_definition(self) -> None:
-        source = "int Used();\n    Used();\n// Used() {\nint Global::Used() const\n{\n}\nbool Used(int a,\n          int b)\n{\n"
+        source = ("int Used();\n    Used();\n// Used() {\nint Global::Used() const\n{\n}\n"
+                  "bool Used(int a,\n          int b)\n{\n")
         self.assertTrue(defines(source, "Global::Used"))
         self.assertTrue(defines(source, "Used"))
         self.assertFalse(defines(source.split("bool")[0], "Used"))

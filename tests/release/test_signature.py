@@ -240,8 +240,8 @@ class Signature(unittest.TestCase):
     def test_an_expired_certificate_is_refused_but_for_signatures_with_a_time_stamp_from_before(self) -> None:
         self.make_certificate("expired", SIGNER, "signer", ("20200101000000Z", "20200201000000Z"))
         self.sign("expired", *self.programs)
-        line = ("is signed with a certificate that has expired, and has no time stamp from before; sign it again, with a "
-                "time stamp")
+        line = ("is signed with a certificate that has expired, and has no time stamp from before; sign it again, "
+                "with a time stamp")
         self.expect(self.publish(*self.demand()), f"Client.exe {line}", f"plugins/one.bin {line}")
 
         # Signed now, and looked at in thirty years: the certificate is older than its owner thought by then.
