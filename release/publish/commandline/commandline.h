@@ -32,7 +32,6 @@ struct Request {
     QString source; ///< the client's folder, the installer, the release tree or the configuration
     QString name;   ///< of the package, without the version; empty: the installer's own file name
     QString version;
-    bool forced = false;
     QString notesZhFile;
     QString notesEnFile;
     QString out;
@@ -42,6 +41,7 @@ struct Request {
     QString configFile; ///< the client's version file, relative to the client's folder; empty: none
     QString knownDigests; ///< a SHA256SUMS file of earlier releases; empty: none
     int share = 0;        ///< in thousandths of all clients (AllParts); 0: not rolled out yet
+    bool forced = false;
     bool allowShorterVersion = false;
     bool allowUpdater = false; ///< a package may contain the updater's folder
     SignatureDemand signature;
@@ -55,14 +55,14 @@ struct Request {
     double stopAboveUnchanged =
         5; ///< percentage of networks that still have the old version after a completed download
     QString clientFolder; ///< the client as it ships; empty: only the configuration file is checked
-    bool packagesAreInstallers = false;
     QStringList from;     ///< patterns of the installed versions that are offered the release
     QStringList networks; ///< in the form that NetworkPrefix reads
     bool forgetsNetworks = false; ///< the networks of earlier roll-outs lose their precedence
     double linkGbit = 0;          ///< bandwidth from the servers to the clients; 0: unknown
     double clients = 0;           ///< how many clients there are; used with linkGbit
     bool downgrade = false;       ///< clients that have the release are offered the previous one
-    bool dryRun = false;          ///< report what would be done, and write nothing
+    bool packagesAreInstallers = false;
+    bool dryRun = false; ///< report what would be done, and write nothing
     bool asJson = false;
 };
 
