@@ -1,22 +1,23 @@
-// Many clients of the update service, each with an address of its own in 127.0.0.0/8. Asks, and
-// prints one line per request; scripts/lib/prove-fleet.py judges them.
+// SPDX-License-Identifier: MIT
+// Many clients of the update service, each with its own address in 127.0.0.0/8. Sends requests and
+// prints one line per request; scripts/lib/prove-fleet.py evaluates the lines.
 //
 //   fleetclients PORT FIRST COUNT THREADS [RATE]
-//       asks forever for COUNT addresses from FIRST on, at most RATE times a second, until SIGTERM;
-//       whoever is offered a release asks for the start of its package
+//       checks repeatedly from COUNT addresses, the first of which is FIRST, at most RATE times a
+//       second, until SIGTERM; a client that is offered a release requests the start of its package
 //   fleetclients PORT FIRST COUNT THREADS once
-//       each address asks once
+//       each address checks once
 //   fleetclients PORT FIRST COUNT THREADS forward SOURCE
-//       the same over kept connections from SOURCE, as a load balancer that names the address
+//       the same over kept connections from SOURCE, like a load balancer that forwards the address
 //   fleetclients PORT FIRST COUNT THREADS get PATH
-//       each address connects; then all ask for PATH at the same time
+//       each address connects; then all request PATH at the same time
 //
 // A line has the start in seconds since 1970, the seconds taken, the address, a number of bytes,
-// and the result. Of a check these are the bytes of the connection in both directions, TLS
-// included, and the version that was offered, "none", another status than 200, or what failed; of a
-// download the bytes of the file and the status.
+// and the result. For a check, the bytes are those of the connection in both directions, including
+// TLS, and the result is the offered version, "none", a status other than 200, or the failure. For
+// a download, they are the bytes of the file and the status.
 //
-// All that ask for themselves send somebody else's address in X-Forwarded-For, as a forger would.
+// All but "forward" send a different address in X-Forwarded-For, as a forger would.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -44,7 +45,7 @@
 namespace
 {
 
-constexpr int kPatienceSeconds = 20; // more than the updater's own ten, so that hanging is seen
+constexpr int kPatienceSeconds = 20; // the updater waits 10 s: a service that hangs is noticed
 constexpr size_t kBufferSize = 65536;
 constexpr char kCheckBody[] = R"({"clientVersion":"1.0.0","deviceType":"Windows","platform":6})";
 constexpr char kPackagePrefix[] = "/packages/Client-";
@@ -69,7 +70,7 @@ struct Plan {
 struct Answer {
     std::string failure; // empty when there is an answer
     int status = 0;
-    std::string body;             // not of a download
+    std::string body;             // empty for a download
     unsigned long long bytes = 0; // of the body
 };
 
@@ -95,7 +96,8 @@ public:
     {
         const int on = 1;
         const timeval patience{kPatienceSeconds, 0};
-        // Hundreds of thousands of connections: the kernel picks the port for both ends together.
+        // Otherwise each source port could be used once only, for hundreds of thousands of
+        // connections.
         setsockopt(m_socket, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
         setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
@@ -124,7 +126,7 @@ public:
     Connection(Connection &&) = delete;
     Connection &operator=(Connection &&) = delete;
 
-    /// Sends a request and reads the answer to its end; keeps the body when it is to be read.
+    /// Sends a request and reads the whole answer; returns its body only if @p keepsBody.
     Answer Ask(const std::string &request, bool keepsBody)
     {
         Answer answer;
@@ -160,7 +162,7 @@ public:
         }
     }
 
-    /// What went through the socket so far, in both directions.
+    /// The bytes that went through the socket so far, in both directions.
     unsigned long long WireBytes() const
     {
         if (m_failure == kNoConnection)
@@ -236,7 +238,7 @@ std::string Decision(const Answer &answer)
     return answer.body.substr(begin, answer.body.find('"', begin) - begin);
 }
 
-/// Lets all threads go on once each has come here.
+/// Holds each thread until all have arrived.
 class Gate
 {
 public:
@@ -263,7 +265,7 @@ public:
         : m_plan(std::move(plan)), m_context(SSL_CTX_new(TLS_client_method())),
           m_gate(m_plan.threads), m_begin(std::chrono::steady_clock::now())
     {
-        // As the updater's check. Whether the certificate is right is not the subject here.
+        // Like the updater's check; certificates are tested elsewhere.
         SSL_CTX_set_verify(m_context, SSL_VERIFY_NONE, nullptr);
         SSL_CTX_set_session_cache_mode(m_context, SSL_SESS_CACHE_OFF);
     }
@@ -394,7 +396,7 @@ bool Read(int count, char **words, Plan &plan)
     } else {
         plan.rate = static_cast<unsigned>(std::atoi(kind.c_str()));
     }
-    // Nothing ever leaves this machine: the service is on the loopback, and so are all sources.
+    // All sources and the service are on the loopback: nothing leaves this machine.
     constexpr in_addr_t loopback = 0x7F000000;
     const bool isLocal = plan.first >= loopback && plan.first - loopback <= 0xFFFFFF - plan.count;
     return isLocal && plan.port != 0 && plan.count != 0 && plan.threads != 0;
@@ -413,7 +415,7 @@ int main(int count, char **words)
     }
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGTERM, [](int) { isOver = 1; });
-    // Each line at once, so that a reader can wait for one.
+    // Flushed after each line, so that a reader can wait for one.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     Clients(plan).Run();
     return 0;

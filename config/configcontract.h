@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -7,8 +8,8 @@
 #include <QString>
 
 /**
- * The words and the form of the configuration files, in one place for the updater and for the tool
- * that checks a configuration before it ships. Callable from every thread.
+ * The words and the format of the configuration files, shared by the updater and the tool that
+ * checks a configuration before it ships. Callable from every thread.
  */
 namespace ConfigContract
 {
@@ -36,8 +37,22 @@ inline const QLatin1String Client("client"); ///< the object that holds the vers
 inline const QLatin1String Version("version");
 } // namespace ClientKey
 
-/// The bytes that the updater writes for @p object: indented by four, keys sorted, UTF-8 without a
-/// byte order mark, and a line feed after each line.
+/// What Global::WriteConfigToFile() records.
+namespace Selector
+{
+inline const QLatin1String SilencedVersion("remid");    ///< never prompt for the offered version
+inline const QLatin1String InstalledVersion("version"); ///< the offered version is installed
+} // namespace Selector
+
+/// Codes of the interface language, as the client's language file contains them.
+namespace Language
+{
+inline const QLatin1String English("en");
+inline const QLatin1String Chinese("zh");
+} // namespace Language
+
+/// The bytes that the updater writes for @p object: indented by four blanks, keys sorted, UTF-8
+/// without a byte order mark, each line ended by a line feed.
 inline QByteArray FileText(const QJsonObject &object)
 {
     return QJsonDocument(object).toJson();

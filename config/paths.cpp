@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/paths.h"
 
 #include "config/configcontract.h"
@@ -27,6 +28,11 @@ QString Paths::UpdateConfigFile()
 QString Paths::LogFolder()
 {
     return UnderHome(QStringLiteral("/AppData/Local/AutoUpdate"));
+}
+
+QString Paths::LogFile()
+{
+    return LogFolder() + QStringLiteral("/AutoUpdate.log");
 }
 
 QString Paths::LanguageFile()

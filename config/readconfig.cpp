@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/configcontract.h"
 #include "config/global.h"
 #include "config/paths.h"
@@ -10,6 +11,7 @@
 
 namespace Key = ConfigContract::Key;
 namespace ClientKey = ConfigContract::ClientKey;
+namespace Language = ConfigContract::Language;
 
 int Global::ReadConfig()
 {
@@ -80,7 +82,7 @@ void Global::ReadLanguage()
     QFile file(Paths::LanguageFile());
     if (file.exists()) {
         if (file.open(QIODevice::ReadOnly)) {
-            // From the bytes rather than the array: the code ends at the first zero byte.
+            // constData() makes the text end at the first zero byte; the array would not.
             language = QString::fromUtf8(file.readAll().trimmed().constData());
             return;
         }
@@ -90,5 +92,5 @@ void Global::ReadLanguage()
     }
 
     const bool chineseSystem = QLocale().language() == QLocale::Chinese;
-    language = chineseSystem ? QStringLiteral("zh") : QStringLiteral("en");
+    language = chineseSystem ? Language::Chinese : Language::English;
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/configcontract.h"
 #include "config/global.h"
 #include "config/paths.h"
@@ -9,11 +10,12 @@
 
 namespace Key = ConfigContract::Key;
 namespace ClientKey = ConfigContract::ClientKey;
+namespace Selector = ConfigContract::Selector;
 
 namespace
 {
 
-/// Writes over the old content. The file keeps its length when the new text is the shorter one.
+/// Overwrites the old content without truncating it: the end of a longer old text remains.
 void WriteOver(QFile &file, const QJsonObject &object)
 {
     file.seek(0);
@@ -33,12 +35,12 @@ int Global::WriteConfigToFile(const QString &kind)
     }
 
     QJsonObject config = QJsonDocument::fromJson(file.readAll()).object();
-    if (kind == QLatin1String("remid")) {
+    if (kind == Selector::SilencedVersion) {
         config.insert(Key::NoRemindVersion, latestVersion);
         config.insert(Key::NoRemind, 1);
         if (isNew)
             config.insert(Key::CurrentVersion, QString());
-    } else if (kind == QLatin1String("version")) {
+    } else if (kind == Selector::InstalledVersion) {
         config.insert(Key::CurrentVersion, latestVersion);
         if (isNew) {
             config.insert(Key::NoRemindVersion, QString());

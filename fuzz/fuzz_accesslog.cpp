@@ -1,7 +1,8 @@
-// A line of the service's access log: paths and versions in it are what anybody sent.
+// SPDX-License-Identifier: MIT
+// A line of the service's access log. Anybody can put anything into the paths and versions in it.
 
 #include "fuzz/support/require.h"
-#include "release/publish/accesslog.h"
+#include "release/publish/statistics/accesslog.h"
 
 #include <QString>
 #include <QStringList>
@@ -19,7 +20,7 @@ QString Text(std::string_view text)
     return QString::fromUtf8(text.data(), int(text.size()));
 }
 
-/// What must not depend on how the line is read.
+/// Everything that must be the same whichever parser reads the line.
 QStringList Facts(const AccessLogEntry &entry)
 {
     return {QString::number(entry.kind),
@@ -56,8 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (isParsed)
         RequireSense(entry);
 
-    // With a blank at its end the line is not one of nginx' any more, and goes to the complete
-    // parser.
+    // nginx writes no blank at the end, so this line goes to the complete parser.
     const std::string unusualLine = line + ' ';
     AccessLogParser otherParser;
     AccessLogEntry other;
@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     RequireSense(other);
     if (isParsed)
-        Require(Facts(entry) == Facts(other), "both parsers read the same",
+        Require(Facts(entry) == Facts(other), "both parsers agree",
                 Facts(entry).join(QLatin1Char('|')) + QLatin1Char('\n') +
                     Facts(other).join(QLatin1Char('|')));
     NetworkOf(line);

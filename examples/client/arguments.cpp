@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "examples/client/arguments.h"
 
 #include <QRegularExpression>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
@@ -7,7 +8,7 @@
 
 /// What a start asks for.
 struct StartArguments {
-    QString profile; ///< empty for the one in use
+    QString profile; ///< empty for the current one
     QString meeting; ///< what follows the "://" of a meeting link; empty without a link
 };
 

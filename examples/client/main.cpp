@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "examples/client/clientfiles.h"
 #include "examples/client/mainwindow.h"
 #include "examples/client/singleinstance.h"

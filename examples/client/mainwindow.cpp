@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "examples/client/mainwindow.h"
 
 #include "examples/client/arguments.h"
@@ -58,7 +59,7 @@ MainWindow::MainWindow()
     m_saveSoon.setSingleShot(true);
     m_saveSoon.setInterval(kSaveAfterMs);
     connect(&m_saveSoon, &QTimer::timeout, this, &MainWindow::Save);
-    // Not restarted by each key: somebody who writes without a pause would never be saved.
+    // Not restarted by each key: otherwise text that is typed without a pause is never saved.
     connect(m_draft, &QPlainTextEdit::textChanged, this, [this] {
         if (!m_saveSoon.isActive())
             m_saveSoon.start();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "examples/client/clientfiles.h"
@@ -18,7 +19,7 @@ class MainWindow : public QWidget
 public:
     MainWindow();
 
-    /// Does what a start asks for: this program's own, or one of a second copy.
+    /// Does what the arguments ask for: those of this program's start, or of a second copy's.
     void TakeArguments(const QStringList &arguments);
 
     /// Shows the release notes once after an update.
@@ -44,7 +45,7 @@ private:
     QLabel *const m_heading;
     QLabel *const m_meeting;
     QPlainTextEdit *const m_draft;
-    QPushButton *const m_language; ///< leads to the other one
+    QPushButton *const m_language; ///< switches to the other one
     QPushButton *const m_check;
     QLabel *const m_message;
 };

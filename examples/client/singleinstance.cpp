@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "examples/client/singleinstance.h"
 
 #include "examples/client/clientfiles.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QLocalServer>
@@ -7,9 +8,9 @@
 #include <QStringList>
 
 /**
- * Makes sure that each user has one copy of the client: a second one hands its arguments to the
- * first. A lock file says who is first, and not the server, because Windows lets two servers have
- * the same name. The lock of a killed client counts for nothing.
+ * Makes sure that each user runs one copy of the client: a second one passes its arguments to the
+ * first. A lock file decides which one is first, not the server, because Windows allows two servers
+ * with the same name. The lock of a killed client is ignored.
  */
 class SingleInstance : public QObject
 {
@@ -20,7 +21,7 @@ public:
 
     enum Result { First, HandedOver, Unreachable };
 
-    /// Becomes the first copy, or hands @p arguments to it. Blocks for up to some seconds.
+    /// Becomes the first copy, or passes @p arguments to it. Blocks for up to some seconds.
     Result Start(const QStringList &arguments);
 
 signals:

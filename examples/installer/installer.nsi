@@ -1,32 +1,33 @@
+; SPDX-License-Identifier: MIT
 ; Installs the sample client for one user. examples/installer/build compiles it:
 ;
-;   CLIENT   the client's folder as it is to be installed, with the updater's folder in it
+;   CLIENT   the folder to install, including the updater's folder
 ;   OUT      the installer to make
 ;
-; Exit codes: 0 done, 1 the user cancelled, 2 refused; nothing was changed then.
+; Exit codes: 0 done, 1 the user cancelled, 2 refused and nothing changed.
 
 Target amd64-unicode
 SetCompressor /SOLID lzma
 RequestExecutionLevel user
 ManifestDPIAware true
 ManifestSupportedOS all
-; The same files make the same bytes, wherever they lie.
+; The same files make the same bytes, whatever folder they are in.
 SetDateSave off
-; A file that cannot be written ends the installation: the new version must not look whole.
+; A file that cannot be written ends the installation: the new version must not look complete.
 AllowSkipFiles off
 
 !include FileFunc.nsh
 !include LogicLib.nsh
 !include MUI2.nsh
 
-; What another client changes.
+; The values to change for another client.
 !define PRODUCT "Sample Client"
 !define PUBLISHER "Norvane"
 !define NAME "SampleClient"
 !define PROGRAM "${NAME}.exe"
 !define SCHEME "qorb-meeting"
 
-; Nobody can choose another folder, so that it is this client's alone, and removing it is safe.
+; The user cannot choose another folder, so the folder has only this client and can safely be removed.
 !define FOLDER "$LOCALAPPDATA\Programs\${NAME}"
 !define VERSION_FOLDER "~version"
 !define VERSION_FILE "${VERSION_FOLDER}/version.json"
@@ -36,14 +37,14 @@ AllowSkipFiles off
 !define CHECK_SHORTCUT_EN "Check for Updates"
 !define CHECK_SHORTCUT_ZH "检查更新"
 
-; The updater, and what it keeps below the user's home folder.
+; The updater, and its files below the user's home folder.
 !define UPDATER "AutoUpdate\AutoUpdate.exe"
 !define CHECK_SWITCH "-noremid"
 !define DOWNLOADS "$PROFILE\AppData\Local\${NAME}"
 !define UPDATER_LOGS "$PROFILE\AppData\Local\AutoUpdate"
 !define CLIENT_DATA "$PROFILE\AppData\Roaming\norvaneAssistant"
 
-; The quotes make one argument of a link with blanks.
+; The quotes keep a link with blanks together as one argument.
 !define HANDLER_KEY "Software\Classes\${SCHEME}"
 !define HANDLER_COMMAND '"$INSTDIR\${UPDATER}" "%1"'
 
@@ -56,7 +57,7 @@ OutFile "${OUT}"
 !define MUI_ICON "${__FILEDIR__}/../../resources/resourceimg/logo.ico"
 !define MUI_UNICON "${MUI_ICON}"
 
-; The user has agreed to the update already: there is nothing to ask, only progress to show.
+; The user has already agreed to the update, so this only shows the progress.
 !define MUI_PAGE_CUSTOMFUNCTION_PRE SkipInUpdate
 !insertmacro MUI_PAGE_WELCOME
 !insertmacro MUI_PAGE_INSTFILES
@@ -93,7 +94,7 @@ LangString FilesLeft ${LANG_SIMPCHINESE} "无法删除 $INSTDIR 中的某些文�
 
 !macro SharedFunctions UN
 
-; Whether the program on the stack runs, 1 or 0: Windows lets nobody write to its file.
+; Whether the program on the stack runs, 1 or 0: Windows lets no one write to the file of a running one.
 Function ${UN}IsRunning
     Exch $0
     ${If} ${FileExists} $0
@@ -111,8 +112,8 @@ Function ${UN}IsRunning
     Exch $0
 FunctionEnd
 
-; Waits for the client and the updater to end, since an updater that starts an installer is still
-; ending itself. Gives up after ten seconds: ending the client would lose what its user is doing.
+; Waits for the client and the updater to end: an updater that has started an installer needs some time
+; to end. Gives up after ten seconds, because ending the client by force would lose the user's work.
 Function ${UN}WaitUntilUnused
     StrCpy $1 0
     ${Do}
@@ -145,7 +146,7 @@ FunctionEnd
 !insertmacro SharedFunctions "un."
 
 Function .onInit
-    ; Whatever /D= said.
+    ; Even if /D= named another folder.
     StrCpy $INSTDIR "${FOLDER}"
     ${If} $LOCALAPPDATA == ""
     ${OrIf} $PROFILE == ""
@@ -173,7 +174,7 @@ Function SkipInUpdate
     ${EndIf}
 FunctionEnd
 
-; It starts the client in the end.
+; The updater starts the client at its end.
 Function StartUpdater
     SetOutPath "$INSTDIR\AutoUpdate"
     Exec '"$INSTDIR\${UPDATER}"'
@@ -182,8 +183,8 @@ FunctionEnd
 Section
     Call WaitUntilUnused
 
-    ; First, so that an installation that breaks off can be removed. It has no DisplayVersion:
-    ; zip packages would not change it.
+    ; First, so that an interrupted installation can be removed. Without DisplayVersion, because zip
+    ; packages would not update it.
     SetOutPath $INSTDIR
     WriteUninstaller "$INSTDIR\${UNINSTALLER}"
     WriteRegStr HKCU "${UNINSTALL_KEY}" DisplayName "${PRODUCT}"
@@ -197,7 +198,7 @@ Section
 
     File /r /x "${VERSION_FOLDER}" "${CLIENT}/*"
 
-    ; The handler of another program stays.
+    ; Another program's handler stays.
     ReadRegStr $0 HKCU "${HANDLER_KEY}\shell\open\command" ""
     ${If} $0 == ""
         WriteRegStr HKCU "${HANDLER_KEY}" "" "URL:${SCHEME}"
@@ -212,11 +213,11 @@ Section
     CreateShortcut "${SHORTCUTS}\$(CheckShortcut).lnk" "$INSTDIR\${UPDATER}" "${CHECK_SWITCH}"
     CreateShortcut "$DESKTOP\${PRODUCT}.lnk" "$INSTDIR\${UPDATER}"
 
-    ; Last, so that an installation that breaks off tells the old version, and is offered again.
+    ; Last: after an interrupted installation the old version is still reported, and the update is offered again.
     SetOutPath "$INSTDIR\${VERSION_FOLDER}"
     File "${CLIENT}/${VERSION_FILE}"
 
-    ; The arguments are the user's own, and may hold a link. The updater passes them to the client.
+    ; The user's arguments, possibly with a link. The updater passes them on to the client.
     ${If} ${IsUpdate}
         ${GetParameters} $0
         SetOutPath "$INSTDIR\AutoUpdate"
@@ -225,7 +226,7 @@ Section
 SectionEnd
 
 Function un.onInit
-    ; Whatever folder this program was copied to.
+    ; Even if this program was copied to another folder.
     StrCpy $INSTDIR "${FOLDER}"
     ReadRegStr $0 HKCU "${UNINSTALL_KEY}" InstallLocation
     ${If} $LOCALAPPDATA == ""
@@ -240,8 +241,8 @@ FunctionEnd
 !define FILE_ATTRIBUTE_DIRECTORY 0x10
 !define FILE_ATTRIBUTE_REPARSE_POINT 0x400
 
-; Removes the folder on the stack with everything in it. A junction or a link to a folder is removed
-; and not followed, which RMDir /r would do.
+; Removes the folder on the stack with everything in it. Removes junctions and links to folders without
+; following them, unlike RMDir /r.
 Function un.RemoveFolder
     Exch $0
     Push $1
@@ -288,23 +289,23 @@ Section Uninstall
     Delete "${SHORTCUTS}\${CHECK_SHORTCUT_ZH}.lnk"
     RMDir "${SHORTCUTS}"
 
-    ; The updater empties this folder before each download, so nobody keeps anything there.
+    ; The updater empties this folder before each download, so it has no other files.
     Push "${DOWNLOADS}"
     Call un.RemoveFolder
-    ; Others may keep files in these two.
+    ; Other programs may keep files in these two folders.
     Delete "${UPDATER_LOGS}\AutoUpdate.log"
     RMDir "${UPDATER_LOGS}"
     Delete "${CLIENT_DATA}\language.txt"
     Delete "${CLIENT_DATA}\update.log"
     Delete "${CLIENT_DATA}\isShowUpdataInfo.txt"
-    ; The client's own, and what it was writing when it was killed.
+    ; The client's own file, and incomplete copies from when it was killed.
     Delete "${CLIENT_DATA}\session.json"
     Delete "${CLIENT_DATA}\running.lock"
     Delete "${CLIENT_DATA}\session.json.??????"
     Delete "${CLIENT_DATA}\language.txt.??????"
     RMDir "${CLIENT_DATA}"
 
-    ; All of it: nobody can tell which files zip packages have brought.
+    ; Everything: there is no list of the files that zip packages have installed.
     SetOutPath $TEMP
     Push $INSTDIR
     Call un.RemoveFolder
@@ -313,6 +314,6 @@ Section Uninstall
         Abort "$(FilesLeft)"
     ${EndIf}
     RMDir "$LOCALAPPDATA\Programs"
-    ; Last, so that what could not be removed can be removed once more.
+    ; Last, so that a removal that failed can be repeated.
     DeleteRegKey HKCU "${UNINSTALL_KEY}"
 SectionEnd

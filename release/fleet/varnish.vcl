@@ -1,12 +1,13 @@
 vcl 4.1;
+# SPDX-License-Identifier: MIT
 
-# The cache of the packages, on the machine of the load balancer. Goes to /etc/varnish/updates.vcl. Packages never
-# change, so one that was fetched is kept until the room is needed; the nodes are asked once for each.
+# The cache for packages, on the machine of the load balancer. Install it as /etc/varnish/updates.vcl. Packages never
+# change, so each one is fetched from the nodes once and kept until the space is needed.
 
 import directors;
 import std;
 
-# Varnish asks each node for its health itself, through the tunnels of haproxy.cfg.
+# Varnish checks the health of each node itself, through the tunnels in haproxy.cfg.
 probe health {
     .request =
         "GET /health HTTP/1.1"
@@ -23,7 +24,7 @@ backend node1 {
     .host = "127.0.0.1";
     .port = "8181";
     .probe = health;
-    # An updater shows an error when no data has come for six seconds.
+    # An updater shows an error when no data has arrived for six seconds.
     .connect_timeout = 2s;
     .first_byte_timeout = 4s;
     .between_bytes_timeout = 5s;
@@ -45,7 +46,7 @@ backend node3 {
     .between_bytes_timeout = 5s;
 }
 
-# Who may remove a withdrawn package, on a socket that HAProxy does not use.
+# Hosts that may remove a withdrawn package, through a socket that HAProxy does not use.
 acl purgers {
     "127.0.0.1";
 }
@@ -58,14 +59,14 @@ sub vcl_init {
 }
 
 sub vcl_recv {
-    # One key for each package, whatever a client adds.
+    # One key per package, whatever a client adds.
     set req.url = regsub(req.url, "\?.*$", "");
     set req.http.Host = "updates.example.com";
     unset req.http.Cookie;
     unset req.http.Authorization;
     unset req.http.Accept-Encoding;
 
-    # For the log: as HAProxy says it. Varnish has added HAProxy's own address.
+    # For the log: the client's address from HAProxy, without HAProxy's own address, which Varnish has appended.
     set req.http.X-Forwarded-For = regsub(req.http.X-Forwarded-For, ", [^,]*$", "");
 
     if (req.method == "PURGE") {
@@ -77,7 +78,7 @@ sub vcl_recv {
     if (req.method != "GET" && req.method != "HEAD") {
         return (synth(405));
     }
-    # Asked by HAProxy: whether this program answers.
+    # HAProxy checks whether Varnish answers.
     if (req.url == "/health") {
         return (synth(200));
     }
@@ -89,7 +90,7 @@ sub vcl_recv {
 }
 
 sub vcl_backend_fetch {
-    # A package is fetched whole, for all that ask for it, and not for the client that came first.
+    # A package is fetched completely and for all clients, not only for the first one.
     unset bereq.http.X-Forwarded-For;
     unset bereq.http.Range;
     unset bereq.http.If-Range;
@@ -100,15 +101,15 @@ sub vcl_backend_response {
         set beresp.ttl = 365d;
         set beresp.grace = 365d;
         unset beresp.http.Set-Cookie;
-        # Clients get the data while it comes in.
+        # Clients get the data while it arrives.
         set beresp.do_stream = true;
         return (deliver);
     }
-    # Another node may have it, or be well.
+    # Another node may have it or may be healthy.
     if (bereq.retries < 2) {
         return (retry);
     }
-    # A package may be there a moment later, and its first clients must find it.
+    # The package may arrive on the nodes a moment later, and its first clients must find it then.
     set beresp.ttl = 0s;
     set beresp.grace = 0s;
     set beresp.keep = 0s;

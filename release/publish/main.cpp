@@ -1,14 +1,15 @@
-#include "release/publish/advance.h"
-#include "release/publish/clientfolder.h"
-#include "release/publish/commandline.h"
-#include "release/publish/configcheck.h"
-#include "release/publish/hostsystem.h"
-#include "release/publish/logreport.h"
-#include "release/publish/publishrelease.h"
-#include "release/publish/pushtree.h"
-#include "release/publish/report.h"
-#include "release/publish/rollout.h"
-#include "release/publish/verifyrelease.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/base/hostsystem.h"
+#include "release/publish/base/report.h"
+#include "release/publish/checking/configcheck.h"
+#include "release/publish/checking/verifyrelease.h"
+#include "release/publish/commandline/commandline.h"
+#include "release/publish/packing/clientfolder.h"
+#include "release/publish/publishing/publishrelease.h"
+#include "release/publish/publishing/pushtree.h"
+#include "release/publish/rollout/advance.h"
+#include "release/publish/rollout/rollout.h"
+#include "release/publish/statistics/logreport.h"
 
 #include <QCoreApplication>
 
@@ -17,7 +18,7 @@
 namespace
 {
 
-/// Qt's own messages about damaged archives are suppressed; the tool prints better ones.
+/// Suppresses Qt's messages about damaged archives; the tool prints better ones.
 void SuppressMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
 
 Progress::Style ProgressStyle(const Request &request)
@@ -26,7 +27,7 @@ Progress::Style ProgressStyle(const Request &request)
         return Progress::Silent;
     if (HostSystem::ErrorsGoToTerminal())
         return Progress::Bar;
-    // cron would send each line by mail, every hour.
+    // cron would mail every line, every hour.
     return request.command == Request::Advance ? Progress::Silent : Progress::Lines;
 }
 
@@ -56,9 +57,9 @@ Outcome Run(const Request &request, Progress &progress)
     case Request::ReportOnLogs:
         return ReportLogs({request.logs, request.htmlFile}, progress);
     case Request::CheckConfiguration:
-        return CheckConfig(
-            {request.source, request.clientFolder,
-             request.packagesAreInstallers ? Global::InstallerPackage : Global::ZipPackage});
+        return CheckConfig({request.source, request.clientFolder,
+                            request.packagesAreInstallers ? ServiceContract::InstallerPackage
+                                                          : ServiceContract::ZipPackage});
     }
     return {};
 }
@@ -72,11 +73,11 @@ int main(int argc, char *argv[])
     HostSystem::NoteInterruptions();
 
     CommandLine commandLine = ReadCommandLine(QCoreApplication::arguments().mid(1));
-    const QByteArrayList lost = HostSystem::ArgumentsThatAreNoText(argc, argv);
+    const QByteArrayList lost = HostSystem::UndecodableArguments(argc, argv);
     if (!lost.isEmpty()) {
-        // It would name another file than the one that is meant.
+        // The decoded argument would name a different file.
         commandLine.error =
-            QStringLiteral("the argument \"%1\" is not valid UTF-8; rename what it names")
+            QStringLiteral("the argument \"%1\" is not valid UTF-8; rename the file or folder")
                 .arg(EscapedName(lost.first()));
     }
     if (!commandLine.error.isEmpty()) {

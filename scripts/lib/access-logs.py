@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Makes up access logs of the service, the same ones each time: a fleet in which a release is rolled out, with
-what goes wrong in real ones. Each node has one plain log and one that was rotated and packed.
+# SPDX-License-Identifier: MIT
+"""Writes artificial access logs of the service, always the same: a fleet in which a release is rolled out, with the
+failures of a real one. Each node has one plain log and one that was rotated and compressed.
 
     scripts/lib/access-logs.py FOLDER LINES [DAYS [NODES]]      writes FOLDER/nodeN.log and nodeN.log.1.gz
 """
@@ -24,12 +25,12 @@ FORM = (
 
 
 def package(version):
-    """The ID of its package."""
+    """The ID of this version's package."""
     return f"Client-{version}.zip"
 
 
 class Fleet:
-    """Clients that check at random times, and take what they are offered."""
+    """Clients that check at random times and install what they are offered."""
 
     def __init__(self, clients, days):
         self.random = random.Random(1)
@@ -44,14 +45,14 @@ class Fleet:
         return f"10.{home >> 16 & 255}.{home >> 8 & 255}.{home & 255}"
 
     def answer(self, client, day):
-        """The second half of the days has a new release, whose share grows."""
+        """In the second half of the days there is a new release with a growing share."""
         half = self.days / 2
         newest, share = (NEW, (day - half) / (half / 2)) if day >= half else (NEWER, 1)
         is_in = self.versions[client] < newest and client * 2654435761 % 1000 < 1000 * share
         return newest if is_in else "none"
 
     def lines(self, count, nodes):
-        """Yields COUNT lines in the order of time, each with the number of its node."""
+        """Yields COUNT lines in chronological order, each with the number of its node."""
         written = 0
         while written < count:
             second = written * self.days * SECONDS_OF_DAY // count
@@ -62,7 +63,7 @@ class Fleet:
                 yield node, line
 
     def visit(self, time, day):
-        """The lines of a client that checks."""
+        """The lines that are logged when a client checks."""
         client = self.random.randrange(len(self.versions))
         address, version, chance = self.address(client), self.versions[client], self.random.random()
         stamp = time.isoformat()

@@ -1,7 +1,8 @@
+# SPDX-License-Identifier: MIT
 """The fleet of release/fleet/ on the loopback: nodes, load balancer, cache and monitoring.
 
-Everything runs with the shipped files, with the values marked "here" replaced; everything that it
-writes is below one folder, and everything that it starts ends with it.
+Everything runs with the shipped files, in which only the values marked "here" are replaced. Everything that it
+writes is below one folder, and everything that it starts ends together with it.
 """
 
 import http.client
@@ -26,7 +27,7 @@ BALANCER_CONNECTIONS = 8000
 
 
 def wait_until(condition, what, seconds: float = PATIENCE_SECONDS) -> None:
-    """Returns once the condition holds. WHAT is awaited: a text, or what makes one in the end."""
+    """Returns once the condition holds. WHAT describes it, for the error: a text, or a function that returns one."""
     deadline = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > deadline:
@@ -35,13 +36,13 @@ def wait_until(condition, what, seconds: float = PATIENCE_SECONDS) -> None:
 
 
 class Ports:
-    """Free ports of the loopback, below those that the system gives to connections."""
+    """Free ports of the loopback, below those that the system assigns to connections."""
 
     def __init__(self):
         self.given = set()
 
     def take(self) -> int:
-        """One that was not given yet, with the next one free as well."""
+        """A port that was not taken yet; the next one is free as well."""
         for port in range(20_000 + os.getpid() % 500 * 19, 32_000, 2):
             if port not in self.given and is_free(port) and is_free(port + 1):
                 self.given.add(port)
@@ -50,7 +51,7 @@ class Ports:
 
 
 def is_free(port: int) -> bool:
-    """Whether nobody listens on this port."""
+    """Whether no program listens on this port."""
     with socket.socket() as probe:
         try:
             probe.bind(("127.0.0.1", port))
@@ -60,13 +61,13 @@ def is_free(port: int) -> bool:
 
 
 def answers(port: int) -> bool:
-    """Whether somebody accepts connections on this port."""
+    """Whether a program accepts connections on this port."""
     with socket.socket() as probe:
         return probe.connect_ex(("127.0.0.1", port)) == 0
 
 
 def changed(text: str, *pairs: tuple) -> str:
-    """The text with each first part replaced by the second, which must be there."""
+    """The text with the first part of each pair replaced by the second; the first must occur."""
     for old, new in pairs:
         if old not in text:
             raise ValueError(f"no longer said: {old}")
@@ -75,12 +76,12 @@ def changed(text: str, *pairs: tuple) -> str:
 
 
 class Program:
-    """A server that runs until end(); what it prints is in OUTPUT."""
+    """A server that runs until end(); its output goes to the file OUTPUT."""
 
     def __init__(self, output: Path, *command: object):
         self.output = output
         with output.open("a") as log:
-            # A group of its own: Ctrl-C is for the proof, which then ends them in order.
+            # In its own process group: Ctrl-C goes to prove-fleet only, which then ends the programs in order.
             self.process = subprocess.Popen(
                 [str(word) for word in command], stdout=log, stderr=log,
                 stdin=subprocess.DEVNULL, start_new_session=True)
@@ -90,22 +91,22 @@ class Program:
         return self.process.poll() is None
 
     def wait_for(self, condition, what: str) -> None:
-        """Waits for it to be ready; fails with what it printed when it ends before."""
+        """Waits for it to be ready; fails with its output when it ends before that."""
         wait_until(lambda: not self.runs() or condition(), what)
         if not self.runs():
             raise RuntimeError(f"{what} has ended: {self.output.read_text()[-2000:]}")
 
     def send(self, number: int) -> None:
-        """A signal to this process alone."""
+        """Sends a signal to this process, not to its children."""
         self.process.send_signal(number)
 
     def kill(self) -> None:
-        """Ends it and all its children, with no chance to say goodbye."""
+        """Kills it and all its children at once."""
         os.killpg(self.process.pid, signal.SIGKILL)
         self.process.wait()
 
     def end(self) -> None:
-        """Ends it in order, or else."""
+        """Ends it in order; kills it if it does not end within ten seconds."""
         if self.runs():
             self.send(signal.SIGTERM)
         try:
@@ -143,13 +144,13 @@ class Node:
             lambda: pid.exists() and pid.read_text().strip() == str(self.program.process.pid), self.name)
 
     def restart(self) -> None:
-        """As an operator does it: what is under way is finished."""
+        """Restarts it as an operator does: requests in progress are finished."""
         self.program.send(signal.SIGQUIT)
         self.program.process.wait(PATIENCE_SECONDS)
         self.start()
 
     def bytes_of(self, path: str) -> tuple:
-        """How often this path was sent according to the log, and the bytes."""
+        """How often this path was sent according to the log, and how many bytes in all."""
         lines = [json.loads(line) for line in self.log.read_text().splitlines() if path in line]
         sent = [line["bytes"] for line in lines if line["path"] == path]
         return len(sent), sum(sent)
@@ -175,12 +176,13 @@ class Fleet:
         return (self.project / "release" / name).read_text(encoding="utf-8")
 
     def start(self) -> None:
-        """Everything, once it answers."""
+        """Starts everything, and returns once it answers."""
         self.make_certificate()
         self.replacements.mkdir(parents=True)
         (self.replacements / "clients.conf").write_text(changed(
             self.shipped("nginx/updates/clients.conf"),
-            ("#     set_real_ip_from 192.0.2.0/24;", f"set_real_ip_from {BALANCER_ADDRESS};\nset_real_ip_from {MONITOR_ADDRESS};"),
+            ("#     set_real_ip_from 192.0.2.0/24;",
+             f"set_real_ip_from {BALANCER_ADDRESS};\nset_real_ip_from {MONITOR_ADDRESS};"),
             ("#     real_ip_", "real_ip_")))
         for node in self.nodes:
             node.start()
@@ -190,7 +192,7 @@ class Fleet:
                    "a healthy fleet")
 
     def make_certificate(self) -> None:
-        """One for all, of which the nodes' name is checked by the load balancer."""
+        """One certificate for all. The load balancer checks the nodes' name in it."""
         names = ",".join(f"DNS:{name}" for name in NAMES)
         subprocess.run(
             ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
@@ -255,23 +257,23 @@ class Fleet:
         self.run(f"packages-log-{kind}", *command.split())
 
     def packages_log(self, kind: str) -> Path:
-        """Where that log is."""
+        """The path of that log."""
         return self.work / f"packages-{kind}.log"
 
     def package_lines(self, kind: str, path: str) -> list:
-        """The bytes of each download in that log."""
+        """The bytes of each download of the path in that log."""
         log = self.packages_log(kind)
         lines = map(json.loads, log.read_text().splitlines() if log.exists() else ())
         return [line["bytes"] for line in lines if line["path"] == path]
 
     def run(self, name: str, *command: object) -> Program:
-        """A program that ends with the fleet."""
+        """Starts a program that ends together with the fleet."""
         program = Program(self.work / f"{name}.txt", *command)
         self.programs.append(program)
         return program
 
     def end(self) -> None:
-        """Ends everything, the front first."""
+        """Ends everything, the load balancer first."""
         for program in self.programs[::-1] + [node.program for node in self.nodes if node.program]:
             program.end()
 
@@ -281,17 +283,17 @@ class Fleet:
             return answer.read().decode()
 
     def status(self, proxy: str, server: str) -> str:
-        """What HAProxy thinks of a server: UP, DOWN, ..."""
+        """The state of a server according to HAProxy: UP, DOWN, ..."""
         found = re.findall(rf'haproxy_server_status{{proxy="{proxy}",server="{server}",'
                            r'state="(\w+)"} 1', self.statistics())
         return found[0] if found else ""
 
     def healthy(self) -> set:
-        """The nodes that HAProxy asks."""
+        """The nodes that HAProxy sends requests to."""
         return {node.name for node in self.nodes if self.status("nodes", node.name) == "UP"}
 
     def request(self, method: str, path: str, port: int = 0) -> int:
-        """The status of one request without TLS, at the front or at this port."""
+        """The status of one request without TLS, to the load balancer or to this port."""
         connection = http.client.HTTPConnection("127.0.0.1", port or self.plain, timeout=10)
         try:
             connection.request(method, path, headers={"Host": NAMES[0]})

@@ -1,4 +1,5 @@
-"""Prometheus with release/monitoring/ beside the fleet: which alert tells of which failure."""
+# SPDX-License-Identifier: MIT
+"""Prometheus with release/monitoring/, next to the fleet: which alert reports which failure."""
 
 import json
 import re
@@ -9,7 +10,7 @@ import urllib.request
 
 from fleet import LOGGED, answers, changed, wait_until
 
-# The rules look at minutes to days, and wait for minutes; here all of it happens within seconds.
+# The rules look at minutes to days and wait for minutes; these replacements shorten all that to seconds.
 SHORTENED = ((r"for: 5m", "for: 2s"), (r"\[5m\]", "[5s]"), (r"\[1h\]", "[5s]"), (r"\[1d\]", "[10m]"))
 INTERVALS = (("15s", "1s"), ("60s", "2s"))
 
@@ -23,7 +24,7 @@ class Monitoring:
         self.port, self.exporter = fleet.ports.take(), fleet.ports.take()
 
     def start(self) -> None:
-        """Returns once Prometheus has figures of everything, and no alert is left."""
+        """Returns once Prometheus has figures of everything and no alert fires."""
         self.folder.mkdir()
         nodes = [self.start_mtail(node.name, node.log) for node in self.fleet.nodes]
         cache = self.start_mtail("cache", *(self.fleet.packages_log(kind) for kind in LOGGED))
@@ -33,7 +34,7 @@ class Monitoring:
         self.settle()
 
     def start_mtail(self, machine: str, *logs) -> int:
-        """Counts what is in the logs of a machine; the port that it answers on."""
+        """Starts mtail on the logs of a machine; returns the port that it answers on."""
         port = self.fleet.ports.take()
         program = self.fleet.run(
             f"mtail-{machine}", "mtail",
@@ -43,7 +44,7 @@ class Monitoring:
         return port
 
     def start_exporter(self) -> None:
-        """Asks the nodes and the front."""
+        """The black box exporter sends requests to the nodes and the load balancer."""
         file = self.folder / "blackbox.yml"
         file.write_text(changed(
             self.fleet.shipped("monitoring/blackbox.yml"),
@@ -56,7 +57,7 @@ class Monitoring:
         program.wait_for(lambda: answers(self.exporter), "the black box exporter")
 
     def start_prometheus(self, nodes: list, cache: int) -> None:
-        """With the shipped configuration, for the machines of this fleet."""
+        """Starts it with the shipped configuration, for the machines of this fleet."""
         fleet = self.fleet
         targets = {
             "updates-nodes": [f"127.0.0.1:{port}" for port in nodes],
@@ -93,13 +94,13 @@ class Monitoring:
             return False
 
     def query(self, words: str) -> list:
-        """What Prometheus answers to an instant query."""
+        """The answer of Prometheus to an instant query."""
         address = f"http://127.0.0.1:{self.port}/api/v1/query?" + urllib.parse.urlencode({"query": words})
         with urllib.request.urlopen(address, timeout=20) as answer:
             return json.load(answer)["data"]["result"]
 
     def value(self, words: str) -> float:
-        """The same of a query for one number."""
+        """The answer to a query for one number; 0 without one."""
         found = self.query(words)
         return float(found[0]["value"][1]) if found else 0.0
 
@@ -111,18 +112,18 @@ class Monitoring:
         return sorted(series["metric"]["alertname"] for series in found)
 
     def wait_for(self, since: float, *alerts: str) -> str:
-        """Waits until these have fired since then; all that have."""
+        """Waits until these alerts have fired since then; returns all that have."""
         wait_until(lambda: set(alerts) <= set(self.fired_since(since)), f"alerts: {', '.join(alerts)}")
         return ", ".join(self.fired_since(since))
 
     def told_since(self, since: float) -> str:
-        """The alerts that have fired since then, when none has to."""
+        """The alerts that have fired since then, for a step that need not cause any."""
         return ", ".join(self.fired_since(since)) or "none"
 
     def firing(self) -> list:
-        """Each alert that fires now, with what it is about."""
+        """The labels of each alert that fires now."""
         return [series["metric"] for series in self.query('ALERTS{alertstate="firing"}')]
 
     def settle(self) -> None:
-        """Until no alert fires any more."""
+        """Waits until no alert fires any more."""
         wait_until(lambda: not self.firing(), lambda: f"an end of {self.firing()}")

@@ -1,8 +1,9 @@
 #!/usr/bin/python3
-"""Runs the fleet of release/fleet/ and takes it through its failures while clients ask.
+# SPDX-License-Identifier: MIT
+"""Runs the fleet of release/fleet/ and makes its parts fail while clients send requests.
 
-prove-fleet.py PROJECT WORK [--small] [--windows] [--clients NUMBER]: what scripts/prove-fleet
-calls. Ends with a table.
+prove-fleet.py PROJECT WORK [--small] [--windows] [--clients NUMBER]: called by scripts/prove-fleet.
+Ends with a table.
 """
 
 import argparse
@@ -43,10 +44,10 @@ FIRST_CLIENT, FIRST_LOAD, FIRST_DOWNLOAD = "127.16.0.1", "127.64.0.1", "127.96.0
 
 @dataclasses.dataclass(frozen=True)
 class Sizes:
-    """How much of everything."""
+    """The numbers that a small run reduces."""
 
-    clients: int  # that ask once each
-    direct: int  # of them, that ask a single node with a TLS connection each
+    clients: int  # that check once each
+    direct: int  # of them, that check at a single node, each with a TLS connection
     rate: int  # checks a second while something fails
     seconds_down: int
     downloads: int  # at the same time
@@ -73,17 +74,17 @@ class Request:
 
     @property
     def end(self) -> float:
-        """When it was over."""
+        """When the request ended."""
         return self.start + self.seconds
 
     @property
     def is_check(self) -> bool:
-        """Not one for a package."""
+        """False for a download."""
         return not self.result.startswith("package-")
 
     @property
     def is_answered(self) -> bool:
-        """With a decision, or with a package."""
+        """Whether the answer is a decision or a package."""
         return self.result == "none" or "." in self.result or self.result == "package-206"
 
 
@@ -93,17 +94,17 @@ def fail(what: str) -> None:
 
 
 def say(what: str) -> None:
-    """A headline."""
+    """Prints a headline."""
     print(f"\n== {what}", flush=True)
 
 
 def tell(what: str) -> None:
-    """What was seen."""
+    """Prints an observation."""
     print(f"    {what}", flush=True)
 
 
 def publish(*arguments: object) -> None:
-    """One command of publish, which has to succeed."""
+    """Runs one command of publish, which must succeed."""
     done = subprocess.run([PUBLISH, *map(str, arguments)], capture_output=True, text=True,
                           check=False, timeout=PATIENCE_SECONDS)
     if done.returncode != 0:
@@ -116,7 +117,7 @@ def package(version: str) -> str:
 
 
 def requests(text: str) -> list:
-    """The lines that fleetclients has printed."""
+    """The requests in the output of fleetclients."""
     found = []
     for line in text.splitlines():
         start, seconds, address, count, result = line.split()
@@ -125,7 +126,7 @@ def requests(text: str) -> list:
 
 
 def ask(port: int, first: str, count: int, threads: int, *kind: str) -> list:
-    """What many clients were answered that asked once."""
+    """Lets many clients send one request each; returns the requests."""
     done = subprocess.run([CLIENTS, *map(str, (port, first, count, threads, *kind))],
                           capture_output=True, text=True, check=True, timeout=600)
     found = requests(done.stdout)
@@ -140,7 +141,7 @@ def rate(found: list) -> float:
 
 
 class Load:
-    """Clients that ask all the time, in a with-block."""
+    """Clients that send requests all the time, for a with statement."""
 
     def __init__(self, fleet: Fleet):
         self.file = WORK / "load.txt"
@@ -162,23 +163,23 @@ class Load:
         self.process.wait(PATIENCE_SECONDS)
 
     def requests(self, since: float = 0) -> list:
-        """All that have begun since then and come to an end."""
+        """All requests that have begun since then and have ended."""
         with self.file.open("rb") as file:
             file.seek(self.read)
             text = file.read()
         text = text[: text.rfind(b"\n") + 1]
         self.read += len(text)
         self.found += requests(text.decode())
-        # The lines come in the order of their ends, but for a few that end at the same time.
+        # The lines are in the order in which the requests ended, except for some that ended at the same time.
         begin = bisect.bisect_left(self.found, since - 1, key=lambda r: r.end)
         return [r for r in self.found[begin:] if r.start >= since]
 
     def wait_for(self, condition, count: int, since: float = 0) -> None:
-        """Until so many have met the condition."""
+        """Waits until so many requests have met the condition."""
         wait_until(lambda: sum(map(condition, self.requests(since))) >= count, "requests")
 
     def settle(self) -> None:
-        """Until some more were answered."""
+        """Waits until some more requests were answered."""
         self.wait_for(lambda r: r.is_answered, SIZES.rate // 2, time.time())
 
 
@@ -192,18 +193,18 @@ class Proof:
         self.figures = {}
 
     def row(self, step: str, seen: str, alerts: str = "") -> None:
-        """A line of the table, told at once."""
+        """Adds a row to the table, and prints it."""
         self.rows.append((step, seen, alerts))
         tell(seen)
         if alerts:
             tell(f"alert: {alerts}")
 
     def push(self) -> None:
-        """The site to all nodes."""
+        """Pushes the site to all nodes."""
         publish("push", SITE, *(node.tree for node in self.fleet.nodes))
 
     def make_release(self, version: str, *options: object) -> None:
-        """A release of the size that was chosen."""
+        """Publishes a release with a package of the chosen size."""
         client = WORK / "client"
         (client / "~version").mkdir(parents=True, exist_ok=True)
         (client / "~version/version.json").write_text(json.dumps({"client": {"version": version}}))
@@ -221,7 +222,7 @@ class Proof:
         at_front = {r.address: r.result for r in found}
         offered = sum(result == "2.1.0" for result in at_front.values())
         others = len(found) - offered - sum(result == "none" for result in at_front.values())
-        # Each client is in with one chance in ten, independently: four standard deviations.
+        # Each client is offered it with a probability of 1 in 10, independently: four standard deviations.
         allowed = 4 * (SIZES.clients * 0.1 * 0.9) ** 0.5
         tell(f"{offered:,} were offered the release, {others} got no answer; "
              f"{rate(found):,.0f} checks a second")
@@ -253,11 +254,11 @@ class Proof:
                  "all nodes decide the same for every client")
 
     def wait_for_node(self, node, is_up: bool) -> None:
-        """Until the load balancer knows."""
+        """Waits until the load balancer has noticed."""
         wait_until(lambda: (node.name in self.fleet.healthy()) == is_up, f"{node.name} up: {is_up}")
 
     def kill_one(self, load: Load) -> None:
-        """(b) A node killed under load."""
+        """(b) A node is killed under load."""
         say("One node is killed under load")
         node = self.fleet.nodes[0]
         began = time.time()
@@ -281,7 +282,7 @@ class Proof:
                  f"the load balancer left it out after {noticed:.1f} s", alerts)
 
     def restart_all(self, load: Load) -> None:
-        """(b) Each node restarted under load."""
+        """(b) Each node is restarted under load."""
         say("Each node is restarted in turn under load")
         began = time.time()
         for node in self.fleet.nodes:
@@ -373,7 +374,7 @@ class Proof:
                  f"updater started its client after {started_after:.1f} s", alerts)
 
     def download_at_once(self) -> None:
-        """(f) A new package, wanted by many at the same time."""
+        """(f) Many clients download a new package at the same time."""
         say(f"{SIZES.downloads:,} clients request one new package at the same time")
         self.make_release("2.3.0")
         self.push()
@@ -397,7 +398,7 @@ class Proof:
                  self.monitoring.told_since(began))
 
     def withdraw(self) -> None:
-        """A package that is withdrawn for good."""
+        """A package is withdrawn for good."""
         say("A withdrawn package is purged from the cache")
         path = package("2.3.0")
         for tree in (SITE, *(node.tree for node in self.fleet.nodes)):
@@ -412,7 +413,7 @@ class Proof:
                  "still 200 before, 404 from then on; a client that asks to purge gets 405")
 
     def installed(self, room: Path, root: str, suffix: str, package_url: str, version: str) -> Path:
-        """A client with this version and the updater beside it."""
+        """Creates a client of this version with the updater; returns the client's folder."""
         shutil.rmtree(room, ignore_errors=True)
         client = room / "installed"
         (client / "~version").mkdir(parents=True)
@@ -429,12 +430,12 @@ class Proof:
         return client
 
     def update(self, version: str, windows: bool = False) -> tuple:
-        """Runs the real updater; the version that the client has then, and when it was started."""
+        """Runs the real updater; returns the client's version afterwards, and after how long it was started."""
         room = WORK / ("updater-windows" if windows else "updater")
         if windows:
             client = self.installed(room, "Z:", ".exe", f"https://localhost:{self.fleet.front}", version)
             environment = dict(os.environ)
-            # A prefix of its own, because what the updater has started goes on only in one that stays.
+            # A prefix that is kept, because programs that the updater has started end with a temporary one.
             wine = [PROJECT / "scripts/wine-run", "--prefix", room / "prefix", "--timeout", "240",
                     "--command", PROJECT / "build/windows/tests/tasklist.exe"]
             subprocess.run([*wine, "cmd", "/c", "ver"], capture_output=True, check=True, timeout=300)
@@ -468,7 +469,7 @@ class Proof:
         return now, calls.stat().st_mtime - began
 
     def install(self, windows: bool) -> None:
-        """(g) The real updater while nodes restart."""
+        """(g) The real updater runs while nodes restart."""
         kind = "The Windows updater, under Wine," if windows else "The native updater"
         say(f"{kind} installs a release while nodes restart")
         began = time.time()
@@ -498,7 +499,7 @@ class Proof:
                  f"{len(restarts)} restarts of a node meanwhile", self.monitoring.told_since(began))
 
     def run(self) -> None:
-        """Everything."""
+        """All steps."""
         say("Three nodes, HAProxy, Varnish and Prometheus start")
         self.make_release("2.1.0", "--share", "10")
         self.push()
@@ -521,7 +522,7 @@ class Proof:
                      "not run: QT_WINDOWS_ARCHIVE has to name a Qt for Windows, without --small")
 
     def print_table(self) -> None:
-        """The end."""
+        """Prints the table, and writes the figures."""
         say("What was proven")
         print("| Step | What was seen | Alert that fired |\n|---|---|---|")
         for cells in self.rows:
@@ -532,7 +533,7 @@ class Proof:
 
 
 def main() -> None:
-    """The fleet, the proof, and the end of both."""
+    """Starts the fleet, takes it through all steps, and ends it."""
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     shutil.rmtree(WORK, ignore_errors=True)
     WORK.mkdir(parents=True)

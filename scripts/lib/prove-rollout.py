@@ -1,8 +1,9 @@
 #!/usr/bin/python3
-"""Rolls a release out, stops it, takes it back and lets a plan advance, as real clients see it.
+# SPDX-License-Identifier: MIT
+"""Rolls a release out, stops it, takes it back and lets a plan advance, and checks what clients are offered.
 
-prove-rollout.py PROJECT WORK: the second half of scripts/prove-release. A thousand networks ask
-through a load balancer's header; one real updater asks for itself.
+prove-rollout.py PROJECT WORK: the second half of scripts/prove-release. A thousand networks send
+requests through a load balancer's header; one real updater sends its own.
 """
 
 import datetime
@@ -33,7 +34,7 @@ def fail(what: str) -> None:
 
 
 def publish(*arguments: object, code: int = 0) -> str:
-    """One command of publish, which has to end with this code; returns all it prints."""
+    """Runs one command of publish, which must end with this code; returns its output."""
     done = subprocess.run([PUBLISH, *map(str, arguments)], capture_output=True, text=True,
                           check=False)
     if done.returncode != code:
@@ -42,7 +43,7 @@ def publish(*arguments: object, code: int = 0) -> str:
 
 
 def make_release(version: str, *options: str) -> None:
-    """A release whose package is a client with this version."""
+    """Publishes a release whose package is a client of this version."""
     client = ROOM / "client"
     (client / "~version").mkdir(parents=True, exist_ok=True)
     (client / "~version/version.json").write_text(json.dumps({"client": {"version": version}}))
@@ -70,7 +71,7 @@ def offers(version: str) -> list:
 
 
 def expect(version: str, *wanted: str) -> None:
-    """All networks are offered one of these."""
+    """Requires that the offers in all networks are exactly these."""
     found = set(offers(version))
     if found != set(wanted):
         fail(f"clients with {version} are offered {sorted(found)} instead of {sorted(wanted)}")
@@ -78,12 +79,12 @@ def expect(version: str, *wanted: str) -> None:
 
 
 def say(what: str) -> None:
-    """A headline."""
+    """Prints a headline."""
     print(f"\n== {what}", flush=True)
 
 
 def start_service() -> subprocess.Popen:
-    """nginx behind a load balancer on the loopback, once it answers."""
+    """Starts nginx on the loopback, as behind a load balancer; returns once it answers."""
     replacements = ROOM / "replacements"
     replacements.mkdir(parents=True)
     text = (PROJECT / "release/nginx/updates/clients.conf").read_text(encoding="utf-8")
@@ -105,7 +106,7 @@ def start_service() -> subprocess.Popen:
 
 
 def update(installed: str) -> str:
-    """Runs the real updater for a client with this version; the version it has afterwards."""
+    """Runs the real updater for a client of this version; returns the version afterwards."""
     home, client = ROOM / "home", ROOM / "installed"
     for folder in (home, client):
         shutil.rmtree(folder, ignore_errors=True)
@@ -134,7 +135,7 @@ def update(installed: str) -> str:
 
 
 def expect_update(installed: str, wanted: str) -> None:
-    """What the real updater makes of a client with this version."""
+    """Requires that the real updater turns the one version into the other."""
     found = update(installed)
     if found != wanted:
         fail(f"the updater made {found} of {installed}, not {wanted}")
@@ -142,7 +143,7 @@ def expect_update(installed: str, wanted: str) -> None:
 
 
 def let_time_pass(seconds: int) -> None:
-    """As if the plan had begun earlier."""
+    """Makes the plan begin earlier by so many seconds."""
     file = SITE / "check/now/releases.json"
     listed = json.loads(file.read_text())
     for release in listed["releases"]:
@@ -155,7 +156,7 @@ def let_time_pass(seconds: int) -> None:
 
 
 def download(network: str, version: str, whole: bool = True) -> None:
-    """Downloads the package of a release, or leaves in the middle."""
+    """Downloads the package of a release, or disconnects in the middle."""
     request = urllib.request.Request(
         f"http://127.0.0.1:{PLAIN_PORT}/packages/Client-{version}.zip", None,
         {"X-Forwarded-For": network})
@@ -170,7 +171,7 @@ def roll_out() -> None:
     publish("rollout", SITE, "--version", "2.2.0", "--share", "1")
     count = offers("2.1.0").count("2.2.0")
     print(f"    {count} are offered 2.2.0")
-    # Ten are to be expected, with a spread of three.
+    # The expected number is ten, with a standard deviation of three.
     if not 1 <= count <= 25:
         fail("that is no chance")
 
@@ -230,11 +231,11 @@ def roll_out() -> None:
 
 
 def main() -> None:
-    """Three releases, the service, and everything that can be done with them."""
+    """Publishes three releases, serves them, and takes them through their life."""
     shutil.rmtree(ROOM, ignore_errors=True)
     shutil.rmtree(SITE, ignore_errors=True)
     ROOM.mkdir(parents=True)
-    # Large enough to be interrupted: more than what fits into the buffers of a connection.
+    # Larger than the buffers of a connection, so that a download can be interrupted.
     (ROOM / "client").mkdir()
     (ROOM / "client/data.bin").write_bytes(os.urandom(20_000_000))
     make_release("2.0.0", "--share", "100")

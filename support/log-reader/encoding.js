@@ -1,8 +1,9 @@
-// From the bytes of a file to its text.
+// SPDX-License-Identifier: MIT
+// Decodes the bytes of a file.
 
 const isContinuation = byte => byte >= 0x80 && byte < 0xc0;
 
-/** Without parts of characters at both ends: a log may have been cut anywhere. */
+/** The bytes without incomplete characters at both ends, because a log may have been cut anywhere. */
 function withoutHalves(bytes) {
     let start = 0;
     while (start < 3 && isContinuation(bytes[start]))
@@ -32,7 +33,7 @@ function comesInPairs(bytes) {
     return alone * 4 < all;
 }
 
-/** The text of a file. The program writes in the system's encoding, which nothing in the log names. */
+/** The text of a file. The program writes in the system's encoding, and the log does not say which one that is. */
 function decoded(bytes, encoding) {
     if (encoding)
         return {text: new TextDecoder(encoding).decode(bytes), encoding};

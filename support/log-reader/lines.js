@@ -1,5 +1,6 @@
-// From the text of a line to its pattern and values. DATA stands in front of this: what support/make-log-reader has
-// taken from the documents, lines.json and texts.json.
+// SPDX-License-Identifier: MIT
+// Finds the pattern and the values of a line. support/make-log-reader puts DATA before this script, from the documents,
+// lines.json and texts.json.
 
 /** The documented lines, compiled: each pattern is a list of literals with values between them. */
 const PATTERNS = DATA.lines.map(({line, rule}, index) => ({
@@ -14,7 +15,7 @@ const PATTERNS = DATA.lines.map(({line, rule}, index) => ({
 
 const KEY_LENGTH = 4;
 
-/** Those that begin with a value in quotes, and the others by their first characters. */
+/** The patterns that begin with a value in quotes; the others are grouped by their first characters. */
 const QUOTED_FIRST = PATTERNS.filter(pattern => pattern.parts[0].kind === "quoted");
 const BY_KEY = new Map();
 for (const pattern of PATTERNS) {
@@ -24,7 +25,7 @@ for (const pattern of PATTERNS) {
     BY_KEY.set(key, [...(BY_KEY.get(key) || []), pattern]);
 }
 
-/** Where the text in quotes ends that begins at `start`: behind its last quote; -1 when it has none. */
+/** The end of the quoted text that begins at `start`, after its last quote; -1 without one. */
 function endOfQuoted(text, start) {
     if (text[start] !== '"')
         return -1;
@@ -38,7 +39,7 @@ function endOfQuoted(text, start) {
     return -1;
 }
 
-/** Where a part of a pattern ends that begins at `start`; -1 when it does not. */
+/** The end of a part of a pattern that begins at `start`; -1 when it does not begin there. */
 function endOfPart(part, text, start) {
     if (part.kind === "quoted")
         return endOfQuoted(text, start);
@@ -49,7 +50,7 @@ function endOfPart(part, text, start) {
     return next > start ? next : -1;
 }
 
-/** Whether these parts, from the one of this number on, are the text from `start` on. */
+/** Whether the parts, from number `first` on, match the text from `start` on. */
 function isMatch({parts}, first, text, start) {
     let at = start;
     for (let index = first; index < parts.length && at >= 0; ++index)
@@ -57,7 +58,7 @@ function isMatch({parts}, first, text, start) {
     return at === text.length;
 }
 
-/** The pattern of the text of a line; undefined when it is none of the program's. */
+/** The pattern of a line's text; undefined for a line that the program does not write. */
 function patternOf(text) {
     const quotedEnd = endOfQuoted(text, 0);
     if (quotedEnd >= 0)
@@ -83,12 +84,12 @@ const ESCAPES = {n: "\n", r: "\r", t: "\t", b: "\b", f: "\f", a: "\x07", v: "\v"
 
 /** The text that the program has put in quotes. */
 function unescaped(text) {
-    // Most escapes are JSON's, which the browser reads faster.
+    // Most escapes are JSON's, and the browser's parser is faster.
     if (!/\\[^"\\bfnrtu]/.test(text)) {
         try {
             return JSON.parse(`"${text}"`);
         } catch {
-            // A cut line, or control characters.
+            // The line is cut or has control characters.
         }
     }
     const escape = /\\(?:x([0-9a-fA-F]{1,2})|u([0-9a-fA-F]{4})|U([0-9a-fA-F]{8})|([^]))/g;

@@ -1,9 +1,10 @@
-// What is on the page. Texts of the log only ever become text nodes.
+// SPDX-License-Identifier: MIT
+// Builds the page. Texts from the log only become text nodes.
 
 const RUNS_AT_ONCE = 30;
 const LINES_AT_ONCE = 200;
 const CHARACTERS_AT_ONCE = 2000;
-const SLICE_MS = 40; // how long the page may not answer while it reads
+const SLICE_MS = 40; // how long the page may block while it reads
 const ENCODINGS = ["utf-8", "gb18030", "big5", "shift_jis", "euc-kr", "windows-1250", "windows-1251", "windows-1252",
     "utf-16le"];
 
@@ -11,11 +12,11 @@ const byId = id => document.getElementById(id);
 
 const page = {
     language: navigator.language.toLowerCase().startsWith("zh") ? "zh" : "en",
-    bytes: null, // of the file, to be decoded otherwise
+    bytes: null, // of the file, to decode it again in another encoding
     detected: "",
     log: null,
-    shown: [], // the runs that are to be shown, newest first
-    reading: 0, // counts what was opened: whatever came before is no longer read
+    shown: [], // the runs to show, newest first
+    reading: 0, // number of opened texts; reading an earlier one stops
 };
 
 const texts = () => DATA.texts[page.language];
@@ -40,7 +41,7 @@ function rich(segments) {
     });
 }
 
-/** A cell of the document, which has no capital at its start; names in it keep their letters. */
+/** A cell of the document as a sentence with a capital; names at its start stay as they are. */
 function sentence(segments) {
     return make("dd", typeof segments[0] === "string" ? {class: "sentence"} : {}, ...rich(segments));
 }
@@ -49,7 +50,7 @@ function setStatus(text) {
     byId("status").textContent = text;
 }
 
-/** A button that adds more of something, and goes when there is no more; the focus goes to what was added. */
+/** A button that adds more items and disappears when there are no more; the focus moves to the added items. */
 function moreButton(label, add) {
     const button = make("button", {type: "button"}, label);
     button.addEventListener("click", () => {
@@ -216,7 +217,7 @@ const nextTurn = () => new Promise(resolve => {
     port2.postMessage(null);
 });
 
-/** Reads a text and shows its runs. Resolves when they are on the page. */
+/** Reads a text and shows its runs. Resolves once they are on the page. */
 async function openText(text) {
     const turn = ++page.reading;
     setStatus(texts().reading);

@@ -1,4 +1,5 @@
-// From lines to runs, and how far each of them came.
+// SPDX-License-Identifier: MIT
+// Groups lines into runs, and finds out how far each run came.
 
 /** The log as text, its lines, and the runs that they belong to. */
 class Log {
@@ -6,10 +7,10 @@ class Log {
         this.text = text;
         this.starts = []; // of each line
         this.ends = []; // of each line, without its line break
-        this.heads = []; // length of what precedes the text of the line; 0 when there is no such head
-        this.patterns = []; // of each line; undefined for those that are not the program's
+        this.heads = []; // length of the time stamp and level before a line's text; 0 without them
+        this.patterns = []; // of each line; undefined for lines that the program does not write
         this.runs = [];
-        this.clientOf = new Map(); // addresses in the configuration to the client that was started with them
+        this.clientOf = new Map(); // from addresses in the configuration to the client that was started with them
         this.at = 0;
     }
 
@@ -17,7 +18,7 @@ class Log {
         return /\[(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\] \[(\w*)\] \([^()\r\n]*:\d+\) /y;
     }
 
-    /** Reads on until the end or for some milliseconds; true when there is more. */
+    /** Reads until the end or for so many milliseconds; true when there is more. */
     read(milliseconds = Infinity) {
         const began = performance.now();
         const head = Log.HEAD;
@@ -58,7 +59,7 @@ class Log {
         return this.heads[number] ? this.text.slice(this.starts[number] + 1, this.starts[number] + 20) : "";
     }
 
-    /** The values of the line as they stand in it, without their quotes. */
+    /** The values in the line, without their quotes. */
     values(number) {
         const start = this.starts[number] + this.heads[number];
         return valuesOf(this.patterns[number], this.text.slice(start, this.ends[number]));
@@ -97,8 +98,9 @@ class Log {
     }
 
     /**
-     * Two processes may write at once, and no line names its process. A line goes to the newest run that it can
-     * follow in, and whose client and package it does not contradict; before that to one whose own names it has.
+     * Two processes may write at the same time, and no line names its process. A line belongs to a run whose names
+     * it contains; otherwise to the newest run that it can continue and whose client and package it does not
+     * contradict.
      */
     openRunFor(number, pattern) {
         const {from} = pattern.rule;
@@ -114,7 +116,7 @@ class Log {
                 bestScore = score;
             }
         }
-        // A line that may begin a run goes on with another only when it has its names.
+        // A line that may begin a run continues another one only when it contains its names.
         return from.includes("begin") && bestScore < 1 ? null : best;
     }
 }
@@ -122,7 +124,7 @@ Log.OPEN_RUNS = 4;
 
 const NO_ANSWER = {version: "", update: "", md5: "", url: "", size: 0};
 
-/** One run of the updater. Its stage is how far it came: the names in the rules of the lines. */
+/** One run of the updater. Its stage says how far it came; the rules of the lines name the stages. */
 class Run {
     constructor(log, isWhole) {
         this.log = log;
@@ -168,8 +170,8 @@ class Run {
     }
 
     /**
-     * 1 when the line names this run's own client or package, 0 when it names neither, -1 when others; more when it
-     * is about time for it. What takes long to find out is left out where there is nothing to compare.
+     * 1 when the line names this run's client or package, -1 when it names others, 0 when it names none; more when
+     * this line is due in this run. Skips slow comparisons when there is no other run to compare with.
      */
     fits(number, pattern, isAlone) {
         const agrees = (known, same) => (known === "" ? 0 : same ? 1 : -1);
@@ -177,7 +179,7 @@ class Run {
         let score = 0;
         if (line.startsWith('"PROGRAM"') || line.startsWith('"CLIENT"')) {
             const [program] = this.log.values(number);
-            // A package that is verified and not unpacked is an installer, which is started itself.
+            // A package that is verified and not unpacked is an installer, which the updater starts.
             score = this.stage === "verified"
                 ? agrees(this.package, program === this.package)
                 : agrees(this.client, program.split(".")[0] === this.client);
@@ -197,7 +199,7 @@ class Run {
         return score;
     }
 
-    /** True when the client must be starting by the time of this line: only a prompt waits for a user. */
+    /** Whether the run must be starting its client at the time of this line: only a prompt waits for the user. */
     startsAtOnce(number) {
         const milliseconds = line => Date.parse(this.log.time(line).replace(" ", "T"));
         const sinceLast = milliseconds(number) - milliseconds(this.lines[this.lines.length - 1]);
@@ -212,7 +214,7 @@ class Run {
         return line === undefined ? "" : unescaped(this.log.values(line)[0]);
     }
 
-    /** What the service answered; empty texts when it did not, or not in this form. */
+    /** The service's answer; empty texts without an answer of the expected form. */
     get answer() {
         if (this.answerLine < 0)
             return NO_ANSWER;

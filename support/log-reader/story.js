@@ -1,6 +1,7 @@
-// From a run to its story: what happened, why, and what to do.
+// SPDX-License-Identifier: MIT
+// Turns a run into a story: what happened, why, and what to do.
 
-/** A version as it may be shown to anybody: never an address or a path. */
+/** A version that anybody may see; empty for anything that could be an address or a path. */
 const harmlessVersion = version => (/^[0-9A-Za-z][\w.+-]{0,31}$/.test(version) ? version : "");
 
 /** The text with this count: once, twice, three times. */
@@ -8,7 +9,7 @@ function counted(forms, count) {
     return forms[Math.min(count, forms.length - 1)].replace("{count}", count);
 }
 
-const MAX_STEPS = 60; // of a story; more are left out in the middle
+const MAX_STEPS = 60; // of a story; further ones are omitted in the middle
 
 /** Turns the lines of a run into steps: {time, text, failed}. */
 class Story {
@@ -18,7 +19,7 @@ class Story {
         this.steps = [];
         this.attempts = 1;
         this.isAnswered = false; // the prompt
-        this.isOpen = false; // an interruption without the end of its six seconds
+        this.isOpen = false; // an interruption whose six seconds have not ended
         this.lost = {count: 0, stalled: 0, time: ""};
         for (const number of run.lines)
             this.tell(number);
@@ -41,7 +42,7 @@ class Story {
         this.steps.push({time, text: text.trim(), failed});
     }
 
-    /** Of several attempts one step. */
+    /** Makes one step of several attempts. */
     tellLost() {
         const {count, stalled, time} = this.lost;
         const told = number => ({failed: true, times: counted(this.texts.times, number)});
@@ -148,23 +149,23 @@ class Story {
     }
 }
 
-/** What the documents say about this line: about the error in it, when they know it. */
+/** The explanation of a line, or of the error in it if the documents have it. */
 function topicOf(log, number) {
     const pattern = log.patterns[number];
     const [error] = pattern.line.endsWith(" ERROR") ? log.values(number) : [];
     return DATA.errors.find(({name}) => name === error) || DATA.lines[pattern.index];
 }
 
-/** What the document says about this line, and the lines that show it: {quoted, means, todo}. */
+/** The document's explanation of a line, and the lines that show it: {quoted, means, todo}. */
 function explanation(run, number, language) {
     const pattern = run.log.patterns[number];
     const {means, todo} = topicOf(run.log, number)[language];
     const place = run.lines.indexOf(number);
-    const isRefused = pattern.rule.step === "refused"; // the line before has both digests
+    const isRefused = pattern.rule.step === "refused"; // the previous line has both digests
     return {quoted: run.lines.slice(isRefused ? Math.max(0, place - 1) : place, place + 1), means, todo};
 }
 
-/** What the document says about the failures of a run, each once, and about an end without a line. */
+/** The document's explanations of a run's failures, each once, and of an end without a line. */
 function explanations(run, language) {
     const failures = [];
     const asides = [];
@@ -188,7 +189,7 @@ function explanations(run, language) {
     return {failures, asides, endings};
 }
 
-/** What the document says about a run that just ends. */
+/** The document's explanation of a run that ends without a line. */
 function ending(run, language) {
     const last = run.lines.filter(number => run.log.patterns[number]?.rule.step).pop();
     const line = last === undefined ? "" : run.log.patterns[last].line;
@@ -198,7 +199,7 @@ function ending(run, language) {
     return {quoted: last === undefined ? [] : [last], means, todo, size};
 }
 
-/** Characters that change how others look, or that cannot be seen, as their numbers. */
+/** The text with invisible characters, and those that change how others look, replaced by their numbers. */
 function visible(text) {
     const unseen = /(?!\t)[\p{Cc}\p{Cf}\p{Zl}\p{Zp}]/gu;
     return text.replace(unseen, character => `\\u${character.codePointAt(0).toString(16).padStart(4, "0")}`);
@@ -210,12 +211,12 @@ const plainText = segments => segments.map(segment => (typeof segment === "strin
 const MIB = 1024 * 1024;
 const inMib = bytes => (bytes / MIB).toFixed(1);
 
-/** How much room the package needs, where that is what may be missing. */
+/** How much disk space the package needs, for errors that a full disk may cause. */
 function roomText(size, texts) {
     return size > 0 ? texts.needs.replace("{size}", inMib(size)).replace("{room}", inMib(3 * size)) : "";
 }
 
-/** The story to be sent on: of the log only times, versions and numbers. */
+/** The story for sending to others: from the log it has only times, versions and numbers. */
 function storyText(run, language) {
     const texts = DATA.texts[language];
     const [from, to] = run.times;

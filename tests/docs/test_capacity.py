@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """scripts/capacity: known figures give known tables, and the document has the tables of the figures that it names."""
 
 import json

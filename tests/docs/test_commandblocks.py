@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The commands that the documents print, run as they stand and in their order, and what they print.
 
 The server is this machine: its folders lie below a temporary root, and its name leads to the loopback.

@@ -1,5 +1,8 @@
+// SPDX-License-Identifier: MIT
+#include "config/arguments.h"
 #include "config/global.h"
 #include "config/paths.h"
+#include "config/servicecontract.h"
 #include "tests/docs/document.h"
 #include "tests/support/testhome.h"
 
@@ -112,10 +115,13 @@ private slots:
 
 void TestConfigurationDocument::tableHasTheKeysOfTheSources()
 {
+    const QString source =
+        QString::fromUtf8(ReadFile(ProjectPath(QStringLiteral("config/configcontract.h"))));
+    const int begin = source.indexOf(QStringLiteral("namespace Key\n"));
+    const int end = source.indexOf(QStringLiteral("} // namespace ClientKey"));
     const QRegularExpression key(QStringLiteral("const QLatin1String \\w+\\(\"(\\w+)\""));
     QStringList read;
-    auto matches = key.globalMatch(
-        QString::fromUtf8(ReadFile(ProjectPath(QStringLiteral("config/configcontract.h")))));
+    auto matches = key.globalMatch(source.mid(begin, end - begin));
     while (matches.hasNext())
         read.append(matches.next().captured(1));
 
@@ -251,13 +257,13 @@ void TestConfigurationDocument::switchesAreThoseOfTheProgram()
         if (row.first().startsWith(QLatin1String("`-")))
             switches.append(Quoted(row.first()));
     }
-    QCOMPARE(Sorted(switches), Sorted({Global::NoRemindSwitch, Global::ImmediatelySwitch}));
+    QCOMPARE(Sorted(switches), Sorted({Switch::NoRemind, Switch::Immediately}));
 }
 
 void TestConfigurationDocument::filesAreThoseOfTheProgram()
 {
     const TestHome home;
-    QStringList files = {Paths::LogFolder() + QStringLiteral("/AutoUpdate.log"),
+    QStringList files = {Paths::LogFile(),
                          Paths::DownloadFolder(QStringLiteral("CLIENT.exe")) + QLatin1Char('/'),
                          Paths::LanguageFile(),
                          Paths::NotesFile(),
@@ -325,7 +331,7 @@ void TestConfigurationDocument::answerIsRead()
     QCOMPARE(global.latestVersionInfo, QStringLiteral("English notes"));
     QCOMPARE(global.md5, biz.value(QStringLiteral("md5")).toString());
     QCOMPARE(global.packageSize, qint64(1572864));
-    QCOMPARE(global.updateType, qint32(Global::ZipPackage));
+    QCOMPARE(global.updateType, qint32(ServiceContract::ZipPackage));
 }
 
 void TestConfigurationDocument::answerWithoutAnUpdateIsRead()

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/docs/document.h"
 #include "tests/support/testhome.h"
 

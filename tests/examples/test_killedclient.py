@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""The sample client, killed at each call that touches the file it saves to."""
+# SPDX-License-Identifier: MIT
+"""The sample client, killed at each system call on the file it saves to."""
 
 import contextlib
 import json
@@ -9,16 +10,17 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 from pathlib import Path
 from typing import List, NamedTuple
 
+from waiting import wait_until
+
 CLIENT = ""
-TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+TIME_LIMIT = 60  # seconds
 CALLS = "openat,write,fdatasync,linkat,rename,close"
 CALL = re.compile(r"(\w+)\(")
-# In a trace, the file that is saved to: it has a number instead of a name until it is whole.
+# The saved file in a trace. Until it is complete it has a number instead of a name.
 SAVING = re.compile(r"norvaneAssistant/(session\.json|#)|O_TMPFILE")
 
 OLD = {"meeting": "host/old", "draft": "What the user wrote."}
@@ -26,14 +28,14 @@ NEW = {**OLD, "meeting": "host/new"}
 
 
 class Moment(NamedTuple):
-    """The ordinal of a call among those of its name."""
+    """The name of a call, and its number among those of this name."""
 
     call: str
     number: int
 
 
 class KilledClient(unittest.TestCase):
-    """One user, whose client has saved something before."""
+    """A user whose client has saved a session."""
 
     def setUp(self) -> None:
         self.home = Path(self.enterContext(tempfile.TemporaryDirectory()))
@@ -45,34 +47,34 @@ class KilledClient(unittest.TestCase):
         self.environment = {**os.environ, "HOME": str(self.home), "TMPDIR": str(self.home)}
 
     def start(self, arguments: List[str], *before: str) -> subprocess.Popen:
-        """Starts it, in a process group of its own."""
+        """Starts the client in its own process group."""
         process = subprocess.Popen([*before, CLIENT, *arguments], env=self.environment, start_new_session=True)
         self.addCleanup(self.end, process)
         return process
 
     def end(self, process: subprocess.Popen) -> None:
-        """Ends what start() has started, the client under strace included."""
+        """Kills what start() started, including a client under strace."""
         with contextlib.suppress(ProcessLookupError):
             os.killpg(process.pid, signal.SIGKILL)
         process.wait()
 
     def saved(self) -> object:
-        """What the next start goes on with."""
+        """The session that the next start resumes."""
         return json.loads(self.session.read_text())
 
     def start_traced(self, *options: str) -> subprocess.Popen:
-        """Opens the new meeting."""
+        """Opens the new meeting under strace."""
         return self.start(["--url=host/new"], "strace", "-qq", "-y", "-o", str(self.trace),
                           "-e", f"trace={CALLS}", *options)
 
     def has_saved(self) -> bool:
-        """Whether the traced client has replaced the file and goes on."""
+        """Whether the traced client has replaced the file and continued."""
         return self.saved() == NEW and "close(" in self.trace.read_text().split("rename(")[-1]
 
     def moments(self) -> List[Moment]:
-        """The calls of an undisturbed run that have to do with the file."""
+        """The calls of a normal run on the file."""
         process = self.start_traced()
-        self.wait_until(self.has_saved)
+        wait_until(self.has_saved, "a saved session")
         self.end(process)
         found, counts = [], {}
         for line in self.trace.read_text().splitlines():
@@ -84,16 +86,9 @@ class KilledClient(unittest.TestCase):
         return found
 
     def lock_holder(self) -> str:
-        """The process that says it is the first copy."""
+        """The number of the process that holds the lock."""
         lock = self.data / "running.lock"
         return lock.read_text().split("\n")[0] if lock.exists() else ""
-
-    def wait_until(self, condition) -> None:
-        """Fails when the condition does not come true."""
-        deadline = time.monotonic() + TIME_LIMIT
-        while not condition():
-            self.assertLess(time.monotonic(), deadline)
-            time.sleep(0.02)
 
     def test_it_goes_on_with_the_old_session_or_the_new_one(self) -> None:
         moments = self.moments()
@@ -103,17 +98,17 @@ class KilledClient(unittest.TestCase):
             with self.subTest(moment):
                 self.session.write_text(json.dumps(OLD))
                 killed = self.start_traced("-e", f"inject={moment.call}:signal=KILL:when={moment.number}")
-                # Calls before it are not always as many: the client may go on.
-                self.wait_until(lambda: killed.poll() is not None or self.has_saved())
+                # The number of calls varies, so the client may also survive.
+                wait_until(lambda: killed.poll() is not None or self.has_saved(), "the end or a saved session")
                 self.end(killed)
                 self.assertIn(self.saved(), (OLD, NEW))
                 unfinished += len(list(self.data.glob("session.json.*")))
 
                 first = self.start([])
-                self.wait_until(lambda: self.lock_holder() == str(first.pid))
+                wait_until(lambda: self.lock_holder() == str(first.pid), "the lock of the first copy")
                 second = self.start(["--url=host/next"])
                 self.assertEqual(second.wait(TIME_LIMIT), 0)
-                self.wait_until(lambda: self.saved() == {**OLD, "meeting": "host/next"})
+                wait_until(lambda: self.saved() == {**OLD, "meeting": "host/next"}, "the meeting of the second copy")
                 self.assertIsNone(first.poll())
                 self.end(first)
                 self.assertEqual(list(self.data.glob("session.json.*")), [])

@@ -1,5 +1,7 @@
-#include "tests/e2e/updaterrun.h"
-#include "tests/e2e/windowserver.h"
+// SPDX-License-Identifier: MIT
+#include "tests/support/loglines.h"
+#include "tests/support/updaterrun.h"
+#include "tests/support/windowserver.h"
 #include "tests/support/zipmaker.h"
 
 #include <QDir>
@@ -12,24 +14,24 @@
 #include <sys/stat.h>
 #endif
 
-/// The sample client with the real updater, and a user in front of both.
+/// The sample client and the real updater, with a user.
 class TestSampleClient : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void ASecondStartHandsItsArgumentsOver();
-    void ALinkComesThroughTheUpdater_data();
-    void ALinkComesThroughTheUpdater();
-    void DoubtfulArgumentsAreRefused_data();
-    void DoubtfulArgumentsAreRefused();
-    void NotesAreShownUntilTheUserHasClosedThem();
+    void aSecondStartHandsItsArgumentsOver();
+    void aLinkComesThroughTheUpdater_data();
+    void aLinkComesThroughTheUpdater();
+    void doubtfulArgumentsAreRefused_data();
+    void doubtfulArgumentsAreRefused();
+    void notesAreShownUntilTheUserHasClosedThem();
 #ifdef Q_OS_LINUX
-    void NotesLoadNothing();
+    void notesLoadNothing();
 #endif
-    void TheUpdaterSpeaksTheClientsLanguage();
-    void AnUpdateBeginsWithTheClientsButton();
-    void AClientIsStartedOnceAfterACheckWithoutAnOffer();
+    void theUpdaterSpeaksTheClientsLanguage();
+    void anUpdateBeginsWithTheClientsButton();
+    void aClientIsStartedOnceAfterACheckWithoutAnOffer();
 
 private:
     WindowServer m_windows;
@@ -45,7 +47,7 @@ const QString kChinesePrompt = QStringLiteral("应用更新");
 const QString kReturn = QStringLiteral("Return");
 const QString kVersionFile = QStringLiteral("~version/version.json");
 
-// Places in the client's window and in the updater's prompt.
+// The centres of buttons in the client's window and in the updater's prompt.
 const QPoint kLanguage(45, 270);
 const QPoint kCheck(410, 270);
 const QPoint kUpdate(406, 254);
@@ -55,7 +57,7 @@ const QByteArray kNotes("update.log");
 const QByteArray kLanguageFile("language.txt");
 const QByteArray kSession("session.json");
 
-/// The sample client 1.0.0, installed with the updater below it.
+/// The installed sample client 1.0.0 with the updater.
 class Installation
 {
 public:
@@ -66,10 +68,11 @@ public:
 
     void Start(const QStringList &arguments = {}) const;
 
-    /// Starts it and waits for its end; returns the exit code, or -1 when it goes on.
+    /// Starts a second copy and waits for its end; returns its exit code, or -1 when it keeps
+    /// running.
     int StartAgain(const QStringList &arguments) const;
 
-    /// As the updater does it.
+    /// Ends the client as the updater does.
     void Kill() const;
 
     QString Path(const QByteArray &name) const;
@@ -79,7 +82,7 @@ public:
     QString SavedMeeting() const { return Saved(QStringLiteral("meeting")); }
     QString SavedDraft() const { return Saved(QStringLiteral("draft")); }
 
-    /// Waits until no updater runs, whoever has started it.
+    /// Waits until no updater runs.
     bool WaitForUpdatersEnd() const;
 
 private:
@@ -89,7 +92,7 @@ private:
 Installation::Installation()
 {
     run.Configure({{QStringLiteral("appConfigFile"), kVersionFile}});
-    WriteFile(run.home.ClientFolder() + QLatin1Char('/') + kVersionFile,
+    WriteFile(run.ClientFolder() + QLatin1Char('/') + kVersionFile,
               R"({"client": {"version": "1.0.0"}})");
     QFile::remove(run.client.Path());
     if (!QFile::copy(QStringLiteral(SAMPLE_CLIENT), run.client.Path()))
@@ -98,7 +101,7 @@ Installation::Installation()
 
 void Installation::Start(const QStringList &arguments) const
 {
-    if (!QProcess::startDetached(run.client.Path(), arguments, run.home.ProgramFolder()))
+    if (!QProcess::startDetached(run.client.Path(), arguments, run.ProgramFolder()))
         qFatal("the client does not start");
 }
 
@@ -113,13 +116,13 @@ void Installation::Kill() const
 {
     QProcess taskkill;
     taskkill.start(QStringLiteral("taskkill"),
-                   {QStringLiteral("/im"), run.imageName, QStringLiteral("/f")});
+                   {QStringLiteral("/im"), run.ClientName(), QStringLiteral("/f")});
     taskkill.waitForFinished();
 }
 
 QString Installation::Path(const QByteArray &name) const
 {
-    return run.home.ClientDataFolder() + QLatin1Char('/') + QString::fromLatin1(name);
+    return run.ClientDataFolder() + QLatin1Char('/') + QString::fromLatin1(name);
 }
 
 void Installation::Leave(const QByteArray &name, const QByteArray &content) const
@@ -140,7 +143,7 @@ bool Installation::WaitForUpdatersEnd() const
                            30000);
 }
 
-/// The client 2.1.3, as far as the user sees it.
+/// Publishes a client whose configuration has version 2.1.3.
 void PublishNewClient(UpdaterRun &run)
 {
     const QString folder = QStringLiteral("client-2.1.3");
@@ -160,7 +163,7 @@ void AnswerThatThereIsNothingNewer(UpdaterRun &run)
 
 } // namespace
 
-void TestSampleClient::ASecondStartHandsItsArgumentsOver()
+void TestSampleClient::aSecondStartHandsItsArgumentsOver()
 {
     const Installation client;
     client.Start();
@@ -174,14 +177,14 @@ void TestSampleClient::ASecondStartHandsItsArgumentsOver()
     QCOMPARE(client.SavedMeeting(), QStringLiteral("host/room?id=7"));
 }
 
-void TestSampleClient::ALinkComesThroughTheUpdater_data()
+void TestSampleClient::aLinkComesThroughTheUpdater_data()
 {
     QTest::addColumn<bool>("runs");
     QTest::newRow("to a client that runs") << true;
     QTest::newRow("to one that does not") << false;
 }
 
-void TestSampleClient::ALinkComesThroughTheUpdater()
+void TestSampleClient::aLinkComesThroughTheUpdater()
 {
     QFETCH(bool, runs);
     Installation client;
@@ -195,7 +198,7 @@ void TestSampleClient::ALinkComesThroughTheUpdater()
     m_windows.WaitForWindow(kOldClient);
 }
 
-void TestSampleClient::DoubtfulArgumentsAreRefused_data()
+void TestSampleClient::doubtfulArgumentsAreRefused_data()
 {
     QTest::addColumn<QStringList>("doubtful");
     const QString url = QStringLiteral("--url=host");
@@ -206,20 +209,20 @@ void TestSampleClient::DoubtfulArgumentsAreRefused_data()
     QTest::newRow("a profile without a name") << QStringList{url, QStringLiteral("--profile")};
 }
 
-void TestSampleClient::DoubtfulArgumentsAreRefused()
+void TestSampleClient::doubtfulArgumentsAreRefused()
 {
     QFETCH(QStringList, doubtful);
     const Installation client;
     client.Start(doubtful);
     m_windows.WaitForWindow(kOldClient);
-    // What comes later is done later.
+    // Starts are handled in order.
     QCOMPARE(client.StartAgain(doubtful), 0);
     QCOMPARE(client.StartAgain({QStringLiteral("--profile"), QStringLiteral("x")}), 0);
     m_windows.WaitForWindow(kOldClient + QStringLiteral(" - x"));
     QVERIFY(!client.Has(kSession));
 }
 
-void TestSampleClient::NotesAreShownUntilTheUserHasClosedThem()
+void TestSampleClient::notesAreShownUntilTheUserHasClosedThem()
 {
     const QString notes = QStringLiteral("New in 1.0.0");
     const Installation client;
@@ -245,11 +248,11 @@ void TestSampleClient::NotesAreShownUntilTheUserHasClosedThem()
 }
 
 #ifdef Q_OS_LINUX
-void TestSampleClient::NotesLoadNothing()
+void TestSampleClient::notesLoadNothing()
 {
     const Installation client;
-    // Whoever opens it waits until somebody writes into it.
-    const QByteArray picture = QFile::encodeName(client.run.home.Scratch()) + "/picture.png";
+    // Opening this pipe would block.
+    const QByteArray picture = QFile::encodeName(client.run.Scratch()) + "/picture.png";
     QCOMPARE(mkfifo(picture.constData(), S_IRUSR | S_IWUSR), 0);
     client.Leave(kNotes, "<p>New<img src=\"" + picture + "\"></p>");
     client.Leave(kMarker, "1");
@@ -259,7 +262,7 @@ void TestSampleClient::NotesLoadNothing()
 }
 #endif
 
-void TestSampleClient::TheUpdaterSpeaksTheClientsLanguage()
+void TestSampleClient::theUpdaterSpeaksTheClientsLanguage()
 {
     Installation client;
     PublishNewClient(client.run);
@@ -272,9 +275,9 @@ void TestSampleClient::TheUpdaterSpeaksTheClientsLanguage()
     m_windows.WaitForWindow(kChinesePrompt);
     client.run.process.kill();
     client.run.process.waitForFinished();
-    QVERIFY(client.run.Log().contains(client.run.ConfigurationLine())); // with the version
+    QVERIFY(client.run.Log().contains(client.run.ConfigurationLine())); // which has the version
 
-    // Behind the prompt until now.
+    // It was behind the prompt.
     QCOMPARE(client.StartAgain({}), 0);
     m_windows.Click(window, kLanguage);
     m_windows.WaitForWindow(kOldClient);
@@ -283,37 +286,35 @@ void TestSampleClient::TheUpdaterSpeaksTheClientsLanguage()
     m_windows.WaitForWindow(kPrompt);
 }
 
-void TestSampleClient::AnUpdateBeginsWithTheClientsButton()
+void TestSampleClient::anUpdateBeginsWithTheClientsButton()
 {
     Installation client;
     PublishNewClient(client.run);
     client.Start();
     const QString window = m_windows.WaitForWindow(kOldClient);
-    m_windows.Press(window, kReturn); // into the draft
+    m_windows.Press(window, kReturn); // typed into the draft
     QTRY_COMPARE(client.SavedDraft(), QStringLiteral("\n"));
 
     m_windows.Click(window, kCheck);
     m_windows.Click(m_windows.WaitForWindow(kPrompt), kUpdate);
     m_windows.WaitForWindow(kNewClient);
-    QVERIFY(client.run.Log().contains(
-        QStringLiteral("[INFO] (:0) cmd line parameters : \"-noremid\"")));
+    QVERIFY(client.run.Log().contains(LogLine::CommandLineParameter(QStringLiteral("-noremid"))));
     m_windows.Press(m_windows.WaitForWindow(QStringLiteral("New in 2.1.3")), kReturn);
     QTRY_VERIFY(!client.Has(kMarker));
     QCOMPARE(client.SavedDraft(), QStringLiteral("\n"));
     QVERIFY(client.WaitForUpdatersEnd());
 }
 
-void TestSampleClient::AClientIsStartedOnceAfterACheckWithoutAnOffer()
+void TestSampleClient::aClientIsStartedOnceAfterACheckWithoutAnOffer()
 {
     Installation client;
     AnswerThatThereIsNothingNewer(client.run);
     client.Start({QStringLiteral("--profile"), QStringLiteral("x")});
     const QString title = kOldClient + QStringLiteral(" - x");
     m_windows.Click(m_windows.WaitForWindow(title), kCheck);
-    QVERIFY(client.run.WaitForLog(
-        QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(client.run.imageName)));
+    QVERIFY(client.run.WaitForLog(LogLine::Starting(client.run.ClientName())));
     QVERIFY(client.WaitForUpdatersEnd());
-    // A second copy would have no profile.
+    // A second client would have no profile.
     QVERIFY(m_windows.HasWindow(title));
     QVERIFY(!m_windows.HasWindow(kOldClient));
     QCOMPARE(client.StartAgain({QStringLiteral("--profile"), QStringLiteral("y")}), 0);

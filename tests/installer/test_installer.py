@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""The example installer under Wine: a client's whole life, and what was there before and after it."""
+# SPDX-License-Identifier: MIT
+"""The example installer under Wine: installation, updates and removal leave nothing behind."""
 
 import fcntl
 import getpass
@@ -12,11 +13,12 @@ import shutil
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 import urllib.request
 import zipfile
 from pathlib import Path
+
+from waiting import wait_until
 
 UPDATER = Path()
 STANDIN = Path()
@@ -32,13 +34,13 @@ HANDLER = r"HKEY_CURRENT_USER\Software\Classes\qorb-meeting"
 UNINSTALL = rf"HKEY_CURRENT_USER\Software\Microsoft\Windows\CurrentVersion\Uninstall\{NAME}"
 CONFIG = "AutoUpdate/updateconfig.json"
 CHINESE = "plug ins/中文.txt"
-# Keys that Wine writes by itself; the certificate stores, empty, once a program uses TLS.
+# Keys that Wine writes by itself. The certificate stores appear when a program uses TLS.
 SYSTEMS_OWN = ("\\Software\\Wine\\", "\\Explorer\\Shell Folders", "\\Software\\Microsoft\\SystemCertificates")
 CHECK_SWITCH = "-noremid".encode("utf-16-le")
 REFUSED = 2
 
-# The user's folders where Windows has them, as wine-run's own setting leads nowhere; a desktop that
-# is not the one of whoever runs this test; and keys that every Windows has.
+# The usual folders of the user, because the setting of wine-run leads nowhere; a desktop other than
+# that of the person who runs this test; and keys that every Windows has.
 DESKTOP = rf"C:\\users\\{getpass.getuser()}\\Test Desktop"
 SETTINGS = rf"""Windows Registry Editor Version 5.00
 
@@ -54,28 +56,19 @@ SETTINGS = rf"""Windows Registry Editor Version 5.00
 """
 
 
-def wait_until(condition, what: str) -> None:
-    """Returns once the condition holds; fails with what was awaited when that takes too long."""
-    deadline = time.monotonic() + PATIENCE_SECONDS
-    while not condition():
-        if time.monotonic() > deadline:
-            raise TimeoutError(f"never came: {what}")
-        time.sleep(0.05)
-
-
 def write(path: Path, content: str) -> None:
-    """A file, and the folders above it."""
+    """Writes a file and creates its folders."""
     path.parent.mkdir(parents=True, exist_ok=True)
     path.write_text(content, encoding="utf-8")
 
 
 def files_below(folder: Path) -> dict:
-    """Every file by its path, with a digest of its content; folders and links by what they are."""
+    """The digest of each file by its path, and a description of folders and links."""
     found = {}
     for path in folder.rglob("*"):
         name = str(path.relative_to(folder))
         if name.startswith("Temp/~nsu"):
-            continue  # the copy of itself that an uninstaller goes on as
+            continue  # the copy that the uninstaller continues in
         if path.is_symlink():
             found[name] = f"link to {os.readlink(path)}"
         elif path.is_dir():
@@ -86,7 +79,7 @@ def files_below(folder: Path) -> dict:
 
 
 def zip_package(folder: Path, name: str) -> bytes:
-    """A folder as the updater takes it: below one folder, each folder before what it holds."""
+    """A zip package of a folder: one top folder, and each folder before its content."""
     package = io.BytesIO()
     with zipfile.ZipFile(package, "w") as archive:
         archive.mkdir(name)
@@ -96,7 +89,7 @@ def zip_package(folder: Path, name: str) -> bytes:
 
 
 class Service:
-    """The tests' web server as update service and package server."""
+    """The scripted server as update service and package server."""
 
     def __init__(self, room: Path):
         self.packages = room / "packages"
@@ -108,18 +101,18 @@ class Service:
         self.ports = json.loads(self.process.stdout.readline())
 
     def end(self) -> None:
-        """It ends with its input."""
+        """Ends the server by closing its input."""
         self.process.communicate()
 
     def script(self, path: str, step: dict) -> None:
-        """What the server answers for a path from now on."""
+        """Sets the answer for a path."""
         call = {"path": path, "steps": [step]}
         urllib.request.urlopen(
             f"http://127.0.0.1:{self.ports['http']}/_control/script", json.dumps(call).encode()
         ).close()
 
     def offer(self, version: str, name: str, package: bytes, update_type: int) -> None:
-        """Offers a package; of the type 1 it is a zip package, of the type 0 an installer."""
+        """Offers a package: type 1 is a zip package, type 0 an installer."""
         file = self.packages / name
         file.write_bytes(package)
         self.script(f"/packages/{name}", {"file": str(file)})
@@ -132,7 +125,7 @@ class Service:
 
 
 class Installer(unittest.TestCase):
-    """Each test has a Windows of its own."""
+    """Each test has its own Wine prefix."""
 
     def setUp(self) -> None:
         self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
@@ -155,7 +148,7 @@ class Installer(unittest.TestCase):
         self.calls = self.client / f"{NAME}.exe.calls"
 
     def start_display(self) -> str:
-        """A window server, and its name. One at a time may look for a free number."""
+        """Starts a window server and returns its name. A lock serialises the search for a free number."""
         lock = PROJECT / "build/wine/display.lock"
         lock.parent.mkdir(parents=True, exist_ok=True)
         with lock.open("w") as locked:
@@ -177,14 +170,14 @@ class Installer(unittest.TestCase):
         return f":{number}"
 
     def end_windows(self) -> None:
-        """Every program that is still there."""
+        """Ends all programs that still run."""
         subprocess.run([WINE_SERVER, "-k"], env={**os.environ, "WINEPREFIX": str(self.prefix)},
                        check=False)
         subprocess.run([WINE_SERVER, "-w"], env={**os.environ, "WINEPREFIX": str(self.prefix)},
                        check=False)
 
     def start_wine(self, *command: object) -> subprocess.Popen:
-        """A Windows program in this test's prefix."""
+        """Starts a Windows program in the prefix."""
         return subprocess.Popen(
             [WINE_RUN, "--prefix", self.prefix, "--timeout", str(PATIENCE_SECONDS),
              "--command", TASKLIST, *command],
@@ -192,11 +185,11 @@ class Installer(unittest.TestCase):
         )
 
     def run_wine(self, *command: object) -> int:
-        """The same, to its end; its exit code."""
+        """Runs a Windows program and returns its exit code."""
         return self.start_wine(*command).wait()
 
     def registry(self) -> dict:
-        """The user's registry: each key with its values as text."""
+        """The keys of the user's registry, with their values as text."""
         file = self.prefix / "drive_c/registry.txt"
         self.assertEqual(self.run_wine("reg", "export", "HKCU", r"C:\registry.txt", "/y"), 0)
         text = file.read_text(encoding="utf-16").replace("\r", "")
@@ -209,11 +202,11 @@ class Installer(unittest.TestCase):
         return keys
 
     def windows_path(self, path: Path) -> str:
-        """A path in the prefix as Windows has it."""
+        """The Windows path of a file in the prefix."""
         return "C:\\" + str(path.relative_to(self.prefix / "drive_c")).replace("/", "\\")
 
     def make_client(self, version: str, updater: Path) -> Path:
-        """A client's folder that asks this test's service, with the updater in it."""
+        """Creates the folder of a client with the updater, configured for the service."""
         folder = self.room / f"client-{version}"
         for program, target in ((STANDIN, f"{NAME}.exe"), (updater, "AutoUpdate/AutoUpdate.exe")):
             (folder / target).parent.mkdir(parents=True, exist_ok=True)
@@ -232,7 +225,7 @@ class Installer(unittest.TestCase):
         return folder
 
     def make_setup(self, client: Path) -> Path:
-        """The installer of a client's folder."""
+        """Builds the installer of a client's folder."""
         setup = self.room / f"{client.name}.exe"
         subprocess.run([BUILD_INSTALLER, client, setup], check=True)
         return setup
@@ -245,13 +238,13 @@ class Installer(unittest.TestCase):
         return [[bytes.fromhex(word).decode() for word in line.split()] for line in lines]
 
     def wait_for_start(self, number: int) -> list:
-        """The arguments of the client's start with that number."""
-        wait_until(lambda: len(self.client_starts()) >= number, f"start {number} of the client")
+        """Waits for the start with this number and returns its arguments."""
+        wait_until(lambda: len(self.client_starts()) >= number, f"start {number} of the client", PATIENCE_SECONDS)
         self.assertEqual(len(self.client_starts()), number)
         return self.client_starts()[-1]
 
     def compare_client(self, *layers: Path) -> None:
-        """The installed client is these folders, one put over the other, and nothing else."""
+        """Verifies that the installed client has exactly the files of these folders, in layers."""
         expected = {}
         for layer in layers:
             expected.update(files_below(layer))
@@ -264,12 +257,12 @@ class Installer(unittest.TestCase):
         self.assertEqual(installed, expected)
 
     def uninstall(self) -> None:
-        """As Windows does it, to the end."""
+        """Uninstalls the client as Windows does and waits for the end."""
         command = self.registry()[UNINSTALL]
         self.assertIn(r'\\Uninstall.exe\" /S"', command)
         self.assertEqual(self.run_wine(self.windows_path(self.client / "Uninstall.exe"), "/S"), 0)
         # It goes on as a copy of itself, and removes its own entry last.
-        wait_until(lambda: UNINSTALL not in self.registry(), "the end of the uninstaller")
+        wait_until(lambda: UNINSTALL not in self.registry(), "the end of the uninstaller", PATIENCE_SECONDS)
 
     def test_nothing_is_left_of_a_client_that_was_installed_updated_and_removed(self) -> None:
         # What others have where the client and the updater keep their files.

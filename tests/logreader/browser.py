@@ -1,4 +1,5 @@
-"""A headless Chromium that a test drives through its DevTools protocol, over a pipe: it listens on no port."""
+# SPDX-License-Identifier: MIT
+"""A headless Chromium, controlled through its DevTools protocol over a pipe."""
 
 import base64
 import fcntl
@@ -15,7 +16,7 @@ TIME_LIMIT = 60  # seconds, for what takes a few
 
 
 class Browser:
-    """One browser with a profile and a page of its own."""
+    """A browser with a private profile and one page."""
 
     def __init__(self, *options: str) -> None:
         self._room = tempfile.TemporaryDirectory()
@@ -79,7 +80,7 @@ class Browser:
         raise EOFError("the browser ended")
 
     def send(self, method: str, **parameters: Any) -> Dict:
-        """Calls a method of the protocol, and returns its result. Events before it go to `events`."""
+        """Calls a method of the protocol and returns its result. Earlier events go to `events`."""
         self._number += 1
         message = {"id": self._number, "method": method, "params": parameters}
         if self._session:
@@ -96,7 +97,7 @@ class Browser:
         raise AssertionError
 
     def wait_for(self, event: str) -> Dict:
-        """The parameters of the first event of this name that was not waited for."""
+        """Waits for an event and returns its parameters."""
         while True:
             for index, message in enumerate(self.events):
                 if message["method"] == event:
@@ -110,18 +111,18 @@ class Browser:
         self.wait_for("Page.loadEventFired")
 
     def evaluate(self, expression: str) -> Any:
-        """The value of an expression in the page, once its promise is kept."""
+        """The value of an expression in the page; waits if it is a promise."""
         result = self.send("Runtime.evaluate", expression=expression, awaitPromise=True, returnByValue=True)
         if "exceptionDetails" in result:
             raise AssertionError(json.dumps(result["exceptionDetails"])[:2000])
         return result["result"].get("value")
 
     def call(self, function: str, *arguments: object) -> Any:
-        """The value of a function with these arguments in the page."""
+        """Calls a function in the page and returns its value."""
         return self.evaluate(f"({function})({', '.join(json.dumps(argument) for argument in arguments)})")
 
     def wait_until(self, condition: str) -> None:
-        """Looks at each picture that the page draws."""
+        """Waits for a condition, which is checked in each animation frame."""
         self.call(
             """milliseconds => new Promise((resolve, reject) => {
                 const end = performance.now() + milliseconds;
@@ -154,15 +155,15 @@ class Browser:
         self.send("DOM.setFileInputFiles", nodeId=node, files=[str(file)])
 
     def media(self, scheme: str) -> None:
-        """Light or dark."""
+        """Sets the colour scheme, light or dark."""
         self.send("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
 
     def width(self, pixels: int) -> None:
-        """Of the page."""
+        """Sets the width of the page."""
         self.send("Emulation.setDeviceMetricsOverride", width=pixels, height=900, deviceScaleFactor=1, mobile=False)
 
     def picture(self, file: Path) -> None:
-        """The whole page as PNG."""
+        """Saves the whole page as PNG."""
         size = self.send("Page.getLayoutMetrics")["cssContentSize"]
         clip = {"x": 0, "y": 0, "width": size["width"], "height": size["height"], "scale": 1}
         shot = self.send("Page.captureScreenshot", captureBeyondViewport=True, clip=clip)

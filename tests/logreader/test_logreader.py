@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""The log reader in a real browser: every line, damaged and mixed logs, hostile texts, and who reads it how."""
+# SPDX-License-Identifier: MIT
+"""The log reader in a browser: all lines, damaged and mixed logs, hostile texts, accessibility."""
 
 import json
 import random
@@ -23,18 +24,18 @@ CONTROL, SHIFT = 2, 8  # of the DevTools protocol
 
 HEAD = "[2026-11-22 10:15:{:02}] [INFO] (:0) "
 
-# Markup wherever a text of the service, the user or Qt gets into the log.
+# Markup in every text of the log that comes from the service, the user or Qt.
 HOSTILE = "<script>document.title='hit'</script><img src=x onerror=\"document.title='hit'\"><b>bold</b>"
 BIDI = "\u202eexe.tneilC\u202c"
 
 
 def quoted(text: str) -> str:
-    """As the program puts a text into a line."""
+    """A text as the program logs it."""
     return json.dumps(text, ensure_ascii=False)
 
 
 def run_lines(product: str, version: str = "2.1.3", notes: str = "", arguments: tuple = ()) -> list:
-    """A run that updates this product, without the heads of its lines."""
+    """The lines of a run that updates this product, without time and level."""
     package = f"C:/Users/Li Lei/AppData/Local/{product}/{product}.zip"
     digest = f"{sum(product.encode()):032x}"
     answer = {
@@ -66,12 +67,12 @@ def run_lines(product: str, version: str = "2.1.3", notes: str = "", arguments: 
 
 
 def log_of(lines: list, per_second: int = 1) -> str:
-    """With heads, and the line ends of the program."""
+    """A log of these lines, with times and CR LF."""
     return "".join(f"{HEAD.format(number // per_second % 60)}{line}\r\n" for number, line in enumerate(lines))
 
 
 class LogReader(unittest.TestCase):
-    """One browser for all; each test loads the page again."""
+    """One browser for all tests; each loads the page again."""
 
     @classmethod
     def setUpClass(cls) -> None:
@@ -85,11 +86,11 @@ class LogReader(unittest.TestCase):
         self.speak("en")
 
     def speak(self, language: str) -> None:
-        """Switches the page's language."""
+        """Switches the language of the page."""
         self.browser.call("name => document.querySelector(`[data-language=${name}]`).click()", language)
 
     def drop(self, content: object) -> None:
-        """Drops a log onto the page and waits for its runs."""
+        """Drops a log onto the page and waits until it is shown."""
         file = self.room / "AutoUpdate.log"
         file.write_bytes(content if isinstance(content, bytes) else str(content).encode())
         self.browser.evaluate("page.log = null")
@@ -97,11 +98,11 @@ class LogReader(unittest.TestCase):
         self.browser.wait_until("page.log")
 
     def text(self, selector: str) -> str:
-        """What a reader sees there."""
+        """The visible text of an element."""
         return self.browser.call("selector => document.querySelector(selector).innerText", selector)
 
     def unfold(self) -> None:
-        """Shows the lines of all runs."""
+        """Unfolds the lines of all runs."""
         self.browser.evaluate("for (const each of document.querySelectorAll('details')) each.open = true")
         self.browser.wait_until("[...document.querySelectorAll('details')].every(each => each.querySelector('.lines'))")
 
@@ -265,7 +266,7 @@ class LogReader(unittest.TestCase):
         self.browser.wait_until("page.log.text.includes('Łódź')")
 
     def mixed(self, one: list, other: list, seed: int) -> str:
-        """Both runs in one log, each in its order."""
+        """The lines of two runs mixed at random, each in its order."""
         choice = random.Random(seed)
         rest = [list(one), list(other)]
         lines = []
@@ -374,7 +375,7 @@ class LogReader(unittest.TestCase):
                     self.assertNotIn(secret, copied)
 
     def tabbed_to(self, selector: str) -> None:
-        """Presses Tab until the focus is there."""
+        """Presses Tab until the element has the focus."""
         for _ in range(60):
             if self.browser.call("selector => document.activeElement.matches(selector)", selector):
                 return

@@ -1,39 +1,21 @@
-"""A real nginx, started by scripts/serve on a port of its own, and bare requests to it."""
+# SPDX-License-Identifier: MIT
+"""nginx, started by scripts/serve on a free port, and requests to it."""
 
-import contextlib
 import http.client
 import json
-import random
 import signal
 import socket
 import ssl
 import subprocess
-import time
 from pathlib import Path
+
+from waiting import free_port, wait_until
 
 PATIENCE_SECONDS = 60
 
 
-def wait_until(condition, what: str) -> None:
-    """Returns once the condition holds; fails with what was awaited when that takes too long."""
-    deadline = time.monotonic() + PATIENCE_SECONDS
-    while not condition():
-        if time.monotonic() > deadline:
-            raise TimeoutError(f"never came: {what}")
-        time.sleep(0.02)
-
-
-def free_port() -> int:
-    """A port of the loopback that nobody has, below those that the system gives to connections."""
-    while True:
-        port = random.randrange(20_000, 30_000)
-        with socket.socket() as probe, contextlib.suppress(OSError):
-            probe.bind(("127.0.0.1", port))
-            return port
-
-
 class Answer:
-    """What came back for one request."""
+    """The answer to a request."""
 
     def __init__(self, response: http.client.HTTPResponse):
         self.status = response.status
@@ -42,10 +24,10 @@ class Answer:
 
 
 class NginxServer:
-    """scripts/serve at work; ends with the with-block. ROOM is an empty folder of the test."""
+    """A running scripts/serve, which ends with the with-block. ROOM is an empty folder."""
 
     def __init__(self, serve: str, tree: Path, room: Path, *options: str, **replaced: str):
-        """OPTIONS are further ones of scripts/serve.
+        """OPTIONS are additional options of scripts/serve.
 
         REPLACED gives files of release/nginx/updates/ another text, as clients="...".
         """
@@ -79,7 +61,7 @@ class NginxServer:
         self.process.wait(PATIENCE_SECONDS)
 
     def listens_or_ended(self) -> bool:
-        """True once a request can be made, or never will be."""
+        """Whether nginx accepts connections or has ended."""
         if self.process.poll() is not None:
             return True
         # nginx writes the file when it has its ports.
@@ -87,7 +69,7 @@ class NginxServer:
         return file.exists() and file.read_text().strip() == str(self.process.pid)
 
     def connection(self, source: str = "127.0.0.1") -> http.client.HTTPSConnection:
-        """A connection with the certificate checked, from any address of 127.0.0.0/8."""
+        """A connection that checks the certificate, from any address of 127.0.0.0/8."""
         return http.client.HTTPSConnection(
             "127.0.0.1",
             self.port,
@@ -97,7 +79,7 @@ class NginxServer:
         )
 
     def request(self, method: str, path: str, source: str = "127.0.0.1", **more) -> Answer:
-        """One request over a connection of its own."""
+        """The answer to a request on a new connection."""
         connection = self.connection(source)
         try:
             connection.request(method, path, **more)
@@ -108,21 +90,21 @@ class NginxServer:
     def ask(
         self, body: bytes, source: str = "127.0.0.1", path: str = "/check", forwarded: str = ""
     ) -> Answer:
-        """A check with any body. FORWARDED is the client's address as a load balancer tells it."""
+        """The answer to a check. FORWARDED is the client's address from a load balancer."""
         headers = {**CHECK_HEADERS, **({"X-Forwarded-For": forwarded} if forwarded else {})}
         return self.request("POST", path, source, body=body, headers=headers)
 
     def check(self, version: str, *arguments: str, **more: str) -> str:
-        """What the updater of a client with this version is offered; see decision()."""
+        """The decision() for a client of this version."""
         return decision(self.ask(check_body(version), *arguments, **more))
 
     def tls_socket(self) -> ssl.SSLSocket:
-        """A connection to send bare bytes through."""
+        """A TLS connection for raw bytes."""
         plain = socket.create_connection(("127.0.0.1", self.port), PATIENCE_SECONDS)
         return self.tls.wrap_socket(plain, server_hostname="localhost")
 
     def raw(self, *pieces: bytes) -> Answer:
-        """What comes back; each piece after the first is sent when the server asks for it."""
+        """The answer to raw bytes. Each piece after the first waits for an interim answer."""
         with self.tls_socket() as connection:
             connection.sendall(pieces[0])
             for piece in pieces[1:]:
@@ -133,11 +115,11 @@ class NginxServer:
             return Answer(response)
 
     def errors(self) -> str:
-        """The last errors that nginx has logged: why an answer is none."""
+        """The last errors in the log of nginx."""
         return (self.work / "error.log").read_text()[-2000:]
 
     def log_lines(self, count: int) -> list:
-        """The first COUNT lines of the access log, parsed, once they are there."""
+        """Waits for COUNT lines of the access log and returns them parsed."""
         log = self.work / "updates.log"
         wait_until(lambda: log.read_bytes().count(b"\n") >= count, f"{count} lines in the log")
         return [json.loads(line) for line in log.read_bytes().splitlines()[:count]]
@@ -150,13 +132,13 @@ CHECK_HEADERS = {
 
 
 def check_body(version: str) -> bytes:
-    """What an updater asks, byte for byte."""
+    """The body of a check, byte for byte."""
     keys = {"clientVersion": version, "deviceType": "Windows", "platform": 6}
     return json.dumps(keys, separators=(",", ":"), ensure_ascii=False).encode()
 
 
 def decision(answer: Answer) -> str:
-    """The version that an answer to a check offers, or "none"; the status when it is no answer."""
+    """The version that an answer offers, or "none"; the status of other answers."""
     if answer.status != http.HTTPStatus.OK:
         return str(answer.status)
     biz = json.loads(answer.body)["biz"]

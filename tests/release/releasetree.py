@@ -1,4 +1,5 @@
-"""A tree of releases, made and changed by publish."""
+# SPDX-License-Identifier: MIT
+"""A release tree that the publishing tool makes and changes."""
 
 import random
 import subprocess
@@ -9,12 +10,12 @@ PATIENCE_SECONDS = 60
 
 
 def package_id(version: str) -> str:
-    """The package of a release, as addresses name it."""
+    """The package of a release in addresses."""
     return f"{NAME}-{version}.zip"
 
 
 class ReleaseTree:
-    """The tree ROOM/NAME. What is published lies in ROOM, the same for all trees there."""
+    """The tree ROOM/NAME. All trees in ROOM publish the same client folder there."""
 
     def __init__(self, publish: str, room: Path, name: str = "tree"):
         self.tool = publish
@@ -37,7 +38,7 @@ class ReleaseTree:
         )
 
     def change(self, command: str, *options: str) -> None:
-        """Another command that changes whom the releases are offered to."""
+        """A command that changes who is offered the releases."""
         self.run(command, self.folder, *options)
 
     def roll_out(self, version: str, *options: str) -> None:
@@ -45,7 +46,7 @@ class ReleaseTree:
         self.change("rollout", "--version", version, *options)
 
     def run(self, *arguments: object) -> None:
-        """One command, which has to succeed."""
+        """A command, which must succeed."""
         done = subprocess.run(
             [self.tool, *arguments], capture_output=True, text=True, check=False,
             timeout=PATIENCE_SECONDS,
@@ -54,9 +55,9 @@ class ReleaseTree:
             raise RuntimeError(done.stderr)
 
     def package(self, version: str) -> Path:
-        """The file of a package."""
+        """The path of a package."""
         return self.folder / "packages" / package_id(version)
 
     def answer(self, version: str) -> Path:
-        """The answer to a check that announces a release."""
+        """The path of the answer that offers a release."""
         return self.check / "answers" / version / f"{package_id(version)}.json"

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The alert rules of release/monitoring/: promtool evaluates them over figures that are bad, and over good ones."""
 
 import json
@@ -20,7 +21,7 @@ WEEK_MINUTES = 7 * 24 * 60
 
 @dataclass
 class Case:
-    """Figures by series, in promtool's notation, one every so many minutes; and the alarms of one rule at a time."""
+    """Values of series in the notation of promtool, and the alarms of one rule."""
 
     what: str
     alert: str
@@ -56,12 +57,12 @@ def front(code: str) -> str:
 
 
 def series(name: str, **labels: str) -> str:
-    """As PromQL writes it."""
+    """A series in PromQL."""
     return name + "{" + ",".join(f'{label}="{text}"' for label, text in labels.items()) + "}"
 
 
 def expires(days: int) -> str:
-    """Values of a certificate that expires so many days after the 40th minute."""
+    """Values of a certificate that expires DAYS after the 40th minute."""
     moment = 40 * 60 + days * 24 * 3600
     return f"{moment}x60"
 
@@ -215,7 +216,7 @@ class Alerts(unittest.TestCase):
 
 
 def promtool_test(case: Case) -> dict:
-    """A case as promtool's file has it. ALERTS is where Prometheus itself keeps its alarms."""
+    """A case in the format of promtool. Prometheus keeps its alarms in ALERTS."""
     severity = re.search(case.alert + r"\n.*?severity: (\w+)", RULES.read_text(encoding="utf-8"), re.DOTALL).group(1)
     alarm = {"alertname": case.alert, "alertstate": "firing"}
     samples = [

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Each command that writes, killed or out of disk space at each of its writes in turn."""
+# SPDX-License-Identifier: MIT
+"""Each writing command, killed or out of disk space at each of its writes."""
 
 import collections
 import datetime
@@ -8,22 +9,20 @@ import os
 import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 from pathlib import Path
 from typing import Dict, List, NamedTuple
 
-TOOL = ""
-TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+from publishertest import PublisherTest
 
-# The calls that change something on the disk, or begin to.
+# System calls that change the disk or prepare that.
 WRITES = "write,mkdir,rename,symlink,unlink,unlinkat,rmdir,chmod,fchmod,syncfs"
-# The same for rsync, whose processes write to each other as well.
+# The same for rsync, whose processes also write to each other.
 WRITES_OF_RSYNC = "mkdir,mkdirat,rename,renameat,symlink,symlinkat,unlink,rmdir,chmod,fchmod"
-# The calls that fail on a full disk; what is there can be moved and removed.
+# Calls that fail on a full disk, where files can still be moved and removed.
 GROWTH = "write,mkdir,symlink"
 GROWTH_OF_RSYNC = "mkdir,mkdirat,rename,renameat,symlink,symlinkat"
-# Each of these brings something into force; of the others every fifth one is enough.
+# Each of these makes a change visible. Of the others every fifth is enough.
 DECISIVE = ("rename", "renameat", "syncfs")
 
 
@@ -38,7 +37,7 @@ class Command(NamedTuple):
 
 
 def tree_of(site: Path) -> Dict[str, object]:
-    """What the tree is for those who use it: everything but the names of generations."""
+    """The content of the tree, without the names of generations."""
     found: Dict[str, object] = {}
     for path in site.rglob("*"):
         name = str(path.relative_to(site))
@@ -65,62 +64,36 @@ def tree_of(site: Path) -> Dict[str, object]:
     return found
 
 
-class Interrupted(unittest.TestCase):
+class Interrupted(PublisherTest):
     """Trees with three releases, and a command that changes one."""
 
     def setUp(self) -> None:
-        self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
-        (self.room / "client").mkdir()
-        (self.room / "client" / "a.txt").write_text("a" * 100)
+        super().setUp()
         (self.room / "setup.exe").write_bytes(b"MZ setup")
-        (self.room / "zh.txt").write_text("新\n", encoding="utf-8")
-        (self.room / "en.txt").write_text("new\n", encoding="utf-8")
         self.original = self.room / "original"
         self.trees = self.room / "trees"
         self.trees.mkdir()
         self.site = self.trees / "site"
         self.trace = self.room / "trace"
 
-    def notes_and_tree(self) -> List[str]:
-        """Options of a command that publishes."""
-        return ["--notes-zh", str(self.room / "zh.txt"), "--notes-en", str(self.room / "en.txt"),
-                "--out", str(self.site)]
-
-    def zip(self, version: str, *more: str, update: str = "optional") -> List[str]:
-        """What publishes a release."""
-        return ["zip", "--client", str(self.room / "client"), "--name", "Client",
-                "--version", version, "--update", update, *self.notes_and_tree(), *more]
-
-    def run_tool(self, arguments: List[str], *before: str) -> subprocess.CompletedProcess:
-        """Runs it to its end."""
-        return subprocess.run(
-            [*before, TOOL, *arguments], capture_output=True, text=True, check=False,
-            timeout=TIME_LIMIT,
-        )
-
-    def succeed(self, arguments: List[str]) -> None:
-        """Runs it to its end, which has to be a good one."""
-        done = self.run_tool(arguments)
-        self.assertEqual(done.returncode, 0, done.stderr)
-
     def make_trees(self) -> None:
-        """What each attempt starts with."""
+        """Makes the trees with which each attempt starts."""
         site = str(self.site)
-        self.succeed(self.zip("2.0.0", "--share", "100"))
+        self.succeed(*self.zip("2.0.0", "--share", "100"))
         shutil.copytree(self.site, self.trees / "beta", symlinks=True)
-        self.succeed(self.zip("2.1.0"))
-        self.succeed(["rollout", site, "--version", "2.1.0", "--plan", "0.1% 1h, 0.2% 1h, 100%"])
-        self.succeed(["push", site, str(self.trees / "node")])
+        self.succeed(*self.zip("2.1.0"))
+        self.succeed("rollout", site, "--version", "2.1.0", "--plan", "0.1% 1h, 0.2% 1h, 100%")
+        self.succeed("push", site, str(self.trees / "node"))
         self.let_two_hours_pass()
-        self.succeed(self.zip("2.2.0", "--share", "0.1"))
-        self.succeed(["stop", site, "--version", "2.2.0"])
+        self.succeed(*self.zip("2.2.0", "--share", "0.1"))
+        self.succeed("stop", site, "--version", "2.2.0")
         shutil.copytree(self.site, self.trees / "paused", symlinks=True)
-        self.succeed(["stop", str(self.trees / "paused")])
+        self.succeed("stop", str(self.trees / "paused"))
         self.write_log()
         self.trees.rename(self.original)
 
     def let_two_hours_pass(self) -> None:
-        """As if the plan had begun earlier."""
+        """Makes the plan begin earlier."""
         file = self.site / "check" / "now" / "releases.json"
         began = datetime.datetime.now(datetime.timezone.utc) - datetime.timedelta(hours=2)
         content = json.loads(file.read_text())
@@ -129,7 +102,7 @@ class Interrupted(unittest.TestCase):
         file.write_text(json.dumps(content))
 
     def write_log(self) -> None:
-        """A client that was offered the release with the plan."""
+        """Logs a client that was offered the planned release."""
         now = datetime.datetime.now(datetime.timezone.utc)
         (self.room / "updates.log").write_text(json.dumps({
             "time": now.isoformat("T", "seconds"), "address": "192.0.2.1", "method": "POST",
@@ -138,18 +111,18 @@ class Interrupted(unittest.TestCase):
         }, separators=(",", ":")) + "\n")
 
     def start_again(self) -> None:
-        """The trees as they were made."""
+        """Restores the trees of make_trees()."""
         shutil.rmtree(self.trees, ignore_errors=True)
         shutil.copytree(self.original, self.trees, symlinks=True)
 
     def traced(self, command: Command, calls: str, *more: str) -> subprocess.CompletedProcess:
-        """Runs a command whose calls are counted, each kind and process by itself."""
+        """Runs a command under strace, which counts calls per kind and process."""
         only = ["-P", command.only] if command.only else []
-        return self.run_tool(command.arguments, "strace", "-f", "-qq", "-o", str(self.trace), *only,
-                             "-e", f"trace={calls}", *more)
+        strace = ["strace", "-f", "-qq", "-o", str(self.trace), *only, "-e", f"trace={calls}", *more]
+        return self.run_tool(*command.arguments, before=strace)
 
     def calls_of(self, command: Command, calls: str) -> Dict[str, int]:
-        """Runs the command to its end; how often a process of it makes each of these calls."""
+        """Runs the command; returns how often a process makes each of these calls."""
         done = self.traced(command, calls)
         self.assertEqual(done.returncode, 0, done.stderr)
         lines = [line.split(None, 1) for line in self.trace.read_text().splitlines()]
@@ -160,7 +133,7 @@ class Interrupted(unittest.TestCase):
                 for _, call in counts}
 
     def check(self, command: Command, calls: str, injection: str) -> None:
-        """Ends the command at one of its writes after the other, and repeats it."""
+        """Interrupts the command at each of its writes, and repeats it."""
         name = " ".join(command.arguments[:1] + command.arguments[2:4])
         changed = self.trees / command.changed
         self.start_again()
@@ -182,18 +155,18 @@ class Interrupted(unittest.TestCase):
         self.assertGreater(attempts, 0, name)
 
     def check_interrupted(self, command: Command, before: dict, after: dict) -> None:
-        """The tree is the old or the new one, and can be changed."""
+        """Verifies that the tree is the old or the new one and can be changed."""
         changed = self.trees / command.changed
         self.assertIn(self.without_orphans(tree_of(changed), before, after), (before, after))
-        self.succeed(command.arguments)
+        self.succeed(*command.arguments)
         # A repeat with nothing left to do leaves the cleaning up to the next change.
         if command.arguments[0] not in ("advance", "resume"):
             self.assertFalse((changed / ".publish").exists())
-        self.succeed(["verify", str(changed)])
+        self.succeed("verify", str(changed))
 
     @staticmethod
     def without_orphans(found: dict, before: dict, after: dict) -> dict:
-        """Without what the new tree has, too, and nothing leads to yet."""
+        """Without files that only the new tree refers to."""
         if found.get("check/now/releases.json") == after.get("check/now/releases.json"):
             return found
         return {
@@ -202,7 +175,7 @@ class Interrupted(unittest.TestCase):
         }
 
     def commands(self) -> List[Command]:
-        """Each command that changes a tree."""
+        """All commands that change a tree."""
         site = str(self.site)
         node, paused, beta = (str(self.trees / name) for name in ("node", "paused", "beta"))
         network = ["--network", "192.0.2.0/24"]
@@ -226,7 +199,7 @@ class Interrupted(unittest.TestCase):
 
 
 class Killed(Interrupted):
-    """SIGKILL."""
+    """SIGKILL at each write."""
 
     def test_killed_at_each_write(self) -> None:
         self.make_trees()
@@ -240,7 +213,7 @@ class Killed(Interrupted):
 
 
 class OutOfSpace(Interrupted):
-    """A full disk."""
+    """A full disk from each write on."""
 
     def test_disk_full_from_each_write_on(self) -> None:
         self.make_trees()
@@ -251,7 +224,7 @@ class OutOfSpace(Interrupted):
 
 
 class NotInterrupted(Interrupted):
-    """What each command does when nothing ends it."""
+    """Commands that are not interrupted."""
 
     def test_a_dry_run_writes_nothing(self) -> None:
         self.make_trees()
@@ -259,13 +232,13 @@ class NotInterrupted(Interrupted):
             with self.subTest(command.arguments[0]):
                 self.start_again()
                 before = self.times()
-                self.succeed([*command.arguments, "--dry-run"])
+                self.succeed(*command.arguments, "--dry-run")
                 self.assertEqual(self.times(), before)
-                self.succeed(command.arguments)
+                self.succeed(*command.arguments)
                 self.assertNotEqual(self.times(), before)
 
     def times(self) -> Dict[str, int]:
-        """When each file and folder of the trees was changed last, in nanoseconds."""
+        """The time of the last change of each file and folder, in nanoseconds."""
         paths = [self.trees, *self.trees.rglob("*")]
         return {str(path): path.lstat().st_mtime_ns for path in paths}
 
@@ -274,11 +247,11 @@ class NotInterrupted(Interrupted):
         names = []
         for share in ("10", "20"):
             self.start_again()
-            self.succeed(["rollout", str(self.site), "--version", "2.1.0", "--share", share])
+            self.succeed("rollout", str(self.site), "--version", "2.1.0", "--share", share)
             names.append(os.readlink(self.site / "check" / "now"))
         self.assertNotEqual(*names)
 
 
 if __name__ == "__main__":
-    TOOL = sys.argv.pop(1)
+    PublisherTest.tool = sys.argv.pop(1)
     unittest.main()

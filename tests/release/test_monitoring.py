@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """release/monitoring/: what the real mtail counts in the log of the real nginx, and what the real Prometheus, with the
 exporters that it asks, makes of it."""
 
@@ -15,9 +16,10 @@ import urllib.parse
 import urllib.request
 from pathlib import Path
 
-from nginxserver import CHECK_HEADERS, NginxServer, check_body, free_port, wait_until
+from nginxserver import CHECK_HEADERS, NginxServer, check_body
 from releasetree import ReleaseTree, package_id
 from shippedfiles import behind_load_balancer, changed, shipped
+from waiting import free_port, wait_until
 
 SERVE = ""
 PUBLISH = ""
@@ -32,7 +34,7 @@ METRIC = re.compile(r"\b(?:updates|probe|haproxy)_\w+\b|\bup\b")
 
 
 class Program:
-    """A program of Debian at work, until the end of the test."""
+    """A program that runs until the end of the test."""
 
     def __init__(self, test: unittest.TestCase, port: int, ready: str, *command: object, **environment: str):
         self.address = f"http://127.0.0.1:{port}"
@@ -55,13 +57,13 @@ class Program:
         wait_until(answers, f"{command[0]}")
 
     def get(self, path: str) -> str:
-        """What it answers."""
+        """The body of its answer."""
         with urllib.request.urlopen(self.address + path, timeout=60) as answer:
             return answer.read().decode()
 
 
 class Mtail(Program):
-    """mtail with the program that is shipped."""
+    """mtail with the shipped program."""
 
     def __init__(self, test: unittest.TestCase, log: Path):
         self.port = free_port()
@@ -84,7 +86,7 @@ class Mtail(Program):
 
 
 class Counted(unittest.TestCase):
-    """One node, and mtail on its log."""
+    """A node, and mtail on its log."""
 
     def setUp(self) -> None:
         room = Path(self.enterContext(tempfile.TemporaryDirectory()))
@@ -103,23 +105,23 @@ class Counted(unittest.TestCase):
         self.lines = 0
 
     def do(self, *arguments, **more) -> int:
-        """The status of a request, once its line is in the log: nginx's workers write theirs when they come to it."""
+        """The status of a request. Waits for its log line, because nginx may write it later."""
         status = self.server.request(*arguments, **more).status
         self.logged()
         return status
 
     def logged(self) -> None:
-        """Waits for one more line."""
+        """Waits for another line of the log."""
         self.lines += 1
         self.server.log_lines(self.lines)
 
     def check(self, version: str, address: str, path: str = "/check", **headers: str) -> int:
-        """A check through the load balancer that this test is."""
+        """A check, with this test as the load balancer."""
         headers = {**CHECK_HEADERS, "X-Forwarded-For": address, **headers}
         return self.do("POST", path, body=check_body(version), headers=headers)
 
     def wait_for_figures(self, total: int) -> dict:
-        """What mtail has counted when it has read so many lines."""
+        """The figures of mtail after it has read TOTAL lines."""
         def are_read() -> bool:
             return f'log_lines_total{{logfile="{self.log}"}} {total}\n' in self.mtail.get("/metrics")
         wait_until(are_read, f"{total} lines read")
@@ -185,7 +187,7 @@ class Counted(unittest.TestCase):
         self.check_bytes_and_seconds(figures)
 
     def check_bytes_and_seconds(self, figures: dict) -> None:
-        """The figures against the lines."""
+        """Compares the figures with the lines."""
         lines = [line for line in self.server.log_lines(self.lines) if line["address"] != "198.51.100.3"]
         sent = collections.Counter()
         for line in lines:
@@ -275,7 +277,7 @@ class Watched(unittest.TestCase):
         self.prometheus = self.start_prometheus()
 
     def start_prometheus(self) -> Program:
-        """With the files as they are shipped, but for the machines and the times."""
+        """Starts it with the shipped files, but other machines and times."""
         def fitted(name: str) -> str:
             text = (MONITORING / name).read_text(encoding="utf-8")
             text = re.sub(r"_interval: \d+s", "_interval: 1s", text)
@@ -304,12 +306,12 @@ class Watched(unittest.TestCase):
         )
 
     def ask(self, expression: str) -> list:
-        """What Prometheus makes of an expression."""
+        """The value of an expression."""
         answer = self.prometheus.get("/api/v1/query?" + urllib.parse.urlencode({"query": expression}))
         return json.loads(answer)["data"]["result"]
 
     def firing(self) -> set:
-        """The alarms."""
+        """The names of the current alarms."""
         return {row["metric"]["alertname"] for row in self.ask('ALERTS{alertstate="firing"}')}
 
     def test_figures_reach_the_dashboard_and_the_alarms(self) -> None:
@@ -341,7 +343,7 @@ class Watched(unittest.TestCase):
 
 
 class Files(unittest.TestCase):
-    """What the programs themselves check."""
+    """The checks that the programs offer."""
 
     def test_prometheus_and_its_exporter_take_their_files(self) -> None:
         room = Path(self.enterContext(tempfile.TemporaryDirectory()))

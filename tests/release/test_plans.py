@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Plans that advance by the logs, copies to nodes, and releases that move to another tree."""
 
 import contextlib
@@ -10,42 +11,21 @@ import pty
 import signal
 import subprocess
 import sys
-import tempfile
 import unittest
 from pathlib import Path
-from typing import List
 
-TOOL = ""
-TIME_LIMIT = 60  # seconds, for what takes a tenth of one
+from publishertest import TIME_LIMIT, PublisherTest
 
 
-class Tree(unittest.TestCase):
-    """Each test has a client's folder, notes and a tree with 2.0.0 for everybody."""
+class Tree(PublisherTest):
+    """Each test has a tree with 2.0.0 for everybody."""
 
     def setUp(self) -> None:
-        self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
-        (self.room / "client").mkdir()
-        (self.room / "client" / "a.txt").write_text("a" * 100)
-        (self.room / "zh.txt").write_text("新\n", encoding="utf-8")
-        (self.room / "en.txt").write_text("new\n", encoding="utf-8")
-        self.site = self.room / "site"
+        super().setUp()
         self.publish("2.0.0", "--share", "100")
 
-    def run_tool(self, *arguments: object, environment=None) -> subprocess.CompletedProcess:
-        """Runs it to its end."""
-        return subprocess.run(
-            [TOOL, *map(str, arguments)], capture_output=True, text=True, check=False,
-            timeout=TIME_LIMIT, env=environment,
-        )
-
-    def succeed(self, *arguments: object) -> str:
-        """What it prints."""
-        done = self.run_tool(*arguments)
-        self.assertEqual(done.returncode, 0, done.stderr)
-        return done.stdout
-
     def refused(self, *arguments: object) -> str:
-        """The one line with which it refuses."""
+        """Runs it, requires a refusal and returns its only line."""
         done = self.run_tool(*arguments)
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         lines = [line for line in done.stderr.splitlines() if "; " in line]
@@ -54,14 +34,10 @@ class Tree(unittest.TestCase):
 
     def publish(self, version: str, *more: str, site: Path = None) -> None:
         """Publishes the client."""
-        self.succeed(
-            "zip", "--client", self.room / "client", "--name", "Client", "--version", version,
-            "--update", "optional", "--notes-zh", self.room / "zh.txt",
-            "--notes-en", self.room / "en.txt", "--out", site or self.site, *more,
-        )
+        self.succeed(*self.zip(version, *more, site=site))
 
     def release(self, version: str, site: Path = None) -> dict:
-        """What the tree tells about a release."""
+        """The entry of a release in the list."""
         listed = json.loads(self.succeed("list", site or self.site, "--json"))
         return {release["version"]: release for release in listed["releases"]}[version]
 
@@ -77,7 +53,7 @@ class Plans(Tree):
         self.began = datetime.datetime.now(datetime.timezone.utc)
 
     def let_time_pass(self, **time: int) -> None:
-        """As if the plan and its step had begun earlier."""
+        """Makes the plan and its step begin earlier."""
         file = self.site / "check" / "now" / "releases.json"
         listed = json.loads(file.read_text())
         for release in listed["releases"]:
@@ -89,7 +65,7 @@ class Plans(Tree):
         file.write_text(json.dumps(listed))
 
     def line(self, number: int, seconds: int, **fields: str) -> str:
-        """One line of the log, from a network of its own."""
+        """A line of the log, from the network of this number."""
         entry = {
             "time": (self.began + datetime.timedelta(seconds=seconds)).isoformat("T", "seconds"),
             "address": f"10.{number // 250}.{number % 250}.1", "method": "POST", "path": "/check",
@@ -99,7 +75,7 @@ class Plans(Tree):
         return json.dumps({**entry, **fields}, separators=(",", ":")) + "\n"
 
     def download(self, number: int, seconds: int, version: str, completed: str = "OK") -> str:
-        """One download of a package."""
+        """A line with the download of a package."""
         return self.line(
             number, seconds, method="GET", path=f"/packages/Client-{version}.zip", version="",
             answer="", package="", completed=completed,
@@ -107,8 +83,8 @@ class Plans(Tree):
 
     def write_log(self, good: int, interrupted: int = 0, unchanged: int = 0,
                   before: int = 40) -> None:
-        """So many networks update, break off, or come back with the old version; and so many
-        downloaded the release before."""
+        """Writes a log of networks that update, break off or return with the old version, and of
+        earlier downloads."""
         checks, returns = [], []
         downloads = [self.download(number, 0, "2.0.0") for number in range(before)]
         for number in range(good + interrupted + unchanged):
@@ -122,7 +98,7 @@ class Plans(Tree):
         self.log.write_text("".join(checks + downloads + returns))
 
     def advance(self, *more: object) -> str:
-        """What the command prints."""
+        """The output of publish advance."""
         return self.succeed("advance", self.site, "--log", self.log, *more)
 
     def test_the_first_step_comes_into_force_at_once(self) -> None:
@@ -165,7 +141,7 @@ class Plans(Tree):
         self.publish("2.2.0", "--share", "100")
         self.log.write_text("")
         self.let_time_pass(days=9)
-        self.assertIn("because 2.2.0 is offered to everybody", self.advance())
+        self.assertIn("because 2.2.0 is offered to everyone", self.advance())
         self.assertEqual(self.release("2.1.0")["share"], 1)
 
     def test_several_plans_advance_by_the_same_logs(self) -> None:
@@ -258,7 +234,7 @@ class Plans(Tree):
         self.assertIn("2.1.0 stays at 1 %", self.advance())
 
     def lock(self) -> None:
-        """As if this process changed the tree."""
+        """Locks the tree, as a process that changes it does."""
         staging = self.site / ".publish"
         staging.mkdir()
         owner = Path("/proc/self/exe").resolve().name
@@ -273,13 +249,13 @@ class Plans(Tree):
         self.lock()
         at_once = '; "publish stop SITE" without --version works at once'
         stop = self.refused("stop", self.site, "--version", "2.1.0")
-        self.assertTrue(stop.endswith("; wait for its end" + at_once), stop)
+        self.assertTrue(stop.endswith("; wait until it has finished" + at_once), stop)
         self.assertNotIn(at_once, self.refused("resume", self.site, "--version", "2.1.0"))
         self.succeed("stop", self.site)
         self.assertTrue((self.site / "check" / "stop").exists())
 
     def has_opened_the_log(self, process: subprocess.Popen) -> bool:
-        """Whether the process reads the log now; it may open and close other files meanwhile."""
+        """Whether the process has the log open."""
         with contextlib.suppress(OSError):
             files = Path(f"/proc/{process.pid}/fd").iterdir()
             return any(file.resolve() == self.log.resolve() for file in files)
@@ -290,7 +266,7 @@ class Plans(Tree):
         self.let_time_pass(days=1)
         with self.log.open("a") as log:
             log.truncate(2**28)  # sparse, but it takes a while to read
-        command = [TOOL, "advance", self.site, "--log", self.log]
+        command = [self.tool, "advance", self.site, "--log", self.log]
         with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as advance:
             while not self.has_opened_the_log(advance):
                 self.assertIsNone(advance.poll(), "the log was read too fast")
@@ -323,7 +299,7 @@ class Plans(Tree):
         self.write_log(good=30)
         for command in (["report", self.log], ["advance", self.site, "--log", self.log]):
             ours, theirs = pty.openpty()
-            with subprocess.Popen([TOOL, *command], stdout=subprocess.DEVNULL,
+            with subprocess.Popen([self.tool, *command], stdout=subprocess.DEVNULL,
                                   stderr=theirs) as tool:
                 os.close(theirs)
                 self.assertEqual(tool.wait(TIME_LIMIT), 0)
@@ -353,7 +329,7 @@ class Plans(Tree):
     def test_a_plan_has_to_raise_the_share(self) -> None:
         self.succeed("rollout", self.site, "--version", "2.1.0", "--share", "50")
         refused = self.refused("rollout", self.site, "--version", "2.1.0", "--plan", "1% 1d, 50%")
-        self.assertIn("2.1.0 is offered to 50 % already; ", refused)
+        self.assertIn("2.1.0 is already offered to 50 %; ", refused)
         self.assertEqual(self.release("2.1.0")["plan"], "")
 
     def test_networks_with_a_later_release_have_not_stayed_old(self) -> None:
@@ -367,7 +343,7 @@ class Plans(Tree):
     def test_the_product_is_asked_for_where_logs_have_several(self) -> None:
         self.log.write_text(self.line(1, 1, path="/desk/check"))
         refused = self.refused("advance", self.site, "--log", self.log)
-        self.assertIn("; with several products name the tree's one with --product", refused)
+        self.assertIn("; if there are several products, name the one of the tree with --product", refused)
 
     def test_without_figures_nothing_changes(self) -> None:
         self.let_time_pass(days=2)
@@ -408,7 +384,7 @@ class Push(Tree):
         self.succeed("stop", self.site)
         self.succeed(*self.push)
         for node in self.nodes:
-            self.assertIn("keeps every rule", self.succeed("verify", node))
+            self.assertIn("follows every rule", self.succeed("verify", node))
             self.assertEqual(self.release("2.1.0", node)["share"], 1)
             self.assertTrue((node / "check" / "stop").exists())
             self.assertEqual(
@@ -425,7 +401,7 @@ class Push(Tree):
         package.write_bytes(package.read_bytes()[:-1] + b"x")
         self.publish("2.1.0")
         refused = self.refused(*self.push)
-        self.assertIn("node2/updates has Client-2.0.0.zip with other bytes", refused)
+        self.assertIn("node2/updates has Client-2.0.0.zip with different content", refused)
         self.assertFalse((self.nodes[0] / "packages" / "Client-2.1.0.zip").exists())
 
     def test_packages_reach_all_nodes_before_the_decisions_reach_one(self) -> None:
@@ -437,7 +413,7 @@ class Push(Tree):
     def test_a_node_that_cannot_be_reached_is_named(self) -> None:
         (self.room / "file").touch()
         refused = self.refused("push", self.site, self.room / "file" / "updates")
-        self.assertIn("file/updates: rsync ended with ", refused)
+        self.assertIn("file/updates: rsync failed with exit code ", refused)
 
     def test_a_stop_reaches_the_others_when_a_node_cannot_be_reached(self) -> None:
         self.succeed(*self.push)
@@ -474,7 +450,7 @@ class Push(Tree):
         for node in self.nodes:
             node.mkdir(parents=True)
         self.nodes[0].chmod(0o775)
-        subprocess.run([TOOL, *map(str, self.push)], check=True, timeout=TIME_LIMIT, umask=0o077)
+        subprocess.run([self.tool, *map(str, self.push)], check=True, timeout=TIME_LIMIT, umask=0o077)
         self.assertEqual(self.nodes[0].stat().st_mode & 0o777, 0o775)
         copied = [path for path in self.nodes[0].rglob("*") if not path.is_symlink()]
         self.assertTrue(copied)
@@ -496,7 +472,7 @@ class Push(Tree):
         self.assertFalse(self.nodes[0].exists())
 
     def through_ssh(self, *nodes: str) -> subprocess.CompletedProcess:
-        """Pushes through a stand-in that greets, notes its host and runs all but "dead"."""
+        """Replaces ssh by a script that prints a greeting, records the host and fails for "dead"."""
         ssh = self.room / "ssh"
         ssh.write_text(
             f"#!/bin/sh\necho Welcome >&2\necho \"$1\" >>'{self.room}/hosts'\n"
@@ -515,12 +491,12 @@ class Push(Tree):
             set((self.room / "hosts").read_text().split()), {"2001:db8::1", "node2"}
         )
         for node in (folder, self.nodes[1]):
-            self.assertIn("keeps every rule", self.succeed("verify", node))
+            self.assertIn("follows every rule", self.succeed("verify", node))
 
     def test_the_reason_of_a_failure_is_told(self) -> None:
         done = self.through_ssh(f"node1:{self.nodes[0]}", "dead:/srv/updates")
         self.assertEqual(done.returncode, 1)
-        self.assertIn("dead:/srv/updates: rsync ended with ", done.stderr)
+        self.assertIn("dead:/srv/updates: rsync failed with exit code ", done.stderr)
         self.assertIn("ssh: no route to host", done.stderr)
         self.assertFalse(self.nodes[0].exists())
 
@@ -536,11 +512,11 @@ class Push(Tree):
             subprocess.run(["sh", "-c", command], check=True, timeout=TIME_LIMIT)
             for node in self.nodes:
                 self.assertTrue((node / "check" / "now" / "releases.json").exists(), command)
-        self.assertIn("keeps every rule", self.succeed("verify", self.nodes[1]))
+        self.assertIn("follows every rule", self.succeed("verify", self.nodes[1]))
         for package in self.nodes[0].glob("check/answers/*/*"):
             package.unlink()
         self.succeed(*self.push)
-        self.assertIn("keeps every rule", self.succeed("verify", self.nodes[0]))
+        self.assertIn("follows every rule", self.succeed("verify", self.nodes[0]))
 
 
 class Promote(Tree):
@@ -561,7 +537,7 @@ class Promote(Tree):
         package.write_bytes(package.read_bytes()[:-1] + b"x")
         other = self.room / "other"
         refused = self.refused("promote", self.site, other, "--version", "2.0.0")
-        self.assertIn("is damaged; publish it again", refused)
+        self.assertIn("is damaged; publish the release again", refused)
         self.assertFalse(other.exists())
 
     def test_an_unknown_version_is_refused(self) -> None:
@@ -597,13 +573,13 @@ class Bandwidth(Tree):
         rollout = ["rollout", self.site, "--version", "2.1.0", "--clients", "1000000"]
         done = self.run_tool(*rollout, "--share", "100", "--link-gbit", "100")
         self.assertEqual(done.returncode, 0)
-        self.assertIn("may need 111.1 Gbit/s, and the line has 100; ", done.stderr)
+        self.assertIn("may need 111.1 Gbit/s, but only 100 are available; ", done.stderr)
         done = self.run_tool(*rollout, "--share", "5", "--link-gbit", "10")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
 
 
 class Others(Tree):
-    """The commands whose work is tested elsewhere, as they are called."""
+    """How commands are called whose work is tested elsewhere."""
 
     def test_list_tells_every_release(self) -> None:
         self.publish("2.1.0")
@@ -632,5 +608,5 @@ class Others(Tree):
 
 
 if __name__ == "__main__":
-    TOOL = sys.argv.pop(1)
+    PublisherTest.tool = sys.argv.pop(1)
     unittest.main()

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""The publisher's tool as a release engineer runs it: lines, exit codes, and how it ends early."""
+# SPDX-License-Identifier: MIT
+"""The publishing tool on the command line: its output, exit codes and interruptions."""
 
 import fcntl
 import hashlib
@@ -25,7 +26,7 @@ Snapshot = Dict[str, Optional[bytes]]
 
 
 def snapshot(folder: Path) -> Snapshot:
-    """Every file below the folder with its content, every folder with None."""
+    """All files below the folder with their contents, and folders with None."""
     return {
         str(path.relative_to(folder)): None if path.is_dir() else path.read_bytes()
         for path in folder.rglob("*")
@@ -33,7 +34,7 @@ def snapshot(folder: Path) -> Snapshot:
 
 
 def served(folder: Path) -> Snapshot:
-    """What of a tree a web server would hand out."""
+    """The files of a tree that a web server would serve."""
     return {
         path: content for path, content in snapshot(folder).items() if not path.startswith(".")
     }
@@ -54,7 +55,7 @@ class Publish(unittest.TestCase):
         (self.room / "en.txt").write_text("new\n", encoding="utf-8")
 
     def command(self, version: str = "2.1.3", *more: str) -> List[str]:
-        """What publishes the client."""
+        """The arguments that publish the client."""
         # fmt: off
         return [
             TOOL, "zip", "--client", str(self.client), "--name", "Client", "--version", version,
@@ -66,7 +67,7 @@ class Publish(unittest.TestCase):
     def run_tool(
         self, command: List[str], before: Optional[Callable[[], None]] = None
     ) -> subprocess.CompletedProcess:
-        """Runs it to its end."""
+        """Runs the tool and returns its result."""
         # A process of its own whose limits can be lowered.
         return subprocess.run(  # pylint: disable=subprocess-popen-preexec-fn
             command,
@@ -86,14 +87,14 @@ class Publish(unittest.TestCase):
         return self.site / "check" / "answers" / version / f"Client-{version}.zip.json"
 
     def make_client_large(self) -> None:
-        """Gives the client data that takes a while to pack."""
+        """Gives the client data that takes a while to compress."""
         noise = os.urandom(1 << 20)
         text = b"".join(b"%02x" % byte for byte in noise)
         for number in range(15):
             (self.client / f"{number}.txt").write_bytes(text)
 
     def start_and_wait_for_half_a_package(self) -> subprocess.Popen:
-        """Starts publishing a large client, and returns in the middle of it."""
+        """Starts publishing a large client and returns before the end."""
         self.make_client_large()
         # Whoever waits for its end sees it, so the test does what it says.
         tool = subprocess.Popen(  # pylint: disable=consider-using-with
@@ -108,21 +109,21 @@ class Publish(unittest.TestCase):
         return tool
 
     def succeed(self, *arguments: object) -> str:
-        """What a command on the tree prints."""
+        """The output of a command on the tree."""
         command, *more = map(str, arguments)
         done = self.run_tool([TOOL, command, str(self.site), *more])
         self.assertEqual(done.returncode, 0, done.stderr)
         return done.stdout
 
     def refused(self, *arguments: object) -> str:
-        """Why a command on the tree is refused."""
+        """The refusal of a command on the tree."""
         command, *more = map(str, arguments)
         done = self.run_tool([TOOL, command, str(self.site), *more])
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         return done.stderr
 
     def listed(self) -> dict:
-        """The newest release, as "list" tells."""
+        """The newest release in the output of "list"."""
         return json.loads(self.succeed("list", "--json"))["releases"][0]
 
     def test_publishing_again_does_not_change_the_share(self) -> None:
@@ -152,7 +153,7 @@ class Publish(unittest.TestCase):
         self.publish("2.1.3", "--share", "100")
         self.succeed("stop", "--version", "2.1.3")
         self.assertEqual(self.succeed("resume"),
-                         f"{self.site}: there was no stop of everything\n"
+                         f"{self.site}: the offers were not stopped\n"
                          "2.1.3 stays stopped; resume it with --version 2.1.3\n")
         self.succeed("resume", "--version", "2.1.3")
         self.assertTrue(self.listed()["offered"])
@@ -188,7 +189,7 @@ class Publish(unittest.TestCase):
     def test_a_tree_is_not_pushed_into_itself(self) -> None:
         self.publish()
         for node in (self.site, self.site / "sub"):
-            self.assertIn(f'"{node}" lies in the tree; ', self.refused("push", node))
+            self.assertIn(f'"{node}" is in the tree; ', self.refused("push", node))
         self.assertFalse((self.site / "sub").exists())
         self.succeed("push", f"{self.site}-2")
 
@@ -208,7 +209,7 @@ class Publish(unittest.TestCase):
         self.assertIn(hashlib.md5(package.read_bytes()).hexdigest(), done.stdout)
         verified = self.run_tool([TOOL, "verify", str(self.site)])
         self.assertEqual(verified.returncode, 0, verified.stderr)
-        self.assertIn("keeps every rule", verified.stdout)
+        self.assertIn("follows every rule", verified.stdout)
 
     def test_other_programs_read_the_package(self) -> None:
         # Stored and packed files, an empty one, and more than one piece of the packer.
@@ -265,7 +266,7 @@ class Publish(unittest.TestCase):
         self.assertEqual(refused.stdout, "")
         lines = refused.stderr.splitlines()
         self.assertEqual(len(lines), 3, refused.stderr)
-        for line, advice in zip(lines, ["put what it points to", "rename it", 'write "and"']):
+        for line, advice in zip(lines, ["replace it with what it points to", "rename it", 'write "and"']):
             self.assertTrue(line.startswith("publish: "), line)
             self.assertIn(advice, line)
         self.assertFalse(self.site.exists())
@@ -311,7 +312,7 @@ class Publish(unittest.TestCase):
             large.truncate(2**31)  # takes no room
         refused = self.publish()
         self.assertEqual(refused.returncode, 1)
-        self.assertIn("large: 2147483648 bytes, and the updater takes files", refused.stderr)
+        self.assertIn("large: the file has 2147483648 bytes, but the updater accepts", refused.stderr)
         self.assertIn("at most 2147483647;", refused.stderr)
         self.assertNotIn("changed", refused.stderr)
         self.assertFalse(self.site.exists())
@@ -573,7 +574,7 @@ class Publish(unittest.TestCase):
         tool = self.start_and_wait_for_half_a_package()
         second = self.publish("2.3.0")
         self.assertEqual(second.returncode, 1)
-        self.assertIn("another process changes this tree", second.stderr)
+        self.assertIn("another process is changing this tree", second.stderr)
         _, errors = tool.communicate(timeout=TIME_LIMIT)
         self.assertEqual(tool.returncode, 0, errors)
         self.assertEqual(self.run_tool([TOOL, "verify", str(self.site)]).returncode, 0)

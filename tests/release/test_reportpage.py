@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The page of the report in a real browser: complete, harmless whatever is in the logs, and readable."""
 
 import html
@@ -17,12 +18,12 @@ BROWSER = "chromium"
 TIME_LIMIT = 120  # seconds, for what takes two
 NARROW, WIDE = 340, 1200  # pixels
 
-# What anybody can make nginx write.
+# Text that any client can put into the log.
 HOSTILE_VERSION = "<script>document.title='hit'</script>"
 HOSTILE_PACKAGE = "<img src=x onerror=alert()>&amp;%1.zip"
 HOSTILE_PRODUCT = "--><svg onload=alert()>"
 
-# In the page itself, so that it sees the widths that the layout has there.
+# Runs in the page, so that it sees the widths of the layout.
 MEASURE = """
 <script>
 const box = element => {
@@ -61,7 +62,7 @@ def line(time: str, method: str, path: str, **more: object) -> str:
 
 
 def ordinary_log() -> str:
-    """Three weeks with two releases, each day with many checks."""
+    """A log of three weeks with two releases and many checks per day."""
     text = ""
     for day in range(1, 22):
         version = "2.1.3" if day > 10 else "2.1.2"
@@ -77,7 +78,7 @@ def ordinary_log() -> str:
 
 
 def hostile_log() -> str:
-    """Markup wherever a text of a client or a file name gets into the page."""
+    """A log with markup in every text that reaches the page."""
     offer = {"version": HOSTILE_VERSION, "answer": "<b>9</b>", "package": HOSTILE_PACKAGE}
     return (
         line("01T08:00:00", "POST", f"/{HOSTILE_PRODUCT}/check", **offer)
@@ -99,7 +100,7 @@ class Elements(HTMLParser):
         self.found.append((tag, dict(attrs)))
 
     def names(self) -> List[str]:
-        """One for each element."""
+        """The name of each element."""
         return [name for name, _ in self.found]
 
     def attributes(self, name: str) -> List[str]:
@@ -108,20 +109,20 @@ class Elements(HTMLParser):
 
 
 class ReportPage(unittest.TestCase):
-    """Each test has a log, its page, and a browser with a profile of its own."""
+    """Each test has a log, its page and a browser with a private profile."""
 
     def setUp(self) -> None:
         self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
 
     def page_of(self, log: str) -> str:
-        """The page about it."""
+        """The page for a log."""
         (self.room / "updates.log").write_text(log, encoding="utf-8")
         command = [TOOL, "report", str(self.room / "updates.log"), "--html", str(self.room / "page.html")]
         subprocess.run(command, check=True, capture_output=True, timeout=TIME_LIMIT)
         return (self.room / "page.html").read_text(encoding="utf-8")
 
     def opened(self, page: str, *options: str) -> str:
-        """What the browser makes of a page from disk: its document after loading, as HTML."""
+        """The document of the loaded page as HTML."""
         file = self.room / "opened.html"
         file.write_text(page, encoding="utf-8")
         # fmt: off
@@ -134,7 +135,7 @@ class ReportPage(unittest.TestCase):
         return run.stdout
 
     def measured(self, page: str, width: int, *options: str) -> Dict:
-        """What MEASURE finds where the page has this width; its tables are unfolded."""
+        """The result of MEASURE in a page of this width with unfolded tables."""
         without_policy = re.sub('<meta http-equiv="Content-Security-Policy"[^>]*>', "", page)
         unfolded = without_policy.replace("<details>", "<details open>")
         frame = html.escape(unfolded.replace("</body>", MEASURE + "</body>"))

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Whom nginx offers which release, while publish rolls releases out and takes them back."""
+# SPDX-License-Identifier: MIT
+"""Who is offered which release by nginx while releases are rolled out and taken back."""
 
 import contextlib
 import datetime
@@ -19,11 +20,12 @@ import nginxserver
 from nginxserver import CHECK_HEADERS, NginxServer, check_body, decision
 from releasetree import ReleaseTree, package_id
 from shippedfiles import behind_load_balancer, changed, shipped
+from waiting import wait_until
 
 SERVE = ""
 PUBLISH = ""
 
-# A share that leaves nearly everybody out, for releases that are for some versions or networks.
+# A share that leaves nearly everybody out, for releases to some versions or networks.
 LEAST = "0.1"
 
 
@@ -35,18 +37,18 @@ class Served(unittest.TestCase):
         self.tree = ReleaseTree(PUBLISH, self.room)
 
     def start(self, **replaced: str) -> NginxServer:
-        """nginx with these texts in the place of shipped files."""
+        """Starts nginx with these texts instead of shipped files."""
         return self.enterContext(NginxServer(SERVE, self.tree.folder, self.room, **replaced))
 
     def offers(self, server: NginxServer, addresses: list, version: str = "2.0.1") -> list:
-        """What clients of one version are offered, by the load balancer's word on who they are."""
+        """The decisions for clients of one version, with addresses from the load balancer."""
         with ThreadPoolExecutor(8) as clients:
             return list(clients.map(
                 lambda address: server.check(version, forwarded=address), addresses
             ))
 
     def assert_offers(self, server: NginxServer, offers: dict) -> None:
-        """What the clients of these versions are offered."""
+        """The decisions for clients of these versions."""
         self.assertEqual({version: server.check(version) for version in offers}, offers)
 
 
@@ -197,7 +199,7 @@ class Networks(Served):
     """Networks that get a release whatever its share."""
 
     def start_behind_load_balancer(self) -> NginxServer:
-        """nginx that takes 127.0.0.1's word for where a client is."""
+        """Starts nginx that trusts 127.0.0.1 for the address of the client."""
         return self.start(clients=behind_load_balancer("127.0.0.1"))
 
     def test_everybody_in_a_network_is_offered_the_release(self) -> None:
@@ -330,7 +332,7 @@ class TakingBack(Served):
 
 
 class Damage(Served):
-    """A tree that cannot be read as publish left it."""
+    """A damaged tree."""
 
     def setUp(self) -> None:
         super().setUp()
@@ -341,13 +343,13 @@ class Damage(Served):
         self.server = self.start()
 
     def restore(self) -> None:
-        """The tree as publish left it, which offers the release."""
+        """Restores the tree, which offers the release."""
         shutil.rmtree(self.tree.folder)
         shutil.copytree(self.sound, self.tree.folder, symlinks=True)
         self.assertEqual(self.server.check("2.0.1"), "2.1.3")
 
     def check_damaged(self) -> None:
-        """Nothing is newer, whether or not the file that tells it is there."""
+        """Verifies that nothing newer is offered, with or without the file that says so."""
         none = self.tree.check / "none.json"
         for damage in (None, *DAMAGES):
             if damage is not None:
@@ -417,7 +419,7 @@ class Damage(Served):
 
 
 def remove(path: Path) -> None:
-    """Whatever it is: a file, a link, a folder with all that is in it."""
+    """Removes a file, a link or a folder with its content."""
     if path.is_dir() and not path.is_symlink():
         shutil.rmtree(path)
     else:
@@ -425,25 +427,25 @@ def remove(path: Path) -> None:
 
 
 def put_garbage(path: Path) -> None:
-    """A file of no meaning in its place."""
+    """Replaces it by a meaningless file."""
     remove(path)
     path.write_bytes(b"\0garbage")
 
 
 def put_folder(path: Path) -> None:
-    """An empty folder in its place."""
+    """Replaces it by an empty folder."""
     remove(path)
     path.mkdir()
 
 
 def put_loop(path: Path) -> None:
-    """A link in its place that can never be followed to an end."""
+    """Replaces it by an endless link."""
     remove(path)
     path.symlink_to(path.name)
 
 
 def put_dead_link(path: Path) -> None:
-    """A link in its place that leads nowhere."""
+    """Replaces it by a dangling link."""
     remove(path)
     path.symlink_to("nowhere")
 
@@ -464,7 +466,7 @@ class Products(unittest.TestCase):
         self.server = self.enterContext(NginxServer(SERVE, self.root, room))
 
     def check(self, product: str, version: str = "1.0") -> str:
-        """What a client of this product is offered."""
+        """The decision for a client of this product."""
         return self.server.check(version, path=f"/{product}/check")
 
     def test_each_has_releases_of_its_own(self) -> None:
@@ -543,7 +545,7 @@ class Changes(Served):
         self.node = self.room / "node"
 
     def ask_all_the_time(self, server: NginxServer) -> int:
-        """Checks over a connection that is kept; how many there were."""
+        """Checks on one connection; returns their number."""
         count = 0
         with contextlib.closing(server.connection()) as connection:
             while not self.is_over.is_set():
@@ -557,7 +559,7 @@ class Changes(Served):
         return count
 
     def do(self, right: str, command: str, version: str, *options: str) -> None:
-        """Changes the tree, after which this is the right decision."""
+        """Changes the tree to one with this decision."""
         self.decisions.append(right)
         self.begun += 1
         if command == "publish":
@@ -596,13 +598,13 @@ class Changes(Served):
                 "--plan", f"{LEAST}% 1d, 100%")
         log = self.room / "work" / "updates.log"
         # nginx keeps its lines back for up to a second.
-        nginxserver.wait_until(lambda: '"answer":"3.0.0"' in log.read_text(), "a logged offer")
+        wait_until(lambda: '"answer":"3.0.0"' in log.read_text(), "a logged offer")
         self.do(former, "rollout", "3.0.0", "--network", "none")
         self.let_a_day_pass()
         self.do("3.0.0", "advance", "", "--log", str(log))
 
     def let_a_day_pass(self) -> None:
-        """As if the plan had begun a day earlier."""
+        """Makes the plan begin a day earlier."""
         file = self.tree.check / "now" / "releases.json"
         listed = json.loads(file.read_text())
         for key in ("planBegan", "stepBegan"):
@@ -612,7 +614,7 @@ class Changes(Served):
         file.write_text(json.dumps(listed))
 
     def push_changes(self) -> None:
-        """Every kind of difference between a tree and its node."""
+        """All kinds of differences between a tree and its node."""
         push = ("", str(self.node))
         former = "2.1.0"
         copy = self.room / "copy"
@@ -644,7 +646,7 @@ class Changes(Served):
         self.ask_during(self.push_changes, self.node)
 
     def ask_during(self, change: Callable[[], None], folder: Path) -> None:
-        """Checks of the tree in this folder while it is changed."""
+        """Checks the tree in this folder while it is changed."""
         often = changed(shipped("clients.conf"), "updates_checks:32m rate=20r/s",
                         "updates_checks:32m rate=100000r/s")
         server = self.enterContext(NginxServer(SERVE, folder, self.room, clients=often))

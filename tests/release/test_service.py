@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""What updaters, and whoever else calls, get from the nginx of release/nginx/."""
+# SPDX-License-Identifier: MIT
+"""What updaters and other clients get from the nginx of release/nginx/."""
 
 import shutil
 import ssl
@@ -14,6 +15,7 @@ import nginxserver
 from nginxserver import NginxServer, check_body, decision
 from releasetree import ReleaseTree, package_id
 from shippedfiles import changed, shipped
+from waiting import free_port
 
 SERVE = ""
 PUBLISH = ""
@@ -21,7 +23,7 @@ PACKAGE_PATH = f"/packages/{package_id('2.1.3')}"
 
 
 class ServedTree(unittest.TestCase):
-    """One nginx with the files as they are shipped, for the tests that change nothing."""
+    """One nginx with the shipped files, for tests that change nothing."""
 
     @classmethod
     def setUpClass(cls) -> None:
@@ -59,7 +61,7 @@ class Check(ServedTree):
         self.check_headers(answer)
 
     def check_headers(self, answer: nginxserver.Answer) -> None:
-        """Those of an answer to a check, and no others."""
+        """Verifies the headers of an answer to a check."""
         headers = dict(answer.headers)
         self.assertTrue(headers.pop("Date"))
         self.assertTrue(headers.pop("Last-Modified"))
@@ -121,7 +123,7 @@ class Packages(ServedTree):
         self.package = self.tree.package("2.1.3").read_bytes()
 
     def get(self, **headers: str) -> nginxserver.Answer:
-        """The package, with underscores of header names for dashes."""
+        """Gets the package with these headers, whose names have underscores for dashes."""
         named = {name.replace("_", "-"): text for name, text in headers.items()}
         return self.server.request("GET", PACKAGE_PATH, headers=named)
 
@@ -166,7 +168,7 @@ class Packages(ServedTree):
 
 
 class FreshServer(unittest.TestCase):
-    """Each test starts an nginx of its own."""
+    """Each test starts its own nginx."""
 
     def setUp(self) -> None:
         self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
@@ -174,7 +176,7 @@ class FreshServer(unittest.TestCase):
         self.tree.publish("2.1.3", "--share", "100")
 
     def start(self, *options: str, **replaced: str) -> NginxServer:
-        """nginx with these options and these texts in the place of shipped files."""
+        """Starts nginx with these options, and with these texts instead of shipped files."""
         return self.enterContext(
             NginxServer(SERVE, self.tree.folder, self.room, *options, **replaced)
         )
@@ -249,7 +251,7 @@ class Log(FreshServer):
 
 
 class Limits(FreshServer):
-    """How often one network may ask."""
+    """The limits per network."""
 
     def test_who_asks_too_often_is_turned_away_and_others_are_not(self) -> None:
         slow = changed(shipped("clients.conf"), "updates_checks:32m rate=20r/s",
@@ -273,10 +275,10 @@ class Limits(FreshServer):
 
 
 class Health(FreshServer):
-    """GET /health, by which a load balancer finds the nodes that answer checks."""
+    """GET /health, by which a load balancer finds working nodes."""
 
     def health(self, path: str = "/health") -> int:
-        """The status that a load balancer gets."""
+        """The status for a load balancer."""
         return self.server.request("GET", path).status
 
     def test_it_tells_whether_the_tree_can_be_read(self) -> None:
@@ -329,17 +331,17 @@ class Health(FreshServer):
         self.assertEqual(self.health("/anything/health"), 404)
 
     def test_it_tells_whether_checks_can_be_decided(self) -> None:
-        nobody = f"http://127.0.0.1:{nginxserver.free_port()}"
+        nobody = f"http://127.0.0.1:{free_port()}"
         lost = changed(shipped("inner.conf"), "http://updates_decision", nobody)
         server = self.start(inner=lost)
         self.assertEqual(server.request("GET", "/health").status, 503)
 
 
 class Serve(FreshServer):
-    """scripts/serve as a tool."""
+    """scripts/serve on the command line."""
 
     def refusal(self, *arguments: object) -> str:
-        """The one line with which it ends."""
+        """Its only line of output when it refuses."""
         result = subprocess.run([SERVE, *arguments], capture_output=True, text=True, check=False)
         self.assertNotEqual(result.returncode, 0)
         self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
@@ -366,7 +368,7 @@ class Serve(FreshServer):
         server = self.start()
         line = self.refusal(self.tree.folder, "--port", str(server.port), "--work", self.room / "other")
         self.assertIn("is taken", line)
-        other_port = str(nginxserver.free_port())
+        other_port = str(free_port())
         line = self.refusal(self.tree.folder, "--port", other_port, "--work", server.work)
         self.assertIn("serves from", line)
         self.assertEqual(server.check("1.0.0"), "2.1.3")
@@ -388,7 +390,7 @@ class Serve(FreshServer):
         self.assertEqual(*certificates)
 
     def test_packages_can_be_had_without_trusting_the_certificate(self) -> None:
-        plain_port = nginxserver.free_port()
+        plain_port = free_port()
         server = self.start("--plain-port", str(plain_port))
         address = f"http://localhost:{plain_port}/packages/"
         self.assertIn(f'"updatePackageUrl": "{address}"', server.output.read_text())

@@ -1,4 +1,5 @@
-#include "release/publish/accesslog.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/statistics/accesslog.h"
 
 #include <QTest>
 
@@ -12,7 +13,7 @@ constexpr AccessLogEntry::Kind check = AccessLogEntry::Check;
 constexpr AccessLogEntry::Kind download = AccessLogEntry::Download;
 constexpr AccessLogEntry::Kind head = AccessLogEntry::PackageHead;
 
-// As nginx writes them.
+// Lines as nginx writes them.
 const char *const checkLine =
     R"({"time":"2026-11-21T05:31:49+00:00","address":"192.0.2.7","method":"POST","path":"/check",)"
     R"("status":"200","bytes":715,"seconds":0.001,"completed":"OK","version":"2.0.1",)"
@@ -24,7 +25,7 @@ const char *const downloadLine =
 
 constexpr qint64 firstSecond = 1795239109; // of checkLine: date -u -d '2026-11-21 05:31:49' +%s
 
-/// What an entry holds, with texts of its own.
+/// A copy of an entry with its own texts.
 struct Entry {
     bool isParsed;
     AccessLogEntry entry;

@@ -1,5 +1,6 @@
-#include "release/publish/commandline.h"
-#include "release/publish/releaselist.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/commandline/commandline.h"
+#include "release/publish/tree/releaselist.h"
 
 #include <QTest>
 
@@ -13,8 +14,10 @@ QStringList Words(const char *text)
 
 const char *const wholeZip = "zip --client c --name Client --version 2 --update forced "
                              "--notes-zh zh --notes-en en --out site";
+const char *const wholeInstaller = "installer --file s.exe --version 2 --update optional "
+                                   "--notes-zh zh --notes-en en --out o";
 
-/// Characters of a row of help, so that it fits into a window of usual width.
+/// The width of help in characters, so that it fits into a usual terminal.
 constexpr int kWidestHelp = 120;
 
 } // namespace
@@ -25,6 +28,7 @@ class TestCommandLine : public QObject
 
 private slots:
     void zip();
+    void signaturesAreRequiredOnRequest();
     void shorterVersionsAreAllowedOnRequest();
     void excludedIsWhatIsGivenAndTheUsual();
     void versionOfTheToolIsNoRequest();
@@ -107,11 +111,23 @@ void TestCommandLine::updaterIsAllowedOnRequest()
     }
 }
 
+void TestCommandLine::signaturesAreRequiredOnRequest()
+{
+    for (const QStringList &command :
+         {Words(wholeZip), Words(wholeInstaller), Words("verify site")}) {
+        QVERIFY(!ReadCommandLine(command).request.signature.isRequired);
+        const CommandLine line = ReadCommandLine(
+            command + Words("--require-signature --signer Norvane --authorities ca.pem"));
+        QCOMPARE(line.error, QString());
+        QVERIFY(line.request.signature.isRequired);
+        QCOMPARE(line.request.signature.signer, QStringLiteral("Norvane"));
+        QCOMPARE(line.request.signature.authorities, QStringLiteral("ca.pem"));
+    }
+}
+
 void TestCommandLine::shorterVersionsAreAllowedOnRequest()
 {
-    for (const char *command :
-         {wholeZip, "installer --file s.exe --version 2 --update optional --notes-zh zh "
-                    "--notes-en en --out o"}) {
+    for (const char *command : {wholeZip, wholeInstaller}) {
         QVERIFY(!ReadCommandLine(Words(command)).request.allowShorterVersion);
         const CommandLine line = ReadCommandLine(Words(command) + Words("--allow-shorter-version"));
         QCOMPARE(line.error, QString());
@@ -210,7 +226,7 @@ void TestCommandLine::limitsAreNumbers()
                                   "--link-gbit inf --clients 9"}) {
         const CommandLine line =
             ReadCommandLine(Words("rollout site --version 2 --share 1") + Words(bandwidth));
-        QVERIFY2(line.error.contains(QLatin1String("two numbers that go together")), bandwidth);
+        QVERIFY2(line.error.contains(QLatin1String("must be given together")), bandwidth);
     }
 }
 
@@ -255,12 +271,14 @@ void TestCommandLine::wrongOnes_data()
         QTest::newRow(qPrintable(name + QStringLiteral(" without a value")))
             << Words(wholeZip) + QStringList{name, QString()} << name;
     }
+    QTest::newRow("signer without the demand")
+        << Words("verify site --signer Norvane") << "--signer NAME goes with --require-signature";
     QTest::newRow("stop of no version")
         << Words("stop site --version") + QStringList{QString()} << "--version VERSION is empty";
     for (const char *pattern : {"/a", "[a"}) {
         QTest::newRow(qPrintable(QStringLiteral("pattern \"%1\"").arg(QLatin1String(pattern))))
             << Words(wholeZip) + QStringList{QStringLiteral("--exclude"), QLatin1String(pattern)}
-            << QStringLiteral("\"%1\" is no pattern of names").arg(QLatin1String(pattern));
+            << QStringLiteral("\"%1\" is not a pattern for file names").arg(QLatin1String(pattern));
     }
     QTest::newRow("resume of no version")
         << Words("resume site --version") + QStringList{QString()} << "--version VERSION is empty";

@@ -1,4 +1,7 @@
-#include "release/publish/configcheck.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/checking/configcheck.h"
+
+#include "config/global.h"
 #include "tests/docs/document.h"
 #include "tests/release/vendor.h"
 #include "tests/support/testhome.h"
@@ -17,12 +20,12 @@
 namespace
 {
 
-constexpr Global::PackageKind kZip = Global::ZipPackage;
-constexpr Global::PackageKind kInstaller = Global::InstallerPackage;
+constexpr ServiceContract::PackageKind kZip = ServiceContract::ZipPackage;
+constexpr ServiceContract::PackageKind kInstaller = ServiceContract::InstallerPackage;
 
 const char kClientConfig[] = R"({"client": {"version": "1.0.0"}})";
 
-/// A configuration that keeps every rule.
+/// A configuration that breaks no rule.
 QJsonObject GoodConfig()
 {
     return {{QStringLiteral("appConfigFile"), QStringLiteral("~version/version.json")},
@@ -36,7 +39,7 @@ QJsonObject GoodConfig()
              QStringLiteral("https://updates.norvane.net/packages/")}};
 }
 
-/// GoodConfig() with @p value under @p key; without the key when the value is undefined.
+/// GoodConfig() with @p value for @p key; without the key when the value is undefined.
 QJsonObject With(const char *key, const QJsonValue &value)
 {
     QJsonObject config = GoodConfig();
@@ -54,7 +57,7 @@ QStringList Words(const char *text)
     return QString::fromLatin1(text).split(QLatin1Char(' '), Qt::SkipEmptyParts);
 }
 
-/// Every finding is one line that tells how to fix what it finds, with nothing left to fill in.
+/// Verifies that every finding is one complete line that says how to fix it.
 bool AreWhole(const Findings &findings)
 {
     return std::all_of(findings.cbegin(), findings.cend(), [](const Finding &finding) {
@@ -65,7 +68,7 @@ bool AreWhole(const Findings &findings)
     });
 }
 
-/// A client's folder as it ships, with the updater in it, that keeps every rule.
+/// The folder of a client as it ships, with the updater, that breaks no rule.
 class ShippedClient
 {
 public:
@@ -95,7 +98,7 @@ public:
 
     void Rename(const char *name, const char *newName) const
     {
-        // In two steps: to Windows another letter case is the same name.
+        // In two steps, because Windows ignores the case of names.
         QDir folder(Path());
         const QString between = QLatin1String(name) + QStringLiteral(".renamed");
         if (!folder.rename(QLatin1String(name), between) ||
@@ -104,7 +107,7 @@ public:
     }
 
     Outcome Check(const char *file = "AutoUpdate/updateconfig.json",
-                  Global::PackageKind packages = kZip) const
+                  ServiceContract::PackageKind packages = kZip) const
     {
         return CheckConfig({Path(QLatin1String(file)), Path(), packages});
     }
@@ -116,7 +119,7 @@ private:
 using Change = std::function<void(const ShippedClient &)>;
 
 /// What is found in a file of that content alone.
-Outcome CheckText(const QByteArray &text, Global::PackageKind packages = kZip)
+Outcome CheckText(const QByteArray &text, ServiceContract::PackageKind packages = kZip)
 {
     const QTemporaryDir room;
     const QString file = room.filePath(QStringLiteral("updateconfig.json"));
@@ -130,7 +133,7 @@ QByteArray Indented(const QByteArray &text)
     return indented.replace("\n    ", "\n        ");
 }
 
-/// The updater's two ways to write into its configuration, the offered version being @p version.
+/// The configuration after each of the updater's two ways to write it, with @p version offered.
 void Record(const char *kind, const char *version)
 {
     Global::instance.latestVersion = QLatin1String(version);
@@ -140,7 +143,7 @@ void Record(const char *kind, const char *version)
 } // namespace
 
 Q_DECLARE_METATYPE(Change)
-Q_DECLARE_METATYPE(Global::PackageKind)
+Q_DECLARE_METATYPE(ServiceContract::PackageKind)
 
 class TestConfigCheck : public QObject
 {
@@ -224,7 +227,7 @@ void TestConfigCheck::values_data()
         row(key, 1, "type");
         row(key, QJsonValue::Null, "type");
     }
-    // What the updater writes itself may be missing at first.
+    // Keys that the updater writes may be missing at first.
     for (const char *key : {"noRemind", "noRemindVersion", "currentVersion"})
         row(key, QJsonValue::Undefined, "");
     for (const QJsonValue &value : {QJsonValue(QStringLiteral("1")), QJsonValue(0.5),
@@ -332,7 +335,7 @@ void TestConfigCheck::values_data()
              QStringLiteral("https://192.0.2.7/x/"), QStringLiteral("https://[2001:db8::1]:1/x/"),
              QStringLiteral("https://updates.example.com/x/"), QStringLiteral("https://a.test/x/")},
             "host");
-        // A host of somebody else's that only begins or ends like a reserved one.
+        // Hosts that only begin or end like a reserved one.
         addresses({QStringLiteral("https://example.com.norvane.net/x/"),
                    QStringLiteral("https://notexample.com/x/")},
                   "");
@@ -417,7 +420,7 @@ void TestConfigCheck::textThatCannotBeRead_data()
     QTest::addColumn<QByteArray>("text");
     QByteArray withComment = Text(GoodConfig());
     QTest::newRow("comment") << "// our own\n" + withComment;
-    QTest::newRow("comma behind the last value") << withComment.replace("/\"\n}", "/\",\n}");
+    QTest::newRow("comma after the last value") << withComment.replace("/\"\n}", "/\",\n}");
     QTest::newRow("cut") << Text(GoodConfig()).chopped(2);
     QTest::newRow("rest of a longer text") << Text(GoodConfig()) + "}\n";
     QTest::newRow("empty") << QByteArray();
@@ -432,9 +435,9 @@ void TestConfigCheck::textThatCannotBeRead()
     QCOMPARE(Rules(outcome.refusals), Words("json"));
     QVERIFY2(AreWhole(outcome.refusals), qPrintable(LinesOf(outcome.refusals)));
     QVERIFY(outcome.warnings.isEmpty());
-    // The updater finds no more in it than the check does.
+    // The updater reads no more than the check does.
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")), "{}");
     home.WriteUpdateConfig(text);
     QCOMPARE(Global::instance.ReadConfig(), -1);
 }
@@ -444,7 +447,7 @@ void TestConfigCheck::lineThatCannotBeReadIsNamed()
     const QByteArray text = Text(GoodConfig()).replace("\"1.0.0\",", "1.0.0,");
     const QString line = LinesOf(CheckText(text).refusals);
     QVERIFY2(line.startsWith(QLatin1String("updateconfig.json is not JSON (")), qPrintable(line));
-    QVERIFY2(line.contains(QLatin1String(", in line 5), and the updater")), qPrintable(line));
+    QVERIFY2(line.contains(QLatin1String(", in line 5), so the updater")), qPrintable(line));
 }
 
 void TestConfigCheck::form_data()
@@ -457,9 +460,8 @@ void TestConfigCheck::form_data()
     };
     row("byte order mark", "\xEF\xBB\xBF" + good, "begins with a byte order mark, and the last 3");
     row("carriage returns", QByteArray(good).replace("\n", "\r\n"), "has carriage returns, and");
-    row("no line feed at the end", good.chopped(1), "has no line feed at its end, and the file");
-    row("empty line at the end", good + "\n",
-        "goes on after the line feed at its end, and the file");
+    row("no line feed at the end", good.chopped(1), "does not end with a line feed, and the file");
+    row("empty line at the end", good + "\n", "continues after the last line feed, and the file");
     row("wider", Indented(good), "in line 2, where the updater writes `    \"app");
     row("one line", QJsonDocument(GoodConfig()).toJson(QJsonDocument::Compact), "in line 1");
     row("other order",
@@ -489,15 +491,15 @@ void TestConfigCheck::firstDifferentLineIsShown()
     QCOMPARE(LinesOf(CheckText(text).refusals),
              QStringLiteral("updateconfig.json has `\uFFFD\"appPath\": \"../\",` in line 4, where "
                             "the updater writes `    \"appPath\": \"../\",`, and the file would "
-                            "change its length when the updater writes it; indent by four, sort "
-                            "the keys, end every line with a line feed alone, and save it as UTF-8 "
-                            "without a byte order mark"));
+                            "change its length when the updater writes it; indent by four blanks, "
+                            "sort the keys, end every line with a single line feed, and save it as "
+                            "UTF-8 without a byte order mark"));
 }
 
 void TestConfigCheck::textOfTheWrongFormFreezesTheUpdater()
 {
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), "{}");
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")), "{}");
     home.WriteUpdateConfig(Indented(Text(GoodConfig())));
     QCOMPARE(Global::instance.ReadConfig(), 0);
     Record("version", "1.0.1");
@@ -521,13 +523,12 @@ void TestConfigCheck::whatTheUpdaterWritesIsAccepted()
 void TestConfigCheck::acceptedFileIsUsable()
 {
     const TestHome home;
-    WriteFile(home.ClientFolder() + QStringLiteral("/Client.exe"), "MZ");
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"), kClientConfig);
+    WriteFile(home.Installed(QStringLiteral("Client.exe")), "MZ");
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")), kClientConfig);
     WriteFile(home.ProgramFolder() + QStringLiteral("/AutoUpdate.exe"), "MZ");
     home.WriteUpdateConfig(Text(GoodConfig()));
     const auto check = [&home] {
-        return CheckConfig({home.ProgramFolder() + QStringLiteral("/updateconfig.json"),
-                            home.ClientFolder(), kZip});
+        return CheckConfig({home.UpdateConfigFile(), home.ClientFolder(), kZip});
     };
     QCOMPARE(Rules(check().refusals), QStringList());
 
@@ -541,7 +542,7 @@ void TestConfigCheck::acceptedFileIsUsable()
     QCOMPARE(global.ReadConfig(), 0);
     QCOMPARE(global.noRemindVersion, QStringLiteral("2.0.0"));
     QCOMPARE(Rules(check().refusals), Words("current-version"));
-    WriteFile(home.ClientFolder() + QStringLiteral("/~version/version.json"),
+    WriteFile(home.Installed(QStringLiteral("~version/version.json")),
               R"({"client": {"version": "2.0.1"}})");
     QCOMPARE(Rules(check().refusals), QStringList());
 }
@@ -568,7 +569,7 @@ void TestConfigCheck::samplesAreAcceptedButForFolderAndHost_data()
     QTest::newRow("of the package for vendors")
         << ReadFile(ProjectPath(QStringLiteral("release/windows/updateconfig.json")))
         << Words("shared-folder host host");
-    // It is part of a list, and indented as that is.
+    // It is indented as a part of a list.
     QByteArray inReadme =
         Document(QStringLiteral("README.md")).Fenced(QStringLiteral("json")).value(0);
     inReadme.remove(0, 3);
@@ -655,13 +656,13 @@ void TestConfigCheck::clients_data()
     row("a long version is silenced", "silenced", "silenced",
         config("noRemindVersion", QStringLiteral("10.0.00")));
 
-    row("command of Windows beside the updater", "updater-command", "",
+    row("command of Windows next to the updater", "updater-command", "",
         [](const ShippedClient &client) { client.Write("AutoUpdate/XCOPY.exe", "MZ"); });
     row("read-only file", "", "read-only", [](const ShippedClient &client) {
         QFile::setPermissions(client.Path(QStringLiteral("AutoUpdate/updateconfig.json")),
                               QFileDevice::ReadOwner);
     });
-    row("no updater beside it", "updater-folder", "",
+    row("no updater next to it", "updater-folder", "",
         [](const ShippedClient &client) { client.Remove("AutoUpdate/AutoUpdate.exe"); });
     row("updater in another folder", "", "", [](const ShippedClient &client) {
         client.Rename("AutoUpdate/AutoUpdate.exe", "AutoUpdate/autoupdate.EXE");
@@ -686,12 +687,12 @@ void TestConfigCheck::places_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("appPath");
-    QTest::addColumn<Global::PackageKind>("packages");
+    QTest::addColumn<ServiceContract::PackageKind>("packages");
     QTest::addColumn<QStringList>("refusals");
     const QString up = QStringLiteral("../");
     const QString absolute = QStringLiteral("C:/Norvane/Client/");
-    const auto row = [](const char *folder, const QString &appPath, Global::PackageKind packages,
-                        const char *refusals) {
+    const auto row = [](const char *folder, const QString &appPath,
+                        ServiceContract::PackageKind packages, const char *refusals) {
         const QByteArray name = QByteArray(folder) + ' ' + appPath.toLatin1() +
                                 (packages == kZip ? " zip" : " installer");
         QTest::newRow(name.constData())
@@ -712,7 +713,7 @@ void TestConfigCheck::places()
 {
     QFETCH(QString, folder);
     QFETCH(QString, appPath);
-    QFETCH(Global::PackageKind, packages);
+    QFETCH(ServiceContract::PackageKind, packages);
     const ShippedClient client;
     const QByteArray file = folder.toLatin1() + "/updateconfig.json";
     client.Write((folder.toLatin1() + "/AutoUpdate.exe").constData(), "MZ");

@@ -1,4 +1,5 @@
-#include "release/publish/decisions.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/tree/decisions.h"
 
 #include <QSet>
 #include <QTest>
@@ -10,7 +11,7 @@ namespace
 
 const QString kOther = QStringLiteral("other");
 
-/// Releases of these versions, the oldest first, each one rolled out to everybody.
+/// Releases of these versions, oldest first, all rolled out to everybody.
 ReleaseList Releases(const QStringList &versions)
 {
     ReleaseList list;
@@ -24,7 +25,7 @@ ReleaseList Releases(const QStringList &versions)
     return list;
 }
 
-/// 1.0, 2.0 and 3.0, changed by @p change.
+/// The releases 1.0, 2.0 and 3.0 after @p change.
 ReleaseList ThreeReleases(const std::function<void(QVector<Release> &)> &change)
 {
     ReleaseList list =
@@ -39,7 +40,7 @@ DecisionTable TableOf(const ReleaseList &list, const QString &versions)
     return decisions.tables.value(decisions.everywhere.value(versions, -1));
 }
 
-/// The version that all clients are offered that have @p versions, as the service looks them up.
+/// The version that the service offers to clients with @p versions.
 QString Offered(const ReleaseList &list, const QString &versions)
 {
     const DecisionTable table = TableOf(list, versions);
@@ -190,7 +191,7 @@ void TestDecisions::eachReleaseDrawsItsOwnClients()
     int common = 0;
     for (const int part : next.mid(0, 100))
         common += one.contains(part) ? 1 : 0;
-    // Ten are to be expected, within a spread of three.
+    // Ten are expected, with a tolerance of three.
     QVERIFY2(common < 25, qPrintable(QString::number(common)));
 }
 
@@ -206,7 +207,7 @@ void TestDecisions::theRestGetsTheNewestForEverybody()
     const QVector<int> inSecond = PartsInOrder(QStringLiteral("2.0")).mid(0, 500);
     QVERIFY(QSet<int>(inSecond.cbegin(), inSecond.cend()).contains(second));
     QCOMPARE(PartsThatGet(table, 0).size(), AllParts - 100 - second.size());
-    // Nobody is offered what they have, or less.
+    // Nobody is offered the installed version or an older one.
     QCOMPARE(PartsThatGet(TableOf(list, QStringLiteral("is-2.0")), 2).size(), 100);
     QCOMPARE(PartsThatGet(TableOf(list, QStringLiteral("is-2.0")), -1).size(), AllParts - 100);
 }

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "release/publish/reply.h"
+#include "config/servicecontract.h"
+#include "release/publish/tree/reply.h"
 #include "tests/release/vendor.h"
-#include "tests/support/fulldisk.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QCryptographicHash>
@@ -25,10 +27,10 @@
 namespace
 {
 
-/// Changes what a vendor is about to publish.
+/// Changes the request of a vendor.
 using Change = std::function<void(const Vendor &, Request &)>;
 
-/// A row that is refused for @p rules, blanks between them.
+/// Adds a row that is refused for @p rules, which are separated by blanks.
 void AddRefusal(const char *row, const char *rules, const Change &change)
 {
     QTest::newRow(row) << change
@@ -62,7 +64,7 @@ Change IsInstaller(const Change &change)
     };
 }
 
-/// What the updater has stored of the tree's answer after reading it.
+/// The fields of the updater after it has read the answer of the tree.
 const Global &ReadByUpdater(const Vendor &vendor, const QString &language,
                             const QString &answer = QString())
 {
@@ -78,7 +80,7 @@ QString HexDigest(const QString &path, QCryptographicHash::Algorithm algorithm)
     return QString::fromLatin1(QCryptographicHash::hash(ReadFile(path), algorithm).toHex());
 }
 
-/// Publishes the release of @p from in the tree of @p target.
+/// Promotes the release of @p from to the tree of @p target.
 Request PromoteRequest(const Vendor &from, const Vendor &target)
 {
     Request request;
@@ -186,7 +188,7 @@ void TestPublishRelease::updaterReadsTheOffer()
     QCOMPARE(updater.md5, HexDigest(vendor.Package(), QCryptographicHash::Md5));
     QCOMPARE(updater.sha1, HexDigest(vendor.Package(), QCryptographicHash::Sha1));
     QCOMPARE(updater.packageSize, QFileInfo(vendor.Package()).size());
-    QCOMPARE(updater.updateType, qint32(Global::ZipPackage));
+    QCOMPARE(updater.updateType, qint32(ServiceContract::ZipPackage));
     QTEST(updater.latestVersionInfo, "notes");
 }
 
@@ -222,7 +224,7 @@ void TestPublishRelease::sameContentGivesTheSameBytes()
     const Vendor one;
     VerifyPublished(Publish(one.ZipRequest()));
 
-    // The same names and contents: made in another order, with other times, in another folder.
+    // The same names and contents, created in another order and folder, with other times.
     const Vendor other;
     QDir(other.Client()).removeRecursively();
     const QMap<QString, QByteArray> contents = Snapshot(one.Client());
@@ -262,7 +264,7 @@ void TestPublishRelease::filesThatArePackedAlreadyStayAsTheyAre()
         noise += QCryptographicHash::hash(QByteArray::number(number), QCryptographicHash::Sha512);
     }
     WriteFile(vendor.Client(QStringLiteral("noise.bin")), noise);
-    // Text with noise before and behind it is worth packing.
+    // Text between noise can be compressed.
     WriteFile(vendor.Client(QStringLiteral("mixed.bin")),
               noise + QByteArray(noise.size(), 'x') + noise);
     VerifyPublished(Publish(vendor.ZipRequest()));
@@ -312,7 +314,7 @@ void TestPublishRelease::installerIsPublishedAsItIs()
     const Global &updater = ReadByUpdater(
         vendor, QStringLiteral("en"), QStringLiteral("check/answers/2.1.3/Setup-2.1.3.exe.json"));
     QCOMPARE(updater.id, QStringLiteral("Setup-2.1.3.exe"));
-    QCOMPARE(updater.updateType, qint32(Global::InstallerPackage));
+    QCOMPARE(updater.updateType, qint32(ServiceContract::InstallerPackage));
     const Outcome verified = Verify(vendor);
     VerifyPublished(verified);
     QVERIFY(verified.warnings.isEmpty());
@@ -369,7 +371,7 @@ void TestPublishRelease::pageShowsNotesAsThePromptDoes()
     VerifyPublished(Publish(vendor.ZipRequest()));
     const QString page =
         QString::fromUtf8(ReadFile(vendor.Tree(QStringLiteral("check/now/index.html"))));
-    // Rich where the prompt shows rich text, and with its tags as they stand where it does not.
+    // Rich where the prompt shows rich text, and with visible tags where it does not.
     QVERIFY2(page.contains(QStringLiteral("&lt;b&gt;新&lt;/b&gt;\"></iframe>")), qPrintable(page));
     QVERIFY2(page.contains(QStringLiteral("lang=\"en\">&lt;b&gt;New&lt;/b&gt; &lt;i&gt;"
                                           "&quot;old&quot;&lt;table&gt;")),
@@ -419,7 +421,7 @@ void TestPublishRelease::olderVersionIsWarnedOf()
     const Outcome outcome = Publish(vendor.ZipRequest());
     VerifyPublished(outcome);
     QCOMPARE(Rules(outcome.warnings), QStringList(QStringLiteral("older-version")));
-    // The order is that of publishing, whatever the numbers.
+    // The order of publishing counts, not the version numbers.
     QCOMPARE(vendor.List().releases.last().version, QStringLiteral("2.1.3"));
 }
 
@@ -536,7 +538,7 @@ void TestPublishRelease::versionFileTellsTheVersion()
     WriteFile(vendor.Client(request.configFile), R"({"client":{"version":"2.1.3"}})");
     const Outcome outcome = Publish(request);
     VerifyPublished(outcome);
-    // plug ins/deep/b.txt comes after it.
+    // plug ins/deep/b.txt follows it.
     QCOMPARE(Rules(outcome.warnings), QStringList(QStringLiteral("config-order")));
     QVERIFY(outcome.warnings.first().message.contains(QLatin1String("before 1 other file")));
     QCOMPARE(Rules(Verify(vendor).warnings), QStringList(QStringLiteral("config-order")));
@@ -609,7 +611,7 @@ void TestPublishRelease::shorterVersionCanBeForced()
 void TestPublishRelease::versionIsLongEnoughForEveryReleaseOfTheTree_data()
 {
     QTest::addColumn<Change>("change");
-    // Each takes one record of the long version away, and the other one is left.
+    // Each removes one record of the long version, and the other one stays.
     QTest::newRow("list and package") << Change([](const Vendor &, Request &) {});
     QTest::newRow("package that no list knows")
         << Change([](const Vendor &vendor, Request &) { LoseTheList(vendor); });
@@ -717,7 +719,7 @@ void TestPublishRelease::refusals_data()
                }));
     AddRefusal("installer of 2 GiB", "package-size",
                IsInstaller([](const Vendor &, Request &request) {
-                   QFile(request.source).resize(0x80000000); // takes no room
+                   QFile(request.source).resize(0x80000000); // a sparse file
                }));
     AddRefusal("installer that is none", "package-name",
                IsInstaller([](const Vendor &vendor, Request &request) {
@@ -937,7 +939,7 @@ void TestPublishRelease::twoAtATimeAreRefused()
     const Findings refusals = Publish(vendor.ZipRequest()).refusals;
     QCOMPARE(Rules(refusals), QStringList(QStringLiteral("busy")));
     const QString message = refusals.first().message;
-    QVERIFY2(message.contains(QLatin1String("another process changes this tree")),
+    QVERIFY2(message.contains(QLatin1String("another process is changing this tree")),
              qPrintable(message));
     QCOMPARE(Snapshot(vendor.Tree()), before);
 }
@@ -951,7 +953,8 @@ void TestPublishRelease::lockOfAnotherMachineIsNamed()
     QCOMPARE(Rules(refusals), QStringList(QStringLiteral("busy")));
     const QString &message = refusals.first().message;
     QVERIFY2(message.endsWith(
-                 QStringLiteral("locked by process 4711 on elsewhere; if it is gone, remove %1")
+                 QStringLiteral(
+                     "locked by process 4711 on elsewhere; if that process has ended, remove %1")
                      .arg(lock)),
              qPrintable(message));
 }
@@ -971,7 +974,7 @@ void TestPublishRelease::treeThatIsBeingChangedIsWaitedFor()
     QLockFile other(vendor.Tree(QStringLiteral(".publish/lock")));
     QVERIFY(other.tryLock());
     const std::unique_ptr<QThread> thread(QThread::create([&] {
-        // The package is made without the tree's lock.
+        // The package is made before the tree is locked.
         const QString package = vendor.Tree(QStringLiteral(".publish/package"));
         QTRY_VERIFY(QFileInfo(package).size() > 0);
         other.unlock();
@@ -1000,7 +1003,7 @@ void TestPublishRelease::treeThatOthersCannotReadIsWarnedOf_posix()
     QCOMPARE(Rules(outcome.warnings), rule);
     QCOMPARE(outcome.warnings.first().message,
              vendor.Tree() +
-                 QStringLiteral(" cannot be read by other users such as nginx; run "
+                 QStringLiteral(" cannot be read by other users, such as nginx; run "
                                 "chmod -R o+rX ") +
                  vendor.Tree());
 }

@@ -1,4 +1,5 @@
-#include "release/publish/releaserules.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/rules/releaserules.h"
 
 #include <QTest>
 
@@ -9,7 +10,7 @@ using ReleaseRules::Entry;
 namespace
 {
 
-/// The rules that are broken, in alphabetical order; and every line says how to fix it.
+/// The broken rules in alphabetical order. Verifies that every line says how to fix it.
 QStringList Broken(const Findings &findings)
 {
     QStringList rules;
@@ -35,7 +36,7 @@ void AddTextColumns()
     QTest::addColumn<QStringList>("broken");
 }
 
-/// A row of @p text, which breaks the rules in @p broken, blanks between them.
+/// Adds a row of @p text, which breaks the rules in @p broken, separated by blanks.
 void AddText(const char *row, const QString &text, const char *broken = "")
 {
     QTest::newRow(row) << text << Words(broken);
@@ -76,7 +77,7 @@ QVector<Entry> ManyFiles(int count)
 
 const QString top = QStringLiteral("Client-2.1.3");
 
-/// A path that has @p length characters in the package.
+/// A path of @p length characters in the package.
 QString PathOfLength(int length)
 {
     return QString(length - top.size() - 1, QLatin1Char('x'));
@@ -201,7 +202,7 @@ void TestReleaseRules::versionsInNames_data()
         "2.10.10");
     add("no version to be like", "Client-2.10.10.zip", "Client-.zip", "", "2.10.10");
     add("no version", "Setup.exe", client, "3.0.0", "");
-    add("nothing behind the dash", "Client-.zip", client, "3.0.0", "");
+    add("nothing after the dash", "Client-.zip", client, "3.0.0", "");
     add("not a version", "Client-2.1.3 (1).zip", client, "3.0.0", "");
     add("no package", "Client-2.10.10.zip.part", client, "3.0.0", "");
 }
@@ -259,7 +260,7 @@ void TestReleaseRules::versionLengths()
         QStringLiteral("such as %1, or pass --allow-shorter-version").arg(suggestion);
     const QString &message = findings.first().message;
     QVERIFY2(message.endsWith(wanted), qPrintable(message));
-    // Whoever follows the suggestion gets through.
+    // The suggested version is accepted.
     QCOMPARE(Broken(ReleaseRules::CheckVersionLength(suggestion, versions)), QStringList());
     QCOMPARE(Broken(ReleaseRules::CheckVersion(suggestion)), QStringList());
 }
@@ -362,8 +363,8 @@ void TestReleaseRules::installerNames()
 
 void TestReleaseRules::nameThatTheUpdaterRefusesIsToldSo()
 {
-    const QString end = QStringLiteral(
-        "is one that the updater refuses to download; publish a .zip package or an .exe installer");
+    const QString end =
+        QStringLiteral("is refused by the updater; publish a .zip package or an .exe installer");
     for (const char *name : {"Setup.bat", "Setup-2.1.3.CMD"}) {
         const QString message =
             ReleaseRules::CheckInstallerName(QLatin1String(name)).first().message;
@@ -406,7 +407,7 @@ void TestReleaseRules::entries_data()
     AddEntries("double slash", {Folder(QStringLiteral("d")), File(QStringLiteral("d//f"))},
                "folder-order");
 
-    // With the top folder they are as many as can be, and one more.
+    // With the top folder this is one entry too many.
     AddEntries("65535 entries", ManyFiles(65534));
     AddEntries("65536 entries", ManyFiles(65535), "too-many-entries");
 
@@ -460,7 +461,7 @@ void TestReleaseRules::findingNamesThePath()
     QCOMPARE(findings.size(), 1);
     QCOMPARE(findings.first().path, QStringLiteral("d/nul.txt"));
     QCOMPARE(findings.first().message,
-             QStringLiteral("d/nul.txt: the name is the name of a device on Windows; rename it"));
+             QStringLiteral("d/nul.txt: the name is a device name on Windows; rename it"));
 }
 
 void TestReleaseRules::findingNamesTheCharacter()

@@ -1,7 +1,8 @@
-#include "release/publish/rolloutstatistics.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/statistics/rolloutstatistics.h"
 
-#include "release/publish/dailyseries.h"
-#include "release/publish/logreport.h"
+#include "release/publish/statistics/dailyseries.h"
+#include "release/publish/statistics/logreport.h"
 #include "tests/support/compression.h"
 #include "tests/support/peakmemory.h"
 
@@ -22,13 +23,13 @@ const char *const newVersion = "2.1.3";
 const char *const oldPackage = "Client-2.1.2.zip";
 const char *const newPackage = "Client-2.1.3.zip";
 
-/// One line of a log as nginx writes it. Times are seconds after the start.
+/// A line of a log of nginx. Times are in seconds after the start.
 class Line
 {
 public:
     Line(int time, const char *address) : m_time(time), m_address(address) {}
 
-    /// A check that was answered with a release, or with none.
+    /// A check with the release in its answer, or "none".
     Line &Check(const char *version, const char *answer = "none", const char *package = "")
     {
         m_method = "POST";
@@ -39,7 +40,7 @@ public:
         return *this;
     }
 
-    /// A download that was completed.
+    /// A completed download.
     Line &Get(const char *package)
     {
         m_path = QByteArray("/packages/") + package;
@@ -78,7 +79,7 @@ public:
         return *this;
     }
 
-    /// As a node in another time zone writes the same moment.
+    /// The same moment in the log of a node in another time zone.
     Line &HoursEast(int hours)
     {
         m_hoursEast = hours;
@@ -125,7 +126,7 @@ QStringList RulesOf(const Findings &findings)
 
 } // namespace
 
-/// Each test writes logs into a folder of its own, and reads all of them.
+/// Each test writes logs into its own folder and reads all of them.
 class TestRolloutStatistics : public QObject
 {
     Q_OBJECT
@@ -195,7 +196,7 @@ private:
     ReleaseFigures ReadRelease(const QByteArrayList &lines);
 
     std::unique_ptr<QTemporaryDir> m_folder;
-    QStringList m_logs; ///< what was written, the latest first
+    QStringList m_logs; ///< the written logs, latest first
 };
 
 void TestRolloutStatistics::init()
@@ -212,7 +213,7 @@ void TestRolloutStatistics::Write(const QString &name, const QByteArray &content
     m_logs.prepend(file.fileName());
 }
 
-/// The rule that refuses the logs; empty when they are read.
+/// The rule by which the logs are refused; empty when they are accepted.
 QString TestRolloutStatistics::RuleOfRefusal()
 {
     Progress progress(Progress::Silent);
@@ -231,7 +232,7 @@ RolloutStatistics TestRolloutStatistics::Read(std::optional<qint64> since)
     return statistics;
 }
 
-/// The new release in the logs of a tree that has one before it and one after it.
+/// The figures of the new release, in the logs of a tree with an earlier and a later one.
 ReleaseFigures TestRolloutStatistics::ReadKnown()
 {
     LogSelection selection{m_logs, {}};
@@ -247,7 +248,7 @@ ReleaseFigures TestRolloutStatistics::ReadKnown()
     return release ? *release : ReleaseFigures();
 }
 
-/// The new release in a log of @p lines.
+/// The figures of the new release in a log of @p lines.
 ReleaseFigures TestRolloutStatistics::ReadRelease(const QByteArrayList &lines)
 {
     Write(QStringLiteral("updates.log"), lines);
@@ -289,7 +290,7 @@ void TestRolloutStatistics::networkThatReturnsWithoutIsCounted()
 {
     const ReleaseFigures release = ReadRelease(
         {Offer(0, "192.0.2.1"), Line(5, "192.0.2.1").Get(newPackage), Offer(3600, "192.0.2.1"),
-         // Has not completed it, so nothing else is to be expected.
+         // The download was not completed, so nothing else is expected.
          Offer(0, "192.0.2.2"), Line(5, "192.0.2.2").Get(newPackage).Interrupted(),
          Offer(3600, "192.0.2.2")});
     QCOMPARE(release.offered, 2);
@@ -481,7 +482,7 @@ void TestRolloutStatistics::earlierReleasesAreTheComparison()
                      Line(1, "192.0.2.1").Get(oldPackage).Interrupted(),
                      Line(2, "192.0.2.1").Get(oldPackage), Line(3, "192.0.2.2").Get(oldPackage),
                      Offer(10, "192.0.2.1"), Line(11, "192.0.2.1").Get(newPackage),
-                     // Still downloaded, so it tells about the network of these days.
+                     // It is still downloaded, so it says something about the current network.
                      Line(12, "192.0.2.3").Get(oldPackage), Line(13, "192.0.2.1").Get("other.zip"),
                      Line(20, "192.0.2.1").Check(newVersion, "2.1.4", "Client-2.1.4.zip"),
                      Line(21, "192.0.2.1").Get("Client-2.1.4.zip").Interrupted()});
@@ -599,7 +600,7 @@ void TestRolloutStatistics::inventedVersionsAreBounded()
 
 void TestRolloutStatistics::nodesAndRotatedFilesAreMergedByTime()
 {
-    // The order in which they are named is the reverse of that in which they are written.
+    // They are named in the reverse order of writing.
     Write(QStringLiteral("a.log.1"),
           QByteArrayList{Offer(0, "192.0.2.1"), Line(30, "192.0.2.9").Check(oldVersion)});
     Write(QStringLiteral("a.log"),
@@ -622,7 +623,7 @@ void TestRolloutStatistics::nodesAndRotatedFilesAreMergedByTime()
 
 void TestRolloutStatistics::timeZonesAreTranslated()
 {
-    // By their clocks, the second node is eight hours ahead of the first.
+    // The clock of the second node is eight hours ahead.
     Write(QStringLiteral("a.log"),
           QByteArrayList{Offer(0, "192.0.2.1"), Line(20, "192.0.2.1").Check(newVersion)});
     Write(QStringLiteral("b.log"),
@@ -662,7 +663,7 @@ void TestRolloutStatistics::compressedLogsAreRecognizedByContent()
     QByteArray many;
     for (int time = 0; time < 5000; ++time)
         many += Line(time, "192.0.2.1").Check(oldVersion);
-    // Members in a row, as programs that append write them.
+    // Several gzip members, as programs that append write them.
     Write(QStringLiteral("updates.log"),
           Gzip(Offer(0, "192.0.2.1")) + Gzip(many) + Gzip(QByteArray()));
     Write(QStringLiteral("updates.log.1.gz"), QByteArray(Offer(0, "192.0.2.2")));
@@ -790,7 +791,7 @@ void TestRolloutStatistics::millionsOfNetworksTakeLittleMemory()
     const PeakMemory memory;
     const RolloutStatistics statistics = Read();
     QCOMPARE(statistics.products.constFirst().releases.constFirst().offered, networks);
-    // Slots of 12 bytes, of which three eighths are used at least, records of 8, and buffers.
+    // Slots of 12 bytes that are at least 3/8 full, records of 8 bytes, and buffers.
     QVERIFY2(memory.GrownBy() < 40LL * networks + 4LL * 1024 * 1024,
              qPrintable(QString::number(memory.GrownBy())));
 }
@@ -812,7 +813,7 @@ void TestRolloutStatistics::daysWithoutRequestsAreShown()
     QCOMPARE(figures.checks.at(2).name, QStringLiteral("others"));
     QCOMPARE(figures.checks.at(2).values, (QVector<qint64>{1, 0, 0}));
     QCOMPARE(figures.completed.values, (QVector<qint64>{0, 0, 1}));
-    // The last ones only.
+    // Only the last ones.
     QCOMPARE(DailyFiguresOf(statistics.products.constFirst(), 2, 2).days,
              (QVector<QDate>{QDate(2026, 11, 22), QDate(2026, 11, 23)}));
 }

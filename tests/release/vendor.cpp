@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "tests/release/vendor.h"
 
-#include "release/publish/publishrelease.h"
-#include "release/publish/releasetree.h"
-#include "release/publish/verifyrelease.h"
+#include "release/publish/checking/verifyrelease.h"
+#include "release/publish/publishing/publishrelease.h"
+#include "release/publish/tree/releasetree.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
