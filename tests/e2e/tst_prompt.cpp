@@ -1,29 +1,27 @@
-// SPDX-License-Identifier: MIT
-#include "tests/support/loglines.h"
-#include "tests/support/updaterrun.h"
-#include "tests/support/windowserver.h"
+#include "tests/e2e/updaterrun.h"
+#include "tests/e2e/windowserver.h"
 #include "tests/support/zipmaker.h"
 
 #include <QJsonDocument>
 #include <QProcessEnvironment>
 #include <QTest>
 
-/// A user of the real program, with a real window server.
+/// The user in front of the real program, with a real window server between them.
 class TestPrompt : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void theWindowsFollowTheScreensScale_data();
-    void theWindowsFollowTheScreensScale();
-    void laterStartsTheClientWithoutTheArguments();
-    void neverPromptIsRemembered();
-    void silencingAMuchShorterVersionEndsEveryLaterRun();
-    void escapeInTheOptionalPromptStartsTheClient();
-    void escapeInTheForcedPromptEndsTheRunWithoutTheClient();
-    void enterDoesNotUpdate();
-    void aClickUpdatesAndCancellingAsksFirst();
-    void retryDownloadsAgain();
+    void TheWindowsFollowTheScreensScale_data();
+    void TheWindowsFollowTheScreensScale();
+    void LaterStartsTheClientWithoutTheArguments();
+    void NeverPromptIsRemembered();
+    void SilencingAMuchShorterVersionEndsEveryLaterRun();
+    void EscapeInTheOptionalPromptStartsTheClient();
+    void EscapeInTheForcedPromptEndsTheRunWithoutTheClient();
+    void EnterDoesNotUpdate();
+    void AClickUpdatesAndCancellingAsksFirst();
+    void RetryDownloadsAgain();
 
 private:
     WindowServer m_windows;
@@ -38,7 +36,7 @@ const QString kChinese = QStringLiteral("应用更新");
 
 constexpr int kOrdinaryDpi = 96;
 
-// The centres of the buttons.
+// Middles of the buttons.
 const QPoint kNeverPrompt(32, 252);
 const QPoint kLater(290, 254);
 const QPoint kUpdate(406, 254);
@@ -57,15 +55,17 @@ QByteArray NewClient()
 
 bool IsInstalled(const UpdaterRun &run)
 {
-    return QFile::exists(run.Installed(QStringLiteral("new.txt")));
+    return QFile::exists(run.home.ClientFolder() + QStringLiteral("/new.txt"));
 }
 
 QJsonObject Config(const UpdaterRun &run)
 {
-    return QJsonDocument::fromJson(ReadFile(run.UpdateConfigFile())).object();
+    return QJsonDocument::fromJson(
+               ReadFile(run.home.ProgramFolder() + QStringLiteral("/updateconfig.json")))
+        .object();
 }
 
-/// Makes the server stop after the first 100000 bytes of the package.
+/// Holds the package back after its first 100000 bytes.
 void HoldPackage(UpdaterRun &run, const QByteArray &package)
 {
     run.server.Script(
@@ -76,7 +76,7 @@ void HoldPackage(UpdaterRun &run, const QByteArray &package)
 
 } // namespace
 
-void TestPrompt::theWindowsFollowTheScreensScale_data()
+void TestPrompt::TheWindowsFollowTheScreensScale_data()
 {
     QTest::addColumn<int>("dpi");
     QTest::addColumn<QSize>("size");
@@ -87,7 +87,7 @@ void TestPrompt::theWindowsFollowTheScreensScale_data()
     QTest::newRow("200 %") << 192 << QSize(960, 584);
 }
 
-void TestPrompt::theWindowsFollowTheScreensScale()
+void TestPrompt::TheWindowsFollowTheScreensScale()
 {
     QFETCH(int, dpi);
     UpdaterRun run;
@@ -95,7 +95,7 @@ void TestPrompt::theWindowsFollowTheScreensScale()
     const QByteArray package = NewClient();
     run.Publish(package, kPackage);
     HoldPackage(run, package);
-    // Sets the scale, as the resolution of the screen would.
+    // Stands for the resolution that the screen is set to.
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_FONT_DPI"), QString::number(dpi));
     run.process.setProcessEnvironment(environment);
@@ -107,7 +107,7 @@ void TestPrompt::theWindowsFollowTheScreensScale()
     QTEST(m_windows.Size(m_windows.WaitForWindow(kEnglish, prompt)), "size");
 }
 
-void TestPrompt::laterStartsTheClientWithoutTheArguments()
+void TestPrompt::LaterStartsTheClientWithoutTheArguments()
 {
     UpdaterRun run;
     run.Configure();
@@ -121,7 +121,7 @@ void TestPrompt::laterStartsTheClientWithoutTheArguments()
     QCOMPARE(Config(run).value(QStringLiteral("noRemind")).toInt(), 0);
 }
 
-void TestPrompt::neverPromptIsRemembered()
+void TestPrompt::NeverPromptIsRemembered()
 {
     UpdaterRun run;
     run.SetLanguage("zh");
@@ -137,12 +137,12 @@ void TestPrompt::neverPromptIsRemembered()
     QCOMPARE(Config(run).value(QStringLiteral("noRemindVersion")).toString(),
              QStringLiteral("2.1.3"));
 
-    // The next run shows no prompt.
+    // The next run does not prompt.
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
+void TestPrompt::SilencingAMuchShorterVersionEndsEveryLaterRun()
 {
     UpdaterRun run;
     run.Configure();
@@ -158,7 +158,8 @@ void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
         QVERIFY(run.client.WaitForCalls(++calls));
     }
 
-    const QString unreadable = LogLine::UpdateConfigDamaged(QJsonParseError::GarbageAtEnd);
+    const QString unreadable =
+        QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: %1").arg(QJsonParseError::GarbageAtEnd);
     QVERIFY(!run.Log().contains(unreadable));
     const int lines = run.Log().size();
     QCOMPARE(run.Run(), 0);
@@ -168,7 +169,7 @@ void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
     QCOMPARE(run.client.Calls().size(), 2);
 }
 
-void TestPrompt::escapeInTheOptionalPromptStartsTheClient()
+void TestPrompt::EscapeInTheOptionalPromptStartsTheClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -180,7 +181,7 @@ void TestPrompt::escapeInTheOptionalPromptStartsTheClient()
     QCOMPARE(run.client.Calls().size(), 1);
 }
 
-void TestPrompt::escapeInTheForcedPromptEndsTheRunWithoutTheClient()
+void TestPrompt::EscapeInTheForcedPromptEndsTheRunWithoutTheClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -192,7 +193,7 @@ void TestPrompt::escapeInTheForcedPromptEndsTheRunWithoutTheClient()
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestPrompt::enterDoesNotUpdate()
+void TestPrompt::EnterDoesNotUpdate()
 {
     UpdaterRun run;
     run.Configure();
@@ -206,7 +207,7 @@ void TestPrompt::enterDoesNotUpdate()
     QCOMPARE(run.server.Requests().size(), 1);
 }
 
-void TestPrompt::aClickUpdatesAndCancellingAsksFirst()
+void TestPrompt::AClickUpdatesAndCancellingAsksFirst()
 {
     UpdaterRun run;
     run.Configure();
@@ -229,7 +230,7 @@ void TestPrompt::aClickUpdatesAndCancellingAsksFirst()
     QCOMPARE(run.server.Requests().size(), 2);
 }
 
-void TestPrompt::retryDownloadsAgain()
+void TestPrompt::RetryDownloadsAgain()
 {
     UpdaterRun run;
     run.Configure();
@@ -244,7 +245,8 @@ void TestPrompt::retryDownloadsAgain()
     const QString prompt = m_windows.WaitForWindow(kEnglish);
     m_windows.Click(prompt, kUpdate);
     const QString progress = m_windows.WaitForWindow(kEnglish, prompt);
-    QVERIFY(run.WaitForLog(LogLine::DigestDiffers(run.PackagePath(kPackage))));
+    QVERIFY(run.WaitForLog(
+        QStringLiteral("[DEBUG] (:0) \"%1\"  md5 check filed").arg(run.PackagePath(kPackage))));
     m_windows.Click(progress, kCancelOrRetry);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
