@@ -8,24 +8,33 @@
 namespace
 {
 
-/// The output of xdotool; empty when it fails, for example because a search finds nothing.
-QString Xdotool(const QStringList &arguments)
+struct XdotoolResult {
+    QString output;
+    QByteArray errors;
+};
+
+XdotoolResult Xdotool(const QStringList &arguments)
 {
     QProcess xdotool;
     xdotool.start(QStringLiteral("xdotool"), arguments);
     if (!xdotool.waitForFinished())
         qFatal("xdotool: %s", qPrintable(xdotool.errorString()));
-    return QString::fromLatin1(xdotool.readAllStandardOutput()).trimmed();
+    return {QString::fromLatin1(xdotool.readAllStandardOutput()).trimmed(),
+            xdotool.readAllStandardError()};
 }
 
 } // namespace
 
 QStringList VisibleWindows(const QString &title)
 {
-    return Xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                    QStringLiteral("--name"),
-                    QLatin1Char('^') + QRegularExpression::escape(title) + QLatin1Char('$')})
-        .split(QLatin1Char('\n'));
+    XdotoolResult search;
+    do {
+        search = Xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                          QStringLiteral("--name"),
+                          QLatin1Char('^') + QRegularExpression::escape(title) + QLatin1Char('$')});
+        // Finds nothing at all when another window closes while xdotool looks at it.
+    } while (search.errors.contains("BadWindow"));
+    return search.output.split(QLatin1Char('\n'));
 }
 
 WindowServer::WindowServer()
@@ -73,7 +82,7 @@ bool WindowServer::HasWindow(const QString &title) const
 QSize WindowServer::Size(const QString &window) const
 {
     const QString geometry =
-        Xdotool({QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"), window});
+        Xdotool({QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"), window}).output;
     static const QRegularExpression form(QStringLiteral("WIDTH=(\\d+)\nHEIGHT=(\\d+)"));
     const QRegularExpressionMatch size = form.match(geometry);
     return QSize(size.captured(1).toInt(), size.captured(2).toInt());
