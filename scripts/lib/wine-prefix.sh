@@ -115,10 +115,12 @@ template() {
 
 # copy_template TO: Wine's own files are shared, by hard links; the registry and the user's folders are copied.
 copy_template() {
-    local from to=$1
+    local from to=$1 sharing=(--link)
     from=$(template)
     mkdir -p "$to"
-    cp -al "$from/." "$to"
+    # Another file system, such as /tmp in memory, needs copies.
+    [ "$(stat --format=%d "$from")" = "$(stat --format=%d "$to")" ] || sharing=()
+    cp --archive "${sharing[@]}" "$from/." "$to"
     rm -rf "$to"/*.reg "$to/drive_c/users" "$to/wineserver"
     cp -a "$from"/*.reg "$to"
     cp -a "$from/drive_c/users" "$to/drive_c"
