@@ -2,10 +2,10 @@
 // How soon the window answers while it downloads 1 GiB: repeated real presses of "Cancel", each
 // measured until the question whether to cancel is on the screen.
 
-#include "bench/dialogplaces.h"
 #include "bench/figure.h"
 #include "bench/packageserver.h"
 #include "bench/updaterwindow.h"
+#include "tests/support/dialogplaces.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

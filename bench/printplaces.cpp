@@ -2,7 +2,7 @@
 // Prints the size of the updater's dialogs and where to press each of their buttons, at 100 %: one
 // per line, "window WIDTH HEIGHT" or "NAME X Y". For scripts that press the buttons.
 
-#include "bench/dialogplaces.h"
+#include "tests/support/dialogplaces.h"
 
 #include <QApplication>
 #include <QTextStream>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "tests/support/dialogplaces.h"
 #include "tests/support/loglines.h"
 #include "tests/support/updaterrun.h"
 #include "tests/support/windowserver.h"
@@ -26,7 +27,16 @@ private slots:
     void retryDownloadsAgain();
 
 private:
+    /// Clicks a button of the updater, by its object name, on a screen of this resolution.
+    void Click(const QString &window, const QString &button, int dpi = kOrdinaryDpi) const
+    {
+        m_windows.Click(window, m_places.buttons[button] * dpi / kOrdinaryDpi);
+    }
+
+    static constexpr int kOrdinaryDpi = 96;
+
     WindowServer m_windows;
+    const DialogPlaces m_places = PlacesInDialogs();
 };
 
 namespace
@@ -36,15 +46,12 @@ const QString kPackage = QStringLiteral("client-2.1.3.zip");
 const QString kEnglish = QStringLiteral("App Update");
 const QString kChinese = QStringLiteral("应用更新");
 
-constexpr int kOrdinaryDpi = 96;
-
-// The centres of the buttons.
-const QPoint kNeverPrompt(32, 252);
-const QPoint kLater(290, 254);
-const QPoint kUpdate(406, 254);
-const QPoint kCancelOrRetry = kUpdate;
-const QPoint kKeepGoing(262, 255);
-const QPoint kCancelForGood(315, 255);
+const QString kNeverPrompt = QStringLiteral("checkRemid");
+const QString kLater = QStringLiteral("laterBtn");
+const QString kUpdate = QStringLiteral("immedBtn");
+const QString kCancelOrRetry = QStringLiteral("cancleBtn");
+const QString kKeepGoing = QStringLiteral("cbtn");
+const QString kCancelForGood = QStringLiteral("sbtn");
 
 QByteArray NewClient()
 {
@@ -103,7 +110,7 @@ void TestPrompt::theWindowsFollowTheScreensScale()
 
     const QString prompt = m_windows.WaitForWindow(kEnglish);
     QTEST(m_windows.Size(prompt), "size");
-    m_windows.Click(prompt, kUpdate * dpi / kOrdinaryDpi);
+    Click(prompt, kUpdate, dpi);
     QTEST(m_windows.Size(m_windows.WaitForWindow(kEnglish, prompt)), "size");
 }
 
@@ -113,7 +120,7 @@ void TestPrompt::laterStartsTheClientWithoutTheArguments()
     run.Configure();
     run.Publish(NewClient(), kPackage);
     run.Start({QStringLiteral("--profile=x")});
-    m_windows.Click(m_windows.WaitForWindow(kEnglish), kLater);
+    Click(m_windows.WaitForWindow(kEnglish), kLater);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
@@ -129,8 +136,8 @@ void TestPrompt::neverPromptIsRemembered()
     run.Publish(NewClient(), kPackage);
     run.Start();
     const QString prompt = m_windows.WaitForWindow(kChinese);
-    m_windows.Click(prompt, kNeverPrompt);
-    m_windows.Click(prompt, kLater);
+    Click(prompt, kNeverPrompt);
+    Click(prompt, kLater);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(Config(run).value(QStringLiteral("noRemind")).toInt(), 1);
@@ -152,8 +159,8 @@ void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
                     {{QStringLiteral("latestVersion"), QLatin1String(version)}});
         run.Start();
         const QString prompt = m_windows.WaitForWindow(kEnglish);
-        m_windows.Click(prompt, kNeverPrompt);
-        m_windows.Click(prompt, kLater);
+        Click(prompt, kNeverPrompt);
+        Click(prompt, kLater);
         QCOMPARE(run.WaitForEnd(), 0);
         QVERIFY(run.client.WaitForCalls(++calls));
     }
@@ -215,14 +222,14 @@ void TestPrompt::aClickUpdatesAndCancellingAsksFirst()
     HoldPackage(run, package);
     run.Start();
     const QString prompt = m_windows.WaitForWindow(kEnglish);
-    m_windows.Click(prompt, kUpdate);
+    Click(prompt, kUpdate);
     const QString progress = m_windows.WaitForWindow(kEnglish, prompt);
     QVERIFY(run.server.WaitForRequests(2));
 
-    m_windows.Click(progress, kCancelOrRetry);
-    m_windows.Click(progress, kKeepGoing);
+    Click(progress, kCancelOrRetry);
+    Click(progress, kKeepGoing);
     m_windows.Press(progress, QStringLiteral("Escape"));
-    m_windows.Click(progress, kCancelForGood);
+    Click(progress, kCancelForGood);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(!IsInstalled(run));
     QVERIFY(run.client.Calls().isEmpty());
@@ -242,15 +249,15 @@ void TestPrompt::retryDownloadsAgain()
     run.server.Script(QStringLiteral("/packages/") + kPackage, QJsonArray{corrupted, whole});
     run.Start();
     const QString prompt = m_windows.WaitForWindow(kEnglish);
-    m_windows.Click(prompt, kUpdate);
+    Click(prompt, kUpdate);
     const QString progress = m_windows.WaitForWindow(kEnglish, prompt);
     QVERIFY(run.WaitForLog(LogLine::DigestDiffers(run.PackagePath(kPackage))));
-    m_windows.Click(progress, kCancelOrRetry);
+    Click(progress, kCancelOrRetry);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     QVERIFY(IsInstalled(run));
     QCOMPARE(ReadFile(run.PackagePath(kPackage)), package);
 }
 
-QTEST_GUILESS_MAIN(TestPrompt)
+QTEST_MAIN(TestPrompt)
 #include "tst_prompt.moc"

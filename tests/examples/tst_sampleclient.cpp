@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "tests/support/dialogplaces.h"
 #include "tests/support/loglines.h"
 #include "tests/support/updaterrun.h"
 #include "tests/support/windowserver.h"
@@ -47,10 +48,9 @@ const QString kChinesePrompt = QStringLiteral("应用更新");
 const QString kReturn = QStringLiteral("Return");
 const QString kVersionFile = QStringLiteral("~version/version.json");
 
-// The centres of buttons in the client's window and in the updater's prompt.
+// The centres of buttons in the client's window.
 const QPoint kLanguage(45, 270);
 const QPoint kCheck(410, 270);
-const QPoint kUpdate(406, 254);
 
 const QByteArray kMarker("isShowUpdataInfo.txt");
 const QByteArray kNotes("update.log");
@@ -296,7 +296,8 @@ void TestSampleClient::anUpdateBeginsWithTheClientsButton()
     QTRY_COMPARE(client.SavedDraft(), QStringLiteral("\n"));
 
     m_windows.Click(window, kCheck);
-    m_windows.Click(m_windows.WaitForWindow(kPrompt), kUpdate);
+    m_windows.Click(m_windows.WaitForWindow(kPrompt),
+                    PlacesInDialogs().buttons[QStringLiteral("immedBtn")]);
     m_windows.WaitForWindow(kNewClient);
     QVERIFY(client.run.Log().contains(LogLine::CommandLineParameter(QStringLiteral("-noremid"))));
     m_windows.Press(m_windows.WaitForWindow(QStringLiteral("New in 2.1.3")), kReturn);
@@ -322,5 +323,5 @@ void TestSampleClient::aClientIsStartedOnceAfterACheckWithoutAnOffer()
     QVERIFY(!m_windows.HasWindow(title));
 }
 
-QTEST_GUILESS_MAIN(TestSampleClient)
+QTEST_MAIN(TestSampleClient)
 #include "tst_sampleclient.moc"

@@ -171,7 +171,7 @@ class LogReader(unittest.TestCase):
         }
         chinese = {
             "untrusted": ("zh", "失败", ["下载中断", "不信任更新包服务器的证书", "校准时钟"]),
-            "corrupt": ("zh", "失败", ["与公布的摘要不符", "公布的摘要应是该更新包自己的"]),
+            "corrupt": ("zh", "失败", ["与公布的校验和不符", "公布的校验和应是该更新包自己的"]),
             "full-disk": ("zh", "没有结果", ["磁盘空间不足", "可用空间必须大于", "腾出磁盘空间"]),
         }
         for name, (language, outcome, texts) in [*english.items(), *chinese.items()]:

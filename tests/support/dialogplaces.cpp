@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "bench/dialogplaces.h"
+#include "tests/support/dialogplaces.h"
 
 #include "ui/dwondialog.h"
 #include "ui/updatedialog.h"
