@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "app/qtenvironment.h"
 
 QtEnvironmentGuard::QtEnvironmentGuard()

@@ -1,6 +1,5 @@
-// SPDX-License-Identifier: MIT
-// The program that the idle updater is compared with: a minimal Qt program with one window. It
-// prints a line when the window has been drawn, and keeps running.
+// What the updater at rest is measured against: the least that a Qt program with a window can be.
+// It says when its window is drawn, and stays.
 
 #include <QApplication>
 #include <QWidget>

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -7,11 +6,11 @@
 
 #include <functional>
 
-/// Notices when the program that writes a file closes it: the file is complete then.
+/// Notices when a file in a folder is closed by whoever wrote it: then all of it is there.
 class CloseWatch
 {
 public:
-    /// Watches the folder of @p path, which must exist.
+    /// Watches the folder of @p path, which must be there.
     explicit CloseWatch(const QString &path);
     ~CloseWatch();
 

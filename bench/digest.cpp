@@ -1,5 +1,4 @@
-// SPDX-License-Identifier: MIT
-// The digest of packages in the file cache, compared with md5sum.
+// The digest of packages that lie in the cache, against md5sum.
 
 #include "bench/figure.h"
 #include "config/global.h"
@@ -24,7 +23,7 @@ QString Md5sum(const QString &path)
 
 void Measure(const QString &path)
 {
-    // This also fills the file cache for both.
+    // What both read comes from the cache from here on.
     if (Md5sum(path).isEmpty() || Global::instance.FileMd5(path) != Md5sum(path))
         qFatal("the digests of %s differ", qPrintable(path));
     Figure figure;

@@ -1,6 +1,5 @@
-// SPDX-License-Identifier: MIT
-// The download of a package over TLS, compared with curl: from the moment that nginx sees the
-// request until the complete file is closed.
+// The download of a package over TLS, against curl: from the moment that nginx sees the request to
+// that when the file is whole and closed.
 
 #include "bench/closewatch.h"
 #include "bench/figure.h"

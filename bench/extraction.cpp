@@ -1,9 +1,8 @@
-// SPDX-License-Identifier: MIT
-// The unpacking of a package, compared with unzip: large files, and many small ones.
+// The unpacking of a package, against unzip: large files, and many small ones.
 
 #include "bench/figure.h"
 #include "config/global.h"
-#include "release/publish/packing/packagewriter.h"
+#include "release/publish/packagewriter.h"
 #include "tests/support/testhome.h"
 
 #include <QCoreApplication>
@@ -27,7 +26,7 @@ constexpr int kFilesAFolder = 100;
 
 using Content = QByteArray (*)(int size, quint32 seed);
 
-/// Cannot be compressed, so the package stores it.
+/// Does not pack: the package holds it as it is.
 QByteArray Noise(int size, quint32 seed)
 {
     QByteArray bytes(size, Qt::Uninitialized);
@@ -36,7 +35,7 @@ QByteArray Noise(int size, quint32 seed)
     return bytes;
 }
 
-/// Lines of a table, which compress to about a third.
+/// Lines of a table, which pack to a third or so.
 QByteArray Text(int size, quint32 seed)
 {
     QByteArray bytes;
@@ -76,7 +75,7 @@ public:
 
     QString Package() const { return Home() + QStringLiteral("/AppData/Local/Client/package.zip"); }
 
-    /// Without the folder for the client's notes, the installation ends after unpacking.
+    /// Without the client's folder for its notes the installation ends when all is unpacked.
     double UpdaterMs() const
     {
         const double elapsed =
@@ -100,7 +99,7 @@ public:
     }
 
 private:
-    /// Each run writes new files, and no write of one run reaches the disk during the next.
+    /// So that each run writes new files, and none is left to be written to disk during the next.
     static void Clear(const QString &folder)
     {
         if (QDir(folder).isEmpty() || !QDir(folder).removeRecursively())

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "bench/figure.h"
 
 #include <QElapsedTimer>

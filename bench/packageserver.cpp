@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "bench/packageserver.h"
 
 #include "config/global.h"
@@ -52,7 +51,7 @@ QString PackageServer::Certificate() const
 QList<QByteArray> PackageServer::Log() const
 {
     QList<QByteArray> lines = ReadFile(m_folder + QStringLiteral("/updates.log")).split('\n');
-    lines.removeLast(); // an incomplete line, or nothing
+    lines.removeLast(); // what follows the last line break
     return lines;
 }
 

@@ -1,10 +1,9 @@
-// SPDX-License-Identifier: MIT
 // How soon the prompt is drawn, from the moment that the service sends its answer.
 
 #include "bench/figure.h"
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
-#include "tests/support/updaterrun.h"
+#include "tests/e2e/updaterrun.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

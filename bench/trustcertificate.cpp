@@ -1,6 +1,5 @@
-// SPDX-License-Identifier: MIT
-// Preloaded into the updater, this library makes it trust one more certificate. On Linux Qt itself
-// trusts only the machine's store, which a benchmark must not change.
+// Loaded before the updater's own libraries, this makes it trust one certificate more: on Linux the
+// framework knows no other way than the machine's own store, which a benchmark leaves alone.
 
 #include <QCoreApplication>
 #include <QSslCertificate>

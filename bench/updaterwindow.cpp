@@ -1,9 +1,14 @@
-// SPDX-License-Identifier: MIT
 #include "bench/updaterwindow.h"
 
-#include "tests/support/windowserver.h"
+#include <QProcess>
+#include <QStringList>
 
 QString UpdaterWindow()
 {
-    return VisibleWindows(QStringLiteral("App Update")).first();
+    QProcess search;
+    search.start(QStringLiteral("xdotool"),
+                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                  QStringLiteral("--name"), QStringLiteral("^App Update$")});
+    search.waitForFinished();
+    return QString::fromLatin1(search.readAllStandardOutput()).trimmed();
 }

@@ -1,7 +1,6 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 
-/// The window system's number of the updater's visible window; empty if there is none.
+/// The number that the window system gave the updater's visible window; empty without one.
 QString UpdaterWindow();

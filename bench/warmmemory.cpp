@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "bench/warmmemory.h"
 
 #include <QByteArray>

@@ -1,7 +1,4 @@
-// SPDX-License-Identifier: MIT
 #include "config/paths.h"
-
-#include "config/configcontract.h"
 
 #include <QDir>
 
@@ -22,17 +19,12 @@ QString InClientData(const QString &name)
 
 QString Paths::UpdateConfigFile()
 {
-    return ConfigContract::FileName;
+    return QStringLiteral("updateconfig.json");
 }
 
 QString Paths::LogFolder()
 {
     return UnderHome(QStringLiteral("/AppData/Local/AutoUpdate"));
-}
-
-QString Paths::LogFile()
-{
-    return LogFolder() + QStringLiteral("/AutoUpdate.log");
 }
 
 QString Paths::LanguageFile()
@@ -57,6 +49,5 @@ QString Paths::ScriptFile()
 
 QString Paths::DownloadFolder(const QString &appName)
 {
-    return UnderHome(QStringLiteral("/AppData/Local/")) +
-           ConfigContract::DownloadFolderName(appName);
+    return UnderHome(QStringLiteral("/AppData/Local/")) + appName.section(QLatin1Char('.'), 0, 0);
 }

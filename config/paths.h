@@ -1,11 +1,10 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 
 /**
- * The files that the updater reads and writes. Unless stated otherwise they are under the user's
- * home folder. All paths have forward slashes. No folder is created here.
+ * Where the updater finds and leaves its files under the user's home folder. All paths have forward
+ * slashes; no folder is created here.
  */
 namespace Paths
 {
@@ -13,10 +12,7 @@ namespace Paths
 /// The updater's own configuration, relative to the working directory (the program's folder).
 QString UpdateConfigFile();
 
-/// The log.
-QString LogFile();
-
-/// The folder of LogFile().
+/// Folder of AutoUpdate.log.
 QString LogFolder();
 
 /// The client's language choice, written by the client.
@@ -32,8 +28,8 @@ QString NotesMarkerFile();
 QString ScriptFile();
 
 /**
- * Folder that receives the package of the client whose image name is @p appName. It has the name of
- * the client up to the first dot. It is emptied before each download.
+ * Folder that receives the package of the client whose image name is @p appName: named after the
+ * part before its first dot. It is emptied before each download.
  */
 QString DownloadFolder(const QString &appName);
 

@@ -1,5 +1,3 @@
-// SPDX-License-Identifier: MIT
-#include "config/configcontract.h"
 #include "config/global.h"
 #include "config/paths.h"
 
@@ -8,10 +6,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocale>
-
-namespace Key = ConfigContract::Key;
-namespace ClientKey = ConfigContract::ClientKey;
-namespace Language = ConfigContract::Language;
 
 int Global::ReadConfig()
 {
@@ -42,13 +36,13 @@ bool Global::ReadUpdateConfig()
         return false;
     }
 
-    appName = config.value(Key::AppName).toString();
-    appConfigFile = config.value(Key::AppConfigFile).toString();
-    appPath = config.value(Key::AppPath).toString();
-    updateCheckUrl = config.value(Key::UpdateCheckUrl).toString();
-    updatePackageUrl = config.value(Key::UpdatePackageUrl).toString();
-    noRemindVersion = config.value(Key::NoRemindVersion).toString();
-    noRemind = config.value(Key::NoRemind).toInt(0);
+    appName = config.value(QLatin1String("appName")).toString();
+    appConfigFile = config.value(QLatin1String("appConfigFile")).toString();
+    appPath = config.value(QLatin1String("appPath")).toString();
+    updateCheckUrl = config.value(QLatin1String("updateCheckUrl")).toString();
+    updatePackageUrl = config.value(QLatin1String("updatePackageUrl")).toString();
+    noRemindVersion = config.value(QLatin1String("noRemindVersion")).toString();
+    noRemind = config.value(QLatin1String("noRemind")).toInt(0);
     return true;
 }
 
@@ -72,8 +66,8 @@ bool Global::ReadClientConfig()
         return false;
     }
 
-    const QJsonObject client = config.value(ClientKey::Client).toObject();
-    currentVersion = client.value(ClientKey::Version).toString();
+    const QJsonObject client = config.value(QLatin1String("client")).toObject();
+    currentVersion = client.value(QLatin1String("version")).toString();
     return true;
 }
 
@@ -82,7 +76,7 @@ void Global::ReadLanguage()
     QFile file(Paths::LanguageFile());
     if (file.exists()) {
         if (file.open(QIODevice::ReadOnly)) {
-            // constData() makes the text end at the first zero byte; the array would not.
+            // From the bytes rather than the array: the code ends at the first zero byte.
             language = QString::fromUtf8(file.readAll().trimmed().constData());
             return;
         }
@@ -92,5 +86,5 @@ void Global::ReadLanguage()
     }
 
     const bool chineseSystem = QLocale().language() == QLocale::Chinese;
-    language = chineseSystem ? Language::Chinese : Language::English;
+    language = chineseSystem ? QStringLiteral("zh") : QStringLiteral("en");
 }

@@ -1,8 +1,6 @@
-// SPDX-License-Identifier: MIT
 // The body of the update service's answer.
 
 #include "config/global.h"
-#include "config/servicecontract.h"
 #include "fuzz/support/require.h"
 #include "tests/support/testhome.h"
 
@@ -20,7 +18,7 @@ namespace
 
 constexpr qint64 kEarlierSize = 4711;
 
-/// Everything that is filled from an answer's "biz", except the notes.
+/// Everything that an answer's "biz" fills but the notes.
 struct Offer {
     QStringList texts;
     qint64 packageSize;
@@ -49,7 +47,7 @@ void StoreEarlierOffer()
           &global.latestVersionInfo, &global.md5, &global.sha1})
         *text = QStringLiteral("earlier");
     global.packageSize = kEarlierSize;
-    global.updateType = ServiceContract::ZipPackage;
+    global.updateType = Global::ZipPackage;
 }
 
 int Parse(const QByteArray &body, const char *language)
@@ -65,13 +63,12 @@ void RequireEarlierOffer()
 {
     const Offer offer = StoredOffer();
     Require(offer.texts.count(QStringLiteral("earlier")) == offer.texts.size() &&
-                offer.packageSize == kEarlierSize &&
-                offer.updateType == ServiceContract::ZipPackage &&
+                offer.packageSize == kEarlierSize && offer.updateType == Global::ZipPackage &&
                 Global::instance.latestVersionInfo == QLatin1String("earlier"),
-            "a refused answer leaves the earlier offer");
+            "an answer that is refused leaves the earlier offer");
 }
 
-/// An answer with everything that is stored.
+/// The answer that says what is stored.
 QByteArray AnswerOfStored()
 {
     const Global &global = Global::instance;
@@ -95,7 +92,7 @@ void RequireRightNotes(const QString &chinese, const QString &english)
     if (chinese == english)
         return;
     Require(!chinese.contains(QLatin1Char('&')) && !english.contains(QLatin1Char('&')),
-            "the notes are those of one language");
+            "notes in two languages are one of them");
     Require(english == english.trimmed(), "English notes have no blanks around them");
 }
 
@@ -109,14 +106,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QString chinese = Global::instance.latestVersionInfo;
 
     const int result = Parse(body, "en");
-    Require(result == chineseResult, "the result does not depend on the language");
+    Require(result == chineseResult, "the language decides on nothing but the notes");
     Require(result == Global::Success || result == Global::Failure, "the result is 0 or -1");
     if (result == Global::Failure) {
         RequireEarlierOffer();
         return 0;
     }
-    Require(StoredOffer() == offer, "the language changes only the notes");
-    Require(Global::instance.code == QLatin1String("000000"), "only the success code succeeds");
+    Require(StoredOffer() == offer, "the language changes nothing but the notes");
+    Require(Global::instance.code == QLatin1String("000000"), "only the code of success succeeds");
     Require(offer.packageSize >= std::numeric_limits<qint32>::min() &&
                 offer.packageSize <= std::numeric_limits<qint32>::max(),
             "a package size is a 32-bit number");
@@ -124,8 +121,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     const QString english = Global::instance.latestVersionInfo;
     Require(Parse(AnswerOfStored(), "zh") == Global::Success && StoredOffer() == offer,
-            "an answer made of the stored offer stores the same offer");
+            "an answer that says what is stored is stored again");
     Require(english.contains(QLatin1Char('&')) || Global::instance.latestVersionInfo == english,
-            "an answer made of the stored offer stores the same notes");
+            "so are its notes");
     return 0;
 }

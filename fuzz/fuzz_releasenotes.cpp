@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 // The release notes, as the prompt shows them.
 
 #include "config/global.h"
@@ -31,7 +30,7 @@ namespace
 /// One second, doubled for the sanitizers.
 constexpr double kLayoutLimitSeconds = 2;
 
-/// Parts of notes, so that inputs stay well-formed. Start and end tags may become separated.
+/// Parts of notes, for inputs that stay well-formed. An element's halves may come apart.
 constexpr std::array<const char *, 56> kParts{
     "<p>",
     "</p>",
@@ -101,7 +100,7 @@ int OpenSockets()
         }));
 }
 
-/// The prompt with its notes; shown once, so that the fonts are loaded.
+/// The prompt with its notes; shown once, so that fonts are there.
 class Prompt : public UpdateDialog
 {
 public:
@@ -137,8 +136,8 @@ const QTextDocument &ShowWatched(const QString &notes)
 
 } // namespace
 
-// Outside the namespace, because the macro declares a function; not in the function with C linkage,
-// because the declared function has C++ linkage.
+// Outside of the namespace, as the macro declares a function; outside of a function with C's
+// linkage, as it is not one.
 static void InitResources()
 {
     Q_INIT_RESOURCE(resources);
@@ -168,12 +167,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QSizeF extent = document.size();
     Require(std::isfinite(extent.width()) && std::isfinite(extent.height()) &&
                 extent.height() >= 0 && extent.width() >= 0,
-            "the notes have a finite size");
+            "notes have a size");
     return 0;
 }
 
-/// Half of the time inserts a part of well-formed notes, half of the time mutates as libFuzzer does
-/// by default.
+/// Half of the time puts a part of well-formed notes in, half of the time does as the fuzzer would.
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t maxSize,
                                           unsigned int seed)
 {

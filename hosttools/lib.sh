@@ -1,4 +1,3 @@
-# SPDX-License-Identifier: MIT
 # Shared by the stand-ins in this folder; sourced, never run on its own.
 # shellcheck shell=sh
 

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "install/folderremoval.h"
 
 #include "install/platform.h"
@@ -29,7 +28,7 @@ void RemoveReadOnlyFile(const QString &path)
 
 void RemoveFolder(const QString &path)
 {
-    // QDir::removeRecursively() does not recognise junctions and would empty their targets.
+    // QDir::removeRecursively() recognises symbolic links only and would empty a junction's target.
     if (!Platform::LeadsElsewhere(path)) {
         const QFileInfoList entries = Entries(path);
         for (const QFileInfo &entry : entries)
@@ -42,7 +41,7 @@ void RemoveEntry(const QString &path)
 {
     if (QFile::remove(path))
         return;
-    // Qt does not recognise a junction without a target as a folder.
+    // A junction whose target is missing is no folder to Qt.
     if (Platform::LeadsElsewhere(path) || QFileInfo(path).isDir())
         RemoveFolder(path);
     else

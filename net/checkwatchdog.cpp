@@ -1,8 +1,7 @@
-// SPDX-License-Identifier: MIT
 #include "net/checkwatchdog.h"
 
 #include "config/global.h"
-#include "net/processend.h"
+#include "install/platform.h"
 #include "net/timelimits.h"
 
 #include <QCoreApplication>
@@ -62,8 +61,7 @@ void CheckWatchdog::LeaveWhenStuck()
 {
     if (m_clientStarted.loadAcquire() == 0)
         return;
-    // Shared, because a worker that is stuck now may run this long after this function has
-    // returned.
+    // Shared: a worker that is stuck for now may let go when this function is long over.
     const auto released = std::make_shared<QSemaphore>();
     const auto letGo = [released, release = m_release] {
         release();
@@ -71,5 +69,5 @@ void CheckWatchdog::LeaveWhenStuck()
     };
     QMetaObject::invokeMethod(m_worker, letGo, Qt::QueuedConnection);
     if (!released->tryAcquire(1, TimeLimits::WorkerLetsGoMs))
-        ProcessEnd::LeaveAtOnce(0);
+        Platform::LeaveAtOnce(0);
 }

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "net/contentcoding.h"
 
 #include <utility>
@@ -9,12 +8,12 @@ namespace
 
 constexpr int kPieceSize = 64 * 1024;
 
-// Window bits for zlib's inflateInit2().
+// As zlib's inflateInit2 takes them.
 constexpr int kGzipOrZlib = MAX_WBITS + 32;
 constexpr int kNoWrapper = -MAX_WBITS;
 
-/// True when @p data begins with the two bytes of a gzip (RFC 1952, 2.3.1) or zlib (RFC 1950, 2.2)
-/// wrapper.
+/// True for the two bytes that a gzip (RFC 1952, 2.3.1) or zlib (RFC 1950, 2.2) wrapper begins
+/// with.
 bool BeginsWithWrapper(const QByteArray &data)
 {
     const auto first = uchar(data.at(0));
@@ -44,7 +43,7 @@ public:
     {
         if (!m_ready)
             return false;
-        // zlib does not write to its input.
+        // zlib only reads from there.
         m_stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(piece.constData()));
         m_stream.avail_in = uInt(piece.size());
         do {

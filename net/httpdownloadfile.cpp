@@ -1,16 +1,13 @@
-// SPDX-License-Identifier: MIT
 #include "net/httpdownloadfile.h"
 
 #include "config/global.h"
 #include "config/paths.h"
-#include "config/servicecontract.h"
 #include "install/folderremoval.h"
-#include "net/answerlimits.h"
+#include "install/platform.h"
 #include "net/checkwatchdog.h"
 #include "net/contentcoding.h"
-#include "net/processend.h"
+#include "net/packagename.h"
 #include "net/requests.h"
-#include "net/serviceoffer.h"
 #include "net/timelimits.h"
 #include "net/tlspreparation.h"
 #include "ui/dwondialog.h"
@@ -27,14 +24,33 @@
 namespace
 {
 
-// How much of a refused package name is logged. The name may be as long as the answer.
+const QLatin1String kNoUpdate("0");
+
+// An answer beyond this, compressed or not, is refused: memory does not grow with whatever the
+// service sends.
+constexpr qint64 kMaxCheckReplyBytes = 8LL * 1024 * 1024;
+
+// Of a package name that is refused: it may be as long as the answer.
 constexpr int kMaxLoggedName = 300;
 
-// Bytes that may be buffered before the server has to wait. They should fit into the processor's
-// cache: a buffer of 1 MiB costs a third more processor time.
+// Bytes that may wait to be written before the connection is held back. So few that they are still
+// in the processor's cache then: 1 MiB costs a third more of the processor's time.
 constexpr qint64 kDownloadBufferBytes = 64LL * 1024;
 
-/// The client must not show the notes of an earlier update after this one.
+/// The user asked never to be prompted for this version, and nobody asks for the prompt now.
+bool IsSilenced()
+{
+    const Global &global = Global::instance;
+    return global.noRemind != 0 && global.latestVersion == global.noRemindVersion &&
+           !global.HasForcingSwitch();
+}
+
+bool HasNothingToOffer()
+{
+    return IsSilenced() || Global::instance.update == kNoUpdate;
+}
+
+/// What an earlier update left for the client to show must not be shown with this one.
 void RemoveNotesMarker()
 {
     QFile marker(Paths::NotesMarkerFile());
@@ -46,15 +62,10 @@ void RemoveNotesMarker()
         qDebug() << "failed to delete isShowUpdataInfo.txt: " << int(marker.error());
 }
 
-/// Deletes @p object at once, even while it delivers one of its signals, and sets it to null. The
-/// destruction cancels the deferred deletion.
-template <class T> void DeleteNow(T *&object)
+/// A nameless client has the folder of everybody's application data: that one is never emptied.
+bool IsOwnFolder(const QString &folder)
 {
-    if (object == nullptr)
-        return;
-    object->deleteLater();
-    delete object;
-    object = nullptr;
+    return !folder.mid(folder.lastIndexOf(QLatin1Char('/')) + 1).trimmed().isEmpty();
 }
 
 } // namespace
@@ -62,12 +73,12 @@ template <class T> void DeleteNow(T *&object)
 HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
 {
     qRegisterMetaType<QNetworkReply::NetworkError>("QNetworkReply::NetworkError");
-    ProcessEnd::KeepTlsUntilTheEnd();
+    Platform::KeepTlsUntilTheEnd();
 
     updateDialog = new UpdateDialog;
     DwonDialog *dwonDialog = updateDialog->ProgressDialog();
     connect(this, &HttpDownLoadFile::Aupdate, updateDialog, &UpdateDialog::updateMode);
-    // Connected twice on purpose: every progress step reaches the bar twice.
+    // Twice on purpose: every step of the progress reaches the bar two times.
     connect(this, &HttpDownLoadFile::UpdateBar, dwonDialog, &DwonDialog::UpdateProgressBar);
     connect(this, &HttpDownLoadFile::UpdateBar, dwonDialog, &DwonDialog::UpdateProgressBar);
     connect(updateDialog, &UpdateDialog::getPack, this, &HttpDownLoadFile::GetPackData);
@@ -75,7 +86,7 @@ HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
 
     checkWatchdog = std::make_unique<CheckWatchdog>(this, [this] { DeleteResource(); });
     QTimer::singleShot(TimeLimits::FirstCheckDelayMs, this, &HttpDownLoadFile::TimerPro);
-    // Runs as soon as the worker's thread starts, during the second before the check.
+    // The worker's thread does that as it starts, in the pause that the check waits for anyway.
     QMetaObject::invokeMethod(this, &PrepareTls, Qt::QueuedConnection);
 }
 
@@ -93,8 +104,8 @@ void HttpDownLoadFile::TimerPro()
 
 void HttpDownLoadFile::CheckProcess()
 {
-    // When a check is started again, the replies of the first one are still under way. Their
-    // managers own them, so each old manager becomes a child of the new one.
+    // A check that was started once more leaves its predecessor's replies under way: the managers
+    // that own them live on below their successors.
     QNetworkAccessManager *const formerCheck = checkManager;
     QNetworkAccessManager *const formerDownload = downloadManager;
     checkManager = new QNetworkAccessManager;
@@ -117,7 +128,12 @@ void HttpDownLoadFile::SendCheckRequest()
     reply = checkManager->post(CheckRequest(Global::instance.updateCheckUrl),
                                CheckRequestBody(Global::instance.currentVersion));
     QNetworkReply *const answer = reply;
-    AnswerLimits::LimitBuffer(answer);
+    // One byte more than is taken, so that an answer of just that size is told from a larger one.
+    // Qt forgets a limit that is set on a POST at once. Set later than before the answer comes, it
+    // may have no effect either: Qt's own thread does not look up while data keeps coming in.
+    const auto limit = [answer] { answer->setReadBufferSize(kMaxCheckReplyBytes + 1); };
+    QMetaObject::invokeMethod(answer, limit, Qt::QueuedConnection);
+    connect(answer, &QNetworkReply::metaDataChanged, answer, limit);
     connect(answer, &QNetworkReply::readyRead, this, [this, answer] { RefuseLargeAnswer(answer); });
     connect(checkManager, &QNetworkAccessManager::finished, this,
             &HttpDownLoadFile::ReplyCheckDataRecv);
@@ -135,65 +151,56 @@ void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
         return;
     }
     QByteArray answer = Reply->readAll();
-    if (!DecodeContent(Reply->rawHeader("Content-Encoding"), AnswerLimits::MaxBytes, answer)) {
+    if (!DecodeContent(Reply->rawHeader("Content-Encoding"), kMaxCheckReplyBytes, answer)) {
         if (EndCheckWithClient())
             qDebug() << "check answer cannot be unpacked, bytes:" << answer.size();
         return;
     }
-    if (Global::instance.ParseServiceReply(answer) == Global::Success)
-        TakeOffer(ReadServiceOffer(Global::instance));
-    else
+    Global &global = Global::instance;
+    if (global.ParseServiceReply(answer) != 0 || global.latestVersion == global.currentVersion) {
         EndCheckWithClient();
-}
-
-void HttpDownLoadFile::TakeOffer(const ServiceOffer &offer)
-{
-    if (offer.verdict != ServiceOffer::Verdict::Installed)
-        RemoveNotesMarker();
-    switch (offer.verdict) {
-    case ServiceOffer::Verdict::Installed:
-    case ServiceOffer::Verdict::Silenced:
-    case ServiceOffer::Verdict::NoUpdate:
-        EndCheckWithClient();
-        break;
-    case ServiceOffer::Verdict::UnusableName:
-        if (EndCheckWithClient())
-            qDebug() << "package name cannot be used:" << offer.packageName.left(kMaxLoggedName);
-        break;
-    case ServiceOffer::Verdict::Update:
-        PrepareDownload(offer);
-        if (checkWatchdog->EndWithPrompt())
-            emit Aupdate(Global::instance.update);
-        break;
+        return;
     }
+
+    RemoveNotesMarker();
+    if (HasNothingToOffer()) {
+        EndCheckWithClient();
+        return;
+    }
+    packagePath = PackageFileName(global.latestVersionUrl);
+    if (!IsUsablePackageName(packagePath)) {
+        if (EndCheckWithClient())
+            qDebug() << "package name cannot be used:" << packagePath.left(kMaxLoggedName);
+        return;
+    }
+    PrepareDownload();
+    if (checkWatchdog->EndWithPrompt())
+        emit Aupdate(global.update);
 }
 
 void HttpDownLoadFile::RefuseLargeAnswer(QNetworkReply *answer)
 {
-    if (answer->bytesAvailable() <= AnswerLimits::MaxBytes || !checkWatchdog->EndWithClient())
+    if (answer->bytesAvailable() <= kMaxCheckReplyBytes || !checkWatchdog->EndWithClient())
         return;
-    // The rest must not be received while the client is started.
+    // Nothing more of it is received while the client is started.
     answer->abort();
     Global::instance.LaunchClient();
-    qDebug() << "check answer is too large, bytes: more than" << AnswerLimits::MaxBytes;
+    qDebug() << "check answer is too large, bytes: more than" << kMaxCheckReplyBytes;
 }
 
-void HttpDownLoadFile::PrepareDownload(const ServiceOffer &offer)
+void HttpDownLoadFile::PrepareDownload()
 {
-    downloadDir = offer.folder.path;
-    ownsDownloadDir = offer.folder.isOwn;
-    packagePath = offer.PackagePath();
+    downloadDir = Paths::DownloadFolder(Global::instance.appName);
     QDir().mkpath(downloadDir);
+    packagePath = downloadDir + QLatin1Char('/') + packagePath;
     qInfo() << "update fileName: " << packagePath;
 }
 
 void HttpDownLoadFile::GetPackData()
 {
-    // Windows cannot remove an open file, and an attempt that is still under way may have this one
-    // open.
+    // Windows removes no file that is open, and an attempt under way may have this one.
     packageFile.close();
-    if (ownsDownloadDir)
-        EmptyFolder(downloadDir);
+    EmptyDownloadFolder();
     if (!OpenPackageFile()) {
         QCoreApplication::quit();
         return;
@@ -202,12 +209,18 @@ void HttpDownLoadFile::GetPackData()
     StartTimer(downloadTimerId);
 }
 
+void HttpDownLoadFile::EmptyDownloadFolder() const
+{
+    if (IsOwnFolder(downloadDir))
+        EmptyFolder(downloadDir);
+}
+
 bool HttpDownLoadFile::OpenPackageFile()
 {
     if (packageFile.fileName().isEmpty())
         packageFile.setFileName(packagePath);
 
-    if (!ownsDownloadDir) {
+    if (!IsOwnFolder(downloadDir)) {
         qDebug() << packagePath << " Open failed:" << int(QFileDevice::OpenError);
         return false;
     }
@@ -220,7 +233,7 @@ bool HttpDownLoadFile::OpenPackageFile()
 
 void HttpDownLoadFile::SendPackageRequest()
 {
-    // An attempt that is still under way must not write into the new file.
+    // An attempt that is still under way must not write into this one's file.
     if (reply != nullptr)
         reply->disconnect(this);
 
@@ -232,7 +245,7 @@ void HttpDownLoadFile::SendPackageRequest()
     connect(reply, &QNetworkReply::finished, this, &HttpDownLoadFile::ReplyFinished);
     connect(reply, &QNetworkReply::downloadProgress, this,
             &HttpDownLoadFile::UpdateDataReadProgress);
-    // Connected by string: the overloaded error() is the only form that both Qt 5.12 and 5.15 have.
+    // By string: the overloaded error() is the only form that Qt 5.12 and 5.15 both have.
     connect(reply, SIGNAL(error(QNetworkReply::NetworkError)), this,
             SLOT(ReplyError(QNetworkReply::NetworkError)));
 }
@@ -253,7 +266,7 @@ void HttpDownLoadFile::WritePackage(const QByteArray &received)
     const auto write = [this](const QByteArray &plain) {
         return packageFile.write(plain) == plain.size();
     };
-    // Damaged data is not written, so the digest of the file will not match.
+    // What is damaged here is missing in the file: the digest tells.
     packageDecoder->Feed(received, write);
 }
 
@@ -273,7 +286,7 @@ void HttpDownLoadFile::ReplyFinished()
     if (reply == nullptr || reply->error() != QNetworkReply::NoError)
         return;
     StopTimer(downloadTimerId);
-    DeleteNow(reply);
+    ReleaseReply();
     packageFile.close();
 
     if (Global::instance.FileMd5(packagePath) != Global::instance.md5) {
@@ -288,9 +301,9 @@ void HttpDownLoadFile::ReplyFinished()
 void HttpDownLoadFile::HandOverPackage()
 {
     Global &global = Global::instance;
-    if (global.updateType == ServiceContract::InstallerPackage) {
+    if (global.updateType == Global::InstallerPackage) {
         global.LaunchProgram(packagePath);
-    } else if (global.updateType == ServiceContract::ZipPackage) {
+    } else if (global.updateType == Global::ZipPackage) {
         if (global.InstallPackage(packagePath) != Global::Success)
             QCoreApplication::quit();
         global.LaunchClient();
@@ -321,7 +334,7 @@ void HttpDownLoadFile::AbandonDownload()
 {
     StopTimer(downloadTimerId);
     packageFile.close();
-    DeleteNow(reply);
+    ReleaseReply();
     qDebug() << "NetworkReply Get TimerOut";
     ShowError(QStringLiteral("Installation failed. Network exception, please check."),
               QStringLiteral("安装失败，网络异常，请检查网络"));
@@ -329,9 +342,14 @@ void HttpDownLoadFile::AbandonDownload()
 
 void HttpDownLoadFile::DeleteResource()
 {
-    DeleteNow(reply);
-    DeleteNow(checkManager);
-    DeleteNow(downloadManager);
+    ReleaseReply();
+    for (QNetworkAccessManager **manager : {&checkManager, &downloadManager}) {
+        if (*manager == nullptr)
+            continue;
+        (*manager)->deleteLater();
+        delete *manager;
+        *manager = nullptr;
+    }
     StopTimer(checkTimerId);
     StopTimer(downloadTimerId);
 }
@@ -342,6 +360,16 @@ bool HttpDownLoadFile::EndCheckWithClient()
         return false;
     Global::instance.LaunchClient();
     return true;
+}
+
+void HttpDownLoadFile::ReleaseReply()
+{
+    if (reply == nullptr)
+        return;
+    // Deleted at once, also inside its own finished(); that cancels the deferred deletion.
+    reply->deleteLater();
+    delete reply;
+    reply = nullptr;
 }
 
 void HttpDownLoadFile::StartTimer(int &timerId)

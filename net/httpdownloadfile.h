@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QFile>
@@ -12,24 +11,21 @@ class CheckWatchdog;
 class ContentDecoder;
 class QNetworkAccessManager;
 class UpdateDialog;
-struct ServiceOffer;
 
 /**
  * The update worker: asks the update service for a newer version, announces it to the prompt,
  * downloads the package, verifies it and hands it over to installation.
  *
- * Created on the GUI thread, where its constructor creates the dialogs, and moved to its own thread
- * before that thread starts. All slots except TimerPro() run there. The worker and the dialogs
- * communicate only through queued signals. Any failure before the prompt starts the client
- * unchanged.
+ * Built on the GUI thread, where its constructor makes the dialogs, and moved to a thread of its
+ * own before that thread starts. There every slot but TimerPro() runs. It meets the dialogs through
+ * queued signals only. Whatever fails before the prompt starts the client unchanged.
  */
 class HttpDownLoadFile : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Creates the hidden dialogs and schedules the check, which starts one second later. GUI
-    /// thread.
+    /// Makes the hidden dialogs and arms the check, which starts a second later. GUI thread.
     explicit HttpDownLoadFile(QObject *parent = nullptr);
 
     /// Deletes the dialogs. GUI thread, after the worker's thread has ended.
@@ -39,10 +35,10 @@ signals:
     /// Starts the check.
     void InitCheck();
 
-    /// An update is available; @p updateMode is the service's "update" value.
+    /// An update is there; @p updateMode is the service's "update" value.
     void Aupdate(QString updateMode);
 
-    /// Bytes of the package received so far and in total; the total is -1 when it is unknown.
+    /// Bytes of the package received so far and in all; the latter is -1 when it is not known.
     void UpdateBar(qint64 bytesRead, qint64 totalBytes);
 
 public slots:
@@ -58,17 +54,16 @@ public slots:
     /// The answer to the check request: starts the client, or announces the update.
     void ReplyCheckDataRecv(QNetworkReply *Reply);
 
-    /// Writes the data that has arrived to the package file.
+    /// Writes what the download has buffered to the package file.
     void ReplyPackDataRecv();
 
-    /// Emits UpdateBar().
+    /// Passes the download's progress on.
     void UpdateDataReadProgress(qint64 bytesRead, qint64 totalBytes);
 
-    /// Verifies a complete download and installs or starts it. Ignores a failed one, which the
-    /// stall time-out reports.
+    /// Verifies a complete download and hands it over. A failed one is left to the stall time-out.
     void ReplyFinished();
 
-    /// Logs a download error. The stall time-out reports it to the user.
+    /// Logs a download error. The user learns of it through the stall time-out.
     void ReplyError(QNetworkReply::NetworkError err);
 
     /// Releases the network objects and the timers, on the worker's thread as it ends.
@@ -79,8 +74,8 @@ protected:
 
 private:
     void SendCheckRequest();
-    void TakeOffer(const ServiceOffer &offer);
-    void PrepareDownload(const ServiceOffer &offer);
+    void PrepareDownload();
+    void EmptyDownloadFolder() const;
     bool OpenPackageFile();
     void SendPackageRequest();
     void WritePackage(const QByteArray &received);
@@ -89,6 +84,7 @@ private:
     void AbandonDownload();
     bool EndCheckWithClient();
     void RefuseLargeAnswer(QNetworkReply *answer);
+    void ReleaseReply();
     void StartTimer(int &timerId);
     void StopTimer(int &timerId);
     void ShowError(const QString &english, const QString &chinese);
@@ -100,10 +96,9 @@ private:
     int downloadTimerId = 0;
     qint64 lastActivityMs = 0; ///< since the epoch; both time limits count from it
     QFile packageFile;
-    QString packagePath; ///< full path of the package file
+    QString packagePath; ///< the announced file name, then the full path
     QString downloadDir;
     UpdateDialog *updateDialog = nullptr;
-    bool ownsDownloadDir = false;                   ///< as DownloadFolder::isOwn
     std::unique_ptr<CheckWatchdog> checkWatchdog;   ///< on the GUI thread
     std::unique_ptr<ContentDecoder> packageDecoder; ///< of the download under way
 };

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "net/packagename.h"
 
 #include "install/windowsnames.h"
@@ -6,7 +5,7 @@
 namespace
 {
 
-/// In UTF-16 code units; the limit of the file systems of Windows.
+/// In UTF-16 code units: the most that the file systems of Windows hold.
 constexpr int kMaxNameLength = 255;
 
 } // namespace
@@ -20,7 +19,7 @@ bool IsUsablePackageName(const QString &name)
 {
     if (name.isEmpty())
         return true;
-    // A name of only dots and blanks is the folder itself or its parent.
+    // Nothing but dots and blanks is the folder, or the one above it.
     return name.size() <= kMaxNameLength && !WindowsNames::AsKept(name).isEmpty() &&
            !WindowsNames::IsDevice(name) && !WindowsNames::HasForbiddenCharacter(name) &&
            !WindowsNames::HasInvisibleCharacter(name) &&

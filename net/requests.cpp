@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "net/requests.h"
 
 #include <QJsonDocument>
@@ -9,11 +8,11 @@
 namespace
 {
 
-/// The update service's number for Windows.
+/// Windows, as the update service counts platforms.
 constexpr int kPlatform = 6;
 
-/// Without this, Qt answers a challenge itself, on Windows with the account of the current user,
-/// and sends cookies back with the next request.
+/// Qt would answer a challenge by itself, on Windows with the account of whoever is logged on, and
+/// return cookies with the next request.
 void IdentifyNobody(QNetworkRequest &request)
 {
     for (const QNetworkRequest::Attribute attribute :
@@ -22,8 +21,8 @@ void IdentifyNobody(QNetworkRequest &request)
         request.setAttribute(attribute, QNetworkRequest::Manual);
 }
 
-/// Sets the header to the value that Qt would send anyway. Qt leaves the body compressed only when
-/// the program has set it; otherwise it decompresses without a limit.
+/// The bytes that Qt sends anyway; but only a body that was asked for here is left as it came. Qt
+/// decompresses without a limit.
 void LeaveCompressed(QNetworkRequest &request)
 {
     request.setRawHeader("Accept-Encoding", "gzip, deflate");

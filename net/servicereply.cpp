@@ -1,7 +1,6 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "config/servicecontract.h"
 #include "net/answerlimits.h"
+#include "net/servicecontract.h"
 
 #include <QDebug>
 #include <QJsonDocument>

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "net/tlspreparation.h"
 
 #include <QNetworkAccessManager>

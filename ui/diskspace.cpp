@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "ui/diskspace.h"
 
 #include "config/global.h"
@@ -10,7 +9,7 @@ namespace
 
 constexpr qint64 kPackagesThatMustFit = 3;
 
-/// The length of a drive's root, such as "D:/".
+/// The root of a drive, as in "D:/".
 constexpr int kDriveRootLength = 3;
 
 } // namespace

@@ -1,8 +1,7 @@
-// SPDX-License-Identifier: MIT
 #include "ui/netdialog.h"
 
 #include "config/global.h"
-#include "ui/stylesheets.h"
+#include "ui/sheets.h"
 
 #include <QCoreApplication>
 #include <QKeyEvent>
@@ -13,22 +12,22 @@ NetDialog::NetDialog(QWidget *parent) : QDialog(parent)
 {
     setObjectName(QStringLiteral("NetDialog"));
     resize(199, 114);
-    setStyleSheet(StyleSheets::ConfirmationPanel());
+    setStyleSheet(Sheets::ConfirmationPanel());
 
     sbtn = new QPushButton(this);
     sbtn->setObjectName(QStringLiteral("sbtn"));
     sbtn->setGeometry(129, 65, 31, 20);
-    sbtn->setStyleSheet(StyleSheets::ConfirmationButton());
+    sbtn->setStyleSheet(Sheets::ConfirmationButton());
 
     cbtn = new QPushButton(this);
     cbtn->setObjectName(QStringLiteral("cbtn"));
     cbtn->setGeometry(66, 65, 51, 20);
-    cbtn->setStyleSheet(StyleSheets::ConfirmationButton());
+    cbtn->setStyleSheet(Sheets::ConfirmationButton());
 
     lab = new QLabel(this);
     lab->setObjectName(QStringLiteral("lab"));
     lab->setGeometry(30, 30, 141, 21);
-    lab->setStyleSheet(StyleSheets::ConfirmationQuestion());
+    lab->setStyleSheet(Sheets::ConfirmationQuestion());
 
     setWindowTitle(tr("Dialog"));
     lab->setText(tr("确定取消更新?"));
@@ -61,8 +60,7 @@ void NetDialog::reject()
 
 void NetDialog::keyPressEvent(QKeyEvent *event)
 {
-    // A default button cannot do this: a window has only one, and it belongs to the progress
-    // dialog.
+    // Not by a default button: there is one a window, and the window's is the progress dialog's.
     if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)
         cbtn->click();
     else

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QDialog>
@@ -7,8 +6,8 @@ class QLabel;
 class QPushButton;
 
 /**
- * Asks whether to cancel the update, as a panel inside the progress dialog. It only emits signals;
- * its owner acts on them. GUI thread.
+ * The question whether to cancel the update, a panel inside the progress dialog. It decides
+ * nothing: its owner does what the signals ask for. GUI thread.
  */
 class NetDialog : public QDialog
 {
@@ -17,8 +16,8 @@ class NetDialog : public QDialog
 public:
     explicit NetDialog(QWidget *parent = nullptr);
 
-    /// Makes Tab visit the buttons in reading order. To be called once the panel is in its window,
-    /// because moving it there changes the order.
+    /// Lets Tab visit the buttons in reading order. To be called once the panel is in its place:
+    /// being put into another window mixes the order up.
     void OrderTabs();
 
     /// Esc keeps the update going, as "Cancel" does.

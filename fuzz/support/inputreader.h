@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -7,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Reads values from an input, from its first byte on. After its end all bytes are zero.
+/// Takes an input apart from its first byte to its last. What is missing at its end is zero.
 class InputReader
 {
 public:

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "fuzz/support/promptwatch.h"
 
 #include "fuzz/support/require.h"

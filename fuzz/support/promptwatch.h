@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/support/filewatch.h"
@@ -7,8 +6,8 @@
 double CpuSeconds();
 
 /**
- * While it lives, requires that no files are looked for except fonts: Qt looks for a font with rare
- * characters. One at a time; one thread.
+ * Requires of what runs while it lives that it looks for no file but fonts: rare characters let the
+ * framework look for a font that has them. One at a time; one thread.
  */
 class OnlyFonts
 {

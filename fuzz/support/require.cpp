@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "fuzz/support/require.h"
 
 #include <QStringList>

@@ -1,6 +1,5 @@
 #!/usr/bin/env python3
-# SPDX-License-Identifier: MIT
-"""Makes zip packages of exactly the given size: a file of random data in a folder named after the package.
+"""Makes zip packages of exactly so many MiB: a file of noise in a folder that is called like the package.
 
     scripts/lib/noise-package.py FOLDER MIB...      writes FOLDER/MIB.zip
 """

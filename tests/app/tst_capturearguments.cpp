@@ -1,9 +1,7 @@
-// SPDX-License-Identifier: MIT
-#include "app/capturearguments.h"
+#include "app/arguments.h"
 #include "config/global.h"
 #include "tests/support/localeencoding.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loglines.h"
 #include "tests/support/testhome.h"
 
 #include <QTest>
@@ -14,7 +12,7 @@
 namespace
 {
 
-/// Captures @p arguments after the program's name, as main() gets them.
+/// Captures @p arguments as they come from the system, behind the program's name.
 void Capture(std::initializer_list<QByteArray> arguments)
 {
     std::vector<QByteArray> texts{"AutoUpdate"};
@@ -48,10 +46,10 @@ void TestCaptureArguments::argumentsKeepTheirOrderAndAreLogged()
              QStringList({QStringLiteral("-noremid"), QStringLiteral("-immediately"), QString(),
                           QStringLiteral("-noremid")}));
     QCOMPARE(log.Messages(),
-             QStringList({LogLine::CommandLineParameter(QStringLiteral("-noremid")),
-                          LogLine::CommandLineParameter(QStringLiteral("-immediately")),
-                          LogLine::CommandLineParameter(QString()),
-                          LogLine::CommandLineParameter(QStringLiteral("-noremid"))}));
+             QStringList({QStringLiteral("[INFO] cmd line parameters : \"-noremid\""),
+                          QStringLiteral("[INFO] cmd line parameters : \"-immediately\""),
+                          QStringLiteral("[INFO] cmd line parameters : \"\""),
+                          QStringLiteral("[INFO] cmd line parameters : \"-noremid\"")}));
 }
 
 void TestCaptureArguments::withoutArgumentsTheListStaysEmpty()

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/docs/document.h"
 
 #include "tests/support/testhome.h"
@@ -9,7 +8,6 @@ namespace
 {
 
 const QLatin1String kFence("```");
-const QLatin1String kQuote("cpp"); // what follows it is the path of the source
 const QLatin1String kIndentedBlock("    ");
 
 QStringList Cells(const QString &line)
@@ -70,16 +68,6 @@ QVector<QByteArray> Document::Fenced(const QString &language) const
             blocks.append(block.second);
     }
     return blocks;
-}
-
-QVector<QPair<QString, QByteArray>> Document::Quotes() const
-{
-    QVector<QPair<QString, QByteArray>> quotes;
-    for (const auto &block : m_fenced) {
-        if (block.first.startsWith(kQuote))
-            quotes.append({block.first.mid(kQuote.size()).trimmed(), block.second});
-    }
-    return quotes;
 }
 
 QVector<QStringList> Document::Rows(const QString &firstHeader) const

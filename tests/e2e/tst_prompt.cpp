@@ -1,42 +1,30 @@
-// SPDX-License-Identifier: MIT
-#include "tests/support/dialogplaces.h"
-#include "tests/support/loglines.h"
-#include "tests/support/updaterrun.h"
-#include "tests/support/windowserver.h"
+#include "tests/e2e/updaterrun.h"
+#include "tests/e2e/windowserver.h"
 #include "tests/support/zipmaker.h"
 
 #include <QJsonDocument>
 #include <QProcessEnvironment>
 #include <QTest>
 
-/// A user of the real program, with a real window server.
+/// The user in front of the real program, with a real window server between them.
 class TestPrompt : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void theWindowsFollowTheScreensScale_data();
-    void theWindowsFollowTheScreensScale();
-    void laterStartsTheClientWithoutTheArguments();
-    void neverPromptIsRemembered();
-    void silencingAMuchShorterVersionEndsEveryLaterRun();
-    void escapeInTheOptionalPromptStartsTheClient();
-    void escapeInTheForcedPromptEndsTheRunWithoutTheClient();
-    void enterDoesNotUpdate();
-    void aClickUpdatesAndCancellingAsksFirst();
-    void retryDownloadsAgain();
+    void TheWindowsFollowTheScreensScale_data();
+    void TheWindowsFollowTheScreensScale();
+    void LaterStartsTheClientWithoutTheArguments();
+    void NeverPromptIsRemembered();
+    void SilencingAMuchShorterVersionEndsEveryLaterRun();
+    void EscapeInTheOptionalPromptStartsTheClient();
+    void EscapeInTheForcedPromptEndsTheRunWithoutTheClient();
+    void EnterDoesNotUpdate();
+    void AClickUpdatesAndCancellingAsksFirst();
+    void RetryDownloadsAgain();
 
 private:
-    /// Clicks a button of the updater, by its object name, on a screen of this resolution.
-    void Click(const QString &window, const QString &button, int dpi = kOrdinaryDpi) const
-    {
-        m_windows.Click(window, m_places.buttons[button] * dpi / kOrdinaryDpi);
-    }
-
-    static constexpr int kOrdinaryDpi = 96;
-
     WindowServer m_windows;
-    const DialogPlaces m_places = PlacesInDialogs();
 };
 
 namespace
@@ -46,12 +34,15 @@ const QString kPackage = QStringLiteral("client-2.1.3.zip");
 const QString kEnglish = QStringLiteral("App Update");
 const QString kChinese = QStringLiteral("应用更新");
 
-const QString kNeverPrompt = QStringLiteral("checkRemid");
-const QString kLater = QStringLiteral("laterBtn");
-const QString kUpdate = QStringLiteral("immedBtn");
-const QString kCancelOrRetry = QStringLiteral("cancleBtn");
-const QString kKeepGoing = QStringLiteral("cbtn");
-const QString kCancelForGood = QStringLiteral("sbtn");
+constexpr int kOrdinaryDpi = 96;
+
+// Middles of the buttons.
+const QPoint kNeverPrompt(32, 252);
+const QPoint kLater(290, 254);
+const QPoint kUpdate(406, 254);
+const QPoint kCancelOrRetry = kUpdate;
+const QPoint kKeepGoing(262, 255);
+const QPoint kCancelForGood(315, 255);
 
 QByteArray NewClient()
 {
@@ -64,15 +55,17 @@ QByteArray NewClient()
 
 bool IsInstalled(const UpdaterRun &run)
 {
-    return QFile::exists(run.Installed(QStringLiteral("new.txt")));
+    return QFile::exists(run.home.ClientFolder() + QStringLiteral("/new.txt"));
 }
 
 QJsonObject Config(const UpdaterRun &run)
 {
-    return QJsonDocument::fromJson(ReadFile(run.UpdateConfigFile())).object();
+    return QJsonDocument::fromJson(
+               ReadFile(run.home.ProgramFolder() + QStringLiteral("/updateconfig.json")))
+        .object();
 }
 
-/// Makes the server stop after the first 100000 bytes of the package.
+/// Holds the package back after its first 100000 bytes.
 void HoldPackage(UpdaterRun &run, const QByteArray &package)
 {
     run.server.Script(
@@ -83,7 +76,7 @@ void HoldPackage(UpdaterRun &run, const QByteArray &package)
 
 } // namespace
 
-void TestPrompt::theWindowsFollowTheScreensScale_data()
+void TestPrompt::TheWindowsFollowTheScreensScale_data()
 {
     QTest::addColumn<int>("dpi");
     QTest::addColumn<QSize>("size");
@@ -94,7 +87,7 @@ void TestPrompt::theWindowsFollowTheScreensScale_data()
     QTest::newRow("200 %") << 192 << QSize(960, 584);
 }
 
-void TestPrompt::theWindowsFollowTheScreensScale()
+void TestPrompt::TheWindowsFollowTheScreensScale()
 {
     QFETCH(int, dpi);
     UpdaterRun run;
@@ -102,7 +95,7 @@ void TestPrompt::theWindowsFollowTheScreensScale()
     const QByteArray package = NewClient();
     run.Publish(package, kPackage);
     HoldPackage(run, package);
-    // Sets the scale, as the resolution of the screen would.
+    // Stands for the resolution that the screen is set to.
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_FONT_DPI"), QString::number(dpi));
     run.process.setProcessEnvironment(environment);
@@ -110,17 +103,17 @@ void TestPrompt::theWindowsFollowTheScreensScale()
 
     const QString prompt = m_windows.WaitForWindow(kEnglish);
     QTEST(m_windows.Size(prompt), "size");
-    Click(prompt, kUpdate, dpi);
+    m_windows.Click(prompt, kUpdate * dpi / kOrdinaryDpi);
     QTEST(m_windows.Size(m_windows.WaitForWindow(kEnglish, prompt)), "size");
 }
 
-void TestPrompt::laterStartsTheClientWithoutTheArguments()
+void TestPrompt::LaterStartsTheClientWithoutTheArguments()
 {
     UpdaterRun run;
     run.Configure();
     run.Publish(NewClient(), kPackage);
     run.Start({QStringLiteral("--profile=x")});
-    Click(m_windows.WaitForWindow(kEnglish), kLater);
+    m_windows.Click(m_windows.WaitForWindow(kEnglish), kLater);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
@@ -128,7 +121,7 @@ void TestPrompt::laterStartsTheClientWithoutTheArguments()
     QCOMPARE(Config(run).value(QStringLiteral("noRemind")).toInt(), 0);
 }
 
-void TestPrompt::neverPromptIsRemembered()
+void TestPrompt::NeverPromptIsRemembered()
 {
     UpdaterRun run;
     run.SetLanguage("zh");
@@ -136,20 +129,20 @@ void TestPrompt::neverPromptIsRemembered()
     run.Publish(NewClient(), kPackage);
     run.Start();
     const QString prompt = m_windows.WaitForWindow(kChinese);
-    Click(prompt, kNeverPrompt);
-    Click(prompt, kLater);
+    m_windows.Click(prompt, kNeverPrompt);
+    m_windows.Click(prompt, kLater);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(Config(run).value(QStringLiteral("noRemind")).toInt(), 1);
     QCOMPARE(Config(run).value(QStringLiteral("noRemindVersion")).toString(),
              QStringLiteral("2.1.3"));
 
-    // The next run shows no prompt.
+    // The next run does not prompt.
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
+void TestPrompt::SilencingAMuchShorterVersionEndsEveryLaterRun()
 {
     UpdaterRun run;
     run.Configure();
@@ -159,13 +152,14 @@ void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
                     {{QStringLiteral("latestVersion"), QLatin1String(version)}});
         run.Start();
         const QString prompt = m_windows.WaitForWindow(kEnglish);
-        Click(prompt, kNeverPrompt);
-        Click(prompt, kLater);
+        m_windows.Click(prompt, kNeverPrompt);
+        m_windows.Click(prompt, kLater);
         QCOMPARE(run.WaitForEnd(), 0);
         QVERIFY(run.client.WaitForCalls(++calls));
     }
 
-    const QString unreadable = LogLine::UpdateConfigDamaged(QJsonParseError::GarbageAtEnd);
+    const QString unreadable =
+        QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: %1").arg(QJsonParseError::GarbageAtEnd);
     QVERIFY(!run.Log().contains(unreadable));
     const int lines = run.Log().size();
     QCOMPARE(run.Run(), 0);
@@ -175,7 +169,7 @@ void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
     QCOMPARE(run.client.Calls().size(), 2);
 }
 
-void TestPrompt::escapeInTheOptionalPromptStartsTheClient()
+void TestPrompt::EscapeInTheOptionalPromptStartsTheClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -187,7 +181,7 @@ void TestPrompt::escapeInTheOptionalPromptStartsTheClient()
     QCOMPARE(run.client.Calls().size(), 1);
 }
 
-void TestPrompt::escapeInTheForcedPromptEndsTheRunWithoutTheClient()
+void TestPrompt::EscapeInTheForcedPromptEndsTheRunWithoutTheClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -199,7 +193,7 @@ void TestPrompt::escapeInTheForcedPromptEndsTheRunWithoutTheClient()
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestPrompt::enterDoesNotUpdate()
+void TestPrompt::EnterDoesNotUpdate()
 {
     UpdaterRun run;
     run.Configure();
@@ -213,7 +207,7 @@ void TestPrompt::enterDoesNotUpdate()
     QCOMPARE(run.server.Requests().size(), 1);
 }
 
-void TestPrompt::aClickUpdatesAndCancellingAsksFirst()
+void TestPrompt::AClickUpdatesAndCancellingAsksFirst()
 {
     UpdaterRun run;
     run.Configure();
@@ -222,21 +216,21 @@ void TestPrompt::aClickUpdatesAndCancellingAsksFirst()
     HoldPackage(run, package);
     run.Start();
     const QString prompt = m_windows.WaitForWindow(kEnglish);
-    Click(prompt, kUpdate);
+    m_windows.Click(prompt, kUpdate);
     const QString progress = m_windows.WaitForWindow(kEnglish, prompt);
     QVERIFY(run.server.WaitForRequests(2));
 
-    Click(progress, kCancelOrRetry);
-    Click(progress, kKeepGoing);
+    m_windows.Click(progress, kCancelOrRetry);
+    m_windows.Click(progress, kKeepGoing);
     m_windows.Press(progress, QStringLiteral("Escape"));
-    Click(progress, kCancelForGood);
+    m_windows.Click(progress, kCancelForGood);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(!IsInstalled(run));
     QVERIFY(run.client.Calls().isEmpty());
     QCOMPARE(run.server.Requests().size(), 2);
 }
 
-void TestPrompt::retryDownloadsAgain()
+void TestPrompt::RetryDownloadsAgain()
 {
     UpdaterRun run;
     run.Configure();
@@ -249,15 +243,16 @@ void TestPrompt::retryDownloadsAgain()
     run.server.Script(QStringLiteral("/packages/") + kPackage, QJsonArray{corrupted, whole});
     run.Start();
     const QString prompt = m_windows.WaitForWindow(kEnglish);
-    Click(prompt, kUpdate);
+    m_windows.Click(prompt, kUpdate);
     const QString progress = m_windows.WaitForWindow(kEnglish, prompt);
-    QVERIFY(run.WaitForLog(LogLine::DigestDiffers(run.PackagePath(kPackage))));
-    Click(progress, kCancelOrRetry);
+    QVERIFY(run.WaitForLog(
+        QStringLiteral("[DEBUG] (:0) \"%1\"  md5 check filed").arg(run.PackagePath(kPackage))));
+    m_windows.Click(progress, kCancelOrRetry);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     QVERIFY(IsInstalled(run));
     QCOMPARE(ReadFile(run.PackagePath(kPackage)), package);
 }
 
-QTEST_MAIN(TestPrompt)
+QTEST_GUILESS_MAIN(TestPrompt)
 #include "tst_prompt.moc"

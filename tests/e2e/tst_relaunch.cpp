@@ -1,6 +1,4 @@
-// SPDX-License-Identifier: MIT
-#include "tests/support/loglines.h"
-#include "tests/support/updaterrun.h"
+#include "tests/e2e/updaterrun.h"
 
 #include <QDateTime>
 #include <QTcpServer>
@@ -9,29 +7,29 @@
 
 #include <utility>
 
-/// Runs that start the client without an update.
+/// Runs that end with the client being started unchanged.
 class TestRelaunch : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void theCheckIsOnePostWithTheInstalledVersion();
-    void nothingNewStartsTheClient_data();
-    void nothingNewStartsTheClient();
-    void aSilencedVersionStartsTheClient();
-    void anUnreachableServiceStartsTheClient();
-    void aServiceThatNeverAnswersStartsTheClientOnce();
-    void anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient();
-    void anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data();
-    void anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime();
-    void aHeadWithoutEndStartsTheClientInTime_data();
-    void aHeadWithoutEndStartsTheClientInTime();
-    void aRunningClientIsStartedAgainWithoutACheck();
-    void aRunningClientIsHandedTheMeetingLink();
-    void aMeetingLinkReachesAClientThatDoesNotRun();
+    void TheCheckIsOnePostWithTheInstalledVersion();
+    void NothingNewStartsTheClient_data();
+    void NothingNewStartsTheClient();
+    void ASilencedVersionStartsTheClient();
+    void AnUnreachableServiceStartsTheClient();
+    void AServiceThatNeverAnswersStartsTheClientOnce();
+    void AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient();
+    void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data();
+    void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime();
+    void AHeadWithoutEndStartsTheClientInTime_data();
+    void AHeadWithoutEndStartsTheClientInTime();
+    void ARunningClientIsStartedAgainWithoutACheck();
+    void ARunningClientIsHandedTheMeetingLink();
+    void AMeetingLinkReachesAClientThatDoesNotRun();
 };
 
-void TestRelaunch::theCheckIsOnePostWithTheInstalledVersion()
+void TestRelaunch::TheCheckIsOnePostWithTheInstalledVersion()
 {
     UpdaterRun run;
     run.Configure();
@@ -50,7 +48,7 @@ void TestRelaunch::theCheckIsOnePostWithTheInstalledVersion()
              QByteArray(R"({"clientVersion":"1.0.0","deviceType":"Windows","platform":6})"));
 }
 
-void TestRelaunch::nothingNewStartsTheClient_data()
+void TestRelaunch::NothingNewStartsTheClient_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("reason");
@@ -58,16 +56,20 @@ void TestRelaunch::nothingNewStartsTheClient_data()
         << QByteArray(R"({"code":"000000","biz":{"latestVersion":"1.0.0"}})") << QString();
     QTest::newRow("no update")
         << QByteArray(R"({"code":"000000","biz":{"latestVersion":"2.0.0","update":"0"}})")
-        << LogLine::MarkerMissing();
+        << QStringLiteral("[INFO] (:0) isShowUpdataInfo.txt not exists");
     QTest::newRow("an error code")
-        << QByteArray(R"({"code":"000001"})") << LogLine::AnswerRefused(QStringLiteral("000001"));
-    QTest::newRow("an empty object") << QByteArray("{}") << LogLine::AnswerRefused(QString());
+        << QByteArray(R"({"code":"000001"})")
+        << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"000001\"");
+    QTest::newRow("an empty object")
+        << QByteArray("{}") << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"\"");
     QTest::newRow("a numeric code")
-        << QByteArray(R"({"code":0})") << LogLine::AnswerRefused(QString());
-    QTest::newRow("not JSON") << QByteArray("<html>") << LogLine::AnswerDamaged(5);
+        << QByteArray(R"({"code":0})")
+        << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"\"");
+    QTest::newRow("not JSON") << QByteArray("<html>")
+                              << QStringLiteral("[DEBUG] (:0)  Recv Services Jsondata Error: 5");
 }
 
-void TestRelaunch::nothingNewStartsTheClient()
+void TestRelaunch::NothingNewStartsTheClient()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, reason);
@@ -80,14 +82,15 @@ void TestRelaunch::nothingNewStartsTheClient()
     QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
 
     QStringList log{run.ConfigurationLine()};
-    log.append(LogLine::Answer(LogLine::Quoted(QString::fromUtf8(body))));
+    log.append(QStringLiteral("[INFO] (:0) Service Jsondata: \"%1\"")
+                   .arg(QString::fromUtf8(body).replace(QLatin1Char('"'), QStringLiteral("\\\""))));
     if (!reason.isEmpty())
         log.append(reason);
-    log.append(LogLine::Starting(run.ClientName()));
+    log.append(QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName));
     QCOMPARE(run.Log(), log);
 }
 
-void TestRelaunch::aSilencedVersionStartsTheClient()
+void TestRelaunch::ASilencedVersionStartsTheClient()
 {
     UpdaterRun run;
     run.Configure({{QStringLiteral("noRemind"), 1},
@@ -100,21 +103,22 @@ void TestRelaunch::aSilencedVersionStartsTheClient()
     QVERIFY(run.Log().filter(QStringLiteral("update fileName")).isEmpty());
 }
 
-void TestRelaunch::anUnreachableServiceStartsTheClient()
+void TestRelaunch::AnUnreachableServiceStartsTheClient()
 {
     UpdaterRun run;
-    // Nobody listens on the discard port.
+    // The discard port: nobody listens there.
     run.Configure(
         {{QStringLiteral("updateCheckUrl"), QStringLiteral("https://127.0.0.1:9/check")}});
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     const QStringList log = run.Log();
     QCOMPARE(log.size(), 3);
-    QCOMPARE(log.at(1), LogLine::Starting(run.ClientName()));
-    QCOMPARE(log.at(2), LogLine::CheckFailed(QStringLiteral("ConnectionRefusedError")));
+    QCOMPARE(log.at(1), QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName));
+    QCOMPARE(log.at(2), QStringLiteral("[DEBUG] (:0) Network Recv Back Error: "
+                                       "QNetworkReply::ConnectionRefusedError"));
 }
 
-void TestRelaunch::aServiceThatNeverAnswersStartsTheClientOnce()
+void TestRelaunch::AServiceThatNeverAnswersStartsTheClientOnce()
 {
     UpdaterRun run;
     run.Configure();
@@ -122,12 +126,14 @@ void TestRelaunch::aServiceThatNeverAnswersStartsTheClientOnce()
                       QJsonObject{{QStringLiteral("hold"), QStringLiteral("before")}});
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
-    QCOMPARE(run.Log(), (QStringList{run.ConfigurationLine(), LogLine::CheckTimedOut(),
-                                     LogLine::Starting(run.ClientName())}));
+    QCOMPARE(run.Log(),
+             (QStringList{run.ConfigurationLine(),
+                          QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut"),
+                          QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)}));
     QCOMPARE(run.client.Calls().size(), 1);
 }
 
-void TestRelaunch::anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient()
+void TestRelaunch::AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -135,8 +141,8 @@ void TestRelaunch::anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClien
                       QJsonObject{{QStringLiteral("hold"), QStringLiteral("before")},
                                   {QStringLiteral("body"), QStringLiteral("{}")}});
     run.Start();
-    // The worker now waits half a second before it starts the client.
-    QVERIFY(run.WaitForLog(LogLine::CheckTimedOut()));
+    // The half second before the client starts, in which the worker waits.
+    QVERIFY(run.WaitForLog(QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut")));
     QVERIFY(run.server.Release(QStringLiteral("/check")));
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
@@ -148,7 +154,7 @@ void TestRelaunch::anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClien
 namespace
 {
 
-/// A service on 127.0.0.1 that answers with @p head and then with the same letter endlessly.
+/// A service on 127.0.0.1 that answers with @p head and then the same letter for ever.
 class EndlessService : public QTcpServer
 {
 public:
@@ -161,7 +167,7 @@ public:
 
     QString Url() const { return QStringLiteral("http://127.0.0.1:%1/check").arg(serverPort()); }
 
-    /// When the request came, in milliseconds since the epoch; 0 before that.
+    /// Since the epoch; 0 before a request has come.
     qint64 RequestMs() const { return m_requestMs; }
 
 private:
@@ -184,8 +190,7 @@ private:
     qint64 m_requestMs = 0;
 };
 
-/// Verifies that the client starts within 15 seconds of the request and that the updater ends
-/// within 2 more seconds.
+/// The client is started within 15 seconds of the request, and the process ends within 2 of that.
 void VerifyClientAndEndInTime(UpdaterRun &run, qint64 requestMs)
 {
     QVERIFY(run.client.WaitForCalls(1, 60000));
@@ -198,7 +203,7 @@ void VerifyClientAndEndInTime(UpdaterRun &run, qint64 requestMs)
 
 } // namespace
 
-void TestRelaunch::aHeadWithoutEndStartsTheClientInTime_data()
+void TestRelaunch::AHeadWithoutEndStartsTheClientInTime_data()
 {
     QTest::addColumn<QByteArray>("head");
     QTest::newRow("status line") << QByteArray("HTTP/1.1 200 ");
@@ -207,7 +212,7 @@ void TestRelaunch::aHeadWithoutEndStartsTheClientInTime_data()
         << QByteArray("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5;a=");
 }
 
-void TestRelaunch::aHeadWithoutEndStartsTheClientInTime()
+void TestRelaunch::AHeadWithoutEndStartsTheClientInTime()
 {
     QFETCH(QByteArray, head);
     UpdaterRun run;
@@ -215,22 +220,22 @@ void TestRelaunch::aHeadWithoutEndStartsTheClientInTime()
     run.Configure({{QStringLiteral("updateCheckUrl"), service.Url()}});
     run.Start();
     QVERIFY(QTest::qWaitFor([&] { return service.RequestMs() != 0; }, 30000));
-    // Runs the event loop, which the service needs.
-    QVERIFY(run.WaitForLog(LogLine::Starting(run.ClientName())));
+    // Waits with the event loop running, which serves.
+    QVERIFY(run.WaitForLog(QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)));
     VerifyClientAndEndInTime(run, service.RequestMs());
-    QVERIFY(run.Log().contains(LogLine::CheckTimedOut()));
+    QVERIFY(run.Log().contains(QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut")));
 }
 
-void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
+void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<int>("count");
-    // Qt needs quadratic time for these.
+    // What Qt does with each grows with the number of all.
     QTest::newRow("header lines") << QStringLiteral("X-%1") << 100000;
     QTest::newRow("cookies") << QStringLiteral("Set-Cookie") << 20000;
 }
 
-void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
+void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
 {
     QFETCH(QString, name);
     QFETCH(int, count);
@@ -242,16 +247,18 @@ void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
     run.Start();
     QVERIFY(run.server.WaitForRequests(1));
     VerifyClientAndEndInTime(run, run.server.Requests().first().timeMs);
-    QCOMPARE(run.Log().mid(1),
-             (QStringList{LogLine::Starting(run.ClientName()), LogLine::CheckStuck()}));
+    QCOMPARE(
+        run.Log().mid(1),
+        (QStringList{QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName),
+                     QStringLiteral("[DEBUG] (:0) check is stuck, client started without it")}));
 
-    // The single-instance guard is free for the next run.
+    // Nothing is left that would keep the next run out.
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestRelaunch::aRunningClientIsStartedAgainWithoutACheck()
+void TestRelaunch::ARunningClientIsStartedAgainWithoutACheck()
 {
     UpdaterRun run;
     run.Configure();
@@ -263,11 +270,12 @@ void TestRelaunch::aRunningClientIsStartedAgainWithoutACheck()
     QCOMPARE(
         run.Log(),
         (QStringList{run.ConfigurationLine(),
-                     LogLine::CommandLineParameter(QStringLiteral("--profile=two words")),
-                     LogLine::AlreadyRuns(run.ClientName()), LogLine::Starting(run.ClientName())}));
+                     QStringLiteral("[INFO] (:0) cmd line parameters : \"--profile=two words\""),
+                     QStringLiteral("[INFO] (:0) \"%1\"  Already Run...").arg(run.imageName),
+                     QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)}));
 }
 
-void TestRelaunch::aRunningClientIsHandedTheMeetingLink()
+void TestRelaunch::ARunningClientIsHandedTheMeetingLink()
 {
     UpdaterRun run;
     run.Configure();
@@ -276,10 +284,11 @@ void TestRelaunch::aRunningClientIsHandedTheMeetingLink()
     QVERIFY(run.client.WaitForCalls(2));
     QCOMPARE(run.client.Calls().last(), QStringList{QStringLiteral("--url=abc?d=e f")});
     QVERIFY(run.server.Requests().isEmpty());
-    QCOMPARE(run.Log().last(), LogLine::AlreadyRuns(run.ClientName()));
+    QCOMPARE(run.Log().last(),
+             QStringLiteral("[INFO] (:0) \"%1\"  Already Run...").arg(run.imageName));
 }
 
-void TestRelaunch::aMeetingLinkReachesAClientThatDoesNotRun()
+void TestRelaunch::AMeetingLinkReachesAClientThatDoesNotRun()
 {
     UpdaterRun run;
     run.Configure();

@@ -1,7 +1,4 @@
-// SPDX-License-Identifier: MIT
-#include "tests/support/environmentvariable.h"
-#include "tests/support/loglines.h"
-#include "tests/support/updaterrun.h"
+#include "tests/e2e/updaterrun.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -9,38 +6,44 @@
 #include <QSharedMemory>
 #include <QTest>
 
-/// How the program starts, refuses to start and ends.
+/// How the program starts, refuses to, and ends.
 class TestStartup : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void aSecondCopyEndsAtOnceAndLogsNothing();
-    void theGuardIsTheOneOfThatName();
-    void aRunThatWasKilledDoesNotBlockTheNextOne();
-    void anotherRunMayFollowAFinishedOne();
-    void aMissingConfigurationEndsTheRunWithZero();
-    void aBrokenConfigurationEndsTheRunWithZero();
-    void aMissingClientConfigurationEndsTheRunWithZero();
-    void aBrokenClientConfigurationEndsTheRunWithZero();
-    void aConfigurationInTheHomeFolderIsNotFound();
-    void argumentsAreLoggedInOrder_data();
-    void argumentsAreLoggedInOrder();
-    void noArgumentIsTakenForQt();
-    void theEnvironmentLoadsNoLibrary();
-    void theEnvironmentOpensNoFile();
-    void textsAreInTheInterfaceFont();
-    void withoutArgumentsNoneIsLogged();
+    void ASecondCopyEndsAtOnceAndLogsNothing();
+    void TheGuardIsTheOneOfThatName();
+    void ARunThatWasKilledDoesNotBlockTheNextOne();
+    void AnotherRunMayFollowAFinishedOne();
+    void AMissingConfigurationEndsTheRunWithZero();
+    void ABrokenConfigurationEndsTheRunWithZero();
+    void AMissingClientConfigurationEndsTheRunWithZero();
+    void ABrokenClientConfigurationEndsTheRunWithZero();
+    void AConfigurationInTheHomeFolderIsNotFound();
+    void ArgumentsAreLoggedInOrder_data();
+    void ArgumentsAreLoggedInOrder();
+    void NoArgumentIsTakenForQt();
+    void TheEnvironmentLoadsNoLibrary();
+    void TheEnvironmentOpensNoFile();
+    void TextsAreInTheInterfaceFont();
+    void WithoutArgumentsNoneIsLogged();
 #ifdef Q_OS_UNIX
-    void theInterfaceFontIsTheOneOfThatName_posix();
-    void tlsIsLoadedBeforeTheCheckBegins_posix();
+    void TheInterfaceFontIsTheOneOfThatName_posix();
+    void TlsIsLoadedBeforeTheCheckBegins_posix();
 #endif
+
+private:
+    static const QString m_missing;
 };
+
+const QString TestStartup::m_missing =
+    QStringLiteral("[DEBUG] (:0) updateconfig.json open failed: 0");
 
 namespace
 {
 
-/// Starts a run and waits until it waits for the service.
+/// Starts a run that waits for the service, and waits until it does.
 void StartAndHold(UpdaterRun &run)
 {
     run.Configure();
@@ -51,9 +54,33 @@ void StartAndHold(UpdaterRun &run)
         qFatal("no check request came");
 }
 
+/// A variable of the environment while it lives.
+class Variable
+{
+public:
+    Variable(const char *name, const QByteArray &value) : m_name(name), m_old(qgetenv(name))
+    {
+        qputenv(name, value);
+    }
+
+    ~Variable()
+    {
+        if (m_old.isNull())
+            qunsetenv(m_name);
+        else
+            qputenv(m_name, m_old);
+    }
+
+private:
+    Q_DISABLE_COPY(Variable)
+
+    const char *m_name;
+    QByteArray m_old;
+};
+
 } // namespace
 
-void TestStartup::aSecondCopyEndsAtOnceAndLogsNothing()
+void TestStartup::ASecondCopyEndsAtOnceAndLogsNothing()
 {
     UpdaterRun run;
     StartAndHold(run);
@@ -68,7 +95,7 @@ void TestStartup::aSecondCopyEndsAtOnceAndLogsNothing()
     QCOMPARE(run.process.state(), QProcess::Running);
 }
 
-void TestStartup::theGuardIsTheOneOfThatName()
+void TestStartup::TheGuardIsTheOneOfThatName()
 {
     UpdaterRun run;
     run.Configure();
@@ -83,7 +110,7 @@ void TestStartup::theGuardIsTheOneOfThatName()
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestStartup::aRunThatWasKilledDoesNotBlockTheNextOne()
+void TestStartup::ARunThatWasKilledDoesNotBlockTheNextOne()
 {
     UpdaterRun run;
     StartAndHold(run);
@@ -95,7 +122,7 @@ void TestStartup::aRunThatWasKilledDoesNotBlockTheNextOne()
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestStartup::anotherRunMayFollowAFinishedOne()
+void TestStartup::AnotherRunMayFollowAFinishedOne()
 {
     UpdaterRun run;
     run.Configure();
@@ -105,82 +132,86 @@ void TestStartup::anotherRunMayFollowAFinishedOne()
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestStartup::aMissingConfigurationEndsTheRunWithZero()
+void TestStartup::AMissingConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
     QCOMPARE(run.Run({QStringLiteral("-immediately")}), 0);
-    QCOMPARE(run.Log(), QStringList{LogLine::UpdateConfigOpenFailed(0)});
+    QCOMPARE(run.Log(), QStringList{m_missing});
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestStartup::aBrokenConfigurationEndsTheRunWithZero()
+void TestStartup::ABrokenConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
-    run.WriteUpdateConfig("{\"appName\": ");
+    run.home.WriteUpdateConfig("{\"appName\": ");
     QCOMPARE(run.Run(), 0);
-    QCOMPARE(run.Log(), QStringList{LogLine::UpdateConfigDamaged(1)});
+    QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: 1")});
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestStartup::aMissingClientConfigurationEndsTheRunWithZero()
+void TestStartup::AMissingClientConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
-    run.Configure({{QStringLiteral("appPath"), run.ClientFolder()}});
+    run.Configure({{QStringLiteral("appPath"), run.home.ClientFolder()}});
     QCOMPARE(run.Run(), 0);
-    QCOMPARE(run.Log(),
-             QStringList{LogLine::NotExists(run.ClientFolder() + QStringLiteral("config.json"))});
+    QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0) \"%1config.json\"  Not exists")
+                                        .arg(run.home.ClientFolder())});
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestStartup::aBrokenClientConfigurationEndsTheRunWithZero()
+void TestStartup::ABrokenClientConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
     run.Configure();
-    WriteFile(run.Installed(QStringLiteral("config.json")), "");
+    WriteFile(run.home.ClientFolder() + QStringLiteral("/config.json"), "");
     QCOMPARE(run.Run(), 0);
-    QCOMPARE(run.Log(), QStringList{LogLine::ClientConfigDamaged(5)});
+    QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0)  APP Jsondata Error: 5")});
 }
 
-void TestStartup::aConfigurationInTheHomeFolderIsNotFound()
+void TestStartup::AConfigurationInTheHomeFolderIsNotFound()
 {
     UpdaterRun run;
     run.Configure();
-    const QString config = run.UpdateConfigFile();
-    WriteFile(run.Home() + QStringLiteral("/AutoUpdate/updateconfig.json"), ReadFile(config));
-    WriteFile(run.Scratch() + QStringLiteral("/updateconfig.json"), ReadFile(config));
+    const QString config = run.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    WriteFile(run.home.Home() + QStringLiteral("/AutoUpdate/updateconfig.json"), ReadFile(config));
+    WriteFile(run.home.Scratch() + QStringLiteral("/updateconfig.json"), ReadFile(config));
     QVERIFY(QFile::remove(config));
     QCOMPARE(run.Run(), 0);
-    QCOMPARE(run.Log(), QStringList{LogLine::UpdateConfigOpenFailed(0)});
+    QCOMPARE(run.Log(), QStringList{m_missing});
 }
 
-void TestStartup::argumentsAreLoggedInOrder_data()
+void TestStartup::ArgumentsAreLoggedInOrder_data()
 {
     QTest::addColumn<QString>("argument");
-    QTest::newRow("quotes") << QStringLiteral("two \"quoted\" words");
-    QTest::newRow("backslash at the end") << QStringLiteral("--profile=C:\\my files\\");
-    // The process gets arguments in the system's code page but reads them as UTF-8.
+    QTest::addColumn<QString>("logged");
+    QTest::newRow("quotes") << QStringLiteral("two \"quoted\" words")
+                            << QStringLiteral("\"two \\\"quoted\\\" words\"");
+    QTest::newRow("back slash at the end") << QStringLiteral("--profile=C:\\my files\\")
+                                           << QStringLiteral("\"--profile=C:\\\\my files\\\\\"");
+    // Arguments come in the system's own code page and are read as UTF-8.
     const QString chinese = QStringLiteral("中文");
     if (chinese.toLocal8Bit() == chinese.toUtf8())
-        QTest::newRow("Chinese") << chinese;
+        QTest::newRow("Chinese") << chinese << QStringLiteral("\"中文\"");
 }
 
-void TestStartup::argumentsAreLoggedInOrder()
+void TestStartup::ArgumentsAreLoggedInOrder()
 {
     QFETCH(QString, argument);
+    QFETCH(QString, logged);
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     QCOMPARE(run.Run({QStringLiteral("-noremid"), QStringLiteral("-immediately"), argument}), 0);
     QCOMPARE(run.Log().mid(0, 4),
              (QStringList{run.ConfigurationLine(),
-                          LogLine::CommandLineParameter(QStringLiteral("-noremid")),
-                          LogLine::CommandLineParameter(QStringLiteral("-immediately")),
-                          LogLine::CommandLineParameter(argument)}));
+                          QStringLiteral("[INFO] (:0) cmd line parameters : \"-noremid\""),
+                          QStringLiteral("[INFO] (:0) cmd line parameters : \"-immediately\""),
+                          QStringLiteral("[INFO] (:0) cmd line parameters : ") + logged}));
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(run.client.Calls().first(), QStringList{argument});
 }
 
-void TestStartup::noArgumentIsTakenForQt()
+void TestStartup::NoArgumentIsTakenForQt()
 {
     UpdaterRun run;
     run.Configure();
@@ -195,59 +226,59 @@ void TestStartup::noArgumentIsTakenForQt()
     QCOMPARE(run.client.Calls().first(), arguments);
     QStringList logged;
     for (const QString &argument : arguments)
-        logged.append(LogLine::CommandLineParameter(argument));
+        logged.append(QStringLiteral("[INFO] (:0) cmd line parameters : \"%1\"").arg(argument));
     QCOMPARE(run.Log().filter(QStringLiteral("cmd line parameters")), logged);
 }
 
-void TestStartup::theEnvironmentLoadsNoLibrary()
+void TestStartup::TheEnvironmentLoadsNoLibrary()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     const QFileInfo library(QStringLiteral(TESTABILITY_LIBRARY));
-    // Found next to the program on Windows, on the search path elsewhere.
-    const QString found = run.ProgramFolder() + QLatin1Char('/') + library.fileName();
+    // Where it is found: beside the program on Windows, on the search path elsewhere.
+    const QString found = run.home.ProgramFolder() + QLatin1Char('/') + library.fileName();
     QVERIFY(QFile::copy(library.filePath(), found));
-    const EnvironmentVariable path("LD_LIBRARY_PATH", QFile::encodeName(run.ProgramFolder()));
-    const EnvironmentVariable testability("QT_LOAD_TESTABILITY", "1");
+    const Variable path("LD_LIBRARY_PATH", QFile::encodeName(run.home.ProgramFolder()));
+    const Variable testability("QT_LOAD_TESTABILITY", "1");
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestStartup::theEnvironmentOpensNoFile()
+void TestStartup::TheEnvironmentOpensNoFile()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    const QString rules = run.Scratch() + QStringLiteral("/qtlogging.ini");
+    const QString rules = run.home.Scratch() + QStringLiteral("/qtlogging.ini");
     WriteFile(rules, "[Rules]\ndefault=false\n");
-    const EnvironmentVariable conf("QT_LOGGING_CONF", QFile::encodeName(rules));
+    const Variable conf("QT_LOGGING_CONF", QFile::encodeName(rules));
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
-    // The file would have disabled the log.
+    // The file would have silenced the log.
     QCOMPARE(run.Log().first(), run.ConfigurationLine());
 }
 
-void TestStartup::textsAreInTheInterfaceFont()
+void TestStartup::TextsAreInTheInterfaceFont()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    // Qt logs each font that it looks for.
-    const EnvironmentVariable rules("QT_LOGGING_RULES", "qt.text.font.match.debug=true");
+    // Qt tells of each font that it looks for.
+    const Variable rules("QT_LOGGING_RULES", "qt.text.font.match.debug=true");
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
 
-    // It replaces characters outside Latin-1 by question marks.
+    // Letters that Latin-1 lacks it writes as question marks.
     static const QRegularExpression requested(QStringLiteral("request:\n    family: (.*) \\["));
     QStringList families;
-    auto request = requested.globalMatch(run.LogLines().join(QLatin1Char('\n')));
+    auto request = requested.globalMatch(run.home.LogLines().join(QLatin1Char('\n')));
     while (request.hasNext())
         families.append(request.next().captured(1));
     QVERIFY(families.contains(QStringLiteral("????")));
 }
 
-void TestStartup::withoutArgumentsNoneIsLogged()
+void TestStartup::WithoutArgumentsNoneIsLogged()
 {
     UpdaterRun run;
     run.Configure();
@@ -259,27 +290,27 @@ void TestStartup::withoutArgumentsNoneIsLogged()
 }
 
 #ifdef Q_OS_UNIX
-void TestStartup::theInterfaceFontIsTheOneOfThatName_posix()
+void TestStartup::TheInterfaceFontIsTheOneOfThatName_posix()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    // Fontconfig prints each request.
-    const EnvironmentVariable debug("FC_DEBUG", "4");
+    // Fontconfig prints what it is asked for.
+    const Variable debug("FC_DEBUG", "4");
     QProcess program;
     program.start(run.ProgramPath(), QStringList());
     QVERIFY(program.waitForFinished());
     QVERIFY(program.readAllStandardOutput().contains(u8"family: \"微软雅黑\""));
 }
 
-void TestStartup::tlsIsLoadedBeforeTheCheckBegins_posix()
+void TestStartup::TlsIsLoadedBeforeTheCheckBegins_posix()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    // The check begins with tasklist; this one records which libraries its parent has loaded.
-    const QString tasklist = run.CommandsFolder() + QStringLiteral("/tasklist");
-    const QString seen = run.Scratch() + QStringLiteral("/seen");
+    // The check begins with tasklist: this one looks what its caller has loaded by then.
+    const QString tasklist = run.home.CommandsFolder() + QStringLiteral("/tasklist");
+    const QString seen = run.home.Scratch() + QStringLiteral("/seen");
     WriteFile(tasklist,
               "#!/bin/sh\ngrep -o libssl /proc/$PPID/maps >>'" + QFile::encodeName(seen) + "'\n");
     QVERIFY(QFile::setPermissions(tasklist, QFile::ReadOwner | QFile::ExeOwner));

@@ -1,21 +1,21 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 
 /**
- * Small file systems for a test. The process must enter a mount namespace for them at the beginning
- * of main(), before it starts a thread. Any failure ends the program with a message. Linux only.
+ * Small file systems of a test's own. They need a mount namespace, which the process must enter
+ * first thing in main(), before any thread is started. Linux only. Whatever the system denies ends
+ * the program with a message.
  */
 namespace OwnDisk
 {
 
-/// Enters a mount namespace, which the children inherit.
+/// Gives this process and those it starts a view of the mounted file systems of their own.
 void EnterNamespace();
 
 } // namespace OwnDisk
 
-/// A mount that lasts as long as the object; open files stay usable.
+/// A mount that is taken away again with the object; files still open stay usable.
 class Mount
 {
 public:
@@ -26,13 +26,13 @@ public:
     Mount &operator=(const Mount &) = delete;
     Mount &operator=(Mount &&) = delete;
 
-    /// An empty file system of @p bytes at @p folder, which is created.
+    /// An empty file system of @p bytes at @p folder, which is made.
     static Mount Empty(const QString &folder, qint64 bytes);
 
-    /// Makes the existing file or folder @p path read-only.
+    /// The file or folder @p path, there already, on a file system that takes no changes.
     static Mount ReadOnly(const QString &path);
 
-    /// Mounts @p source at @p path, which then cannot be removed or renamed.
+    /// @p source also at @p path; neither can be removed or renamed there while it lasts.
     static Mount Over(const QString &path, const QString &source);
 
 private:

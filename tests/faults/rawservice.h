@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -10,8 +9,8 @@
 class QTcpSocket;
 
 /**
- * A service on 127.0.0.1 that sends exactly the given bytes, valid HTTP and TLS or not. It serves
- * while the event loop of its thread runs.
+ * A service on 127.0.0.1 that sends the bytes it was told to, without a thought for HTTP or TLS:
+ * for faults below both. It serves while the event loop of its thread runs.
  */
 class RawService : public QTcpServer
 {
@@ -27,19 +26,19 @@ public:
         int pauseMs = 0;       ///< before each piece but the first
     };
 
-    /// Listens on a free port; fails the program when it cannot.
+    /// Listens on a port of the system's choosing; fails the program when it cannot.
     RawService();
 
-    /// Sets the answer for later connections.
+    /// What connections from here on get.
     void SetAnswer(const Answer &answer) { m_answer = answer; }
 
-    /// Uses TLS with this certificate for later connections.
+    /// Speaks TLS, with this certificate, on connections from here on.
     void UseTls(const QSslCertificate &certificate, const QSslKey &key);
 
     /// The host is "localhost" when @p scheme is "https", and 127.0.0.1 otherwise.
     QString Url(const QString &scheme, const QString &path) const;
 
-    /// A complete answer with status 200, @p headers, each ending with CR LF, and @p body.
+    /// Whole answers of HTTP: 200 with @p body and its length, and @p headers, each ended by CR LF.
     static QByteArray Http(const QByteArray &body, const QByteArray &headers = QByteArray());
 
 protected:

@@ -1,21 +1,20 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 
 #include <QTest>
 
-/// The service gives a wrong or an unusual answer to the check.
+/// The service gives a wrong answer to the check, or an odd one.
 class TestFaultsAnswer : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void theAnswerStartsTheClientAsItIs_data();
-    void theAnswerStartsTheClientAsItIs();
-    void anAnswerThatAsksForCredentialsGetsNone_data();
-    void anAnswerThatAsksForCredentialsGetsNone();
-    void anOddAnswerStillUpdates_data();
-    void anOddAnswerStillUpdates();
-    void anEndlessVersionIsPromptedFor();
+    void TheAnswerStartsTheClientAsItIs_data();
+    void TheAnswerStartsTheClientAsItIs();
+    void AnAnswerThatAsksForCredentialsGetsNone_data();
+    void AnAnswerThatAsksForCredentialsGetsNone();
+    void AnOddAnswerStillUpdates_data();
+    void AnOddAnswerStillUpdates();
+    void AnEndlessVersionIsPromptedFor();
 };
 
 namespace
@@ -34,7 +33,7 @@ QJsonArray Header(const char *name, const char *value)
     return {QJsonArray{QString::fromLatin1(name), QString::fromLatin1(value)}};
 }
 
-/// The answer in the zlib format, which "deflate" means.
+/// The answer in one block of zlib's, as "deflate" wants it.
 QString Deflated(const QByteArray &bytes)
 {
     return QString::fromLatin1(qCompress(bytes).mid(4).toBase64());
@@ -47,7 +46,7 @@ void AddStep(const char *fault, const QJsonObject &step)
 
 } // namespace
 
-void TestFaultsAnswer::theAnswerStartsTheClientAsItIs_data()
+void TestFaultsAnswer::TheAnswerStartsTheClientAsItIs_data()
 {
     QTest::addColumn<QJsonObject>("step");
     for (const int status : {301, 302, 307})
@@ -90,7 +89,7 @@ void TestFaultsAnswer::theAnswerStartsTheClientAsItIs_data()
                            QStringLiteral("https://example.invalid/setup.bat")}}))}});
 }
 
-void TestFaultsAnswer::theAnswerStartsTheClientAsItIs()
+void TestFaultsAnswer::TheAnswerStartsTheClientAsItIs()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -100,7 +99,7 @@ void TestFaultsAnswer::theAnswerStartsTheClientAsItIs()
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsAnswer::anAnswerThatAsksForCredentialsGetsNone_data()
+void TestFaultsAnswer::AnAnswerThatAsksForCredentialsGetsNone_data()
 {
     QTest::addColumn<QJsonObject>("step");
     const auto row = [](const char *scheme, const char *challenge) {
@@ -113,7 +112,7 @@ void TestFaultsAnswer::anAnswerThatAsksForCredentialsGetsNone_data()
     row("Negotiate", "Negotiate");
 }
 
-void TestFaultsAnswer::anAnswerThatAsksForCredentialsGetsNone()
+void TestFaultsAnswer::AnAnswerThatAsksForCredentialsGetsNone()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -126,7 +125,7 @@ void TestFaultsAnswer::anAnswerThatAsksForCredentialsGetsNone()
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsAnswer::anEndlessVersionIsPromptedFor()
+void TestFaultsAnswer::AnEndlessVersionIsPromptedFor()
 {
     FaultRun fault(QStringLiteral("check: offers a version of a million combining characters"));
     fault.Offer();
@@ -140,7 +139,7 @@ void TestFaultsAnswer::anEndlessVersionIsPromptedFor()
     fault.MustEndWith({QStringLiteral("prompt"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsAnswer::anOddAnswerStillUpdates_data()
+void TestFaultsAnswer::AnOddAnswerStillUpdates_data()
 {
     QTest::addColumn<QJsonObject>("step");
     AddStep("check: answer without a length, ended by the connection",
@@ -151,7 +150,7 @@ void TestFaultsAnswer::anOddAnswerStillUpdates_data()
              {QStringLiteral("bodyBase64"), Deflated(FaultRun::CheckAnswer())}});
 }
 
-void TestFaultsAnswer::anOddAnswerStillUpdates()
+void TestFaultsAnswer::AnOddAnswerStillUpdates()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));

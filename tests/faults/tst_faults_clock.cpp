@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 
 #include <QFile>
@@ -7,16 +6,16 @@
 
 #include <cstdio>
 
-/// The user or the time service sets the clock while the updater waits.
+/// The user, or the system's own time service, sets the clock while the updater waits.
 class TestFaultsClock : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void aClockSetForwardDuringTheCheck();
-    void aClockSetBackDuringTheCheck();
-    void aClockSetForwardDuringTheDownload();
-    void aClockSetBackDuringTheDownload();
+    void AClockSetForwardDuringTheCheck();
+    void AClockSetBackDuringTheCheck();
+    void AClockSetForwardDuringTheDownload();
+    void AClockSetBackDuringTheDownload();
 };
 
 namespace
@@ -27,11 +26,13 @@ const QString kHold = QStringLiteral("hold");
 constexpr int kHeldAt = 150000;
 constexpr int kLongestCheckMs = 14000;
 
-/// The wall clock of the updater only. It does not affect timers, as when a user sets the clock.
+/// The wall clock of the updater alone. Timers go on as ever, as they do when a user sets the
+/// clock.
 class WallClock
 {
 public:
-    explicit WallClock(FaultRun &fault) : m_file(fault.run.Scratch() + QStringLiteral("/clock"))
+    explicit WallClock(FaultRun &fault)
+        : m_file(fault.run.home.Scratch() + QStringLiteral("/clock"))
     {
         Set("+0");
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -42,10 +43,10 @@ public:
         fault.run.process.setProcessEnvironment(environment);
     }
 
-    /// The difference of the clock in seconds, such as "+3600".
+    /// How far the clock is off, such as "+3600": seconds.
     void Set(const QByteArray &offset) const
     {
-        // Renamed into place, because the updater may read it at any time.
+        // Whole from the start: the updater may look at any time.
         WriteFile(m_file + QStringLiteral(".new"), offset + '\n');
         if (std::rename(QFile::encodeName(m_file + QStringLiteral(".new")).constData(),
                         QFile::encodeName(m_file).constData()) != 0)
@@ -64,7 +65,7 @@ void WaitForHeldPackage(const FaultRun &fault)
 
 } // namespace
 
-void TestFaultsClock::aClockSetForwardDuringTheCheck()
+void TestFaultsClock::AClockSetForwardDuringTheCheck()
 {
     FaultRun fault(QStringLiteral("clock: set an hour forward during the check"));
     const WallClock clock(fault);
@@ -73,12 +74,12 @@ void TestFaultsClock::aClockSetForwardDuringTheCheck()
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
     clock.Set("+3600");
-    // Long before the time limit of the check.
+    // Long before the check would have been given up.
     QCOMPARE(fault.run.WaitForEnd(9000), 0);
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsClock::aClockSetBackDuringTheCheck()
+void TestFaultsClock::AClockSetBackDuringTheCheck()
 {
     FaultRun fault(QStringLiteral("clock: set an hour back during a check without an answer"));
     const WallClock clock(fault);
@@ -87,14 +88,14 @@ void TestFaultsClock::aClockSetBackDuringTheCheck()
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
     clock.Set("-3600");
-    // The time limit of the check uses this clock; that of the watchdog does not.
+    // The time limit of the check goes by this clock; the watchdog's does not.
     QCOMPARE(fault.run.WaitForEnd(), 0);
     fault.MustLeadTo({QStringLiteral("nothing"), FaultRun::Untouched, 1});
     clock.Set("+0");
     fault.NextRunMustWork();
 }
 
-void TestFaultsClock::aClockSetForwardDuringTheDownload()
+void TestFaultsClock::AClockSetForwardDuringTheDownload()
 {
     FaultRun fault(QStringLiteral("clock: set an hour forward during the download"));
     const WallClock clock(fault);
@@ -108,7 +109,7 @@ void TestFaultsClock::aClockSetForwardDuringTheDownload()
         {FaultRun::NetworkError, FaultRun::Untouched + QStringLiteral(", part of the package"), 0});
 }
 
-void TestFaultsClock::aClockSetBackDuringTheDownload()
+void TestFaultsClock::AClockSetBackDuringTheDownload()
 {
     FaultRun fault(QStringLiteral("clock: set an hour back during a download that stalls"));
     const WallClock clock(fault);
@@ -117,7 +118,7 @@ void TestFaultsClock::aClockSetBackDuringTheDownload()
     fault.Start();
     WaitForHeldPackage(fault);
     clock.Set("-3600");
-    // Nothing must happen in this time.
+    // What is to be seen is that nothing happens.
     QVERIFY(!QTest::qWaitFor([&] { return fault.run.process.state() == QProcess::NotRunning; },
                              kLongestCheckMs));
     fault.MustLeadTo({FaultRun::Progress,

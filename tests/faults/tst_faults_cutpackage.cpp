@@ -1,19 +1,18 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 
 #include <QTest>
 
-/// The package breaks off: what the user sees after six seconds without data.
+/// The package breaks off: what the user sees once nothing has come for six seconds.
 class TestFaultsCutPackage : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void aPackageThatBreaksOffIsGivenUp_data();
-    void aPackageThatBreaksOffIsGivenUp();
+    void APackageThatBreaksOffIsGivenUp_data();
+    void APackageThatBreaksOffIsGivenUp();
 };
 
-void TestFaultsCutPackage::aPackageThatBreaksOffIsGivenUp_data()
+void TestFaultsCutPackage::APackageThatBreaksOffIsGivenUp_data()
 {
     QTest::addColumn<int>("bytes");
     QTest::addColumn<QString>("end");
@@ -25,14 +24,14 @@ void TestFaultsCutPackage::aPackageThatBreaksOffIsGivenUp_data()
     QTest::newRow("package: connection reset in the middle") << 100000 << QStringLiteral("reset");
 }
 
-void TestFaultsCutPackage::aPackageThatBreaksOffIsGivenUp()
+void TestFaultsCutPackage::APackageThatBreaksOffIsGivenUp()
 {
     QFETCH(int, bytes);
     QFETCH(QString, end);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    // When all data arrives at once after the request, which is possible without TLS and a network,
-    // Qt repeats the request and takes the end of the connection for that of the package.
+    // Where all that will ever come is there as soon as the request is out, which without TLS and a
+    // network between can be, the framework asks once more and takes the end for the package's.
     fault.ScriptPackage({{QStringLiteral("hold"), 1},
                          {QStringLiteral("sendBytes"), bytes},
                          {QStringLiteral("then"), end}});

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/owndisk.h"
 
@@ -8,30 +7,30 @@
 #include <QJsonDocument>
 #include <QTest>
 
-/// Disks that are full or read-only, and folders and files that are missing or in use.
+/// Disks that are full or take no changes, folders and files that are missing or held.
 class TestFaultsDisk : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void aDiskThatIsFullForThePackage();
-    void aPackageWithoutAnEnd();
-    void aDiskThatIsFullForTheUnpackedPackage();
-    void aDiskThatIsFullForTheClient();
-    void aDiskThatIsFullForTheConfiguration();
-    void aDiskThatIsFullForTheLog();
-    void tooLittleSpaceForThePackage();
-    void aFolderThatTakesNoChanges_data();
-    void aFolderThatTakesNoChanges();
-    void aHomeThatTakesNoChangesEndsTheRun();
-    void aChoiceThatCannotBeSavedEndsTheRun();
-    void aMissingFolderIsMadeWhereItIsOurs_data();
-    void aMissingFolderIsMadeWhereItIsOurs();
-    void aConfigurationThatCannotBeReadEndsTheRun_data();
-    void aConfigurationThatCannotBeReadEndsTheRun();
-    void aPackageThatIsHeldOpen();
-    void aMarkerThatIsHeldOpen();
-    void aProgramOfTheClientThatIsHeldOpen();
+    void ADiskThatIsFullForThePackage();
+    void APackageWithoutAnEnd();
+    void ADiskThatIsFullForTheUnpackedPackage();
+    void ADiskThatIsFullForTheClient();
+    void ADiskThatIsFullForTheConfiguration();
+    void ADiskThatIsFullForTheLog();
+    void TooLittleSpaceForThePackage();
+    void AFolderThatTakesNoChanges_data();
+    void AFolderThatTakesNoChanges();
+    void AHomeThatTakesNoChangesEndsTheRun();
+    void AChoiceThatCannotBeSavedEndsTheRun();
+    void AMissingFolderIsMadeWhereItIsOurs_data();
+    void AMissingFolderIsMadeWhereItIsOurs();
+    void AConfigurationThatCannotBeReadEndsTheRun_data();
+    void AConfigurationThatCannotBeReadEndsTheRun();
+    void APackageThatIsHeldOpen();
+    void AMarkerThatIsHeldOpen();
+    void AProgramOfTheClientThatIsHeldOpen();
 };
 
 namespace
@@ -46,10 +45,10 @@ QString DownloadFolder(const FaultRun &fault)
 
 QString ConfigFile(const FaultRun &fault)
 {
-    return fault.run.UpdateConfigFile();
+    return fault.run.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
 }
 
-/// Fills a small file system.
+/// Takes all that a small file system has left.
 void Fill(const QString &folder)
 {
     QFile filler(folder + QStringLiteral("/filler"));
@@ -61,7 +60,7 @@ void Fill(const QString &folder)
 
 } // namespace
 
-void TestFaultsDisk::aDiskThatIsFullForThePackage()
+void TestFaultsDisk::ADiskThatIsFullForThePackage()
 {
     FaultRun fault(QStringLiteral("disk: full during the download"));
     fault.Offer();
@@ -76,7 +75,7 @@ void TestFaultsDisk::aDiskThatIsFullForThePackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aPackageWithoutAnEnd()
+void TestFaultsDisk::APackageWithoutAnEnd()
 {
     FaultRun fault(QStringLiteral("package: without an end, and the disk gets full"));
     fault.Offer();
@@ -101,7 +100,7 @@ void TestFaultsDisk::aPackageWithoutAnEnd()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aDiskThatIsFullForTheUnpackedPackage()
+void TestFaultsDisk::ADiskThatIsFullForTheUnpackedPackage()
 {
     FaultRun fault(QStringLiteral("disk: full while the package is unpacked"));
     fault.Offer();
@@ -114,18 +113,18 @@ void TestFaultsDisk::aDiskThatIsFullForTheUnpackedPackage()
              QStringLiteral("part of the new client, the package, part of it unpacked, notes, "
                             "marker, version recorded"),
              1,
-             QStringLiteral("user: free some disk space and install the client again; vendor: "
-                            "announce the package's real size, three times that must be free")});
+             QStringLiteral("user: make room and install the client anew; vendor: announce the "
+                            "size of the package truthfully, three times that must be free")});
     }
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aDiskThatIsFullForTheClient()
+void TestFaultsDisk::ADiskThatIsFullForTheClient()
 {
     FaultRun fault(QStringLiteral("disk: full while the client is copied"));
     fault.Offer();
     {
-        const QString folder = fault.run.Installed(QStringLiteral("plug ins"));
+        const QString folder = fault.run.home.ClientFolder() + QStringLiteral("/plug ins");
         const Mount small = Mount::Empty(folder, kPageBytes);
         Fill(folder);
         fault.RunThrough();
@@ -133,19 +132,19 @@ void TestFaultsDisk::aDiskThatIsFullForTheClient()
             {FaultRun::Progress,
              QStringLiteral("part of the new client, the package, unpacked package, notes, "
                             "marker, version recorded"),
-             1, QStringLiteral("user: free some disk space; vendor: offer a further version")});
+             1, QStringLiteral("user: make room; vendor: offer a further version")});
     }
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aDiskThatIsFullForTheConfiguration()
+void TestFaultsDisk::ADiskThatIsFullForTheConfiguration()
 {
     FaultRun fault(QStringLiteral("disk: full when the version is recorded"));
     fault.Offer();
     const QByteArray usual = ReadFile(ConfigFile(fault));
     {
-        // One page, which is too small for the recorded version.
-        const QString folder = fault.run.Scratch() + QStringLiteral("/small");
+        // One page, which the recorded version does not fit into any more.
+        const QString folder = fault.run.home.Scratch() + QStringLiteral("/small");
         const Mount small = Mount::Empty(folder, 2 * kPageBytes);
         QJsonObject config = QJsonDocument::fromJson(usual).object();
         config.insert(QStringLiteral("padding"), QString());
@@ -155,23 +154,22 @@ void TestFaultsDisk::aDiskThatIsFullForTheConfiguration()
         Fill(folder);
         const Mount over = Mount::Over(ConfigFile(fault), folder + QStringLiteral("/config"));
         fault.RunThrough();
-        fault.MustLeadTo(
-            {FaultRun::Progress,
-             QStringLiteral("new client, the package, unpacked package, notes, "
-                            "marker, damaged updateconfig.json"),
-             1,
-             QStringLiteral("user: free some disk space and install the updater again; "
-                            "vendor: keep updateconfig.json below 4 KiB")});
+        fault.MustLeadTo({FaultRun::Progress,
+                          QStringLiteral("new client, the package, unpacked package, notes, "
+                                         "marker, damaged updateconfig.json"),
+                          1,
+                          QStringLiteral("user: make room and install the updater anew; vendor: "
+                                         "keep updateconfig.json below 4 KiB")});
     }
-    fault.run.WriteUpdateConfig(usual);
+    fault.run.home.WriteUpdateConfig(usual);
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aDiskThatIsFullForTheLog()
+void TestFaultsDisk::ADiskThatIsFullForTheLog()
 {
     FaultRun fault(QStringLiteral("disk: full for the log"));
     fault.Offer();
-    const QString folder = fault.run.Home() + QStringLiteral("/AppData/Local/AutoUpdate");
+    const QString folder = fault.run.home.Home() + QStringLiteral("/AppData/Local/AutoUpdate");
     {
         const Mount small = Mount::Empty(folder, kPageBytes);
         Fill(folder);
@@ -182,12 +180,12 @@ void TestFaultsDisk::aDiskThatIsFullForTheLog()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::tooLittleSpaceForThePackage()
+void TestFaultsDisk::TooLittleSpaceForThePackage()
 {
     FaultRun fault(QStringLiteral("disk: less free than three times the package"));
     fault.Offer();
-    // On Linux the name of the drive leads to this folder in the working folder.
-    const QString drive = fault.run.ProgramFolder() + QStringLiteral("/C:\\");
+    // Such a folder in the working folder is what the name of the drive leads to here.
+    const QString drive = fault.run.home.ProgramFolder() + QStringLiteral("/C:\\");
     {
         const Mount small =
             Mount::Empty(drive, 3 * (FaultRun::Package().size() / kPageBytes) * kPageBytes);
@@ -203,7 +201,7 @@ void TestFaultsDisk::tooLittleSpaceForThePackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aFolderThatTakesNoChanges_data()
+void TestFaultsDisk::AFolderThatTakesNoChanges_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("left");
@@ -218,20 +216,21 @@ void TestFaultsDisk::aFolderThatTakesNoChanges_data()
         << QStringLiteral("Client/plug ins")
         << QStringLiteral("part of the new client") + unpacked +
                QStringLiteral(", notes, marker, version recorded")
-        << QStringLiteral("user: make the folder writable; vendor: offer a further version");
+        << QStringLiteral("user: let the folder be written; vendor: offer a further version");
     QTest::newRow("read-only: updateconfig.json")
         << QStringLiteral("Client/AutoUpdate/updateconfig.json")
         << QStringLiteral("new client") + unpacked + QStringLiteral(", notes, marker") << QString();
 }
 
-void TestFaultsDisk::aFolderThatTakesNoChanges()
+void TestFaultsDisk::AFolderThatTakesNoChanges()
 {
     QFETCH(QString, folder);
     QFETCH(QString, left);
     QFETCH(QString, note);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    const QString path = QFileInfo(fault.run.ClientFolder()).path() + QLatin1Char('/') + folder;
+    const QString path =
+        QFileInfo(fault.run.home.ClientFolder()).path() + QLatin1Char('/') + folder;
     if (!QFile::exists(path))
         QDir().mkpath(path);
     {
@@ -242,7 +241,7 @@ void TestFaultsDisk::aFolderThatTakesNoChanges()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aHomeThatTakesNoChangesEndsTheRun()
+void TestFaultsDisk::AHomeThatTakesNoChangesEndsTheRun()
 {
     FaultRun fault(QStringLiteral("read-only: the download folder"));
     fault.Offer();
@@ -252,13 +251,13 @@ void TestFaultsDisk::aHomeThatTakesNoChangesEndsTheRun()
         fault.RunThrough();
         fault.MustLeadTo(
             {FaultRun::Progress, FaultRun::Untouched, 0,
-             QStringLiteral("user: make AppData/Local writable, start the client; the log says "
+             QStringLiteral("user: let AppData/Local be written, start the client; the log says "
                             "\"Open failed\"")});
     }
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aChoiceThatCannotBeSavedEndsTheRun()
+void TestFaultsDisk::AChoiceThatCannotBeSavedEndsTheRun()
 {
     FaultRun fault(QStringLiteral("read-only: updateconfig.json, and \"Never Prompt\" chosen"));
     fault.Offer();
@@ -271,12 +270,12 @@ void TestFaultsDisk::aChoiceThatCannotBeSavedEndsTheRun()
         QCOMPARE(fault.run.WaitForEnd(), 0);
         fault.MustLeadTo({QStringLiteral("prompt"), FaultRun::Untouched, 0,
                           QStringLiteral("user: start the client, choose \"Later\" alone; vendor: "
-                                         "make the updater's folder writable for users")});
+                                         "let users write the updater's folder")});
     }
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs_data()
+void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("left");
@@ -287,19 +286,19 @@ void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs_data()
         << FaultRun::Untouched + QStringLiteral(", the package, unpacked package");
 }
 
-void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs()
+void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs()
 {
     QFETCH(QString, folder);
     QFETCH(QString, left);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    QDir(fault.run.Home() + folder).removeRecursively();
+    QDir(fault.run.home.Home() + folder).removeRecursively();
     fault.RunThrough();
-    // Left() creates the client's data folder again.
+    // Looking at what is left makes the client's data folder again.
     fault.MustEndWith({FaultRun::Progress, left, 1});
 }
 
-void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun_data()
+void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QByteArray>("content");
@@ -318,27 +317,27 @@ void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun_data()
         << clients << cut << FaultRun::Untouched + QStringLiteral(" with a damaged configuration");
 }
 
-void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun()
+void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun()
 {
     QFETCH(QString, file);
     QFETCH(QByteArray, content);
     QFETCH(QString, left);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    const QString path = fault.run.ClientFolder() + file;
+    const QString path = fault.run.home.ClientFolder() + file;
     const QByteArray usual = ReadFile(path);
     QFile::remove(path);
     if (!content.isNull())
         WriteFile(path, content);
     fault.RunThrough();
     fault.MustLeadTo({QStringLiteral("nothing"), left, 0,
-                      QStringLiteral("user: start the client itself, install it again; the log "
+                      QStringLiteral("user: start the client itself, install it anew; the log "
                                      "names the file")});
     WriteFile(path, usual);
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aPackageThatIsHeldOpen()
+void TestFaultsDisk::APackageThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: an older and longer package, which cannot be removed"));
     fault.Offer();
@@ -356,11 +355,12 @@ void TestFaultsDisk::aPackageThatIsHeldOpen()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aMarkerThatIsHeldOpen()
+void TestFaultsDisk::AMarkerThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: the marker of the last update, which cannot be removed"));
     fault.Offer();
-    const QString marker = fault.run.MarkerFile();
+    const QString marker =
+        fault.run.home.ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt");
     WriteFile(marker, "1");
     {
         const Mount held = Mount::Over(marker, marker);
@@ -370,11 +370,11 @@ void TestFaultsDisk::aMarkerThatIsHeldOpen()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::aProgramOfTheClientThatIsHeldOpen()
+void TestFaultsDisk::AProgramOfTheClientThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: a file of the client, by a program that runs it"));
     fault.Offer();
-    const QString data = fault.run.Installed(QStringLiteral("data.bin"));
+    const QString data = fault.run.home.ClientFolder() + QStringLiteral("/data.bin");
     StandIn helper(data);
     helper.StartAndStay();
     fault.RunThrough();

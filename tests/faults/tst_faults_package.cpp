@@ -1,21 +1,20 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/support/compression.h"
 
 #include <QTest>
 
-/// The package server gives a wrong answer, which the user sees at once.
+/// The package server gives a wrong answer: what the user sees at once.
 class TestFaultsPackage : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void aWrongPackageIsNotInstalled_data();
-    void aWrongPackageIsNotInstalled();
-    void anOddAnswerStillUpdates_data();
-    void anOddAnswerStillUpdates();
-    void retryAfterACorruptedPackageUpdates();
-    void aDamagedEntryStartsTheClient();
+    void AWrongPackageIsNotInstalled_data();
+    void AWrongPackageIsNotInstalled();
+    void AnOddAnswerStillUpdates_data();
+    void AnOddAnswerStillUpdates();
+    void RetryAfterACorruptedPackageUpdates();
+    void ADamagedEntryStartsTheClient();
 };
 
 namespace
@@ -38,7 +37,7 @@ QByteArray WithOneBitTurned()
 
 } // namespace
 
-void TestFaultsPackage::aWrongPackageIsNotInstalled_data()
+void TestFaultsPackage::AWrongPackageIsNotInstalled_data()
 {
     QTest::addColumn<QJsonObject>("step");
     QTest::addColumn<QString>("left");
@@ -72,7 +71,7 @@ void TestFaultsPackage::aWrongPackageIsNotInstalled_data()
             << empty;
 }
 
-void TestFaultsPackage::aWrongPackageIsNotInstalled()
+void TestFaultsPackage::AWrongPackageIsNotInstalled()
 {
     QFETCH(QJsonObject, step);
     QFETCH(QString, left);
@@ -84,7 +83,7 @@ void TestFaultsPackage::aWrongPackageIsNotInstalled()
     fault.MustEndWith({FaultRun::Corrupted, FaultRun::Untouched + left, 0});
 }
 
-void TestFaultsPackage::anOddAnswerStillUpdates_data()
+void TestFaultsPackage::AnOddAnswerStillUpdates_data()
 {
     QTest::addColumn<QJsonObject>("step");
     QTest::newRow("package: without a length, ended by the connection")
@@ -97,7 +96,7 @@ void TestFaultsPackage::anOddAnswerStillUpdates_data()
     QTest::newRow("package: in chunks") << QJsonObject{{QStringLiteral("chunked"), true}};
 }
 
-void TestFaultsPackage::anOddAnswerStillUpdates()
+void TestFaultsPackage::AnOddAnswerStillUpdates()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -107,7 +106,7 @@ void TestFaultsPackage::anOddAnswerStillUpdates()
     fault.MustEndWith({FaultRun::Progress, FaultRun::Updated, 1});
 }
 
-void TestFaultsPackage::retryAfterACorruptedPackageUpdates()
+void TestFaultsPackage::RetryAfterACorruptedPackageUpdates()
 {
     FaultRun fault(QStringLiteral("package: one bit turned over, and whole on \"Retry\""));
     fault.Offer();
@@ -121,7 +120,7 @@ void TestFaultsPackage::retryAfterACorruptedPackageUpdates()
         {FaultRun::Corrupted + QStringLiteral(", then progress"), FaultRun::Updated, 1});
 }
 
-void TestFaultsPackage::aDamagedEntryStartsTheClient()
+void TestFaultsPackage::ADamagedEntryStartsTheClient()
 {
     FaultRun fault(QStringLiteral("package: verified, but an entry is damaged"));
     fault.Offer();

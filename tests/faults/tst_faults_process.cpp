@@ -1,6 +1,4 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
-#include "tests/support/environmentvariable.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,25 +11,26 @@
 #include <sys/stat.h>
 #include <vector>
 
-/// The updater is killed or started several times; its commands are missing, fail or hang.
+/// The updater is killed, or started several times; the commands that it runs are missing, fail or
+/// hang.
 class TestFaultsProcess : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void killedWhile_data();
-    void killedWhile();
-    void killedWhileThePackageIsUnpacked();
-    void killedWhileXcopyRuns();
-    void killedWhileItLooksForTheClient();
-    void severalAtOnceRunOnce_data();
-    void severalAtOnceRunOnce();
-    void aCommandIsMissing_data();
-    void aCommandIsMissing();
-    void aCommandFails_data();
-    void aCommandFails();
-    void xcopyHangs();
-    void taskkillHangs();
+    void KilledWhile_data();
+    void KilledWhile();
+    void KilledWhileThePackageIsUnpacked();
+    void KilledWhileXcopyRuns();
+    void KilledWhileItLooksForTheClient();
+    void SeveralAtOnceRunOnce_data();
+    void SeveralAtOnceRunOnce();
+    void ACommandIsMissing_data();
+    void ACommandIsMissing();
+    void ACommandFails_data();
+    void ACommandFails();
+    void XcopyHangs();
+    void TaskkillHangs();
 };
 
 namespace
@@ -42,7 +41,7 @@ const QString kHold = QStringLiteral("hold");
 
 QString Command(const FaultRun &fault, const QString &name)
 {
-    return fault.run.CommandsFolder() + QLatin1Char('/') + name;
+    return fault.run.home.CommandsFolder() + QLatin1Char('/') + name;
 }
 
 bool WaitedFor(const std::function<bool()> &condition)
@@ -52,7 +51,7 @@ bool WaitedFor(const std::function<bool()> &condition)
 
 } // namespace
 
-void TestFaultsProcess::killedWhile_data()
+void TestFaultsProcess::KilledWhile_data()
 {
     QTest::addColumn<QString>("step");
     QTest::addColumn<QString>("seen");
@@ -71,7 +70,7 @@ void TestFaultsProcess::killedWhile_data()
         << FaultRun::Untouched + QStringLiteral(", an empty package file");
 }
 
-void TestFaultsProcess::killedWhile()
+void TestFaultsProcess::KilledWhile()
 {
     QFETCH(QString, step);
     QFETCH(QString, seen);
@@ -105,7 +104,7 @@ void TestFaultsProcess::killedWhile()
     fault.MustEndWith({seen, left, 0, kStartAgain});
 }
 
-void TestFaultsProcess::killedWhileThePackageIsUnpacked()
+void TestFaultsProcess::KilledWhileThePackageIsUnpacked()
 {
     FaultRun fault(QStringLiteral("killed: while the package is unpacked"));
     fault.Offer();
@@ -113,7 +112,7 @@ void TestFaultsProcess::killedWhileThePackageIsUnpacked()
     fault.Start();
     const QString package = fault.run.PackagePath(FaultRun::PackageName);
     QVERIFY(WaitedFor([&] { return QFileInfo(package).size() == 150000; }));
-    // Opening a pipe for writing waits for a reader.
+    // Whoever opens a pipe to write waits for a reader.
     const QString unpacked = fault.run.PackagePath(QStringLiteral("client-2.1.3"));
     QVERIFY(QDir().mkpath(unpacked));
     const QString pipe = unpacked + QStringLiteral("/data.bin");
@@ -127,7 +126,7 @@ void TestFaultsProcess::killedWhileThePackageIsUnpacked()
                        0, kStartAgain});
 }
 
-void TestFaultsProcess::killedWhileXcopyRuns()
+void TestFaultsProcess::KilledWhileXcopyRuns()
 {
     FaultRun fault(QStringLiteral("killed: while the client is copied"));
     fault.Offer();
@@ -146,7 +145,7 @@ void TestFaultsProcess::killedWhileXcopyRuns()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::killedWhileItLooksForTheClient()
+void TestFaultsProcess::KilledWhileItLooksForTheClient()
 {
     FaultRun fault(QStringLiteral("killed: while tasklist runs"));
     fault.Offer();
@@ -162,19 +161,19 @@ void TestFaultsProcess::killedWhileItLooksForTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::severalAtOnceRunOnce_data()
+void TestFaultsProcess::SeveralAtOnceRunOnce_data()
 {
     QTest::addColumn<int>("count");
     QTest::newRow("started twice at once") << 2;
     QTest::newRow("started ten times at once") << 10;
 }
 
-void TestFaultsProcess::severalAtOnceRunOnce()
+void TestFaultsProcess::SeveralAtOnceRunOnce()
 {
     QFETCH(int, count);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    // No run ends before all have started.
+    // Nobody is done before all have begun.
     fault.ScriptCheck({{kHold, QStringLiteral("before")}});
     std::vector<std::unique_ptr<QProcess>> all;
     for (int i = 0; i < count; ++i) {
@@ -201,7 +200,7 @@ void TestFaultsProcess::severalAtOnceRunOnce()
                        QStringLiteral("all but one end at once, without a word; user: wait")});
 }
 
-void TestFaultsProcess::aCommandIsMissing_data()
+void TestFaultsProcess::ACommandIsMissing_data()
 {
     QTest::addColumn<QString>("command");
     QTest::addColumn<bool>("running");
@@ -217,7 +216,7 @@ void TestFaultsProcess::aCommandIsMissing_data()
         << QStringLiteral("taskkill") << true << FaultRun::Updated << 2;
 }
 
-void TestFaultsProcess::aCommandIsMissing()
+void TestFaultsProcess::ACommandIsMissing()
 {
     QFETCH(QString, command);
     QFETCH(bool, running);
@@ -228,16 +227,16 @@ void TestFaultsProcess::aCommandIsMissing()
     if (running)
         fault.run.client.StartAndStay();
 
-    const QString commands = fault.run.CommandsFolder();
+    const QByteArray usualPath = qgetenv("PATH");
+    const QString commands = fault.run.home.CommandsFolder();
     for (const char *name : {"xcopy", "tasklist", "taskkill", "lib.sh"}) {
         if (command != QLatin1String(name))
             QFile::link(QStringLiteral(HOSTTOOLS_DIR "/") + QLatin1String(name),
                         Command(fault, QLatin1String(name)));
     }
-    {
-        const EnvironmentVariable path("PATH", QFile::encodeName(commands) + ":/usr/bin:/bin");
-        fault.RunThrough();
-    }
+    qputenv("PATH", QFile::encodeName(commands) + ":/usr/bin:/bin");
+    fault.RunThrough();
+    qputenv("PATH", usualPath);
     for (const char *name : {"xcopy", "tasklist", "taskkill", "lib.sh"})
         QFile::remove(Command(fault, QLatin1String(name)));
 
@@ -247,7 +246,7 @@ void TestFaultsProcess::aCommandIsMissing()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::aCommandFails_data()
+void TestFaultsProcess::ACommandFails_data()
 {
     QTest::addColumn<QString>("command");
     QTest::addColumn<bool>("running");
@@ -265,7 +264,7 @@ void TestFaultsProcess::aCommandFails_data()
         << QStringLiteral("taskkill") << true << FaultRun::Updated << 2 << QString();
 }
 
-void TestFaultsProcess::aCommandFails()
+void TestFaultsProcess::ACommandFails()
 {
     QFETCH(QString, command);
     QFETCH(bool, running);
@@ -289,7 +288,7 @@ void TestFaultsProcess::aCommandFails()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::xcopyHangs()
+void TestFaultsProcess::XcopyHangs()
 {
     FaultRun fault(QStringLiteral("hangs: xcopy"));
     fault.Offer();
@@ -304,7 +303,7 @@ void TestFaultsProcess::xcopyHangs()
              0,
              QStringLiteral("user: end xcopy in the task manager, the client starts then; vendor: "
                             "nothing")});
-        // As the task manager does.
+        // As the task manager ends it.
         QFile::remove(xcopy.Path() + QStringLiteral(".script"));
         QCOMPARE(fault.run.WaitForEnd(), 0);
         QVERIFY(fault.run.client.WaitForCalls(1));
@@ -314,7 +313,7 @@ void TestFaultsProcess::xcopyHangs()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::taskkillHangs()
+void TestFaultsProcess::TaskkillHangs()
 {
     FaultRun fault(QStringLiteral("hangs: taskkill, while the client runs"));
     fault.Offer();

@@ -1,20 +1,19 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/rawservice.h"
 
 #include <QTest>
 
-/// The connection of the check fails.
+/// The connection of the check fails, below its answer.
 class TestFaultsService : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void aHostWithoutAnAddressStartsTheClient();
-    void aClosedPortStartsTheClient();
-    void aResetStartsTheClient_data();
-    void aResetStartsTheClient();
-    void anAnswerByteByByteInTimeUpdates();
+    void AHostWithoutAnAddressStartsTheClient();
+    void AClosedPortStartsTheClient();
+    void AResetStartsTheClient_data();
+    void AResetStartsTheClient();
+    void AnAnswerByteByByteInTimeUpdates();
 };
 
 namespace
@@ -24,7 +23,7 @@ const QString kCheck = QStringLiteral("/check");
 
 } // namespace
 
-void TestFaultsService::aHostWithoutAnAddressStartsTheClient()
+void TestFaultsService::AHostWithoutAnAddressStartsTheClient()
 {
     FaultRun fault(QStringLiteral("check: the service's name has no address"));
     fault.Offer({}, {{QStringLiteral("updateCheckUrl"), QStringLiteral("https://down.invalid/")}});
@@ -34,7 +33,7 @@ void TestFaultsService::aHostWithoutAnAddressStartsTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsService::aClosedPortStartsTheClient()
+void TestFaultsService::AClosedPortStartsTheClient()
 {
     FaultRun fault(QStringLiteral("check: the service refuses connections"));
     RawService service;
@@ -47,7 +46,7 @@ void TestFaultsService::aClosedPortStartsTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsService::aResetStartsTheClient_data()
+void TestFaultsService::AResetStartsTheClient_data()
 {
     QTest::addColumn<QString>("scheme");
     QTest::addColumn<QByteArray>("bytes");
@@ -61,7 +60,7 @@ void TestFaultsService::aResetStartsTheClient_data()
         << QStringLiteral("http") << QByteArray("\0\1\2SMTP ready\r\n\r\n", 17);
 }
 
-void TestFaultsService::aResetStartsTheClient()
+void TestFaultsService::AResetStartsTheClient()
 {
     QFETCH(QString, scheme);
     QFETCH(QByteArray, bytes);
@@ -77,7 +76,7 @@ void TestFaultsService::aResetStartsTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsService::anAnswerByteByByteInTimeUpdates()
+void TestFaultsService::AnAnswerByteByByteInTimeUpdates()
 {
     FaultRun fault(QStringLiteral("check: answer byte by byte, whole within 5 s"));
     RawService service;

@@ -1,20 +1,19 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/rawservice.h"
 
 #include <QTest>
 
-/// The package server fails or stalls: what the user sees after six seconds without data.
+/// The package server fails or stalls: what the user sees once nothing has come for six seconds.
 class TestFaultsSlowPackage : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void anErrorOfTheServerIsGivenUp_data();
-    void anErrorOfTheServerIsGivenUp();
-    void aPauseInThePackage_data();
-    void aPauseInThePackage();
-    void aChunkEveryFiveSecondsIsEnough();
+    void AnErrorOfTheServerIsGivenUp_data();
+    void AnErrorOfTheServerIsGivenUp();
+    void APauseInThePackage_data();
+    void APauseInThePackage();
+    void AChunkEveryFiveSecondsIsEnough();
 };
 
 namespace
@@ -25,7 +24,7 @@ const QString kEmpty = QStringLiteral(", an empty package file");
 
 } // namespace
 
-void TestFaultsSlowPackage::anErrorOfTheServerIsGivenUp_data()
+void TestFaultsSlowPackage::AnErrorOfTheServerIsGivenUp_data()
 {
     QTest::addColumn<QJsonObject>("step");
     QTest::addColumn<QString>("left");
@@ -42,7 +41,7 @@ void TestFaultsSlowPackage::anErrorOfTheServerIsGivenUp_data()
         << QJsonObject{{QStringLiteral("hold"), QStringLiteral("headers")}} << kEmpty;
 }
 
-void TestFaultsSlowPackage::anErrorOfTheServerIsGivenUp()
+void TestFaultsSlowPackage::AnErrorOfTheServerIsGivenUp()
 {
     QFETCH(QJsonObject, step);
     QFETCH(QString, left);
@@ -54,7 +53,7 @@ void TestFaultsSlowPackage::anErrorOfTheServerIsGivenUp()
     fault.MustEndWith({FaultRun::NetworkError, FaultRun::Untouched + left, 0});
 }
 
-void TestFaultsSlowPackage::aPauseInThePackage_data()
+void TestFaultsSlowPackage::APauseInThePackage_data()
 {
     QTest::addColumn<int>("pauseMs");
     QTest::addColumn<bool>("goesOn");
@@ -62,7 +61,7 @@ void TestFaultsSlowPackage::aPauseInThePackage_data()
     QTest::newRow("package: stalled for 8.5 s") << 8500 << false;
 }
 
-void TestFaultsSlowPackage::aPauseInThePackage()
+void TestFaultsSlowPackage::APauseInThePackage()
 {
     QFETCH(int, pauseMs);
     QFETCH(bool, goesOn);
@@ -71,7 +70,7 @@ void TestFaultsSlowPackage::aPauseInThePackage()
     fault.ScriptPackage({{QStringLiteral("hold"), 150000}});
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1, 30000, FaultRun::PackagePage));
-    // The length of this pause is the fault itself.
+    // The fault itself is a pause of this very length.
     QTest::qWait(pauseMs);
     fault.run.server.Release(FaultRun::PackagePage);
     if (goesOn) {
@@ -83,7 +82,7 @@ void TestFaultsSlowPackage::aPauseInThePackage()
     fault.MustEndWith({FaultRun::NetworkError, FaultRun::Untouched + kPart, 0});
 }
 
-void TestFaultsSlowPackage::aChunkEveryFiveSecondsIsEnough()
+void TestFaultsSlowPackage::AChunkEveryFiveSecondsIsEnough()
 {
     FaultRun fault(QStringLiteral("package: a chunk every 5 s"));
     RawService service;

@@ -1,21 +1,20 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/rawservice.h"
 
 #include <QTest>
 
-/// The service answers the check slowly.
+/// The service takes its time with the answer to the check.
 class TestFaultsSlowService : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void anAnswerThatDoesNotEndStartsTheClient_data();
-    void anAnswerThatDoesNotEndStartsTheClient();
-    void aRawAnswerThatDoesNotEndStartsTheClient_data();
-    void aRawAnswerThatDoesNotEndStartsTheClient();
-    void aLateAnswerStartsTheClientOnce_data();
-    void aLateAnswerStartsTheClientOnce();
+    void AnAnswerThatDoesNotEndStartsTheClient_data();
+    void AnAnswerThatDoesNotEndStartsTheClient();
+    void ARawAnswerThatDoesNotEndStartsTheClient_data();
+    void ARawAnswerThatDoesNotEndStartsTheClient();
+    void ALateAnswerStartsTheClientOnce_data();
+    void ALateAnswerStartsTheClientOnce();
 };
 
 namespace
@@ -27,7 +26,7 @@ const QString kCheckUrl = QStringLiteral("updateCheckUrl");
 
 } // namespace
 
-void TestFaultsSlowService::anAnswerThatDoesNotEndStartsTheClient_data()
+void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient_data()
 {
     QTest::addColumn<QJsonObject>("step");
     QTest::newRow("check: no answer") << QJsonObject{{kHold, QStringLiteral("before")}};
@@ -40,7 +39,7 @@ void TestFaultsSlowService::anAnswerThatDoesNotEndStartsTheClient_data()
         << QJsonObject{{QStringLiteral("length"), 100000}};
 }
 
-void TestFaultsSlowService::anAnswerThatDoesNotEndStartsTheClient()
+void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -50,7 +49,7 @@ void TestFaultsSlowService::anAnswerThatDoesNotEndStartsTheClient()
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsSlowService::aRawAnswerThatDoesNotEndStartsTheClient_data()
+void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient_data()
 {
     QTest::addColumn<QString>("scheme");
     QTest::addColumn<QByteArray>("bytes");
@@ -62,7 +61,7 @@ void TestFaultsSlowService::aRawAnswerThatDoesNotEndStartsTheClient_data()
         << QStringLiteral("http") << RawService::Http(FaultRun::CheckAnswer()) << 150;
 }
 
-void TestFaultsSlowService::aRawAnswerThatDoesNotEndStartsTheClient()
+void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient()
 {
     QFETCH(QString, scheme);
     QFETCH(QByteArray, bytes);
@@ -78,7 +77,7 @@ void TestFaultsSlowService::aRawAnswerThatDoesNotEndStartsTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsSlowService::aLateAnswerStartsTheClientOnce_data()
+void TestFaultsSlowService::ALateAnswerStartsTheClientOnce_data()
 {
     QTest::addColumn<int>("afterMs");
     QTest::addColumn<QString>("seen");
@@ -88,7 +87,7 @@ void TestFaultsSlowService::aLateAnswerStartsTheClientOnce_data()
         << 12500 << QStringLiteral("nothing") << FaultRun::Untouched;
 }
 
-void TestFaultsSlowService::aLateAnswerStartsTheClientOnce()
+void TestFaultsSlowService::ALateAnswerStartsTheClientOnce()
 {
     QFETCH(int, afterMs);
     QFETCH(QString, seen);
@@ -98,7 +97,7 @@ void TestFaultsSlowService::aLateAnswerStartsTheClientOnce()
     fault.ScriptCheck({{kHold, QStringLiteral("before")}});
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
-    // The time of the answer is the fault itself.
+    // The fault itself is an answer at this very time.
     QTest::qWait(afterMs);
     fault.run.server.Release(kCheck);
     QCOMPARE(fault.run.WaitForEnd(), 0);

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/owndisk.h"
 #include "tests/faults/rawservice.h"
@@ -8,18 +7,18 @@
 #include <QSslKey>
 #include <QTest>
 
-/// TLS fails. Certificates matter for the package, but not for the check.
+/// TLS goes wrong. Certificates are looked at for the package, and not for the check.
 class TestFaultsTransport : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void theChecksTls_data();
-    void theChecksTls();
-    void thePackagesTls_data();
-    void thePackagesTls();
-    void aTooOldTlsEndsTheCheck();
-    void aTooOldTlsEndsThePackage();
+    void TheChecksTls_data();
+    void TheChecksTls();
+    void ThePackagesTls_data();
+    void ThePackagesTls();
+    void ATooOldTlsEndsTheCheck();
+    void ATooOldTlsEndsThePackage();
 };
 
 namespace
@@ -32,7 +31,7 @@ struct Identity {
 
 QString Path(const FaultRun &fault, const QString &name)
 {
-    return fault.run.Scratch() + QLatin1Char('/') + name;
+    return fault.run.home.Scratch() + QLatin1Char('/') + name;
 }
 
 void RunOpenssl(const QStringList &arguments, const QString &clock = QString())
@@ -49,7 +48,7 @@ void RunOpenssl(const QStringList &arguments, const QString &clock = QString())
         qFatal("openssl: %s", openssl.readAllStandardError().constData());
 }
 
-/// A self-signed certificate for @p host, issued at the time @p clock and valid for two days.
+/// A self-signed certificate for @p host, made at the time that @p clock tells, valid for two days.
 Identity MakeIdentity(const FaultRun &fault, const QString &host, const QString &clock)
 {
     const QString certificate = Path(fault, QStringLiteral("trusted/server.pem"));
@@ -72,7 +71,7 @@ void AddCertificates()
     QTest::addColumn<bool>("trusted");
 }
 
-/// The alert of a server that supports none of the TLS versions of the client.
+/// The alert by which a server says that it knows no version of TLS that the client offers.
 RawService::Answer NoCommonVersion()
 {
     return {QByteArray("\x15\x03\x01\x00\x02\x02\x46", 7), RawService::End::Close,
@@ -88,7 +87,7 @@ const QString kPackageUrl = QStringLiteral("updatePackageUrl");
 
 } // namespace
 
-void TestFaultsTransport::theChecksTls_data()
+void TestFaultsTransport::TheChecksTls_data()
 {
     AddCertificates();
     QTest::newRow("check: certificate expired") << kHere << kLongAgo << true;
@@ -96,7 +95,7 @@ void TestFaultsTransport::theChecksTls_data()
     QTest::newRow("check: certificate that nobody trusts") << kHere << QString() << false;
 }
 
-void TestFaultsTransport::theChecksTls()
+void TestFaultsTransport::TheChecksTls()
 {
     QFETCH(QString, host);
     QFETCH(QString, clock);
@@ -118,7 +117,7 @@ void TestFaultsTransport::theChecksTls()
     fault.NextRunMustWork();
 }
 
-void TestFaultsTransport::thePackagesTls_data()
+void TestFaultsTransport::ThePackagesTls_data()
 {
     AddCertificates();
     QTest::addColumn<bool>("good");
@@ -130,7 +129,7 @@ void TestFaultsTransport::thePackagesTls_data()
     QTest::newRow("package: certificate as it must be") << kHere << QString() << true << true;
 }
 
-void TestFaultsTransport::thePackagesTls()
+void TestFaultsTransport::ThePackagesTls()
 {
     QFETCH(QString, host);
     QFETCH(QString, clock);
@@ -163,7 +162,7 @@ void TestFaultsTransport::thePackagesTls()
     fault.NextRunMustWork();
 }
 
-void TestFaultsTransport::aTooOldTlsEndsTheCheck()
+void TestFaultsTransport::ATooOldTlsEndsTheCheck()
 {
     FaultRun fault(QStringLiteral("check: the service's TLS is too old"));
     RawService service;
@@ -175,7 +174,7 @@ void TestFaultsTransport::aTooOldTlsEndsTheCheck()
     fault.NextRunMustWork();
 }
 
-void TestFaultsTransport::aTooOldTlsEndsThePackage()
+void TestFaultsTransport::ATooOldTlsEndsThePackage()
 {
     FaultRun fault(QStringLiteral("package: the server's TLS is too old"));
     RawService service;

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/install/damagedarchives.h"
 
 #include "tests/support/zipmaker.h"
@@ -10,12 +9,12 @@
 namespace
 {
 
-/// The index of the damaged entry.
+/// The entry that is damaged.
 constexpr int app = 1;
 
 using Damage = std::function<void(ZipMaker &)>;
 
-/// Adds a row with the three entries, of which "pkg/app.txt" has @p data, after @p damage.
+/// A row with the three entries, "pkg/app.txt" with @p data, after @p damage was done.
 void AddRow(const char *name, const QByteArray &data, ZipMaker::Packing packing,
             const Damage &damage)
 {
@@ -44,7 +43,7 @@ void AddBoth(const char *name, const Damage &damage)
     AddStored(name, damage);
 }
 
-/// Adds a row in which @p field of both headers differs by @p difference.
+/// A row in which @p field of both headers is off by @p difference.
 void AddOff(const char *name, ZipField field, int difference)
 {
     AddBoth(name, [field, difference](ZipMaker &zip) {
@@ -52,7 +51,7 @@ void AddOff(const char *name, ZipField field, int difference)
     });
 }
 
-/// Adds a row in which @p field is @p value.
+/// A row in which @p field says @p value.
 void AddLie(const char *name, ZipField field, quint32 value, ZipMaker::Headers headers)
 {
     AddBoth(name, [=](ZipMaker &zip) { zip.Set(app, field, value, headers); });
@@ -66,7 +65,7 @@ void AddLyingSizes()
     AddLie("size 2 GiB less 1", ZipMaker::Size, 0x7fffffff, ZipMaker::Both);
     AddLie("size 2 GiB", ZipMaker::Size, 0x80000000, ZipMaker::Both);
     AddOff("packed size one too small", ZipMaker::PackedSize, -1);
-    // A deflate stream marks its own end, so one more byte changes nothing.
+    // A deflate stream ends by itself: a byte more behind it changes nothing.
     AddStored("packed size one too large", [](ZipMaker &zip) {
         zip.Set(app, ZipMaker::PackedSize, zip.Get(app, ZipMaker::PackedSize) + 1);
     });
@@ -100,7 +99,7 @@ void AddLyingHeaders()
                 [](ZipMaker &zip) { zip.Set(app, ZipMaker::Method, 0); });
     AddStored("both headers say deflated",
               [](ZipMaker &zip) { zip.Set(app, ZipMaker::Method, 8); });
-    AddOff("offset next to the local header", ZipMaker::HeaderOffset, 1);
+    AddOff("offset beside the local header", ZipMaker::HeaderOffset, 1);
     AddLie("offset of another entry", ZipMaker::HeaderOffset, 0, ZipMaker::Central);
     AddLie("offset beyond the file", ZipMaker::HeaderOffset, 0x00100000, ZipMaker::Central);
     AddLie("offset 2 GiB", ZipMaker::HeaderOffset, 0x80000000, ZipMaker::Central);
@@ -114,13 +113,13 @@ void AddDamagedData()
     AddBoth("byte in the middle", [](ZipMaker &zip) {
         zip.FlipDataBit(app, int(zip.Get(app, ZipMaker::PackedSize)) / 2);
     });
-    // The last byte of a deflate stream may have unused bits.
+    // A deflate stream's last byte may hold bits that mean nothing.
     AddBoth("byte near the end", [](ZipMaker &zip) {
         zip.FlipDataBit(app, int(zip.Get(app, ZipMaker::PackedSize)) - 4);
     });
 }
 
-/// Archives that fill the memory when an unpacker does not limit the size first.
+/// Archives that would fill the memory of one who unpacks before he counts.
 void AddBombs()
 {
     const Damage declareLittle = [](ZipMaker &zip) { zip.Set(app, ZipMaker::Size, 100); };

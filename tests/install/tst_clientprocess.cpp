@@ -1,9 +1,8 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "install/clientprocess.h"
-#include "tests/support/clientmachine.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loglines.h"
+#include "tests/support/standinfile.h"
+#include "tests/support/testhome.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -26,35 +25,54 @@ namespace
 
 using Calls = QVector<QStringList>;
 
-/// A client's machine whose log is caught.
-class LoggedMachine : public ClientMachine
+/// A machine with a client in its folder; what it was started with can be seen.
+class Machine : public TestHome
 {
 public:
+    Machine() : m_client(ClientFolder() + QLatin1Char('/') + UniqueImageName())
+    {
+        Global::instance.appName = QFileInfo(m_client.Path()).fileName();
+        Global::instance.appPath = ClientFolder() + QLatin1Char('/');
+    }
+
+    StandIn &Client() { return m_client; }
+    QString ClientName() const { return QFileInfo(m_client.Path()).fileName(); }
     QStringList Messages() const { return m_log.Messages(); }
     QString Command(const QString &name) const
     {
         return CommandsFolder() + QLatin1Char('/') + name;
     }
 
-    /// All starts of the client, once there are @p expected and no other can follow.
+    /// Every start of the client, once the @p expected ones are there and no other is under way.
     Calls ClientCalls(int expected) const
     {
-        // When one more start has ended, all earlier ones have been recorded.
-        client.WaitForCalls(expected);
-        QProcess::execute(client.Path(), {QStringLiteral("last")});
-        Calls calls = client.Calls();
+        // One more start of the test's own: what was started before it has come by when it ends.
+        m_client.WaitForCalls(expected);
+        QProcess::execute(m_client.Path(), {QStringLiteral("last")});
+        Calls calls = m_client.Calls();
         if (calls.isEmpty() || calls.takeLast() != QStringList(QStringLiteral("last")))
             qFatal("the client does not start");
         return calls;
     }
 
+    QString AlreadyRuns() const
+    {
+        return QStringLiteral("[INFO] \"%1\"  Already Run...").arg(ClientName());
+    }
+
+    QString Starting() const
+    {
+        return QStringLiteral("[INFO] \"%1\"  starting...").arg(ClientName());
+    }
+
 private:
+    StandIn m_client;
     LogCapture m_log;
 };
 
 struct Outcome {
     int result;
-    bool quit;    ///< whether the operation quit the application
+    bool quit;    ///< the operation asked the application to quit
     int exitCode; ///< with this code, if so
 };
 
@@ -90,7 +108,7 @@ QStringList List(std::initializer_list<const char *> items)
     return list;
 }
 
-/// The output of tasklist for a process with this image name.
+/// What tasklist says of a process with this image name.
 QByteArray TasklistRow(const QString &name)
 {
     return QStringLiteral("\"Image Name\",\"PID\",\"Session Name\",\"Session#\",\"Mem Usage\"\r\n"
@@ -100,6 +118,16 @@ QByteArray TasklistRow(const QString &name)
 }
 
 const QByteArray noTasks = "INFO: No tasks are running which match the specified criteria.\r\n";
+
+#ifdef Q_OS_UNIX
+/// A command of the test's own, as a shell script.
+void WriteCommand(const QString &path, const QByteArray &lines)
+{
+    WriteFile(path, "#!/bin/sh\n" + lines);
+    QFile::setPermissions(path,
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+}
+#endif
 
 } // namespace
 
@@ -142,6 +170,8 @@ private slots:
     void runningClientIsStopped_data();
     void runningClientIsStopped();
     void realRunningClientIsStopped();
+    void meetingLinksAreRecognised_data();
+    void meetingLinksAreRecognised();
     void freeBytesAreThoseOfTheVolume_data();
     void freeBytesAreThoseOfTheVolume();
 #ifdef Q_OS_UNIX
@@ -162,7 +192,7 @@ void TestClientProcess::tasklistIsAskedForTheImageName_data()
 void TestClientProcess::tasklistIsAskedForTheImageName()
 {
     QFETCH(QString, appName);
-    const LoggedMachine machine;
+    const Machine machine;
     const StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     Global::instance.appName = appName;
     QCOMPARE(Global::instance.CheckClientRunning(), -1);
@@ -188,13 +218,13 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted_data()
     row("upper case", TasklistRow(QStringLiteral("CLIENT.EXE")), false);
     row("lower case", TasklistRow(QStringLiteral("client.exe")), false);
     row("shortened", TasklistRow(QStringLiteral("Client.e")), false);
-    row("after a zero byte", QByteArray("x\0", 2) + "Client.exe", false);
+    row("behind a zero byte", QByteArray("x\0", 2) + "Client.exe", false);
     row("zero byte first", QByteArray("\0", 1) + TasklistRow(name), false);
     row("zero byte inside", QByteArray("Client\0.exe", 11), false);
     row("before a zero byte", QByteArray("Client.exe\0x", 12), true);
-    row("after much other text", QByteArray(100000, 'x') + "\r\nClient.exe", true);
+    row("behind much else", QByteArray(100000, 'x') + "\r\nClient.exe", true);
     row("several of them", TasklistRow(name) + TasklistRow(name), true);
-    // The bytes are read in the system's code page.
+    // The text is what the system's own code page makes of the bytes.
     const QString chinese = QStringLiteral("客户端.exe");
     const QTextCodec *codec = QTextCodec::codecForLocale();
     if (codec->toUnicode(codec->fromUnicode(chinese)) == chinese)
@@ -206,7 +236,7 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted()
     QFETCH(QString, appName);
     QFETCH(QByteArray, output);
     QFETCH(bool, running);
-    const LoggedMachine machine;
+    const Machine machine;
     Global::instance.appName = appName;
     Global::instance.cmdLineArgs = List({"-noremid"});
     for (const char *exit : {"exit 0\n", "exit 1\n"}) {
@@ -218,7 +248,8 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted()
         QCOMPARE(outcome.result, -1);
         QVERIFY(!outcome.quit);
         QCOMPARE(machine.Messages().mid(before),
-                 running ? QStringList(LogLine::AlreadyRuns(appName)) : QStringList());
+                 running ? QStringList(QStringLiteral("[INFO] \"%1\"  Already Run...").arg(appName))
+                         : QStringList());
     }
 }
 
@@ -227,9 +258,9 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn_data()
     QTest::addColumn<bool>("running");
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("result");
-    QTest::addColumn<int>("looks"); // how often tasklist runs
+    QTest::addColumn<int>("looks"); // runs of tasklist
     QTest::addColumn<Calls>("clientCalls");
-    QTest::addColumn<bool>("launched"); // and the application quit
+    QTest::addColumn<bool>("launched"); // by the launch that quits
     const auto row = [](const char *name, bool running,
                         const QStringList &arguments) -> QTestData & {
         return QTest::newRow(name) << running << arguments;
@@ -280,7 +311,7 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn()
     QFETCH(QStringList, arguments);
     QFETCH(Calls, clientCalls);
     QFETCH(bool, launched);
-    const LoggedMachine machine;
+    const Machine machine;
     StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     tasklist.SetScript(StandIn::Prints(running ? TasklistRow(machine.ClientName()) : noTasks));
     Global::instance.cmdLineArgs = arguments;
@@ -291,48 +322,48 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn()
     QCOMPARE(outcome.quit, launched);
     QTEST(tasklist.Calls().size(), "looks");
     QCOMPARE(machine.ClientCalls(clientCalls.size()), clientCalls);
-    // Only the launch changes the list.
+    // Only the launch edits the list.
     QCOMPARE(Global::instance.cmdLineArgs, launched ? clientCalls.first() : arguments);
     QStringList log;
     if (running)
-        log << LogLine::AlreadyRuns(machine.ClientName());
+        log << machine.AlreadyRuns();
     if (launched)
-        log << LogLine::Starting(machine.ClientName());
+        log << machine.Starting();
     QCOMPARE(machine.Messages(), log);
 }
 
 #ifdef Q_OS_UNIX
 void TestClientProcess::clientThatStartsBetweenTheTwoLooksIsLaunched_posix()
 {
-    const LoggedMachine machine;
-    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
-                     "if [ -e looked ]; then echo " + machine.ClientName().toUtf8() +
-                         "; fi; : > looked\n");
+    const Machine machine;
+    WriteCommand(machine.Command(QStringLiteral("tasklist")), "if [ -e looked ]; then echo " +
+                                                                  machine.ClientName().toUtf8() +
+                                                                  "; fi; : > looked\n");
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
     QCOMPARE(machine.ClientCalls(1), Calls({List({"-autoupdate"})}));
-    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(machine.ClientName())));
+    QCOMPARE(machine.Messages(), QStringList(machine.Starting()));
 }
 
 void TestClientProcess::clientThatEndsBetweenTheTwoLooksIsNotLaunched_posix()
 {
-    const LoggedMachine machine;
-    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
-                     "if [ ! -e looked ]; then echo " + machine.ClientName().toUtf8() +
-                         "; fi; : > looked\n");
+    const Machine machine;
+    WriteCommand(machine.Command(QStringLiteral("tasklist")), "if [ ! -e looked ]; then echo " +
+                                                                  machine.ClientName().toUtf8() +
+                                                                  "; fi; : > looked\n");
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
     QCOMPARE(machine.ClientCalls(0), Calls());
-    QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));
+    QCOMPARE(machine.Messages(), QStringList(machine.AlreadyRuns()));
 }
 
 void TestClientProcess::errorOutputOfTasklistIsNotSearched_posix()
 {
-    const LoggedMachine machine;
-    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
-                     "echo " + machine.ClientName().toUtf8() + " >&2\n");
+    const Machine machine;
+    WriteCommand(machine.Command(QStringLiteral("tasklist")),
+                 "echo " + machine.ClientName().toUtf8() + " >&2\n");
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QCOMPARE(machine.Messages(), QStringList());
@@ -340,51 +371,51 @@ void TestClientProcess::errorOutputOfTasklistIsNotSearched_posix()
 
 void TestClientProcess::missingTasklistMeansNotRunning_posix()
 {
-    LoggedMachine machine;
-    machine.client.StartAndStay();
+    Machine machine;
+    machine.Client().StartAndStay();
     qputenv("PATH", QFile::encodeName(machine.Scratch()));
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
-    QVERIFY(machine.client.IsRunning());
-    QCOMPARE(machine.client.Calls().size(), 1);
+    QVERIFY(machine.Client().IsRunning());
+    QCOMPARE(machine.Client().Calls().size(), 1);
     QCOMPARE(machine.Messages(), QStringList());
 }
 
 void TestClientProcess::tasklistThatCrashesIsSearchedAllTheSame_posix()
 {
-    const LoggedMachine machine;
-    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
-                     "echo " + machine.ClientName().toUtf8() + "; kill -KILL $$\n");
+    const Machine machine;
+    WriteCommand(machine.Command(QStringLiteral("tasklist")),
+                 "echo " + machine.ClientName().toUtf8() + "; kill -KILL $$\n");
     Global::instance.cmdLineArgs = List({"-noremid"});
     QCOMPARE(Check().result, -1);
-    QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));
+    QCOMPARE(machine.Messages(), QStringList(machine.AlreadyRuns()));
 }
 #endif
 
 void TestClientProcess::realClientIsFoundByRealTasklist()
 {
-    LoggedMachine machine;
-    machine.client.StartAndStay();
+    Machine machine;
+    machine.Client().StartAndStay();
     Global::instance.cmdLineArgs = List({"qorb-meeting://abc"});
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, 0);
     QVERIFY(!outcome.quit);
-    QVERIFY(machine.client.WaitForCalls(2));
-    QCOMPARE(machine.client.Calls().at(1), List({"--url=abc"}));
-    QVERIFY(machine.client.IsRunning());
-    QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));
+    QVERIFY(machine.Client().WaitForCalls(2));
+    QCOMPARE(machine.Client().Calls().at(1), List({"--url=abc"}));
+    QVERIFY(machine.Client().IsRunning());
+    QCOMPARE(machine.Messages(), QStringList(machine.AlreadyRuns()));
 }
 
 void TestClientProcess::realClientOfAnotherCaseIsNotFound()
 {
-    LoggedMachine machine;
-    machine.client.StartAndStay();
+    Machine machine;
+    machine.Client().StartAndStay();
     Global::instance.appName = machine.ClientName().toUpper();
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
-    QCOMPARE(machine.client.Calls().size(), 1);
+    QCOMPARE(machine.Client().Calls().size(), 1);
     QCOMPARE(machine.Messages(), QStringList());
 }
 
@@ -429,7 +460,7 @@ void TestClientProcess::launchedClientGetsTheRewrittenArguments()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QStringList, rewritten);
-    const LoggedMachine machine;
+    const Machine machine;
     Global::instance.cmdLineArgs = arguments;
 
     const Outcome outcome = Launch();
@@ -439,12 +470,12 @@ void TestClientProcess::launchedClientGetsTheRewrittenArguments()
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(machine.ClientCalls(1), Calls({rewritten}));
     QCOMPARE(Global::instance.cmdLineArgs, rewritten);
-    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(machine.ClientName())));
+    QCOMPARE(machine.Messages(), QStringList(machine.Starting()));
 }
 
 void TestClientProcess::launchWaitsBeforeTheStart()
 {
-    const LoggedMachine machine;
+    const Machine machine;
     QElapsedTimer timer;
     timer.start();
     Launch();
@@ -454,40 +485,40 @@ void TestClientProcess::launchWaitsBeforeTheStart()
 
 void TestClientProcess::launchOfAMissingClientIsNotNoticed()
 {
-    const LoggedMachine machine;
+    const Machine machine;
     Global::instance.appName = QStringLiteral("Missing.exe");
     const Outcome outcome = Launch();
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
-    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(QStringLiteral("Missing.exe"))));
+    QCOMPARE(machine.Messages(),
+             QStringList(QStringLiteral("[INFO] \"Missing.exe\"  starting...")));
 }
 
 void TestClientProcess::clientPathIsAPlainConcatenation()
 {
-    const LoggedMachine machine;
+    const Machine machine;
     Global::instance.appPath = machine.ClientFolder();
-    const StandIn joined(machine.ClientFolder() + machine.ClientName());
+    const StandIn beside(machine.ClientFolder() + machine.ClientName());
     QVERIFY(Launch().quit);
-    QVERIFY(joined.WaitForCalls(1));
+    QVERIFY(beside.WaitForCalls(1));
     QCOMPARE(machine.ClientCalls(0), Calls());
 }
 
 void TestClientProcess::launchedClientLivesOn()
 {
-    LoggedMachine machine;
-    machine.client.SetScript("stay\n");
+    Machine machine;
+    machine.Client().SetScript("stay\n");
     QVERIFY(Launch().quit);
-    QVERIFY(machine.client.WaitForCalls(1));
+    QVERIFY(machine.Client().WaitForCalls(1));
 
     Global::instance.cmdLineArgs = List({"-noremid"});
     QCOMPARE(Check().result, -1);
-    QCOMPARE(machine.Messages(), QStringList({LogLine::Starting(machine.ClientName()),
-                                              LogLine::AlreadyRuns(machine.ClientName())}));
+    QCOMPARE(machine.Messages(), QStringList({machine.Starting(), machine.AlreadyRuns()}));
 }
 
 void TestClientProcess::launchOnAnotherThreadQuitsTheApplication()
 {
-    const LoggedMachine machine;
+    const Machine machine;
     int result = 99;
     const std::unique_ptr<QThread> worker(
         QThread::create([&result] { result = Global::instance.LaunchClient(); }));
@@ -500,7 +531,7 @@ void TestClientProcess::launchOnAnotherThreadQuitsTheApplication()
 
 void TestClientProcess::flagOfTheCheckIsGoneAtTheLaunch()
 {
-    LoggedMachine machine;
+    Machine machine;
     StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     tasklist.SetScript(StandIn::Prints(TasklistRow(machine.ClientName())));
     Global::instance.cmdLineArgs = List({"-noremid"});
@@ -512,7 +543,7 @@ void TestClientProcess::flagOfTheCheckIsGoneAtTheLaunch()
 
 void TestClientProcess::linkThatFoundNoClientIsPassedOnByTheLaunch()
 {
-    const LoggedMachine machine;
+    const Machine machine;
     Global::instance.cmdLineArgs = List({"qorb-meeting://abc", "-x"});
     QCOMPARE(Check().result, -1);
     QVERIFY(Launch().quit);
@@ -535,7 +566,7 @@ void TestClientProcess::programGetsTheArgumentsWithoutTheSwitches()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QStringList, passed);
-    const LoggedMachine machine;
+    const Machine machine;
     const StandIn installer(machine.Scratch() + QStringLiteral("/下载 folder/Client Setup.exe"));
     Global::instance.cmdLineArgs = arguments;
 
@@ -548,7 +579,8 @@ void TestClientProcess::programGetsTheArgumentsWithoutTheSwitches()
     QVERIFY(installer.WaitForCalls(1));
     QCOMPARE(installer.Calls(), Calls({passed}));
     QCOMPARE(Global::instance.cmdLineArgs, passed);
-    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(installer.Path())));
+    QCOMPARE(machine.Messages(),
+             QStringList(QStringLiteral("[INFO] \"%1\"  starting...").arg(installer.Path())));
     QCOMPARE(machine.ClientCalls(0), Calls());
 }
 
@@ -563,7 +595,7 @@ void TestClientProcess::programThatCannotBeStartedIsNotNoticed_data()
 void TestClientProcess::programThatCannotBeStartedIsNotNoticed()
 {
     QFETCH(QString, tail);
-    const LoggedMachine machine;
+    const Machine machine;
     WriteFile(machine.Scratch() + QStringLiteral("/text.exe"), QByteArray("\x7f"
                                                                           "no program",
                                                                           11));
@@ -571,13 +603,14 @@ void TestClientProcess::programThatCannotBeStartedIsNotNoticed()
     const Outcome outcome = InEventLoop([&] { return Global::instance.LaunchProgram(program); });
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
-    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(program)));
+    QCOMPARE(machine.Messages(),
+             QStringList(QStringLiteral("[INFO] \"%1\"  starting...").arg(program)));
 }
 
 #ifdef Q_OS_UNIX
 void TestClientProcess::downloadedProgramNeedsNoExecuteBit_posix()
 {
-    const LoggedMachine machine;
+    const Machine machine;
     const StandIn installer(machine.Scratch() + QStringLiteral("/setup.exe"));
     QVERIFY(
         QFile::setPermissions(installer.Path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner));
@@ -596,7 +629,7 @@ void TestClientProcess::runningClientIsStopped_data()
 void TestClientProcess::runningClientIsStopped()
 {
     QFETCH(bool, running);
-    const LoggedMachine machine;
+    const Machine machine;
     StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     tasklist.SetScript(StandIn::Prints(running ? TasklistRow(machine.ClientName()) : noTasks));
     const StandIn taskkill(machine.Command(QStringLiteral("taskkill")));
@@ -611,14 +644,43 @@ void TestClientProcess::runningClientIsStopped()
 
 void TestClientProcess::realRunningClientIsStopped()
 {
-    LoggedMachine machine;
-    machine.client.StartAndStay();
+    Machine machine;
+    machine.Client().StartAndStay();
     StopRunningClient(machine.ClientName());
-    QVERIFY(!machine.client.IsRunning());
+    QVERIFY(!machine.Client().IsRunning());
 
-    // Nothing is left to be stopped.
+    // Nothing is left to stop.
     StopRunningClient(machine.ClientName());
     QCOMPARE(machine.Messages(), QStringList());
+}
+
+void TestClientProcess::meetingLinksAreRecognised_data()
+{
+    QTest::addColumn<QString>("argument");
+    QTest::addColumn<bool>("link");
+    QTest::addColumn<QString>("passedOn");
+    const auto row = [](const char *argument, bool link, const char *passedOn) {
+        QTest::newRow(argument) << QString::fromUtf8(argument) << link
+                                << QString::fromUtf8(passedOn);
+    };
+    row("qorb-meeting://abc", true, "--url=abc");
+    row("qorb-meeting://a b?c=d%20e#f", true, "--url=a b?c=d%20e#f");
+    row("qorb-meeting://a://b://c", true, "--url=a");
+    row("qorb-meeting:////a", true, "--url=//a");
+    row("qorb-meeting:", true, "--url=");
+    row("qorb-meeting", true, "--url=");
+    row("xqorb-meetingx://a", true, "--url=a");
+    row("QORB-meeting://abc", false, "--url=abc");
+    row("qorb meeting://abc", false, "--url=abc");
+    row("https://example.com", false, "--url=example.com");
+    row("", false, "--url=");
+}
+
+void TestClientProcess::meetingLinksAreRecognised()
+{
+    QFETCH(QString, argument);
+    QTEST(IsMeetingLink(argument), "link");
+    QTEST(ClientUrlArgument(argument), "passedOn");
 }
 
 /// Free bytes of a volume change at any moment: compares until they did not while being asked for.
@@ -651,7 +713,7 @@ void TestClientProcess::freeBytesAreThoseOfTheVolume_data()
 void TestClientProcess::freeBytesAreThoseOfTheVolume()
 {
     QFETCH(QString, path);
-    const LoggedMachine machine;
+    const Machine machine;
     QVERIFY(FreeBytesMatch(path, path));
     QCOMPARE(machine.Messages(), QStringList());
 }
@@ -659,7 +721,7 @@ void TestClientProcess::freeBytesAreThoseOfTheVolume()
 #ifdef Q_OS_UNIX
 void TestClientProcess::volumeUnknownToTheHostIsItsRoot_posix()
 {
-    const LoggedMachine machine;
+    const Machine machine;
     for (const char *path : {"C:\\", "C:/", "/wo"})
         QVERIFY(FreeBytesMatch(QString::fromLatin1(path), QStringLiteral("/")));
     QCOMPARE(machine.Messages(), QStringList());
@@ -668,14 +730,15 @@ void TestClientProcess::volumeUnknownToTheHostIsItsRoot_posix()
 
 void TestClientProcess::failedFreeBytesAreLoggedAndZero()
 {
-    const LoggedMachine machine;
+    const Machine machine;
     QCOMPARE(Global::instance.GetDiskFreeBytes(QString()), quint64(0));
 #ifdef Q_OS_UNIX
     const QString code = QStringLiteral("2");
 #else
     const QString code = QStringLiteral("3");
 #endif
-    QCOMPARE(machine.Messages(), QStringList(LogLine::FreeSpaceFailed(code)));
+    QCOMPARE(machine.Messages(),
+             QStringList(QStringLiteral("[DEBUG] Call to GetDiskFreeSpaceEx() failed: ") + code));
 }
 
 QTEST_GUILESS_MAIN(TestClientProcess)

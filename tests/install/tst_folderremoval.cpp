@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "install/folderremoval.h"
 
 #include "install/platform.h"
@@ -23,7 +22,7 @@ QStringList Entries(const QString &folder)
                                   QDir::NoDotAndDotDot);
 }
 
-/// A folder to be emptied, and another one that must not change.
+/// A folder to be emptied, and another one that must stay as it is.
 class Folders
 {
 public:
@@ -38,7 +37,7 @@ public:
     QString Outside() const { return m_root.filePath(QStringLiteral("Outside")); }
     QString KeptFile() const { return Outside() + QStringLiteral("/sub/kept.txt"); }
 
-    /// A path inside the folder, whose parent folders are created.
+    /// A path inside the folder; the folders on the way are created.
     QString Inside(const QString &name) const
     {
         QString path = Folder() + QLatin1Char('/') + name;
@@ -52,7 +51,7 @@ private:
 
 } // namespace
 
-class TestFolderRemoval : public QObject
+class FolderRemovalTest : public QObject
 {
     Q_OBJECT
 
@@ -76,7 +75,7 @@ private slots:
 #endif
 };
 
-void TestFolderRemoval::tellsLinksByAttributesAndTag_data()
+void FolderRemovalTest::tellsLinksByAttributesAndTag_data()
 {
     QTest::addColumn<quint32>("attributes");
     QTest::addColumn<quint32>("tag");
@@ -100,7 +99,7 @@ void TestFolderRemoval::tellsLinksByAttributesAndTag_data()
     add("left-over tag of an ordinary folder", 0x10, 0xA0000003, false);
 }
 
-void TestFolderRemoval::tellsLinksByAttributesAndTag()
+void FolderRemovalTest::tellsLinksByAttributesAndTag()
 {
     QFETCH(quint32, attributes);
     QFETCH(quint32, tag);
@@ -108,7 +107,7 @@ void TestFolderRemoval::tellsLinksByAttributesAndTag()
     QTEST(Platform::IsNameSurrogate(attributes, tag), "leadsElsewhere");
 }
 
-void TestFolderRemoval::removesWhatAFolderContains()
+void FolderRemovalTest::removesWhatAFolderContains()
 {
     const Folders folders;
     for (const char *name : {"old.zip", ".hidden", "sub/a.txt", "sub/deeper/and deeper/b.txt",
@@ -123,7 +122,7 @@ void TestFolderRemoval::removesWhatAFolderContains()
     QCOMPARE(ReadFile(folders.KeptFile()), QByteArray("kept"));
 }
 
-void TestFolderRemoval::removesReadOnlyFilesInSubFolders()
+void FolderRemovalTest::removesReadOnlyFilesInSubFolders()
 {
     const Folders folders;
     const QString path = folders.Inside(QStringLiteral("sub/deeper/read-only.txt"));
@@ -135,7 +134,7 @@ void TestFolderRemoval::removesReadOnlyFilesInSubFolders()
     QCOMPARE(Entries(folders.Folder()), QStringList());
 }
 
-void TestFolderRemoval::emptiesAFolderThatDoesNotExist()
+void FolderRemovalTest::emptiesAFolderThatDoesNotExist()
 {
     const Folders folders;
 
@@ -144,18 +143,18 @@ void TestFolderRemoval::emptiesAFolderThatDoesNotExist()
     QCOMPARE(Entries(folders.Folder()), QStringList());
 }
 
-void TestFolderRemoval::ordinaryEntriesLeadNowhereElse()
+void FolderRemovalTest::ordinaryEntriesLeadNowhereElse()
 {
     const Folders folders;
 
     QVERIFY(!Platform::LeadsElsewhere(folders.Folder()));
     QVERIFY(!Platform::LeadsElsewhere(folders.KeptFile()));
-    // In doubt it is a link.
+    // In doubt it does.
     QVERIFY(Platform::LeadsElsewhere(folders.Inside(QStringLiteral("missing"))));
 }
 
 #ifdef Q_OS_UNIX
-void TestFolderRemoval::unixRemovesLinksAtAnyDepthWithoutFollowing_data()
+void FolderRemovalTest::unixRemovesLinksAtAnyDepthWithoutFollowing_data()
 {
     QTest::addColumn<QString>("name");
 
@@ -164,7 +163,7 @@ void TestFolderRemoval::unixRemovesLinksAtAnyDepthWithoutFollowing_data()
     QTest::newRow("deep down, hidden") << QStringLiteral("a/b/.c/d/.link");
 }
 
-void TestFolderRemoval::unixRemovesLinksAtAnyDepthWithoutFollowing()
+void FolderRemovalTest::unixRemovesLinksAtAnyDepthWithoutFollowing()
 {
     QFETCH(QString, name);
     const Folders folders;
@@ -182,7 +181,7 @@ void TestFolderRemoval::unixRemovesLinksAtAnyDepthWithoutFollowing()
     QCOMPARE(ReadFile(folders.KeptFile()), QByteArray("kept"));
 }
 
-void TestFolderRemoval::unixTellsLinks()
+void FolderRemovalTest::unixTellsLinks()
 {
     const Folders folders;
     const QString link = folders.Inside(QStringLiteral("link"));
@@ -195,7 +194,7 @@ void TestFolderRemoval::unixTellsLinks()
     QVERIFY(!Platform::LeadsElsewhere(link + QStringLiteral("/sub")));
 }
 
-void TestFolderRemoval::unixLeavesTheTargetsPermissionsAlone()
+void FolderRemovalTest::unixLeavesTheTargetsPermissionsAlone()
 {
     const Folders folders;
     const QByteArray kept = QFile::encodeName(folders.KeptFile());
@@ -210,7 +209,7 @@ void TestFolderRemoval::unixLeavesTheTargetsPermissionsAlone()
     QCOMPARE(status.st_mode & 0777U, 0400U);
 }
 #else
-void TestFolderRemoval::windowsRemovesJunctionsAtAnyDepthWithoutFollowing_data()
+void FolderRemovalTest::windowsRemovesJunctionsAtAnyDepthWithoutFollowing_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("kind");
@@ -223,7 +222,7 @@ void TestFolderRemoval::windowsRemovesJunctionsAtAnyDepthWithoutFollowing_data()
     }
 }
 
-void TestFolderRemoval::windowsRemovesJunctionsAtAnyDepthWithoutFollowing()
+void FolderRemovalTest::windowsRemovesJunctionsAtAnyDepthWithoutFollowing()
 {
     QFETCH(QString, name);
     QFETCH(QString, kind);
@@ -242,7 +241,7 @@ void TestFolderRemoval::windowsRemovesJunctionsAtAnyDepthWithoutFollowing()
     QCOMPARE(ReadFile(folders.KeptFile()), QByteArray("kept"));
 }
 
-void TestFolderRemoval::windowsDoesNotFollowTheHostsLinks_data()
+void FolderRemovalTest::windowsDoesNotFollowTheHostsLinks_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("target");
@@ -252,8 +251,8 @@ void TestFolderRemoval::windowsDoesNotFollowTheHostsLinks_data()
         << QStringLiteral("sub/deeper/link") << QStringLiteral("../../../Outside");
 }
 
-/// Wine shows links of the host as reparse points and cannot remove them.
-void TestFolderRemoval::windowsDoesNotFollowTheHostsLinks()
+/// Wine shows the host's links as reparse points. It cannot remove them.
+void FolderRemovalTest::windowsDoesNotFollowTheHostsLinks()
 {
     QFETCH(QString, name);
     QFETCH(QString, target);
@@ -272,5 +271,5 @@ void TestFolderRemoval::windowsDoesNotFollowTheHostsLinks()
 }
 #endif
 
-QTEST_GUILESS_MAIN(TestFolderRemoval)
+QTEST_GUILESS_MAIN(FolderRemovalTest)
 #include "tst_folderremoval.moc"

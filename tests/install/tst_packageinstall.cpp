@@ -1,13 +1,12 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "install/zipdirectory.h"
 #include "tests/install/damagedarchives.h"
 #include "tests/support/compression.h"
 #include "tests/support/damageddisk.h"
+#include "tests/support/fulldisk.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loglines.h"
 #include "tests/support/peakmemory.h"
-#include "tests/support/resourcelimits.h"
+#include "tests/support/smallmachine.h"
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
 #include "tests/support/zipmaker.h"
@@ -28,11 +27,11 @@
 namespace
 {
 
-/// A machine with client 1.0.0, to which 2.1.3 is offered. There is no package yet.
-class OfferMachine : public TestHome
+/// The machine of a test with a client 1.0.0 and 2.1.3 offered, its package not made yet.
+class Machine : public TestHome
 {
 public:
-    OfferMachine()
+    Machine()
     {
         WriteUpdateConfig(R"({"currentVersion": "1.0.0"})");
         ClientDataFolder();
@@ -47,11 +46,18 @@ public:
     {
         return DownloadFolder() + QLatin1Char('/') + path;
     }
+    QString Installed(const QString &path) const
+    {
+        return ClientFolder() + QLatin1Char('/') + path;
+    }
+    QString Notes() const { return ClientDataFolder() + QStringLiteral("/update.log"); }
+    QString Marker() const { return ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt"); }
+    QString UpdateConfig() const { return ProgramFolder() + QStringLiteral("/updateconfig.json"); }
     QString Xcopy() const { return CommandsFolder() + QStringLiteral("/xcopy"); }
 
     QStringList Messages() const { return m_log.Messages(); }
 
-    /// The messages without the warnings of Qt itself.
+    /// The messages without what the framework's zip reader and files have to say of themselves.
     QStringList OwnMessages() const
     {
         QStringList own;
@@ -62,7 +68,7 @@ public:
         return own;
     }
 
-    /// All other files in the folder of the package, with their sizes.
+    /// The files beside the package and below, each with its size.
     QStringList Unpacked() const
     {
         QStringList files;
@@ -78,7 +84,7 @@ public:
         return files;
     }
 
-    /// All files of this machine with their sizes, and all folders.
+    /// Everything there is on this machine: files with their sizes and folders.
     QStringList Everything() const
     {
         QStringList paths;
@@ -103,27 +109,37 @@ QString WithBackSlashes(QString path)
     return path.replace(QLatin1Char('/'), QLatin1Char('\\'));
 }
 
+/// As the log shows a text: in quotes, back-slashes doubled.
+QString Quoted(QString text)
+{
+    return QLatin1Char('"') + text.replace(QLatin1Char('\\'), QStringLiteral("\\\\")) +
+           QLatin1Char('"');
+}
+
 QString UnzipFailure(const QString &target)
 {
-    return LogLine::UnpackFailed(target, 5);
+    return QStringLiteral("[DEBUG] unzip  %1  failed: 5").arg(Quoted(target));
 }
 
-QStringList SuccessMessages(const OfferMachine &machine, const QString &package)
+QStringList SuccessMessages(const Machine &machine, const QString &package)
 {
-    return {LogLine::Unpacked(package), LogLine::NotesWritten(), LogLine::MarkerWritten(),
-            LogLine::ClientCopied(machine.ProgramFolder()), LogLine::VersionRecorded()};
+    return {QStringLiteral("[INFO] %1  successfully decompressed").arg(Quoted(package)),
+            QStringLiteral("[INFO] update.log write successed"),
+            QStringLiteral("[INFO] isShowUpdataInfo.txt write successed"),
+            QStringLiteral("[INFO] %1  copy file successed").arg(Quoted(machine.ProgramFolder())),
+            QStringLiteral("[WARNING] autoupdate config veison update successed")};
 }
 
-/// Verifies that the installation ended with the extraction.
-void VerifyNothingInstalled(const OfferMachine &machine, const StandIn &xcopy)
+/// Verifies that nothing of what follows the extraction was done.
+void VerifyNothingInstalled(const Machine &machine, const StandIn &xcopy)
 {
-    QVERIFY(!QFile::exists(machine.NotesFile()));
-    QVERIFY(!QFile::exists(machine.MarkerFile()));
+    QVERIFY(!QFile::exists(machine.Notes()));
+    QVERIFY(!QFile::exists(machine.Marker()));
     QCOMPARE(xcopy.Calls().size(), 0);
-    QCOMPARE(ReadFile(machine.UpdateConfigFile()), QByteArray(R"({"currentVersion": "1.0.0"})"));
+    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray(R"({"currentVersion": "1.0.0"})"));
 }
 
-/// The size in the header of the entry at @p index.
+/// The size that an archive declares for the entry at @p index.
 qint64 DeclaredSize(QByteArray archive, int index)
 {
     QBuffer buffer(&archive);
@@ -131,8 +147,8 @@ qint64 DeclaredSize(QByteArray archive, int index)
     return qint64(ReadZipDirectory(buffer).value(index).size);
 }
 
-/// Makes a package of one stored file, pkg/noise, and returns its data.
-QByteArray PackNoise(const OfferMachine &machine)
+/// Makes a package of one stored file, pkg/noise, and returns what is in it.
+QByteArray PackNoise(const Machine &machine)
 {
     const QByteArray noise = SomeNoise(500000);
     ZipMaker zip;
@@ -143,7 +159,7 @@ QByteArray PackNoise(const OfferMachine &machine)
 }
 
 #ifdef Q_OS_LINUX
-/// An archive whose central directory has at least @p size bytes.
+/// An archive whose list of entries has at least @p size bytes.
 QByteArray ZipWithListOf(int size)
 {
     const QByteArray name(60000, 'n');
@@ -158,7 +174,7 @@ QByteArray ZipWithListOf(int size)
 }
 #endif
 
-/// While it lives, the second write to a file fails, but no other.
+/// While it lives, the second write to a file fails, and no other.
 class OneFailedWrite : public QAbstractFileEngineHandler
 {
 public:
@@ -189,7 +205,7 @@ private:
 
 using Fill = std::function<void(ZipMaker &)>;
 
-/// Adds a row with the column "archive".
+/// A row with the column "archive".
 void AddArchive(const char *name, const Fill &fill)
 {
     ZipMaker zip;
@@ -278,7 +294,7 @@ private slots:
 
 void TestPackageInstall::packageReplacesTheClient()
 {
-    const OfferMachine machine;
+    const Machine machine;
     WriteFile(machine.Installed(QStringLiteral("app.txt")), "old and longer than the new one");
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
@@ -296,12 +312,12 @@ void TestPackageInstall::packageReplacesTheClient()
     QVERIFY(QFileInfo(machine.Installed(QStringLiteral("empty/deep"))).isDir());
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("nothing.txt"))), QByteArray());
 
-    QCOMPARE(ReadFile(machine.NotesFile()), QByteArray(u8"1. New\n2. 更新"));
-    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1"));
-    QCOMPARE(ReadFile(machine.UpdateConfigFile()),
+    QCOMPARE(ReadFile(machine.Notes()), QByteArray(u8"1. New\n2. 更新"));
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
+    QCOMPARE(ReadFile(machine.UpdateConfig()),
              QByteArray("{\n    \"currentVersion\": \"2.1.3\"\n}\n"));
 
-    // The package and the extracted folder stay.
+    // Package and extracted folder stay.
     QCOMPARE(ReadFile(machine.Package()), zip.Bytes());
     QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/app.txt"))), QByteArray("new"));
     QCOMPARE(Global::instance.packageDir,
@@ -311,7 +327,7 @@ void TestPackageInstall::packageReplacesTheClient()
 
 void TestPackageInstall::restOfTheClientStays()
 {
-    const OfferMachine machine;
+    const Machine machine;
     WriteFile(machine.Installed(QStringLiteral("settings.ini")), "mine");
     WriteFile(machine.Installed(QStringLiteral("lib/plugin.txt")), "mine too");
     ZipMaker zip;
@@ -324,14 +340,14 @@ void TestPackageInstall::restOfTheClientStays()
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("settings.ini"))), QByteArray("mine"));
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("lib/plugin.txt"))), QByteArray("mine too"));
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("lib/new.txt"))), QByteArray("new"));
-    QVERIFY(QFile::exists(machine.UpdateConfigFile()));
-    // The top folder of the package is not created in the client's folder.
+    QVERIFY(QFile::exists(machine.UpdateConfig()));
+    // The package's own folder name does not turn up in the client's folder.
     QVERIFY(!QFile::exists(machine.Installed(QStringLiteral("pkg"))));
 }
 
 void TestPackageInstall::packageInAFolderWithBlanksAndChinese()
 {
-    const OfferMachine machine;
+    const Machine machine;
     const QString package = machine.Home() + QStringLiteral("/我的 文件/客户端 2.1.3.zip");
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("客户端 2.1.3"));
@@ -345,7 +361,7 @@ void TestPackageInstall::packageInAFolderWithBlanksAndChinese()
 
 void TestPackageInstall::extractedFileReplacesAnOlderOne()
 {
-    const OfferMachine machine;
+    const Machine machine;
     WriteFile(machine.Downloaded(QStringLiteral("pkg/app.txt")), QByteArray(1000, 'o'));
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
@@ -357,7 +373,7 @@ void TestPackageInstall::extractedFileReplacesAnOlderOne()
 
 void TestPackageInstall::largeFilesArriveWhole()
 {
-    const OfferMachine machine;
+    const Machine machine;
     const QByteArray noise = SomeNoise(5 << 20);
     const QByteArray zeros(20 << 20, '\0');
     ZipMaker zip;
@@ -374,10 +390,10 @@ void TestPackageInstall::largeFilesArriveWhole()
 
 void TestPackageInstall::linksAreSkipped()
 {
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
-    zip.AddLink(QStringLiteral("pkg/link"), machine.UpdateConfigFile());
+    zip.AddLink(QStringLiteral("pkg/link"), machine.UpdateConfig());
     zip.AddLink(QStringLiteral("pkg/folder"), machine.Home());
     zip.AddLink(QStringLiteral("missing/link"), QStringLiteral("app.txt"));
     zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
@@ -393,33 +409,33 @@ void TestPackageInstall::linksAreSkipped()
 #ifdef Q_OS_UNIX
 void TestPackageInstall::modesAndTimesOfTheArchiveAreNotApplied_posix()
 {
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     zip.SetPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ExeOther);
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
     zip.WriteTo(machine.Package());
-    const QString other = machine.Downloaded(QStringLiteral("other"));
-    WriteFile(other, "an ordinary file");
+    const QString beside = machine.Downloaded(QStringLiteral("beside"));
+    WriteFile(beside, "made like any other file");
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     const QFileInfo extracted(machine.Downloaded(QStringLiteral("pkg/app.txt")));
-    QCOMPARE(extracted.permissions(), QFileInfo(other).permissions());
-    QVERIFY(extracted.lastModified() >= QFileInfo(other).lastModified());
+    QCOMPARE(extracted.permissions(), QFileInfo(beside).permissions());
+    QVERIFY(extracted.lastModified() >= QFileInfo(beside).lastModified());
 }
 
 void TestPackageInstall::failedWritesAreNotNoticed_posix_data()
 {
     QTest::addColumn<int>("room");
     QTest::newRow("full") << 0;
-    // In the middle of a single write.
+    // In the middle of what is written at once.
     QTest::newRow("full after 100,000 bytes of each file") << 100000;
 }
 
 void TestPackageInstall::failedWritesAreNotNoticed_posix()
 {
     QFETCH(int, room);
-    const OfferMachine machine;
+    const Machine machine;
     const QByteArray noise = SomeNoise(500000);
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
@@ -439,19 +455,19 @@ void TestPackageInstall::failedWritesAreNotNoticed_posix()
     QVERIFY(unpacked("stored") == noise.left(room));
     QVERIFY(unpacked("deflated") == noise.left(room));
     QCOMPARE(unpacked("small"), QByteArray("small").left(room));
-    QCOMPARE(ReadFile(machine.NotesFile()), Global::instance.latestVersionInfo.toUtf8().left(room));
-    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1").left(room));
+    QCOMPARE(ReadFile(machine.Notes()), Global::instance.latestVersionInfo.toUtf8().left(room));
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1").left(room));
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
 }
 #endif
 
 void TestPackageInstall::nothingFollowsAFailedWrite()
 {
-    const OfferMachine machine;
+    const Machine machine;
     const QByteArray noise = PackNoise(machine);
     const QString target = machine.Downloaded(QStringLiteral("pkg/noise"));
     {
-        // Space is available again at once, as if another program had freed some.
+        // There is space again at once: another program has freed some.
         const OneFailedWrite disk(target);
         QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     }
@@ -482,7 +498,7 @@ void TestPackageInstall::fileWithoutItsFolderFails_data()
 void TestPackageInstall::fileWithoutItsFolderFails()
 {
     QFETCH(QByteArray, archive);
-    const OfferMachine machine;
+    const Machine machine;
     WriteFile(machine.Package(), archive);
     const StandIn xcopy(machine.Xcopy());
 
@@ -496,7 +512,7 @@ void TestPackageInstall::fileWithoutItsFolderFails()
 
 void TestPackageInstall::earlierEntriesStayWhenOneFails()
 {
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFile(QStringLiteral("pkg/first.txt"), "first");
@@ -510,20 +526,20 @@ void TestPackageInstall::earlierEntriesStayWhenOneFails()
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("missing/second.txt")))));
     QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/first.txt"))), QByteArray("first"));
     QVERIFY(!QFile::exists(machine.Downloaded(QStringLiteral("pkg/third.txt"))));
-    // The archive was closed: Windows does not remove an open file.
+    // The archive is closed again: it could be removed on every system.
     QVERIFY(QFile::remove(machine.Package()));
     VerifyNothingInstalled(machine, xcopy);
 }
 
 void TestPackageInstall::fileInThePlaceOfAFolderFails()
 {
-    const OfferMachine machine;
+    const Machine machine;
     WriteFile(machine.Downloaded(QStringLiteral("pkg")), "a file");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
 
-    // The failure to create the folder is ignored, but its first file cannot be created.
+    // That the folder cannot be made goes unnoticed; its first file has nowhere to go.
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(),
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
@@ -532,7 +548,7 @@ void TestPackageInstall::fileInThePlaceOfAFolderFails()
 
 void TestPackageInstall::folderInThePlaceOfAFileFails()
 {
-    const OfferMachine machine;
+    const Machine machine;
     QDir().mkpath(machine.Downloaded(QStringLiteral("pkg/app.txt")));
     ZipMaker zip;
     AddThreeEntries(zip);
@@ -550,14 +566,14 @@ void TestPackageInstall::damagedEntryFails_data()
 void TestPackageInstall::damagedEntryFails()
 {
     QFETCH(QByteArray, archive);
-    const OfferMachine machine;
+    const Machine machine;
     WriteFile(machine.Package(), archive);
     const StandIn xcopy(machine.Xcopy());
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.OwnMessages(),
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
-    // Part of it may have been extracted, because the damage shows at the end only.
+    // Some of it may have come out, for the damage shows at the end only.
     QVERIFY(!QFile::exists(machine.Downloaded(QStringLiteral("pkg/after.txt"))));
     QVERIFY(QFileInfo(machine.Downloaded(QStringLiteral("pkg/app.txt"))).size() <=
             DeclaredSize(archive, 1));
@@ -566,7 +582,7 @@ void TestPackageInstall::damagedEntryFails()
 
 void TestPackageInstall::damagedDiskFails()
 {
-    const OfferMachine machine;
+    const Machine machine;
     const QByteArray noise = PackNoise(machine);
     const StandIn xcopy(machine.Xcopy());
     const QString target = machine.Downloaded(QStringLiteral("pkg/noise"));
@@ -591,7 +607,7 @@ void TestPackageInstall::entryThatTheReaderRefusesFails_data()
     };
     row("zip64 needed", ZipMaker::VersionNeeded, 45, "pkg/app.txt");
     row("latest version needed", ZipMaker::VersionNeeded, 63, "pkg/app.txt");
-    // The reader returns no path for an entry from an unknown system.
+    // Of an entry made by a system that it does not know the reader gives no path.
     row("made on another system", ZipMaker::MadeBy, 5 << 8, "");
 }
 
@@ -599,7 +615,7 @@ void TestPackageInstall::entryThatTheReaderRefusesFails()
 {
     QFETCH(QByteArray, archive);
     QFETCH(QString, target);
-    const OfferMachine machine;
+    const Machine machine;
     WriteFile(machine.Package(), archive);
     const StandIn xcopy(machine.Xcopy());
 
@@ -611,7 +627,7 @@ void TestPackageInstall::entryThatTheReaderRefusesFails()
 
 void TestPackageInstall::secondEntryOfTheSameNameFails()
 {
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFile(QStringLiteral("pkg/app.txt"), "first");
@@ -620,7 +636,7 @@ void TestPackageInstall::secondEntryOfTheSameNameFails()
     zip.WriteTo(machine.Package());
     const StandIn xcopy(machine.Xcopy());
 
-    // The reader would return the data of the first one again.
+    // The reader would hand out the first one's data again: the second's cannot be had.
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(),
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
@@ -648,7 +664,7 @@ void TestPackageInstall::entryInThePlaceOfThePackageFails()
 {
     QFETCH(QByteArray, name);
     QFETCH(QString, target);
-    const OfferMachine machine;
+    const Machine machine;
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
@@ -662,7 +678,7 @@ void TestPackageInstall::entryInThePlaceOfThePackageFails()
     VerifyNothingInstalled(machine, xcopy);
 }
 
-/// Archives that are valid but hostile.
+/// What becomes of archives that mean harm, but whose headers and data go together.
 void TestPackageInstall::hostileArchives_data()
 {
     QTest::addColumn<QByteArray>("archive");
@@ -678,7 +694,7 @@ void TestPackageInstall::hostileArchives_data()
     const QString longestName = QStringLiteral("pkg/") + QString(65531, QLatin1Char('n'));
     constexpr quint32 encrypted = 0x0801;
 
-    // Only the disk limits the size of a package, and 2 GiB that of an entry.
+    // The disk alone limits what a package may hold; an entry has less than 2 GiB.
     row("64 MiB from 64 KiB, as it says", 0, {QStringLiteral("pkg/bomb 67108864")},
         [](ZipMaker &zip) { zip.AddFile(QStringLiteral("pkg/bomb"), QByteArray(64 << 20, '\0')); });
     row("data of two entries", 0,
@@ -696,12 +712,12 @@ void TestPackageInstall::hostileArchives_data()
     });
     row("name of 64 KiB", -1, {}, [&](ZipMaker &zip) { zip.AddFile(longestName, "long"); });
 #ifdef Q_OS_UNIX
-    // Wine reports no error for such a path.
+    // Wine reports no failure for such a path.
     row("name of 64 KiB in short parts", -1, {}, [](ZipMaker &zip) {
         zip.AddRawName("pkg/" + QByteArray("part/").repeated(13105) + "part", "deep");
     });
 #endif
-    // The failure to create a folder is ignored until a file in it cannot be created.
+    // That a folder cannot be made goes unnoticed until a file wants to be in it.
     row("folder with a name of 64 KiB", 0, {QStringLiteral("pkg/after 5")}, [&](ZipMaker &zip) {
         zip.AddFolder(longestName.chopped(1));
         zip.AddFile(QStringLiteral("pkg/after"), "after");
@@ -716,7 +732,7 @@ void TestPackageInstall::hostileArchives_data()
         zip.AddFile(QStringLiteral("pkg/secret"), QByteArray(), ZipMaker::Stored);
         zip.Set(1, ZipMaker::Flags, encrypted);
     });
-    // A folder has no data that could be unreadable.
+    // A folder has no data that could not be read.
     row("encrypted folder", 0, {QStringLiteral("pkg/after 5")}, [](ZipMaker &zip) {
         zip.AddFolder(QStringLiteral("pkg/secret"));
         zip.AddFile(QStringLiteral("pkg/after"), "after");
@@ -737,7 +753,7 @@ void TestPackageInstall::hostileArchives()
 {
     QFETCH(QByteArray, archive);
     QFETCH(int, result);
-    const OfferMachine machine;
+    const Machine machine;
     WriteFile(machine.Package(), archive);
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), result);
@@ -746,15 +762,15 @@ void TestPackageInstall::hostileArchives()
         QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
     } else {
         QCOMPARE(machine.Messages().size(), 1);
-        QVERIFY(machine.Messages().first().startsWith(LogLine::UnpackFailedBegin()));
+        QVERIFY(machine.Messages().first().startsWith(QLatin1String("[DEBUG] unzip  ")));
     }
 }
 
 void TestPackageInstall::largestEntryIsInstalledWithoutMemory()
 {
-    // The largest size that Qt's reader can return.
+    // The most that Qt's reader can tell.
     constexpr quint32 size = 0x7fffffff;
-    const OfferMachine machine;
+    const Machine machine;
     const StandIn xcopy(machine.Xcopy());
     WriteFile(machine.Package(), ZipOfZeros(size));
 
@@ -773,15 +789,17 @@ void TestPackageInstall::listBeyondTheMachinesMemoryFails_posix()
 #ifdef __SANITIZE_ADDRESS__
     QSKIP("The sanitizer reserves more memory than a small machine has.");
 #endif
-    const OfferMachine machine;
+    const Machine machine;
     const StandIn xcopy(machine.Xcopy());
     WriteFile(machine.Package(), ZipWithListOf(120000000));
     {
-        const LittleMemory memory(32U << 20);
+        const SmallMachine memory(32U << 20);
         QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     }
     QCOMPARE(machine.Unpacked(), QStringList());
-    QCOMPARE(machine.Messages(), QStringList(LogLine::UnpackFailed(machine.Package(), 4)));
+    QCOMPARE(
+        machine.Messages(),
+        QStringList(QStringLiteral("[DEBUG] unzip  %1  failed: 4").arg(Quoted(machine.Package()))));
     VerifyNothingInstalled(machine, xcopy);
 }
 #endif
@@ -800,7 +818,7 @@ void TestPackageInstall::nameThatIsNoHarmlessFileFails_data()
 void TestPackageInstall::nameThatIsNoHarmlessFileFails()
 {
     QFETCH(QByteArray, name);
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFolder(QStringLiteral("pkg/aux"));
@@ -813,7 +831,7 @@ void TestPackageInstall::nameThatIsNoHarmlessFileFails()
 
 void TestPackageInstall::batchFileIsInstalled()
 {
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg")).AddFile(QStringLiteral("pkg/repair.bat"), "@echo off");
     WriteFile(machine.Package(), zip.Bytes());
@@ -825,19 +843,19 @@ void TestPackageInstall::moreEntriesThanTheCountHolds_data()
 {
     QTest::addColumn<quint32>("count");
     QTest::addColumn<QStringList>("unpacked");
-    // With zip64: a marker here, and the true count in an extra record.
+    // As programs write it that know of zip64: the marker, and the true count in a record between.
     QTest::newRow("zip64") << 0xffffU << QStringList(QStringLiteral("pkg/first 5"));
-    // Without zip64: the count modulo 65536.
+    // As others do: what the count no longer holds is gone.
     QTest::newRow("65,537, of which 1 is left") << 1U << QStringList();
     QTest::newRow("65,538, of which 2 are left")
         << 2U << QStringList(QStringLiteral("pkg/first 5"));
 }
 
-/// Entries beyond the count are silently left out, so vendors must not make such archives.
+/// Those that the count does not tell of are left out, without a word: vendors must not make such.
 void TestPackageInstall::moreEntriesThanTheCountHolds()
 {
     QFETCH(quint32, count);
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFile(QStringLiteral("pkg/first"), "first");
@@ -869,7 +887,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails_data()
     same("pkg/app.txt:evil");
     same("pkg/.. /evil.txt");
     same("pkg/.../evil.txt");
-    // The same with folders.
+    // The same for folders.
     row("pkg/../../evil/", "pkg/../../evil");
     row("C:/evil/", "C:/evil");
 #ifdef Q_OS_WIN
@@ -888,7 +906,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails()
 {
     QFETCH(QByteArray, name);
     QFETCH(QString, target);
-    const OfferMachine machine;
+    const Machine machine;
     const StandIn xcopy(machine.Xcopy());
     QVERIFY(QDir().mkpath(machine.Downloaded(QStringLiteral("pkg"))));
     ZipMaker zip;
@@ -896,7 +914,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails()
     zip.AddRawName(name, "evil");
     zip.AddFile(QStringLiteral("pkg/after.txt"), "after");
     zip.WriteTo(machine.Package());
-    // One of the names leads to this path.
+    // One of the names leads there.
     QVERIFY(QFileInfo(machine.Scratch()).isDir());
     const QStringList before = machine.Everything();
 
@@ -907,7 +925,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails()
 
 void TestPackageInstall::nameWithoutUtf8MarkStaysInTheFolder()
 {
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddRawName("pkg/\xd6\xd0\xce\xc4.txt", "GBK");
@@ -936,7 +954,7 @@ void TestPackageInstall::leadingDotsAndSlashesAreDropped_data()
 void TestPackageInstall::leadingDotsAndSlashesAreDropped()
 {
     QFETCH(QByteArray, name);
-    const OfferMachine machine;
+    const Machine machine;
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     zip.AddRawName(name, "evil");
@@ -956,7 +974,7 @@ void TestPackageInstall::unusualArchivesAreInstalled_data()
             change(zip);
         });
     };
-    changed("sizes after the data", [](ZipMaker &zip) {
+    changed("sizes behind the data", [](ZipMaker &zip) {
         zip.UseDataDescriptor(1);
         zip.UseDataDescriptor(2);
     });
@@ -994,7 +1012,7 @@ void TestPackageInstall::unusualArchivesAreInstalled_data()
 void TestPackageInstall::unusualArchivesAreInstalled()
 {
     QFETCH(QByteArray, archive);
-    const OfferMachine machine;
+    const Machine machine;
     WriteFile(machine.Package(), archive);
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("app.txt"))), SomeText());
@@ -1025,7 +1043,7 @@ void TestPackageInstall::unreadableArchiveInstallsNothingAndSucceeds_data()
 void TestPackageInstall::unreadableArchiveInstallsNothingAndSucceeds()
 {
     QFETCH(QByteArray, archive);
-    const OfferMachine machine;
+    const Machine machine;
     if (!archive.isNull())
         WriteFile(machine.Package(), archive);
     const StandIn xcopy(machine.Xcopy());
@@ -1034,14 +1052,14 @@ void TestPackageInstall::unreadableArchiveInstallsNothingAndSucceeds()
     QCOMPARE(machine.OwnMessages(), SuccessMessages(machine, machine.Package()));
     QCOMPARE(QDir(machine.DownloadFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
              archive.isNull() ? QStringList() : QStringList(QStringLiteral("pkg.zip")));
-    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1"));
-    QVERIFY(QFile::exists(machine.NotesFile()));
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
+    QVERIFY(QFile::exists(machine.Notes()));
     QCOMPARE(xcopy.Calls().size(), 1);
 }
 
 void TestPackageInstall::packageWithoutItsTopFolderCopiesNothingAndSucceeds()
 {
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("other"));
     zip.AddFile(QStringLiteral("other/app.txt"), "new");
@@ -1068,30 +1086,30 @@ void TestPackageInstall::notesAreReplaced_data()
 void TestPackageInstall::notesAreReplaced()
 {
     QFETCH(QString, notes);
-    const OfferMachine machine;
-    WriteFile(machine.NotesFile(), "notes of the version before, which were longer than these");
+    const Machine machine;
+    WriteFile(machine.Notes(), "notes of the version before, which were longer than these");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
     Global::instance.latestVersionInfo = notes;
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
-    QTEST(ReadFile(machine.NotesFile()), "content");
+    QTEST(ReadFile(machine.Notes()), "content");
 }
 
 void TestPackageInstall::markerIsReplaced()
 {
-    const OfferMachine machine;
-    WriteFile(machine.MarkerFile(), "0 from before");
+    const Machine machine;
+    WriteFile(machine.Marker(), "0 from before");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
-    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1"));
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
 }
 
 void TestPackageInstall::missingClientDataFolderFails()
 {
-    const OfferMachine machine;
+    const Machine machine;
     const QString roaming = machine.Home() + QStringLiteral("/AppData/Roaming");
     QVERIFY(QDir(roaming).removeRecursively());
     const StandIn xcopy(machine.Xcopy());
@@ -1101,7 +1119,7 @@ void TestPackageInstall::missingClientDataFolderFails()
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 1)
-                                     << LogLine::NotesWriteFailed());
+                                     << QStringLiteral("[DEBUG] update.log write failed: 5"));
     QVERIFY(!QFile::exists(roaming));
     QVERIFY(QFile::exists(machine.Downloaded(QStringLiteral("pkg/after.txt"))));
     VerifyNothingInstalled(machine, xcopy);
@@ -1110,8 +1128,8 @@ void TestPackageInstall::missingClientDataFolderFails()
 
 void TestPackageInstall::notesThatCannotBeOpenedFail()
 {
-    const OfferMachine machine;
-    QVERIFY(QDir().mkpath(machine.NotesFile()));
+    const Machine machine;
+    QVERIFY(QDir().mkpath(machine.Notes()));
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     AddThreeEntries(zip);
@@ -1119,26 +1137,27 @@ void TestPackageInstall::notesThatCannotBeOpenedFail()
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 1)
-                                     << LogLine::NotesWriteFailed());
-    QVERIFY(!QFile::exists(machine.MarkerFile()));
+                                     << QStringLiteral("[DEBUG] update.log write failed: 5"));
+    QVERIFY(!QFile::exists(machine.Marker()));
     QCOMPARE(xcopy.Calls().size(), 0);
 }
 
 void TestPackageInstall::markerThatCannotBeOpenedFails()
 {
-    const OfferMachine machine;
-    QVERIFY(QDir().mkpath(machine.MarkerFile()));
+    const Machine machine;
+    QVERIFY(QDir().mkpath(machine.Marker()));
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
-    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 2)
-                                     << LogLine::MarkerWriteFailed());
-    QVERIFY(QFile::exists(machine.NotesFile()));
+    QCOMPARE(machine.Messages(),
+             SuccessMessages(machine, machine.Package()).mid(0, 2)
+                 << QStringLiteral("[DEBUG] isShowUpdataInfo.txt write failed: 5"));
+    QVERIFY(QFile::exists(machine.Notes()));
     QCOMPARE(xcopy.Calls().size(), 0);
-    QCOMPARE(ReadFile(machine.UpdateConfigFile()), QByteArray(R"({"currentVersion": "1.0.0"})"));
+    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray(R"({"currentVersion": "1.0.0"})"));
 }
 
 void TestPackageInstall::xcopyIsCalledWithSourceAndDestination_data()
@@ -1151,12 +1170,12 @@ void TestPackageInstall::xcopyIsCalledWithSourceAndDestination_data()
     row("/pkg.zip", "\\pkg\\*");
     row("/a b/pkg 2.1.zip", "\\a b\\pkg 2.1\\*");
     row(u8"/客户端/包.zip", u8"\\客户端\\包\\*");
-    // Cut at the first ".zip".
+    // Cut at the first ".zip" wherever it stands.
     row("/my.zips/pkg.zip", "\\my\\*");
     row("/pkg.zip.zip", "\\pkg\\*");
     row("/pkg.zipped.tmp", "\\pkg\\*");
     row("/.zip", "\\\\*");
-    // Nothing to cut without ".zip".
+    // No ".zip": nothing to cut.
     row("/pkg.ZIP", "\\pkg.ZIP\\*");
     row("/pkg.zi", "\\pkg.zi\\*");
 }
@@ -1165,7 +1184,7 @@ void TestPackageInstall::xcopyIsCalledWithSourceAndDestination()
 {
     QFETCH(QString, package);
     QFETCH(QString, source);
-    const OfferMachine machine;
+    const Machine machine;
     const StandIn xcopy(machine.Xcopy());
     const QString path = machine.Scratch() + package;
     ZipMaker zip;
@@ -1179,13 +1198,13 @@ void TestPackageInstall::xcopyIsCalledWithSourceAndDestination()
                                     QStringLiteral("/i"), QStringLiteral("/q"), expectedSource,
                                     WithBackSlashes(machine.ClientFolder())}}));
     QCOMPARE(Global::instance.packageDir, expectedSource);
-    // Unpacked next to the package in any case.
+    // Unpacked beside the package in any case.
     QVERIFY(QFile::exists(QFileInfo(path).path() + QStringLiteral("/pkg/app.txt")));
 }
 
 void TestPackageInstall::relativePackagePath()
 {
-    const OfferMachine machine;
+    const Machine machine;
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     AddThreeEntries(zip);
@@ -1198,7 +1217,7 @@ void TestPackageInstall::relativePackagePath()
 
 void TestPackageInstall::destinationIsTheParentOfTheWorkingFolder()
 {
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
@@ -1210,12 +1229,13 @@ void TestPackageInstall::destinationIsTheParentOfTheWorkingFolder()
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     QCOMPARE(ReadFile(parent + QStringLiteral("/app.txt")), SomeText());
     QVERIFY(!QFile::exists(folder + QStringLiteral("/app.txt")));
-    QCOMPARE(machine.Messages().value(3), LogLine::ClientCopied(folder));
+    QCOMPARE(machine.Messages().value(3),
+             QStringLiteral("[INFO] %1  copy file successed").arg(Quoted(folder)));
 }
 
 void TestPackageInstall::xcopyIsWaitedForWithoutLimit()
 {
-    const OfferMachine machine;
+    const Machine machine;
     StandIn xcopy(machine.Xcopy());
     xcopy.SetScript("stay\n");
     ZipMaker zip;
@@ -1253,7 +1273,7 @@ void TestPackageInstall::exitCodeOfXcopyIsNotExamined_data()
 void TestPackageInstall::exitCodeOfXcopyIsNotExamined()
 {
     QFETCH(QByteArray, script);
-    const OfferMachine machine;
+    const Machine machine;
     StandIn xcopy(machine.Xcopy());
     xcopy.SetScript(script);
     ZipMaker zip;
@@ -1266,11 +1286,18 @@ void TestPackageInstall::exitCodeOfXcopyIsNotExamined()
 }
 
 #ifdef Q_OS_UNIX
+/// A command of the test's own, as a shell script.
+static void WriteCommand(const QString &path, const QByteArray &lines)
+{
+    WriteFile(path, "#!/bin/sh\n" + lines);
+    QVERIFY(QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                            QFileDevice::ExeOwner));
+}
 
 void TestPackageInstall::crashOfXcopyIsNotExamined_posix()
 {
-    const OfferMachine machine;
-    WriteShellScript(machine.Xcopy(), "kill -KILL $$\n");
+    const Machine machine;
+    WriteCommand(machine.Xcopy(), "kill -KILL $$\n");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
@@ -1280,23 +1307,24 @@ void TestPackageInstall::crashOfXcopyIsNotExamined_posix()
 
 void TestPackageInstall::xcopyThatCannotBeStartedFails_posix()
 {
-    const OfferMachine machine;
+    const Machine machine;
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
     qputenv("PATH", QFile::encodeName(machine.Scratch()));
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
-    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 3)
-                                     << LogLine::CopyFailed());
-    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1"));
-    QCOMPARE(ReadFile(machine.UpdateConfigFile()), QByteArray(R"({"currentVersion": "1.0.0"})"));
+    QCOMPARE(machine.Messages(),
+             SuccessMessages(machine, machine.Package()).mid(0, 3)
+                 << QStringLiteral("[DEBUG] copy file error:  QProcess::FailedToStart"));
+    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
+    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray(R"({"currentVersion": "1.0.0"})"));
 }
 
 void TestPackageInstall::xcopyRunsInTheWorkingFolder_posix()
 {
-    const OfferMachine machine;
-    WriteShellScript(machine.Xcopy(), "printf %s \"$(pwd -P)\" > ran-here\n");
+    const Machine machine;
+    WriteCommand(machine.Xcopy(), "printf %s \"$(pwd -P)\" > ran-here\n");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
@@ -1308,48 +1336,48 @@ void TestPackageInstall::xcopyRunsInTheWorkingFolder_posix()
 
 void TestPackageInstall::versionThatCannotBeRecordedStillSucceeds()
 {
-    const OfferMachine machine;
-    QVERIFY(QFile::remove(machine.UpdateConfigFile()));
-    QVERIFY(QDir().mkpath(machine.UpdateConfigFile()));
+    const Machine machine;
+    QVERIFY(QFile::remove(machine.UpdateConfig()));
+    QVERIFY(QDir().mkpath(machine.UpdateConfig()));
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 4)
-                                     << LogLine::UpdateConfigWriteFailed(5));
+                                     << QStringLiteral("[DEBUG] WriteConfigToFile failed: 5"));
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("app.txt"))), SomeText());
 }
 
 void TestPackageInstall::missingUpdateConfigIsMade()
 {
-    const OfferMachine machine;
-    QVERIFY(QFile::remove(machine.UpdateConfigFile()));
+    const Machine machine;
+    QVERIFY(QFile::remove(machine.UpdateConfig()));
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
-    QCOMPARE(ReadFile(machine.UpdateConfigFile()), QByteArray("{\n"
-                                                              "    \"currentVersion\": \"2.1.3\",\n"
-                                                              "    \"noRemind\": 0,\n"
-                                                              "    \"noRemindVersion\": \"\"\n"
-                                                              "}\n"));
+    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray("{\n"
+                                                          "    \"currentVersion\": \"2.1.3\",\n"
+                                                          "    \"noRemind\": 0,\n"
+                                                          "    \"noRemindVersion\": \"\"\n"
+                                                          "}\n"));
 }
 
 void TestPackageInstall::scriptIsWritten()
 {
-    const OfferMachine machine;
+    const Machine machine;
     Global::instance.scriptPath = machine.Scratch() + QStringLiteral("/update.scpt");
     Global::instance.WriteScript(QStringLiteral("start \"更新\"\n"));
     QCOMPARE(ReadFile(Global::instance.scriptPath), QByteArray(u8"start \"更新\"\n"));
-    QCOMPARE(machine.Messages(), QStringList(LogLine::ScriptWritten()));
+    QCOMPARE(machine.Messages(), QStringList(QStringLiteral("[INFO] cmdscpt write successed")));
 }
 
 void TestPackageInstall::scriptIsReplaced()
 {
-    const OfferMachine machine;
+    const Machine machine;
     Global::instance.scriptPath = machine.Scratch() + QStringLiteral("/update.scpt");
     WriteFile(Global::instance.scriptPath, "an older and longer script");
     Global::instance.WriteScript(QStringLiteral("new"));
@@ -1369,12 +1397,12 @@ void TestPackageInstall::scriptThatCannotBeOpenedIsLogged_data()
 void TestPackageInstall::scriptThatCannotBeOpenedIsLogged()
 {
     QFETCH(QString, tail);
-    const OfferMachine machine;
+    const Machine machine;
     QVERIFY(QDir(machine.Scratch()).mkdir(QStringLiteral("folder")));
     Global::instance.scriptPath = machine.Scratch() + tail;
     Global::instance.WriteScript(QStringLiteral("the script"));
     QCOMPARE(machine.Messages(),
-             QStringList(LogLine::ScriptWriteFailed(QStringLiteral("the script"))));
+             QStringList(QStringLiteral("[DEBUG] \"the script\"  write failed: 5")));
     QVERIFY(!QFile::exists(machine.Scratch() + QStringLiteral("/missing")));
 }
 

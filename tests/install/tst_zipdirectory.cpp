@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "install/zipdirectory.h"
 #include "tests/install/damagedarchives.h"
 #include "tests/support/zipmaker.h"
@@ -9,7 +8,7 @@
 namespace
 {
 
-/// An archive in a buffer that is open for reading.
+/// A buffer open for reading, as the functions want their archive.
 class Archive : public QBuffer
 {
 public:
@@ -204,7 +203,7 @@ void TestZipDirectory::directoryThatIsNotWholeIsTold_data()
         zip.SetEnd(ZipMaker::EntriesHere, count);
         QTest::newRow(name) << zip.Bytes();
     };
-    // An archive with 65538 entries has the same count.
+    // As of an archive with 65538 entries, too.
     row("fewer entries than there are", 2);
     row("more entries than there are", 4);
     QTest::newRow("cut") << ThreeEntries().chopped(1);

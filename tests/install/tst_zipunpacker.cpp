@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "install/zipunpacker.h"
 #include "tests/install/damagedarchives.h"
 #include "tests/support/compression.h"
@@ -20,7 +19,7 @@ namespace
 constexpr int kLargestPiece = 256 * 1024;
 constexpr quint32 kLargestSize = 0x7fffffff;
 
-/// The index of the first file of ThreeEntries().
+/// The first file of ThreeEntries().
 constexpr int kApp = 1;
 
 /// An archive in memory, open for reading, and an unpacker for it.
@@ -43,7 +42,7 @@ public:
 
     bool Find(int index) { return m_unpacker.Find(Entry(index)); }
 
-    /// Unpacks the entry into @p data.
+    /// Unpacks what was found into @p data.
     bool Unpack(QByteArray &data)
     {
         data.clear();
@@ -121,7 +120,7 @@ void TestZipUnpacker::dataComesOutInPieces_data()
     rows("empty", QByteArray());
     rows("one byte", QByteArray("x"));
     rows("text", SomeText());
-    // Sizes around the buffer sizes of input and output.
+    // Sizes about the ends of the pieces, of what is read and of what comes out.
     for (const int kibibytes : {64, 256}) {
         const int size = kibibytes << 10;
         rows(QByteArray::number(kibibytes) + " KiB less 1", SomeNoise(size - 1));
@@ -148,7 +147,7 @@ void TestZipUnpacker::dataComesOutInPieces()
     QVERIFY(unpacked == data);
     QVERIFY(archive.LargestPiece() <= kLargestPiece);
     QVERIFY(archive.SmallestPiece() > 0);
-    // Entries can be unpacked in any order and repeatedly.
+    // Entries can be unpacked in any order, and more than once.
     QVERIFY(archive.Find(0));
     QVERIFY(archive.Unpack(unpacked));
     QCOMPARE(unpacked, QByteArray("before"));
@@ -172,7 +171,7 @@ void TestZipUnpacker::flagsOfNoConcernDoNoHarm()
 {
     ZipMaker zip;
     AddThreeEntries(zip);
-    // The compression level, and the mark for a UTF-8 name.
+    // How hard it was packed, and that the name is UTF-8.
     zip.Set(kApp, ZipMaker::Flags, 0x0806);
     QVERIFY(IsSound(zip.Bytes(), kApp));
 }
@@ -190,7 +189,7 @@ void TestZipUnpacker::damagedDataIsNotSound()
     QVERIFY(!(damaged.Find(kApp) && damaged.Unpack(data)));
     QVERIFY2(data.size() <= qint64(damaged.Entry(kApp).size),
              qPrintable(QString::number(data.size())));
-    // The next entry is still readable.
+    // Its neighbour is none the worse for it.
     QVERIFY(damaged.IsSound(kApp + 1));
 }
 
@@ -251,7 +250,7 @@ void TestZipUnpacker::everyFlippedBitIsNoticedOrHarmless()
         damaged[offset] = char(damaged.at(offset) ^ (1 << (bit % 8)));
         harmless += IsSound(damaged, 0) ? 1 : 0;
     }
-    // Only the bits after the end of the stream have no meaning.
+    // Only the bits behind the stream's end in its last byte mean nothing.
     QVERIFY2(harmless < 8, qPrintable(QString::number(harmless)));
 }
 
@@ -316,7 +315,7 @@ void TestZipUnpacker::wholeDataIsSound()
 }
 
 #ifdef Q_OS_UNIX
-// A sparse file, which takes little space on the disk.
+// A file with holes: it takes no more room on the disk than the few bytes written.
 void TestZipUnpacker::dataBeyondTheReachOfTheReaderIsNotSound_posix()
 {
     const QByteArray bytes = ThreeEntries();

@@ -1,5 +1,4 @@
-// SPDX-License-Identifier: MIT
-/// Shows an empty window and ends: shows what Qt itself keeps until the end of a process.
+/// Shows an empty window and ends: what the framework itself keeps until the very end of a process.
 #include <QApplication>
 #include <QTimer>
 #include <QWidget>

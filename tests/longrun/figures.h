@@ -1,7 +1,6 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
-/// The names of what a lane counts.
+/// What a lane counts.
 namespace Figure
 {
 
@@ -22,8 +21,8 @@ constexpr char ClientStarts[] = "clientStarts";
 constexpr char InstallerStarts[] = "installerStarts";
 constexpr char Installed[] = "installed";
 constexpr char LogEmptied[] = "logEmptied";
-constexpr char LogBytesAboveLimit[] = "logBytesAboveLimit"; ///< maximum, not sum
-constexpr char LogLongestLine[] = "logLongestLine";         ///< maximum, in bytes
+constexpr char LogBytesAboveLimit[] = "logBytesAboveLimit"; ///< the most, not the sum
+constexpr char LogLongestLine[] = "logLongestLine";         ///< likewise, in bytes
 constexpr char Findings[] = "findings";
 
 } // namespace Figure

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/longrun/liveobjects.h"
 
 #include <QAbstractEventDispatcher>
@@ -19,7 +18,7 @@ struct Watched {
     std::unordered_set<QObject *> objects;
 };
 
-/// Never destroyed, because objects are destroyed until the process ends.
+/// Never destroyed: objects go until the process is over.
 Watched &All()
 {
     static auto *all = new Watched;

@@ -1,23 +1,22 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>
 #include <vector>
 
 /**
- * Counts the QObjects of this process: timers, windows, network replies and everything else that
- * must be destroyed when an update is over. Any thread.
+ * Counts the framework's objects of this process: timers, windows, network replies and all else
+ * that must be gone when an update is over. Any thread.
  */
 namespace LiveObjects
 {
 
-/// Starts counting: objects created earlier do not count.
+/// Every object made from here on counts, until it is destroyed.
 void Watch();
 
-/// The class names of the live objects, sorted, one entry per object.
+/// The classes of those that live, sorted, a class as often as it has objects.
 std::vector<std::string> Classes();
 
-/// The number of their timers on the calling thread.
+/// How many timers of theirs run on the calling thread.
 int Timers();
 
 } // namespace LiveObjects

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/longrun/ownprocess.h"
 
 #include <algorithm>
@@ -15,9 +14,9 @@ std::vector<std::string> OwnProcess::Descriptors()
     for (const fs::directory_entry &entry : fs::directory_iterator("/proc/self/fd")) {
         std::error_code gone;
         std::string target = fs::read_symlink(entry.path(), gone).string();
-        // Without the number of a socket or pipe, which differs each time.
+        // The number of a socket or pipe, which is another one each time.
         target.erase(std::min(target.find(":["), target.size()));
-        // The folder that is being read is open too.
+        // The folder being read is open as well, by its number rather than as "self".
         const bool own = target.rfind("/proc/", 0) == 0 && target.find("/fd") != std::string::npos;
         if (!gone && !own)
             descriptors.push_back(entry.path().filename().string() + ' ' + target);

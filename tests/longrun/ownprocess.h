@@ -1,17 +1,16 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>
 #include <vector>
 
-/// What this process holds, read from /proc. Linux only; any thread.
+/// What the system holds for this process. Linux only; any thread.
 namespace OwnProcess
 {
 
-/// The open descriptors as "NUMBER TARGET", without that of the search itself.
+/// The open descriptors, each as "NUMBER TARGET", without the one that looks.
 std::vector<std::string> Descriptors();
 
-/// The names of all threads except the main one.
+/// The names of the threads but the main one.
 std::vector<std::string> Threads();
 
 } // namespace OwnProcess

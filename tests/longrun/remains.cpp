@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/longrun/remains.h"
 
 #include <QDir>
@@ -12,7 +11,7 @@
 namespace
 {
 
-/// Empty when the file cannot be read, because the process may just have ended.
+/// Empty when it cannot be read: a process may just have ended.
 QByteArray Read(const QString &path)
 {
     QFile file(path);
@@ -65,7 +64,7 @@ QStringList Remains::Children()
         for (const QByteArray &number : numbers) {
             const QByteArray name =
                 Read(QStringLiteral("/proc/%1/comm").arg(QString::fromLatin1(number))).trimmed();
-            // waitpid() also removes a child that has ended.
+            // An orphan that has ended waits for its parent to take note.
             if (!number.isEmpty() && waitpid(number.toInt(), nullptr, WNOHANG) == 0)
                 children.append(QStringLiteral("%1 (%2)").arg(QString::fromLatin1(number),
                                                               QString::fromUtf8(name)));

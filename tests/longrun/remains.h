@@ -1,26 +1,25 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 #include <QStringList>
 
-/// Finds what a run left on the machine. Linux only; any thread.
+/// What a run can leave on the machine. Linux only; any thread.
 namespace Remains
 {
 
 /// Paths of all files and folders below @p folder, sorted; folders end with a slash.
 QStringList Listing(const QString &folder);
 
-/// What Listing() returns for a folder that holds exactly these files.
+/// The listing of a folder that has these files, and the folders that they are in.
 QStringList ListingOf(const QStringList &files);
 
-/// From now on orphaned descendants become children of this process.
+/// From here on what this process has started, directly or not, becomes its child when orphaned.
 void AdoptOrphans();
 
 /// The children of this process that have not ended, as "NUMBER (NAME)".
 QStringList Children();
 
-/// @p lines without @p others; each of these removes one line.
+/// @p lines without @p others, each as often as it is there.
 QStringList Without(QStringList lines, const QStringList &others);
 
 } // namespace Remains

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "net/contentcoding.h"
 
 #include <QTest>
@@ -25,20 +24,20 @@ QByteArray Text()
     return QByteArray("{\"code\": \"000000\"} ").repeated(9000);
 }
 
-/// The zlib format: the output of qCompress() without its length.
+/// With the framework's own length in front taken off: what zlib writes.
 QByteArray Zlib(const QByteArray &plain)
 {
     return qCompress(plain).mid(4);
 }
 
-/// The raw format: without the header of two bytes and the checksum of four.
+/// Without zlib's two bytes in front and its four of checksum behind.
 QByteArray Raw(const QByteArray &plain)
 {
     const QByteArray zlib = Zlib(plain);
     return zlib.mid(2, zlib.size() - 6);
 }
 
-/// "{}" in the gzip format.
+/// "{}", as packed by gzip.
 QByteArray GzippedBraces()
 {
     return QByteArray::fromHex("1f8b0800000000000003abae050043bfa6a302000000");

@@ -1,13 +1,11 @@
-// SPDX-License-Identifier: MIT
 #include "net/httpdownloadfile.h"
-#include "tests/support/loglines.h"
-#include "tests/support/workerrun.h"
+#include "tests/net/workerrun.h"
 
 #include <QTest>
 
-/// Servers that ask for credentials. Windows would send those of the user without asking, so no
-/// request may carry any.
-class TestHttpDownLoadFileChallenge : public QObject
+/// Servers that ask for credentials. Windows would give those of whoever is logged on without a
+/// word, so no request may ever carry any.
+class tst_HttpDownLoadFile_Challenge : public QObject
 {
     Q_OBJECT
 
@@ -28,7 +26,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void TestHttpDownLoadFileChallenge::AddChallenges()
+void tst_HttpDownLoadFile_Challenge::AddChallenges()
 {
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("challenge");
@@ -46,7 +44,7 @@ void TestHttpDownLoadFileChallenge::AddChallenges()
     row("NTLM, second step", "NTLM TlRMTVNTUAACAAAAAAAAADgAAAABAoECAAAAAAAAAAA=");
 }
 
-void TestHttpDownLoadFileChallenge::Challenge(const QString &path)
+void tst_HttpDownLoadFile_Challenge::Challenge(const QString &path)
 {
     QFETCH(int, status);
     QFETCH(QString, challenge);
@@ -57,7 +55,7 @@ void TestHttpDownLoadFileChallenge::Challenge(const QString &path)
                           {QStringLiteral("headers"), QJsonArray{QJsonArray{header, challenge}}}});
 }
 
-void TestHttpDownLoadFileChallenge::VerifyOnlyRequest(const QByteArray &target)
+void tst_HttpDownLoadFile_Challenge::VerifyOnlyRequest(const QByteArray &target)
 {
     int count = 0;
     for (const ScriptedServer::Request &request : m_server->Requests()) {
@@ -69,7 +67,7 @@ void TestHttpDownLoadFileChallenge::VerifyOnlyRequest(const QByteArray &target)
     QCOMPARE(count, 1);
 }
 
-void TestHttpDownLoadFileChallenge::checkIsSentOnceAndWithoutCredentials()
+void tst_HttpDownLoadFile_Challenge::checkIsSentOnceAndWithoutCredentials()
 {
     QFETCH(QString, error);
     const UpdateScene scene(*m_server);
@@ -80,12 +78,14 @@ void TestHttpDownLoadFileChallenge::checkIsSentOnceAndWithoutCredentials()
     run.Shutdown();
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls().size(), 1);
-    QCOMPARE(scene.Log(),
-             QStringList({LogLine::Starting(scene.ClientName()), LogLine::CheckFailed(error)}));
+    QCOMPARE(
+        scene.Log(),
+        QStringList({scene.ClientStarts(),
+                     QStringLiteral("[DEBUG] Network Recv Back Error: QNetworkReply::") + error}));
     VerifyOnlyRequest("/check");
 }
 
-void TestHttpDownLoadFileChallenge::packageIsRequestedOnceAndWithoutCredentials()
+void tst_HttpDownLoadFile_Challenge::packageIsRequestedOnceAndWithoutCredentials()
 {
     QFETCH(QString, error);
     const UpdateScene scene(*m_server);
@@ -94,11 +94,12 @@ void TestHttpDownLoadFileChallenge::packageIsRequestedOnceAndWithoutCredentials(
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
-    QVERIFY(run.RunUntilLogged(scene, LogLine::DownloadFailed(error)));
+    QVERIFY(run.RunUntilLogged(
+        scene, QStringLiteral("[DEBUG] Download Network Error: QNetworkReply::") + error));
     run.Shutdown();
     VerifyOnlyRequest("/package/4711");
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-QTEST_MAIN(TestHttpDownLoadFileChallenge)
+QTEST_MAIN(tst_HttpDownLoadFile_Challenge)
 #include "tst_httpdownloadfile_challenge.moc"

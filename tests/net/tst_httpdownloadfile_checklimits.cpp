@@ -1,9 +1,7 @@
-// SPDX-License-Identifier: MIT
 #include "app/logmessagehandler.h"
 #include "net/httpdownloadfile.h"
+#include "tests/net/workerrun.h"
 #include "tests/support/compression.h"
-#include "tests/support/loglines.h"
-#include "tests/support/workerrun.h"
 
 #include <QDateTime>
 #include <QTest>
@@ -11,13 +9,23 @@
 namespace
 {
 
-/// The time limit of the check and one tick, plus a margin for a busy machine.
+/// The check's time limit and one tick, with room for a busy machine.
 constexpr int kLimitMs = 30000;
+
+QString TimedOut()
+{
+    return QStringLiteral("[DEBUG] NetworkReply Post TimerOut");
+}
+
+QString TooLarge()
+{
+    return QStringLiteral("[DEBUG] check answer is too large, bytes: more than 8388608");
+}
 
 constexpr int kLimitBytes = 8 * 1024 * 1024;
 constexpr qint64 kMostMemory = 64LL * 1024 * 1024;
 
-/// A step of the server that sends @p body, compressed with @p coding if that is not empty.
+/// The server's step that sends @p body, compressed with @p coding unless that is empty.
 QJsonObject Compressed(const QByteArray &body, const QString &coding)
 {
     if (coding.isEmpty())
@@ -28,8 +36,8 @@ QJsonObject Compressed(const QByteArray &body, const QString &coding)
 
 } // namespace
 
-/// Checks whose answer is late or too large. Most take at least ten seconds.
-class TestHttpDownLoadFileCheckLimits : public QObject
+/// Checks whose answer does not come in time, or is too much. Most take at least ten seconds.
+class tst_HttpDownLoadFile_CheckLimits : public QObject
 {
     Q_OBJECT
 
@@ -49,7 +57,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void TestHttpDownLoadFileCheckLimits::unansweredCheckStartsTheClientOnce()
+void tst_HttpDownLoadFile_CheckLimits::unansweredCheckStartsTheClientOnce()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer(), R"("hold":"before")"));
@@ -60,11 +68,11 @@ void TestHttpDownLoadFileCheckLimits::unansweredCheckStartsTheClientOnce()
                      [&] { startMs = QDateTime::currentMSecsSinceEpoch(); });
     QVERIFY(RunUntilQuit(kLimitMs));
     QVERIFY(QDateTime::currentMSecsSinceEpoch() - startMs >= 10000);
-    const QStringList once({LogLine::CheckTimedOut(), LogLine::Starting(scene.ClientName())});
+    const QStringList once({TimedOut(), scene.ClientStarts()});
     QCOMPARE(scene.Log(), once);
     QCOMPARE(m_server->Requests().size(), 1);
 
-    // The run has ended, so no tick and no answer may follow.
+    // The run is over: neither a tick nor an answer may follow.
     QCOMPARE(run.Timers(), QVector<int>());
     run.Shutdown();
 
@@ -75,7 +83,7 @@ void TestHttpDownLoadFileCheckLimits::unansweredCheckStartsTheClientOnce()
     QCOMPARE(run.Announced(), QStringList());
 }
 
-void TestHttpDownLoadFileCheckLimits::endlessAnswerStartsTheClientWithMemoryBounded()
+void tst_HttpDownLoadFile_CheckLimits::endlessAnswerStartsTheClientWithMemoryBounded()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Json(R"({"fill":1073741824})"));
@@ -84,15 +92,14 @@ void TestHttpDownLoadFileCheckLimits::endlessAnswerStartsTheClientWithMemoryBoun
     WorkerRun run;
     QVERIFY(RunUntilQuit(kLimitMs));
     run.Shutdown();
-    QCOMPARE(scene.Log(),
-             QStringList({LogLine::Starting(scene.ClientName()), LogLine::AnswerTooLarge()}));
+    QCOMPARE(scene.Log(), QStringList({scene.ClientStarts(), TooLarge()}));
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls().size(), 1);
     QCOMPARE(m_server->Requests().size(), 1);
     QVERIFY2(memory.GrownBy() <= kMostMemory, qPrintable(QString::number(memory.GrownBy())));
 }
 
-void TestHttpDownLoadFileCheckLimits::limitHoldsToTheByte_data()
+void tst_HttpDownLoadFile_CheckLimits::limitHoldsToTheByte_data()
 {
     QTest::addColumn<QString>("coding");
     QTest::addColumn<int>("above");
@@ -104,7 +111,7 @@ void TestHttpDownLoadFileCheckLimits::limitHoldsToTheByte_data()
     }
 }
 
-void TestHttpDownLoadFileCheckLimits::limitHoldsToTheByte()
+void tst_HttpDownLoadFile_CheckLimits::limitHoldsToTheByte()
 {
     QFETCH(QString, coding);
     QFETCH(int, above);
@@ -119,12 +126,12 @@ void TestHttpDownLoadFileCheckLimits::limitHoldsToTheByte()
     } else {
         QVERIFY(RunUntilQuit(kLimitMs));
         QVERIFY(scene.client.WaitForCalls(1));
-        QCOMPARE(scene.Log().first(), LogLine::Starting(scene.ClientName()));
+        QCOMPARE(scene.Log().first(), scene.ClientStarts());
         QCOMPARE(scene.Log().size(), 2);
     }
 }
 
-void TestHttpDownLoadFileCheckLimits::memoryIsBoundedWhateverTheAnswerHolds_data()
+void tst_HttpDownLoadFile_CheckLimits::memoryIsBoundedWhateverTheAnswerHolds_data()
 {
     QTest::addColumn<QByteArray>("begin");
     QTest::addColumn<QByteArray>("filling");
@@ -157,14 +164,14 @@ void TestHttpDownLoadFileCheckLimits::memoryIsBoundedWhateverTheAnswerHolds_data
     row("keys", R"({"code":"000000")", R"(,"a":"")", "}", false);
 }
 
-void TestHttpDownLoadFileCheckLimits::memoryIsBoundedWhateverTheAnswerHolds()
+void tst_HttpDownLoadFile_CheckLimits::memoryIsBoundedWhateverTheAnswerHolds()
 {
     QFETCH(QByteArray, begin);
     QFETCH(QByteArray, filling);
     QFETCH(QByteArray, end);
     QFETCH(bool, isTaken);
     const UpdateScene scene(*m_server);
-    // With the real log, because the memory for its lines counts.
+    // The log as the program writes it: what its own lines cost counts.
     qInstallMessageHandler(LogMessageHandler);
     const int count = (kLimitBytes - begin.size() - end.size()) / filling.size();
     m_server->Script(QStringLiteral("/check"), Sends(begin + filling.repeated(count) + end));
@@ -182,7 +189,7 @@ void TestHttpDownLoadFileCheckLimits::memoryIsBoundedWhateverTheAnswerHolds()
     QVERIFY2(grown <= kMostMemory, qPrintable(QString::number(grown)));
 }
 
-void TestHttpDownLoadFileCheckLimits::answerThatUnpacksWithoutEndStartsTheClientAtOnce()
+void tst_HttpDownLoadFile_CheckLimits::answerThatUnpacksWithoutEndStartsTheClientAtOnce()
 {
     const UpdateScene scene(*m_server);
     const QByteArray packed = qCompress(QByteArray(16 * 1024 * 1024, ' '), 9).mid(4);
@@ -192,11 +199,13 @@ void TestHttpDownLoadFileCheckLimits::answerThatUnpacksWithoutEndStartsTheClient
     WorkerRun run;
     QVERIFY(RunUntilQuit(kLimitMs));
     run.Shutdown();
-    QCOMPARE(scene.Log(), QStringList({LogLine::Starting(scene.ClientName()),
-                                       LogLine::AnswerCannotBeUnpacked(packed.size())}));
+    QCOMPARE(scene.Log(),
+             QStringList({scene.ClientStarts(),
+                          QStringLiteral("[DEBUG] check answer cannot be unpacked, bytes: %1")
+                              .arg(packed.size())}));
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls().size(), 1);
 }
 
-QTEST_MAIN(TestHttpDownLoadFileCheckLimits)
+QTEST_MAIN(tst_HttpDownLoadFile_CheckLimits)
 #include "tst_httpdownloadfile_checklimits.moc"

@@ -1,8 +1,7 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
+#include "tests/net/workerrun.h"
 #include "tests/support/compression.h"
-#include "tests/support/workerrun.h"
 #include "ui/dwondialog.h"
 #include "ui/updatedialog.h"
 
@@ -18,7 +17,7 @@
 namespace
 {
 
-/// The names of the headers that are not in every request of Qt.
+/// The names of the headers that neither HTTP nor the framework puts into every request.
 QList<QByteArray> ExtraHeaders(const ScriptedServer::Request &request)
 {
     static const QList<QByteArray> usual = {"Host", "Connection", "Accept-Encoding",
@@ -30,7 +29,7 @@ QList<QByteArray> ExtraHeaders(const ScriptedServer::Request &request)
     return extra;
 }
 
-/// Makes requests trust the certificate of the server while it lives.
+/// Makes requests trust the server's certificate while it lives.
 class TrustedServer
 {
 public:
@@ -50,7 +49,7 @@ private:
     QSslConfiguration m_old;
 };
 
-/// Records the progress line after each queued call of the bar's slot, and empties it before.
+/// Sees each call of the bar's slot that comes through the event queue, and blanks the line before.
 class BarCalls : public QObject
 {
 public:
@@ -60,7 +59,7 @@ public:
         dialog->installEventFilter(this);
     }
 
-    /// The line before each call and after the last one.
+    /// What the line said before each call and after the last one.
     QStringList Lines() const { return m_lines + QStringList(m_line->text()); }
 
 protected:
@@ -80,7 +79,7 @@ private:
 
 } // namespace
 
-class TestHttpDownLoadFileDownload : public QObject
+class tst_HttpDownLoadFile_Download : public QObject
 {
     Q_OBJECT
 
@@ -110,7 +109,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void TestHttpDownLoadFileDownload::packageRequestIsExactlyThis_data()
+void tst_HttpDownLoadFile_Download::packageRequestIsExactlyThis_data()
 {
     QTest::addColumn<QString>("base");
     QTest::addColumn<QByteArray>("id");
@@ -126,7 +125,7 @@ void TestHttpDownLoadFileDownload::packageRequestIsExactlyThis_data()
     row("encoded already", "/package/", "47%2F11", "/package/47%2F11");
 }
 
-void TestHttpDownLoadFileDownload::packageRequestIsExactlyThis()
+void tst_HttpDownLoadFile_Download::packageRequestIsExactlyThis()
 {
     QFETCH(QString, base);
     QFETCH(QByteArray, id);
@@ -149,11 +148,11 @@ void TestHttpDownLoadFileDownload::packageRequestIsExactlyThis()
     QCOMPARE(request.target, target);
     QCOMPARE(request.body, QByteArray());
     QCOMPARE(ExtraHeaders(request), QList<QByteArray>());
-    // Another connection than that of the check, because the download has another network manager.
+    // Another connection than the check's: the download has a manager of its own.
     QVERIFY(request.connection != requests.first().connection);
 }
 
-void TestHttpDownLoadFileDownload::packageArrivesWhole_data()
+void tst_HttpDownLoadFile_Download::packageArrivesWhole_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QJsonObject>("step");
@@ -166,13 +165,13 @@ void TestHttpDownLoadFileDownload::packageArrivesWhole_data()
         << large << Json(R"({"fill":5242880,"chunked":true})") << qint64(-1);
     QTest::newRow("5 MiB ended by the connection")
         << large << Json(R"({"fill":5242880,"length":"none"})") << qint64(-1);
-    QTest::newRow("connection closed after it")
+    QTest::newRow("connection closed behind it")
         << large << Json(R"({"fill":5242880,"then":"close"})") << qint64(5242880);
     QTest::newRow("zero bytes") << QByteArray("a\0b\0", 4) << Sends(QByteArray("a\0b\0", 4))
                                 << qint64(4);
 }
 
-void TestHttpDownLoadFileDownload::packageArrivesWhole()
+void tst_HttpDownLoadFile_Download::packageArrivesWhole()
 {
     QFETCH(QByteArray, content);
     QFETCH(QJsonObject, step);
@@ -192,7 +191,7 @@ void TestHttpDownLoadFileDownload::packageArrivesWhole()
     for (const QPair<qint64, qint64> &progress : run.Steps()) {
         QVERIFY(progress.first >= before);
         before = progress.first;
-        // The last step of a package of unknown size has the received bytes as its total.
+        // The last step of a package of unknown length gives what has come as the total.
         if (progress != run.Steps().last())
             QCOMPARE(progress.second, total);
     }
@@ -201,7 +200,7 @@ void TestHttpDownLoadFileDownload::packageArrivesWhole()
     QCOMPARE(m_server->Requests().size(), 2);
 }
 
-void TestHttpDownLoadFileDownload::compressedPackageArrivesDecompressed_data()
+void tst_HttpDownLoadFile_Download::compressedPackageArrivesDecompressed_data()
 {
     QTest::addColumn<QByteArray>("coding");
     QTest::addColumn<QByteArray>("body");
@@ -213,7 +212,7 @@ void TestHttpDownLoadFileDownload::compressedPackageArrivesDecompressed_data()
         << QByteArray("deflate") << zlib.mid(2, zlib.size() - 6);
 }
 
-void TestHttpDownLoadFileDownload::compressedPackageArrivesDecompressed()
+void tst_HttpDownLoadFile_Download::compressedPackageArrivesDecompressed()
 {
     QFETCH(QByteArray, coding);
     QFETCH(QByteArray, body);
@@ -227,14 +226,14 @@ void TestHttpDownLoadFileDownload::compressedPackageArrivesDecompressed()
     QVERIFY(run.StartDownload());
     QVERIFY(run.RunUntilLogged(scene, Verified(content)));
     QCOMPARE(ReadFile(scene.PackagePath()), content);
-    // The progress counts transferred bytes.
+    // The progress is that of the transfer.
     QVERIFY(run.RunUntil([&] { return !run.Steps().isEmpty(); }));
     for (const auto &step : run.Steps())
         QCOMPARE(step.second, qint64(body.size()));
     QCOMPARE(run.Steps().last().first, qint64(body.size()));
 }
 
-void TestHttpDownLoadFileDownload::damagedCompressionIsACorruptedPackage()
+void tst_HttpDownLoadFile_Download::damagedCompressionIsACorruptedPackage()
 {
     const QByteArray content = ScriptedServer::Fill(300000);
     QByteArray body = Gzip(content);
@@ -250,7 +249,7 @@ void TestHttpDownLoadFileDownload::damagedCompressionIsACorruptedPackage()
     QCOMPARE(run.Errors(), QStringList(QStringLiteral("File conrrupted, update failed.")));
 }
 
-void TestHttpDownLoadFileDownload::packageThatDecompressesToMuchStaysOutOfMemory()
+void tst_HttpDownLoadFile_Download::packageThatDecompressesToMuchStaysOutOfMemory()
 {
     constexpr int size = 256 * 1024 * 1024;
     const QByteArray body = Gzip(QByteArray(size, '\0'));
@@ -262,12 +261,12 @@ void TestHttpDownLoadFileDownload::packageThatDecompressesToMuchStaysOutOfMemory
     WorkerRun run;
     QVERIFY(run.StartDownload());
     const PeakMemory memory;
-    // Measured before the rest arrives, because the digest then reads the whole file.
+    // Before the rest comes, and with it the digest, which reads the whole file.
     QVERIFY(run.RunUntil([&] { return QFileInfo(scene.PackagePath()).size() > size / 2; }, 60000));
     QVERIFY2(memory.GrownBy() <= 16LL * 1024 * 1024, qPrintable(QString::number(memory.GrownBy())));
 }
 
-void TestHttpDownLoadFileDownload::trustedServerDeliversOverTls()
+void tst_HttpDownLoadFile_Download::trustedServerDeliversOverTls()
 {
     const UpdateScene scene(*m_server);
     const TrustedServer trusted(*m_server);
@@ -283,7 +282,7 @@ void TestHttpDownLoadFileDownload::trustedServerDeliversOverTls()
     QVERIFY(m_server->Requests().last().https);
 }
 
-void TestHttpDownLoadFileDownload::everyProgressStepReachesTheBarTwice()
+void tst_HttpDownLoadFile_Download::everyProgressStepReachesTheBarTwice()
 {
     const UpdateScene scene(*m_server);
     WorkerRun run;
@@ -296,7 +295,7 @@ void TestHttpDownLoadFileDownload::everyProgressStepReachesTheBarTwice()
     QCOMPARE(calls.Lines(), QStringList({initial, quarter, quarter}));
 }
 
-void TestHttpDownLoadFileDownload::progressIsPassedOnUnchanged()
+void tst_HttpDownLoadFile_Download::progressIsPassedOnUnchanged()
 {
     const UpdateScene scene(*m_server);
     WorkerRun run;
@@ -310,7 +309,7 @@ void TestHttpDownLoadFileDownload::progressIsPassedOnUnchanged()
     QCOMPARE(run.Steps(), steps);
 }
 
-void TestHttpDownLoadFileDownload::secondStartTakesOver()
+void tst_HttpDownLoadFile_Download::secondStartTakesOver()
 {
     const UpdateScene scene(*m_server);
     const QByteArray content = ScriptedServer::Fill(300000);
@@ -327,7 +326,7 @@ void TestHttpDownLoadFileDownload::secondStartTakesOver()
     QVERIFY(run.RunUntil([&] { return onDisk() == 100000; }));
     QCOMPARE(ReadFile(scene.PackagePath()), content.left(100000));
 
-    // The first download finishes first.
+    // The first download comes to its end first.
     QVERIFY(m_server->Release(QStringLiteral("/package/4711")));
     run.Tick(run.Timers().first());
     QVERIFY(m_server->Release(QStringLiteral("/package/4711")));
@@ -337,7 +336,7 @@ void TestHttpDownLoadFileDownload::secondStartTakesOver()
     QCOMPARE(m_server->Requests().size(), 3);
 }
 
-void TestHttpDownLoadFileDownload::secondStartIgnoresTheFirstsTimer()
+void tst_HttpDownLoadFile_Download::secondStartIgnoresTheFirstsTimer()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
@@ -356,14 +355,14 @@ void TestHttpDownLoadFileDownload::secondStartIgnoresTheFirstsTimer()
     QVERIFY(m_server->Release(QStringLiteral("/package/4711")));
     QVERIFY(m_server->Release(QStringLiteral("/package/4711")));
     QVERIFY(run.RunUntilLogged(scene, Verified("abc")));
-    // The timer of the first download is never stopped, but nothing uses it.
+    // The first one's timer is never stopped; nothing listens to it.
     QCOMPARE(run.Timers(), first);
     run.Tick(first.first());
     QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(Verified("abc")));
     QCOMPARE(run.Errors(), QStringList());
 }
 
-void TestHttpDownLoadFileDownload::shutdownDuringADownloadHangsUp()
+void tst_HttpDownLoadFile_Download::shutdownDuringADownloadHangsUp()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
@@ -380,7 +379,7 @@ void TestHttpDownLoadFileDownload::shutdownDuringADownloadHangsUp()
 }
 
 #ifdef Q_OS_LINUX
-void TestHttpDownLoadFileDownload::linuxSlowDiskDoesNotPileUpThePackageInMemory()
+void tst_HttpDownLoadFile_Download::linuxSlowDiskDoesNotPileUpThePackageInMemory()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
@@ -392,13 +391,13 @@ void TestHttpDownLoadFileDownload::linuxSlowDiskDoesNotPileUpThePackageInMemory(
     QVERIFY(run.StartDownload());
     QVERIFY(m_server->WaitForRequests(2));
     const qint64 before = LinuxMemory("VmRSS");
-    // Like a disk that blocks for a while: the worker does not read.
+    // A disk that takes no more for a while: the worker does not come back to read.
     QSemaphore diskIsFree;
     QMetaObject::invokeMethod(
         run.Worker(), [&] { diskIsFree.acquire(); }, Qt::QueuedConnection);
     const bool released = m_server->Release(QStringLiteral("/package/4711"));
 
-    // Without the limit the package would arrive in the time of another download.
+    // In the time in which another program fetches as much, the package would be here as well.
     QProcess other;
     other.start(QStringLiteral("/usr/bin/python3"),
                 {QStringLiteral("-c"),
@@ -408,7 +407,7 @@ void TestHttpDownLoadFileDownload::linuxSlowDiskDoesNotPileUpThePackageInMemory(
                  m_server->HttpUrl(QStringLiteral("/measure"))});
     const bool fetched = other.waitForFinished() && other.exitCode() == 0;
     const qint64 grown = LinuxMemory("VmRSS") - before;
-    // Before any check can fail, because otherwise the worker's thread cannot end.
+    // Before anything can fail: the worker's thread could not be ended.
     diskIsFree.release();
     run.Shutdown();
     QVERIFY(released && fetched);
@@ -416,5 +415,5 @@ void TestHttpDownLoadFileDownload::linuxSlowDiskDoesNotPileUpThePackageInMemory(
 }
 #endif
 
-QTEST_MAIN(TestHttpDownLoadFileDownload)
+QTEST_MAIN(tst_HttpDownLoadFile_Download)
 #include "tst_httpdownloadfile_download.moc"

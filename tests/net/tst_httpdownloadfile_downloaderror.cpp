@@ -1,7 +1,5 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "tests/support/loglines.h"
-#include "tests/support/workerrun.h"
+#include "tests/net/workerrun.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,11 +11,11 @@
 namespace
 {
 
-/// Whether this process has the file open.
+/// True while this process has the file open.
 bool IsOpen(const QString &path)
 {
 #ifdef Q_OS_WIN
-    // Windows does not rename an open file.
+    // There, what is open cannot be renamed.
     const QString other = path + QStringLiteral(".other");
     return !QFile::rename(path, other) || !QFile::rename(other, path);
 #else
@@ -31,8 +29,8 @@ bool IsOpen(const QString &path)
 
 } // namespace
 
-/// Downloads that fail.
-class TestHttpDownLoadFileDownloadError : public QObject
+/// Downloads that fail on the way.
+class tst_HttpDownLoadFile_DownloadError : public QObject
 {
     Q_OBJECT
 
@@ -52,7 +50,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void TestHttpDownLoadFileDownloadError::downloadUnderWayHasItsFileOpen()
+void tst_HttpDownLoadFile_DownloadError::downloadUnderWayHasItsFileOpen()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
@@ -64,7 +62,7 @@ void TestHttpDownLoadFileDownloadError::downloadUnderWayHasItsFileOpen()
     QVERIFY(IsOpen(scene.PackagePath()));
 }
 
-void TestHttpDownLoadFileDownloadError::networkErrorIsOnlyLogged_data()
+void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged_data()
 {
     QTest::addColumn<QString>("base");
     QTest::addColumn<QJsonObject>("step");
@@ -73,7 +71,9 @@ void TestHttpDownLoadFileDownloadError::networkErrorIsOnlyLogged_data()
 
     const auto row = [](const char *tag, const QString &base, const QJsonObject &step,
                         const char *error, int onDisk) {
-        QTest::newRow(tag) << base << step << LogLine::DownloadFailed(QLatin1String(error))
+        QTest::newRow(tag) << base << step
+                           << QStringLiteral("[DEBUG] Download Network Error: QNetworkReply::%1")
+                                  .arg(QLatin1String(error))
                            << onDisk;
     };
     row("nobody listens", QStringLiteral("http://127.0.0.1:1/package/"), Sends(""),
@@ -87,7 +87,7 @@ void TestHttpDownLoadFileDownloadError::networkErrorIsOnlyLogged_data()
     row("server error", QString(), Sends("", R"("status":500)"), "InternalServerError", 0);
 }
 
-void TestHttpDownLoadFileDownloadError::networkErrorIsOnlyLogged()
+void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged()
 {
     QFETCH(QString, base);
     QFETCH(QJsonObject, step);
@@ -106,7 +106,7 @@ void TestHttpDownLoadFileDownloadError::networkErrorIsOnlyLogged()
     QVERIFY(run.RunUntilLogged(scene, error));
     QVERIFY(!IsOpen(scene.PackagePath()));
 
-    // The time-out handles the rest: its timer keeps running, and the user sees nothing yet.
+    // What follows is the stall time-out's business: its timer runs on, nobody is told yet.
     const QVector<int> timers = run.Timers();
     QCOMPARE(timers.size(), 1);
     run.Tick(timers.first());
@@ -119,7 +119,7 @@ void TestHttpDownLoadFileDownloadError::networkErrorIsOnlyLogged()
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void TestHttpDownLoadFileDownloadError::lostConnectionIsNoPackage_data()
+void tst_HttpDownLoadFile_DownloadError::lostConnectionIsNoPackage_data()
 {
     QTest::addColumn<QByteArray>("end");
     QTest::newRow("closed before the first byte") << QByteArray(R"("sendBytes":0,"then":"close")");
@@ -127,7 +127,7 @@ void TestHttpDownLoadFileDownloadError::lostConnectionIsNoPackage_data()
     QTest::newRow("reset in the middle") << QByteArray(R"("sendBytes":200000,"then":"reset")");
 }
 
-void TestHttpDownLoadFileDownloadError::lostConnectionIsNoPackage()
+void tst_HttpDownLoadFile_DownloadError::lostConnectionIsNoPackage()
 {
     QFETCH(QByteArray, end);
     const UpdateScene scene(*m_server);
@@ -136,9 +136,10 @@ void TestHttpDownLoadFileDownloadError::lostConnectionIsNoPackage()
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
-    // Qt reports a lost connection as an error or as the end of the package, depending on timing.
-    // The digest detects the latter.
-    const QString error = LogLine::DownloadFailed(QStringLiteral("RemoteHostClosedError"));
+    // The framework takes a lost connection for an error or for the end of the package, as the race
+    // between its last data and its end goes. The digest tells the latter from a package.
+    const QString error =
+        QStringLiteral("[DEBUG] Download Network Error: QNetworkReply::RemoteHostClosedError");
     QVERIFY(run.RunUntil(
         [&] { return !run.Errors().isEmpty() || scene.log.Messages().contains(error); }));
     if (!run.Errors().isEmpty())
@@ -147,7 +148,7 @@ void TestHttpDownLoadFileDownloadError::lostConnectionIsNoPackage()
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void TestHttpDownLoadFileDownloadError::redirectIsNotFollowed()
+void tst_HttpDownLoadFile_DownloadError::redirectIsNotFollowed()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
@@ -164,14 +165,15 @@ void TestHttpDownLoadFileDownloadError::redirectIsNotFollowed()
     QCOMPARE(m_server->Requests().last().target, QByteArray("/package/4711"));
 }
 
-void TestHttpDownLoadFileDownloadError::untrustedPackageServerIsToldAfterTheStall()
+void tst_HttpDownLoadFile_DownloadError::untrustedPackageServerIsToldAfterTheStall()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(QStringLiteral("/package/4711"), Sends("abc"));
     Global::instance.updatePackageUrl = m_server->HttpsUrl(QStringLiteral("/package/"));
-    const QStringList failed({LogLine::DownloadFailed(QStringLiteral("SslHandshakeFailedError")),
-                              LogLine::DownloadTimedOut()});
+    const QStringList failed(
+        {QStringLiteral("[DEBUG] Download Network Error: QNetworkReply::SslHandshakeFailedError"),
+         QStringLiteral("[DEBUG] NetworkReply Get TimerOut")});
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
@@ -184,7 +186,7 @@ void TestHttpDownLoadFileDownloadError::untrustedPackageServerIsToldAfterTheStal
     QCOMPARE(run.Timers(), QVector<int>());
     QCOMPARE(m_server->Requests().size(), 1);
 
-    // The user fixes the certificate, here by using none, and retries.
+    // The user gets a certificate that is trusted, here: none, and tries again.
     Global::instance.updatePackageUrl = m_server->HttpUrl(QStringLiteral("/package/"));
     run.PressProgressButton();
     QVERIFY(run.RunUntilLogged(scene, Verified("abc")));
@@ -193,5 +195,5 @@ void TestHttpDownLoadFileDownloadError::untrustedPackageServerIsToldAfterTheStal
     QCOMPARE(scene.LogAfterAnswer().mid(2), failed + QStringList(Verified("abc")));
 }
 
-QTEST_MAIN(TestHttpDownLoadFileDownloadError)
+QTEST_MAIN(tst_HttpDownLoadFile_DownloadError)
 #include "tst_httpdownloadfile_downloaderror.moc"

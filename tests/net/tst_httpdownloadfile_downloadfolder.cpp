@@ -1,7 +1,5 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "tests/support/loglines.h"
-#include "tests/support/workerrun.h"
+#include "tests/net/workerrun.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,19 +13,24 @@
 namespace
 {
 
-/// The entries of a folder.
+/// All that a folder holds, as paths relative to it.
 QStringList Entries(const QString &folder)
 {
     return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
                                   QDir::NoDotAndDotDot);
 }
 
+QString OpenFailed(const QString &loggedPath)
+{
+    return QStringLiteral("[DEBUG] \"%1\"  Open failed: 5").arg(loggedPath);
+}
+
 #ifdef Q_OS_UNIX
-/// Drops the rights of root, which override permissions, while it lives.
+/// Gives up the rights of the administrator, whom no file system locks out, while it lives.
 class OrdinaryUser
 {
 public:
-    /// The ordinary user becomes the owner of @p home.
+    /// @p home becomes theirs.
     explicit OrdinaryUser(const QString &home)
     {
         if (geteuid() != 0)
@@ -67,7 +70,7 @@ private:
     bool m_changed = false;
 };
 
-/// A folder whose entries cannot be removed while it lives.
+/// A folder whose entries cannot be removed while this lives.
 class LockedFolder
 {
 public:
@@ -96,8 +99,8 @@ private:
 
 } // namespace
 
-/// The download folder.
-class TestHttpDownLoadFileDownloadFolder : public QObject
+/// The folder that packages are put into.
+class tst_HttpDownLoadFile_DownloadFolder : public QObject
 {
     Q_OBJECT
 
@@ -121,13 +124,13 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void TestHttpDownLoadFileDownloadFolder::folderIsEmptiedBeforeADownload()
+void tst_HttpDownLoadFile_DownloadFolder::folderIsEmptiedBeforeADownload()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(QStringLiteral("/package/4711"), Sends("abc"));
-    const QString neighbour = scene.DownloadFolder() + QStringLiteral("-2/kept.txt");
-    WriteFile(neighbour, "kept");
+    const QString beside = scene.DownloadFolder() + QStringLiteral("-2/kept.txt");
+    WriteFile(beside, "kept");
     for (const char *name : {"Package.zip", "old.zip", ".hidden", "no suffix", "sub/a.txt",
                              "sub/deeper/and deeper/b.txt", ".hidden folder/c.txt", "安装包/d.txt"})
         WriteFile(scene.DownloadFolder() + QLatin1Char('/') + QString::fromUtf8(name),
@@ -144,10 +147,10 @@ void TestHttpDownLoadFileDownloadFolder::folderIsEmptiedBeforeADownload()
     QVERIFY(run.RunUntilLogged(scene, Verified("abc")));
     QCOMPARE(Entries(scene.DownloadFolder()), QStringList(QStringLiteral("Package.zip")));
     QCOMPARE(ReadFile(scene.PackagePath()), QByteArray("abc"));
-    QCOMPARE(ReadFile(neighbour), QByteArray("kept"));
+    QCOMPARE(ReadFile(beside), QByteArray("kept"));
 }
 
-void TestHttpDownLoadFileDownloadFolder::readOnlyEntriesDoNotHinderADownload()
+void tst_HttpDownLoadFile_DownloadFolder::readOnlyEntriesDoNotHinderADownload()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
@@ -165,30 +168,30 @@ void TestHttpDownLoadFileDownloadFolder::readOnlyEntriesDoNotHinderADownload()
     QCOMPARE(run.Errors(), QStringList());
 }
 
-void TestHttpDownLoadFileDownloadFolder::missingNameEndsTheRun()
+void tst_HttpDownLoadFile_DownloadFolder::missingNameEndsTheRun()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"),
                      Sends(Offer("\"latestVersionUrl\":\"https://packages.example/\"")));
     WriteFile(scene.DownloadFolder() + QStringLiteral("/old.zip"), "old");
-    const QString neighbour = scene.Home() + QStringLiteral("/AppData/Local/kept.txt");
-    WriteFile(neighbour, "kept");
+    const QString beside = scene.home.Home() + QStringLiteral("/AppData/Local/kept.txt");
+    WriteFile(beside, "kept");
 
     WorkerRun run;
     QVERIFY(run.DownloadUntilQuit());
     QCOMPARE(run.Timers(), QVector<int>());
     run.Shutdown();
     QCOMPARE(scene.LogAfterAnswer().mid(2),
-             QStringList(LogLine::PackageOpenFailed(scene.DownloadFolder() + QLatin1Char('/'))));
+             QStringList(OpenFailed(scene.DownloadFolder() + QLatin1Char('/'))));
     QCOMPARE(Entries(scene.DownloadFolder()), QStringList());
-    QCOMPARE(ReadFile(neighbour), QByteArray("kept"));
-    QCOMPARE(Entries(scene.Home() + QStringLiteral("/AppData/Local")).size(), 2);
+    QCOMPARE(ReadFile(beside), QByteArray("kept"));
+    QCOMPARE(Entries(scene.home.Home() + QStringLiteral("/AppData/Local")).size(), 2);
     QCOMPARE(m_server->Requests().size(), 1);
     QCOMPARE(run.Errors(), QStringList());
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void TestHttpDownLoadFileDownloadFolder::missingFolderEndsTheRun()
+void tst_HttpDownLoadFile_DownloadFolder::missingFolderEndsTheRun()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
@@ -198,13 +201,12 @@ void TestHttpDownLoadFileDownloadFolder::missingFolderEndsTheRun()
     QVERIFY(QDir(scene.DownloadFolder()).removeRecursively());
     QVERIFY(run.DownloadUntilQuit());
     run.Shutdown();
-    QCOMPARE(scene.LogAfterAnswer().mid(2),
-             QStringList(LogLine::PackageOpenFailed(scene.PackagePath())));
+    QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(OpenFailed(scene.PackagePath())));
     QCOMPARE(m_server->Requests().size(), 1);
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void TestHttpDownLoadFileDownloadFolder::namelessClientNeverEmptiesTheSharedFolder_data()
+void tst_HttpDownLoadFile_DownloadFolder::namelessClientNeverEmptiesTheSharedFolder_data()
 {
     QTest::addColumn<QString>("appName");
     QTest::addColumn<QString>("folder");
@@ -213,16 +215,16 @@ void TestHttpDownLoadFileDownloadFolder::namelessClientNeverEmptiesTheSharedFold
     QTest::newRow("a blank") << QStringLiteral(" .exe") << QStringLiteral(" ");
 }
 
-void TestHttpDownLoadFileDownloadFolder::namelessClientNeverEmptiesTheSharedFolder()
+void tst_HttpDownLoadFile_DownloadFolder::namelessClientNeverEmptiesTheSharedFolder()
 {
     QFETCH(QString, appName);
     QFETCH(QString, folder);
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
     Global::instance.appName = appName;
-    // Without it the check would end, because every process list contains an empty name.
+    // Without it the check would end: every list of processes contains an empty name.
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("-noremid"));
-    const QString shared = scene.Home() + QStringLiteral("/AppData/Local/");
+    const QString shared = scene.home.Home() + QStringLiteral("/AppData/Local/");
     WriteFile(shared + QStringLiteral("another program/settings.txt"), "kept");
     WriteFile(shared + QStringLiteral("kept.txt"), "kept");
 
@@ -230,19 +232,19 @@ void TestHttpDownLoadFileDownloadFolder::namelessClientNeverEmptiesTheSharedFold
     QVERIFY(run.DownloadUntilQuit());
     run.Shutdown();
     QCOMPARE(scene.LogAfterAnswer().last(),
-             LogLine::PackageOpenFailed(shared + folder + QStringLiteral("/Package.zip")));
+             OpenFailed(shared + folder + QStringLiteral("/Package.zip")));
     QCOMPARE(ReadFile(shared + QStringLiteral("another program/settings.txt")), QByteArray("kept"));
     QCOMPARE(ReadFile(shared + QStringLiteral("kept.txt")), QByteArray("kept"));
     QCOMPARE(m_server->Requests().size(), 1);
 }
 
 #ifdef Q_OS_UNIX
-void TestHttpDownLoadFileDownloadFolder::unixLinksAreRemovedButNotFollowed()
+void tst_HttpDownLoadFile_DownloadFolder::unixLinksAreRemovedButNotFollowed()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(QStringLiteral("/package/4711"), Sends("abc"));
-    const QString outside = scene.Scratch() + QStringLiteral("/outside");
+    const QString outside = scene.home.Scratch() + QStringLiteral("/outside");
     WriteFile(outside + QStringLiteral("/sub/kept.txt"), "kept");
     const QDir folder(scene.DownloadFolder());
     QVERIFY(folder.mkpath(QStringLiteral("sub")));
@@ -264,7 +266,7 @@ void TestHttpDownLoadFileDownloadFolder::unixLinksAreRemovedButNotFollowed()
     QCOMPARE(ReadFile(outside + QStringLiteral("/sub/kept.txt")), QByteArray("kept"));
 }
 
-void TestHttpDownLoadFileDownloadFolder::unixLockedSubFolderStays()
+void tst_HttpDownLoadFile_DownloadFolder::unixLockedSubFolderStays()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
@@ -272,7 +274,7 @@ void TestHttpDownLoadFileDownloadFolder::unixLockedSubFolderStays()
     WriteFile(scene.DownloadFolder() + QStringLiteral("/old.zip"), "old");
     WriteFile(scene.DownloadFolder() + QStringLiteral("/zzz.zip"), "old");
     const LockedFolder locked(scene.DownloadFolder() + QStringLiteral("/locked"));
-    const OrdinaryUser user(scene.Home());
+    const OrdinaryUser user(scene.home.Home());
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
@@ -284,24 +286,23 @@ void TestHttpDownLoadFileDownloadFolder::unixLockedSubFolderStays()
     QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(Verified("abc")));
 }
 
-void TestHttpDownLoadFileDownloadFolder::unixLockedSubFolderInPlaceOfThePackageEndsTheRun()
+void tst_HttpDownLoadFile_DownloadFolder::unixLockedSubFolderInPlaceOfThePackageEndsTheRun()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
     WriteFile(scene.DownloadFolder() + QStringLiteral("/zzz.zip"), "old");
     const LockedFolder locked(scene.PackagePath());
-    const OrdinaryUser user(scene.Home());
+    const OrdinaryUser user(scene.home.Home());
 
     WorkerRun run;
     QVERIFY(run.DownloadUntilQuit());
     run.Shutdown();
-    QCOMPARE(scene.LogAfterAnswer().mid(2),
-             QStringList(LogLine::PackageOpenFailed(scene.PackagePath())));
+    QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(OpenFailed(scene.PackagePath())));
     QCOMPARE(Entries(scene.DownloadFolder()), QStringList(QStringLiteral("Package.zip")));
     QCOMPARE(locked.Content(), QByteArray("kept"));
     QCOMPARE(m_server->Requests().size(), 1);
 }
 #endif
 
-QTEST_MAIN(TestHttpDownLoadFileDownloadFolder)
+QTEST_MAIN(tst_HttpDownLoadFile_DownloadFolder)
 #include "tst_httpdownloadfile_downloadfolder.moc"

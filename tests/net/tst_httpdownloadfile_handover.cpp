@@ -1,8 +1,6 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
-#include "tests/support/loglines.h"
-#include "tests/support/workerrun.h"
+#include "tests/net/workerrun.h"
 #include "tests/support/zipmaker.h"
 
 #include <QFileInfo>
@@ -27,10 +25,16 @@ QString CorruptedEnglish()
 
 QString Compared(const QByteArray &announced, const QByteArray &found)
 {
-    return LogLine::Digests(QString::fromLatin1(announced), QString::fromLatin1(found));
+    return QStringLiteral("[INFO] org: \"%1\"  checkmd5: \"%2\"")
+        .arg(QString::fromLatin1(announced), QString::fromLatin1(found));
 }
 
-/// A package whose top folder has a new file of the client.
+QString CheckFailed(const QString &path)
+{
+    return QStringLiteral("[DEBUG] \"%1\"  md5 check filed").arg(path);
+}
+
+/// A package to install: its one folder holds what replaces the client's files.
 QByteArray ClientPackage()
 {
     ZipMaker zip;
@@ -41,8 +45,8 @@ QByteArray ClientPackage()
 
 } // namespace
 
-/// What happens to a complete package.
-class TestHttpDownLoadFileHandOver : public QObject
+/// What becomes of a package that came in whole.
+class tst_HttpDownLoadFile_HandOver : public QObject
 {
     Q_OBJECT
 
@@ -66,7 +70,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void TestHttpDownLoadFileHandOver::corruptedPackageIsToldAndCanBeRetried_data()
+void tst_HttpDownLoadFile_HandOver::corruptedPackageIsToldAndCanBeRetried_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("text");
@@ -80,7 +84,7 @@ void TestHttpDownLoadFileHandOver::corruptedPackageIsToldAndCanBeRetried_data()
     QTest::newRow("en with a blank") << QStringLiteral("en ") << chinese << retryChinese;
 }
 
-void TestHttpDownLoadFileHandOver::corruptedPackageIsToldAndCanBeRetried()
+void tst_HttpDownLoadFile_HandOver::corruptedPackageIsToldAndCanBeRetried()
 {
     QFETCH(QString, language);
     QFETCH(QString, text);
@@ -98,8 +102,8 @@ void TestHttpDownLoadFileHandOver::corruptedPackageIsToldAndCanBeRetried()
     QCOMPARE(run.ProgressLine(), text);
     QCOMPARE(run.ProgressButton(), retry);
     QCOMPARE(run.Timers(), QVector<int>());
-    QStringList lines({Compared(kAbcMd5, "c7983b91e946a92c9d0d915a94712190"),
-                       LogLine::DigestDiffers(scene.PackagePath())});
+    QStringList lines(
+        {Compared(kAbcMd5, "c7983b91e946a92c9d0d915a94712190"), CheckFailed(scene.PackagePath())});
     QCOMPARE(scene.LogAfterAnswer().mid(2), lines);
     QCOMPARE(ReadFile(scene.PackagePath()), QByteArray("broken and longer"));
     QCOMPARE(scene.client.Calls().size(), 0);
@@ -112,7 +116,7 @@ void TestHttpDownLoadFileHandOver::corruptedPackageIsToldAndCanBeRetried()
     QCOMPARE(run.Errors().size(), 1);
 }
 
-void TestHttpDownLoadFileHandOver::digestIsComparedExactly_data()
+void tst_HttpDownLoadFile_HandOver::digestIsComparedExactly_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QByteArray>("announced");
@@ -121,14 +125,14 @@ void TestHttpDownLoadFileHandOver::digestIsComparedExactly_data()
                         bool right) { QTest::newRow(tag) << content << announced << right; };
     row("right", "abc", kAbcMd5, true);
     row("upper case", "abc", kAbcMd5.toUpper(), false);
-    row("blank at the end", "abc", kAbcMd5 + ' ', false);
+    row("blank behind", "abc", kAbcMd5 + ' ', false);
     row("cut short", "abc", kAbcMd5.left(31), false);
     row("none announced", "abc", "", false);
     row("empty package", "", kEmptyMd5, true);
     row("empty package, none announced", "", "", false);
 }
 
-void TestHttpDownLoadFileHandOver::digestIsComparedExactly()
+void tst_HttpDownLoadFile_HandOver::digestIsComparedExactly()
 {
     QFETCH(QByteArray, content);
     QFETCH(QByteArray, announced);
@@ -141,7 +145,7 @@ void TestHttpDownLoadFileHandOver::digestIsComparedExactly()
     QVERIFY(run.StartDownload());
     QStringList lines(Compared(announced, Md5(content)));
     if (!right)
-        lines.append(LogLine::DigestDiffers(scene.PackagePath()));
+        lines.append(CheckFailed(scene.PackagePath()));
     QVERIFY(run.RunUntilLogged(scene, lines.last()));
     run.OnWorkerThread([] {});
     QVERIFY(right || run.RunUntilError());
@@ -150,7 +154,7 @@ void TestHttpDownLoadFileHandOver::digestIsComparedExactly()
     QCOMPARE(ReadFile(scene.PackagePath()), content);
 }
 
-void TestHttpDownLoadFileHandOver::packageThatIsNotThereHasAnEmptyDigest_data()
+void tst_HttpDownLoadFile_HandOver::packageThatIsNotThereHasAnEmptyDigest_data()
 {
     QTest::addColumn<QByteArray>("announced");
     QTest::addColumn<bool>("right");
@@ -158,12 +162,12 @@ void TestHttpDownLoadFileHandOver::packageThatIsNotThereHasAnEmptyDigest_data()
     QTest::newRow("none announced") << QByteArray() << true;
 }
 
-void TestHttpDownLoadFileHandOver::packageThatIsNotThereHasAnEmptyDigest()
+void tst_HttpDownLoadFile_HandOver::packageThatIsNotThereHasAnEmptyDigest()
 {
     QFETCH(QByteArray, announced);
     QFETCH(bool, right);
     const UpdateScene scene(*m_server);
-    // A second check names another file, but the download keeps the first name.
+    // A second check names another file, while the download keeps the name of the first one.
     m_server->Script(
         QStringLiteral("/check"),
         QJsonArray{Sends(OfferOf("wrong", 2)),
@@ -179,9 +183,9 @@ void TestHttpDownLoadFileHandOver::packageThatIsNotThereHasAnEmptyDigest()
 
     run.PressProgressButton();
     const QString other = scene.DownloadFolder() + QStringLiteral("/Other.zip");
-    QStringList lines(LogLine::OpenFailed(other));
+    QStringList lines(QStringLiteral("[DEBUG] \"%1\"  open failed: 5").arg(other));
     if (!right)
-        lines.append(LogLine::DigestDiffers(other));
+        lines.append(CheckFailed(other));
     QVERIFY(run.RunUntilLogged(scene, lines.last()));
     run.OnWorkerThread([] {});
     QVERIFY(right || run.RunUntilError(2));
@@ -191,7 +195,7 @@ void TestHttpDownLoadFileHandOver::packageThatIsNotThereHasAnEmptyDigest()
     QVERIFY(!QFile::exists(other));
 }
 
-void TestHttpDownLoadFileHandOver::otherUpdateTypesLeaveThePackageAlone_data()
+void tst_HttpDownLoadFile_HandOver::otherUpdateTypesLeaveThePackageAlone_data()
 {
     QTest::addColumn<int>("updateType");
     QTest::newRow("2") << 2;
@@ -199,7 +203,7 @@ void TestHttpDownLoadFileHandOver::otherUpdateTypesLeaveThePackageAlone_data()
     QTest::newRow("256") << 256;
 }
 
-void TestHttpDownLoadFileHandOver::otherUpdateTypesLeaveThePackageAlone()
+void tst_HttpDownLoadFile_HandOver::otherUpdateTypesLeaveThePackageAlone()
 {
     QFETCH(int, updateType);
     const UpdateScene scene(*m_server);
@@ -211,7 +215,7 @@ void TestHttpDownLoadFileHandOver::otherUpdateTypesLeaveThePackageAlone()
     QVERIFY(run.StartDownload());
     QVERIFY(run.RunUntilLogged(scene, Verified(package)));
     run.OnWorkerThread([] {});
-    // The run continues with an unchanged progress dialog and without activity.
+    // The run goes on, with nothing under way and the progress dialog left as it was.
     QVERIFY(run.RunUntil([] { return true; }));
     QCOMPARE(run.Timers(), QVector<int>());
     QCOMPARE(run.Errors(), QStringList());
@@ -220,13 +224,13 @@ void TestHttpDownLoadFileHandOver::otherUpdateTypesLeaveThePackageAlone()
     run.Shutdown();
     QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(Verified(package)));
     QCOMPARE(scene.client.Calls().size(), 0);
-    QVERIFY(!QFileInfo::exists(scene.Installed(QStringLiteral("new.txt"))));
+    QVERIFY(!QFileInfo::exists(scene.home.ClientFolder() + QStringLiteral("/new.txt")));
 }
 
-void TestHttpDownLoadFileHandOver::installerIsStarted()
+void tst_HttpDownLoadFile_HandOver::installerIsStarted()
 {
     const UpdateScene scene(*m_server);
-    // Removed when the folder is emptied. It reads the calls of the installer at the same path.
+    // Stands where the installer will be, is cleared away with the folder, and reads the calls.
     const StandIn installer(scene.DownloadFolder() + QStringLiteral("/Setup.exe"));
     const QByteArray package = ReadFile(installer.Path());
     m_server->Script(
@@ -244,15 +248,16 @@ void TestHttpDownLoadFileHandOver::installerIsStarted()
     QCOMPARE(installer.Calls(),
              QVector<QStringList>{QStringList(QStringLiteral("qorb-meeting://abc"))});
     QCOMPARE(scene.LogAfterAnswer().mid(2),
-             QStringList({Verified(package), LogLine::Starting(installer.Path())}));
+             QStringList({Verified(package),
+                          QStringLiteral("[INFO] \"%1\"  starting...").arg(installer.Path())}));
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void TestHttpDownLoadFileHandOver::zipPackageIsInstalledAndTheClientStarted()
+void tst_HttpDownLoadFile_HandOver::zipPackageIsInstalledAndTheClientStarted()
 {
     const UpdateScene scene(*m_server);
-    scene.ClientDataFolder();
-    scene.WriteUpdateConfig(R"({"version":"1.0.0"})");
+    scene.home.ClientDataFolder();
+    scene.home.WriteUpdateConfig(R"({"version":"1.0.0"})");
     const QByteArray package = ClientPackage();
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf(Md5(package), 1)));
     m_server->Script(QStringLiteral("/package/4711"), Sends(package));
@@ -263,17 +268,18 @@ void TestHttpDownLoadFileHandOver::zipPackageIsInstalledAndTheClientStarted()
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls(),
              QVector<QStringList>{QStringList(QStringLiteral("-autoupdate"))});
-    QCOMPARE(ReadFile(scene.Installed(QStringLiteral("new.txt"))), QByteArray("2.1.3"));
+    QCOMPARE(ReadFile(scene.home.ClientFolder() + QStringLiteral("/new.txt")), QByteArray("2.1.3"));
     QCOMPARE(scene.LogAfterAnswer().value(2), Verified(package));
-    QCOMPARE(scene.LogAfterAnswer().value(3), LogLine::Unpacked(scene.PackagePath()));
-    QCOMPARE(scene.LogAfterAnswer().last(), LogLine::Starting(scene.ClientName()));
+    QCOMPARE(scene.LogAfterAnswer().value(3),
+             QStringLiteral("[INFO] \"%1\"  successfully decompressed").arg(scene.PackagePath()));
+    QCOMPARE(scene.LogAfterAnswer().last(), scene.ClientStarts());
     QCOMPARE(run.Errors(), QStringList());
 }
 
-void TestHttpDownLoadFileHandOver::failedInstallationStartsTheClientAllTheSame()
+void tst_HttpDownLoadFile_HandOver::failedInstallationStartsTheClientAllTheSame()
 {
     const UpdateScene scene(*m_server);
-    // Without the folder the release notes cannot be written.
+    // Its folder is missing: the release notes cannot be left.
     const QByteArray package = ClientPackage();
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf(Md5(package), 1)));
     m_server->Script(QStringLiteral("/package/4711"), Sends(package));
@@ -281,15 +287,18 @@ void TestHttpDownLoadFileHandOver::failedInstallationStartsTheClientAllTheSame()
     WorkerRun run;
     QVERIFY(run.DownloadUntilQuit());
     run.Shutdown();
-    QCOMPARE(scene.LogAfterAnswer().mid(2),
-             QStringList({Verified(package), LogLine::Unpacked(scene.PackagePath()),
-                          LogLine::NotesWriteFailed(), LogLine::Starting(scene.ClientName())}));
+    QCOMPARE(
+        scene.LogAfterAnswer().mid(2),
+        QStringList(
+            {Verified(package),
+             QStringLiteral("[INFO] \"%1\"  successfully decompressed").arg(scene.PackagePath()),
+             QStringLiteral("[DEBUG] update.log write failed: 5"), scene.ClientStarts()}));
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls(),
              QVector<QStringList>{QStringList(QStringLiteral("-autoupdate"))});
     QCOMPARE(run.Errors(), QStringList());
-    QVERIFY(!QFileInfo::exists(scene.Installed(QStringLiteral("new.txt"))));
+    QVERIFY(!QFileInfo::exists(scene.home.ClientFolder() + QStringLiteral("/new.txt")));
 }
 
-QTEST_MAIN(TestHttpDownLoadFileHandOver)
+QTEST_MAIN(tst_HttpDownLoadFile_HandOver)
 #include "tst_httpdownloadfile_handover.moc"

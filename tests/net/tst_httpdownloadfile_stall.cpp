@@ -1,7 +1,5 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "tests/support/loglines.h"
-#include "tests/support/workerrun.h"
+#include "tests/net/workerrun.h"
 #include "ui/updatedialog.h"
 
 #include <QDateTime>
@@ -12,18 +10,18 @@
 namespace
 {
 
-/// The time limit of the download and one tick, plus a margin for a busy machine.
+/// The download's time limit and one tick, with room for a busy machine.
 constexpr int kLimitMs = 30000;
 
 QString GaveUp()
 {
-    return LogLine::DownloadTimedOut();
+    return QStringLiteral("[DEBUG] NetworkReply Get TimerOut");
 }
 
 } // namespace
 
-/// Downloads that stall. Each test takes at least six seconds.
-class TestHttpDownLoadFileStall : public QObject
+/// Downloads that stand still. Each of these takes at least six seconds.
+class tst_HttpDownLoadFile_Stall : public QObject
 {
     Q_OBJECT
 
@@ -38,20 +36,20 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void TestHttpDownLoadFileStall::silenceIsCountedFromTheLastData()
+void tst_HttpDownLoadFile_Stall::silenceIsCountedFromTheLastData()
 {
     const UpdateScene scene(*m_server);
     const QString path = QStringLiteral("/package/4711");
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(
         path, QJsonArray{Json(R"({"fill":9000,"hold":2000,"sendBytes":5000})"), Sends("abc")});
-    // The dialogs are Chinese for languages other than "en".
+    // Neither "en" nor "zh": the dialogs are Chinese.
     Global::instance.language.clear();
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
     QVERIFY(run.RunUntil([&] { return QFileInfo(scene.PackagePath()).size() == 2000; }));
-    // After two ticks two thirds of the limit have passed. New data restarts it.
+    // Two ticks later two thirds of the limit are over. New data makes it start again.
     const int ticks = run.TickCount();
     QVERIFY(run.RunUntil([&] { return run.TickCount() >= ticks + 2; }));
     const qint64 lastDataMs = QDateTime::currentMSecsSinceEpoch();
@@ -67,7 +65,7 @@ void TestHttpDownLoadFileStall::silenceIsCountedFromTheLastData()
     QCOMPARE(run.Timers(), QVector<int>());
     QCOMPARE(ReadFile(scene.PackagePath()), ScriptedServer::Fill(5000));
 
-    // Nothing of the longer first attempt is left.
+    // From scratch: nothing of the longer first attempt is left.
     WriteFile(scene.DownloadFolder() + QStringLiteral("/left over"), "x");
     run.PressProgressButton();
     QVERIFY(run.RunUntilLogged(scene, Verified("abc")));
@@ -80,21 +78,21 @@ void TestHttpDownLoadFileStall::silenceIsCountedFromTheLastData()
     QCOMPARE(run.ProgressButton(), QStringLiteral("取消"));
 }
 
-void TestHttpDownLoadFileStall::silentServerIsGivenUpOnce()
+void tst_HttpDownLoadFile_Stall::silentServerIsGivenUpOnce()
 {
     const UpdateScene scene(*m_server);
     const QString path = QStringLiteral("/package/4711");
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(path, QJsonArray{Sends("abc", R"("hold":"before")"),
                                       Sends("abc", R"("hold":"before")"), Sends("abc")});
-    // Only "en" is English.
+    // Exactly "en": anything else is Chinese.
     Global::instance.language = QStringLiteral("en");
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
     QVERIFY(m_server->WaitForRequests(2));
     const QVector<int> oldTimer = run.Timers();
-    // The timer of the first attempt keeps ticking.
+    // Started once more: the first attempt's timer ticks on.
     const qint64 startMs = QDateTime::currentMSecsSinceEpoch();
     emit run.Prompt()->getPack();
     QVERIFY(m_server->WaitForRequests(3));
@@ -117,5 +115,5 @@ void TestHttpDownLoadFileStall::silentServerIsGivenUpOnce()
     QCOMPARE(ReadFile(scene.PackagePath()), QByteArray("abc"));
 }
 
-QTEST_MAIN(TestHttpDownLoadFileStall)
+QTEST_MAIN(tst_HttpDownLoadFile_Stall)
 #include "tst_httpdownloadfile_stall.moc"

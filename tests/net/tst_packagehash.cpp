@@ -1,15 +1,13 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "tests/support/damageddisk.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loglines.h"
 #include "tests/support/peakmemory.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
 #include <QTest>
 
-class TestPackageHash : public QObject
+class tst_PackageHash : public QObject
 {
     Q_OBJECT
 
@@ -39,13 +37,13 @@ QString Digest(const QString &path)
 
 const QString kDigestOfNothing = QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
 
-/// Verifies the digest and the log of a file that cannot be read to its end.
+/// The digest of a file that cannot be read to its end, which is logged.
 QString DigestOfUnreadable(const QString &path)
 {
     const LogCapture log;
     const QString digest = Digest(path);
-    const QStringList expected = {LogLine::PackageReadFailed(path),
-                                  LogLine::Digests(QString(), digest)};
+    const QStringList expected = {QStringLiteral("[DEBUG] \"%1\"  read failed: 1").arg(path),
+                                  QStringLiteral("[INFO] org: \"\"  checkmd5: \"%1\"").arg(digest)};
     if (log.Messages() != expected)
         qFatal("logged was: %s", qPrintable(log.Messages().join(QLatin1Char('\n'))));
     return digest;
@@ -53,7 +51,7 @@ QString DigestOfUnreadable(const QString &path)
 
 } // namespace
 
-void TestPackageHash::digestIsOfTheWholeFile_data()
+void tst_PackageHash::digestIsOfTheWholeFile_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QByteArray>("content");
@@ -76,7 +74,7 @@ void TestPackageHash::digestIsOfTheWholeFile_data()
     row("name in Chinese", QStringLiteral("安装包.zip"), "abc", "900150983cd24fb0d6963f7d28e17f72");
 }
 
-void TestPackageHash::digestIsOfTheWholeFile()
+void tst_PackageHash::digestIsOfTheWholeFile()
 {
     QFETCH(QString, name);
     QFETCH(QByteArray, content);
@@ -88,20 +86,21 @@ void TestPackageHash::digestIsOfTheWholeFile()
     Global::instance.md5 = digest;
     const LogCapture log;
     QCOMPARE(Digest(path), digest);
-    QCOMPARE(log.Messages(), QStringList(LogLine::Digests(digest, digest)));
+    QCOMPARE(log.Messages(),
+             QStringList(QStringLiteral("[INFO] org: \"%1\"  checkmd5: \"%1\"").arg(digest)));
 }
 
-void TestPackageHash::digestOfLargeFileIsRight()
+void tst_PackageHash::digestOfLargeFileIsRight()
 {
     const TestHome home;
     const QString path = home.Scratch() + QStringLiteral("/package.zip");
-    // Larger than any buffer, so that an early end changes the digest.
+    // More than any buffer on the way: a reading that stops early changes the digest.
     WriteFile(path, QByteArray(1000000, 'a'));
     QCOMPARE(Digest(path), QStringLiteral("7707d6ae4e027c70eea2a935c2296f21"));
 }
 
-// A sparse file where the system supports that.
-void TestPackageHash::fileBeyond2GibNeedsNoMemory()
+// A file with holes where the system has such: it takes no space on the disk.
+void tst_PackageHash::fileBeyond2GibNeedsNoMemory()
 {
     const TestHome home;
     const QString path = home.Scratch() + QStringLiteral("/package.zip");
@@ -117,20 +116,20 @@ void TestPackageHash::fileBeyond2GibNeedsNoMemory()
     QVERIFY2(memory.GrownBy() <= 1024LL * 1024, qPrintable(QString::number(memory.GrownBy())));
 }
 
-void TestPackageHash::fileIsClosedAgain()
+void tst_PackageHash::fileIsClosedAgain()
 {
     const TestHome home;
     const QString path = home.Scratch() + QStringLiteral("/package.zip");
     WriteFile(path, "abc");
     QCOMPARE(Digest(path), QStringLiteral("900150983cd24fb0d6963f7d28e17f72"));
 
-    // A retry replaces the file, which Windows allows only when it is closed.
+    // A retry replaces the file: that works on every system only when nobody has it open.
     QVERIFY(QFile::remove(path));
     WriteFile(path, "a");
     QCOMPARE(Digest(path), QStringLiteral("0cc175b9c0f1b6a831c399e269772661"));
 }
 
-void TestPackageHash::announcedDigestIsOnlyLogged()
+void tst_PackageHash::announcedDigestIsOnlyLogged()
 {
     const TestHome home;
     const QString path = home.Scratch() + QStringLiteral("/package.zip");
@@ -140,12 +139,12 @@ void TestPackageHash::announcedDigestIsOnlyLogged()
     const LogCapture log;
     QCOMPARE(Digest(path), QStringLiteral("900150983cd24fb0d6963f7d28e17f72"));
     QCOMPARE(log.Messages(),
-             QStringList(LogLine::Digests(Global::instance.md5,
-                                          QStringLiteral("900150983cd24fb0d6963f7d28e17f72"))));
+             QStringList(QStringLiteral("[INFO] org: \"900150983CD24FB0D6963F7D28E17F72\"  "
+                                        "checkmd5: \"900150983cd24fb0d6963f7d28e17f72\"")));
     QCOMPARE(Global::instance.md5, QStringLiteral("900150983CD24FB0D6963F7D28E17F72"));
 }
 
-void TestPackageHash::fileThatCannotBeOpenedHasNoDigest_data()
+void tst_PackageHash::fileThatCannotBeOpenedHasNoDigest_data()
 {
     QTest::addColumn<QString>("name");
     QTest::newRow("missing") << QStringLiteral("missing.zip");
@@ -154,7 +153,7 @@ void TestPackageHash::fileThatCannotBeOpenedHasNoDigest_data()
     QTest::newRow("a folder, named with a slash") << QStringLiteral("folder/");
 }
 
-void TestPackageHash::fileThatCannotBeOpenedHasNoDigest()
+void tst_PackageHash::fileThatCannotBeOpenedHasNoDigest()
 {
     QFETCH(QString, name);
     const TestHome home;
@@ -163,10 +162,11 @@ void TestPackageHash::fileThatCannotBeOpenedHasNoDigest()
 
     const LogCapture log;
     QCOMPARE(Digest(path), QString());
-    QCOMPARE(log.Messages(), QStringList(LogLine::OpenFailed(path)));
+    QCOMPARE(log.Messages(),
+             QStringList(QStringLiteral("[DEBUG] \"%1\"  open failed: 5").arg(path)));
 }
 
-void TestPackageHash::digestOfDamagedDiskFitsNothing_data()
+void tst_PackageHash::digestOfDamagedDiskFitsNothing_data()
 {
     QTest::addColumn<int>("soundBytes");
     QTest::newRow("first byte") << 0;
@@ -175,7 +175,7 @@ void TestPackageHash::digestOfDamagedDiskFitsNothing_data()
     QTest::newRow("last byte") << 199999;
 }
 
-void TestPackageHash::digestOfDamagedDiskFitsNothing()
+void tst_PackageHash::digestOfDamagedDiskFitsNothing()
 {
     QFETCH(int, soundBytes);
     const TestHome home;
@@ -190,20 +190,20 @@ void TestPackageHash::digestOfDamagedDiskFitsNothing()
     const QString digest = DigestOfUnreadable(path);
     QVERIFY(digest != digestOfAll);
     QVERIFY(digest != digestOfSoundPart);
-    // The answer may have no digest.
+    // An answer of the service may announce no digest at all.
     QCOMPARE(digest.size(), kDigestOfNothing.size());
 }
 
 #ifdef Q_OS_LINUX
-void TestPackageHash::digestOfUnreadableFileFitsNothing_posix()
+void tst_PackageHash::digestOfUnreadableFileFitsNothing_posix()
 {
     const TestHome home;
-    // The first page of memory cannot be read.
+    // Nothing lies at the beginning of a process's memory.
     const QString digest = DigestOfUnreadable(QStringLiteral("/proc/self/mem"));
     QVERIFY(digest != kDigestOfNothing);
     QCOMPARE(digest.size(), kDigestOfNothing.size());
 }
 #endif
 
-QTEST_GUILESS_MAIN(TestPackageHash)
+QTEST_GUILESS_MAIN(tst_PackageHash)
 #include "tst_packagehash.moc"

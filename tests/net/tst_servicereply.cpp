@@ -1,14 +1,12 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loglines.h"
 #include "tests/support/testhome.h"
 
 #include <QTest>
 
 #include <memory>
 
-class TestServiceReply : public QObject
+class tst_ServiceReply : public QObject
 {
     Q_OBJECT
 
@@ -48,7 +46,7 @@ private:
 namespace
 {
 
-/// A successful reply with these members of "biz".
+/// A reply of success with the given members of "biz".
 QByteArray Success(const QByteArray &members)
 {
     return "{\"code\":\"000000\",\"desc\":\"ok\",\"biz\":{" + members + "}}";
@@ -59,7 +57,7 @@ int Parse(const QByteArray &body)
     return Global::instance.ParseServiceReply(body);
 }
 
-/// The fields of an offer, in the order in which they are stored.
+/// What the fields of an offer hold, in the order in which they are stored.
 QStringList OfferTexts()
 {
     const Global &global = Global::instance;
@@ -98,19 +96,19 @@ QStringList EarlierTexts()
 
 } // namespace
 
-void TestServiceReply::init()
+void tst_ServiceReply::init()
 {
     m_home = std::make_unique<TestHome>();
     m_log = std::make_unique<LogCapture>();
 }
 
-void TestServiceReply::cleanup()
+void tst_ServiceReply::cleanup()
 {
     m_log.reset();
     m_home.reset();
 }
 
-void TestServiceReply::everyFieldIsTakenOver()
+void tst_ServiceReply::everyFieldIsTakenOver()
 {
     FillWithEarlierOffer();
     Global::instance.language = QStringLiteral("en");
@@ -138,12 +136,13 @@ void TestServiceReply::everyFieldIsTakenOver()
     QCOMPARE(Messages().size(), 1);
 }
 
-void TestServiceReply::bodyIsLogged_data()
+void tst_ServiceReply::bodyIsLogged_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("line");
     const auto row = [](const char *tag, const QByteArray &body, const char *text) {
-        QTest::newRow(tag) << body << LogLine::Answer(QString::fromUtf8(text));
+        QTest::newRow(tag) << body
+                           << QStringLiteral("[INFO] Service Jsondata: ") + QString::fromUtf8(text);
     };
     row("quotes", "{\"code\":\"1\"}", "\"{\\\"code\\\":\\\"1\\\"}\"");
     row("Chinese", u8"{\"code\":\"错\"}", u8"\"{\\\"code\\\":\\\"错\\\"}\"");
@@ -157,7 +156,7 @@ void TestServiceReply::bodyIsLogged_data()
         u8"\"a\uFFFDb\"");
 }
 
-void TestServiceReply::bodyIsLogged()
+void tst_ServiceReply::bodyIsLogged()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, line);
@@ -166,7 +165,7 @@ void TestServiceReply::bodyIsLogged()
     QCOMPARE(Messages().size(), 2);
 }
 
-void TestServiceReply::brokenBodyFails_data()
+void tst_ServiceReply::brokenBodyFails_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<int>("errorCode");
@@ -177,14 +176,14 @@ void TestServiceReply::brokenBodyFails_data()
     QTest::newRow("page of a proxy") << QByteArray("<html></html>") << 5;
     QTest::newRow("bare text") << QByteArray("\"000000\"") << 5;
     QTest::newRow("bare number") << QByteArray("1") << 5;
-    QTest::newRow("cut off after a text") << QByteArray("{\"code\":\"000000\"") << 10;
-    QTest::newRow("cut off after a brace") << QByteArray("{") << 1;
+    QTest::newRow("cut off behind a text") << QByteArray("{\"code\":\"000000\"") << 10;
+    QTest::newRow("cut off behind a brace") << QByteArray("{") << 1;
     QTest::newRow("cut off in a text") << QByteArray("{\"code\":\"0000") << 10;
     QTest::newRow("colon missing") << QByteArray("{\"code\" \"000000\"}") << 2;
     QTest::newRow("array not closed") << QByteArray("[1,2") << 6;
     QTest::newRow("unknown word") << QByteArray("{\"code\":yes}") << 7;
     QTest::newRow("comma before the end") << QByteArray("{\"code\":\"000000\",}") << 11;
-    QTest::newRow("more text at the end") << QByteArray("{\"code\":\"000000\"} x") << 14;
+    QTest::newRow("something behind") << QByteArray("{\"code\":\"000000\"} x") << 14;
     QTest::newRow("two documents") << Success("") + Success("") << 14;
     QTest::newRow("bad escape") << QByteArray("{\"code\":\"\\u00zz\"}") << 8;
     QTest::newRow("Latin-1") << QByteArray("{\"code\":\"000000\",\"desc\":\"\xe9t\xe9\"}") << 9;
@@ -196,19 +195,21 @@ void TestServiceReply::brokenBodyFails_data()
         << Success("\"x\":" + QByteArray(5000, '[') + QByteArray(5000, ']')) << 12;
 }
 
-void TestServiceReply::brokenBodyFails()
+void tst_ServiceReply::brokenBodyFails()
 {
     QFETCH(QByteArray, body);
     QFETCH(int, errorCode);
     FillWithEarlierOffer();
     QCOMPARE(Parse(body), -1);
-    QCOMPARE(Messages().mid(1), QStringList(LogLine::AnswerDamaged(errorCode)));
+    QCOMPARE(
+        Messages().mid(1),
+        QStringList(QStringLiteral("[DEBUG]  Recv Services Jsondata Error: %1").arg(errorCode)));
     QCOMPARE(Global::instance.code, QStringLiteral("earlier code"));
     QCOMPARE(Global::instance.desc, QStringLiteral("earlier desc"));
     QCOMPARE(OfferTexts(), EarlierTexts());
 }
 
-void TestServiceReply::otherCodeFails_data()
+void tst_ServiceReply::otherCodeFails_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("code");
@@ -229,8 +230,8 @@ void TestServiceReply::otherCodeFails_data()
                                << none;
     QTest::newRow("too long") << QByteArray("{\"code\":\"0000000\"}") << QStringLiteral("0000000")
                               << none;
-    QTest::newRow("blank at the end")
-        << QByteArray("{\"code\":\"000000 \"}") << QStringLiteral("000000 ") << none;
+    QTest::newRow("blank behind") << QByteArray("{\"code\":\"000000 \"}")
+                                  << QStringLiteral("000000 ") << none;
     QTest::newRow("letter O") << QByteArray("{\"code\":\"OOOOOO\"}") << QStringLiteral("OOOOOO")
                               << none;
     QTest::newRow("key in upper case")
@@ -239,19 +240,20 @@ void TestServiceReply::otherCodeFails_data()
         << QByteArray("{\"biz\":{\"code\":\"000000\"}}") << none << none;
 }
 
-void TestServiceReply::otherCodeFails()
+void tst_ServiceReply::otherCodeFails()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, code);
     QFETCH(QString, desc);
     FillWithEarlierOffer();
     QCOMPARE(Parse(body), -1);
-    QCOMPARE(Messages().mid(1), QStringList(LogLine::AnswerRefused(code)));
+    QCOMPARE(Messages().mid(1),
+             QStringList(QStringLiteral("[DEBUG] Services Jsondata Code Error: \"%1\"").arg(code)));
     QCOMPARE(Global::instance.code, code);
     QCOMPARE(Global::instance.desc, desc);
 }
 
-void TestServiceReply::failedReplyKeepsTheEarlierOffer_data()
+void tst_ServiceReply::failedReplyKeepsTheEarlierOffer_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::newRow("not JSON") << QByteArray("oops");
@@ -260,7 +262,7 @@ void TestServiceReply::failedReplyKeepsTheEarlierOffer_data()
         "\"updateType\":8}}");
 }
 
-void TestServiceReply::failedReplyKeepsTheEarlierOffer()
+void tst_ServiceReply::failedReplyKeepsTheEarlierOffer()
 {
     QFETCH(QByteArray, body);
     FillWithEarlierOffer();
@@ -270,7 +272,7 @@ void TestServiceReply::failedReplyKeepsTheEarlierOffer()
     QCOMPARE(Global::instance.updateType, 12);
 }
 
-void TestServiceReply::missingOfferEmptiesTheFields_data()
+void tst_ServiceReply::missingOfferEmptiesTheFields_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::newRow("no offer") << QByteArray("{\"code\":\"000000\"}");
@@ -286,7 +288,7 @@ void TestServiceReply::missingOfferEmptiesTheFields_data()
                    "\"updatetype\":1");
 }
 
-void TestServiceReply::missingOfferEmptiesTheFields()
+void tst_ServiceReply::missingOfferEmptiesTheFields()
 {
     QFETCH(QByteArray, body);
     FillWithEarlierOffer();
@@ -298,14 +300,14 @@ void TestServiceReply::missingOfferEmptiesTheFields()
     QCOMPARE(Messages().size(), 1);
 }
 
-void TestServiceReply::stringsOfAnotherTypeAreEmpty_data()
+void tst_ServiceReply::stringsOfAnotherTypeAreEmpty_data()
 {
     QTest::addColumn<QByteArray>("value");
     for (const char *value : {"0", "1.5", "true", "null", "[\"1\"]", "{\"a\":\"1\"}"})
         QTest::newRow(value) << QByteArray(value);
 }
 
-void TestServiceReply::stringsOfAnotherTypeAreEmpty()
+void tst_ServiceReply::stringsOfAnotherTypeAreEmpty()
 {
     QFETCH(QByteArray, value);
     FillWithEarlierOffer();
@@ -321,7 +323,7 @@ void TestServiceReply::stringsOfAnotherTypeAreEmpty()
     QCOMPARE(Global::instance.desc, QString());
 }
 
-void TestServiceReply::numbersAreReadAsIntegers_data()
+void tst_ServiceReply::numbersAreReadAsIntegers_data()
 {
     QTest::addColumn<QByteArray>("value");
     QTest::addColumn<int>("number");
@@ -347,7 +349,7 @@ void TestServiceReply::numbersAreReadAsIntegers_data()
     QTest::newRow("object") << QByteArray("{}") << 0;
 }
 
-void TestServiceReply::numbersAreReadAsIntegers()
+void tst_ServiceReply::numbersAreReadAsIntegers()
 {
     QFETCH(QByteArray, value);
     QFETCH(int, number);
@@ -361,7 +363,7 @@ void TestServiceReply::numbersAreReadAsIntegers()
     QCOMPARE(Global::instance.packageSize, qint64(0));
 }
 
-void TestServiceReply::notesAreThoseOfTheLanguage_data()
+void tst_ServiceReply::notesAreThoseOfTheLanguage_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("sent");
@@ -381,8 +383,8 @@ void TestServiceReply::notesAreThoseOfTheLanguage_data()
     row("zh with a blank gives English notes", "zh ", both, "Some fixes");
     row("another language gives English notes", "fr", both, "Some fixes");
 
-    row("two blanks and one after, English", "en", u8"中文&  text ", "text");
-    row("two blanks and one after, Chinese", "zh", u8"中文&  text ", u8"中文");
+    row("two blanks and one behind, English", "en", u8"中文&  text ", "text");
+    row("two blanks and one behind, Chinese", "zh", u8"中文&  text ", u8"中文");
     row("three parts, English", "en", "a& b &c", "b");
     row("three parts, Chinese", "zh", " a & b &c", " a ");
     row("inner white space stays", "en", "a&\\t one\\n two \\r\\n", "one\n two");
@@ -391,8 +393,8 @@ void TestServiceReply::notesAreThoseOfTheLanguage_data()
     row("no separator, Chinese", "zh", "  English only  ", "  English only  ");
     row("nothing before it, Chinese", "zh", "&notes", "");
     row("nothing before it, English", "en", "&notes", "notes");
-    row("nothing after it, English", "en", "notes&", "");
-    row("nothing after it, Chinese", "zh", "notes&", "notes");
+    row("nothing behind it, English", "en", "notes&", "");
+    row("nothing behind it, Chinese", "zh", "notes&", "notes");
     row("the separator alone, English", "en", "&", "");
     row("the separator alone, Chinese", "zh", "&", "");
     row("only separators, English", "en", "&&&", "");
@@ -401,7 +403,7 @@ void TestServiceReply::notesAreThoseOfTheLanguage_data()
     row("empty", "en", "", "");
 }
 
-void TestServiceReply::notesAreThoseOfTheLanguage()
+void tst_ServiceReply::notesAreThoseOfTheLanguage()
 {
     QFETCH(QString, language);
     QFETCH(QString, sent);
@@ -412,7 +414,7 @@ void TestServiceReply::notesAreThoseOfTheLanguage()
     QCOMPARE(Global::instance.language, language);
 }
 
-void TestServiceReply::hugeReplyIsTakenOver()
+void tst_ServiceReply::hugeReplyIsTakenOver()
 {
     Global::instance.language = QStringLiteral("en");
     const QByteArray notes(4 * 1024 * 1024, 'n');
@@ -425,7 +427,7 @@ void TestServiceReply::hugeReplyIsTakenOver()
     QCOMPARE(Global::instance.latestVersionInfo, QString());
 }
 
-void TestServiceReply::unusualTextsAreTakenOver_data()
+void tst_ServiceReply::unusualTextsAreTakenOver_data()
 {
     QTest::addColumn<QByteArray>("sent");
     QTest::addColumn<QString>("stored");
@@ -438,7 +440,7 @@ void TestServiceReply::unusualTextsAreTakenOver_data()
     QTest::newRow("half of a pair") << QByteArray("\\ud83d") << QString(QChar(0xd83d));
 }
 
-void TestServiceReply::unusualTextsAreTakenOver()
+void tst_ServiceReply::unusualTextsAreTakenOver()
 {
     QFETCH(QByteArray, sent);
     QFETCH(QString, stored);
@@ -447,11 +449,11 @@ void TestServiceReply::unusualTextsAreTakenOver()
     QCOMPARE(Global::instance.md5, stored);
 }
 
-void TestServiceReply::lastOfRepeatedKeysCounts()
+void tst_ServiceReply::lastOfRepeatedKeysCounts()
 {
     QCOMPARE(Parse("{\"code\":\"1\",\"code\":\"000000\",\"biz\":{\"id\":\"1\",\"id\":\"2\"}}"), 0);
     QCOMPARE(Global::instance.id, QStringLiteral("2"));
 }
 
-QTEST_GUILESS_MAIN(TestServiceReply)
+QTEST_GUILESS_MAIN(tst_ServiceReply)
 #include "tst_servicereply.moc"

@@ -1,11 +1,10 @@
-// SPDX-License-Identifier: MIT
 #include "net/timelimits.h"
 
 #include <QTest>
 
 #include <limits>
 
-class TestTimeLimits : public QObject
+class tst_TimeLimits : public QObject
 {
     Q_OBJECT
 
@@ -14,6 +13,7 @@ private slots:
     void checkIsGivenUpAfterTenSeconds();
     void downloadIsGivenUpAfterSixSecondsOfSilence_data();
     void downloadIsGivenUpAfterSixSecondsOfSilence();
+    void intervalsAreThoseTheUserWaits();
 };
 
 namespace
@@ -32,7 +32,7 @@ void AddColumns()
 
 } // namespace
 
-void TestTimeLimits::checkIsGivenUpAfterTenSeconds_data()
+void tst_TimeLimits::checkIsGivenUpAfterTenSeconds_data()
 {
     AddColumns();
     AddElapsed("just sent", 0, false);
@@ -46,14 +46,14 @@ void TestTimeLimits::checkIsGivenUpAfterTenSeconds_data()
     AddElapsed("clock set back to the epoch", std::numeric_limits<qint64>::min(), false);
 }
 
-void TestTimeLimits::checkIsGivenUpAfterTenSeconds()
+void tst_TimeLimits::checkIsGivenUpAfterTenSeconds()
 {
     QFETCH(qint64, elapsedMs);
     QFETCH(bool, over);
     QCOMPARE(TimeLimits::CheckTimedOut(elapsedMs), over);
 }
 
-void TestTimeLimits::downloadIsGivenUpAfterSixSecondsOfSilence_data()
+void tst_TimeLimits::downloadIsGivenUpAfterSixSecondsOfSilence_data()
 {
     AddColumns();
     AddElapsed("just received", 0, false);
@@ -65,12 +65,18 @@ void TestTimeLimits::downloadIsGivenUpAfterSixSecondsOfSilence_data()
     AddElapsed("clock set back", -3600000, false);
 }
 
-void TestTimeLimits::downloadIsGivenUpAfterSixSecondsOfSilence()
+void tst_TimeLimits::downloadIsGivenUpAfterSixSecondsOfSilence()
 {
     QFETCH(qint64, elapsedMs);
     QFETCH(bool, over);
     QCOMPARE(TimeLimits::DownloadStalled(elapsedMs), over);
 }
 
-QTEST_APPLESS_MAIN(TestTimeLimits)
+void tst_TimeLimits::intervalsAreThoseTheUserWaits()
+{
+    QCOMPARE(TimeLimits::FirstCheckDelayMs, 1000);
+    QCOMPARE(TimeLimits::TickMs, 2000);
+}
+
+QTEST_APPLESS_MAIN(tst_TimeLimits)
 #include "tst_timelimits.moc"

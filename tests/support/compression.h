@@ -1,15 +1,14 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
 #include <QString>
 #include <QtGlobal>
 
-/// @p plain compressed in the gzip format (RFC 1952).
+/// @p plain as gzip writes it (RFC 1952).
 QByteArray Gzip(const QByteArray &plain);
 
 /**
- * A valid zip archive with the file "pkg/zeros.bin" of @p size zero bytes. It takes about a
- * thousandth of that.
+ * A zip archive with the folder "pkg" and in it the file "zeros.bin", which has @p size zero bytes
+ * and takes about a thousandth of that. Its sizes and its checksum are true.
  */
 QByteArray ZipOfZeros(quint32 size);

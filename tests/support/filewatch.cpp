@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/support/filewatch.h"
 
 #include <utility>
@@ -8,7 +7,7 @@
 namespace
 {
 
-/// A file on the disk that records its name on each access.
+/// A file of the disk that writes down its name as soon as anyone asks the disk for it.
 class WatchedFile : public QFSFileEngine
 {
 public:

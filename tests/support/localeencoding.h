@@ -1,9 +1,8 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QTextCodec>
 
-/// While it lives Qt takes the encoding of that name for the locale's.
+/// While it lives the locale's encoding is the one of that name, for all that asks Qt for it.
 class LocaleEncoding
 {
 public:
@@ -11,7 +10,7 @@ public:
     {
         QTextCodec *const codec = QTextCodec::codecForName(name);
         if (codec == nullptr)
-            qFatal("unknown encoding: %s", name);
+            qFatal("no encoding is named %s", name);
         QTextCodec::setCodecForLocale(codec);
     }
 

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/support/logcapture.h"
 
 #include <QMutexLocker>
@@ -11,7 +10,7 @@ LogCapture::LogCapture()
     if (current)
         qFatal("one LogCapture at a time");
     current = this;
-    // Last, because a message may come at once.
+    // Only now: a message may come at once.
     // cppcheck-suppress useInitializationList
     m_oldHandler = qInstallMessageHandler(Catch);
 }
@@ -24,7 +23,7 @@ LogCapture::~LogCapture()
 
 void LogCapture::Catch(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
-    // It ends the program, so it must also be printed.
+    // The program ends with it: somebody must see it.
     if (type == QtFatalMsg && current->m_oldHandler)
         current->m_oldHandler(type, context, text);
     static const char *const words[] = {"DEBUG", "WARNING", "CRITICAL", "FATAL", "INFO"};

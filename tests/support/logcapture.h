@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QMutex>
@@ -6,8 +5,8 @@
 #include <QStringList>
 
 /**
- * Catches what all threads log through Qt while it lives, as the lines of loglines.h. One at a time
- * per process.
+ * Catches the messages of the framework's streams while it lives, from all threads, as "[LEVEL]
+ * text" with the level words of the log file. One at a time a process.
  */
 class LogCapture
 {
@@ -17,7 +16,7 @@ public:
 
     QStringList Messages() const;
 
-    /// Runs the event loop until @p message was logged; false when it was not in time.
+    /// Waits, with the event loop running, until @p message was logged.
     bool WaitFor(const QString &message, int timeoutMs = 15000) const;
 
 private:

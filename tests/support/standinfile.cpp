@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/support/standinfile.h"
 
 #include "tests/support/testhome.h"

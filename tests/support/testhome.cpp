@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/support/testhome.h"
 
 #include "config/global.h"
@@ -19,7 +18,7 @@ TestHome::TestHome() : m_oldWorkingFolder(QDir::currentPath())
     SetVariable("HOME", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
     SetVariable("TMPDIR", QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
 #ifdef Q_OS_WIN
-    // Qt reads this variable when the system names no home folder, as Wine does here.
+    // Of a home folder that the system names itself no variable would tell; under Wine none is.
     SetVariable("USERPROFILE", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
     for (const char *variable : {"TMP", "TEMP"})
         SetVariable(variable, QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
@@ -34,7 +33,7 @@ TestHome::TestHome() : m_oldWorkingFolder(QDir::currentPath())
 TestHome::~TestHome()
 {
     QDir::setCurrent(m_oldWorkingFolder);
-    // All variables, because the next TestHome is created in the folder for temporary files.
+    // All of them: the next home's folder is made where temporary files go by then.
     for (const auto &variable : m_oldVariables) {
         if (variable.second.isNull())
             qunsetenv(variable.first);
@@ -64,8 +63,8 @@ QString TestHome::Scratch() const
 QString TestHome::CommandsFolder() const
 {
 #ifdef Q_OS_WIN
-    // Windows looks for commands in the working folder, then in its own folders, then on the search
-    // path.
+    // The system's own commands are found before those on the search path, but not before those in
+    // the working folder.
     return ProgramFolder();
 #else
     return m_root.filePath(QStringLiteral("commands"));
@@ -87,12 +86,13 @@ QString TestHome::UniqueImageName()
 
 void TestHome::WriteUpdateConfig(const QByteArray &content) const
 {
-    WriteFile(UpdateConfigFile(), content);
+    WriteFile(ProgramFolder() + QStringLiteral("/updateconfig.json"), content);
 }
 
 QStringList TestHome::LogLines() const
 {
-    const QByteArray log = ReadFile(LogFile());
+    const QByteArray log =
+        ReadFile(Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log"));
     if (!log.isEmpty() && !log.endsWith("\r\n"))
         qFatal("the log's last line has no CR LF");
     QStringList lines = QString::fromUtf8(log).split(QStringLiteral("\r\n"));
@@ -114,14 +114,6 @@ void WriteFile(const QString &path, const QByteArray &content)
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
         qFatal("cannot write %s: %s", qPrintable(path), qPrintable(file.errorString()));
-}
-
-void WriteShellScript(const QString &path, const QByteArray &lines)
-{
-    WriteFile(path, "#!/bin/sh\n" + lines);
-    if (!QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                         QFileDevice::ExeOwner))
-        qFatal("cannot make %s executable", qPrintable(path));
 }
 
 void ResetGlobal()

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "config/global.h"
@@ -19,7 +18,7 @@
 #include <cstdlib>
 #include <functional>
 
-/// The descendant of that class and object name; fails the program when there is none.
+/// The one descendant of that class and object name; fails the program when there is none.
 template <class Widget> Widget *Child(const QWidget &dialog, const char *name)
 {
     auto *child = dialog.findChild<Widget *>(QLatin1String(name));
@@ -28,7 +27,7 @@ template <class Widget> Widget *Child(const QWidget &dialog, const char *name)
     return child;
 }
 
-/// Shows @p panel without its children on @p backdrop, which gets that colour.
+/// Shows @p panel without its children on @p backdrop, a window of that colour.
 inline void ShowOnBackdrop(QWidget &panel, const QRect &place, QWidget &backdrop,
                            const QString &colour)
 {
@@ -41,20 +40,20 @@ inline void ShowOnBackdrop(QWidget &panel, const QRect &place, QWidget &backdrop
     backdrop.show();
 }
 
-/// The place of a descendant in the dialog, in pixels.
+/// Where a descendant lies in the dialog's own pixels.
 inline QRect PlaceIn(const QWidget &dialog, const QWidget &child)
 {
     return QRect(child.mapTo(&dialog, QPoint(0, 0)), child.size());
 }
 
-/// The text for the current language.
+/// The dialogs' text in the language that is set now.
 inline QString InLanguage(const char *english, const char *chinese)
 {
     const bool wantsEnglish = Global::instance.language == QLatin1String("en");
     return QString::fromUtf8(wantsEnglish ? english : chinese);
 }
 
-/// The flags of a window with only the close button in its title bar.
+/// The flags of a window whose title bar has the close button only, and nothing else about it.
 inline Qt::WindowFlags FlagsOfClosableWindow()
 {
     QWidget window;
@@ -71,14 +70,14 @@ inline bool HasLogoAsIcon(const QWidget &window)
     return !logo.isNull() && window.windowIcon().pixmap(side).toImage() == logo;
 }
 
-/// The name of the widget for screen readers.
+/// What a screen reader says for the widget.
 inline QString AccessibleName(QWidget *widget)
 {
     QAccessibleInterface *interface = QAccessible::queryAccessibleInterface(widget);
     return interface == nullptr ? QString() : interface->text(QAccessible::Name);
 }
 
-/// Shows the dialog and waits until it has the keyboard.
+/// Shows the dialog and gives it the keyboard.
 inline bool ShowActive(QWidget &dialog)
 {
     dialog.show();
@@ -86,7 +85,7 @@ inline bool ShowActive(QWidget &dialog)
     return QTest::qWaitForWindowActive(&dialog);
 }
 
-/// Presses Tab until the first widget has the focus again; returns the object names in this order.
+/// Presses Tab as often as it takes to come round; the object names of what had the focus.
 inline QStringList TabRound(QWidget &dialog)
 {
     QStringList names;
@@ -98,7 +97,7 @@ inline QStringList TabRound(QWidget &dialog)
     return names;
 }
 
-/// Adds the columns of a table of style sheet properties.
+/// The columns of a table of style sheets: what a widget's sheet says of a property.
 inline void AddStyleColumns()
 {
     QTest::addColumn<QByteArray>("widget");
@@ -107,7 +106,7 @@ inline void AddStyleColumns()
     QTest::addColumn<QString>("value");
 }
 
-/// Adds a row to such a table.
+/// A row of such a table.
 inline void AddStyle(const char *widget, const char *selector, const char *property,
                      const char *value)
 {
@@ -116,7 +115,7 @@ inline void AddStyle(const char *widget, const char *selector, const char *prope
         << QString::fromLatin1(value);
 }
 
-/// The signals and slots that a class declares, in their order, as "signal name(types)".
+/// The signals and slots that a class adds, in their order, as "signal name(types)".
 inline QStringList OwnMethods(const QMetaObject &metaObject)
 {
     QStringList methods;
@@ -129,8 +128,10 @@ inline QStringList OwnMethods(const QMetaObject &metaObject)
     return methods;
 }
 
-/// Runs @p action in the application's event loop; true when the application quits, at once or by a
-/// posted event.
+/**
+ * Runs @p action in the application's event loop; true when it makes the application quit, be it at
+ * once or by a posted event.
+ */
 inline bool Quits(const std::function<void()> &action)
 {
     constexpr int stillRunning = 78;
@@ -147,7 +148,7 @@ inline bool Quits(const std::function<void()> &action)
     return QCoreApplication::exec() != stillRunning;
 }
 
-/// Queues clicks on the widget, as an impatient user does while the program is busy.
+/// Queues presses and releases on the widget, as an impatient user does while the program blocks.
 inline void QueueClicks(QWidget *widget, int count)
 {
     for (int i = 0; i < count; ++i)
@@ -159,8 +160,10 @@ inline void QueueClicks(QWidget *widget, int count)
         }
 }
 
-/// The last value of the property under the selector in a style sheet, without white space. The
-/// empty selector stands for a sheet without selectors.
+/**
+ * What a style sheet says for the property under the selector, without any white space; the empty
+ * selector stands for a sheet without one. The last word counts, as in the sheet itself.
+ */
 inline QString Declared(const QString &sheet, const QString &selector, const QString &property)
 {
     QString text = sheet;
@@ -182,7 +185,7 @@ inline QString Declared(const QString &sheet, const QString &selector, const QSt
     return value;
 }
 
-/// A picture of the widget, including what is visible through it and what covers it.
+/// What is seen where the widget lies, with what shines through it and what covers it.
 inline QImage Picture(QWidget &widget)
 {
     QWidget *const window = widget.window();
@@ -190,12 +193,11 @@ inline QImage Picture(QWidget &widget)
     return window->grab(place).toImage().convertToFormat(QImage::Format_RGB32);
 }
 
-/// A picture of the widget with the mouse over it.
+/// Grabs the widget as it looks with the mouse over it.
 inline QImage PictureUnderMouse(QWidget &widget)
 {
     widget.setAttribute(Qt::WA_UnderMouse, true);
-    // A button needs a move event too. It is sent directly, because a test must not use the real
-    // mouse.
+    // A button looks at the mouse's moves too. Sent by hand: a test must not need the real mouse.
     QMouseEvent move(QEvent::MouseMove, widget.rect().center(), Qt::NoButton, Qt::NoButton,
                      Qt::NoModifier);
     QCoreApplication::sendEvent(&widget, &move);
@@ -204,7 +206,7 @@ inline QImage PictureUnderMouse(QWidget &widget)
     return picture;
 }
 
-/// A picture of the widget while it is pressed; this does not click it.
+/// Grabs the widget as it looks while the mouse holds it down; the press leads to no click.
 inline QImage PictureWhilePressed(QWidget &widget)
 {
     QTest::mousePress(&widget, Qt::LeftButton);
@@ -221,7 +223,7 @@ inline bool IsNear(const QColor &seen, const QColor &wanted, int tolerance = 3)
            std::abs(seen.blue() - wanted.blue()) <= tolerance;
 }
 
-/// Whether a pixel of the picture has that colour.
+/// Whether any pixel of the picture has that colour.
 inline bool Shows(const QImage &picture, const QColor &wanted, int tolerance = 3)
 {
     for (int y = 0; y < picture.height(); ++y)
@@ -231,7 +233,7 @@ inline bool Shows(const QImage &picture, const QColor &wanted, int tolerance = 3
     return false;
 }
 
-/// Marks every translated text: "[Context|text]".
+/// Gives every text that goes through translation a mark: "[Context|text]".
 class MarkingTranslator : public QTranslator
 {
 public:

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "config/global.h"
@@ -7,7 +6,7 @@
 
 #include <QTextEdit>
 
-/// The prompt with these notes.
+/// The prompt with the notes in it.
 class Prompt : public UpdateDialog
 {
 public:
@@ -20,7 +19,7 @@ public:
 
     QTextEdit &Notes() const { return *Child<QTextEdit>(*this, "updateText"); }
 
-    /// Whether all of the notes are shown as plain text; very long lines may be divided.
+    /// Whether the notes are there as plain text, all of them; very long lines may be divided.
     bool HoldsAll(QString notes) const
     {
         QString shown = Notes().toPlainText();

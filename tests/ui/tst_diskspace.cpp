@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "ui/diskspace.h"
 
 #include "config/global.h"
@@ -7,7 +6,7 @@
 #include <QFile>
 #include <QTest>
 
-class TestDiskSpace : public QObject
+class DiskSpaceTest : public QObject
 {
     Q_OBJECT
 
@@ -23,7 +22,7 @@ private slots:
 #endif
 };
 
-void TestDiskSpace::wantsStrictlyMoreThanThreePackages_data()
+void DiskSpaceTest::wantsStrictlyMoreThanThreePackages_data()
 {
     QTest::addColumn<qint64>("freeBytes");
     QTest::addColumn<qint64>("packageSize");
@@ -42,7 +41,7 @@ void TestDiskSpace::wantsStrictlyMoreThanThreePackages_data()
         << qint64(quint64(1) << 63U) << qint64(1) << false;
 }
 
-void TestDiskSpace::wantsStrictlyMoreThanThreePackages()
+void DiskSpaceTest::wantsStrictlyMoreThanThreePackages()
 {
     QFETCH(qint64, freeBytes);
     QFETCH(qint64, packageSize);
@@ -50,7 +49,7 @@ void TestDiskSpace::wantsStrictlyMoreThanThreePackages()
     QTEST(HasRoom(freeBytes, packageSize), "hasRoom");
 }
 
-void TestDiskSpace::namesTheDriveThatIsShort_data()
+void DiskSpaceTest::namesTheDriveThatIsShort_data()
 {
     QTest::addColumn<qint64>("freeOnC");
     QTest::addColumn<qint64>("freeOnWorkingDrive");
@@ -64,7 +63,7 @@ void TestDiskSpace::namesTheDriveThatIsShort_data()
     QTest::newRow("no answer for the other") << qint64(31) << qint64(0) << QStringLiteral("D");
 }
 
-void TestDiskSpace::namesTheDriveThatIsShort()
+void DiskSpaceTest::namesTheDriveThatIsShort()
 {
     QFETCH(qint64, freeOnC);
     QFETCH(qint64, freeOnWorkingDrive);
@@ -74,7 +73,7 @@ void TestDiskSpace::namesTheDriveThatIsShort()
           "drive");
 }
 
-void TestDiskSpace::findsRoomOnThisMachineForASmallPackage()
+void DiskSpaceTest::findsRoomOnThisMachineForASmallPackage()
 {
     const TestHome home;
     Global::instance.packageSize = 1000;
@@ -82,7 +81,7 @@ void TestDiskSpace::findsRoomOnThisMachineForASmallPackage()
     QCOMPARE(DriveWithoutRoomForPackage(), QString());
 }
 
-void TestDiskSpace::namesDriveCWhenNoDriveOfThisMachineHasRoom()
+void DiskSpaceTest::namesDriveCWhenNoDriveOfThisMachineHasRoom()
 {
     const TestHome home;
     Global::instance.packageSize = qint64(1) << 60;
@@ -91,16 +90,16 @@ void TestDiskSpace::namesDriveCWhenNoDriveOfThisMachineHasRoom()
 }
 
 #ifdef Q_OS_LINUX
-void TestDiskSpace::namesDriveCWhenItAloneIsShort_linux()
+void DiskSpaceTest::namesDriveCWhenItAloneIsShort_linux()
 {
     const TestHome home;
     Global::instance.packageSize = 1000;
-    // Here the name of a drive is a file name, which leads to a volume without a free byte.
+    // A drive's name is a file's name here: it leads to a volume that never has a free byte.
     QVERIFY(QFile::link(QStringLiteral("/proc"), home.ProgramFolder() + QStringLiteral("/C:\\")));
 
     QCOMPARE(DriveWithoutRoomForPackage(), QStringLiteral("C"));
 }
 #endif
 
-QTEST_GUILESS_MAIN(TestDiskSpace)
+QTEST_GUILESS_MAIN(DiskSpaceTest)
 #include "tst_diskspace.moc"

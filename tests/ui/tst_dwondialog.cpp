@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "ui/dwondialog.h"
 
 #include "config/global.h"
@@ -40,7 +39,7 @@ protected:
 
 } // namespace
 
-class TestDwonDialog : public QObject
+class DwonDialogTest : public QObject
 {
     Q_OBJECT
 
@@ -122,12 +121,12 @@ private:
     std::unique_ptr<DwonDialog> dialog;
 };
 
-void TestDwonDialog::initTestCase()
+void DwonDialogTest::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void TestDwonDialog::init()
+void DwonDialogTest::init()
 {
     home = std::make_unique<TestHome>();
     Global::instance.latestVersion = QStringLiteral("2.1.3");
@@ -135,27 +134,27 @@ void TestDwonDialog::init()
     dialog = std::make_unique<DwonDialog>();
 }
 
-void TestDwonDialog::cleanup()
+void DwonDialogTest::cleanup()
 {
     dialog.reset();
     home.reset();
 }
 
-void TestDwonDialog::AddLanguages()
+void DwonDialogTest::AddLanguages()
 {
     QTest::addColumn<QString>("language");
     QTest::newRow("English") << QStringLiteral("en");
     QTest::newRow("Chinese") << QStringLiteral("zh");
 }
 
-void TestDwonDialog::FetchLanguage()
+void DwonDialogTest::FetchLanguage()
 {
     QFETCH(QString, language);
     Global::instance.language = language;
 }
 
-/// Shows the dialog as the prompt does.
-DwonDialog &TestDwonDialog::Shown()
+/// The dialog as the prompt brings it up.
+DwonDialog &DwonDialogTest::Shown()
 {
     dialog = std::make_unique<DwonDialog>();
     dialog->SetTexts();
@@ -164,7 +163,7 @@ DwonDialog &TestDwonDialog::Shown()
     return *dialog;
 }
 
-void TestDwonDialog::isAFixedWindowOf480By292()
+void DwonDialogTest::isAFixedWindowOf480By292()
 {
     QCOMPARE(dialog->objectName(), QStringLiteral("DwonDialog"));
     QCOMPARE(dialog->size(), QSize(480, 292));
@@ -174,7 +173,7 @@ void TestDwonDialog::isAFixedWindowOf480By292()
     QVERIFY(HasLogoAsIcon(*dialog));
 }
 
-void TestDwonDialog::hasItsWidgetsInTheirPlaces_data()
+void DwonDialogTest::hasItsWidgetsInTheirPlaces_data()
 {
     QTest::addColumn<QByteArray>("className");
     QTest::addColumn<QRect>("place");
@@ -188,7 +187,7 @@ void TestDwonDialog::hasItsWidgetsInTheirPlaces_data()
     QTest::newRow("dockWidget") << QByteArray("QDockWidget") << QRect(171, 179, 199, 114);
 }
 
-void TestDwonDialog::hasItsWidgetsInTheirPlaces()
+void DwonDialogTest::hasItsWidgetsInTheirPlaces()
 {
     QFETCH(QByteArray, className);
     QFETCH(QRect, place);
@@ -200,7 +199,7 @@ void TestDwonDialog::hasItsWidgetsInTheirPlaces()
     QCOMPARE(widget->isVisible(), className != "QDockWidget");
 }
 
-void TestDwonDialog::staysHiddenWithItsConfirmationUntilShown()
+void DwonDialogTest::staysHiddenWithItsConfirmationUntilShown()
 {
     QVERIFY(!dialog->isVisible());
     const auto *dock = Child<QDockWidget>(*dialog, "dockWidget");
@@ -216,7 +215,7 @@ void TestDwonDialog::staysHiddenWithItsConfirmationUntilShown()
     QVERIFY(Child<QDockWidget>(*dialog, "dockWidget")->isHidden());
 }
 
-void TestDwonDialog::holdsTheTextsOfItsFormUntilTheyAreSet()
+void DwonDialogTest::holdsTheTextsOfItsFormUntilTheyAreSet()
 {
     Global::instance.language = QStringLiteral("en");
     const DwonDialog fresh;
@@ -229,7 +228,7 @@ void TestDwonDialog::holdsTheTextsOfItsFormUntilTheyAreSet()
     QCOMPARE(Child<QPushButton>(fresh, "cancleBtn")->text(), QStringLiteral("取消"));
 }
 
-void TestDwonDialog::showsTheTextsOfTheLanguage_data()
+void DwonDialogTest::showsTheTextsOfTheLanguage_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QStringList>("texts");
@@ -247,7 +246,7 @@ void TestDwonDialog::showsTheTextsOfTheLanguage_data()
     QTest::newRow("none") << QString() << chinese;
 }
 
-void TestDwonDialog::showsTheTextsOfTheLanguage()
+void DwonDialogTest::showsTheTextsOfTheLanguage()
 {
     FetchLanguage();
     Shown();
@@ -261,7 +260,7 @@ void TestDwonDialog::showsTheTextsOfTheLanguage()
              "8 pixels have no room for a text");
 }
 
-void TestDwonDialog::showsThePackageSize_data()
+void DwonDialogTest::showsThePackageSize_data()
 {
     QTest::addColumn<qint64>("bytes");
     QTest::addColumn<QString>("size");
@@ -271,7 +270,7 @@ void TestDwonDialog::showsThePackageSize_data()
     QTest::newRow("300 MiB") << qint64(314572800) << QStringLiteral("300.00M");
 }
 
-void TestDwonDialog::showsThePackageSize()
+void DwonDialogTest::showsThePackageSize()
 {
     QFETCH(qint64, bytes);
     QFETCH(QString, size);
@@ -284,7 +283,7 @@ void TestDwonDialog::showsThePackageSize()
     QCOMPARE(Child<QProgressBar>(*dialog, "progressBar")->maximum(), int(bytes));
 }
 
-void TestDwonDialog::showsAVersionWithMarkupAsItIs()
+void DwonDialogTest::showsAVersionWithMarkupAsItIs()
 {
     Global::instance.latestVersion = QStringLiteral("<h1>9</h1>&amp;%1");
     Shown();
@@ -296,7 +295,7 @@ void TestDwonDialog::showsAVersionWithMarkupAsItIs()
     QCOMPARE(seen, Picture(*label));
 }
 
-void TestDwonDialog::showsAnErrorWithMarkupAsItIs()
+void DwonDialogTest::showsAnErrorWithMarkupAsItIs()
 {
     Shown();
     dialog->UpdateErrorState(QStringLiteral("<h1>error</h1>"));
@@ -307,7 +306,7 @@ void TestDwonDialog::showsAnErrorWithMarkupAsItIs()
     QCOMPARE(seen, Picture(*label));
 }
 
-void TestDwonDialog::translatesThePercentageAndTheSizeOnly_data()
+void DwonDialogTest::translatesThePercentageAndTheSizeOnly_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("start");
@@ -327,7 +326,7 @@ void TestDwonDialog::translatesThePercentageAndTheSizeOnly_data()
                              << QStringLiteral("正在安装中......0%");
 }
 
-void TestDwonDialog::translatesThePercentageAndTheSizeOnly()
+void DwonDialogTest::translatesThePercentageAndTheSizeOnly()
 {
     FetchLanguage();
     const MarkingTranslator translator;
@@ -353,7 +352,7 @@ void TestDwonDialog::translatesThePercentageAndTheSizeOnly()
     QCOMPARE(button->text(), InLanguage("Cancel", "取消"));
 }
 
-void TestDwonDialog::stylesItsWidgets_data()
+void DwonDialogTest::stylesItsWidgets_data()
 {
     AddStyleColumns();
     const auto add = AddStyle;
@@ -370,7 +369,9 @@ void TestDwonDialog::stylesItsWidgets_data()
     add("labInstall", "QLabel", "font-weight", "400");
     add("labInstall", "QLabel", "color", "rgba(32,49,82,1)");
     add("labInstall", "QLabel", "line-height", "22px");
+    add("progressBar", "QProgressBar", "background-color", "rgba(217,231,253,1)");
     add("progressBar", "QProgressBar", "border-radius", "4px");
+    add("progressBar", "QProgressBar::chunk", "background-color", "rgba(66,133,246,1)");
     add("progressBar", "QProgressBar::chunk", "border-radius", "4px");
     add("cancleBtn", "QPushButton", "font-size", "14px");
     add("cancleBtn", "QPushButton", "font-weight", "400");
@@ -384,7 +385,7 @@ void TestDwonDialog::stylesItsWidgets_data()
     add("dockWidget", "QDockWidget", "background-color", "rgb(148,148,148)");
 }
 
-void TestDwonDialog::stylesItsWidgets()
+void DwonDialogTest::stylesItsWidgets()
 {
     QFETCH(QByteArray, widget);
     QFETCH(QString, selector);
@@ -395,7 +396,7 @@ void TestDwonDialog::stylesItsWidgets()
     QTEST(Declared(sheet, selector, property), "value");
 }
 
-void TestDwonDialog::drawsTheLogoAndTheWhiteWindow()
+void DwonDialogTest::drawsTheLogoAndTheWhiteWindow()
 {
     Shown();
     const QImage seen = Picture(*dialog);
@@ -406,7 +407,7 @@ void TestDwonDialog::drawsTheLogoAndTheWhiteWindow()
     QCOMPARE(Child<QLabel>(*dialog, "labIco")->alignment(), Qt::AlignCenter);
 }
 
-void TestDwonDialog::showsThePercentageRoundedDown_data()
+void DwonDialogTest::showsThePercentageRoundedDown_data()
 {
     QTest::addColumn<qint64>("bytesRead");
     QTest::addColumn<qint64>("totalBytes");
@@ -425,7 +426,7 @@ void TestDwonDialog::showsThePercentageRoundedDown_data()
     QTest::newRow("nothing of zero") << qint64(0) << qint64(0) << 0;
 }
 
-void TestDwonDialog::showsThePercentageRoundedDown()
+void DwonDialogTest::showsThePercentageRoundedDown()
 {
     QFETCH(qint64, bytesRead);
     QFETCH(qint64, totalBytes);
@@ -441,7 +442,7 @@ void TestDwonDialog::showsThePercentageRoundedDown()
     }
 }
 
-void TestDwonDialog::fillsTheBarByBytes()
+void DwonDialogTest::fillsTheBarByBytes()
 {
     Global::instance.packageSize = 1000;
     Shown();
@@ -458,7 +459,7 @@ void TestDwonDialog::fillsTheBarByBytes()
     VERIFY_COLOUR(Picture(*bar).pixelColor(300, 4), QColor(217, 231, 253));
 }
 
-void TestDwonDialog::drawsTheBarAtEveryStep()
+void DwonDialogTest::drawsTheBarAtEveryStep()
 {
     Global::instance.packageSize = 1000;
     Shown();
@@ -472,7 +473,7 @@ void TestDwonDialog::drawsTheBarAtEveryStep()
     }
 }
 
-void TestDwonDialog::keepsThePercentageOfAPackageBeyond32Bits()
+void DwonDialogTest::keepsThePercentageOfAPackageBeyond32Bits()
 {
     Global::instance.packageSize = 6442450944;
     Shown();
@@ -484,7 +485,7 @@ void TestDwonDialog::keepsThePercentageOfAPackageBeyond32Bits()
     QCOMPARE(Child<QLabel>(*dialog, "labInstall")->text(), QStringLiteral("正在安装中......50%"));
 }
 
-void TestDwonDialog::startsAgainFromZeroWhenTheTextsAreSet()
+void DwonDialogTest::startsAgainFromZeroWhenTheTextsAreSet()
 {
     Global::instance.packageSize = 1000;
     dialog->SetTexts();
@@ -496,12 +497,12 @@ void TestDwonDialog::startsAgainFromZeroWhenTheTextsAreSet()
     QCOMPARE(Child<QLabel>(*dialog, "labInstall")->text(), QStringLiteral("正在安装中......0%"));
 }
 
-void TestDwonDialog::showsAnErrorInRedAndOffersToRetry_data()
+void DwonDialogTest::showsAnErrorInRedAndOffersToRetry_data()
 {
     AddLanguages();
 }
 
-void TestDwonDialog::showsAnErrorInRedAndOffersToRetry()
+void DwonDialogTest::showsAnErrorInRedAndOffersToRetry()
 {
     FetchLanguage();
     Shown();
@@ -535,7 +536,7 @@ void TestDwonDialog::showsAnErrorInRedAndOffersToRetry()
         QStringLiteral("4px"));
 }
 
-void TestDwonDialog::takesAnErrorByItsSignal()
+void DwonDialogTest::takesAnErrorByItsSignal()
 {
     dialog->SetTexts();
 
@@ -545,7 +546,7 @@ void TestDwonDialog::takesAnErrorByItsSignal()
     QCOMPARE(Child<QPushButton>(*dialog, "cancleBtn")->text(), QStringLiteral("重试"));
 }
 
-void TestDwonDialog::keepsTheLastErrorOfSeveral()
+void DwonDialogTest::keepsTheLastErrorOfSeveral()
 {
     dialog->SetTexts();
 
@@ -556,12 +557,12 @@ void TestDwonDialog::keepsTheLastErrorOfSeveral()
     QCOMPARE(Child<QPushButton>(*dialog, "cancleBtn")->text(), QStringLiteral("重试"));
 }
 
-void TestDwonDialog::retryDownloadsAgainAndLooksNormal_data()
+void DwonDialogTest::retryDownloadsAgainAndLooksNormal_data()
 {
     AddLanguages();
 }
 
-void TestDwonDialog::retryDownloadsAgainAndLooksNormal()
+void DwonDialogTest::retryDownloadsAgainAndLooksNormal()
 {
     FetchLanguage();
     Global::instance.packageSize = 1000;
@@ -588,12 +589,12 @@ void TestDwonDialog::retryDownloadsAgainAndLooksNormal()
     VERIFY_COLOUR(Picture(*bar).pixelColor(50, 4), kBlue);
 }
 
-void TestDwonDialog::retryLooksNormalOnlyAfterItsSignal_data()
+void DwonDialogTest::retryLooksNormalOnlyAfterItsSignal_data()
 {
     AddLanguages();
 }
 
-void TestDwonDialog::retryLooksNormalOnlyAfterItsSignal()
+void DwonDialogTest::retryLooksNormalOnlyAfterItsSignal()
 {
     FetchLanguage();
     Shown();
@@ -610,12 +611,12 @@ void TestDwonDialog::retryLooksNormalOnlyAfterItsSignal()
     QCOMPARE(button->text(), InLanguage("Cancel", "取消"));
 }
 
-void TestDwonDialog::retryWithoutRoomChangesNothing_data()
+void DwonDialogTest::retryWithoutRoomChangesNothing_data()
 {
     AddLanguages();
 }
 
-void TestDwonDialog::retryWithoutRoomChangesNothing()
+void DwonDialogTest::retryWithoutRoomChangesNothing()
 {
     FetchLanguage();
     Shown();
@@ -635,7 +636,7 @@ void TestDwonDialog::retryWithoutRoomChangesNothing()
     QCOMPARE(Picture(*dialog), before);
 }
 
-void TestDwonDialog::aSecondClickOnRetryDoesNotDownloadTwice()
+void DwonDialogTest::aSecondClickOnRetryDoesNotDownloadTwice()
 {
     Shown();
     dialog->UpdateErrorState(QStringLiteral("it failed"));
@@ -647,7 +648,7 @@ void TestDwonDialog::aSecondClickOnRetryDoesNotDownloadTwice()
     QCOMPARE(again.count(), 1);
 }
 
-void TestDwonDialog::ignoresTheButtonWithAnyOtherText()
+void DwonDialogTest::ignoresTheButtonWithAnyOtherText()
 {
     Shown();
     const QSignalSpy again(dialog.get(), &DwonDialog::GetPackAgain);
@@ -663,12 +664,12 @@ void TestDwonDialog::ignoresTheButtonWithAnyOtherText()
     QVERIFY(Child<QDockWidget>(*dialog, "dockWidget")->isHidden());
 }
 
-void TestDwonDialog::cancelAsksFirst_data()
+void DwonDialogTest::cancelAsksFirst_data()
 {
     AddLanguages();
 }
 
-void TestDwonDialog::cancelAsksFirst()
+void DwonDialogTest::cancelAsksFirst()
 {
     FetchLanguage();
     Shown();
@@ -686,7 +687,7 @@ void TestDwonDialog::cancelAsksFirst()
     QCOMPARE(Child<QLabel>(*dialog, "lab")->text(), InLanguage("Update Cancel?", "确定取消更新?"));
 }
 
-void TestDwonDialog::theConfirmationLiesOverTheLowerPart()
+void DwonDialogTest::theConfirmationLiesOverTheLowerPart()
 {
     Shown();
     QTest::mouseClick(Child<QPushButton>(*dialog, "cancleBtn"), Qt::LeftButton);
@@ -698,12 +699,12 @@ void TestDwonDialog::theConfirmationLiesOverTheLowerPart()
     QCOMPARE(dialog->childAt(171 + 100, 179 + 40), Child<QWidget>(*dialog, "lab"));
     QCOMPARE(dialog->childAt(171 + 90, 179 + 75), Child<QWidget>(*dialog, "cbtn"));
     QCOMPARE(dialog->childAt(171 + 140, 179 + 75), Child<QWidget>(*dialog, "sbtn"));
-    // The panel covers part of the button below, which can be pressed next to it.
+    // The button below is covered where the panel lies, and can be pressed beside it.
     QVERIFY(dialog->childAt(360, 250) != Child<QWidget>(*dialog, "cancleBtn"));
     QCOMPARE(dialog->childAt(380, 250), Child<QWidget>(*dialog, "cancleBtn"));
 }
 
-void TestDwonDialog::theConfirmationHasNoGrayCorners()
+void DwonDialogTest::theConfirmationHasNoGrayCorners()
 {
     Shown();
     dialog->CancleDownload();
@@ -716,7 +717,7 @@ void TestDwonDialog::theConfirmationHasNoGrayCorners()
     VERIFY_COLOUR(seen.pixelColor(171 + 100, 179 + 57), QColor(255, 255, 255));
 }
 
-void TestDwonDialog::keepingTheUpdateOnlyHidesTheConfirmation()
+void DwonDialogTest::keepingTheUpdateOnlyHidesTheConfirmation()
 {
     Shown();
     dialog->UpdateProgressBar(786432, 1572864);
@@ -740,7 +741,7 @@ void TestDwonDialog::keepingTheUpdateOnlyHidesTheConfirmation()
     QCOMPARE(Child<QProgressBar>(*dialog, "progressBar")->value(), 786432);
 }
 
-void TestDwonDialog::confirmingTheCancellationQuits()
+void DwonDialogTest::confirmingTheCancellationQuits()
 {
     Shown();
 
@@ -750,7 +751,7 @@ void TestDwonDialog::confirmingTheCancellationQuits()
     }));
 }
 
-void TestDwonDialog::theDownloadGoesOnBehindTheConfirmation()
+void DwonDialogTest::theDownloadGoesOnBehindTheConfirmation()
 {
     Shown();
     dialog->CancleDownload();
@@ -761,7 +762,7 @@ void TestDwonDialog::theDownloadGoesOnBehindTheConfirmation()
     QCOMPARE(Child<QLabel>(*dialog, "labInstall")->text(), QStringLiteral("正在安装中......50%"));
 }
 
-void TestDwonDialog::anErrorBehindTheConfirmationIsThereAfterwards()
+void DwonDialogTest::anErrorBehindTheConfirmationIsThereAfterwards()
 {
     Shown();
     dialog->CancleDownload();
@@ -774,14 +775,14 @@ void TestDwonDialog::anErrorBehindTheConfirmationIsThereAfterwards()
     QCOMPARE(Child<QPushButton>(*dialog, "cancleBtn")->text(), QStringLiteral("重试"));
 }
 
-void TestDwonDialog::closingTheWindowAsksAndKeepsItOpen_data()
+void DwonDialogTest::closingTheWindowAsksAndKeepsItOpen_data()
 {
     QTest::addColumn<bool>("afterAnError");
     QTest::newRow("while downloading") << false;
     QTest::newRow("after an error") << true;
 }
 
-void TestDwonDialog::closingTheWindowAsksAndKeepsItOpen()
+void DwonDialogTest::closingTheWindowAsksAndKeepsItOpen()
 {
     QFETCH(bool, afterAnError);
     Shown();
@@ -800,7 +801,7 @@ void TestDwonDialog::closingTheWindowAsksAndKeepsItOpen()
              afterAnError ? QStringLiteral("重试") : QStringLiteral("取消"));
 }
 
-void TestDwonDialog::escAsksAndEscAgainKeepsTheUpdateGoing()
+void DwonDialogTest::escAsksAndEscAgainKeepsTheUpdateGoing()
 {
     Shown();
     const auto *dock = Child<QDockWidget>(*dialog, "dockWidget");
@@ -822,7 +823,7 @@ void TestDwonDialog::escAsksAndEscAgainKeepsTheUpdateGoing()
     QVERIFY(dialog->isVisible());
 }
 
-void TestDwonDialog::theFocusIsFramedForTheKeyboard()
+void DwonDialogTest::theFocusIsFramedForTheKeyboard()
 {
     Shown();
     auto *button = Child<QPushButton>(*dialog, "cancleBtn");
@@ -847,14 +848,14 @@ void TestDwonDialog::theFocusIsFramedForTheKeyboard()
     QVERIFY2(!frame->isVisible(), "the panel itself has the focus");
 }
 
-void TestDwonDialog::enterPressesTheOneButton_data()
+void DwonDialogTest::enterPressesTheOneButton_data()
 {
     QTest::addColumn<int>("key");
     QTest::newRow("on the letters") << int(Qt::Key_Return);
     QTest::newRow("on the number pad") << int(Qt::Key_Enter);
 }
 
-void TestDwonDialog::enterPressesTheOneButton()
+void DwonDialogTest::enterPressesTheOneButton()
 {
     QFETCH(int, key);
     Shown();
@@ -868,7 +869,7 @@ void TestDwonDialog::enterPressesTheOneButton()
     QCOMPARE(again.count(), 1);
 }
 
-void TestDwonDialog::spacePressesTheOneButton()
+void DwonDialogTest::spacePressesTheOneButton()
 {
     Shown();
 
@@ -878,7 +879,7 @@ void TestDwonDialog::spacePressesTheOneButton()
     QVERIFY(Child<QDockWidget>(*dialog, "dockWidget")->isVisible());
 }
 
-void TestDwonDialog::enterInTheConfirmationKeepsTheUpdateGoing()
+void DwonDialogTest::enterInTheConfirmationKeepsTheUpdateGoing()
 {
     Shown();
 
@@ -892,14 +893,14 @@ void TestDwonDialog::enterInTheConfirmationKeepsTheUpdateGoing()
     QVERIFY(!quits);
 }
 
-void TestDwonDialog::tabStaysOnTheOneButton()
+void DwonDialogTest::tabStaysOnTheOneButton()
 {
     Shown();
 
     QCOMPARE(TabRound(*dialog), QStringList(QStringLiteral("cancleBtn")));
 }
 
-void TestDwonDialog::tabGoesThroughTheConfirmation()
+void DwonDialogTest::tabGoesThroughTheConfirmation()
 {
     Shown();
     QTest::keyClick(dialog->focusWidget(), Qt::Key_Space);
@@ -913,7 +914,7 @@ void TestDwonDialog::tabGoesThroughTheConfirmation()
     QCOMPARE(names.mid(0, 2), QStringList({QStringLiteral("cbtn"), QStringLiteral("sbtn")}));
 }
 
-void TestDwonDialog::theButtonHasTheFocusAgainAfterTheConfirmation()
+void DwonDialogTest::theButtonHasTheFocusAgainAfterTheConfirmation()
 {
     Shown();
 
@@ -923,7 +924,7 @@ void TestDwonDialog::theButtonHasTheFocusAgainAfterTheConfirmation()
     QCOMPARE(dialog->focusWidget(), Child<QWidget>(*dialog, "cancleBtn"));
 }
 
-void TestDwonDialog::hasItsSignalsAndSlotsInOrder()
+void DwonDialogTest::hasItsSignalsAndSlotsInOrder()
 {
     QCOMPARE(OwnMethods(DwonDialog::staticMetaObject),
              QStringList({QStringLiteral("signal GetPackAgain()"),
@@ -935,12 +936,12 @@ void TestDwonDialog::hasItsSignalsAndSlotsInOrder()
                           QStringLiteral("slot UpdateProgressBar(qlonglong,qlonglong)")}));
 }
 
-void TestDwonDialog::tellsScreenReadersItsTexts_data()
+void DwonDialogTest::tellsScreenReadersItsTexts_data()
 {
     AddLanguages();
 }
 
-void TestDwonDialog::tellsScreenReadersItsTexts()
+void DwonDialogTest::tellsScreenReadersItsTexts()
 {
     FetchLanguage();
     Shown();
@@ -962,12 +963,12 @@ void TestDwonDialog::tellsScreenReadersItsTexts()
     QCOMPARE(name("labInstall"), QStringLiteral("it failed"));
 }
 
-void TestDwonDialog::logsNothing_data()
+void DwonDialogTest::logsNothing_data()
 {
     AddLanguages();
 }
 
-void TestDwonDialog::logsNothing()
+void DwonDialogTest::logsNothing()
 {
     FetchLanguage();
     const LogCapture log;
@@ -984,5 +985,5 @@ void TestDwonDialog::logsNothing()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-QTEST_MAIN(TestDwonDialog)
+QTEST_MAIN(DwonDialogTest)
 #include "tst_dwondialog.moc"

@@ -1,8 +1,6 @@
-// SPDX-License-Identifier: MIT
 #include "ui/releasenotes.h"
 
 #include "tests/support/logcapture.h"
-#include "tests/support/loglines.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/notesprompt.h"
 
@@ -11,7 +9,7 @@
 #include <QTextFrame>
 #include <QTextTable>
 
-class TestHarmlessMarkup : public QObject
+class HarmlessMarkupTest : public QObject
 {
     Q_OBJECT
 
@@ -34,12 +32,12 @@ private slots:
     void showsWhateverTheNotesHold();
 };
 
-void TestHarmlessMarkup::initTestCase()
+void HarmlessMarkupTest::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void TestHarmlessMarkup::rendersNotesAsPeopleWriteThem_data()
+void HarmlessMarkupTest::rendersNotesAsPeopleWriteThem_data()
 {
     QTest::addColumn<QString>("notes");
     QTest::addColumn<QString>("text");
@@ -90,7 +88,7 @@ void TestHarmlessMarkup::rendersNotesAsPeopleWriteThem_data()
     add("large numbers in the text", "<b>Build 20240131, issue #1234567</b>",
         "Build 20240131, issue #1234567");
     add("a comment", "<b>a</b><!-- for 2.1.3 -->", "a");
-    add("Qt's own",
+    add("the framework's own",
         "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\" "
         "\"http://www.w3.org/TR/REC-html40/strict.dtd\">\n<html><head><meta name=\"qrichtext\" "
         "content=\"1\" /><style type=\"text/css\">\np, li { white-space: pre-wrap; "
@@ -133,7 +131,7 @@ void TestHarmlessMarkup::rendersNotesAsPeopleWriteThem_data()
     add("broken surrogates", "<b>a\xef\xbf\xbe</b>", "a\xef\xbf\xbe");
 }
 
-void TestHarmlessMarkup::rendersNotesAsPeopleWriteThem()
+void HarmlessMarkupTest::rendersNotesAsPeopleWriteThem()
 {
     QFETCH(QString, notes);
     QFETCH(QString, text);
@@ -149,7 +147,7 @@ void TestHarmlessMarkup::rendersNotesAsPeopleWriteThem()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-void TestHarmlessMarkup::showsAsPlainTextWhatWouldTakeLong_data()
+void HarmlessMarkupTest::showsAsPlainTextWhatWouldTakeLong_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -162,7 +160,7 @@ void TestHarmlessMarkup::showsAsPlainTextWhatWouldTakeLong_data()
     add("tables in tables, closed",
         nested.repeated(30) + QStringLiteral("</td></tr></table>").repeated(30));
     add("tables in capitals", nested.toUpper().repeated(30));
-    add("tables after stray end tags",
+    add("tables behind stray ends",
         QStringLiteral("<p>") + times(40, "</table>") + nested.repeated(28));
     add("ends of tables in comments", (nested + QStringLiteral("<!-- </table> -->")).repeated(28));
     add("a text in seven tables", nested.repeated(7) + times(2000, "word "));
@@ -217,23 +215,24 @@ void TestHarmlessMarkup::showsAsPlainTextWhatWouldTakeLong_data()
     add("more than any layout can take", QStringLiteral("<p>") + times(1600000, "word "));
 }
 
-void TestHarmlessMarkup::showsAsPlainTextWhatWouldTakeLong()
+void HarmlessMarkupTest::showsAsPlainTextWhatWouldTakeLong()
 {
     QFETCH(QString, notes);
     const TestHome home;
     const LogCapture log;
 
-    // Checked first, because the layout of hostile notes would not end.
+    // First of all: the layout of those that pass wrongly would not end.
     QVERIFY(!ReleaseNotesDocument::IsRichText(notes));
     Prompt prompt(notes);
     QVERIFY(!Picture(prompt).isNull());
 
     QVERIFY(prompt.HoldsAll(notes));
     QCOMPARE(log.Messages().size(), 1);
-    QVERIFY(log.Messages().constFirst().startsWith(LogLine::NotesShownAsPlainText()));
+    QVERIFY(log.Messages().constFirst().startsWith(
+        QStringLiteral("[WARNING] release notes shown as plain text")));
 }
 
-void TestHarmlessMarkup::showsABracketThatBeginsNoTag_data()
+void HarmlessMarkupTest::showsABracketThatBeginsNoTag_data()
 {
     QTest::addColumn<QString>("notes");
     QTest::addColumn<QString>("text");
@@ -255,7 +254,7 @@ void TestHarmlessMarkup::showsABracketThatBeginsNoTag_data()
     add("<![a<b>a</b>", "<![aa");
 }
 
-void TestHarmlessMarkup::showsABracketThatBeginsNoTag()
+void HarmlessMarkupTest::showsABracketThatBeginsNoTag()
 {
     QFETCH(QString, notes);
     QFETCH(QString, text);
@@ -265,7 +264,7 @@ void TestHarmlessMarkup::showsABracketThatBeginsNoTag()
     QCOMPARE(prompt.Notes().toPlainText().simplified(), text.simplified());
 }
 
-void TestHarmlessMarkup::letsNoColourForgeALineOfTheLog_data()
+void HarmlessMarkupTest::letsNoColourForgeALineOfTheLog_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -277,7 +276,7 @@ void TestHarmlessMarkup::letsNoColourForgeALineOfTheLog_data()
                        .arg(QLatin1String(attribute), QString::fromUtf8(value));
 }
 
-void TestHarmlessMarkup::letsNoColourForgeALineOfTheLog()
+void HarmlessMarkupTest::letsNoColourForgeALineOfTheLog()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -290,7 +289,7 @@ void TestHarmlessMarkup::letsNoColourForgeALineOfTheLog()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-void TestHarmlessMarkup::warnsAgainAfterTheNotes()
+void HarmlessMarkupTest::warnsAgainAfterTheNotes()
 {
     const TestHome home;
     const Prompt prompt(QStringLiteral("<font color=\"no colour\">a"));
@@ -301,7 +300,7 @@ void TestHarmlessMarkup::warnsAgainAfterTheNotes()
     QCOMPARE(log.Messages(), QStringList(QStringLiteral("[WARNING] still heard")));
 }
 
-void TestHarmlessMarkup::keepsTheTableThatTheNotesDescribe_data()
+void HarmlessMarkupTest::keepsTheTableThatTheNotesDescribe_data()
 {
     QTest::addColumn<QString>("notes");
     QTest::addColumn<int>("rows");
@@ -319,7 +318,7 @@ void TestHarmlessMarkup::keepsTheTableThatTheNotesDescribe_data()
         << 300 << 2;
 }
 
-void TestHarmlessMarkup::keepsTheTableThatTheNotesDescribe()
+void HarmlessMarkupTest::keepsTheTableThatTheNotesDescribe()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -333,7 +332,7 @@ void TestHarmlessMarkup::keepsTheTableThatTheNotesDescribe()
     QTEST(table->columns(), "columns");
 }
 
-void TestHarmlessMarkup::keepsOrdinaryFormats()
+void HarmlessMarkupTest::keepsOrdinaryFormats()
 {
     const QString notes = QStringLiteral(
         "<h1 style=\"margin-left:30px\">New</h1><ol start=3><li style=\"font-size:20px\">a<li>b"
@@ -349,7 +348,7 @@ void TestHarmlessMarkup::keepsOrdinaryFormats()
     QCOMPARE(document.size(), ordinary.size());
 }
 
-void TestHarmlessMarkup::showsWhateverTheNotesHold_data()
+void HarmlessMarkupTest::showsWhateverTheNotesHold_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -376,7 +375,7 @@ void TestHarmlessMarkup::showsWhateverTheNotesHold_data()
         << QStringLiteral("<p style=\"{[(:;;:!important}\">a<p style=\":\">");
 }
 
-void TestHarmlessMarkup::showsWhateverTheNotesHold()
+void HarmlessMarkupTest::showsWhateverTheNotesHold()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -388,5 +387,5 @@ void TestHarmlessMarkup::showsWhateverTheNotesHold()
     QVERIFY(prompt.isVisible());
 }
 
-QTEST_MAIN(TestHarmlessMarkup)
+QTEST_MAIN(HarmlessMarkupTest)
 #include "tst_harmlessmarkup.moc"

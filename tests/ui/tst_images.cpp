@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/dialogs.h"
@@ -17,7 +16,7 @@ namespace
 
 const QString kFolder = QStringLiteral(":/image/resourceimg/");
 
-/// The image of the icon with this side in pixels; null when there is none.
+/// The image of the icon that has that many pixels a side; a null one when there is none.
 QImage InIcon(int side)
 {
     QImageReader reader(kFolder + QStringLiteral("logo.ico"));
@@ -30,17 +29,17 @@ QImage InIcon(int side)
     return QImage();
 }
 
-/// The image drawn on white without scaling.
+/// The image as it is drawn pixel by pixel on white.
 QImage OnWhite(QImage image)
 {
-    image.setDevicePixelRatio(1); // 2 in a copy of double size
+    image.setDevicePixelRatio(1); // 2 when its file is a copy of double size
     QImage seen(image.size(), QImage::Format_RGB32);
     seen.fill(Qt::white);
     QPainter(&seen).drawImage(0, 0, image);
     return seen;
 }
 
-/// Describes the first difference; empty when there is none.
+/// Where the two differ first, in words; empty when they do not.
 QString Difference(const QImage &seen, const QImage &wanted)
 {
     if (seen.size() != wanted.size())
@@ -57,8 +56,8 @@ QString Difference(const QImage &seen, const QImage &wanted)
 
 } // namespace
 
-/// Runs once for each scale of the screen.
-class TestImages : public QObject
+/// Run once for each scale of the screen.
+class ImagesTest : public QObject
 {
     Q_OBJECT
 
@@ -71,10 +70,10 @@ private slots:
     void thePanelIsDrawnPixelByPixel();
 
 private:
-    /// Whether the pictures need no scaling; their copies have double size.
+    /// True when the pictures need not be scaled: their copies are of double size.
     static bool ScaleIsWhole() { return qApp->devicePixelRatio() == int(qApp->devicePixelRatio()); }
 
-    /// The picture of that name for this scale, which must be a whole number.
+    /// The picture of that name for this scale, which is whole.
     static QImage Wanted(const QString &name)
     {
         const char *copy = qApp->devicePixelRatio() > 1 ? "@2x" : "";
@@ -82,19 +81,19 @@ private:
     }
 };
 
-void TestImages::initTestCase()
+void ImagesTest::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void TestImages::haveACopyOfDoubleSize_data()
+void ImagesTest::haveACopyOfDoubleSize_data()
 {
     QTest::addColumn<QString>("name");
     for (const char *name : {"cancle", "check", "logo"})
         QTest::newRow(name) << QString::fromLatin1(name);
 }
 
-void TestImages::haveACopyOfDoubleSize()
+void ImagesTest::haveACopyOfDoubleSize()
 {
     QFETCH(QString, name);
     const QImage picture(kFolder + name + QStringLiteral(".png"));
@@ -104,7 +103,7 @@ void TestImages::haveACopyOfDoubleSize()
     QCOMPARE(pictures.size(), 6);
 }
 
-void TestImages::theLogoIsDrawnFromAnImageOfItsSize()
+void ImagesTest::theLogoIsDrawnFromAnImageOfItsSize()
 {
     UpdateDialog prompt;
     const QImage wanted = InIcon(qRound(48 * qApp->devicePixelRatio()));
@@ -115,7 +114,7 @@ void TestImages::theLogoIsDrawnFromAnImageOfItsSize()
     QVERIFY2(difference.isEmpty(), qPrintable(difference));
 }
 
-void TestImages::theTickIsDrawnPixelByPixel()
+void ImagesTest::theTickIsDrawnPixelByPixel()
 {
     if (!ScaleIsWhole())
         QSKIP("drawn from the larger picture");
@@ -129,7 +128,7 @@ void TestImages::theTickIsDrawnPixelByPixel()
     QVERIFY2(difference.isEmpty(), qPrintable(difference));
 }
 
-void TestImages::thePanelIsDrawnPixelByPixel()
+void ImagesTest::thePanelIsDrawnPixelByPixel()
 {
     if (!ScaleIsWhole())
         QSKIP("drawn from the larger picture");
@@ -147,7 +146,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
-    TestImages test;
+    ImagesTest test;
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "ui/netdialog.h"
 
 #include "config/global.h"
@@ -11,7 +10,7 @@
 #include <QSignalSpy>
 #include <QTest>
 
-class TestNetDialog : public QObject
+class NetDialogTest : public QObject
 {
     Q_OBJECT
 
@@ -49,17 +48,17 @@ private:
     static void AddLanguages();
 };
 
-void TestNetDialog::initTestCase()
+void NetDialogTest::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void TestNetDialog::init()
+void NetDialogTest::init()
 {
     ResetGlobal();
 }
 
-void TestNetDialog::isAPanelOf199By114()
+void NetDialogTest::isAPanelOf199By114()
 {
     const NetDialog dialog;
 
@@ -70,7 +69,7 @@ void TestNetDialog::isAPanelOf199By114()
     QVERIFY(!dialog.isVisible());
 }
 
-void TestNetDialog::hasItsWidgetsInTheirPlaces_data()
+void NetDialogTest::hasItsWidgetsInTheirPlaces_data()
 {
     QTest::addColumn<QByteArray>("className");
     QTest::addColumn<QRect>("place");
@@ -80,7 +79,7 @@ void TestNetDialog::hasItsWidgetsInTheirPlaces_data()
     QTest::newRow("sbtn") << QByteArray("QPushButton") << QRect(129, 65, 31, 20);
 }
 
-void TestNetDialog::hasItsWidgetsInTheirPlaces()
+void NetDialogTest::hasItsWidgetsInTheirPlaces()
 {
     QFETCH(QByteArray, className);
     NetDialog dialog;
@@ -93,7 +92,7 @@ void TestNetDialog::hasItsWidgetsInTheirPlaces()
     QCOMPARE(widget->parentWidget(), &dialog);
 }
 
-void TestNetDialog::asksInTheLanguageShown_data()
+void NetDialogTest::asksInTheLanguageShown_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QStringList>("texts");
@@ -109,7 +108,7 @@ void TestNetDialog::asksInTheLanguageShown_data()
     QTest::newRow("none") << QString() << chinese;
 }
 
-void TestNetDialog::asksInTheLanguageShown()
+void NetDialogTest::asksInTheLanguageShown()
 {
     QFETCH(QString, language);
     Global::instance.language = language;
@@ -121,7 +120,7 @@ void TestNetDialog::asksInTheLanguageShown()
     QTEST(seen, "texts");
 }
 
-void TestNetDialog::translatesTheChineseTextsOnly()
+void NetDialogTest::translatesTheChineseTextsOnly()
 {
     const MarkingTranslator translator;
     const NetDialog chinese;
@@ -137,7 +136,7 @@ void TestNetDialog::translatesTheChineseTextsOnly()
     QCOMPARE(Child<QPushButton>(english, "sbtn")->text(), QStringLiteral("OK"));
 }
 
-void TestNetDialog::paintsThePanelOnceAndNothingAroundIt()
+void NetDialogTest::paintsThePanelOnceAndNothingAroundIt()
 {
     QWidget backdrop;
     NetDialog dialog;
@@ -152,7 +151,7 @@ void TestNetDialog::paintsThePanelOnceAndNothingAroundIt()
     VERIFY_COLOUR(seen.pixelColor(100, 171), QColor(0, 200, 0));
 }
 
-void TestNetDialog::stylesItsWidgets_data()
+void NetDialogTest::stylesItsWidgets_data()
 {
     AddStyleColumns();
     const auto add = AddStyle;
@@ -167,10 +166,14 @@ void TestNetDialog::stylesItsWidgets_data()
         add(button, "QPushButton", "font-size", "14px");
         add(button, "QPushButton", "font-weight", "400");
         add(button, "QPushButton", "line-height", "20px");
+        add(button, "QPushButton", "background-color", "rgb(255,255,255)");
+        add(button, "QPushButton", "color", "rgba(32,49,82,0.5)");
+        add(button, "QPushButton:hover", "color", "rgba(66,133,246,1)");
+        add(button, "QPushButton:pressed", "color", "rgba(52,108,197,1)");
     }
 }
 
-void TestNetDialog::stylesItsWidgets()
+void NetDialogTest::stylesItsWidgets()
 {
     QFETCH(QByteArray, widget);
     QFETCH(QString, selector);
@@ -181,7 +184,7 @@ void TestNetDialog::stylesItsWidgets()
     QTEST(Declared(sheet, selector, property), "value");
 }
 
-void TestNetDialog::showsItsButtonsInTheColoursOfTheirState_data()
+void NetDialogTest::showsItsButtonsInTheColoursOfTheirState_data()
 {
     QTest::addColumn<QByteArray>("name");
 
@@ -189,13 +192,13 @@ void TestNetDialog::showsItsButtonsInTheColoursOfTheirState_data()
     QTest::newRow("ok") << QByteArray("sbtn");
 }
 
-void TestNetDialog::showsItsButtonsInTheColoursOfTheirState()
+void NetDialogTest::showsItsButtonsInTheColoursOfTheirState()
 {
     QFETCH(QByteArray, name);
     NetDialog dialog;
     dialog.show();
     auto *button = Child<QPushButton>(dialog, name.constData());
-    // A full bar, which every font draws in the same way.
+    // A bar of full coverage, whatever fonts the machine has.
     button->setText(QStringLiteral("\u2588\u2588\u2588"));
 
     VERIFY_COLOUR(Picture(*button).pixelColor(0, 0), QColor(255, 255, 255));
@@ -205,7 +208,7 @@ void TestNetDialog::showsItsButtonsInTheColoursOfTheirState()
     QVERIFY(Shows(PictureWhilePressed(*button), QColor(52, 108, 197)));
 }
 
-void TestNetDialog::cancelKeepsTheUpdateGoingAnyNumberOfTimes()
+void NetDialogTest::cancelKeepsTheUpdateGoingAnyNumberOfTimes()
 {
     NetDialog dialog;
     const QSignalSpy cancle(&dialog, &NetDialog::cancleSignal);
@@ -223,7 +226,7 @@ void TestNetDialog::cancelKeepsTheUpdateGoingAnyNumberOfTimes()
     QVERIFY(!quits);
 }
 
-void TestNetDialog::okAsksToCancelTheUpdate()
+void NetDialogTest::okAsksToCancelTheUpdate()
 {
     NetDialog dialog;
     const QSignalSpy cancle(&dialog, &NetDialog::cancleSignal);
@@ -239,7 +242,7 @@ void TestNetDialog::okAsksToCancelTheUpdate()
     QVERIFY2(!quits, "what the signal leads to is its owner's business");
 }
 
-void TestNetDialog::tabGoesFromCancelToOk()
+void NetDialogTest::tabGoesFromCancelToOk()
 {
     NetDialog dialog;
     QVERIFY(ShowActive(dialog));
@@ -248,7 +251,7 @@ void TestNetDialog::tabGoesFromCancelToOk()
     QCOMPARE(TabRound(dialog), QStringList({QStringLiteral("cbtn"), QStringLiteral("sbtn")}));
 }
 
-void TestNetDialog::spacePressesTheButtonWithTheFocus()
+void NetDialogTest::spacePressesTheButtonWithTheFocus()
 {
     NetDialog dialog;
     const QSignalSpy cancle(&dialog, &NetDialog::cancleSignal);
@@ -266,7 +269,7 @@ void TestNetDialog::spacePressesTheButtonWithTheFocus()
     QCOMPARE(sure.count(), 1);
 }
 
-void TestNetDialog::enterOnOkCancelsTheUpdate()
+void NetDialogTest::enterOnOkCancelsTheUpdate()
 {
     NetDialog dialog;
     const QSignalSpy sure(&dialog, &NetDialog::sureSignal);
@@ -278,7 +281,7 @@ void TestNetDialog::enterOnOkCancelsTheUpdate()
     QCOMPARE(sure.count(), 1);
 }
 
-void TestNetDialog::enterOnThePanelKeepsTheUpdateGoing()
+void NetDialogTest::enterOnThePanelKeepsTheUpdateGoing()
 {
     NetDialog dialog;
     const QSignalSpy cancle(&dialog, &NetDialog::cancleSignal);
@@ -291,7 +294,7 @@ void TestNetDialog::enterOnThePanelKeepsTheUpdateGoing()
     QCOMPARE(sure.count(), 0);
 }
 
-void TestNetDialog::escKeepsTheUpdateGoing()
+void NetDialogTest::escKeepsTheUpdateGoing()
 {
     NetDialog dialog;
     const QSignalSpy cancle(&dialog, &NetDialog::cancleSignal);
@@ -308,7 +311,7 @@ void TestNetDialog::escKeepsTheUpdateGoing()
     QVERIFY2(dialog.isVisible(), "its owner hides it");
 }
 
-void TestNetDialog::closingItQuits()
+void NetDialogTest::closingItQuits()
 {
     QApplication::setQuitOnLastWindowClosed(false);
     NetDialog dialog;
@@ -322,26 +325,26 @@ void TestNetDialog::closingItQuits()
     QVERIFY(quits);
 }
 
-void TestNetDialog::hasItsSignalsInOrderAndNoSlots()
+void NetDialogTest::hasItsSignalsInOrderAndNoSlots()
 {
     QCOMPARE(OwnMethods(NetDialog::staticMetaObject),
              QStringList(
                  {QStringLiteral("signal cancleSignal()"), QStringLiteral("signal sureSignal()")}));
 }
 
-void TestNetDialog::AddLanguages()
+void NetDialogTest::AddLanguages()
 {
     QTest::addColumn<QString>("language");
     QTest::newRow("English") << QStringLiteral("en");
     QTest::newRow("Chinese") << QStringLiteral("zh");
 }
 
-void TestNetDialog::tellsScreenReadersItsTexts_data()
+void NetDialogTest::tellsScreenReadersItsTexts_data()
 {
     AddLanguages();
 }
 
-void TestNetDialog::tellsScreenReadersItsTexts()
+void NetDialogTest::tellsScreenReadersItsTexts()
 {
     QFETCH(QString, language);
     Global::instance.language = language;
@@ -354,7 +357,7 @@ void TestNetDialog::tellsScreenReadersItsTexts()
     QCOMPARE(AccessibleName(Child<QWidget>(dialog, "sbtn")), InLanguage("OK", "确定"));
 }
 
-void TestNetDialog::logsNothing()
+void NetDialogTest::logsNothing()
 {
     const LogCapture log;
     NetDialog dialog;
@@ -365,5 +368,5 @@ void TestNetDialog::logsNothing()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-QTEST_MAIN(TestNetDialog)
+QTEST_MAIN(NetDialogTest)
 #include "tst_netdialog.moc"

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "ui/plaintextlayout.h"
 
 #include "tests/support/peakmemory.h"
@@ -13,7 +12,7 @@ namespace
 
 constexpr int kAnswerBytes = 8 * 1024 * 1024;
 
-/// Repeats the text up to the size of the largest answer.
+/// The text repeated up to the size of the largest answer.
 QString Filled(const QString &text)
 {
     return text.repeated(kAnswerBytes / text.toUtf8().size());
@@ -21,8 +20,8 @@ QString Filled(const QString &text)
 
 } // namespace
 
-/// Plain notes of any length are shown in full.
-class TestPlainTextLayout : public QObject
+/// Plain notes: whatever their length, all of them are there.
+class PlainTextLayoutTest : public QObject
 {
     Q_OBJECT
 
@@ -35,17 +34,17 @@ private slots:
     void hasTheHeightOfOrdinaryText_data();
     void hasTheHeightOfOrdinaryText();
     void showsTheEndOfALongText();
-    void laysOutAgainForAnotherWidth();
+    void laysOutAnewForAnotherWidth();
     void millionsOfCharactersNeedLittleMemory_data();
     void millionsOfCharactersNeedLittleMemory();
 };
 
-void TestPlainTextLayout::initTestCase()
+void PlainTextLayoutTest::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void TestPlainTextLayout::holdsTheWholeText_data()
+void PlainTextLayoutTest::holdsTheWholeText_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -62,7 +61,7 @@ void TestPlainTextLayout::holdsTheWholeText_data()
     QTest::newRow("8 MiB of two directions") << Filled(QStringLiteral("a\u0628"));
 }
 
-void TestPlainTextLayout::holdsTheWholeText()
+void PlainTextLayoutTest::holdsTheWholeText()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -72,17 +71,17 @@ void TestPlainTextLayout::holdsTheWholeText()
     QVERIFY(prompt.HoldsAll(notes));
 }
 
-void TestPlainTextLayout::keepsTheLinesOfALongText()
+void PlainTextLayoutTest::keepsTheLinesOfALongText()
 {
     const TestHome home;
-    // No line is divided, and there are more lines than paragraphs.
+    // None is so long that it is divided, and there are more than get a paragraph of their own.
     const QString line = QString(60 * 1024, QLatin1Char('x')) + QLatin1Char('\n');
     const QString notes = line.repeated(20) + QStringLiteral("1. Faster start.\n").repeated(5000);
     const Prompt prompt(notes);
     QVERIFY(prompt.Notes().toPlainText() == notes);
 }
 
-void TestPlainTextLayout::hasTheHeightOfOrdinaryText_data()
+void PlainTextLayoutTest::hasTheHeightOfOrdinaryText_data()
 {
     QTest::addColumn<QString>("text");
 
@@ -93,7 +92,7 @@ void TestPlainTextLayout::hasTheHeightOfOrdinaryText_data()
     QTest::newRow("from right to left") << QStringLiteral("\u05d0\u05d1 \u05d2\n").repeated(20);
 }
 
-void TestPlainTextLayout::hasTheHeightOfOrdinaryText()
+void PlainTextLayoutTest::hasTheHeightOfOrdinaryText()
 {
     QFETCH(QString, text);
     QTextDocument ordinary;
@@ -106,7 +105,7 @@ void TestPlainTextLayout::hasTheHeightOfOrdinaryText()
     QCOMPARE(document.size().height(), ordinary.size().height());
 }
 
-void TestPlainTextLayout::showsTheEndOfALongText()
+void PlainTextLayoutTest::showsTheEndOfALongText()
 {
     const TestHome home;
     Prompt prompt(QStringLiteral("\n").repeated(100000) + QString(20, QChar(0x2588)));
@@ -116,11 +115,11 @@ void TestPlainTextLayout::showsTheEndOfALongText()
     QVERIFY(!Shows(Picture(view), text));
 
     QScrollBar &bar = *prompt.Notes().verticalScrollBar();
-    // Each call corrects estimated heights.
+    // Each look at it corrects the guessed heights.
     QTRY_VERIFY((bar.setValue(bar.maximum()), Shows(Picture(view), text)));
 }
 
-void TestPlainTextLayout::laysOutAgainForAnotherWidth()
+void PlainTextLayoutTest::laysOutAnewForAnotherWidth()
 {
     QTextDocument document;
     SetPlainText(document, QStringLiteral("word ").repeated(200));
@@ -133,7 +132,7 @@ void TestPlainTextLayout::laysOutAgainForAnotherWidth()
     QCOMPARE(document.size().width(), 200.0);
 }
 
-void TestPlainTextLayout::millionsOfCharactersNeedLittleMemory_data()
+void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -148,7 +147,7 @@ void TestPlainTextLayout::millionsOfCharactersNeedLittleMemory_data()
     QTest::newRow("two directions in a line") << Filled(QStringLiteral("a\u0628"));
 }
 
-void TestPlainTextLayout::millionsOfCharactersNeedLittleMemory()
+void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -164,5 +163,5 @@ void TestPlainTextLayout::millionsOfCharactersNeedLittleMemory()
     QVERIFY2(memory.GrownBy() <= 64LL * 1024 * 1024, qPrintable(QString::number(memory.GrownBy())));
 }
 
-QTEST_MAIN(TestPlainTextLayout)
+QTEST_MAIN(PlainTextLayoutTest)
 #include "tst_plaintextlayout.moc"

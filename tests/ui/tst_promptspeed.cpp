@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "tests/support/logcapture.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/dialogs.h"
@@ -44,13 +43,13 @@ double Seconds()
 }
 #endif
 
-/// Repeats the text up to the size of the largest answer.
+/// The text repeated up to the size of the largest answer.
 QString Filled(const QString &text)
 {
     return text.repeated(kAnswerBytes / text.toUtf8().size());
 }
 
-/// Different characters, as many as there are.
+/// Different characters, as far as there are so many.
 QString Ideographs(int count)
 {
     QString text;
@@ -64,7 +63,7 @@ QString Image(const QString &path, const char *attributes)
     return QStringLiteral("<img src=\"%1\" %2>").arg(path, QLatin1String(attributes));
 }
 
-/// As many images as an answer can have.
+/// As many images as the notes could have.
 QString Images(const QString &path, const char *attributes)
 {
     const QString image = Image(path, attributes);
@@ -73,8 +72,8 @@ QString Images(const QString &path, const char *attributes)
 
 } // namespace
 
-/// Anyone on the network can forge the service's answer, so no answer may freeze the prompt.
-class TestPromptSpeed : public QObject
+/// Anybody on the network can forge the service's answer. None may freeze the prompt.
+class PromptSpeedTest : public QObject
 {
     Q_OBJECT
 
@@ -94,12 +93,12 @@ private:
     static void AddMarkup();
 };
 
-void TestPromptSpeed::initTestCase()
+void PromptSpeedTest::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void TestPromptSpeed::AddVersions()
+void PromptSpeedTest::AddVersions()
 {
     const auto add = [](const char *name, const QString &version) {
         QTest::addRow("version: %s", name) << Filled(version) << QString();
@@ -112,11 +111,11 @@ void TestPromptSpeed::AddVersions()
     add("line breaks", QStringLiteral("\n"));
 }
 
-void TestPromptSpeed::AddPlainNotes()
+void PromptSpeedTest::AddPlainNotes()
 {
     const auto add = [](const char *name, const QString &text) {
         QTest::addRow("plain: %s", name) << QString() << Filled(text);
-        // With markup too, whether it is shown as rich text or not.
+        // Also as markup, be it rich text or not.
         QTest::addRow("paragraph: %s", name)
             << QString()
             << QStringLiteral("<p>") + text.repeated(16384 / text.size() + 1).left(16380);
@@ -147,7 +146,7 @@ void TestPromptSpeed::AddPlainNotes()
     add("all ideographs", Ideographs(20900));
 }
 
-void TestPromptSpeed::AddMarkup()
+void PromptSpeedTest::AddMarkup()
 {
     const auto add = [](const char *name, const QString &notes) {
         QTest::addRow("markup: %s", name) << QString() << notes;
@@ -178,7 +177,7 @@ void TestPromptSpeed::AddMarkup()
         QStringLiteral("<p style=\"letter-spacing:-99px\">") + ideographs);
     add("capitals in two sizes", QStringLiteral("<p style=\"font-variant:small-caps\">") +
                                      QStringLiteral("xX").repeated(8000));
-    // The first two are higher than Qt's fixed-point numbers allow, and their layout would not end.
+    // The first two would be higher than Qt's fixed-point numbers reach: the layout never ended.
     add("large letters", QStringLiteral("<p style=\"font-size:999pt\">") + ideographs);
     add("large margins", QStringLiteral("<p style=\"margin:999em\">x").repeated(600));
     add("high lines",
@@ -189,7 +188,7 @@ void TestPromptSpeed::AddMarkup()
             QStringLiteral("<tr><td style=\"padding:999em;border:99em solid red\">x").repeated(40));
 }
 
-void TestPromptSpeed::handlesLaterWithinASecond_data()
+void PromptSpeedTest::handlesLaterWithinASecond_data()
 {
     QTest::addColumn<QString>("version");
     QTest::addColumn<QString>("notes");
@@ -199,7 +198,7 @@ void TestPromptSpeed::handlesLaterWithinASecond_data()
     AddMarkup();
 }
 
-void TestPromptSpeed::handlesLaterWithinASecond()
+void PromptSpeedTest::handlesLaterWithinASecond()
 {
     QFETCH(QString, version);
     QFETCH(QString, notes);
@@ -231,7 +230,7 @@ void TestPromptSpeed::handlesLaterWithinASecond()
     QCOMPARE(global.latestVersionInfo, notes);
 }
 
-void TestPromptSpeed::endlessVersionDoesNotHoldUpTheProgressDialog()
+void PromptSpeedTest::endlessVersionDoesNotHoldUpTheProgressDialog()
 {
     const TestHome home;
     Global::instance.latestVersion = QString(1000000, QChar(0x301));
@@ -246,7 +245,7 @@ void TestPromptSpeed::endlessVersionDoesNotHoldUpTheProgressDialog()
     QVERIFY(Child<QLabel>(dialog, "labVersion")->text().endsWith(QStringLiteral("  更新包 0.00M")));
 }
 
-void TestPromptSpeed::showsTheNotesFromTheirStart_data()
+void PromptSpeedTest::showsTheNotesFromTheirStart_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -256,7 +255,7 @@ void TestPromptSpeed::showsTheNotesFromTheirStart_data()
     QTest::newRow("an image higher than the view") << Image(kLogo, "height=400").repeated(3);
 }
 
-void TestPromptSpeed::showsTheNotesFromTheirStart()
+void PromptSpeedTest::showsTheNotesFromTheirStart()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -275,5 +274,5 @@ void TestPromptSpeed::showsTheNotesFromTheirStart()
     }
 }
 
-QTEST_MAIN(TestPromptSpeed)
+QTEST_MAIN(PromptSpeedTest)
 #include "tst_promptspeed.moc"

@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "ui/releasenotes.h"
 
 #include "tests/support/filewatch.h"
@@ -20,10 +19,10 @@ namespace
 
 const QColor kForeign(255, 0, 255);
 
-/// A part of the names of all files in the notes.
+/// Part of the names of all files that the notes name.
 const QString kForeignFiles = QStringLiteral("foreign");
 
-/// A picture that is easy to find in another one.
+/// A picture that nobody misses in another picture.
 QImage ForeignImage(int width, int height)
 {
     QImage image(width, height, QImage::Format_RGB32);
@@ -31,7 +30,7 @@ QImage ForeignImage(int width, int height)
     return image;
 }
 
-/// A data URL with the picture.
+/// The address that is the picture itself.
 QString DataAddress(const QImage &image, const char *format)
 {
     QByteArray data;
@@ -43,7 +42,7 @@ QString DataAddress(const QImage &image, const char *format)
         .arg(QLatin1String(format), QString::fromLatin1(data.toBase64()));
 }
 
-/// Counts the resources that the notes load.
+/// Counts what the notes load.
 class CountingDocument : public ReleaseNotesDocument
 {
 public:
@@ -66,7 +65,7 @@ void WriteForeignImage(const QString &path)
         qFatal("cannot write %s", qPrintable(path));
 }
 
-/// A folder with files that are visible in notes that load them.
+/// A folder with files that would be seen at once in notes that load them.
 class ForeignFiles
 {
 public:
@@ -80,13 +79,13 @@ public:
         WriteFile(Path(QStringLiteral("foreign.html")), "<h1>foreign</h1>");
     }
 
-    /// The full path of a file; the working folder has the same files.
+    /// Full path of one of the files; they lie in the working folder too.
     QString Path(const QString &name) const
     {
         return home.ProgramFolder() + QLatin1Char('/') + name;
     }
 
-    /// The notes with FILE, PATH and PORT replaced.
+    /// The notes with FILE, PATH and PORT put in.
     QString Fill(QString notes, int port) const
     {
         notes.replace(QLatin1String("FILE"), QUrl::fromLocalFile(home.ProgramFolder()).toString());
@@ -100,7 +99,7 @@ public:
 
 } // namespace
 
-class TestReleaseNotes : public QObject
+class ReleaseNotesTest : public QObject
 {
     Q_OBJECT
 
@@ -130,19 +129,19 @@ private slots:
     void canBeReplaced();
 };
 
-void TestReleaseNotes::initTestCase()
+void ReleaseNotesTest::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void TestReleaseNotes::runsAtTheScaleItIsToldTo()
+void ReleaseNotesTest::runsAtTheScaleItIsToldTo()
 {
     const int wanted = qEnvironmentVariableIntValue("QT_SCALE_FACTOR");
 
     QCOMPARE(qApp->devicePixelRatio(), wanted > 0 ? double(wanted) : 1.0);
 }
 
-void TestReleaseNotes::loadNothingFromOutsideTheProgram_data()
+void ReleaseNotesTest::loadNothingFromOutsideTheProgram_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -215,7 +214,7 @@ void TestReleaseNotes::loadNothingFromOutsideTheProgram_data()
         "<meta http-equiv=\"refresh\" content=\"0; url=FILE/foreign.html\"><p>b</p>");
 }
 
-void TestReleaseNotes::loadNothingFromOutsideTheProgram()
+void ReleaseNotesTest::loadNothingFromOutsideTheProgram()
 {
     QFETCH(QString, notes);
     const ForeignFiles files;
@@ -235,7 +234,7 @@ void TestReleaseNotes::loadNothingFromOutsideTheProgram()
     QVERIFY(log.Messages().filter(QStringLiteral("foreign")).isEmpty());
 }
 
-void TestReleaseNotes::theTestWouldSeeAnImageThatIsLoaded()
+void ReleaseNotesTest::theTestWouldSeeAnImageThatIsLoaded()
 {
     const ForeignFiles files;
     const QString notes = files.Fill(QStringLiteral("<p>a<img src=\"FILE/foreign.png\">b</p>"), 0);
@@ -248,7 +247,7 @@ void TestReleaseNotes::theTestWouldSeeAnImageThatIsLoaded()
     QVERIFY(!watch.Names().isEmpty());
 }
 
-void TestReleaseNotes::theTestWouldSeeASheetThatIsLoaded()
+void ReleaseNotesTest::theTestWouldSeeASheetThatIsLoaded()
 {
     const ForeignFiles files;
     const QString notes =
@@ -262,7 +261,7 @@ void TestReleaseNotes::theTestWouldSeeASheetThatIsLoaded()
     QVERIFY(!watch.Names().isEmpty());
 }
 
-void TestReleaseNotes::leaveNoSpaceForAnImageOfAnotherPlace()
+void ReleaseNotesTest::leaveNoSpaceForAnImageOfAnotherPlace()
 {
     const ForeignFiles files;
     const Prompt without(QStringLiteral("<p>ab</p>"));
@@ -276,7 +275,7 @@ void TestReleaseNotes::leaveNoSpaceForAnImageOfAnotherPlace()
     QCOMPARE(with.Notes().document()->idealWidth(), wantedWidth);
 }
 
-void TestReleaseNotes::showTheProgramsOwnImages_data()
+void ReleaseNotesTest::showTheProgramsOwnImages_data()
 {
     QTest::addColumn<QString>("address");
 
@@ -284,7 +283,7 @@ void TestReleaseNotes::showTheProgramsOwnImages_data()
     QTest::newRow("address") << QStringLiteral("qrc:/image/resourceimg/cancle.png");
 }
 
-void TestReleaseNotes::showTheProgramsOwnImages()
+void ReleaseNotesTest::showTheProgramsOwnImages()
 {
     QFETCH(QString, address);
     const TestHome home;
@@ -294,14 +293,14 @@ void TestReleaseNotes::showTheProgramsOwnImages()
     const QSizeF size = prompt.Notes().document()->size();
     QVERIFY2(size.height() >= 114, qPrintable(QString::number(size.height())));
     QVERIFY(prompt.Notes().document()->idealWidth() >= 199);
-    // The white of the panel covers the green of the line.
+    // The panel's white is drawn over the green of the line.
     const double scale = prompt.devicePixelRatioF();
     const QImage seen = Picture(*prompt.Notes().viewport());
     VERIFY_COLOUR(seen.pixelColor(int(100 * scale), int(60 * scale)), QColor(255, 255, 255));
     VERIFY_COLOUR(seen.pixelColor(int(300 * scale), int(60 * scale)), QColor(0, 200, 0));
 }
 
-void TestReleaseNotes::showAnOwnImageInTheSizeTheyAskFor()
+void ReleaseNotesTest::showAnOwnImageInTheSizeTheyAskFor()
 {
     const TestHome home;
     const Prompt prompt(QStringLiteral(
@@ -313,7 +312,7 @@ void TestReleaseNotes::showAnOwnImageInTheSizeTheyAskFor()
     QVERIFY(prompt.Notes().document()->size().height() < 110);
 }
 
-void TestReleaseNotes::showTheImagesInThem_data()
+void ReleaseNotesTest::showTheImagesInThem_data()
 {
     QTest::addColumn<QByteArray>("format");
     QTest::addColumn<QString>("notes");
@@ -335,7 +334,7 @@ void TestReleaseNotes::showTheImagesInThem_data()
                               << QSizeF(60, 40);
 }
 
-void TestReleaseNotes::showTheImagesInThem()
+void ReleaseNotesTest::showTheImagesInThem()
 {
     QFETCH(QByteArray, format);
     QFETCH(QString, notes);
@@ -357,7 +356,7 @@ void TestReleaseNotes::showTheImagesInThem()
     }));
 }
 
-void TestReleaseNotes::decodeAnImageOnce()
+void ReleaseNotesTest::decodeAnImageOnce()
 {
     const TestHome home;
     const QString image =
@@ -375,7 +374,7 @@ void TestReleaseNotes::decodeAnImageOnce()
     QCOMPARE(document->loads, 1);
 }
 
-void TestReleaseNotes::leaveOutWhatIsNoModerateImage_data()
+void ReleaseNotesTest::leaveOutWhatIsNoModerateImage_data()
 {
     QTest::addColumn<QString>("address");
 
@@ -388,7 +387,7 @@ void TestReleaseNotes::leaveOutWhatIsNoModerateImage_data()
     QTest::newRow("more pixels than two screens") << DataAddress(ForeignImage(2049, 2049), "png");
 }
 
-void TestReleaseNotes::leaveOutWhatIsNoModerateImage()
+void ReleaseNotesTest::leaveOutWhatIsNoModerateImage()
 {
     QFETCH(QString, address);
     const TestHome home;
@@ -400,7 +399,7 @@ void TestReleaseNotes::leaveOutWhatIsNoModerateImage()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-void TestReleaseNotes::skipAResourceThatDoesNotExist()
+void ReleaseNotesTest::skipAResourceThatDoesNotExist()
 {
     const TestHome home;
     const LogCapture log;
@@ -412,7 +411,7 @@ void TestReleaseNotes::skipAResourceThatDoesNotExist()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-void TestReleaseNotes::answerEveryLoadOfAnotherPlaceWithNothing_data()
+void ReleaseNotesTest::answerEveryLoadOfAnotherPlaceWithNothing_data()
 {
     QTest::addColumn<QString>("address");
 
@@ -424,7 +423,7 @@ void TestReleaseNotes::answerEveryLoadOfAnotherPlaceWithNothing_data()
         QTest::addRow("'%s'", address) << QString::fromLatin1(address);
 }
 
-void TestReleaseNotes::answerEveryLoadOfAnotherPlaceWithNothing()
+void ReleaseNotesTest::answerEveryLoadOfAnotherPlaceWithNothing()
 {
     QFETCH(QString, address);
     const ForeignFiles files;
@@ -440,7 +439,7 @@ void TestReleaseNotes::answerEveryLoadOfAnotherPlaceWithNothing()
     QCOMPARE(watch.Names(), QStringList());
 }
 
-void TestReleaseNotes::handOutTheProgramsOwnResources()
+void ReleaseNotesTest::handOutTheProgramsOwnResources()
 {
     const ReleaseNotesDocument document(nullptr);
 
@@ -449,7 +448,7 @@ void TestReleaseNotes::handOutTheProgramsOwnResources()
              QImage(QStringLiteral(":/image/resourceimg/check.png")));
 }
 
-void TestReleaseNotes::keepTheirOwnMarkup()
+void ReleaseNotesTest::keepTheirOwnMarkup()
 {
     const TestHome home;
     Prompt prompt(QStringLiteral("<style>p { color: #00aa00; }</style><p style=\"font-size:20px\">"
@@ -460,7 +459,7 @@ void TestReleaseNotes::keepTheirOwnMarkup()
     QVERIFY(Shows(seen, QColor(0xaa, 0, 0)));
 }
 
-void TestReleaseNotes::followNoLink()
+void ReleaseNotesTest::followNoLink()
 {
     const ForeignFiles files;
     Prompt prompt(files.Fill(
@@ -475,7 +474,7 @@ void TestReleaseNotes::followNoLink()
     QVERIFY(prompt.Notes().viewport()->cursor().shape() != Qt::PointingHandCursor);
 }
 
-void TestReleaseNotes::canBeReplaced()
+void ReleaseNotesTest::canBeReplaced()
 {
     const ForeignFiles files;
     const QString first = files.Fill(QStringLiteral("<img src=\"FILE/foreign.png\">"), 0);
@@ -494,11 +493,11 @@ void TestReleaseNotes::canBeReplaced()
 
 int main(int argc, char *argv[])
 {
-    // As the program sets them.
+    // As the program itself sets them.
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
-    TestReleaseNotes test;
+    ReleaseNotesTest test;
     return QTest::qExec(&test, argc, argv);
 }
 #include "tst_releasenotes.moc"

@@ -1,11 +1,9 @@
-// SPDX-License-Identifier: MIT
 #include "ui/updatedialog.h"
 
 #include "config/global.h"
-#include "tests/support/clientmachine.h"
-#include "tests/support/environmentvariable.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loglines.h"
+#include "tests/support/standinfile.h"
+#include "tests/support/testhome.h"
 #include "tests/ui/dialogs.h"
 #include "ui/dwondialog.h"
 
@@ -28,15 +26,18 @@ constexpr qint64 kMoreThanAnyDrive = qint64(1) << 60;
 
 using Calls = QVector<QStringList>;
 
-/// A client's machine with a prompt that offers an update.
-class PromptMachine : public ClientMachine
+/// A machine with a client that records how it is started, and a prompt that offers an update.
+class Machine
 {
 public:
-    PromptMachine()
-        : tasklist(CommandsFolder() + QStringLiteral("/tasklist")),
-          taskkill(CommandsFolder() + QStringLiteral("/taskkill"))
+    Machine()
+        : client(home.ClientFolder() + QLatin1Char('/') + TestHome::UniqueImageName()),
+          tasklist(home.CommandsFolder() + QStringLiteral("/tasklist")),
+          taskkill(home.CommandsFolder() + QStringLiteral("/taskkill"))
     {
         Global &global = Global::instance;
+        global.appPath = home.ClientFolder() + QLatin1Char('/');
+        global.appName = QFileInfo(client.Path()).fileName();
         global.latestVersion = QStringLiteral("2.1.3");
         global.latestVersionInfo = QStringLiteral("Faster start.");
         global.packageSize = 1572864;
@@ -46,7 +47,7 @@ public:
 
     DwonDialog &Progress() const { return *prompt->ProgressDialog(); }
 
-    /// Shows the prompt in the given mode and gives it the keyboard.
+    /// The prompt in the given mode, with the keyboard.
     UpdateDialog &Shown(const QString &mode = QStringLiteral("1")) const
     {
         prompt->updateMode(mode);
@@ -65,26 +66,34 @@ public:
         QTest::mouseClick(Has<QPushButton>(button), Qt::LeftButton);
     }
 
-    /// Whether the log has a start of the client, which is written before the client starts.
+    /// Whether the log tells of a start of the client; it does so before the client itself can.
     bool StartedClient() const
     {
-        return log.Messages().contains(LogLine::Starting(Global::instance.appName));
+        return log.Messages().contains(
+            QStringLiteral("[INFO] \"%1\"  starting...").arg(Global::instance.appName));
     }
 
+    TestHome home;
+    StandIn client;
     StandIn tasklist;
     StandIn taskkill;
     LogCapture log;
     std::unique_ptr<UpdateDialog> prompt;
 };
 
-/// Makes the configuration impossible to open for writing.
-void SpoilUpdateConfig(const PromptMachine &machine)
+QString UpdateConfig(const Machine &machine)
 {
-    QDir().mkpath(machine.UpdateConfigFile());
+    return machine.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
 }
 
-/// Records the order in which windows appear and disappear.
-class WindowOrder : public QObject
+/// Makes the configuration a thing that cannot be opened for writing.
+void SpoilUpdateConfig(const Machine &machine)
+{
+    QDir().mkpath(UpdateConfig(machine));
+}
+
+/// Writes down in which order windows come and go.
+class WindowWatch : public QObject
 {
 public:
     bool eventFilter(QObject *window, QEvent *event) override
@@ -99,7 +108,7 @@ public:
     QStringList changes;
 };
 
-/// Records a count whenever a window is shown.
+/// Looks at a count whenever a window comes.
 class ShowWatch : public QObject
 {
 public:
@@ -118,7 +127,7 @@ private:
     std::function<int()> m_count;
 };
 
-/// The colour at a point of the gradient of 133 degrees on a button of 100 x 36 pixels.
+/// Where a colour of the gradient belongs that runs at 133 degrees over a button of 100 x 36.
 QColor GradientColour(double x, double y)
 {
     constexpr double sine = 0.73135;
@@ -131,7 +140,7 @@ QColor GradientColour(double x, double y)
 
 } // namespace
 
-class TestUpdateDialog : public QObject
+class UpdateDialogTest : public QObject
 {
     Q_OBJECT
 
@@ -224,27 +233,27 @@ private:
     static QString Language();
 };
 
-void TestUpdateDialog::initTestCase()
+void UpdateDialogTest::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void TestUpdateDialog::AddLanguages()
+void UpdateDialogTest::AddLanguages()
 {
     QTest::addColumn<QString>("language");
     QTest::newRow("English") << QStringLiteral("en");
     QTest::newRow("Chinese") << QStringLiteral("zh");
 }
 
-QString TestUpdateDialog::Language()
+QString UpdateDialogTest::Language()
 {
     QFETCH(QString, language);
     return language;
 }
 
-void TestUpdateDialog::isAFixedWindowOf480By292()
+void UpdateDialogTest::isAFixedWindowOf480By292()
 {
-    const PromptMachine machine;
+    const Machine machine;
     const UpdateDialog &prompt = *machine.prompt;
 
     QCOMPARE(prompt.objectName(), QStringLiteral("UpdateDialog"));
@@ -255,7 +264,7 @@ void TestUpdateDialog::isAFixedWindowOf480By292()
     QVERIFY(HasLogoAsIcon(prompt));
 }
 
-void TestUpdateDialog::hasItsWidgetsInTheirPlaces_data()
+void UpdateDialogTest::hasItsWidgetsInTheirPlaces_data()
 {
     QTest::addColumn<QByteArray>("className");
     QTest::addColumn<QRect>("place");
@@ -269,10 +278,10 @@ void TestUpdateDialog::hasItsWidgetsInTheirPlaces_data()
     QTest::newRow("immedBtn") << QByteArray("QPushButton") << QRect(356, 236, 100, 36);
 }
 
-void TestUpdateDialog::hasItsWidgetsInTheirPlaces()
+void UpdateDialogTest::hasItsWidgetsInTheirPlaces()
 {
     QFETCH(QByteArray, className);
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
 
     const auto *widget = machine.Has<QWidget>(QTest::currentDataTag());
@@ -281,9 +290,9 @@ void TestUpdateDialog::hasItsWidgetsInTheirPlaces()
     QVERIFY(widget->isVisible());
 }
 
-void TestUpdateDialog::staysHiddenUntilThereIsAnUpdate()
+void UpdateDialogTest::staysHiddenUntilThereIsAnUpdate()
 {
-    const PromptMachine machine;
+    const Machine machine;
 
     QVERIFY(!machine.prompt->isVisible());
     QVERIFY(!machine.Progress().isVisible());
@@ -294,7 +303,7 @@ void TestUpdateDialog::staysHiddenUntilThereIsAnUpdate()
     QVERIFY(!machine.Progress().isVisible());
 }
 
-void TestUpdateDialog::showsTheTextsOfItsModeAndLanguage_data()
+void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QString>("language");
@@ -337,11 +346,11 @@ void TestUpdateDialog::showsTheTextsOfItsModeAndLanguage_data()
     }
 }
 
-void TestUpdateDialog::showsTheTextsOfItsModeAndLanguage()
+void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage()
 {
     QFETCH(QString, mode);
     QFETCH(QString, headlineFont);
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.language = Language();
     machine.Shown(mode);
 
@@ -364,7 +373,7 @@ void TestUpdateDialog::showsTheTextsOfItsModeAndLanguage()
     QCOMPARE(QStringLiteral("%1px").arg(headline->font().pixelSize()), headlineFont);
 }
 
-void TestUpdateDialog::showsThePackageSize_data()
+void UpdateDialogTest::showsThePackageSize_data()
 {
     QTest::addColumn<qint64>("bytes");
     QTest::addColumn<QString>("size");
@@ -374,13 +383,13 @@ void TestUpdateDialog::showsThePackageSize_data()
     QTest::newRow("one and a half") << qint64(1572864) << QStringLiteral("1.50M");
 }
 
-void TestUpdateDialog::showsThePackageSize()
+void UpdateDialogTest::showsThePackageSize()
 {
     QFETCH(qint64, bytes);
     QFETCH(QString, size);
 
     for (const char *language : {"en", "zh"}) {
-        const PromptMachine machine;
+        const Machine machine;
         Global::instance.language = QLatin1String(language);
         Global::instance.packageSize = bytes;
         machine.Shown();
@@ -389,9 +398,9 @@ void TestUpdateDialog::showsThePackageSize()
     }
 }
 
-void TestUpdateDialog::showsAVersionWithMarkupAsItIs()
+void UpdateDialogTest::showsAVersionWithMarkupAsItIs()
 {
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.latestVersion = QStringLiteral("<h1>9</h1>&amp;%1");
     machine.Shown();
 
@@ -402,7 +411,7 @@ void TestUpdateDialog::showsAVersionWithMarkupAsItIs()
     QCOMPARE(seen, Picture(*label));
 }
 
-void TestUpdateDialog::translatesTheSizeOnly_data()
+void UpdateDialogTest::translatesTheSizeOnly_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("version");
@@ -414,9 +423,9 @@ void TestUpdateDialog::translatesTheSizeOnly_data()
                              << QStringLiteral("版本号V2.1.3[UpdateDialog|  更新包 1.50M]");
 }
 
-void TestUpdateDialog::translatesTheSizeOnly()
+void UpdateDialogTest::translatesTheSizeOnly()
 {
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.language = Language();
     const MarkingTranslator translator;
 
@@ -431,9 +440,9 @@ void TestUpdateDialog::translatesTheSizeOnly()
     QCOMPARE(machine.Has<QCheckBox>("checkRemid")->text(), InLanguage("Never Prompt", "不再提醒"));
 }
 
-void TestUpdateDialog::keepsTheFormsNotesUntilThereAreOwn()
+void UpdateDialogTest::keepsTheFormsNotesUntilThereAreOwn()
 {
-    const PromptMachine machine;
+    const Machine machine;
     const auto *notes = machine.Has<QTextEdit>("updateText");
 
     QCOMPARE(notes->toPlainText(), QString());
@@ -447,9 +456,9 @@ void TestUpdateDialog::keepsTheFormsNotesUntilThereAreOwn()
     QVERIFY(!notes->toHtml().contains(QLatin1String("SimSun")));
 }
 
-void TestUpdateDialog::showsTheReleaseNotesAsRichText()
+void UpdateDialogTest::showsTheReleaseNotesAsRichText()
 {
-    const PromptMachine machine;
+    const Machine machine;
     auto *notes = machine.Has<QTextEdit>("updateText");
 
     Global::instance.latestVersionInfo =
@@ -466,9 +475,9 @@ void TestUpdateDialog::showsTheReleaseNotesAsRichText()
     QCOMPARE(notes->toPlainText(), QString());
 }
 
-void TestUpdateDialog::wrapsReleaseNotesAndScrollsThemDownOnly()
+void UpdateDialogTest::wrapsReleaseNotesAndScrollsThemDownOnly()
 {
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.latestVersionInfo =
         QString(200, QLatin1Char('x')) + QStringLiteral(" and more").repeated(200);
     machine.Shown();
@@ -483,9 +492,9 @@ void TestUpdateDialog::wrapsReleaseNotesAndScrollsThemDownOnly()
     QCOMPARE(notes->verticalScrollBar()->width(), 4);
 }
 
-void TestUpdateDialog::releaseNotesCanNeitherBeEditedNorSelected()
+void UpdateDialogTest::releaseNotesCanNeitherBeEditedNorSelected()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     auto *notes = machine.Has<QTextEdit>("updateText");
     QVERIFY(notes->isReadOnly());
@@ -500,10 +509,11 @@ void TestUpdateDialog::releaseNotesCanNeitherBeEditedNorSelected()
     QVERIFY(!notes->textCursor().hasSelection());
 }
 
-void TestUpdateDialog::stylesItsWidgets_data()
+void UpdateDialogTest::stylesItsWidgets_data()
 {
     AddStyleColumns();
     const auto add = AddStyle;
+    add("labIco", "QLabel", "image", "url(:/image/resourceimg/logo.ico)");
     add("labText", "QLabel", "font-size", "16px");
     add("labText", "QLabel", "font-weight", "500");
     add("labText", "QLabel", "line-height", "20px");
@@ -516,15 +526,22 @@ void TestUpdateDialog::stylesItsWidgets_data()
     add("checkRemid", "QCheckBox", "font-weight", "400");
     add("checkRemid", "QCheckBox", "line-height", "20px");
     add("checkRemid", "QCheckBox", "color", "rgba(143,152,168,1)");
+    add("checkRemid", "QCheckBox::indicator", "width", "16px");
+    add("checkRemid", "QCheckBox::indicator", "height", "16px");
+    add("checkRemid", "QCheckBox::indicator:checked", "image",
+        "url(:/image/resourceimg/check.png)");
     for (const char *button : {"laterBtn", "immedBtn"}) {
         add(button, "QPushButton", "font-size", "14px");
         add(button, "QPushButton", "font-weight", "400");
         add(button, "QPushButton", "line-height", "20px");
         add(button, "QPushButton", "border-radius", "4px");
     }
+    add("laterBtn", "QPushButton", "color", "rgba(32,49,82,1)");
+    add("laterBtn", "QPushButton", "background-color", "rgba(255,255,255,1)");
     add("laterBtn", "QPushButton", "border", "1pxsolidrgba(32,49,82,0.2)");
     add("laterBtn", "QPushButton:hover", "border", "1pxsolidrgba(66,133,246,1)");
     add("laterBtn", "QPushButton:pressed", "border", "1pxsolidrgba(66,133,246,1)");
+    add("laterBtn", "QPushButton:pressed", "color", "rgba(66,133,246,1)");
     add("immedBtn", "QPushButton", "color", "rgba(255,255,255,1)");
     add("immedBtn", "QPushButton", "background-color", "rgba(66,133,246,1)");
     add("updateText", "QTextEdit", "font-size", "12px");
@@ -536,21 +553,21 @@ void TestUpdateDialog::stylesItsWidgets_data()
     add("updateText", "QTextEdit", "border-radius", "2px");
 }
 
-void TestUpdateDialog::stylesItsWidgets()
+void UpdateDialogTest::stylesItsWidgets()
 {
     QFETCH(QByteArray, widget);
     QFETCH(QString, selector);
     QFETCH(QString, property);
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
 
     const QString sheet = machine.Has<QWidget>(widget.constData())->styleSheet();
     QTEST(Declared(sheet, selector, property), "value");
 }
 
-void TestUpdateDialog::drawsTheLogoAndTheWhiteWindow()
+void UpdateDialogTest::drawsTheLogoAndTheWhiteWindow()
 {
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.latestVersionInfo = QStringLiteral("line<br>").repeated(100);
     machine.Shown();
     const QImage seen = Picture(*machine.prompt);
@@ -559,15 +576,15 @@ void TestUpdateDialog::drawsTheLogoAndTheWhiteWindow()
     VERIFY_COLOUR(seen.pixelColor(477, 289), QColor(255, 255, 255));
     QVERIFY(!IsNear(seen.pixelColor(30, 44), QColor(255, 255, 255)));
     QCOMPARE(machine.Has<QLabel>("labIco")->alignment(), Qt::AlignCenter);
-    // The frame of the notes, and the handle at the top of the white scroll bar.
+    // The notes' frame, and the scroll bar's handle at the top of its white track.
     VERIFY_COLOUR(seen.pixelColor(200, 84), QColor(210, 214, 220));
     VERIFY_COLOUR(seen.pixelColor(453, 92), QColor(233, 235, 238));
     VERIFY_COLOUR(seen.pixelColor(453, 198), QColor(255, 255, 255));
 }
 
-void TestUpdateDialog::showsTheUpdateButtonInTheColoursOfItsState()
+void UpdateDialogTest::showsTheUpdateButtonInTheColoursOfItsState()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     auto *button = machine.Has<QPushButton>("immedBtn");
     button->setText(QString());
@@ -582,9 +599,9 @@ void TestUpdateDialog::showsTheUpdateButtonInTheColoursOfItsState()
     QVERIFY(machine.prompt->isVisible());
 }
 
-void TestUpdateDialog::showsTheLaterButtonInTheColoursOfItsState()
+void UpdateDialogTest::showsTheLaterButtonInTheColoursOfItsState()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     auto *button = machine.Has<QPushButton>("laterBtn");
     button->setText(QStringLiteral("\u2588\u2588"));
@@ -601,16 +618,16 @@ void TestUpdateDialog::showsTheLaterButtonInTheColoursOfItsState()
     QVERIFY(!Shows(pressed, QColor(32, 49, 82)));
 }
 
-void TestUpdateDialog::showsACheckBoxOf16Pixels()
+void UpdateDialogTest::showsACheckBoxOf16Pixels()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     auto *box = machine.Has<QCheckBox>("checkRemid");
     QVERIFY(!box->isChecked());
     QVERIFY(!box->isTristate());
     const QColor white(255, 255, 255);
     const QImage empty = Picture(*box);
-    // The style draws the empty box; that of Windows has a margin.
+    // The style draws the empty box; Windows' own leaves a margin in the 16 pixels.
     const auto drawn = [&](int from, int to) {
         for (int x = from; x <= to; ++x)
             if (!IsNear(empty.pixelColor(x, 8), white))
@@ -636,9 +653,9 @@ void TestUpdateDialog::showsACheckBoxOf16Pixels()
     QVERIFY(!box->isChecked());
 }
 
-void TestUpdateDialog::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
+void UpdateDialogTest::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
 {
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.language = QStringLiteral("en");
     const UpdateDialog prompt;
 
@@ -651,7 +668,7 @@ void TestUpdateDialog::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
     QCOMPARE(Child<QPushButton>(prompt, "immedBtn")->text(), QStringLiteral("立即更新"));
 }
 
-void TestUpdateDialog::theForcedPromptOffersOnlyToUpdate_data()
+void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<bool>("forced");
@@ -661,13 +678,13 @@ void TestUpdateDialog::theForcedPromptOffersOnlyToUpdate_data()
         QTest::addRow("'%s'", mode) << QString::fromLatin1(mode) << true;
 }
 
-void TestUpdateDialog::theForcedPromptOffersOnlyToUpdate()
+void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate()
 {
     QFETCH(QString, mode);
     QFETCH(bool, forced);
 
     for (const char *language : {"en", "zh"}) {
-        const PromptMachine machine;
+        const Machine machine;
         Global::instance.language = QLatin1String(language);
         machine.Shown(mode);
         QCOMPARE(machine.Has<QPushButton>("laterBtn")->isVisible(), !forced);
@@ -676,7 +693,7 @@ void TestUpdateDialog::theForcedPromptOffersOnlyToUpdate()
     }
 }
 
-void TestUpdateDialog::noremidTakesTheCheckBoxAway_data()
+void UpdateDialogTest::noremidTakesTheCheckBoxAway_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("mode");
@@ -699,11 +716,11 @@ void TestUpdateDialog::noremidTakesTheCheckBoxAway_data()
     QTest::newRow("part of an argument") << list({"-noremid2", "x-noremid"}) << optional << true;
 }
 
-void TestUpdateDialog::noremidTakesTheCheckBoxAway()
+void UpdateDialogTest::noremidTakesTheCheckBoxAway()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, mode);
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.cmdLineArgs = arguments;
     machine.Shown(mode);
 
@@ -713,7 +730,7 @@ void TestUpdateDialog::noremidTakesTheCheckBoxAway()
     QCOMPARE(Global::instance.cmdLineArgs, arguments);
 }
 
-void TestUpdateDialog::immediatelyUpdatesWithoutAsking_data()
+void UpdateDialogTest::immediatelyUpdatesWithoutAsking_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::newRow("optional") << QStringLiteral("1");
@@ -721,10 +738,10 @@ void TestUpdateDialog::immediatelyUpdatesWithoutAsking_data()
     QTest::newRow("empty") << QString();
 }
 
-void TestUpdateDialog::immediatelyUpdatesWithoutAsking()
+void UpdateDialogTest::immediatelyUpdatesWithoutAsking()
 {
     QFETCH(QString, mode);
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.cmdLineArgs = QStringList{QStringLiteral("a"), QStringLiteral("-immediately")};
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
@@ -737,9 +754,9 @@ void TestUpdateDialog::immediatelyUpdatesWithoutAsking()
     QVERIFY(!machine.StartedClient());
 }
 
-void TestUpdateDialog::theSwitchIsCaseSensitive()
+void UpdateDialogTest::theSwitchIsCaseSensitive()
 {
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("-Immediately"));
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
@@ -749,7 +766,7 @@ void TestUpdateDialog::theSwitchIsCaseSensitive()
     QCOMPARE(getPack.count(), 0);
 }
 
-void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments_data()
+void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments_data()
 {
     QTest::addColumn<QStringList>("arguments");
 
@@ -759,10 +776,10 @@ void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments_data()
     QTest::newRow("a meeting link") << QStringList(QStringLiteral("qorb-meeting://abc"));
 }
 
-void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments()
+void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments()
 {
     QFETCH(QStringList, arguments);
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.cmdLineArgs = arguments;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -775,20 +792,20 @@ void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments()
     QVERIFY(machine.tasklist.Calls().isEmpty());
 }
 
-void TestUpdateDialog::laterLeavesTheConfigurationAloneWithoutATick()
+void UpdateDialogTest::laterLeavesTheConfigurationAloneWithoutATick()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
 
     QVERIFY(Quits([&] { machine.Click("laterBtn"); }));
 
-    QVERIFY(!QFile::exists(machine.UpdateConfigFile()));
+    QVERIFY(!QFile::exists(UpdateConfig(machine)));
 }
 
-void TestUpdateDialog::laterWithATickSilencesTheVersion()
+void UpdateDialogTest::laterWithATickSilencesTheVersion()
 {
-    const PromptMachine machine;
-    machine.WriteUpdateConfig("{\"noRemind\": 0, \"noRemindVersion\": \"\", \"other\": 7}");
+    const Machine machine;
+    machine.home.WriteUpdateConfig("{\"noRemind\": 0, \"noRemindVersion\": \"\", \"other\": 7}");
     machine.Shown();
     QTest::mouseClick(machine.Has<QCheckBox>("checkRemid"), Qt::LeftButton, Qt::NoModifier,
                       QPoint(8, 8));
@@ -797,16 +814,15 @@ void TestUpdateDialog::laterWithATickSilencesTheVersion()
 
     QVERIFY(machine.client.WaitForCalls(1));
     QCOMPARE(machine.client.Calls(), Calls{{QStringLiteral("-autoupdate")}});
-    const QJsonObject config =
-        QJsonDocument::fromJson(ReadFile(machine.UpdateConfigFile())).object();
+    const QJsonObject config = QJsonDocument::fromJson(ReadFile(UpdateConfig(machine))).object();
     QCOMPARE(config.value(QStringLiteral("noRemind")).toInt(), 1);
     QCOMPARE(config.value(QStringLiteral("noRemindVersion")).toString(), QStringLiteral("2.1.3"));
     QCOMPARE(config.value(QStringLiteral("other")).toInt(), 7);
 }
 
-void TestUpdateDialog::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
+void UpdateDialogTest::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
 {
-    const PromptMachine machine;
+    const Machine machine;
     SpoilUpdateConfig(machine);
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("x"));
     machine.Shown();
@@ -816,20 +832,22 @@ void TestUpdateDialog::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
 
     QVERIFY(!machine.StartedClient());
     QCOMPARE(Global::instance.cmdLineArgs, QStringList(QStringLiteral("x")));
-    QCOMPARE(machine.log.Messages(), QStringList(LogLine::UpdateConfigWriteFailed(5)));
+    QCOMPARE(machine.log.Messages().size(), 1);
+    QVERIFY(machine.log.Messages().constFirst().startsWith(
+        QStringLiteral("[DEBUG] WriteConfigToFile failed:")));
 }
 
-void TestUpdateDialog::anImpatientUserStartsTheClientOnce_data()
+void UpdateDialogTest::anImpatientUserStartsTheClientOnce_data()
 {
     QTest::addColumn<bool>("closes");
     QTest::newRow("a second click on Later") << false;
     QTest::newRow("the window closed after the click") << true;
 }
 
-void TestUpdateDialog::anImpatientUserStartsTheClientOnce()
+void UpdateDialogTest::anImpatientUserStartsTheClientOnce()
 {
     QFETCH(bool, closes);
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
 
     QVERIFY(Quits([&] {
@@ -840,11 +858,12 @@ void TestUpdateDialog::anImpatientUserStartsTheClientOnce()
     }));
 
     QVERIFY(machine.client.WaitForCalls(1));
-    const QString started = LogLine::Starting(Global::instance.appName);
+    const QString started =
+        QStringLiteral("[INFO] \"%1\"  starting...").arg(Global::instance.appName);
     QCOMPARE(machine.log.Messages().count(started), 1);
 }
 
-void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage_data()
+void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("mode");
@@ -854,10 +873,10 @@ void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage_dat
     QTest::newRow("forced, Chinese") << QStringLiteral("zh") << QStringLiteral("2");
 }
 
-void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage()
+void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage()
 {
     QFETCH(QString, mode);
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.language = Language();
     machine.Shown(mode);
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -881,11 +900,11 @@ void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage()
     QVERIFY(!machine.StartedClient());
 }
 
-void TestUpdateDialog::theProgressDialogComesBeforeThePromptGoes()
+void UpdateDialogTest::theProgressDialogComesBeforeThePromptGoes()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
-    WindowOrder watch;
+    WindowWatch watch;
     machine.prompt->installEventFilter(&watch);
     machine.Progress().installEventFilter(&watch);
 
@@ -895,9 +914,9 @@ void TestUpdateDialog::theProgressDialogComesBeforeThePromptGoes()
                                          QStringLiteral("UpdateDialog hidden")}));
 }
 
-void TestUpdateDialog::updateAsksTasklistForTheClient()
+void UpdateDialogTest::updateAsksTasklistForTheClient()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
 
     machine.Click("immedBtn");
@@ -908,9 +927,9 @@ void TestUpdateDialog::updateAsksTasklistForTheClient()
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
 
-void TestUpdateDialog::updateStopsARunningClient()
+void UpdateDialogTest::updateStopsARunningClient()
 {
-    PromptMachine machine;
+    Machine machine;
     const QString name = Global::instance.appName;
     machine.Shown();
     machine.tasklist.SetScript(StandIn::Prints('"' + name.toLocal8Bit() + "\",\"4711\"\r\n"));
@@ -925,9 +944,9 @@ void TestUpdateDialog::updateStopsARunningClient()
     QCOMPARE(killsBeforePackage, 1);
 }
 
-void TestUpdateDialog::updateKillsNothingWhenTheNameDiffersInCase()
+void UpdateDialogTest::updateKillsNothingWhenTheNameDiffersInCase()
 {
-    PromptMachine machine;
+    Machine machine;
     machine.Shown();
     machine.tasklist.SetScript(
         StandIn::Prints('"' + Global::instance.appName.toUpper().toLocal8Bit() + "\"\r\n"));
@@ -938,9 +957,9 @@ void TestUpdateDialog::updateKillsNothingWhenTheNameDiffersInCase()
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
 
-void TestUpdateDialog::updateKillsAClientWhoseNameIsPartOfAnother()
+void UpdateDialogTest::updateKillsAClientWhoseNameIsPartOfAnother()
 {
-    PromptMachine machine;
+    Machine machine;
     machine.Shown();
     machine.tasklist.SetScript(
         StandIn::Prints("\"My" + Global::instance.appName.toLocal8Bit() + "\"\r\n"));
@@ -950,22 +969,24 @@ void TestUpdateDialog::updateKillsAClientWhoseNameIsPartOfAnother()
     QCOMPARE(machine.taskkill.Calls().size(), 1);
 }
 
-void TestUpdateDialog::updateGoesOnWithoutTasklist()
+void UpdateDialogTest::updateGoesOnWithoutTasklist()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
-    const EnvironmentVariable path("PATH", QFile::encodeName(machine.Scratch()));
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", QFile::encodeName(machine.home.Scratch()));
 
     machine.Click("immedBtn");
 
+    qputenv("PATH", path);
     QCOMPARE(getPack.count(), 1);
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
 
-void TestUpdateDialog::updateStopsARunningClientOfThisHost()
+void UpdateDialogTest::updateStopsARunningClientOfThisHost()
 {
-    PromptMachine machine;
+    Machine machine;
     QVERIFY(QFile::remove(machine.tasklist.Path()));
     QVERIFY(QFile::remove(machine.taskkill.Path()));
     machine.client.StartAndStay();
@@ -977,7 +998,7 @@ void TestUpdateDialog::updateStopsARunningClientOfThisHost()
     QVERIFY(machine.Progress().isVisible());
 }
 
-void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead_data()
+void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("message");
@@ -993,10 +1014,10 @@ void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead_data()
                         << QStringLiteral("[UpdateDialog|C 磁盘空间不足，更新失败!]");
 }
 
-void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead()
+void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead()
 {
     {
-        const PromptMachine machine;
+        const Machine machine;
         Global::instance.language = Language();
         Global::instance.packageSize = kMoreThanAnyDrive;
         machine.Shown();
@@ -1013,7 +1034,7 @@ void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead()
         QVERIFY(machine.Progress().isVisible());
         QVERIFY(!machine.prompt->isVisible());
     }
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.language = Language();
     Global::instance.packageSize = kMoreThanAnyDrive;
     const MarkingTranslator translator;
@@ -1021,9 +1042,9 @@ void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead()
     QTEST(Child<QLabel>(machine.Progress(), "labInstall")->text(), "marked");
 }
 
-void TestUpdateDialog::updateWithRoomAfterAllAsksForThePackage()
+void UpdateDialogTest::updateWithRoomAfterAllAsksForThePackage()
 {
-    const PromptMachine machine;
+    const Machine machine;
     const qint64 size = Global::instance.packageSize;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -1041,9 +1062,9 @@ void TestUpdateDialog::updateWithRoomAfterAllAsksForThePackage()
     QVERIFY(machine.Progress().isVisible());
 }
 
-void TestUpdateDialog::anImpatientUserDownloadsOnce()
+void UpdateDialogTest::anImpatientUserDownloadsOnce()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
@@ -1054,17 +1075,17 @@ void TestUpdateDialog::anImpatientUserDownloadsOnce()
     QCOMPARE(machine.tasklist.Calls().size(), 1);
 }
 
-void TestUpdateDialog::closingAfterTheAnswerDoesNothing_data()
+void UpdateDialogTest::closingAfterTheAnswerDoesNothing_data()
 {
     QTest::addColumn<bool>("byEsc");
     QTest::newRow("close button") << false;
     QTest::newRow("Esc") << true;
 }
 
-void TestUpdateDialog::closingAfterTheAnswerDoesNothing()
+void UpdateDialogTest::closingAfterTheAnswerDoesNothing()
 {
     QFETCH(bool, byEsc);
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
 
     QVERIFY(!Quits([&] {
@@ -1079,9 +1100,9 @@ void TestUpdateDialog::closingAfterTheAnswerDoesNothing()
     QVERIFY(machine.Progress().isVisible());
 }
 
-void TestUpdateDialog::aPromptThatIsShownAgainCanBeAnsweredAgain()
+void UpdateDialogTest::aPromptThatIsShownAgainCanBeAnsweredAgain()
 {
-    const PromptMachine machine;
+    const Machine machine;
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
     for (int answers = 1; answers <= 2; ++answers) {
@@ -1091,10 +1112,10 @@ void TestUpdateDialog::aPromptThatIsShownAgainCanBeAnsweredAgain()
     }
 }
 
-void TestUpdateDialog::laterAfterUpdateAndUpdateAfterLaterDoNothing()
+void UpdateDialogTest::laterAfterUpdateAndUpdateAfterLaterDoNothing()
 {
     {
-        const PromptMachine machine;
+        const Machine machine;
         machine.Shown();
         QVERIFY(!Quits([&] {
             machine.Click("immedBtn");
@@ -1104,7 +1125,7 @@ void TestUpdateDialog::laterAfterUpdateAndUpdateAfterLaterDoNothing()
         QVERIFY(!machine.StartedClient());
         QVERIFY(machine.Progress().isVisible());
     }
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     QVERIFY(Quits([&] {
@@ -1116,9 +1137,9 @@ void TestUpdateDialog::laterAfterUpdateAndUpdateAfterLaterDoNothing()
     QVERIFY(machine.client.WaitForCalls(1));
 }
 
-void TestUpdateDialog::aRetryAsksForThePackageAgain()
+void UpdateDialogTest::aRetryAsksForThePackageAgain()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     machine.Click("immedBtn");
@@ -1132,9 +1153,9 @@ void TestUpdateDialog::aRetryAsksForThePackageAgain()
     }
 }
 
-void TestUpdateDialog::updateStopsTheClientBeforeTheProgressDialogComes()
+void UpdateDialogTest::updateStopsTheClientBeforeTheProgressDialogComes()
 {
-    PromptMachine machine;
+    Machine machine;
     machine.Shown();
     machine.tasklist.SetScript(StandIn::Prints(Global::instance.appName.toLocal8Bit()));
     ShowWatch watch([&] { return machine.taskkill.Calls().size(); });
@@ -1145,7 +1166,7 @@ void TestUpdateDialog::updateStopsTheClientBeforeTheProgressDialogComes()
     QCOMPARE(watch.seen, QVector<int>({1}));
 }
 
-void TestUpdateDialog::closingDoesWhatTheServiceWants_data()
+void UpdateDialogTest::closingDoesWhatTheServiceWants_data()
 {
     QTest::addColumn<QString>("update");
     QTest::addColumn<bool>("byEsc");
@@ -1155,18 +1176,18 @@ void TestUpdateDialog::closingDoesWhatTheServiceWants_data()
         const char *how = byEsc ? "Esc" : "close button";
         QTest::addRow("%s, optional", how) << QStringLiteral("1") << byEsc << true;
         QTest::addRow("%s, forced", how) << QStringLiteral("2") << byEsc << false;
-        // Nothing else happens, but it was the last window.
+        // Nothing more happens, but the window was the last one.
         QTest::addRow("%s, another value", how) << QStringLiteral("3") << byEsc << false;
         QTest::addRow("%s, no value", how) << QString() << byEsc << false;
     }
 }
 
-void TestUpdateDialog::closingDoesWhatTheServiceWants()
+void UpdateDialogTest::closingDoesWhatTheServiceWants()
 {
     QFETCH(QString, update);
     QFETCH(bool, byEsc);
     QFETCH(bool, startsClient);
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.update = update;
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("x"));
     machine.Shown(update);
@@ -1190,24 +1211,23 @@ void TestUpdateDialog::closingDoesWhatTheServiceWants()
     }
 }
 
-void TestUpdateDialog::closingKeepsTheNeverPromptChoice()
+void UpdateDialogTest::closingKeepsTheNeverPromptChoice()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     machine.Has<QCheckBox>("checkRemid")->setChecked(true);
 
     QVERIFY(Quits([&] { machine.prompt->close(); }));
 
     QVERIFY(machine.StartedClient());
-    const QJsonObject config =
-        QJsonDocument::fromJson(ReadFile(machine.UpdateConfigFile())).object();
+    const QJsonObject config = QJsonDocument::fromJson(ReadFile(UpdateConfig(machine))).object();
     QCOMPARE(config.value(QStringLiteral("noRemindVersion")).toString(), QStringLiteral("2.1.3"));
     QVERIFY(machine.client.WaitForCalls(1));
 }
 
-void TestUpdateDialog::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClient()
+void UpdateDialogTest::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClient()
 {
-    const PromptMachine machine;
+    const Machine machine;
     SpoilUpdateConfig(machine);
     machine.Shown();
     machine.Has<QCheckBox>("checkRemid")->setChecked(true);
@@ -1217,9 +1237,9 @@ void TestUpdateDialog::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClien
     QVERIFY(!machine.StartedClient());
 }
 
-void TestUpdateDialog::closingAnythingElseDoesNothingOfItsOwn()
+void UpdateDialogTest::closingAnythingElseDoesNothingOfItsOwn()
 {
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.update = QStringLiteral("3");
     machine.Shown(QStringLiteral("3"));
     QApplication::setQuitOnLastWindowClosed(false);
@@ -1232,7 +1252,7 @@ void TestUpdateDialog::closingAnythingElseDoesNothingOfItsOwn()
     QCOMPARE(machine.log.Messages(), QStringList());
 }
 
-void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
+void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
 {
     QTest::addColumn<QByteArray>("focus");
     QTest::addColumn<QString>("mode");
@@ -1250,18 +1270,18 @@ void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
     QTest::newRow("on the box") << QByteArray("checkRemid") << optional << enterOnLetters << later;
     QTest::newRow("on Later") << later << optional << enter << later;
     QTest::newRow("on Update") << update << optional << enter << update;
-    // The first button is hidden.
+    // The first button is there, hidden.
     QTest::newRow("at once, forced") << QByteArray() << forced << enter << QByteArray();
     QTest::newRow("on Update, forced") << update << forced << enterOnLetters << update;
 }
 
-void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst()
+void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst()
 {
     QFETCH(QByteArray, focus);
     QFETCH(QString, mode);
     QFETCH(int, key);
     QFETCH(QByteArray, pressed);
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown(mode);
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     if (!focus.isEmpty())
@@ -1276,14 +1296,14 @@ void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst()
         QVERIFY(machine.client.WaitForCalls(1));
 }
 
-void TestUpdateDialog::spacePressesWhatHasTheFocus()
+void UpdateDialogTest::spacePressesWhatHasTheFocus()
 {
-    const auto pressSpaceOn = [](const PromptMachine &machine, const char *name) {
+    const auto pressSpaceOn = [](const Machine &machine, const char *name) {
         machine.Has<QWidget>(name)->setFocus();
         QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Space);
     };
     {
-        const PromptMachine machine;
+        const Machine machine;
         machine.Shown();
         const auto *box = machine.Has<QCheckBox>("checkRemid");
         pressSpaceOn(machine, "checkRemid");
@@ -1293,14 +1313,14 @@ void TestUpdateDialog::spacePressesWhatHasTheFocus()
         QVERIFY(Quits([&] { pressSpaceOn(machine, "laterBtn"); }));
         QVERIFY(machine.client.WaitForCalls(1));
     }
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     pressSpaceOn(machine, "immedBtn");
     QCOMPARE(getPack.count(), 1);
 }
 
-void TestUpdateDialog::tabVisitsTheControlsInReadingOrder_data()
+void UpdateDialogTest::tabVisitsTheControlsInReadingOrder_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QStringList>("arguments");
@@ -1317,11 +1337,11 @@ void TestUpdateDialog::tabVisitsTheControlsInReadingOrder_data()
     QTest::newRow("forced") << QStringLiteral("2") << QStringList() << QStringList{notes, update};
 }
 
-void TestUpdateDialog::tabVisitsTheControlsInReadingOrder()
+void UpdateDialogTest::tabVisitsTheControlsInReadingOrder()
 {
     QFETCH(QString, mode);
     QFETCH(QStringList, arguments);
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.cmdLineArgs = arguments;
     machine.Shown(mode);
     machine.Has<QWidget>("updateText")->setFocus();
@@ -1332,17 +1352,17 @@ void TestUpdateDialog::tabVisitsTheControlsInReadingOrder()
     QCOMPARE(machine.prompt->focusWidget(), machine.Has<QWidget>("immedBtn"));
 }
 
-void TestUpdateDialog::theFocusIsFramedForTheKeyboard_data()
+void UpdateDialogTest::theFocusIsFramedForTheKeyboard_data()
 {
     QTest::addColumn<QByteArray>("name");
     for (const char *name : {"updateText", "checkRemid", "laterBtn", "immedBtn"})
         QTest::newRow(name) << QByteArray(name);
 }
 
-void TestUpdateDialog::theFocusIsFramedForTheKeyboard()
+void UpdateDialogTest::theFocusIsFramedForTheKeyboard()
 {
     QFETCH(QByteArray, name);
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     auto *widget = machine.Has<QWidget>(name.constData());
     machine.Has<QWidget>(name == "updateText" ? "laterBtn" : "updateText")->setFocus();
@@ -1351,23 +1371,23 @@ void TestUpdateDialog::theFocusIsFramedForTheKeyboard()
     while (machine.prompt->focusWidget() != widget)
         QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Tab);
 
-    // A frame is drawn around the widget, whose content does not change.
+    // Around the widget something is drawn, and what it shows itself stays as it was.
     const QRect place = PlaceIn(*machine.prompt, *widget);
     const QImage after = Picture(*machine.prompt);
-    // The style decides how to draw the empty box.
+    // The empty box is the style's own affair.
     const QRect own = name == "checkRemid" ? place.adjusted(16, 0, 0, 0) : place;
     QCOMPARE(after.copy(own), before.copy(own));
     const QRect around = place.marginsAdded(QMargins(3, 3, 3, 3));
     QVERIFY(after.copy(around) != before.copy(around));
 
-    // The frame disappears with the focus.
+    // It goes with the focus.
     machine.Has<QWidget>(name == "laterBtn" ? "immedBtn" : "laterBtn")->setFocus();
     QCOMPARE(Picture(*machine.prompt).copy(around), before.copy(around));
 }
 
-void TestUpdateDialog::theFocusIsNotFramedForTheMouse()
+void UpdateDialogTest::theFocusIsNotFramedForTheMouse()
 {
-    const PromptMachine machine;
+    const Machine machine;
     machine.Shown();
     const QImage before = Picture(*machine.prompt);
 
@@ -1379,9 +1399,9 @@ void TestUpdateDialog::theFocusIsNotFramedForTheMouse()
     QCOMPARE(Picture(*machine.prompt), before);
 }
 
-void TestUpdateDialog::theKeyboardScrollsTheReleaseNotes()
+void UpdateDialogTest::theKeyboardScrollsTheReleaseNotes()
 {
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.latestVersionInfo = QStringLiteral("line<br>").repeated(100);
     machine.Shown();
     auto *notes = machine.Has<QTextEdit>("updateText");
@@ -1395,7 +1415,7 @@ void TestUpdateDialog::theKeyboardScrollsTheReleaseNotes()
     QVERIFY(machine.prompt->isVisible());
 }
 
-void TestUpdateDialog::hasItsSignalAndSlotsInOrder()
+void UpdateDialogTest::hasItsSignalAndSlotsInOrder()
 {
     QCOMPARE(OwnMethods(UpdateDialog::staticMetaObject),
              QStringList({QStringLiteral("signal getPack()"), QStringLiteral("slot LaterUpdate()"),
@@ -1403,14 +1423,14 @@ void TestUpdateDialog::hasItsSignalAndSlotsInOrder()
                           QStringLiteral("slot updateMode(QString)")}));
 }
 
-void TestUpdateDialog::tellsScreenReadersItsTexts_data()
+void UpdateDialogTest::tellsScreenReadersItsTexts_data()
 {
     AddLanguages();
 }
 
-void TestUpdateDialog::tellsScreenReadersItsTexts()
+void UpdateDialogTest::tellsScreenReadersItsTexts()
 {
-    const PromptMachine machine;
+    const Machine machine;
     Global::instance.language = Language();
     machine.Shown();
 
@@ -1429,15 +1449,15 @@ void TestUpdateDialog::tellsScreenReadersItsTexts()
     QVERIFY(!name("labIco").isEmpty());
 }
 
-void TestUpdateDialog::logsNothing_data()
+void UpdateDialogTest::logsNothing_data()
 {
     AddLanguages();
 }
 
-void TestUpdateDialog::logsNothing()
+void UpdateDialogTest::logsNothing()
 {
     for (const char *mode : {"1", "2"}) {
-        const PromptMachine machine;
+        const Machine machine;
         Global::instance.language = Language();
         machine.Shown(QLatin1String(mode));
         QVERIFY(!Picture(*machine.prompt).isNull());
@@ -1450,5 +1470,5 @@ void TestUpdateDialog::logsNothing()
     }
 }
 
-QTEST_MAIN(TestUpdateDialog)
+QTEST_MAIN(UpdateDialogTest)
 #include "tst_updatedialog.moc"

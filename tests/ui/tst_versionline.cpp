@@ -1,4 +1,3 @@
-// SPDX-License-Identifier: MIT
 #include "ui/versionline.h"
 
 #include "tests/support/testhome.h"
@@ -7,7 +6,7 @@
 
 #include <QTest>
 
-class TestVersionLine : public QObject
+class VersionLineTest : public QObject
 {
     Q_OBJECT
 
@@ -29,7 +28,7 @@ const QString kSize = QStringLiteral("  Update Package %1M");
 
 } // namespace
 
-void TestVersionLine::isInTheLanguageShown_data()
+void VersionLineTest::isInTheLanguageShown_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("line");
@@ -43,7 +42,7 @@ void TestVersionLine::isInTheLanguageShown_data()
     QTest::newRow("none") << QString() << chinese;
 }
 
-void TestVersionLine::isInTheLanguageShown()
+void VersionLineTest::isInTheLanguageShown()
 {
     QFETCH(QString, language);
     const TestHome home;
@@ -54,7 +53,7 @@ void TestVersionLine::isInTheLanguageShown()
     QTEST(VersionLine(kSize), "line");
 }
 
-void TestVersionLine::givesTheSizeWithTwoDecimals_data()
+void VersionLineTest::givesTheSizeWithTwoDecimals_data()
 {
     QTest::addColumn<qint64>("bytes");
     QTest::addColumn<QString>("size");
@@ -70,7 +69,7 @@ void TestVersionLine::givesTheSizeWithTwoDecimals_data()
     QTest::newRow("6 GiB") << qint64(6442450944) << QStringLiteral("6144.00M");
 }
 
-void TestVersionLine::givesTheSizeWithTwoDecimals()
+void VersionLineTest::givesTheSizeWithTwoDecimals()
 {
     QFETCH(qint64, bytes);
     QFETCH(QString, size);
@@ -82,7 +81,7 @@ void TestVersionLine::givesTheSizeWithTwoDecimals()
     QCOMPARE(VersionLine(kSize), QStringLiteral("Version V9  Update Package ") + size);
 }
 
-void TestVersionLine::takesAPlaceholderInTheVersionAsText()
+void VersionLineTest::takesAPlaceholderInTheVersionAsText()
 {
     const TestHome home;
     Global::instance.latestVersion = QStringLiteral("%1<b>%2");
@@ -91,7 +90,7 @@ void TestVersionLine::takesAPlaceholderInTheVersionAsText()
              QStringLiteral("版本号V%1<b>%2  更新包 0.00M"));
 }
 
-void TestVersionLine::keepsAnEmptyVersion()
+void VersionLineTest::keepsAnEmptyVersion()
 {
     const TestHome home;
     Global::instance.language = QStringLiteral("en");
@@ -99,7 +98,7 @@ void TestVersionLine::keepsAnEmptyVersion()
     QCOMPARE(VersionLine(kSize), QStringLiteral("Version V  Update Package 0.00M"));
 }
 
-void TestVersionLine::cutsAnEndlessVersion_data()
+void VersionLineTest::cutsAnEndlessVersion_data()
 {
     QTest::addColumn<QString>("version");
     QTest::addColumn<QString>("shown");
@@ -117,7 +116,7 @@ void TestVersionLine::cutsAnEndlessVersion_data()
         << almost.left(126) + emoji + QLatin1Char('2') << almost.left(126) + emoji + ellipsis;
 }
 
-void TestVersionLine::cutsAnEndlessVersion()
+void VersionLineTest::cutsAnEndlessVersion()
 {
     QFETCH(QString, version);
     QFETCH(QString, shown);
@@ -129,5 +128,5 @@ void TestVersionLine::cutsAnEndlessVersion()
     QCOMPARE(Global::instance.latestVersion, version);
 }
 
-QTEST_GUILESS_MAIN(TestVersionLine)
+QTEST_GUILESS_MAIN(VersionLineTest)
 #include "tst_versionline.moc"
