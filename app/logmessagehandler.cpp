@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/logmessagehandler.h"
 
 #include "config/paths.h"
@@ -15,7 +16,7 @@ namespace
 constexpr qint64 kMaxLogBytes = 30LL * 1024 * 1024;
 constexpr int kPieceLength = 8 * 1024;
 
-/// Critical and fatal messages have no word: the program itself never emits them.
+/// Critical and fatal messages have no level word. The program itself never logs any.
 QString LevelWord(QtMsgType type)
 {
     switch (type) {
@@ -32,7 +33,7 @@ QString LevelWord(QtMsgType type)
     return QString();
 }
 
-/// "(file:line)" with the file's name after its last slash; "(:0)" when the context carries none.
+/// "(file:line)", where file is what follows the last slash; "(:0)" when the context has no file.
 QString SourceLocation(const QMessageLogContext &context)
 {
     const QString file = QString::fromUtf8(context.file);
@@ -56,15 +57,15 @@ void LogMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
     const QString head =
         QStringLiteral("[%1] [%2] %3 ").arg(time, LevelWord(type), SourceLocation(context));
 
-    QFile file(folder + QStringLiteral("/AutoUpdate.log"));
+    QFile file(Paths::LogFile());
     if (!file.open(QIODevice::WriteOnly | QIODevice::Append))
         return;
     if (file.size() > kMaxLogBytes)
         file.resize(0);
     QTextStream stream(&file);
     stream << head;
-    // In pieces, which the stream passes on as they come: a message may be as large as an answer of
-    // the service, and would be in memory twice more.
+    // A message may be as large as an answer of the service. Writing it in pieces avoids copying
+    // all of it twice.
     for (int start = 0; start < message.size(); start += kPieceLength)
         stream << message.midRef(start, kPieceLength);
     stream << "\r\n";

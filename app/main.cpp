@@ -1,4 +1,5 @@
-#include "app/arguments.h"
+// SPDX-License-Identifier: MIT
+#include "app/capturearguments.h"
 #include "app/logmessagehandler.h"
 #include "app/qtenvironment.h"
 #include "config/global.h"
@@ -19,23 +20,24 @@ namespace
 constexpr int kAlreadyRunning = -1;
 constexpr int kNotConfigured = 0;
 
-/// True when this process now holds the key. The guard is released when the object is destroyed.
+/// True when this process now holds the guard. Destroying @p guard releases it.
 bool TakeGuard(QSharedMemory &guard)
 {
-    // A segment that a crashed run left behind goes away with its last user; one that a live copy
+    // Detaching removes a segment that a crashed run left behind. A segment that a running copy
     // holds stays.
     if (guard.attach(QSharedMemory::ReadWrite))
         guard.detach();
     return guard.create(1, QSharedMemory::ReadWrite);
 }
 
-/// Draws at exactly the screen's scale. Qt takes these settings when the application is built.
+/// Makes Qt draw at exactly the screen's scale. Qt reads these settings when the application object
+/// is created.
 void FollowTheScreensScale()
 {
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
 #if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
-    // By default Qt rounds: 125 % would be drawn as 100 %, and 150 % as 200 %.
+    // By default Qt rounds the scale: 125 % would be drawn as 100 %, and 150 % as 200 %.
     QGuiApplication::setHighDpiScaleFactorRoundingPolicy(
         Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
 #endif
@@ -48,8 +50,8 @@ int main(int argc, char *argv[])
     Q_INIT_RESOURCE(resources);
     FollowTheScreensScale();
 
-    // Qt sees the program's name only. It would take options such as -stylesheet for its own: they
-    // would not reach the client, and open files that whoever wrote a link has chosen.
+    // Qt gets only the program's name. It would take options such as -stylesheet as its own: they
+    // would not reach the client, and they would open files chosen by the author of a link.
     int ownArguments = std::min(argc, 1);
     auto environment = std::make_unique<QtEnvironmentGuard>();
     QApplication application(ownArguments, argv);
@@ -72,7 +74,8 @@ int main(int argc, char *argv[])
     auto *thread = new QThread;
     auto *worker = new HttpDownLoadFile(nullptr);
     worker->moveToThread(thread);
-    // Direct: what the worker holds of the network is released on its own thread, as its last act.
+    // Direct, so that the worker's network objects are released on its own thread, as the last
+    // thing that thread does.
     QObject::connect(thread, &QThread::finished, worker, &HttpDownLoadFile::DeleteResource,
                      Qt::DirectConnection);
     thread->start(QThread::InheritPriority);

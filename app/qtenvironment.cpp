@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/qtenvironment.h"
 
 QtEnvironmentGuard::QtEnvironmentGuard()

@@ -1,16 +1,16 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
 #include <QVector>
 
 /**
- * Keeps Qt from the environment variables that make it load a library or open a file, while it
- * lives: Qt reads them when the application object is built. They are put back afterwards, because
- * the client inherits the environment and may want them. GUI thread, before any other thread
- * exists.
+ * While it exists, hides the environment variables that make Qt load a library or open a file. Qt
+ * reads them when the application object is created. They are restored afterwards, because the
+ * client inherits the environment and may need them. GUI thread, before any other thread exists.
  *
- * Those that name plugins are not among them: the shipped program is linked statically and loads
- * none.
+ * Variables that name plugins are not hidden: the shipped program is linked statically and loads no
+ * plugins.
  */
 class QtEnvironmentGuard
 {

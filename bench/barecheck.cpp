@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The program that the updater's start is compared with. It does the same work with as little code
 // as possible: it builds two hidden windows with texts in the updater's fonts and sends one POST
 // over TLS to the address given as its argument. It ends when the answer arrives.

@@ -1,5 +1,6 @@
-// What the updater at rest is measured against: the least that a Qt program with a window can be.
-// It says when its window is drawn, and stays.
+// SPDX-License-Identifier: MIT
+// The program that the idle updater is compared with: a minimal Qt program with one window. It
+// prints a line when the window has been drawn, and keeps running.
 
 #include <QApplication>
 #include <QWidget>

@@ -1,9 +1,11 @@
-// How soon the window answers while 1 GiB comes in: real presses of "Cancel", again and again, each
-// until the question whether to cancel stands on the screen.
+// SPDX-License-Identifier: MIT
+// How soon the window answers while it downloads 1 GiB: repeated real presses of "Cancel", each
+// measured until the question whether to cancel is on the screen.
 
 #include "bench/figure.h"
 #include "bench/packageserver.h"
 #include "bench/updaterwindow.h"
+#include "tests/support/dialogplaces.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -22,12 +24,7 @@ constexpr qint64 kPackageBytes = kMebibytes * 1024LL * 1024;
 constexpr int kBetweenPressesMs = 50;
 constexpr int kTryMs = 10000;
 
-// Middles of the buttons in the window, and a part of the question that is blank without it.
-const QPoint kCancel(406, 254);
-const QPoint kKeepGoing(262, 255);
-const QRect kQuestion(200, 205, 100, 30);
-
-/// A user with a mouse: one long-lived xdotool that takes its orders line by line.
+/// A user with a mouse: one long-lived xdotool that reads its commands line by line.
 class Mouse
 {
 public:
@@ -59,50 +56,66 @@ private:
     QProcess m_xdotool;
 };
 
-QImage WhatIsThere(const QString &window)
+/// The part of the window that shows the question, or nothing without it.
+class QuestionArea
 {
-    return QGuiApplication::primaryScreen()
-        ->grabWindow(window.toULongLong(), kQuestion.x(), kQuestion.y(), kQuestion.width(),
-                     kQuestion.height())
-        .toImage();
-}
-
-/// Returns once the question, or its absence, is no longer @p former.
-void WaitForChange(const QString &window, const QImage &former)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (WhatIsThere(window) == former) {
-        if (timer.elapsed() > kTryMs)
-            qFatal("the window does not answer");
+public:
+    QuestionArea(const QString &window, const QRect &area)
+        : m_window(window.toULongLong()), m_area(area)
+    {
     }
-}
 
-void Measure(const PackageServer &server, QVector<double> &answers)
+    QImage Picture() const
+    {
+        return QGuiApplication::primaryScreen()
+            ->grabWindow(m_window, m_area.x(), m_area.y(), m_area.width(), m_area.height())
+            .toImage();
+    }
+
+    /// Returns once it no longer shows @p former.
+    void WaitForChange(const QImage &former) const
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (Picture() == former) {
+            if (timer.elapsed() > kTryMs)
+                qFatal("the window does not answer");
+        }
+    }
+
+private:
+    WId m_window;
+    QRect m_area;
+};
+
+void Measure(const PackageServer &server, const DialogPlaces &places, QVector<double> &answers)
 {
+    const QPoint cancel = places.buttons.value(QStringLiteral("cancleBtn"));
+    const QPoint keepGoing = places.buttons.value(QStringLiteral("cbtn"));
     UpdaterRun run;
     const QString path = PackageServer::Target(run, kMebibytes);
     server.StartDownload(run, kMebibytes);
     if (!QTest::qWaitFor([&] { return QFileInfo(path).size() > 0; }, kTryMs))
         qFatal("the download does not begin");
     const QString window = UpdaterWindow();
-    const QImage blank = WhatIsThere(window);
+    const QuestionArea area(window, places.question);
+    const QImage blank = area.Picture();
 
     Mouse mouse;
     while (QFileInfo(path).size() < kPackageBytes) {
-        mouse.MoveTo(window, kCancel);
+        mouse.MoveTo(window, cancel);
         QTest::qWait(kBetweenPressesMs);
         const double answer = Milliseconds([&] {
             mouse.Press();
-            WaitForChange(window, blank);
+            area.WaitForChange(blank);
         });
         const bool stillComing = QFileInfo(path).size() < kPackageBytes;
         if (stillComing)
             answers.append(answer);
-        const QImage question = WhatIsThere(window);
-        mouse.MoveTo(window, kKeepGoing);
+        const QImage question = area.Picture();
+        mouse.MoveTo(window, keepGoing);
         mouse.Press();
-        WaitForChange(window, question);
+        area.WaitForChange(question);
     }
 }
 
@@ -113,9 +126,10 @@ int main(int argc, char *argv[])
     const QApplication application(argc, argv);
     KeepQuiet();
     const PackageServer server(argc, argv);
+    const DialogPlaces places = PlacesInDialogs();
     Figure figure;
     for (int download = 0; download < kDownloads; ++download)
-        Measure(server, figure.ours);
+        Measure(server, places, figure.ours);
     figure.name =
         QStringLiteral("a press of \"Cancel\" to the question drawn, while 1 GiB comes in");
     figure.unit = QStringLiteral("ms");

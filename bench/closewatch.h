@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -6,11 +7,11 @@
 
 #include <functional>
 
-/// Notices when a file in a folder is closed by whoever wrote it: then all of it is there.
+/// Notices when the program that writes a file closes it: the file is complete then.
 class CloseWatch
 {
 public:
-    /// Watches the folder of @p path, which must be there.
+    /// Watches the folder of @p path, which must exist.
     explicit CloseWatch(const QString &path);
     ~CloseWatch();
 

@@ -1,4 +1,5 @@
-// The digest of packages that lie in the cache, against md5sum.
+// SPDX-License-Identifier: MIT
+// The digest of packages in the file cache, compared with md5sum.
 
 #include "bench/figure.h"
 #include "config/global.h"
@@ -23,7 +24,7 @@ QString Md5sum(const QString &path)
 
 void Measure(const QString &path)
 {
-    // What both read comes from the cache from here on.
+    // This also fills the file cache for both.
     if (Md5sum(path).isEmpty() || Global::instance.FileMd5(path) != Md5sum(path))
         qFatal("the digests of %s differ", qPrintable(path));
     Figure figure;

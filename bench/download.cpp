@@ -1,5 +1,6 @@
-// The download of a package over TLS, against curl: from the moment that nginx sees the request to
-// that when the file is whole and closed.
+// SPDX-License-Identifier: MIT
+// The download of a package over TLS, compared with curl: from the moment that nginx sees the
+// request until the complete file is closed.
 
 #include "bench/closewatch.h"
 #include "bench/figure.h"

@@ -1,8 +1,9 @@
-// The unpacking of a package, against unzip: large files, and many small ones.
+// SPDX-License-Identifier: MIT
+// The unpacking of a package, compared with unzip: large files, and many small ones.
 
 #include "bench/figure.h"
 #include "config/global.h"
-#include "release/publish/packagewriter.h"
+#include "release/publish/packing/packagewriter.h"
 #include "tests/support/testhome.h"
 
 #include <QCoreApplication>
@@ -26,7 +27,7 @@ constexpr int kFilesAFolder = 100;
 
 using Content = QByteArray (*)(int size, quint32 seed);
 
-/// Does not pack: the package holds it as it is.
+/// Cannot be compressed, so the package stores it.
 QByteArray Noise(int size, quint32 seed)
 {
     QByteArray bytes(size, Qt::Uninitialized);
@@ -35,7 +36,7 @@ QByteArray Noise(int size, quint32 seed)
     return bytes;
 }
 
-/// Lines of a table, which pack to a third or so.
+/// Lines of a table, which compress to about a third.
 QByteArray Text(int size, quint32 seed)
 {
     QByteArray bytes;
@@ -75,7 +76,7 @@ public:
 
     QString Package() const { return Home() + QStringLiteral("/AppData/Local/Client/package.zip"); }
 
-    /// Without the client's folder for its notes the installation ends when all is unpacked.
+    /// Without the folder for the client's notes, the installation ends after unpacking.
     double UpdaterMs() const
     {
         const double elapsed =
@@ -99,7 +100,7 @@ public:
     }
 
 private:
-    /// So that each run writes new files, and none is left to be written to disk during the next.
+    /// Each run writes new files, and no write of one run reaches the disk during the next.
     static void Clear(const QString &folder)
     {
         if (QDir(folder).isEmpty() || !QDir(folder).removeRecursively())

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/figure.h"
 
 #include <QElapsedTimer>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
@@ -6,12 +7,12 @@
 #include <functional>
 
 /**
- * One row of the table: what this program took in several runs, what something else took for the
- * same, and how much of it is allowed. Only measured here; scripts/lib/speed.py forms medians,
- * holds them against the bounds, and draws.
+ * One row of the table: the measurements of the updater in several runs, those of another program
+ * that does the same, and the bound. scripts/lib/speed.py computes the medians, compares them with
+ * the bounds and draws the charts.
  */
 struct Figure {
-    /// What is held against the bound.
+    /// What is compared with the bound.
     enum Judged {
         Nothing,
         Ratio,      ///< of the two medians
@@ -20,7 +21,7 @@ struct Figure {
     };
 
     QString name;
-    QString unit; ///< of every number but a ratio: "ms", "MiB", …
+    QString unit; ///< of all numbers except a ratio: "ms", "MiB", …
     QVector<double> ours;
     QString comparedWith;
     QVector<double> theirs; ///< empty when there is nothing to compare with
@@ -38,5 +39,5 @@ void Print(const Figure &figure);
 /// How long @p action takes, in milliseconds.
 double Milliseconds(const std::function<void()> &action);
 
-/// Keeps the log lines of what runs inside this process out of the way; what is fatal is told.
+/// Suppresses Qt's messages in this process, except fatal ones.
 void KeepQuiet();

@@ -1,11 +1,12 @@
-// What the process does while the prompt stands and nobody touches it: how often its threads wake
-// up, against a bare window beside it in the same seconds. Threads that the framework starts for
-// itself count in the second row only.
+// SPDX-License-Identifier: MIT
+// How often the threads of the process wake up while the prompt is shown and nobody touches it,
+// compared with a bare window during the same seconds. Threads that Qt starts for itself count only
+// in the second row.
 
 #include "bench/figure.h"
 #include "bench/processstatus.h"
 #include "bench/updaterwindow.h"
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
 
 #include <QApplication>
 #include <QTest>
@@ -19,7 +20,7 @@ constexpr int kRuns = 3;
 constexpr int kSeconds = 10;
 constexpr int kMillisecondsInSecond = 1000;
 
-/// What drawing for the first time leaves to be done is done by then.
+/// By then, all work that follows the first drawing is done.
 constexpr int kSettleMs = 3000;
 
 constexpr int kTryMs = 30000;
@@ -29,7 +30,7 @@ const QByteArray kWorkerThread("QThread");
 const QByteArray kGuiThread("AutoUpdate");
 const QByteArray kBareGuiThread("barewindow");
 
-/// The wake-ups from @p before to @p after. A thread that has ended by then counts for nothing.
+/// The wake-ups from @p before to @p after. Threads that have ended do not count.
 double Sum(const QMap<QByteArray, double> &before, const QMap<QByteArray, double> &after)
 {
     double sum = 0;

@@ -1,5 +1,6 @@
-// A line of the log, against a bare program that appends the same number of bytes to a file that it
-// opens and closes for each line, as the log must.
+// SPDX-License-Identifier: MIT
+// Writing a line of the log, compared with appending the same number of bytes to a file that is
+// opened and closed for each line, as the log must be.
 
 #include "app/logmessagehandler.h"
 #include "bench/figure.h"
@@ -26,7 +27,7 @@ void LogOne()
     qInfo() << "update fileName: " << QStringLiteral("C:/Users/user/AppData/Local/Client/x.zip");
 }
 
-/// One line as the log has it.
+/// One line, formatted as in the log.
 QByteArray LoggedLine(const TestHome &home)
 {
     LogOne();

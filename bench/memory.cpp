@@ -1,9 +1,11 @@
-// The most memory of a whole update, from the start to the installed client: check, download over
+// SPDX-License-Identifier: MIT
+// The peak memory of a whole update, from the start to the installed client: check, download over
 // TLS, digest, unpacking and copying.
 
 #include "bench/figure.h"
 #include "bench/packageserver.h"
 #include "bench/processstatus.h"
+#include "tests/support/loglines.h"
 
 #include <QApplication>
 #include <QFileInfo>
@@ -21,11 +23,11 @@ double PeakMebibytes(const PackageServer &server, int mebibytes)
     UpdaterRun run;
     server.StartUpdate(run, mebibytes);
     // The last step; half a second later the updater starts the client and ends.
-    if (!run.WaitForLog(QStringLiteral("[WARNING] (:0) autoupdate config veison update successed")))
+    if (!run.WaitForLog(LogLine::VersionRecorded()))
         qFatal("the package was not installed:\n%s", qPrintable(run.Log().join(QLatin1Char('\n'))));
     const double peak = StatusNumber(run.process.processId(), "VmHWM") / kKibibytesInMebibyte;
     if (run.WaitForEnd() != 0 ||
-        !QFileInfo::exists(run.home.ClientFolder() + QStringLiteral("/noise.bin")))
+        !QFileInfo::exists(run.ClientFolder() + QStringLiteral("/noise.bin")))
         qFatal("the update failed");
     return peak;
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/packageserver.h"
 
 #include "config/global.h"
@@ -51,7 +52,7 @@ QString PackageServer::Certificate() const
 QList<QByteArray> PackageServer::Log() const
 {
     QList<QByteArray> lines = ReadFile(m_folder + QStringLiteral("/updates.log")).split('\n');
-    lines.removeLast(); // what follows the last line break
+    lines.removeLast(); // an incomplete line, or nothing
     return lines;
 }
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
 
 #include <QString>
 
@@ -8,13 +9,13 @@
 
 /**
  * The package server that scripts/bench runs: nginx with the production files, a certificate of its
- * own, and zip packages that are called after their size in MiB. GUI thread.
+ * own, and zip packages that are named after their size in MiB. GUI thread.
  */
 class PackageServer
 {
 public:
     /// From the command line: the port, the working folder of scripts/serve, and the folder that
-    /// the packages lie in.
+    /// the packages are in.
     PackageServer(int argc, char *argv[]);
 
     /// The address of the package of @p mebibytes.
@@ -23,8 +24,8 @@ public:
     QString Certificate() const;
 
     /**
-     * The number of requests for packages answered so far, in full or not. nginx writes each down
-     * when it is done with it.
+     * The number of requests for packages that were answered so far, in full or not. nginx logs a
+     * request when it has ended.
      */
     int RequestCount() const;
 
@@ -32,10 +33,10 @@ public:
     double RequestStartMs(int index) const;
 
     /**
-     * Starts the updater of @p run so that it goes straight on to download the package of
-     * @p mebibytes from here, trusting the certificate. The service offers it with a kind that
-     * neither starts nor installs it, so that the run stays as it is when all has come. Calls
-     * @p beforeTheOffer while the check waits for its answer, after which the download begins.
+     * Starts the updater of @p run so that it downloads the package of @p mebibytes from here
+     * without a prompt, trusting the certificate. The service offers the package with a kind that
+     * the updater neither starts nor installs, so that nothing happens after the download. Calls
+     * @p beforeTheOffer while the check waits for its answer, before the download begins.
      */
     void StartDownload(
         UpdaterRun &run, int mebibytes, const std::function<void()> &beforeTheOffer = [] {}) const;
@@ -43,7 +44,7 @@ public:
     /// Starts the updater in the same way, but offers the package to be installed.
     void StartUpdate(UpdaterRun &run, int mebibytes) const;
 
-    /// Where that package comes to lie; its folder is made.
+    /// The path that the package is downloaded to; creates its folder.
     static QString Target(const UpdaterRun &run, int mebibytes);
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/processstatus.h"
 
 #include "tests/support/testhome.h"
@@ -23,7 +24,7 @@ QByteArray Value(const QString &path, const QByteArray &key)
 double StatusNumber(qint64 processId, const QByteArray &key)
 {
     const QByteArray value = Value(QStringLiteral("/proc/%1/status").arg(processId), key);
-    return value.split(' ').first().toDouble(); // a unit follows
+    return value.split(' ').first().toDouble(); // without the unit
 }
 
 QMap<QByteArray, double> SleepCounts(qint64 processId)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -5,10 +6,10 @@
 #include <QString>
 #include <QtGlobal>
 
-/// A number that the system tells of a process, such as "VmHWM" in KiB; fails the program when it
-/// tells none.
+/// A number from /proc/PID/status, such as "VmHWM" in KiB; ends the program with an error without
+/// one.
 double StatusNumber(qint64 processId, const QByteArray &key);
 
-/// How often a thread has gone to sleep by itself so far, and so woken up, by the thread's name;
-/// those of one name are summed up.
+/// How often each thread has gone to sleep by itself so far, and therefore woken up, by the
+/// thread's name. Threads of the same name are added up.
 QMap<QByteArray, double> SleepCounts(qint64 processId);

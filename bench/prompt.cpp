@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 // How soon the prompt is drawn, from the moment that the service sends its answer.
 
 #include "bench/figure.h"
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

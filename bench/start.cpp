@@ -1,7 +1,8 @@
-// How soon the check request goes out, against the same work done bare.
+// SPDX-License-Identifier: MIT
+// How soon the check request is sent, compared with a minimal program that does the same work.
 
 #include "bench/figure.h"
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
 
 #include <QApplication>
 #include <QDateTime>
@@ -14,7 +15,7 @@ constexpr int kRuns = 10;
 /// The pause that every run makes before its check.
 constexpr double kFixedPauseMs = 1000;
 
-/// What one running check costs with nothing running, as the worker makes it.
+/// The time of one look for a running client, as the worker makes it, when none runs.
 double TasklistMs(const QString &imageName)
 {
     return Milliseconds([&imageName] {
@@ -30,11 +31,11 @@ double TasklistMs(const QString &imageName)
 double CheckRequestMs()
 {
     UpdaterRun run;
-    // One that costs next to nothing and the same each time: what it costs is taken off.
-    const StandIn tasklist(run.home.CommandsFolder() + QStringLiteral("/tasklist"));
+    // Takes little time, and the same in each run, so that it can be subtracted.
+    const StandIn tasklist(run.CommandsFolder() + QStringLiteral("/tasklist"));
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    const double children = TasklistMs(run.imageName) + TasklistMs(run.imageName);
+    const double children = TasklistMs(run.ClientName()) + TasklistMs(run.ClientName());
     const qint64 start = QDateTime::currentMSecsSinceEpoch();
     if (run.Run() != 0 || run.server.Requests().size() != 1)
         qFatal("the run sent no check request");
@@ -63,7 +64,7 @@ int main(int argc, char *argv[])
     const QApplication application(argc, argv);
     KeepQuiet();
 
-    // What both read from disk comes from the cache from here on.
+    // Fills the file cache for both.
     BareCheckMs();
     CheckRequestMs();
     Figure figure;

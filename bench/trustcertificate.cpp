@@ -1,5 +1,6 @@
-// Loaded before the updater's own libraries, this makes it trust one certificate more: on Linux the
-// framework knows no other way than the machine's own store, which a benchmark leaves alone.
+// SPDX-License-Identifier: MIT
+// Preloaded into the updater, this library makes it trust one more certificate. On Linux Qt itself
+// trusts only the machine's store, which a benchmark must not change.
 
 #include <QCoreApplication>
 #include <QSslCertificate>

@@ -1,14 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "bench/updaterwindow.h"
 
-#include <QProcess>
-#include <QStringList>
+#include "tests/support/windowserver.h"
 
 QString UpdaterWindow()
 {
-    QProcess search;
-    search.start(QStringLiteral("xdotool"),
-                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                  QStringLiteral("--name"), QStringLiteral("^App Update$")});
-    search.waitForFinished();
-    return QString::fromLatin1(search.readAllStandardOutput()).trimmed();
+    return VisibleWindows(QStringLiteral("App Update")).first();
 }

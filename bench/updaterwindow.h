@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 
-/// The number that the window system gave the updater's visible window; empty without one.
+/// The window system's number of the updater's visible window; empty if there is none.
 QString UpdaterWindow();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/warmmemory.h"
 
 #include <QByteArray>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QFile>
@@ -5,19 +6,19 @@
 #include <QtGlobal>
 
 /**
- * Memory of the machine that was used a moment ago. A virtual machine gives back to its host what
- * has lain unused for seconds, and takes several times as long for the first write to each page
- * that it has to ask for again: whoever comes soon after another big user would look the faster.
+ * Makes sure that the machine's memory was in use a moment ago. A virtual machine returns memory to
+ * its host after some seconds without use. The first write to each page then takes several times as
+ * long, so a program would look faster when it runs right after another one that needs much memory.
  */
 class WarmMemory
 {
 public:
-    /// Takes @p mebibytes of memory into use, as a file in the folder for temporary ones, which is
-    /// to lie in memory; fails the program when there is not as much.
+    /// Uses @p mebibytes of memory, as a file in the folder for temporary files, which must be in
+    /// memory. Ends the program with an error when there is not enough.
     explicit WarmMemory(int mebibytes);
     ~WarmMemory();
 
-    /// Leaves it to whoever needs memory next.
+    /// Frees the memory for the program that is measured next.
     void Release();
 
 private:

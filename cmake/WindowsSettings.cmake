@@ -1,4 +1,5 @@
-# What every program for Windows is compiled and linked with beyond CompilerSettings.cmake.
+# SPDX-License-Identifier: MIT
+# Compiler and linker options for every Windows program, in addition to CompilerSettings.cmake.
 
 target_compile_definitions(compiler_settings INTERFACE UNICODE _UNICODE)
 
@@ -10,16 +11,16 @@ if(MSVC)
 endif()
 
 target_compile_definitions(compiler_settings INTERFACE
-    # Buffer checks of the C library; they want an optimising build.
+    # Buffer checks of the C library, which require optimisation.
     $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 target_compile_options(compiler_settings INTERFACE
     -fstack-protector-strong
-    # The compiler's share of control-flow enforcement: landing marks for indirect branches.
+    # The compiler's part of control-flow enforcement: landing marks for indirect branches.
     -fcf-protection=full
-    # What nothing refers to is dropped by the linker.
+    # So that the linker can drop unused functions and data.
     -ffunction-sections
     -fdata-sections
-    # The same bytes wherever the sources and Qt lie.
+    # The same bytes whatever folders the sources and Qt are in.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
 if(QT_WINDOWS_DIR)
     target_compile_options(compiler_settings INTERFACE -ffile-prefix-map=${QT_WINDOWS_DIR}=qt)
@@ -29,7 +30,7 @@ target_link_options(compiler_settings INTERFACE
     -Wl,--dynamicbase,--high-entropy-va,--nxcompat
     -Wl,--gc-sections
     -Wl,--no-insert-timestamp
-    # Windows 7, the oldest that Qt 5.15 runs on: an older number makes Windows draw frames and
-    # report their sizes as it did then.
+    # Windows 7, the oldest that Qt 5.15 supports. With an older number, Windows draws window frames and
+    # reports their sizes as that version did.
     -Wl,--major-os-version,6,--minor-os-version,1
     -Wl,--major-subsystem-version,6,--minor-subsystem-version,1)

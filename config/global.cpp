@@ -1,13 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
+
+#include "config/configcontract.h"
 
 Global Global::instance;
 
-const QString Global::NoRemindSwitch = QStringLiteral("-noremid");
-const QString Global::ImmediatelySwitch = QStringLiteral("-immediately");
-
 bool Global::IsEnglish() const
 {
-    return language == QLatin1String("en");
+    return language == ConfigContract::Language::English;
 }
 
 QString Global::ClientProgram() const
@@ -18,9 +18,4 @@ QString Global::ClientProgram() const
 QString Global::ClientConfigFile() const
 {
     return appPath + appConfigFile;
-}
-
-bool Global::HasForcingSwitch() const
-{
-    return cmdLineArgs.contains(NoRemindSwitch) || cmdLineArgs.contains(ImmediatelySwitch);
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -6,16 +7,16 @@
 #include <QStringList>
 
 /**
- * The one shared state of a run: what the configuration files say, what the update service
- * answered, the command line, and the operations on them.
+ * The shared state of a run: the configuration, the answer of the update service and the command
+ * line, with the operations on them.
  *
- * There is exactly one object, Global::instance, built before main() and destroyed after it. Its
- * fields are plain data without a lock: ReadConfig() fills the configuration on the GUI thread
- * before any other thread exists; afterwards the worker thread writes the service's answer before
- * it announces it, and the dialogs read it only then.
+ * There is exactly one object, Global::instance. It is constructed before main() and destroyed
+ * after it. Its fields are plain data without a lock. ReadConfig() fills in the configuration on
+ * the GUI thread before any other thread exists. Later the worker thread writes the service's
+ * answer and then announces it; the dialogs read it only after that.
  *
- * Operations never throw. Unless they say otherwise they return 0 for success and -1 for failure,
- * and have logged the reason. Each is defined in the folder of the subsystem that owns it.
+ * Operations never throw. Unless stated otherwise they return 0 for success and -1 for failure, and
+ * log the reason of a failure. Each is implemented in the folder of its subsystem.
  */
 class Global : public QObject
 {
@@ -27,44 +28,35 @@ public:
     static constexpr int Success = 0;
     static constexpr int Failure = -1;
 
-    /// Command line switches of the updater; neither is ever passed on to a started program.
-    static const QString NoRemindSwitch;    ///< "-noremid": check although the client runs
-    static const QString ImmediatelySwitch; ///< "-immediately": the same, and update without asking
-
-    /// The values of @ref updateType that have a meaning.
-    enum PackageKind { InstallerPackage = 0, ZipPackage = 1 };
-
     /** @name Configuration (config/) */
     ///@{
 
     /**
-     * Loads updateconfig.json from the working directory, the client's configuration and its
-     * language choice. Returns -1 when one of the two configurations is missing or not JSON; the
-     * language falls back to the system's and never makes it fail.
+     * Loads updateconfig.json from the working directory, the client's configuration and the
+     * client's language choice. Returns -1 when one of the two configurations is missing or not
+     * JSON. When the language choice cannot be read, the system's language is used.
      */
     int ReadConfig();
 
     /**
-     * Writes @ref latestVersion into updateconfig.json: as the version never to be prompted again
-     * (@p kind "remid") or as the installed one ("version"). Any other word rewrites the file
-     * unchanged. Keys that are not touched are kept. The file is written over, not truncated.
+     * Writes @ref latestVersion into updateconfig.json. @p kind is a ConfigContract::Selector: the
+     * version that the user silenced, or the one that is installed. Any other word rewrites the
+     * file without changing a value. All other keys are kept. The file is not truncated first.
      */
     int WriteConfigToFile(const QString &kind);
 
     /// Writes @ref latestVersion into the client's own configuration, at client/version.
     int WriteConfigToClientFile();
 
-    /// True when the interface is English: @ref language is exactly "en". Chinese otherwise.
+    /// True when @ref language is exactly "en": the interface is English. It is Chinese otherwise.
     bool IsEnglish() const;
 
-    /// Full path of the client's executable: @ref appPath and @ref appName as they stand.
+    /// Full path of the client's executable: @ref appPath directly followed by @ref appName.
     QString ClientProgram() const;
 
-    /// Full path of the client's configuration: @ref appPath and @ref appConfigFile as they stand.
+    /// Full path of the client's configuration: @ref appPath directly followed by @ref
+    /// appConfigFile.
     QString ClientConfigFile() const;
-
-    /// True when the updater was started with "-noremid" or "-immediately".
-    bool HasForcingSwitch() const;
     ///@}
 
     /** @name Update service (net/) */
@@ -75,8 +67,8 @@ public:
 
     /**
      * The MD5 digest (RFC 1321) of the whole file as 32 lower-case hexadecimal digits. An empty
-     * string when the file cannot be opened; the digest of something else when it cannot be read
-     * to its end. Reads small pieces: the file may have any size.
+     * string when the file cannot be opened; a wrong digest when it cannot be read to its end. The
+     * file is read in small pieces, so it may have any size.
      */
     QString FileMd5(const QString &path) const;
     ///@}
@@ -85,34 +77,34 @@ public:
     ///@{
 
     /**
-     * Unpacks the zip package beside itself, leaves the release notes and their marker for the
+     * Unpacks the zip package next to itself, leaves the release notes and their marker for the
      * client, copies the unpacked folder over the parent of the working directory and records the
-     * new version. Nothing is rolled back. Returns -1 at the first step that fails; a version that
-     * could not be recorded is only logged. @p packageFile must contain ".zip".
+     * new version. Returns -1 at the first step that fails, without undoing the earlier ones; but a
+     * version that cannot be recorded is only logged. @p packageFile must contain ".zip".
      */
     int InstallPackage(const QString &packageFile);
 
-    /// Writes @p text to @ref scriptPath, for an install that is driven by a script.
+    /// Writes @p text to @ref scriptPath, for an installation by script.
     void WriteScript(const QString &text) const;
 
     /**
-     * Decides whether the check goes on: -1 to go on; 0 when a running client was handed a meeting
-     * link or was started again, so that this run is over. Blocks for up to two runs of tasklist
-     * (30000 ms each).
+     * Returns -1 when the check goes on. Returns 0 when this run is over, because a running client
+     * was passed a meeting link or was started again. Blocks for up to two runs of tasklist (30000
+     * ms each).
      */
     int CheckClientRunning();
 
     /**
-     * Starts the client with what is left of @ref cmdLineArgs (which it edits in place) and asks
-     * the application to quit. Waits 500 ms first. Always 0: a start that fails is not detected.
+     * Waits 500 ms, starts the client with its ClientArguments(), which replace @ref cmdLineArgs,
+     * and asks the application to quit. Always returns 0: a failed start is not detected.
      */
     int LaunchClient();
 
-    /// Starts @p program with @ref cmdLineArgs less the updater's own switches, and quits. Always
-    /// 0.
+    /// Starts @p program with @ref cmdLineArgs, from which it removes the updater's own switches,
+    /// and asks the application to quit. Always returns 0.
     int LaunchProgram(const QString &program);
 
-    /// Free bytes of the volume that @p path lies on, or 0 when the system gives none.
+    /// Free bytes of the volume that contains @p path, or 0 when the system cannot tell.
     quint64 GetDiskFreeBytes(const QString &path) const;
     ///@}
 
@@ -121,10 +113,10 @@ public:
     QString appConfigFile;  ///< name of the client's configuration file
     QString appPath;        ///< the client's folder, used as a plain prefix: ends with a separator
     QString updateCheckUrl; ///< address of the update service
-    QString updatePackageUrl; ///< what precedes @ref id in the package's address
+    QString updatePackageUrl; ///< the package's address without the @ref id at its end
     QString currentVersion;   ///< installed version of the client
     QString noRemindVersion;  ///< offered version that the user silenced
-    QString packageDir;       ///< the package's folder; later the source that was copied
+    QString packageDir;       ///< the package's folder; later the source of the copy
     qint32 noRemind = 0;      ///< 1 when @ref noRemindVersion is in force
 
     // From the update service.
@@ -138,7 +130,7 @@ public:
     QString md5;               ///< expected digest, lower-case hexadecimal
     QString sha1;              ///< stored only
     qint64 packageSize = 0;    ///< announced size in bytes
-    qint32 updateType = 0;     ///< a PackageKind, or a value that means neither
+    qint32 updateType = 0;     ///< a ServiceContract::PackageKind, or neither
 
     QString scriptPath; ///< full path of update.scpt
     QString language;   ///< interface language code

@@ -1,4 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "config/paths.h"
+
+#include "config/configcontract.h"
 
 #include <QDir>
 
@@ -19,12 +22,17 @@ QString InClientData(const QString &name)
 
 QString Paths::UpdateConfigFile()
 {
-    return QStringLiteral("updateconfig.json");
+    return ConfigContract::FileName;
 }
 
 QString Paths::LogFolder()
 {
     return UnderHome(QStringLiteral("/AppData/Local/AutoUpdate"));
+}
+
+QString Paths::LogFile()
+{
+    return LogFolder() + QStringLiteral("/AutoUpdate.log");
 }
 
 QString Paths::LanguageFile()
@@ -49,5 +57,6 @@ QString Paths::ScriptFile()
 
 QString Paths::DownloadFolder(const QString &appName)
 {
-    return UnderHome(QStringLiteral("/AppData/Local/")) + appName.section(QLatin1Char('.'), 0, 0);
+    return UnderHome(QStringLiteral("/AppData/Local/")) +
+           ConfigContract::DownloadFolderName(appName);
 }

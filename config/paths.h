@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 
 /**
- * Where the updater finds and leaves its files under the user's home folder. All paths have forward
- * slashes; no folder is created here.
+ * The files that the updater reads and writes. Unless stated otherwise they are under the user's
+ * home folder. All paths have forward slashes. No folder is created here.
  */
 namespace Paths
 {
@@ -12,7 +13,10 @@ namespace Paths
 /// The updater's own configuration, relative to the working directory (the program's folder).
 QString UpdateConfigFile();
 
-/// Folder of AutoUpdate.log.
+/// The log.
+QString LogFile();
+
+/// The folder of LogFile().
 QString LogFolder();
 
 /// The client's language choice, written by the client.
@@ -28,8 +32,8 @@ QString NotesMarkerFile();
 QString ScriptFile();
 
 /**
- * Folder that receives the package of the client whose image name is @p appName: named after the
- * part before its first dot. It is emptied before each download.
+ * Folder that receives the package of the client whose image name is @p appName. It has the name of
+ * the client up to the first dot. It is emptied before each download.
  */
 QString DownloadFolder(const QString &appName);
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+#include "config/configcontract.h"
 #include "config/global.h"
 #include "config/paths.h"
 
@@ -6,6 +8,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocale>
+
+namespace Key = ConfigContract::Key;
+namespace ClientKey = ConfigContract::ClientKey;
+namespace Language = ConfigContract::Language;
 
 int Global::ReadConfig()
 {
@@ -36,13 +42,13 @@ bool Global::ReadUpdateConfig()
         return false;
     }
 
-    appName = config.value(QLatin1String("appName")).toString();
-    appConfigFile = config.value(QLatin1String("appConfigFile")).toString();
-    appPath = config.value(QLatin1String("appPath")).toString();
-    updateCheckUrl = config.value(QLatin1String("updateCheckUrl")).toString();
-    updatePackageUrl = config.value(QLatin1String("updatePackageUrl")).toString();
-    noRemindVersion = config.value(QLatin1String("noRemindVersion")).toString();
-    noRemind = config.value(QLatin1String("noRemind")).toInt(0);
+    appName = config.value(Key::AppName).toString();
+    appConfigFile = config.value(Key::AppConfigFile).toString();
+    appPath = config.value(Key::AppPath).toString();
+    updateCheckUrl = config.value(Key::UpdateCheckUrl).toString();
+    updatePackageUrl = config.value(Key::UpdatePackageUrl).toString();
+    noRemindVersion = config.value(Key::NoRemindVersion).toString();
+    noRemind = config.value(Key::NoRemind).toInt(0);
     return true;
 }
 
@@ -66,8 +72,8 @@ bool Global::ReadClientConfig()
         return false;
     }
 
-    const QJsonObject client = config.value(QLatin1String("client")).toObject();
-    currentVersion = client.value(QLatin1String("version")).toString();
+    const QJsonObject client = config.value(ClientKey::Client).toObject();
+    currentVersion = client.value(ClientKey::Version).toString();
     return true;
 }
 
@@ -76,7 +82,7 @@ void Global::ReadLanguage()
     QFile file(Paths::LanguageFile());
     if (file.exists()) {
         if (file.open(QIODevice::ReadOnly)) {
-            // From the bytes rather than the array: the code ends at the first zero byte.
+            // constData() makes the text end at the first zero byte; the array would not.
             language = QString::fromUtf8(file.readAll().trimmed().constData());
             return;
         }
@@ -86,5 +92,5 @@ void Global::ReadLanguage()
     }
 
     const bool chineseSystem = QLocale().language() == QLocale::Chinese;
-    language = chineseSystem ? QStringLiteral("zh") : QStringLiteral("en");
+    language = chineseSystem ? Language::Chinese : Language::English;
 }

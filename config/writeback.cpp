@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+#include "config/configcontract.h"
 #include "config/global.h"
 #include "config/paths.h"
 
@@ -6,20 +8,18 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+namespace Key = ConfigContract::Key;
+namespace ClientKey = ConfigContract::ClientKey;
+namespace Selector = ConfigContract::Selector;
+
 namespace
 {
 
-const QLatin1String kNoRemindVersion("noRemindVersion");
-const QLatin1String kNoRemind("noRemind");
-const QLatin1String kCurrentVersion("currentVersion");
-const QLatin1String kClient("client");
-const QLatin1String kVersion("version");
-
-/// Writes over the old content. The file keeps its length when the new text is the shorter one.
+/// Overwrites the old content without truncating it: the end of a longer old text remains.
 void WriteOver(QFile &file, const QJsonObject &object)
 {
     file.seek(0);
-    file.write(QJsonDocument(object).toJson());
+    file.write(ConfigContract::FileText(object));
     file.flush();
 }
 
@@ -35,16 +35,16 @@ int Global::WriteConfigToFile(const QString &kind)
     }
 
     QJsonObject config = QJsonDocument::fromJson(file.readAll()).object();
-    if (kind == QLatin1String("remid")) {
-        config.insert(kNoRemindVersion, latestVersion);
-        config.insert(kNoRemind, 1);
+    if (kind == Selector::SilencedVersion) {
+        config.insert(Key::NoRemindVersion, latestVersion);
+        config.insert(Key::NoRemind, 1);
         if (isNew)
-            config.insert(kCurrentVersion, QString());
-    } else if (kind == QLatin1String("version")) {
-        config.insert(kCurrentVersion, latestVersion);
+            config.insert(Key::CurrentVersion, QString());
+    } else if (kind == Selector::InstalledVersion) {
+        config.insert(Key::CurrentVersion, latestVersion);
         if (isNew) {
-            config.insert(kNoRemindVersion, QString());
-            config.insert(kNoRemind, 0);
+            config.insert(Key::NoRemindVersion, QString());
+            config.insert(Key::NoRemind, 0);
         }
     }
     WriteOver(file, config);
@@ -60,9 +60,9 @@ int Global::WriteConfigToClientFile()
     }
 
     QJsonObject config = QJsonDocument::fromJson(file.readAll()).object();
-    QJsonObject client = config.value(kClient).toObject();
-    client.insert(kVersion, latestVersion);
-    config.insert(kClient, client);
+    QJsonObject client = config.value(ClientKey::Client).toObject();
+    client.insert(ClientKey::Version, latestVersion);
+    config.insert(ClientKey::Client, client);
     WriteOver(file, config);
     return Success;
 }

@@ -1,6 +1,7 @@
-// The head of an answer as the program's own requests see it, from a server in this process. The
-// first byte chooses the request and its way; the rest is sent as it stands, before the connection
-// is closed.
+// SPDX-License-Identifier: MIT
+// The head of an answer to the program's own requests, from a server in this process. The first
+// byte chooses the request and whether it goes through a proxy; the rest is sent unchanged, before
+// the connection is closed.
 
 #include "fuzz/support/inputreader.h"
 #include "fuzz/support/require.h"
@@ -34,22 +35,22 @@ namespace
 /// One second, doubled for the sanitizers.
 constexpr double kLimitSeconds = 2;
 
-/// Only for a reply that would never finish: other programs may have the processor meanwhile.
+/// Only reached by a reply that never finishes: other programs may use the processor meanwhile.
 constexpr int kWallLimitMs = 20000;
 
-/// For a reply that may stand still.
+/// The limit for a reply that may wait forever.
 constexpr int kStillMs = 300;
 
 /// Qt sends a request again when the connection ends before it has read the head of an answer.
 constexpr int kMostAttempts = 4;
 
-/// An answer that is there before Qt notes that the request is out may count as none. So a request
-/// that comes twice is a finding only if it also does when the server takes its time.
+/// Qt may ignore an answer that arrives before it has noticed that the request was sent. So a
+/// second request is a finding only if it also comes when the server answers late.
 constexpr std::array<int, 4> kDelaysMs{1, 10, 100, 500};
 
 constexpr qint64 kMaxCheckReplyBytes = 8LL * 1024 * 1024;
 
-/// Lines of heads, for inputs that stay well-formed.
+/// Lines of heads, so that inputs stay well-formed.
 constexpr std::array<const char *, 40> kLines{
     "HTTP/1.1 200 OK",
     "HTTP/1.0 200 OK",
@@ -92,7 +93,7 @@ constexpr std::array<const char *, 40> kLines{
     "Strict-Transport-Security: max-age=99999999",
     "2;extension=\"a\"\r\nPK\r\n0\r\n"};
 
-/// Qt is not built for coverage. What it makes of an answer counts as such instead.
+/// Qt is not built for coverage, so its results count as coverage instead.
 enum Outcome { Status = 0, Error = 1000, Headers = 2000, BodySize = 2032, Connections = 2064 };
 __attribute__((section("__libfuzzer_extra_counters"))) std::array<uint8_t, 2080> g_outcomes{};
 
@@ -117,7 +118,7 @@ double CpuSeconds()
     return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
 }
 
-/// The length of the request at the start of @p bytes, or -1 when it is not whole yet.
+/// The length of the request at the start of @p bytes, or -1 while it is incomplete.
 int RequestLength(const QByteArray &bytes)
 {
     const QByteArray field("\r\ncontent-length: ");
@@ -241,8 +242,7 @@ bool Ask(QNetworkAccessManager &manager, const Choices &choices, const QByteArra
     const std::unique_ptr<QNetworkReply> reply(Send(manager, choices));
     QEventLoop loop;
     QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    // Qt waits for ever behind a chunk's size that is no number. The program's own time limits end
-    // that.
+    // After a chunk size that is no number, Qt waits forever; the program's time limits end that.
     const bool mayStandStill = answer.toLower().contains("chunked");
     QTimer::singleShot(mayStandStill ? TheService().DelayMs() + kStillMs : kWallLimitMs, &loop,
                        &QEventLoop::quit);
@@ -253,7 +253,7 @@ bool Ask(QNetworkAccessManager &manager, const Choices &choices, const QByteArra
     Require(seconds < kLimitSeconds, "a reply finishes within a second", QString::number(seconds));
     const qint64 bodySize = reply->readAll().size();
     NoteOutcome(*reply, bodySize);
-    Require(bodySize <= answer.size(), "Qt unpacks no body");
+    Require(bodySize <= answer.size(), "Qt decompresses no body");
     return reply->isFinished() &&
            reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
 }
@@ -264,12 +264,12 @@ bool AskAll(const Choices &choices, const QByteArray &answer, int delayMs)
     TheService().AnswerWith(answer, delayMs);
     auto manager = NewManager(choices);
     bool answered = Ask(*manager, choices, answer);
-    // The program has one manager for each check, and one for a package and all retries.
+    // The program has one manager for each check, and one for a package including all retries.
     if (choices.asksAgain && !choices.asksForPackage)
         manager = NewManager(choices);
     if (choices.asksAgain)
         answered = Ask(*manager, choices, answer) && answered;
-    // This ends the manager's thread: no request comes any more.
+    // This ends the manager's thread, so no further request can come.
     manager.reset();
     QCoreApplication::processEvents();
     Note(Connections, qMin(TheService().Connections(), 15));
@@ -284,10 +284,10 @@ void RequireBareRequests(const Choices &choices)
         Require(!head.contains("\r\nauthorization:") && !head.contains("\r\nproxy-authorization:"),
                 "no request signs in", QString::fromLatin1(request));
         if (!choices.asksForPackage)
-            Require(!head.contains("\r\ncookie:"), "no check has a cookie",
+            Require(!head.contains("\r\ncookie:"), "no check sends a cookie",
                     QString::fromLatin1(request));
         if (!choices.asksAgain)
-            Require(request == requests.first(), "a request that Qt repeats is the same",
+            Require(request == requests.first(), "Qt repeats a request unchanged",
                     QString::fromLatin1(request));
     }
 }
@@ -321,18 +321,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         RequireBareRequests(choices);
         const int most = asked * kMostAttempts;
         Require(TheService().Connections() <= most && TheService().Requests().size() <= most,
-                "a request is not repeated for ever", QString::number(TheService().Connections()));
+                "the number of repetitions is limited",
+                QString::number(TheService().Connections()));
         once = !answered || CameOnce(asked);
         if (once)
             break;
     }
-    Require(once, "a request that is answered is sent once",
+    Require(once, "an answered request is sent once",
             QString::number(TheService().Requests().size()));
     return 0;
 }
 
-/// Half of the time puts a line of a head at the start of another, half of the time does as the
-/// fuzzer would.
+/// Half of the time inserts a line of a head before another line, half of the time mutates as
+/// libFuzzer does by default.
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t maxSize,
                                           unsigned int seed)
 {

@@ -1,8 +1,8 @@
-// The command line of the updater, one argument a line, and what is left of it for other programs.
+// SPDX-License-Identifier: MIT
+// The command line of the updater, one argument per line, and what is passed on to other programs.
 
-#include "config/global.h"
+#include "config/arguments.h"
 #include "fuzz/support/require.h"
-#include "install/clientprocess.h"
 
 #include <QString>
 #include <QStringList>
@@ -16,7 +16,7 @@ namespace
 const QString kUrlOption = QStringLiteral("--url=");
 const QString kNothingLeft = QStringLiteral("-autoupdate");
 
-/// What is passed on as it stands: one by one, unlike the code that is looked at.
+/// The arguments that are passed on unchanged, found in another way than in the tested code.
 QStringList WithoutSwitches(const QStringList &arguments)
 {
     QStringList rest;
@@ -46,13 +46,14 @@ void RequireRightClientArguments(QStringList rest, QStringList passed)
         ++link;
     if (link < rest.size()) {
         const QString text = LinkText(rest.takeAt(link));
-        Require(passed.takeLast() == kUrlOption + text, "a meeting link goes last, as --url=");
-        Require(passed == rest, "what surrounds a meeting link is passed on in its order");
+        Require(passed.takeLast() == kUrlOption + text,
+                "a meeting link is the last argument, as --url=");
+        Require(passed == rest, "the arguments around a meeting link keep their order");
         return;
     }
     if (rest.isEmpty())
         rest.append(kNothingLeft);
-    Require(passed == rest, "arguments without a link are passed on in their order");
+    Require(passed == rest, "arguments without a link keep their order");
 }
 
 } // namespace
@@ -64,12 +65,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         size == 0 ? QStringList() : text.split(QLatin1Char('\n'), Qt::KeepEmptyParts);
     const QStringList rest = WithoutSwitches(arguments);
 
-    Require(ProgramArguments(arguments) == rest, "a program is passed all but the switches");
+    Require(WithoutUpdaterSwitches(arguments) == rest,
+            "a program gets all arguments except the switches");
 
     const QStringList passed = ClientArguments(arguments);
-    Require(!passed.isEmpty(), "the client is always passed something");
-    Require(!passed.contains(Global::NoRemindSwitch) && !passed.contains(Global::ImmediatelySwitch),
-            "the client is passed no switch of the updater");
+    Require(!passed.isEmpty(), "the client always gets an argument");
+    Require(!passed.contains(Switch::NoRemind) && !passed.contains(Switch::Immediately),
+            "the client gets none of the updater's switches");
     RequireRightClientArguments(rest, passed);
     return 0;
 }

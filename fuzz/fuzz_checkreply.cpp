@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: MIT
 // The body of the update service's answer.
 
 #include "config/global.h"
+#include "config/servicecontract.h"
 #include "fuzz/support/require.h"
 #include "tests/support/testhome.h"
 
@@ -18,7 +20,7 @@ namespace
 
 constexpr qint64 kEarlierSize = 4711;
 
-/// Everything that an answer's "biz" fills but the notes.
+/// Everything that is filled from an answer's "biz", except the notes.
 struct Offer {
     QStringList texts;
     qint64 packageSize;
@@ -47,7 +49,7 @@ void StoreEarlierOffer()
           &global.latestVersionInfo, &global.md5, &global.sha1})
         *text = QStringLiteral("earlier");
     global.packageSize = kEarlierSize;
-    global.updateType = Global::ZipPackage;
+    global.updateType = ServiceContract::ZipPackage;
 }
 
 int Parse(const QByteArray &body, const char *language)
@@ -63,12 +65,13 @@ void RequireEarlierOffer()
 {
     const Offer offer = StoredOffer();
     Require(offer.texts.count(QStringLiteral("earlier")) == offer.texts.size() &&
-                offer.packageSize == kEarlierSize && offer.updateType == Global::ZipPackage &&
+                offer.packageSize == kEarlierSize &&
+                offer.updateType == ServiceContract::ZipPackage &&
                 Global::instance.latestVersionInfo == QLatin1String("earlier"),
-            "an answer that is refused leaves the earlier offer");
+            "a refused answer leaves the earlier offer");
 }
 
-/// The answer that says what is stored.
+/// An answer with everything that is stored.
 QByteArray AnswerOfStored()
 {
     const Global &global = Global::instance;
@@ -92,7 +95,7 @@ void RequireRightNotes(const QString &chinese, const QString &english)
     if (chinese == english)
         return;
     Require(!chinese.contains(QLatin1Char('&')) && !english.contains(QLatin1Char('&')),
-            "notes in two languages are one of them");
+            "the notes are those of one language");
     Require(english == english.trimmed(), "English notes have no blanks around them");
 }
 
@@ -106,14 +109,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QString chinese = Global::instance.latestVersionInfo;
 
     const int result = Parse(body, "en");
-    Require(result == chineseResult, "the language decides on nothing but the notes");
+    Require(result == chineseResult, "the result does not depend on the language");
     Require(result == Global::Success || result == Global::Failure, "the result is 0 or -1");
     if (result == Global::Failure) {
         RequireEarlierOffer();
         return 0;
     }
-    Require(StoredOffer() == offer, "the language changes nothing but the notes");
-    Require(Global::instance.code == QLatin1String("000000"), "only the code of success succeeds");
+    Require(StoredOffer() == offer, "the language changes only the notes");
+    Require(Global::instance.code == QLatin1String("000000"), "only the success code succeeds");
     Require(offer.packageSize >= std::numeric_limits<qint32>::min() &&
                 offer.packageSize <= std::numeric_limits<qint32>::max(),
             "a package size is a 32-bit number");
@@ -121,8 +124,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     const QString english = Global::instance.latestVersionInfo;
     Require(Parse(AnswerOfStored(), "zh") == Global::Success && StoredOffer() == offer,
-            "an answer that says what is stored is stored again");
+            "an answer made of the stored offer stores the same offer");
     Require(english.contains(QLatin1Char('&')) || Global::instance.latestVersionInfo == english,
-            "so are its notes");
+            "an answer made of the stored offer stores the same notes");
     return 0;
 }

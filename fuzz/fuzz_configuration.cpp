@@ -1,5 +1,6 @@
-// The three configuration files, in the order in which they are read, with a line that holds only
-// "=" between them. A file that is not there is missing.
+// SPDX-License-Identifier: MIT
+// The three configuration files, in the order in which they are read, separated by lines with only
+// "=". A file that is not in the input does not exist.
 
 #include "config/global.h"
 #include "config/paths.h"
@@ -23,7 +24,7 @@ namespace
 const QByteArray kNextFile("\n=\n");
 constexpr qint32 kEarlierNoRemind = 4711;
 
-/// The updater's configuration names the client's: whatever it names is this one file.
+/// Whatever path the updater's configuration names for the client's one, this file is opened.
 class ClientConfigHandler : public QAbstractFileEngineHandler
 {
 public:
@@ -45,7 +46,7 @@ private:
     QStringList m_others;
 };
 
-/// The machine that the files lie on, made once.
+/// The machine with the files, created once.
 struct Machine {
     TestHome home;
     QString updateConfig = home.ProgramFolder() + QStringLiteral("/updateconfig.json");
@@ -59,7 +60,7 @@ const Machine &TheMachine()
     return machine;
 }
 
-/// The files of one run, as they lie on the disk.
+/// The contents of the files of one run.
 struct Files {
     QByteArray updateConfig;
     QByteArray clientConfig;
@@ -87,7 +88,7 @@ Files Split(const QByteArray &input)
 
 void Put(const QString &path, bool isThere, const QByteArray &content)
 {
-    // A new file each time: file systems take care that one cut to nothing is soon on the disk.
+    // A new file each time: file systems flush a truncated file to the disk early, which is slow.
     QFile::remove(path);
     if (isThere)
         WriteFile(path, content);
@@ -100,7 +101,7 @@ QStringList StoredTexts()
             global.updateCheckUrl, global.updatePackageUrl, global.noRemindVersion};
 }
 
-/// The language code that the file holds: without blanks around it, up to the first zero byte.
+/// The language code in the file: without blanks around it, up to the first zero byte.
 QString CodeIn(const QByteArray &content)
 {
     const char *const blanks = " \t\n\v\f\r";
@@ -130,40 +131,39 @@ void RequireRightFailure(const CleanLog &log)
 {
     const Global &global = Global::instance;
     Require(global.language.isEmpty() && global.scriptPath.isEmpty(),
-            "a load that fails ends before the language");
-    Require(global.currentVersion == QLatin1String("earlier"),
-            "a load that fails stores no version");
+            "a failed load does not read the language");
+    Require(global.currentVersion == QLatin1String("earlier"), "a failed load stores no version");
     if (log.Has(QStringLiteral(" Auto Jsondata Error:")))
         Require(StoredTexts().count(QStringLiteral("earlier")) == StoredTexts().size() &&
                     global.noRemind == kEarlierNoRemind,
                 "an updateconfig.json that cannot be read stores nothing");
 }
 
-/// The choice of the prompt, written into the file and read again.
+/// Writes the choice that the user made in the prompt into the file, and reads it back.
 void RequireRightWriteBack(const Files &files)
 {
     const QStringList texts = StoredTexts();
     const QString version = Global::instance.currentVersion;
     Global::instance.latestVersion = QStringLiteral("2.1.3");
     Require(Global::instance.WriteConfigToFile(QStringLiteral("remid")) == Global::Success,
-            "a choice is written");
+            "a choice can be written");
 
     const QByteArray written = ReadFile(Paths::UpdateConfigFile());
-    Require(written.size() >= files.updateConfig.size(), "the file is not cut");
-    Require(written.startsWith('{'), "the file holds an object");
-    // The end of a longer old text stays behind the new one.
+    Require(written.size() >= files.updateConfig.size(), "the file does not get shorter");
+    Require(written.startsWith('{'), "the file has an object");
+    // The end of a longer old text stays after the new one.
     if (written.size() == files.updateConfig.size())
         return;
-    // Qt keeps a key behind a byte order mark apart from the key without it, and writes both alike.
+    // To Qt, a key with a byte order mark is another key than without it, but it writes both alike.
     if (files.updateConfig.contains("\xef\xbb\xbf"))
         return;
-    Require(Read() == Global::Success, "what was written can be read");
+    Require(Read() == Global::Success, "the written file can be read");
     Require(Global::instance.noRemind == 1 &&
                 Global::instance.noRemindVersion == QLatin1String("2.1.3"),
-            "what was written is read");
+            "the written choice is read back");
     Require(StoredTexts().mid(0, 5) == texts.mid(0, 5) &&
                 Global::instance.currentVersion == version,
-            "the rest stays as it was");
+            "everything else is unchanged");
 }
 
 } // namespace
@@ -179,8 +179,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const ClientConfigHandler handler(machine.clientConfig);
     const CleanLog log;
     const int result = Read();
-    Require(!log.Has(QStringLiteral("updateconfig.json open failed")),
-            "updateconfig.json is there");
+    Require(!log.Has(QStringLiteral("updateconfig.json open failed")), "updateconfig.json exists");
     const Global &global = Global::instance;
     Require(result == Global::Success || result == Global::Failure, "the result is 0 or -1");
     if (result == Global::Failure) {
@@ -190,7 +189,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Require(files.hasClientConfig, "nothing is loaded without the client's configuration");
     Require(global.scriptPath == Paths::ScriptFile(), "the script's path does not depend on files");
     if (files.hasLanguage)
-        Require(global.language == CodeIn(files.language), "the language is the file's");
+        Require(global.language == CodeIn(files.language), "the language is that of the file");
     else
         Require(global.language == QLatin1String("en"), "the language falls back to the system's");
     RequireRightWriteBack(files);

@@ -1,5 +1,6 @@
-// A packed answer to the check. The first byte chooses how it is said to be packed and how much it
-// may make; the rest is the body.
+// SPDX-License-Identifier: MIT
+// A compressed answer to the check. The first byte chooses the announced coding and the limit of
+// the unpacked size; the rest is the body.
 
 #include "fuzz/support/require.h"
 #include "net/contentcoding.h"
@@ -29,11 +30,11 @@ void RequireHarmless(const QByteArray &coding, qint64 limit, const QByteArray &b
     const bool done = DecodeContent(coding, limit, unpacked);
     if (!IsUnpacked(coding))
         Require(done == (body.size() <= limit),
-                "a body of another coding is taken up to the limit");
+                "a body of another coding is accepted up to the limit");
     if (done && IsUnpacked(coding))
-        Require(unpacked.size() <= limit, "an unpacked body keeps to the limit");
+        Require(unpacked.size() <= limit, "an unpacked body is not larger than the limit");
     else
-        Require(unpacked == body, "a body that is not unpacked stays as it is");
+        Require(unpacked == body, "a body that is not unpacked is unchanged");
 }
 
 /// @p windowBits as zlib's deflateInit2 takes them.
@@ -41,13 +42,13 @@ QByteArray Packed(QByteArray plain, int windowBits)
 {
     z_stream stream{};
     Require(deflateInit2(&stream, 1, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY) == Z_OK,
-            "zlib packs");
+            "zlib compresses");
     QByteArray packed(int(deflateBound(&stream, uLong(plain.size()))), Qt::Uninitialized);
     stream.next_in = reinterpret_cast<Bytef *>(plain.data());
     stream.avail_in = uInt(plain.size());
     stream.next_out = reinterpret_cast<Bytef *>(packed.data());
     stream.avail_out = uInt(packed.size());
-    Require(deflate(&stream, Z_FINISH) == Z_STREAM_END, "zlib packs at once");
+    Require(deflate(&stream, Z_FINISH) == Z_STREAM_END, "zlib compresses in one call");
     packed.chop(int(stream.avail_out));
     deflateEnd(&stream);
     return packed;
@@ -62,17 +63,17 @@ void RequireRoundTrip(const QByteArray &plain)
     for (const Way &way :
          {Way{"gzip", MAX_WBITS + 16}, Way{"deflate", MAX_WBITS}, Way{"deflate", -MAX_WBITS}}) {
         const QByteArray packed = Packed(plain, way.windowBits);
-        // What packs badly is larger as it comes than as it is meant.
+        // Incompressible data gets larger by packing.
         const qint64 limit = qMax(packed.size(), plain.size());
         QByteArray body = packed;
         Require(DecodeContent(way.coding, limit, body) && body == plain,
-                "what was packed is unpacked");
+                "unpacking restores the packed data");
         body = packed;
         Require(!DecodeContent(way.coding, limit - 1, body),
                 "a body one byte above the limit is refused");
-        // Without its last byte no stream has ended.
+        // Without its last byte, a stream is incomplete.
         body = packed.left(packed.size() - 1);
-        Require(!DecodeContent(way.coding, limit, body), "a body cut short is refused");
+        Require(!DecodeContent(way.coding, limit, body), "an incomplete body is refused");
     }
 }
 

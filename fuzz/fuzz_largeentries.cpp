@@ -1,5 +1,6 @@
-// A zip package with entries of 1 MiB to 2 GiB being unpacked. The archive is made here: the first
-// byte of the input is the number of entries; eight bytes for each follow.
+// SPDX-License-Identifier: MIT
+// Unpacking a zip package with entries of 1 MiB to 2 GiB. The archive is made here: the first byte
+// of the input is the number of entries; eight bytes for each entry follow.
 
 #include "config/global.h"
 #include "fuzz/support/inputreader.h"
@@ -30,10 +31,10 @@ namespace
 constexpr int kPieceSize = 1 << 20;
 constexpr qint64 kMaxSize = std::numeric_limits<qint32>::max();
 
-/// Of all entries of an archive, so that the disk is not filled.
+/// The limit for all entries of an archive together, so that the disk is not filled.
 constexpr qint64 kMaxTotal = kMaxSize + 64LL * kPieceSize;
 
-// Where 32-bit numbers or Qt's containers end.
+// The limits of 32-bit numbers and of Qt's containers.
 constexpr std::array<qint64, 8> kRareSizes{kMaxSize,      kMaxSize - 1,    kMaxSize - 24,
                                            kMaxSize - 31, kMaxSize - 32,   (1LL << 30) + 1,
                                            1LL << 30,     (1LL << 30) - 32};
@@ -46,7 +47,7 @@ uLong CrcOf(const QByteArray &bytes)
     return crc32(0, reinterpret_cast<const Bytef *>(bytes.constData()), uInt(bytes.size()));
 }
 
-/// The checksum of @p size bytes made of @p piece again and again, with its beginning at the end.
+/// The checksum of the first @p size bytes of an endless repetition of @p piece.
 uLong CrcOfRepeated(const QByteArray &piece, qint64 size)
 {
     const uLong pieceCrc = CrcOf(piece);
@@ -56,25 +57,25 @@ uLong CrcOfRepeated(const QByteArray &piece, qint64 size)
     return crc32_combine(crc, CrcOf(piece.left(int(size))), z_off_t(size));
 }
 
-/// Raw deflate data. Without @p isLast it ends on a byte, and more can follow.
+/// Raw deflate data. Unless @p isLast, it ends at a byte boundary and more can follow.
 QByteArray Deflate(QByteArray plain, bool isLast)
 {
     z_stream stream{};
     Require(deflateInit2(&stream, 1, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) == Z_OK,
-            "zlib packs");
+            "zlib compresses");
     QByteArray packed(int(deflateBound(&stream, uLong(plain.size()))) + 64, Qt::Uninitialized);
     stream.next_in = reinterpret_cast<Bytef *>(plain.data());
     stream.avail_in = uInt(plain.size());
     stream.next_out = reinterpret_cast<Bytef *>(packed.data());
     stream.avail_out = uInt(packed.size());
     deflate(&stream, isLast ? Z_FINISH : Z_FULL_FLUSH);
-    Require(stream.avail_in == 0 && stream.avail_out > 0, "zlib packs at once");
+    Require(stream.avail_in == 0 && stream.avail_out > 0, "zlib compresses in one call");
     packed.chop(int(stream.avail_out));
     deflateEnd(&stream);
     return packed;
 }
 
-/// What deflated entries are made of.
+/// The pieces that deflated entries are made of.
 struct Text {
     QByteArray plain =
         QByteArray("A client's file, line after line.\n").repeated(32768).left(kPieceSize);
@@ -87,7 +88,7 @@ const Text &TheText()
     return text;
 }
 
-/// One entry: what it is, and what its headers say of it.
+/// One entry: what it is, and what its headers declare.
 struct Entry {
     QByteArray name;
     Method method = Stored;
@@ -102,8 +103,8 @@ struct Entry {
     bool TellsTheTruth() const { return declaredSize == size && declaredCrc == crc; }
 };
 
-/// 1 MiB to 2 GiB; one in fifty is above 512 MiB. Of a checksum of the input, so that the fuzzer's
-/// preference for extreme numbers does not lead to large entries only.
+/// 1 MiB to 2 GiB; one in fifty is above 512 MiB. Derived from a checksum of the input, because the
+/// fuzzer's preference for extreme numbers would make nearly all entries large.
 qint64 SizeFor(quint32 key)
 {
     const auto number =
@@ -131,7 +132,7 @@ QVector<Entry> EntriesOf(InputReader reader)
             quint32(CrcOfRepeated(entry.method == Stored ? zeros : TheText().plain, entry.size));
         entry.declaredSize = quint32(entry.size + (entry.lie == WrongSize ? amount : 0));
         entry.declaredCrc = entry.crc ^ (entry.lie == WrongCrc ? quint32(amount) : 0);
-        // Until the data is written: by how much it will be wrong.
+        // The error for now; the size is added once the data has been written.
         entry.declaredPackedSize = quint32(entry.lie == WrongPackedSize ? amount : 0);
     }
     return entries;
@@ -143,7 +144,8 @@ template <class Number> void Append(QByteArray &record, Number number)
     qToLittleEndian(number, record.data() + record.size() - sizeof number);
 }
 
-/// What both headers of an entry have, from the version needed on: APPNOTE.TXT, 4.3.7 and 4.3.12.
+/// The fields that both headers of an entry have, from the version needed on: APPNOTE.TXT, 4.3.7
+/// and 4.3.12.
 QByteArray CommonHeader(const Entry &entry)
 {
     QByteArray header;
@@ -178,7 +180,8 @@ QByteArray CentralHeader(const Entry &entry)
 void WriteData(QFile &file, const Entry &entry)
 {
     if (entry.method == Stored) {
-        Require(file.resize(file.pos() + entry.size) && file.seek(file.size()), "a hole is made");
+        Require(file.resize(file.pos() + entry.size) && file.seek(file.size()),
+                "the file can get a hole");
         return;
     }
     const Text &text = TheText();
@@ -222,7 +225,7 @@ const TestHome &TheHome()
     return home;
 }
 
-/// Holds the package; removed with all that was unpacked, as it can take gigabytes.
+/// The folder of the package, removed together with the unpacked files: these can take gigabytes.
 class PackageFolder
 {
 public:
@@ -259,7 +262,7 @@ uLong CrcOfFile(const QString &path)
     return crc;
 }
 
-/// The first one: a second one of its name ends the installation. -1 without any.
+/// The first entry of that name, or -1: a second one ends the installation.
 int IndexOf(const QVector<Entry> &entries, const QString &name)
 {
     const auto *const entry =
@@ -282,24 +285,25 @@ void RequireDeclaredFiles(const QStringList &before, const QVector<Entry> &entri
     for (const QString &path : Files()) {
         if (before.contains(path))
             continue;
-        Require(path.startsWith(folder), "files are made in the package's folder only", path);
+        Require(path.startsWith(folder), "files are only created in the package's folder", path);
         const int index = IndexOf(entries, path.mid(folder.size()));
-        Require(index >= 0, "each file is one that the package declares", path);
+        Require(index >= 0, "the package declares each file", path);
         const Entry &entry = entries.at(index);
         Require(QFileInfo(path).size() <= qint64(entry.declaredSize),
-                "no more of an entry is unpacked than it declares", path);
+                "no file is larger than its entry declares", path);
         if (EndedAt(log, path))
             continue;
-        Require(entry.TellsTheTruth(), "the installation ends at an entry that lies", path);
+        Require(entry.TellsTheTruth(), "the installation ends at an entry with a wrong header",
+                path);
         Require(QFileInfo(path).size() == entry.size && CrcOfFile(path) == entry.crc,
                 "each file is as its entry declares it", path);
     }
 }
 
-/// Every entry up to the first one that may fail must be there.
+/// Every entry before the first one that may fail must have been unpacked.
 void RequireHonestFiles(const QString &package, const QVector<Entry> &entries, const CleanLog &log)
 {
-    // Qt's reader finds nothing whose offset has more than 31 bits.
+    // Qt's reader finds no entry whose offset needs more than 31 bits.
     if (QFileInfo(package).size() > kMaxSize)
         return;
     for (int index = 0; index < entries.size(); ++index) {
@@ -308,7 +312,7 @@ void RequireHonestFiles(const QString &package, const QVector<Entry> &entries, c
         if (entry.lie >= WrongSize || IndexOf(entries, name) != index)
             return;
         const QString path = PackageFolder::Path() + QLatin1Char('/') + name;
-        // A second entry of its name may have ended the installation.
+        // A second entry of the same name may have ended the installation.
         const bool isOnlyOne =
             std::count_if(entries.cbegin(), entries.cend(),
                           [&](const Entry &other) { return other.name == entry.name; }) == 1;
@@ -331,7 +335,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     ResetGlobal();
     const CleanLog log;
 
-    // Without the client's data folder it ends right after the unpacking, before any command runs.
+    // Without the client's data folder, the installation ends after unpacking, before any command.
     Require(Global::instance.InstallPackage(package) == Global::Failure,
             "nothing is installed without the client's data folder");
     RequireDeclaredFiles(before, entries, log);

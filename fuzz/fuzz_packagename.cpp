@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The announced address of a package, and the file name that is taken from it.
 
 #include "fuzz/support/require.h"
@@ -48,7 +49,7 @@ QString WithoutTrailing(QString text, const QString &characters)
     return text;
 }
 
-/// The file that Windows opens for the name: dots and blanks at the end are dropped.
+/// The name of the file that Windows opens: without dots and blanks at the end.
 QString AsWindowsKeepsIt(const QString &name)
 {
     return WithoutTrailing(name, QStringLiteral(". "));
@@ -81,7 +82,7 @@ bool IsBatchFile(const QString &name)
 bool StaysDirectlyIn(const QString &folder, QString name)
 {
     name.replace(QLatin1Char('\\'), QLatin1Char('/'));
-    // What precedes a colon is a drive; what follows one is a stream inside a file.
+    // A colon follows a drive or precedes the name of a stream in a file.
     if (name.contains(QLatin1Char(':')))
         return false;
     const QString path = QDir::cleanPath(folder + QLatin1Char('/') + name);
@@ -102,14 +103,14 @@ bool IsPlainPackageName(const QString &name)
 
 void RequireHarmless(const QString &name)
 {
-    Require(StaysDirectlyIn(kFolder, name), "the package lies in its folder", name);
+    Require(StaysDirectlyIn(kFolder, name), "the package is in its folder", name);
     Require(StaysDirectlyIn(kFolder, AsWindowsKeepsIt(name)),
-            "the package lies in its folder on Windows", name);
+            "the package is in its folder on Windows", name);
     Require(!IsDeviceName(name), "the package is no device", name);
     const QVector<uint> characters = name.toUcs4();
     Require(std::none_of(characters.cbegin(), characters.cend(), IsUnseen),
-            "every character of the name is seen", name);
-    Require(!IsBatchFile(name), "the command interpreter runs no package", name);
+            "every character of the name is visible", name);
+    Require(!IsBatchFile(name), "no package is a batch file", name);
 }
 
 void RequireRightName(const QString &address)
@@ -119,7 +120,7 @@ void RequireRightName(const QString &address)
     Require(address == name || address.endsWith(QLatin1Char('/') + name),
             "the name is what follows the last slash", name);
     if (name.isEmpty())
-        Require(IsUsablePackageName(name), "an empty name is left to the opening of the file");
+        Require(IsUsablePackageName(name), "an empty name is usable: opening the file fails later");
     else if (IsUsablePackageName(name))
         RequireHarmless(name);
     else
@@ -128,7 +129,7 @@ void RequireRightName(const QString &address)
     for (const QString &device : Devices())
         Require(!IsUsablePackageName(device + extension) &&
                     !IsUsablePackageName(device.toLower() + extension),
-                "a device is one with every extension", extension);
+                "a device name is one with any extension", extension);
 }
 
 } // namespace
@@ -136,7 +137,7 @@ void RequireRightName(const QString &address)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     RequireRightName(QString::fromUtf8(reinterpret_cast<const char *>(data), int(size)));
-    // JSON's escapes make any sequence of 16-bit units, half surrogates too.
+    // JSON's escapes allow any sequence of 16-bit units, including unpaired surrogates.
     QString units;
     for (size_t i = 0; i + 1 < size; i += 2)
         units.append(QChar(data[i], data[i + 1]));

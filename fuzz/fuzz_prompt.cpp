@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 // The texts and numbers of an offer in the two dialogs. The input is a head of fixed size, the
-// notes with their length before them, and a piece of the version, which is repeated: a small input
-// makes a version of a million characters.
+// length of the notes, the notes, and a piece of the version. The piece is repeated, so that a
+// small input makes a version of a million characters.
 
 #include "config/global.h"
 #include "config/paths.h"
@@ -34,10 +35,10 @@ constexpr int kMaxLabelLength = 400;
 
 constexpr int kMaxVersionLength = 1 << 20;
 
-// Longer notes are the subject of another target.
+// Another target tests longer notes.
 constexpr int kMaxNotesLength = 200;
 
-/// What Load() takes before the texts.
+/// The number of bytes that Load() takes before the texts.
 constexpr int kHeadSize = 19;
 
 int g_clientStarts = 0;
@@ -62,7 +63,7 @@ Input Load(const uint8_t *data, size_t size)
     input.mode = QLatin1String(modes.at(choices & 7));
     input.checksNeverPrompt = (choices & 8) != 0;
     input.closesPrompt = (choices & 16) != 0;
-    // What arrived can be counted: 1 TiB and not more.
+    // At most 1 TiB: a larger amount cannot have been received.
     input.bytesRead = reader.Take<quint32>() * 256LL;
     input.totalBytes = reader.Take<qint64>();
 
@@ -83,7 +84,7 @@ void RequireShortLabels(const QWidget &dialog)
 {
     const auto labels = dialog.findChildren<QLabel *>();
     for (const QLabel *label : labels)
-        Require(label->text().size() <= kMaxLabelLength, "a label holds at most 400 characters",
+        Require(label->text().size() <= kMaxLabelLength, "a label has at most 400 characters",
                 QString::number(label->text().size()));
 }
 
@@ -101,13 +102,13 @@ void Show(UpdateDialog &prompt, const Input &input)
     progress.grab();
 }
 
-/// Presses "Later", or closes the window, which means the same to an optional prompt.
+/// Presses "Later", or closes the window, which has the same effect in an optional prompt.
 void Decline(UpdateDialog &prompt, const Input &input)
 {
     auto *later = prompt.findChild<QPushButton *>(QStringLiteral("laterBtn"));
     auto *neverPrompt = prompt.findChild<QCheckBox *>(QStringLiteral("checkRemid"));
     Require(later->isVisible() == (input.mode == QLatin1String("1")),
-            "only an optional update can be put off");
+            "only an optional update can be postponed");
     neverPrompt->setChecked(input.checksNeverPrompt && neverPrompt->isVisible());
     const bool canDecline = later->isVisible();
     if (canDecline && !input.closesPrompt)
@@ -120,9 +121,8 @@ void Decline(UpdateDialog &prompt, const Input &input)
 
 } // namespace
 
-// The linker puts it in the place of Global::LaunchClient(), which waits for half a second and
-// starts a program.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
+// The linker replaces Global::LaunchClient(), which waits for half a second and starts a program,
+// with this function. NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" int __wrap__ZN6Global12LaunchClientEv(Global *);
 extern "C" int __wrap__ZN6Global12LaunchClientEv(Global *)
 {
@@ -130,8 +130,8 @@ extern "C" int __wrap__ZN6Global12LaunchClientEv(Global *)
     return Global::Success;
 }
 
-// Outside of the namespace, as the macro declares a function; outside of a function with C's
-// linkage, as it is not one.
+// Outside the namespace, because the macro declares a function; not in the function with C linkage,
+// because the declared function has C++ linkage.
 static void InitResources()
 {
     Q_INIT_RESOURCE(resources);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The release notes, as the prompt shows them.
 
 #include "config/global.h"
@@ -30,7 +31,7 @@ namespace
 /// One second, doubled for the sanitizers.
 constexpr double kLayoutLimitSeconds = 2;
 
-/// Parts of notes, for inputs that stay well-formed. An element's halves may come apart.
+/// Parts of notes, so that inputs stay well-formed. Start and end tags may become separated.
 constexpr std::array<const char *, 56> kParts{
     "<p>",
     "</p>",
@@ -100,7 +101,7 @@ int OpenSockets()
         }));
 }
 
-/// The prompt with its notes; shown once, so that fonts are there.
+/// The prompt with its notes; shown once, so that the fonts are loaded.
 class Prompt : public UpdateDialog
 {
 public:
@@ -136,8 +137,8 @@ const QTextDocument &ShowWatched(const QString &notes)
 
 } // namespace
 
-// Outside of the namespace, as the macro declares a function; outside of a function with C's
-// linkage, as it is not one.
+// Outside the namespace, because the macro declares a function; not in the function with C linkage,
+// because the declared function has C++ linkage.
 static void InitResources()
 {
     Q_INIT_RESOURCE(resources);
@@ -167,11 +168,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QSizeF extent = document.size();
     Require(std::isfinite(extent.width()) && std::isfinite(extent.height()) &&
                 extent.height() >= 0 && extent.width() >= 0,
-            "notes have a size");
+            "the notes have a finite size");
     return 0;
 }
 
-/// Half of the time puts a part of well-formed notes in, half of the time does as the fuzzer would.
+/// Half of the time inserts a part of well-formed notes, half of the time mutates as libFuzzer does
+/// by default.
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t maxSize,
                                           unsigned int seed)
 {

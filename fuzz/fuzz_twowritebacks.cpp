@@ -1,5 +1,6 @@
-// Two choices written into updateconfig.json, one after the other. The first byte chooses what they
-// are. After it come the two versions and the file, with a line that holds only "=" between them.
+// SPDX-License-Identifier: MIT
+// Two choices written into updateconfig.json, one after the other. The first byte chooses which
+// ones. The two versions and the file follow, separated by lines with only "=".
 
 #include "config/global.h"
 #include "config/paths.h"
@@ -33,7 +34,7 @@ const TestHome &TheHome()
     return home;
 }
 
-/// One call: what is written, and with which version.
+/// One call: which choice is written, and with which version.
 struct Choice {
     QString kind;
     QString version;
@@ -89,7 +90,7 @@ bool Parses(const QByteArray &text)
     return error.error == QJsonParseError::NoError;
 }
 
-/// What is written when the file holds @p old.
+/// The text that is written when the file contains @p old.
 QByteArray TextAfter(const QByteArray &old, bool isNew, const Choice &choice)
 {
     QJsonObject object = ObjectIn(old);
@@ -108,7 +109,7 @@ QByteArray TextAfter(const QByteArray &old, bool isNew, const Choice &choice)
     return QJsonDocument(object).toJson();
 }
 
-/// Without the digits beyond a double's: Qt reads them in whole numbers, but does not write them.
+/// With whole numbers as doubles: Qt reads more digits than a double has, but does not write them.
 QJsonValue AsDoubles(const QJsonValue &value)
 {
     if (value.isDouble())
@@ -130,7 +131,7 @@ QJsonValue AsDoubles(const QJsonValue &value)
 
 void RequireOthersKept(const QByteArray &old, const QByteArray &written, const Choice &choice)
 {
-    // Qt keeps a key behind a byte order mark apart from the key without it, and writes both alike.
+    // To Qt, a key with a byte order mark is another key than without it, but it writes both alike.
     if (old.contains("\xef\xbb\xbf"))
         return;
     const QJsonObject before = ObjectIn(old);
@@ -138,23 +139,23 @@ void RequireOthersKept(const QByteArray &old, const QByteArray &written, const C
     for (auto member = before.begin(); member != before.end(); ++member) {
         if (!choice.Touches(member.key()))
             Require(AsDoubles(after.value(member.key())) == AsDoubles(member.value()),
-                    "a key that is not touched keeps its value", member.key());
+                    "other keys keep their values", member.key());
     }
 }
 
-/// Writes the choice; returns how long the new text is, without the rest of the old one.
+/// Writes the choice; returns the length of the new text, without the rest of the old one.
 int Write(const Choice &choice)
 {
     const bool isNew = !QFile::exists(Paths::UpdateConfigFile());
     const QByteArray old = isNew ? QByteArray() : ReadFile(Paths::UpdateConfigFile());
     Global::instance.latestVersion = choice.version;
     Require(Global::instance.WriteConfigToFile(choice.kind) == Global::Success,
-            "a choice is written");
+            "a choice can be written");
 
     const QByteArray written = ReadFile(Paths::UpdateConfigFile());
     const QByteArray text = TextAfter(old, isNew, choice);
     Require(written == text + old.mid(text.size()),
-            "the file is the new text and the rest of a longer old one",
+            "the file has the new text, then the rest of a longer old one",
             QString::fromUtf8(written));
     if (Parses(written))
         RequireOthersKept(old, written, choice);
@@ -169,7 +170,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     const Input input = InputOf(data, size);
     TheHome();
-    // A new file each time: file systems take care that one cut to nothing is soon on the disk.
+    // A new file each time: file systems flush a truncated file to the disk early, which is slow.
     QFile::remove(Paths::UpdateConfigFile());
     if (input.hasFile)
         WriteFile(Paths::UpdateConfigFile(), input.file);
@@ -177,9 +178,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const CleanLog log;
     const int first = Write(input.choices[0]);
     const bool firstParses = Parses(ReadFile(Paths::UpdateConfigFile()));
-    Require(firstParses || input.file.size() > first, "a file that is new text only can be read");
+    Require(firstParses || input.file.size() > first, "a file with only the new text can be read");
     const int second = Write(input.choices[1]);
-    // The texts end with a line break: of a longer one it may be all that is left.
+    // The texts end with a line break, which may be all that is left of a longer one.
     if (firstParses && first - second <= 1)
         Require(Parses(ReadFile(Paths::UpdateConfigFile())),
                 "a text at most one byte shorter can be read",

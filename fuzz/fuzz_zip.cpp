@@ -1,4 +1,5 @@
-// A zip package being unpacked.
+// SPDX-License-Identifier: MIT
+// Unpacking a zip package.
 
 #include "config/global.h"
 #include "fuzz/support/require.h"
@@ -26,17 +27,17 @@ extern "C" size_t LLVMFuzzerMutate(uint8_t *data, size_t size, size_t maxSize);
 namespace
 {
 
-// Where the numbers stand that the mutator mends: APPNOTE.TXT, 4.3.7 and 4.3.12.
+// The offsets of the numbers that the mutator corrects: APPNOTE.TXT, 4.3.7 and 4.3.12.
 constexpr int kLocalHeaderSize = 30;
 constexpr int kCentralHeaderSize = 46;
 constexpr int kEndOfDirectorySize = 22;
 constexpr int kCrcInLocalHeader = 14;
 constexpr int kCrcInCentralHeader = 16;
 
-/// Beyond that an entry would only take the fuzzer's time.
+/// A larger entry only costs time.
 constexpr int kMostUnpacked = 1 << 20;
 
-/// Requires every file that is asked for while it lives to lie in the package's folder.
+/// While it lives, requires every file that is looked for to be in the package's folder.
 class FolderWatch : public QAbstractFileEngineHandler
 {
 public:
@@ -50,7 +51,7 @@ public:
         const QString path = QDir::cleanPath(fileName);
         Require(path == QLatin1String(".") || path == m_folder ||
                     path.startsWith(m_folder + QLatin1Char('/')) || m_others.contains(path),
-                "nothing outside the package's folder is touched", fileName);
+                "nothing outside the package's folder is accessed", fileName);
         return nullptr;
     }
 
@@ -70,7 +71,7 @@ QString PackageFolder()
     return TheHome().Home() + QStringLiteral("/AppData/Local/Client");
 }
 
-/// The paths below @p folder, without what lies in the package's folder.
+/// The paths below @p folder, without those in the package's folder.
 QStringList Surroundings(const QString &folder)
 {
     QStringList paths;
@@ -92,7 +93,7 @@ bool HasContentOf(const QByteArray &content, const ZipEntry &entry)
     return content.size() == qint64(entry.size) && crc == entry.crc32;
 }
 
-/// Each file must be as an entry declares it. The one at which the unpacking ended may be less.
+/// Each file must be as an entry declares it; the one at which the unpacking ended may be smaller.
 void RequireDeclaredFiles(const QString &package, const QVector<ZipEntry> &entries,
                           const CleanLog &log)
 {
@@ -102,7 +103,7 @@ void RequireDeclaredFiles(const QString &package, const QVector<ZipEntry> &entri
                     QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();
-        Require(!it.fileInfo().isSymLink(), "no link comes out of a package", path);
+        Require(!it.fileInfo().isSymLink(), "no link is unpacked", path);
         if (it.fileInfo().isDir() || path == package)
             continue;
         const QByteArray content = ReadFile(path);
@@ -157,9 +158,9 @@ void PutNumber(uint8_t *data, size_t size, qint64 offset, quint32 value)
         qToLittleEndian(value, data + offset);
 }
 
-/// Makes checksums and sizes in the archive's headers right: a wrong one ends the unpacking at
+/// Corrects the checksums and sizes in the archive's headers: a wrong one ends the unpacking at
 /// once.
-void MendEntries(uint8_t *data, size_t size)
+void CorrectEntries(uint8_t *data, size_t size)
 {
     const QByteArray archive(reinterpret_cast<const char *>(data), int(size));
     const int end = archive.lastIndexOf("PK\x05\x06");
@@ -190,7 +191,7 @@ void MendEntries(uint8_t *data, size_t size)
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
-    // The first message makes the framework look for its settings all over the disk.
+    // Qt looks for its settings in many folders when it logs its first message.
     qWarning("ready");
     return 0;
 }
@@ -209,7 +210,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     ResetGlobal();
     const CleanLog log;
 
-    // Without the client's data folder it ends right after the unpacking, before any command runs.
+    // Without the client's data folder, the installation ends after unpacking, before any command.
     {
         const FolderWatch watch(
             PackageFolder(),
@@ -217,18 +218,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         Require(Global::instance.InstallPackage(package) == Global::Failure,
                 "nothing is installed without the client's data folder");
     }
-    Require(Surroundings(root) == before, "nothing is made outside the package's folder");
-    Require(ReadFile(package) == archive, "the package stays as it is");
+    Require(Surroundings(root) == before, "nothing is created outside the package's folder");
+    Require(ReadFile(package) == archive, "the package is unchanged");
     RequireDeclaredFiles(package, entries, log);
     return 0;
 }
 
-/// As the fuzzer would, and half of the time with checksums and sizes that are right.
+/// Mutates as libFuzzer does by default; half of the time corrects the checksums and sizes
+/// afterwards.
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t maxSize,
                                           unsigned int seed)
 {
     const size_t mutated = LLVMFuzzerMutate(data, size, maxSize);
     if (std::minstd_rand(seed)() % 2 == 0)
-        MendEntries(data, mutated);
+        CorrectEntries(data, mutated);
     return mutated;
 }

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Shared by the stand-ins in this folder; sourced, never run on its own.
 # shellcheck shell=sh
 

@@ -1,13 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "install/clientprocess.h"
 
+#include "config/arguments.h"
 #include "config/global.h"
 #include "install/platform.h"
 
 #include <QCoreApplication>
 #include <QDebug>
-#include <QStringList>
-
-#include <algorithm>
+#include <QProcess>
 
 namespace
 {
@@ -15,81 +15,68 @@ namespace
 constexpr int kTasklistLimitMs = 30000;
 constexpr unsigned long kPauseBeforeClientMs = 500;
 
-int IndexOfMeetingLink(const QStringList &arguments)
+/// One run of tasklist. A tasklist that has not finished within the limit is ended with the object.
+class TasklistRun
 {
-    const auto link = std::find_if(arguments.cbegin(), arguments.cend(), IsMeetingLink);
-    return link == arguments.cend() ? -1 : int(link - arguments.cbegin());
+public:
+    explicit TasklistRun(const QString &appName) : m_appName(appName)
+    {
+        m_process.start(QStringLiteral("tasklist"),
+                        {QStringLiteral("/FO"), QStringLiteral("CSV"), QStringLiteral("/FI"),
+                         QStringLiteral("IMAGENAME eq %1").arg(appName)});
+        m_process.waitForFinished(kTasklistLimitMs);
+        // constData() makes the text end at the first zero byte; the array would not.
+        m_output = QString::fromLocal8Bit(m_process.readAllStandardOutput().constData());
+    }
+    ~TasklistRun() { m_process.close(); }
+    Q_DISABLE_COPY(TasklistRun)
+
+    bool ListsClient() const { return m_output.contains(m_appName); }
+
+private:
+    const QString m_appName;
+    QProcess m_process;
+    QString m_output;
+};
+
+/// Passes the meeting link among @p arguments, if there is one, to a running client.
+bool HandOverMeetingLink(const QString &clientProgram, const QStringList &arguments)
+{
+    const int link = IndexOfMeetingLink(arguments);
+    if (link < 0)
+        return false;
+    QProcess::startDetached(clientProgram, {ClientUrlArgument(arguments.at(link))});
+    return true;
 }
 
 } // namespace
 
-bool ClientIsListed(QProcess &tasklist, const QString &appName)
+bool ClientIsListed(const QString &appName)
 {
-    tasklist.start(QStringLiteral("tasklist"),
-                   {QStringLiteral("/FO"), QStringLiteral("CSV"), QStringLiteral("/FI"),
-                    QStringLiteral("IMAGENAME eq %1").arg(appName)});
-    tasklist.waitForFinished(kTasklistLimitMs);
-    // From the bytes rather than the array: the text ends at the first zero byte.
-    const QString output = QString::fromLocal8Bit(tasklist.readAllStandardOutput().constData());
-    return output.contains(appName);
+    return TasklistRun(appName).ListsClient();
 }
 
 void StopRunningClient(const QString &appName)
 {
-    QProcess tasklist;
-    if (ClientIsListed(tasklist, appName))
+    const TasklistRun tasklist(appName);
+    if (tasklist.ListsClient())
         QProcess::execute(QStringLiteral("taskkill"),
                           {QStringLiteral("/im"), appName, QStringLiteral("/f")});
-    tasklist.close();
-}
-
-bool IsMeetingLink(const QString &argument)
-{
-    return argument.contains(QLatin1String("qorb-meeting"));
-}
-
-QString ClientUrlArgument(const QString &meetingLink)
-{
-    return QStringLiteral("--url=") + meetingLink.split(QStringLiteral("://")).value(1);
-}
-
-QStringList ProgramArguments(QStringList arguments)
-{
-    arguments.removeAll(Global::NoRemindSwitch);
-    arguments.removeAll(Global::ImmediatelySwitch);
-    return arguments;
-}
-
-QStringList ClientArguments(const QStringList &arguments)
-{
-    QStringList passed = ProgramArguments(arguments);
-    const int link = IndexOfMeetingLink(passed);
-    if (link >= 0)
-        passed.append(ClientUrlArgument(passed.takeAt(link)));
-    if (passed.isEmpty())
-        passed.append(QStringLiteral("-autoupdate"));
-    return passed;
 }
 
 int Global::CheckClientRunning()
 {
-    QProcess tasklist;
-    if (ClientIsListed(tasklist, appName)) {
-        qInfo() << appName << " Already Run...";
-        const int link = IndexOfMeetingLink(cmdLineArgs);
-        if (link >= 0) {
-            QProcess::startDetached(ClientProgram(), {ClientUrlArgument(cmdLineArgs.at(link))});
-            tasklist.close();
-            return Success;
+    {
+        const TasklistRun tasklist(appName);
+        if (tasklist.ListsClient()) {
+            qInfo() << appName << " Already Run...";
+            if (HandOverMeetingLink(ClientProgram(), cmdLineArgs))
+                return Success;
         }
     }
-    tasklist.close();
-    if (HasForcingSwitch())
+    if (HasForcingSwitch(cmdLineArgs))
         return Failure;
-
-    const bool running = ClientIsListed(tasklist, appName);
-    tasklist.close();
-    return running ? LaunchClient() : Failure;
+    return ClientIsListed(appName) ? LaunchClient() : Failure;
 }
 
 int Global::LaunchClient()
@@ -104,20 +91,10 @@ int Global::LaunchClient()
 
 int Global::LaunchProgram(const QString &program)
 {
-    cmdLineArgs = ProgramArguments(cmdLineArgs);
+    cmdLineArgs = WithoutUpdaterSwitches(cmdLineArgs);
     Platform::MakeStartable(program);
     QProcess::startDetached(program, cmdLineArgs);
     qInfo() << program << " starting...";
     QCoreApplication::quit();
     return Success;
-}
-
-quint64 Global::GetDiskFreeBytes(const QString &path) const
-{
-    const Platform::FreeSpace space = Platform::VolumeFreeSpace(path);
-    if (!space.ok) {
-        qDebug() << "Call to GetDiskFreeSpaceEx() failed:" << space.errorCode;
-        return 0;
-    }
-    return space.bytes;
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/folderremoval.h"
 
 #include "install/platform.h"
@@ -28,7 +29,7 @@ void RemoveReadOnlyFile(const QString &path)
 
 void RemoveFolder(const QString &path)
 {
-    // QDir::removeRecursively() recognises symbolic links only and would empty a junction's target.
+    // QDir::removeRecursively() does not recognise junctions and would empty their targets.
     if (!Platform::LeadsElsewhere(path)) {
         const QFileInfoList entries = Entries(path);
         for (const QFileInfo &entry : entries)
@@ -41,7 +42,7 @@ void RemoveEntry(const QString &path)
 {
     if (QFile::remove(path))
         return;
-    // A junction whose target is missing is no folder to Qt.
+    // Qt does not recognise a junction without a target as a folder.
     if (Platform::LeadsElsewhere(path) || QFileInfo(path).isDir())
         RemoveFolder(path);
     else

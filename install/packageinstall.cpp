@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+#include "config/configcontract.h"
 #include "config/global.h"
 #include "config/paths.h"
 #include "install/windowsnames.h"
@@ -22,8 +24,8 @@ namespace
 
 const QLatin1String kZipSuffix(".zip");
 
-/// What two entries with one name have in common: the name in the local encoding, which is what
-/// Qt's reader takes it for. Plain names need no copy.
+/// Equal for entries with the same name. The name is decoded in the local encoding, as Qt's reader
+/// does it; ASCII names need no conversion.
 QByteArray NameKey(const QByteArray &rawName)
 {
     const bool isAscii = std::all_of(rawName.cbegin(), rawName.cend(),
@@ -31,7 +33,7 @@ QByteArray NameKey(const QByteArray &rawName)
     return isAscii ? rawName : QString::fromLocal8Bit(rawName).toUtf8();
 }
 
-/// One package being unpacked: the entries as Qt's reader lists them, and their data.
+/// A package that is being unpacked: the entries as Qt's reader lists them, and their data.
 class PackageArchive
 {
 public:
@@ -49,23 +51,24 @@ public:
     QZipReader::FileInfo Entry(int index) const
     {
         QZipReader::FileInfo entry = m_reader.entryInfoAt(index);
-        // Archives made without file modes tell a folder by the slash at the end of its name only.
+        // In archives without file modes only the slash at the end of its name marks a folder.
         if (index < m_directory.size() && m_directory.at(index).rawName.endsWith('/'))
             entry.isDir = true;
         return entry;
     }
 
-    /// Finds the data of entry @p index. False when the headers tell that it cannot be had.
+    /// Finds the data of entry @p index. False when the headers show that it cannot be unpacked.
     bool Find(int index)
     {
         if (m_directory.size() != Count())
             return false;
         const ZipEntry &entry = m_directory.at(index);
-        // Of two entries with one name, programs disagree which one counts: the first is taken.
+        // Programs disagree about which of two entries with the same name counts, so only the first
+        // one is accepted.
         return m_firstOfName.value(NameKey(entry.rawName)) == index && m_unpacker.Find(entry);
     }
 
-    /// Unpacks what Find() has found, as ZipUnpacker::Unpack() does.
+    /// Unpacks the entry that Find() has found; see ZipUnpacker::Unpack().
     bool Unpack(const ZipUnpacker::Sink &sink) { return m_unpacker.Unpack(sink); }
 
 private:
@@ -84,13 +87,14 @@ void LogUnzipFailure(const QString &target, QFileDevice::FileError error)
 /// Unpacks the entry that @p archive has found.
 bool WriteFileEntry(const QString &target, PackageArchive &archive)
 {
-    // The pieces are large: a buffer of the file's own would only be one more copy.
+    // Unbuffered: the pieces are large, so a buffer would just be another copy.
     QFile file(target);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
         LogUnzipFailure(target, file.error());
         return false;
     }
-    // A write that fails, as on a full disk, goes unnoticed; but nothing may follow the gap.
+    // A failed write, for instance on a full disk, is not reported; but nothing is written after
+    // the gap.
     bool isWhole = true;
     const bool isSound = archive.Unpack([&file, &isWhole](const char *data, qint64 size) {
         isWhole = isWhole && file.write(data, size) == size;
@@ -101,7 +105,7 @@ bool WriteFileEntry(const QString &target, PackageArchive &archive)
     return isSound;
 }
 
-/// False for a name that leads out of the folder, or that Windows takes for something else.
+/// False for a name that leads out of the folder or is not an ordinary file name on Windows.
 bool IsHarmlessEntryName(const QString &path)
 {
     const QStringList segments = path.split(QLatin1Char('/'));
@@ -112,10 +116,10 @@ bool IsHarmlessEntryName(const QString &path)
            });
 }
 
-/// An archive must not be read while it is written over.
+/// True when unpacking to @p target would overwrite the package, which is still being read.
 bool IsSameFile(const QFileInfo &target, const QFileInfo &package)
 {
-    // Comparing looks at every folder of the path; but hardly any target exists yet.
+    // Few targets exist yet, and the comparison is slow: it looks at every folder of the path.
     return target.exists() && target == package;
 }
 
@@ -149,8 +153,8 @@ bool UnpackEntries(const QString &packageFile, const QString &folder)
     return true;
 }
 
-/// The same, where a list of entries that is too long for the memory is met like a damaged entry.
-/// Qt reports that by an exception, which would end the process with the client stopped.
+/// Calls UnpackEntries() and treats a list of entries that does not fit into memory like a damaged
+/// entry. Qt throws an exception for it, which would end the process while the client is stopped.
 bool Unpack(const QString &packageFile, const QString &folder)
 {
     try {
@@ -161,7 +165,7 @@ bool Unpack(const QString &packageFile, const QString &folder)
     }
 }
 
-/// Replaces a file that the client reads. @p name stands in the log.
+/// Replaces a file that the client reads. @p name is the file's name in the log.
 bool WriteClientFile(const char *name, const QString &path, const QByteArray &content)
 {
     QFile file(path);
@@ -204,15 +208,15 @@ int Global::InstallPackage(const QString &packageFile)
     if (!RunXcopy())
         return Failure;
 
-    if (WriteConfigToFile(QStringLiteral("version")) == Success)
+    if (WriteConfigToFile(ConfigContract::Selector::InstalledVersion) == Success)
         qWarning() << "autoupdate config veison update successed";
     return Success;
 }
 
 bool Global::RunXcopy()
 {
-    // Overwrite without asking, sub-folders and empty ones too, the destination is a folder, no
-    // list.
+    // Overwrite without asking, copy sub-folders including empty ones, treat the destination as a
+    // folder, do not list the files.
     const QStringList arguments = {QStringLiteral("/y"), QStringLiteral("/e"),
                                    QStringLiteral("/i"), QStringLiteral("/q"),
                                    packageDir,           WithBackSlashes(ParentOfWorkingFolder())};

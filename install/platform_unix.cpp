@@ -1,18 +1,17 @@
+// SPDX-License-Identifier: MIT
 #include "install/platform.h"
 
 #include <QFile>
 #include <QThread>
 
 #include <cerrno>
-#include <openssl/crypto.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 namespace
 {
 
-/// A drive as the other system names it: it has no counterpart here but the root file system.
+/// True for a Windows drive such as "C:\". Its counterpart here is the root file system.
 bool NamesMissingVolume(const QString &path)
 {
     return !path.isEmpty() && !QFile::exists(path);
@@ -50,14 +49,4 @@ void Platform::MakeStartable(const QString &program)
 {
     QFile file(program);
     file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeUser);
-}
-
-void Platform::LeaveAtOnce(int exitCode)
-{
-    _exit(exitCode);
-}
-
-void Platform::KeepTlsUntilTheEnd()
-{
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
 }

@@ -1,8 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "install/platform.h"
 
 #include <QDir>
 
-#include <cstdlib>
 #include <qt_windows.h>
 
 namespace
@@ -13,7 +13,7 @@ const wchar_t *Wide(const QString &text)
     return reinterpret_cast<const wchar_t *>(text.utf16());
 }
 
-/// In the form that Windows accepts beyond 260 characters.
+/// The form of @p path that Windows accepts beyond 260 characters.
 QString LongPath(const QString &path)
 {
     const QString native = QDir::toNativeSeparators(QDir::cleanPath(QDir().absoluteFilePath(path)));
@@ -44,7 +44,7 @@ void Platform::Pause(unsigned long milliseconds)
 
 bool Platform::LeadsElsewhere(const QString &path)
 {
-    // Returns the tag without opening the entry.
+    // FindFirstFile returns the reparse tag without opening the entry.
     WIN32_FIND_DATAW entry = {};
     const HANDLE search = FindFirstFileW(Wide(LongPath(path)), &entry);
     if (search == INVALID_HANDLE_VALUE)
@@ -55,18 +55,5 @@ bool Platform::LeadsElsewhere(const QString &path)
 
 void Platform::MakeStartable(const QString &)
 {
-    // The file's name is enough for the system.
-}
-
-void Platform::LeaveAtOnce(int exitCode)
-{
-    // Not ExitProcess(), which runs the libraries' clean-up and may wait for a lock that a stuck
-    // thread holds.
-    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
-    std::abort();
-}
-
-void Platform::KeepTlsUntilTheEnd()
-{
-    // The system's own TLS, and threads that are waited for to their very end.
+    // Windows starts any file with a program's name.
 }

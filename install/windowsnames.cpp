@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/windowsnames.h"
 
 #include <QStringList>
@@ -24,15 +25,15 @@ bool IsPort(const QString &name)
 
 } // namespace
 
-// No regular expressions here: they match nothing in a text with half a surrogate pair, which the
-// answer to the check may hold.
+// No regular expressions here: they do not match in a text with half a surrogate pair, which the
+// answer to the check may contain.
 
 bool WindowsNames::IsDevice(const QString &name)
 {
     static const QStringList devices{QStringLiteral("CON"),    QStringLiteral("PRN"),
                                      QStringLiteral("AUX"),    QStringLiteral("NUL"),
                                      QStringLiteral("CONIN$"), QStringLiteral("CONOUT$")};
-    // A device whatever follows the first dot, and whatever blanks stand before it.
+    // Windows ignores everything after the first dot, and blanks before that dot.
     const QString base = AsKept(name.section(QLatin1Char('.'), 0, 0)).toUpper();
     return devices.contains(base) || IsPort(base);
 }
@@ -46,7 +47,7 @@ bool WindowsNames::HasForbiddenCharacter(const QString &name)
 
 bool WindowsNames::HasInvisibleCharacter(const QString &name)
 {
-    // By hand: QString::toUcs4() replaces half a surrogate pair.
+    // QString::toUcs4() cannot be used: it replaces half a surrogate pair.
     for (int index = 0; index < name.size(); ++index) {
         uint character = name.at(index).unicode();
         if (QChar::isHighSurrogate(character) && index + 1 < name.size() &&

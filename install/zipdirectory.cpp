@@ -1,4 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "install/zipdirectory.h"
+
+#include "install/zipformat.h"
 
 #include <QStringList>
 #include <QtEndian>
@@ -8,10 +11,7 @@
 namespace
 {
 
-// Signatures and fixed sizes of the records: APPNOTE.TXT 4.3.7, 4.3.12 and 4.3.16.
-constexpr quint32 kLocalHeaderSignature = 0x04034b50;
-constexpr quint32 kCentralHeaderSignature = 0x02014b50;
-constexpr quint32 kEndOfDirectorySignature = 0x06054b50;
+// The fixed sizes of the records: APPNOTE.TXT 4.3.7, 4.3.12 and 4.3.16.
 constexpr int kLocalHeaderSize = 30;
 constexpr int kCentralHeaderSize = 46;
 constexpr int kEndOfDirectorySize = 22;
@@ -28,7 +28,7 @@ quint32 DoubleWord(const QByteArray &record, int offset)
     return qFromLittleEndian<quint32>(record.constData() + offset);
 }
 
-/// The end-of-directory record, which stands last but for a comment; empty when there is none.
+/// The end-of-directory record. Only a comment may follow it. Empty when there is none.
 QByteArray ReadEndOfDirectory(QIODevice &archive)
 {
     const qint64 tailSize = std::min<qint64>(archive.size(), kEndOfDirectorySize + kMaxCommentSize);
@@ -36,17 +36,18 @@ QByteArray ReadEndOfDirectory(QIODevice &archive)
         return QByteArray();
     const QByteArray tail = archive.read(tailSize);
     for (int start = tail.size() - kEndOfDirectorySize; start >= 0; --start) {
-        if (DoubleWord(tail, start) == kEndOfDirectorySignature)
+        if (DoubleWord(tail, start) == ZipFormat::EndOfDirectorySignature)
             return tail.mid(start, kEndOfDirectorySize);
     }
     return QByteArray();
 }
 
-/// Reads the entry at the device's position. False when it is cut short or not one at all.
+/// Reads the entry at the device's position. False when it is incomplete or not an entry.
 bool ReadEntry(QIODevice &archive, ZipEntry &entry)
 {
     const QByteArray header = archive.read(kCentralHeaderSize);
-    if (header.size() < kCentralHeaderSize || DoubleWord(header, 0) != kCentralHeaderSignature)
+    if (header.size() < kCentralHeaderSize ||
+        DoubleWord(header, 0) != ZipFormat::CentralHeaderSignature)
         return false;
     entry.versionNeeded = Word(header, 6);
     entry.flags = Word(header, 8);
@@ -96,8 +97,8 @@ bool SeekToZipData(QIODevice &archive, const ZipEntry &entry)
     if (!archive.seek(entry.localHeaderOffset))
         return false;
     const QByteArray header = archive.read(kLocalHeaderSize);
-    if (header.size() < kLocalHeaderSize || DoubleWord(header, 0) != kLocalHeaderSignature ||
-        Word(header, 8) != entry.method)
+    if (header.size() < kLocalHeaderSize ||
+        DoubleWord(header, 0) != ZipFormat::LocalHeaderSignature || Word(header, 8) != entry.method)
         return false;
     const qint64 start = archive.pos() + Word(header, 26) + Word(header, 28);
     return start + entry.packedSize <= archive.size() && archive.seek(start);
@@ -110,7 +111,8 @@ bool StaysInFolder(const QString &path)
         return false;
     const QStringList segments = path.split(QLatin1Char('/'));
     return std::none_of(segments.cbegin(), segments.cend(), [](const QString &segment) {
-        // Windows drops blanks and dots at the end of a name: "..", ".. " and "..." may all climb.
+        // Windows drops blanks and dots at the end of a name, so "..", ".. " and "..." may all lead
+        // to the parent folder.
         const bool onlyDotsAndBlanks =
             std::all_of(segment.cbegin(), segment.cend(), [](QChar character) {
                 return character == QLatin1Char('.') || character == QLatin1Char(' ');

@@ -1,4 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "install/zipunpacker.h"
+
+#include "install/zipformat.h"
 
 #include <algorithm>
 #include <limits>
@@ -6,12 +9,6 @@
 
 namespace
 {
-
-// APPNOTE.TXT 4.4.3, 4.4.4 and 4.4.5.
-constexpr quint16 kHighestVersion = 20; // folders and deflate; zip64 needs more
-constexpr quint16 kEncryptedFlag = 0x0001;
-constexpr quint16 kStored = 0;
-constexpr quint16 kDeflated = 8;
 
 /// Of sizes and offsets: what Qt's zip reader can tell, which keeps them in signed numbers.
 constexpr quint32 kMaxSize = std::numeric_limits<qint32>::max();
@@ -25,12 +22,13 @@ bool IsTaken(const ZipEntry &entry)
 {
     if (entry.packedSize > kMaxSize || entry.size > kMaxSize || entry.localHeaderOffset > kMaxSize)
         return false;
-    if (entry.versionNeeded > kHighestVersion || (entry.flags & kEncryptedFlag) != 0)
+    if (entry.versionNeeded > ZipFormat::Version || (entry.flags & ZipFormat::EncryptedFlag) != 0)
         return false;
-    return entry.method == kDeflated || (entry.method == kStored && entry.packedSize == entry.size);
+    return entry.method == ZipFormat::Deflated ||
+           (entry.method == ZipFormat::Stored && entry.packedSize == entry.size);
 }
 
-/// Sums up unpacked data and compares it with what the header declares.
+/// The size and the checksum of the unpacked data, compared with those in the header.
 class Tally
 {
 public:
@@ -54,7 +52,7 @@ private:
 
 } // namespace
 
-/// One raw deflate stream after the other.
+/// Decompresses raw deflate streams, one after the other.
 class ZipUnpacker::Inflater
 {
 public:
@@ -66,7 +64,7 @@ public:
     }
     Q_DISABLE_COPY(Inflater)
 
-    /// Forgets the stream before. False when there is no memory.
+    /// Starts a new stream. False when there is not enough memory.
     bool Begin()
     {
         m_result = Z_OK;
@@ -78,7 +76,7 @@ public:
     /// Unpacks the next piece of the stream. False when it is damaged or @p sink has stopped.
     bool Feed(const char *packed, qint64 size, const CheckedSink &sink)
     {
-        // zlib only reads from there.
+        // zlib does not write to its input.
         m_stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(packed));
         m_stream.avail_in = uInt(size);
         do {
@@ -124,12 +122,12 @@ bool ZipUnpacker::Unpack(const Sink &sink)
         sink(data, size);
         return true;
     };
-    const bool isWhole =
-        m_entry.method == kStored ? UnpackStored(checkedSink) : UnpackDeflated(checkedSink);
+    const bool isWhole = m_entry.method == ZipFormat::Stored ? UnpackStored(checkedSink)
+                                                             : UnpackDeflated(checkedSink);
     return isWhole && tally.Matches();
 }
 
-/// Of the @p left bytes of packed data. Returns how many were read; not positive when none were.
+/// Reads the next of the @p left bytes of packed data. Returns their number, or 0 or less for none.
 qint64 ZipUnpacker::ReadPiece(qint64 left)
 {
     return m_archive.read(m_packed.data(), std::min<qint64>(left, m_packed.size()));

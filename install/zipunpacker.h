@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "install/zipdirectory.h"
@@ -10,40 +11,40 @@
 #include <memory>
 
 /**
- * Unpacks entries of one zip archive, each of them once and in pieces, so that memory does not grow
- * with the entry. Size and checksum are compared with the header on the way: what has come out may
- * turn out to be damaged only at its end.
+ * Unpacks entries of one zip archive, each of them once and in pieces, so that memory use does not
+ * grow with the entry. The size and the checksum are compared with the header on the way, so damage
+ * may be detected only after most of the data has been unpacked.
  *
- * Takes entries that are stored or deflated (RFC 1951), not encrypted, and below 2 GiB, as PKWARE's
- * APPNOTE.TXT (4.4 and 4.5) has them without zip64. One thread at a time.
+ * Accepts entries that are stored or deflated (RFC 1951), not encrypted, smaller than 2 GiB and
+ * without zip64 (PKWARE's APPNOTE.TXT, 4.4 and 4.5). One thread at a time.
  */
 class ZipUnpacker
 {
 public:
-    /// Takes the next piece of the unpacked data, of at most 256 KiB and never empty.
+    /// Receives the next piece of the unpacked data: at most 256 KiB and never empty.
     using Sink = std::function<void(const char *data, qint64 size)>;
 
-    /// @p archive must be open and seekable, and live as long as the unpacker does.
+    /// @p archive must be open and seekable, and exist as long as the unpacker does.
     explicit ZipUnpacker(QIODevice &archive);
     ~ZipUnpacker();
 
     /**
-     * Finds the data of @p entry. False when the headers alone tell that it cannot be unpacked: it
-     * is of a kind that is not taken, or not there in its full length.
+     * Finds the data of @p entry. False when the headers alone show that it cannot be unpacked: its
+     * kind is not accepted, or its data is incomplete.
      */
     bool Find(const ZipEntry &entry);
 
     /**
-     * Unpacks the entry that Find() has found, and hands no more to @p sink than its header
-     * declares. False when the data cannot be read, is damaged, or has not the declared size and
-     * checksum.
+     * Unpacks the entry that Find() has found. Passes no more data to @p sink than the header
+     * declares. False when the data cannot be read, is damaged, or does not have the declared size
+     * and checksum.
      */
     bool Unpack(const Sink &sink);
 
 private:
     Q_DISABLE_COPY(ZipUnpacker)
 
-    /// As Sink; false to stop.
+    /// Like Sink, but returns false to stop.
     using CheckedSink = std::function<bool(const char *data, qint64 size)>;
 
     class Inflater;
@@ -54,10 +55,9 @@ private:
 
     QIODevice &m_archive;
     ZipEntry m_entry;
-    QByteArray m_packed; ///< the piece that was read last
+    QByteArray m_packed; ///< the last piece that was read
     std::unique_ptr<Inflater> m_inflater;
 };
 
-/// True when the data of @p entry can be unpacked, and is what its header declares. Reads all of
-/// it.
+/// True when all data of @p entry can be unpacked and matches its header.
 bool ZipDataIsSound(QIODevice &archive, const ZipEntry &entry);

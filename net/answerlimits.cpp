@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "net/answerlimits.h"
 
+#include <QNetworkReply>
 #include <QString>
 
 #include <algorithm>
@@ -17,17 +19,17 @@ bool IsInsideCharacter(char byte)
     return (uchar(byte) & 0xc0) == 0x80;
 }
 
-/// The end of the piece of UTF-8 text that begins at @p start: no character is cut.
+/// The end of the piece of UTF-8 text that begins at @p start. No character is split.
 int EndOfPiece(const QByteArray &text, int start)
 {
     int end = std::min(start + kPieceBytes, text.size());
-    // A character has at most three bytes behind its first.
+    // At most three bytes follow the first byte of a character.
     for (int back = 0; back < 3 && end < text.size() && IsInsideCharacter(text.at(end)); ++back)
         --end;
     return end;
 }
 
-/// The characters of @p text as the log stream writes them, without the quotes around the whole.
+/// @p text as the log stream writes it, without the quotes around it.
 QString Escaped(const QByteArray &text)
 {
     QString quoted;
@@ -35,7 +37,8 @@ QString Escaped(const QByteArray &text)
     return quoted.mid(1, quoted.size() - 2);
 }
 
-/// Hands over what the log holds of @p body, piece by piece, until @p use returns false.
+/// Passes the text that the log gets for @p body to @p use, piece by piece, until that returns
+/// false.
 void ForEachEscapedPiece(const QByteArray &body, const std::function<bool(const QString &)> &use)
 {
     const QByteArray text = QByteArray::fromRawData(
@@ -57,7 +60,7 @@ bool FitsIntoLog(const QByteArray &body)
     return characters <= kMaxLoggedCharacters;
 }
 
-/// Counts what begins or separates values, outside of texts.
+/// Counts the characters that begin or separate values, except inside strings.
 bool HasFewJsonValues(const QByteArray &body)
 {
     int values = 0;
@@ -75,6 +78,15 @@ bool HasFewJsonValues(const QByteArray &body)
 }
 
 } // namespace
+
+void AnswerLimits::LimitBuffer(QNetworkReply *answer)
+{
+    // Qt discards a limit that is set on a POST at once. A limit that is set only after data has
+    // come may have no effect either: Qt's network thread ignores it while more data keeps coming.
+    const auto limit = [answer] { answer->setReadBufferSize(MaxBytes + 1); };
+    QMetaObject::invokeMethod(answer, limit, Qt::QueuedConnection);
+    QObject::connect(answer, &QNetworkReply::metaDataChanged, answer, limit);
+}
 
 bool AnswerLimits::CanBeTaken(const QByteArray &body)
 {

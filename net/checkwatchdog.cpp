@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "net/checkwatchdog.h"
 
 #include "config/global.h"
-#include "install/platform.h"
+#include "net/processend.h"
 #include "net/timelimits.h"
 
 #include <QCoreApplication>
@@ -61,7 +62,8 @@ void CheckWatchdog::LeaveWhenStuck()
 {
     if (m_clientStarted.loadAcquire() == 0)
         return;
-    // Shared: a worker that is stuck for now may let go when this function is long over.
+    // Shared, because a worker that is stuck now may run this long after this function has
+    // returned.
     const auto released = std::make_shared<QSemaphore>();
     const auto letGo = [released, release = m_release] {
         release();
@@ -69,5 +71,5 @@ void CheckWatchdog::LeaveWhenStuck()
     };
     QMetaObject::invokeMethod(m_worker, letGo, Qt::QueuedConnection);
     if (!released->tryAcquire(1, TimeLimits::WorkerLetsGoMs))
-        Platform::LeaveAtOnce(0);
+        ProcessEnd::LeaveAtOnce(0);
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/contentcoding.h"
 
 #include <utility>
@@ -8,12 +9,12 @@ namespace
 
 constexpr int kPieceSize = 64 * 1024;
 
-// As zlib's inflateInit2 takes them.
+// Window bits for zlib's inflateInit2().
 constexpr int kGzipOrZlib = MAX_WBITS + 32;
 constexpr int kNoWrapper = -MAX_WBITS;
 
-/// True for the two bytes that a gzip (RFC 1952, 2.3.1) or zlib (RFC 1950, 2.2) wrapper begins
-/// with.
+/// True when @p data begins with the two bytes of a gzip (RFC 1952, 2.3.1) or zlib (RFC 1950, 2.2)
+/// wrapper.
 bool BeginsWithWrapper(const QByteArray &data)
 {
     const auto first = uchar(data.at(0));
@@ -43,7 +44,7 @@ public:
     {
         if (!m_ready)
             return false;
-        // zlib only reads from there.
+        // zlib does not write to its input.
         m_stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(piece.constData()));
         m_stream.avail_in = uInt(piece.size());
         do {

@@ -1,13 +1,16 @@
+// SPDX-License-Identifier: MIT
 #include "net/httpdownloadfile.h"
 
 #include "config/global.h"
 #include "config/paths.h"
+#include "config/servicecontract.h"
 #include "install/folderremoval.h"
-#include "install/platform.h"
+#include "net/answerlimits.h"
 #include "net/checkwatchdog.h"
 #include "net/contentcoding.h"
-#include "net/packagename.h"
+#include "net/processend.h"
 #include "net/requests.h"
+#include "net/serviceoffer.h"
 #include "net/timelimits.h"
 #include "net/tlspreparation.h"
 #include "ui/dwondialog.h"
@@ -24,33 +27,14 @@
 namespace
 {
 
-const QLatin1String kNoUpdate("0");
-
-// An answer beyond this, compressed or not, is refused: memory does not grow with whatever the
-// service sends.
-constexpr qint64 kMaxCheckReplyBytes = 8LL * 1024 * 1024;
-
-// Of a package name that is refused: it may be as long as the answer.
+// How much of a refused package name is logged. The name may be as long as the answer.
 constexpr int kMaxLoggedName = 300;
 
-// Bytes that may wait to be written before the connection is held back. So few that they are still
-// in the processor's cache then: 1 MiB costs a third more of the processor's time.
+// Bytes that may be buffered before the server has to wait. They should fit into the processor's
+// cache: a buffer of 1 MiB costs a third more processor time.
 constexpr qint64 kDownloadBufferBytes = 64LL * 1024;
 
-/// The user asked never to be prompted for this version, and nobody asks for the prompt now.
-bool IsSilenced()
-{
-    const Global &global = Global::instance;
-    return global.noRemind != 0 && global.latestVersion == global.noRemindVersion &&
-           !global.HasForcingSwitch();
-}
-
-bool HasNothingToOffer()
-{
-    return IsSilenced() || Global::instance.update == kNoUpdate;
-}
-
-/// What an earlier update left for the client to show must not be shown with this one.
+/// The client must not show the notes of an earlier update after this one.
 void RemoveNotesMarker()
 {
     QFile marker(Paths::NotesMarkerFile());
@@ -62,10 +46,15 @@ void RemoveNotesMarker()
         qDebug() << "failed to delete isShowUpdataInfo.txt: " << int(marker.error());
 }
 
-/// A nameless client has the folder of everybody's application data: that one is never emptied.
-bool IsOwnFolder(const QString &folder)
+/// Deletes @p object at once, even while it delivers one of its signals, and sets it to null. The
+/// destruction cancels the deferred deletion.
+template <class T> void DeleteNow(T *&object)
 {
-    return !folder.mid(folder.lastIndexOf(QLatin1Char('/')) + 1).trimmed().isEmpty();
+    if (object == nullptr)
+        return;
+    object->deleteLater();
+    delete object;
+    object = nullptr;
 }
 
 } // namespace
@@ -73,12 +62,12 @@ bool IsOwnFolder(const QString &folder)
 HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
 {
     qRegisterMetaType<QNetworkReply::NetworkError>("QNetworkReply::NetworkError");
-    Platform::KeepTlsUntilTheEnd();
+    ProcessEnd::KeepTlsUntilTheEnd();
 
     updateDialog = new UpdateDialog;
     DwonDialog *dwonDialog = updateDialog->ProgressDialog();
     connect(this, &HttpDownLoadFile::Aupdate, updateDialog, &UpdateDialog::updateMode);
-    // Twice on purpose: every step of the progress reaches the bar two times.
+    // Connected twice on purpose: every progress step reaches the bar twice.
     connect(this, &HttpDownLoadFile::UpdateBar, dwonDialog, &DwonDialog::UpdateProgressBar);
     connect(this, &HttpDownLoadFile::UpdateBar, dwonDialog, &DwonDialog::UpdateProgressBar);
     connect(updateDialog, &UpdateDialog::getPack, this, &HttpDownLoadFile::GetPackData);
@@ -86,7 +75,7 @@ HttpDownLoadFile::HttpDownLoadFile(QObject *parent) : QObject(parent)
 
     checkWatchdog = std::make_unique<CheckWatchdog>(this, [this] { DeleteResource(); });
     QTimer::singleShot(TimeLimits::FirstCheckDelayMs, this, &HttpDownLoadFile::TimerPro);
-    // The worker's thread does that as it starts, in the pause that the check waits for anyway.
+    // Runs as soon as the worker's thread starts, during the second before the check.
     QMetaObject::invokeMethod(this, &PrepareTls, Qt::QueuedConnection);
 }
 
@@ -104,8 +93,8 @@ void HttpDownLoadFile::TimerPro()
 
 void HttpDownLoadFile::CheckProcess()
 {
-    // A check that was started once more leaves its predecessor's replies under way: the managers
-    // that own them live on below their successors.
+    // When a check is started again, the replies of the first one are still under way. Their
+    // managers own them, so each old manager becomes a child of the new one.
     QNetworkAccessManager *const formerCheck = checkManager;
     QNetworkAccessManager *const formerDownload = downloadManager;
     checkManager = new QNetworkAccessManager;
@@ -128,12 +117,7 @@ void HttpDownLoadFile::SendCheckRequest()
     reply = checkManager->post(CheckRequest(Global::instance.updateCheckUrl),
                                CheckRequestBody(Global::instance.currentVersion));
     QNetworkReply *const answer = reply;
-    // One byte more than is taken, so that an answer of just that size is told from a larger one.
-    // Qt forgets a limit that is set on a POST at once. Set later than before the answer comes, it
-    // may have no effect either: Qt's own thread does not look up while data keeps coming in.
-    const auto limit = [answer] { answer->setReadBufferSize(kMaxCheckReplyBytes + 1); };
-    QMetaObject::invokeMethod(answer, limit, Qt::QueuedConnection);
-    connect(answer, &QNetworkReply::metaDataChanged, answer, limit);
+    AnswerLimits::LimitBuffer(answer);
     connect(answer, &QNetworkReply::readyRead, this, [this, answer] { RefuseLargeAnswer(answer); });
     connect(checkManager, &QNetworkAccessManager::finished, this,
             &HttpDownLoadFile::ReplyCheckDataRecv);
@@ -151,56 +135,65 @@ void HttpDownLoadFile::ReplyCheckDataRecv(QNetworkReply *Reply)
         return;
     }
     QByteArray answer = Reply->readAll();
-    if (!DecodeContent(Reply->rawHeader("Content-Encoding"), kMaxCheckReplyBytes, answer)) {
+    if (!DecodeContent(Reply->rawHeader("Content-Encoding"), AnswerLimits::MaxBytes, answer)) {
         if (EndCheckWithClient())
             qDebug() << "check answer cannot be unpacked, bytes:" << answer.size();
         return;
     }
-    Global &global = Global::instance;
-    if (global.ParseServiceReply(answer) != 0 || global.latestVersion == global.currentVersion) {
+    if (Global::instance.ParseServiceReply(answer) == Global::Success)
+        TakeOffer(ReadServiceOffer(Global::instance));
+    else
         EndCheckWithClient();
-        return;
-    }
+}
 
-    RemoveNotesMarker();
-    if (HasNothingToOffer()) {
+void HttpDownLoadFile::TakeOffer(const ServiceOffer &offer)
+{
+    if (offer.verdict != ServiceOffer::Verdict::Installed)
+        RemoveNotesMarker();
+    switch (offer.verdict) {
+    case ServiceOffer::Verdict::Installed:
+    case ServiceOffer::Verdict::Silenced:
+    case ServiceOffer::Verdict::NoUpdate:
         EndCheckWithClient();
-        return;
-    }
-    packagePath = PackageFileName(global.latestVersionUrl);
-    if (!IsUsablePackageName(packagePath)) {
+        break;
+    case ServiceOffer::Verdict::UnusableName:
         if (EndCheckWithClient())
-            qDebug() << "package name cannot be used:" << packagePath.left(kMaxLoggedName);
-        return;
+            qDebug() << "package name cannot be used:" << offer.packageName.left(kMaxLoggedName);
+        break;
+    case ServiceOffer::Verdict::Update:
+        PrepareDownload(offer);
+        if (checkWatchdog->EndWithPrompt())
+            emit Aupdate(Global::instance.update);
+        break;
     }
-    PrepareDownload();
-    if (checkWatchdog->EndWithPrompt())
-        emit Aupdate(global.update);
 }
 
 void HttpDownLoadFile::RefuseLargeAnswer(QNetworkReply *answer)
 {
-    if (answer->bytesAvailable() <= kMaxCheckReplyBytes || !checkWatchdog->EndWithClient())
+    if (answer->bytesAvailable() <= AnswerLimits::MaxBytes || !checkWatchdog->EndWithClient())
         return;
-    // Nothing more of it is received while the client is started.
+    // The rest must not be received while the client is started.
     answer->abort();
     Global::instance.LaunchClient();
-    qDebug() << "check answer is too large, bytes: more than" << kMaxCheckReplyBytes;
+    qDebug() << "check answer is too large, bytes: more than" << AnswerLimits::MaxBytes;
 }
 
-void HttpDownLoadFile::PrepareDownload()
+void HttpDownLoadFile::PrepareDownload(const ServiceOffer &offer)
 {
-    downloadDir = Paths::DownloadFolder(Global::instance.appName);
+    downloadDir = offer.folder.path;
+    ownsDownloadDir = offer.folder.isOwn;
+    packagePath = offer.PackagePath();
     QDir().mkpath(downloadDir);
-    packagePath = downloadDir + QLatin1Char('/') + packagePath;
     qInfo() << "update fileName: " << packagePath;
 }
 
 void HttpDownLoadFile::GetPackData()
 {
-    // Windows removes no file that is open, and an attempt under way may have this one.
+    // Windows cannot remove an open file, and an attempt that is still under way may have this one
+    // open.
     packageFile.close();
-    EmptyDownloadFolder();
+    if (ownsDownloadDir)
+        EmptyFolder(downloadDir);
     if (!OpenPackageFile()) {
         QCoreApplication::quit();
         return;
@@ -209,18 +202,12 @@ void HttpDownLoadFile::GetPackData()
     StartTimer(downloadTimerId);
 }
 
-void HttpDownLoadFile::EmptyDownloadFolder() const
-{
-    if (IsOwnFolder(downloadDir))
-        EmptyFolder(downloadDir);
-}
-
 bool HttpDownLoadFile::OpenPackageFile()
 {
     if (packageFile.fileName().isEmpty())
         packageFile.setFileName(packagePath);
 
-    if (!IsOwnFolder(downloadDir)) {
+    if (!ownsDownloadDir) {
         qDebug() << packagePath << " Open failed:" << int(QFileDevice::OpenError);
         return false;
     }
@@ -233,7 +220,7 @@ bool HttpDownLoadFile::OpenPackageFile()
 
 void HttpDownLoadFile::SendPackageRequest()
 {
-    // An attempt that is still under way must not write into this one's file.
+    // An attempt that is still under way must not write into the new file.
     if (reply != nullptr)
         reply->disconnect(this);
 
@@ -245,7 +232,7 @@ void HttpDownLoadFile::SendPackageRequest()
     connect(reply, &QNetworkReply::finished, this, &HttpDownLoadFile::ReplyFinished);
     connect(reply, &QNetworkReply::downloadProgress, this,
             &HttpDownLoadFile::UpdateDataReadProgress);
-    // By string: the overloaded error() is the only form that Qt 5.12 and 5.15 both have.
+    // Connected by string: the overloaded error() is the only form that both Qt 5.12 and 5.15 have.
     connect(reply, SIGNAL(error(QNetworkReply::NetworkError)), this,
             SLOT(ReplyError(QNetworkReply::NetworkError)));
 }
@@ -266,7 +253,7 @@ void HttpDownLoadFile::WritePackage(const QByteArray &received)
     const auto write = [this](const QByteArray &plain) {
         return packageFile.write(plain) == plain.size();
     };
-    // What is damaged here is missing in the file: the digest tells.
+    // Damaged data is not written, so the digest of the file will not match.
     packageDecoder->Feed(received, write);
 }
 
@@ -286,7 +273,7 @@ void HttpDownLoadFile::ReplyFinished()
     if (reply == nullptr || reply->error() != QNetworkReply::NoError)
         return;
     StopTimer(downloadTimerId);
-    ReleaseReply();
+    DeleteNow(reply);
     packageFile.close();
 
     if (Global::instance.FileMd5(packagePath) != Global::instance.md5) {
@@ -301,9 +288,9 @@ void HttpDownLoadFile::ReplyFinished()
 void HttpDownLoadFile::HandOverPackage()
 {
     Global &global = Global::instance;
-    if (global.updateType == Global::InstallerPackage) {
+    if (global.updateType == ServiceContract::InstallerPackage) {
         global.LaunchProgram(packagePath);
-    } else if (global.updateType == Global::ZipPackage) {
+    } else if (global.updateType == ServiceContract::ZipPackage) {
         if (global.InstallPackage(packagePath) != Global::Success)
             QCoreApplication::quit();
         global.LaunchClient();
@@ -334,7 +321,7 @@ void HttpDownLoadFile::AbandonDownload()
 {
     StopTimer(downloadTimerId);
     packageFile.close();
-    ReleaseReply();
+    DeleteNow(reply);
     qDebug() << "NetworkReply Get TimerOut";
     ShowError(QStringLiteral("Installation failed. Network exception, please check."),
               QStringLiteral("安装失败，网络异常，请检查网络"));
@@ -342,14 +329,9 @@ void HttpDownLoadFile::AbandonDownload()
 
 void HttpDownLoadFile::DeleteResource()
 {
-    ReleaseReply();
-    for (QNetworkAccessManager **manager : {&checkManager, &downloadManager}) {
-        if (*manager == nullptr)
-            continue;
-        (*manager)->deleteLater();
-        delete *manager;
-        *manager = nullptr;
-    }
+    DeleteNow(reply);
+    DeleteNow(checkManager);
+    DeleteNow(downloadManager);
     StopTimer(checkTimerId);
     StopTimer(downloadTimerId);
 }
@@ -360,16 +342,6 @@ bool HttpDownLoadFile::EndCheckWithClient()
         return false;
     Global::instance.LaunchClient();
     return true;
-}
-
-void HttpDownLoadFile::ReleaseReply()
-{
-    if (reply == nullptr)
-        return;
-    // Deleted at once, also inside its own finished(); that cancels the deferred deletion.
-    reply->deleteLater();
-    delete reply;
-    reply = nullptr;
 }
 
 void HttpDownLoadFile::StartTimer(int &timerId)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QFile>
@@ -11,21 +12,24 @@ class CheckWatchdog;
 class ContentDecoder;
 class QNetworkAccessManager;
 class UpdateDialog;
+struct ServiceOffer;
 
 /**
  * The update worker: asks the update service for a newer version, announces it to the prompt,
  * downloads the package, verifies it and hands it over to installation.
  *
- * Built on the GUI thread, where its constructor makes the dialogs, and moved to a thread of its
- * own before that thread starts. There every slot but TimerPro() runs. It meets the dialogs through
- * queued signals only. Whatever fails before the prompt starts the client unchanged.
+ * Created on the GUI thread, where its constructor creates the dialogs, and moved to its own thread
+ * before that thread starts. All slots except TimerPro() run there. The worker and the dialogs
+ * communicate only through queued signals. Any failure before the prompt starts the client
+ * unchanged.
  */
 class HttpDownLoadFile : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Makes the hidden dialogs and arms the check, which starts a second later. GUI thread.
+    /// Creates the hidden dialogs and schedules the check, which starts one second later. GUI
+    /// thread.
     explicit HttpDownLoadFile(QObject *parent = nullptr);
 
     /// Deletes the dialogs. GUI thread, after the worker's thread has ended.
@@ -35,10 +39,10 @@ signals:
     /// Starts the check.
     void InitCheck();
 
-    /// An update is there; @p updateMode is the service's "update" value.
+    /// An update is available; @p updateMode is the service's "update" value.
     void Aupdate(QString updateMode);
 
-    /// Bytes of the package received so far and in all; the latter is -1 when it is not known.
+    /// Bytes of the package received so far and in total; the total is -1 when it is unknown.
     void UpdateBar(qint64 bytesRead, qint64 totalBytes);
 
 public slots:
@@ -54,16 +58,17 @@ public slots:
     /// The answer to the check request: starts the client, or announces the update.
     void ReplyCheckDataRecv(QNetworkReply *Reply);
 
-    /// Writes what the download has buffered to the package file.
+    /// Writes the data that has arrived to the package file.
     void ReplyPackDataRecv();
 
-    /// Passes the download's progress on.
+    /// Emits UpdateBar().
     void UpdateDataReadProgress(qint64 bytesRead, qint64 totalBytes);
 
-    /// Verifies a complete download and hands it over. A failed one is left to the stall time-out.
+    /// Verifies a complete download and installs or starts it. Ignores a failed one, which the
+    /// stall time-out reports.
     void ReplyFinished();
 
-    /// Logs a download error. The user learns of it through the stall time-out.
+    /// Logs a download error. The stall time-out reports it to the user.
     void ReplyError(QNetworkReply::NetworkError err);
 
     /// Releases the network objects and the timers, on the worker's thread as it ends.
@@ -74,8 +79,8 @@ protected:
 
 private:
     void SendCheckRequest();
-    void PrepareDownload();
-    void EmptyDownloadFolder() const;
+    void TakeOffer(const ServiceOffer &offer);
+    void PrepareDownload(const ServiceOffer &offer);
     bool OpenPackageFile();
     void SendPackageRequest();
     void WritePackage(const QByteArray &received);
@@ -84,7 +89,6 @@ private:
     void AbandonDownload();
     bool EndCheckWithClient();
     void RefuseLargeAnswer(QNetworkReply *answer);
-    void ReleaseReply();
     void StartTimer(int &timerId);
     void StopTimer(int &timerId);
     void ShowError(const QString &english, const QString &chinese);
@@ -96,9 +100,10 @@ private:
     int downloadTimerId = 0;
     qint64 lastActivityMs = 0; ///< since the epoch; both time limits count from it
     QFile packageFile;
-    QString packagePath; ///< the announced file name, then the full path
+    QString packagePath; ///< full path of the package file
     QString downloadDir;
     UpdateDialog *updateDialog = nullptr;
+    bool ownsDownloadDir = false;                   ///< as DownloadFolder::isOwn
     std::unique_ptr<CheckWatchdog> checkWatchdog;   ///< on the GUI thread
     std::unique_ptr<ContentDecoder> packageDecoder; ///< of the download under way
 };

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 
 #include <QByteArray>
@@ -8,10 +9,10 @@
 namespace
 {
 
-/// Larger pieces are not faster: they no longer fit into the processor's cache.
+/// Larger pieces are not faster, because they do not fit into the processor's cache.
 constexpr int kPieceSize = 64 * 1024;
 
-/// Adds what @p file holds from its position on. False when it cannot be read to its end.
+/// Adds the rest of @p file to @p hash. False when it cannot be read to its end.
 bool AddContent(QFile &file, QCryptographicHash &hash)
 {
     QByteArray piece(kPieceSize, Qt::Uninitialized);
@@ -28,7 +29,7 @@ bool AddContent(QFile &file, QCryptographicHash &hash)
 QString Global::FileMd5(const QString &path) const
 {
     QFile file(path);
-    // Every byte is read once: a buffer of the file's own would only be one more copy.
+    // Unbuffered: every byte is read only once, so a buffer would just be another copy.
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         qDebug() << path << " open failed:" << int(file.error());
         return QString();
@@ -36,7 +37,7 @@ QString Global::FileMd5(const QString &path) const
     QCryptographicHash hash(QCryptographicHash::Md5);
     if (!AddContent(file, hash)) {
         qDebug() << path << " read failed:" << int(file.error());
-        // Otherwise a file that fails at once would have the digest of an empty one.
+        // Without this, a file whose first read fails would have the digest of an empty file.
         hash.addData(QByteArrayLiteral("unreadable from here on"));
     }
     file.close();

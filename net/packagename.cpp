@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/packagename.h"
 
 #include "install/windowsnames.h"
@@ -5,7 +6,7 @@
 namespace
 {
 
-/// In UTF-16 code units: the most that the file systems of Windows hold.
+/// In UTF-16 code units; the limit of the file systems of Windows.
 constexpr int kMaxNameLength = 255;
 
 } // namespace
@@ -19,7 +20,7 @@ bool IsUsablePackageName(const QString &name)
 {
     if (name.isEmpty())
         return true;
-    // Nothing but dots and blanks is the folder, or the one above it.
+    // A name of only dots and blanks is the folder itself or its parent.
     return name.size() <= kMaxNameLength && !WindowsNames::AsKept(name).isEmpty() &&
            !WindowsNames::IsDevice(name) && !WindowsNames::HasForbiddenCharacter(name) &&
            !WindowsNames::HasInvisibleCharacter(name) &&

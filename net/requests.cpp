@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/requests.h"
 
 #include <QJsonDocument>
@@ -8,11 +9,11 @@
 namespace
 {
 
-/// Windows, as the update service counts platforms.
+/// The update service's number for Windows.
 constexpr int kPlatform = 6;
 
-/// Qt would answer a challenge by itself, on Windows with the account of whoever is logged on, and
-/// return cookies with the next request.
+/// Without this, Qt answers a challenge itself, on Windows with the account of the current user,
+/// and sends cookies back with the next request.
 void IdentifyNobody(QNetworkRequest &request)
 {
     for (const QNetworkRequest::Attribute attribute :
@@ -21,8 +22,8 @@ void IdentifyNobody(QNetworkRequest &request)
         request.setAttribute(attribute, QNetworkRequest::Manual);
 }
 
-/// The bytes that Qt sends anyway; but only a body that was asked for here is left as it came. Qt
-/// decompresses without a limit.
+/// Sets the header to the value that Qt would send anyway. Qt leaves the body compressed only when
+/// the program has set it; otherwise it decompresses without a limit.
 void LeaveCompressed(QNetworkRequest &request)
 {
     request.setRawHeader("Accept-Encoding", "gzip, deflate");

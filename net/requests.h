@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -5,16 +6,15 @@
 #include <QString>
 
 /**
- * The program's two requests. Neither ever signs in: a server that asks for credentials, be it with
- * 401 or 407, gets no second request, and the reply ends with the error. Callable from every
- * thread.
+ * The program's two requests. Neither ever sends credentials: when a server asks for them with 401
+ * or 407, the reply ends with that error and no second request is sent. Callable from every thread.
  */
 
-/// The check, a POST. It accepts every certificate.
+/// The check, for a POST. It accepts every certificate.
 QNetworkRequest CheckRequest(const QString &address);
 
-/// What the check tells of the client whose version is @p clientVersion: compact JSON.
+/// The body of the check for a client of version @p clientVersion: compact JSON.
 QByteArray CheckRequestBody(const QString &clientVersion);
 
-/// The package, a GET. The server's certificate is verified.
+/// The package, for a GET. The server's certificate is verified.
 QNetworkRequest PackageRequest(const QString &address);

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
+#include "config/servicecontract.h"
 #include "net/answerlimits.h"
-#include "net/servicecontract.h"
 
 #include <QDebug>
 #include <QJsonDocument>

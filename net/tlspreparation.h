@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /**
- * Loads what the first request over TLS would load: the TLS library, the certificates of the
- * machine, and what the framework wants to know of the network. Changes nothing else. Takes some
- * tens of milliseconds, so call it where there is time to spare. Any thread.
+ * Loads in advance what the first request over TLS needs: the TLS library, the certificates of the
+ * machine, and Qt's information about the network. Changes nothing else. Takes some tens of
+ * milliseconds, so call it while the program waits anyway. Any thread.
  */
 void PrepareTls();

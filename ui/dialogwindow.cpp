@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "ui/dialogwindow.h"
 
-#include "ui/sheets.h"
+#include "ui/stylesheets.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -11,17 +12,18 @@
 namespace
 {
 
-/// Frames what has the focus in the dialog, once the user moves it with the keyboard.
+/// Draws a frame around the widget that has the focus, once the user has moved it with the
+/// keyboard.
 void FrameFocus(QDialog *dialog)
 {
     auto *frame = new QFocusFrame(dialog);
-    frame->setStyleSheet(Sheets::FocusFrame());
+    frame->setStyleSheet(StyleSheets::FocusFrame());
     frame->hide();
-    // Ends with the frame: as the dialog is destroyed, its children go first, and the focus with
-    // them.
+    // The connection ends with the frame: while the dialog is destroyed, its children are deleted
+    // and the focus changes.
     QObject::connect(qApp, &QApplication::focusChanged, frame,
                      [dialog, frame](QWidget *, QWidget *now) {
-                         // As on Windows: those who never press Tab see no frame.
+                         // As on Windows: users who never press Tab see no frame.
                          const bool framed = now != nullptr && dialog->isAncestorOf(now) &&
                                              now->focusPolicy() != Qt::NoFocus &&
                                              dialog->testAttribute(Qt::WA_KeyboardFocusChange);
@@ -36,7 +38,7 @@ void SetUpWindow(QDialog *dialog, QLabel *logo)
     dialog->setWindowFlags(Qt::WindowCloseButtonHint);
     dialog->setWindowIcon(QIcon(QStringLiteral(":/image/resourceimg/logo.ico")));
     dialog->setFixedSize(dialog->size());
-    dialog->setStyleSheet(Sheets::Window(dialog->objectName()));
-    logo->setStyleSheet(Sheets::Logo());
+    dialog->setStyleSheet(StyleSheets::Window(dialog->objectName()));
+    logo->setStyleSheet(StyleSheets::Logo());
     FrameFocus(dialog);
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/diskspace.h"
 
 #include "config/global.h"
@@ -9,7 +10,7 @@ namespace
 
 constexpr qint64 kPackagesThatMustFit = 3;
 
-/// The root of a drive, as in "D:/".
+/// The length of a drive's root, such as "D:/".
 constexpr int kDriveRootLength = 3;
 
 } // namespace

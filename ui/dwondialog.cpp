@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "ui/dwondialog.h"
 
 #include "config/global.h"
 #include "ui/dialogwindow.h"
 #include "ui/diskspace.h"
 #include "ui/netdialog.h"
-#include "ui/sheets.h"
+#include "ui/stylesheets.h"
 #include "ui/versionline.h"
 #include "ui_dwondialog.h"
 
@@ -14,7 +15,7 @@
 namespace
 {
 
-// The button's text is its state: these four decide what a press does.
+// The button's text is its state: it decides what a press does.
 const QLatin1String kCancelEnglish("Cancel");
 const QLatin1String kRetryEnglish("Retry");
 
@@ -40,12 +41,13 @@ DwonDialog::DwonDialog(QWidget *parent)
 {
     ui->setupUi(this);
     SetUpWindow(this, ui->labIco);
-    ui->labText->setStyleSheet(Sheets::ProductName());
-    ui->labVersion->setStyleSheet(Sheets::Version());
-    ui->labInstall->setStyleSheet(Sheets::Percentage());
-    ui->progressBar->setStyleSheet(Sheets::ProgressBar());
-    ui->cancleBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
-    ui->dockWidget->setStyleSheet(Sheets::ConfirmationHolder());
+    ui->labText->setStyleSheet(StyleSheets::ProductName());
+    ui->labVersion->setStyleSheet(StyleSheets::VersionLine());
+    ui->labInstall->setStyleSheet(StyleSheets::PercentageLine());
+    ui->progressBar->setStyleSheet(StyleSheets::ProgressBar());
+    ui->cancleBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() +
+                                 StyleSheets::SecondaryButton());
+    ui->dockWidget->setStyleSheet(StyleSheets::ConfirmationDock());
 
     ui->dockWidget->setFixedSize(199, 114);
     QWidget *const titleBar = ui->dockWidget->titleBarWidget();
@@ -80,7 +82,7 @@ void DwonDialog::SetTexts()
     ui->labInstall->setText(percentage);
     ui->progressBar->setValue(0);
     ui->progressBar->setMaximum(int(Global::instance.packageSize));
-    ui->progressBar->setStyleSheet(Sheets::ProgressBar());
+    ui->progressBar->setStyleSheet(StyleSheets::ProgressBar());
     ui->progressBar->setAccessibleName(progressName);
     ui->labIco->setAccessibleName(ui->labText->text());
 }
@@ -88,9 +90,9 @@ void DwonDialog::SetTexts()
 void DwonDialog::UpdateProgressBar(qint64 bytesRead, qint64 totalBytes)
 {
     ui->progressBar->setValue(int(bytesRead));
-    // By itself the bar is drawn in steps of the style's blocks, and would lag behind the line.
+    // Without this, the bar is redrawn only once per block of the style and lags behind the line.
     ui->progressBar->update();
-    // "Installing" is said of the download too: to the user it is one thing.
+    // The line says "installing" during the download too: to the user both are one operation.
     const QString line =
         Global::instance.IsEnglish() ? tr("installing......%1%") : tr("正在安装中......%1%");
     ui->labInstall->setText(line.arg(Percent(bytesRead, totalBytes)));
@@ -99,10 +101,10 @@ void DwonDialog::UpdateProgressBar(qint64 bytesRead, qint64 totalBytes)
 void DwonDialog::UpdateErrorState(QString text)
 {
     ui->cancleBtn->setText(Global::instance.IsEnglish() ? QString(kRetryEnglish) : RetryChinese());
-    ui->cancleBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::PrimaryButton());
+    ui->cancleBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() + StyleSheets::PrimaryButton());
     ui->labInstall->setText(text);
-    ui->labInstall->setStyleSheet(Sheets::ErrorText());
-    ui->progressBar->setStyleSheet(Sheets::FailedProgressBar());
+    ui->labInstall->setStyleSheet(StyleSheets::ErrorLine());
+    ui->progressBar->setStyleSheet(StyleSheets::ProgressBarInError());
 }
 
 void DwonDialog::CancleDownload()
@@ -125,13 +127,14 @@ void DwonDialog::RetryDownload()
 void DwonDialog::ResetToNormalState()
 {
     const bool english = Global::instance.IsEnglish();
-    ui->cancleBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
+    ui->cancleBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() +
+                                 StyleSheets::SecondaryButton());
     ui->labInstall->setText(english ? QStringLiteral("installing......0%")
                                     : QStringLiteral("正在安装中......0%"));
     ui->cancleBtn->setText(english ? QString(kCancelEnglish) : CancelChinese());
     ui->progressBar->setValue(0);
-    ui->labInstall->setStyleSheet(Sheets::PercentageAgain());
-    ui->progressBar->setStyleSheet(Sheets::ProgressBar());
+    ui->labInstall->setStyleSheet(StyleSheets::PercentageLineAfterRetry());
+    ui->progressBar->setStyleSheet(StyleSheets::ProgressBar());
 }
 
 void DwonDialog::AskToCancel()

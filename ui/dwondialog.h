@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QDialog>
@@ -12,9 +13,9 @@ class DwonDialog;
 }
 
 /**
- * Shows the download of the package: a percentage line, a thin bar, and one button that is "Cancel"
- * while all goes well and "Retry" after an error. Holds the cancel confirmation as a panel over its
- * lower part. GUI thread; its signals may be emitted from the worker's thread.
+ * Shows the download of the package: a line with the percentage, a thin bar, and one button that is
+ * "Cancel" during the download and "Retry" after an error. Contains the cancel confirmation as a
+ * panel over its lower part. GUI thread; the signals may be emitted on the worker's thread.
  */
 class DwonDialog : public QDialog
 {
@@ -24,21 +25,22 @@ public:
     explicit DwonDialog(QWidget *parent = nullptr);
     ~DwonDialog() override;
 
-    /// Fills in the texts in the language shown and the package's size. To be called before show().
+    /// Sets the texts, in the language of the interface, and the size of the package. To be called
+    /// before show().
     void SetTexts();
 
-    /// Esc closes the confirmation when it is open, and asks for it when it is not.
+    /// Esc closes the confirmation when it is open, and opens it otherwise.
     void reject() override;
 
 signals:
-    /// The user asked to retry, and there is room for the package.
+    /// The user wants to retry, and there is enough disk space for the package.
     void GetPackAgain();
 
-    /// An error text to show, ready in the user's language.
+    /// An error to show. @p text is in the language of the interface.
     void ErrSignal(QString text);
 
 public slots:
-    /// The one button: asks whether to cancel, or retries.
+    /// The button was pressed: asks whether to cancel, or retries.
     void CancleDownload();
 
     /// Hides the confirmation; the download goes on.
@@ -50,11 +52,11 @@ public slots:
     /// Shows @p text in red and offers to retry.
     void UpdateErrorState(QString text);
 
-    /// Bytes received so far and in all; a total that is not known (0 or less) shows 0 %.
+    /// Bytes received so far and in total. With an unknown total (0 or less) the line shows 0 %.
     void UpdateProgressBar(qint64 bytesRead, qint64 totalBytes);
 
 protected:
-    /// The window never closes this way: it asks whether to cancel.
+    /// Asks whether to cancel; the window stays open.
     void closeEvent(QCloseEvent *event) override;
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/layoutcost.h"
 
 #include <QFont>
@@ -21,18 +22,18 @@ namespace
 constexpr double kPerBlock = 10e-6;
 constexpr double kPerBlockInTable = 25e-6;
 constexpr double kPerCharacter = 1e-6;
-constexpr double kPerGlyph = 5e-6; // of a script with so many that most are met for the first time
+constexpr double kPerGlyph = 5e-6; // of a script with so many that most have not been drawn before
 constexpr double kPerStackedMark = 15e-6;
-constexpr double kPerSquaredLetter = 7e-9; // of what cannot be broken into lines, in a narrow place
+constexpr double kPerSquaredLetter = 7e-9; // of text that cannot be broken, in a narrow space
 constexpr double kPerCrowdedCharacter = 30e-6;
 constexpr double kPerFont = 1e-3;
-constexpr double kPerFloat = 0.5e-6; // and line beside it
+constexpr double kPerFloat = 0.5e-6; // and for each line next to it
 constexpr double kPerImage = 0.1e-3;
 constexpr double kPerLargeImage = 1e-3;
 
 constexpr double kLargeImage = 100.0 * 100; // pixels
 
-// Where more letters than usual are visible at once, and each has to be drawn.
+// From these values on, more letters than usual are visible at once, and all are drawn.
 constexpr double kCrowdedFont = 6;        // pixels
 constexpr double kCrowdedSpacing = -2;    // pixels
 constexpr double kCrowdedLineHeight = 50; // per cent
@@ -48,7 +49,7 @@ bool IsBreak(QChar character)
     return isIdeograph || character.isSpace();
 }
 
-/// @p repetitions is how often Qt computes the layout of the text.
+/// @p repetitions is the number of times that Qt computes the layout of the text.
 double TextSeconds(const QString &text, double repetitions)
 {
     double seconds = text.size() * kPerCharacter * repetitions;
@@ -57,7 +58,7 @@ double TextSeconds(const QString &text, double repetitions)
     int marks = 0;
     for (const QChar character : text) {
         run = IsBreak(character) ? 0 : run + 1;
-        squares += 2 * run; // the sum of these is the square
+        squares += 2 * run; // the sum of these is the square of the length
         marks = character.isMark() ? marks + 1 : 0;
         seconds += character.unicode() < 0x300 ? 0 : kPerGlyph;
         seconds += marks > kStackedMarks ? kPerStackedMark : 0;
@@ -68,7 +69,7 @@ double TextSeconds(const QString &text, double repetitions)
 double FontPixels(const QFont &font)
 {
     constexpr double pixelsPerPoint = 96.0 / 72;
-    constexpr double ordinary = 12; // without a window system, a font may have no size
+    constexpr double ordinary = 12; // without a window system a font may have no size
     if (font.pixelSize() > 0)
         return font.pixelSize();
     return font.pointSizeF() > 0 ? font.pointSizeF() * pixelsPerPoint : ordinary;
@@ -93,7 +94,7 @@ bool IsCrowded(const QTextBlockFormat &format)
     }
 }
 
-/// In pixels, at most.
+/// An upper limit, in pixels.
 double LineHeight(const QTextBlockFormat &format, double font)
 {
     const double ordinary = 2 * font;
@@ -104,8 +105,8 @@ double LineHeight(const QTextBlockFormat &format, double font)
     return ordinary + format.lineHeight();
 }
 
-/// All frames, tables and floating images. Qt builds the tree of frames at the end of the edit
-/// only.
+/// All frames, tables and floating images. They are found by their formats, because Qt builds the
+/// tree of frames only at the end of the edit.
 QVector<QTextFrame *> Frames(const QTextDocument &document)
 {
     std::set<int> indices;
@@ -119,7 +120,8 @@ QVector<QTextFrame *> Frames(const QTextDocument &document)
     return frames;
 }
 
-/// The largest length of any frame, table or cell, whatever it is for, but their widths.
+/// The largest length in the format of any frame, table or cell, whatever it is for; but not their
+/// widths.
 double LargestFrameLength(const QTextDocument &document)
 {
     double largest = 0;
@@ -143,7 +145,7 @@ double LargestFrameLength(const QTextDocument &document)
     return largest;
 }
 
-/// Adds up what a document needs.
+/// Adds up the cost of a document.
 class DocumentCost
 {
 public:
@@ -156,7 +158,7 @@ public:
 
     double Seconds() const
     {
-        // A height that is no number is not below the limit either.
+        // Written like this so that NaN counts as too high.
         if (!(m_height < kMaxHeight))
             return std::numeric_limits<double>::infinity();
         return m_seconds + m_fonts.size() * kPerFont + m_floats * (m_floats + m_lines) * kPerFloat;
@@ -190,14 +192,14 @@ private:
         double font = FontPixels(block.charFormat().font());
         for (auto it = block.begin(); !it.atEnd(); ++it)
             font = qMax(font, AddFragment(it.fragment(), IsCrowded(format)));
-        // As many lines as characters: the place may be narrow.
+        // There may be as many lines as characters when the space is narrow.
         m_height += LineHeight(format, font) * block.length();
         m_height += std::abs(format.topMargin()) + std::abs(format.bottomMargin());
         constexpr double charactersPerLine = 10;
         m_lines += 1 + block.length() / charactersPerLine;
     }
 
-    /// Returns the size of its font.
+    /// Returns the size of the fragment's font, in pixels.
     double AddFragment(const QTextFragment &fragment, bool isCrowded)
     {
         const QTextCharFormat format = fragment.charFormat();
@@ -216,7 +218,7 @@ private:
         m_height += count * std::abs(format.height());
     }
 
-    /// To be called with rising positions.
+    /// How many tables @p position lies in. To be called with increasing positions.
     int TablesAround(int position)
     {
         while (!m_depthSteps.isEmpty() && m_depthSteps.firstKey() <= position)
@@ -225,12 +227,12 @@ private:
     }
 
     double m_seconds = 0;
-    double m_height = 0; ///< pixels, at most
+    double m_height = 0; ///< an upper limit, in pixels
     double m_lines = 0;
     double m_floats = 0;
     QSet<QString> m_fonts;
     int m_depth = 0;
-    QMap<int, int> m_depthSteps; ///< how many more tables there are from a position on
+    QMap<int, int> m_depthSteps; ///< change of the number of tables at a position
 };
 
 } // namespace

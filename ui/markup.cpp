@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/markup.h"
 
 #include <QStringList>
@@ -12,25 +13,25 @@ namespace
 // In seconds; measured with Qt 5.15 and rounded up.
 constexpr double kPerCharacter = 1e-6;
 constexpr double kPerTag = 8e-6;
-constexpr double kPerLevel = 45e-9; // for a tag, of each element that it lies in
+constexpr double kPerLevel = 45e-9; // for a tag, for each element around it
 constexpr double kPerEarlierItem = 30e-9;
 constexpr double kPerEarlierImage = 100e-9;
 constexpr double kPerCell = 2e-6;
 constexpr double kPerSelector = 0.3e-6;       // and element
-constexpr double kPerSelectorOfParts = 25e-9; // and element, and square of its depth
+constexpr double kPerSelectorOfParts = 25e-9; // and element, times the square of its depth
 
 struct Tag {
-    int end = 0; ///< behind its '>'
+    int end = 0; ///< position after its '>'
     QString name;
     bool closes = false;
-    bool isEmpty = false; ///< no other element lies in it
+    bool isEmpty = false; ///< contains no other element
     int columns = 1;
     bool spansRows = false;
 };
 
 /**
- * Reads one tag. Accepts only what Qt's parser cannot take for a longer tag or for another element:
- * no '<' inside, and quotes only around values.
+ * Reads one tag. Accepts only text that Qt's parser cannot read as a longer tag or as another
+ * element: no '<' inside, and quotes only around values.
  */
 class TagReader
 {
@@ -131,11 +132,11 @@ private:
             return true;
         }
         value = ReadWhile([quote](QChar c) { return c != quote && c != QLatin1Char('<'); });
-        // To Qt's parser "\'" does not end a value.
+        // For Qt's parser "\'" does not end a value.
         return !value.endsWith(QLatin1Char('\\')) && Take(quote.toLatin1());
     }
 
-    /// What is no plain number counts as the largest that Qt accepts.
+    /// Anything but a plain number counts as the largest number that Qt accepts.
     static int Span(const QString &value)
     {
         constexpr int most = 20480;
@@ -148,7 +149,7 @@ private:
     int m_position;
 };
 
-/// Estimates what the parser needs for a style sheet.
+/// Estimates the parser's time for the style sheets.
 class SheetCost
 {
 public:
@@ -189,7 +190,7 @@ private:
     double m_selectorsOfParts = 0;
 };
 
-/// How many cells a table has, of which the tags may name only a few.
+/// Counts the cells of a table. There may be many more than its tags name.
 class TableSize
 {
 public:
@@ -222,7 +223,7 @@ private:
     bool m_isInRow = false;
 };
 
-/// Follows how elements lie in each other, and estimates what the parser needs for them.
+/// Follows the nesting of the elements and estimates the parser's time for them.
 class ElementCost
 {
 public:
@@ -269,7 +270,7 @@ private:
             m_tables.emplace_back();
     }
 
-    /// Ends the innermost element of that name, and all that lie in it.
+    /// Closes the innermost element with that name and all elements inside it.
     void Close(const QString &name)
     {
         const int element = m_open.lastIndexOf(name);
@@ -287,12 +288,12 @@ private:
     }
 
     double m_seconds = 0;
-    double m_cells = 0; ///< of the tables that have ended
+    double m_cells = 0; ///< of the tables that are closed
     int m_items = 0;
     int m_images = 0;
     SheetCost m_sheets;
     QVector<QString> m_open;
-    std::vector<TableSize> m_tables{1}; ///< the first for cells outside of any table
+    std::vector<TableSize> m_tables{1}; ///< the first one is for cells outside any table
 };
 
 class MarkupReader
@@ -303,7 +304,7 @@ public:
     {
     }
 
-    /// Reads a text and the tag behind it; false at the end.
+    /// Reads text and the tag that follows it. False at the end.
     bool ReadNext()
     {
         const int start = m_notes.indexOf(QLatin1Char('<'), m_position);

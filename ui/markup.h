@@ -1,20 +1,21 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 
 /// Markup that is ready for Qt's parser.
 struct Markup {
-    /// Every '<' that begins no tag is written as "&lt;": it is shown, as browsers do, and the
-    /// parser meets no tag that was not looked at.
+    /// Every '<' that does not begin a tag is written as "&lt;". So it is shown, as in browsers,
+    /// and the parser sees no tag that was not examined.
     QString html;
-    /// The processor time that the parser needs, estimated and rounded up.
+    /// The estimated processor time of the parser, rounded up.
     double seconds = 0;
 };
 
 /**
- * Reads @p notes tag by tag. Qt's parser needs time that grows with the square of how deep elements
- * lie in each other, or with its cube where a style sheet names them; and notes come from the
- * network. Stops as soon as the estimate exceeds @p maxSeconds; the markup is cut short then. Takes
- * time that grows with the length alone. Any thread.
+ * Reads @p notes tag by tag and estimates the cost of parsing them. The time of Qt's parser grows
+ * with the square of the nesting depth, or with its cube for elements that a style sheet names, and
+ * the notes come from the network. Stops as soon as the estimate exceeds @p maxSeconds; the markup
+ * is incomplete then. The time of this function grows only linearly with the length. Any thread.
  */
 Markup ReadMarkup(const QString &notes, double maxSeconds);

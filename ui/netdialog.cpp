@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "ui/netdialog.h"
 
 #include "config/global.h"
-#include "ui/sheets.h"
+#include "ui/stylesheets.h"
 
 #include <QCoreApplication>
 #include <QKeyEvent>
@@ -12,22 +13,22 @@ NetDialog::NetDialog(QWidget *parent) : QDialog(parent)
 {
     setObjectName(QStringLiteral("NetDialog"));
     resize(199, 114);
-    setStyleSheet(Sheets::ConfirmationPanel());
+    setStyleSheet(StyleSheets::ConfirmationPanel());
 
     sbtn = new QPushButton(this);
     sbtn->setObjectName(QStringLiteral("sbtn"));
     sbtn->setGeometry(129, 65, 31, 20);
-    sbtn->setStyleSheet(Sheets::ConfirmationButton());
+    sbtn->setStyleSheet(StyleSheets::ConfirmationButton());
 
     cbtn = new QPushButton(this);
     cbtn->setObjectName(QStringLiteral("cbtn"));
     cbtn->setGeometry(66, 65, 51, 20);
-    cbtn->setStyleSheet(Sheets::ConfirmationButton());
+    cbtn->setStyleSheet(StyleSheets::ConfirmationButton());
 
     lab = new QLabel(this);
     lab->setObjectName(QStringLiteral("lab"));
     lab->setGeometry(30, 30, 141, 21);
-    lab->setStyleSheet(Sheets::ConfirmationQuestion());
+    lab->setStyleSheet(StyleSheets::ConfirmationQuestion());
 
     setWindowTitle(tr("Dialog"));
     lab->setText(tr("确定取消更新?"));
@@ -60,7 +61,8 @@ void NetDialog::reject()
 
 void NetDialog::keyPressEvent(QKeyEvent *event)
 {
-    // Not by a default button: there is one a window, and the window's is the progress dialog's.
+    // A default button cannot do this: a window has only one, and it belongs to the progress
+    // dialog.
     if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)
         cbtn->click();
     else

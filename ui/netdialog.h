@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QDialog>
@@ -6,8 +7,8 @@ class QLabel;
 class QPushButton;
 
 /**
- * The question whether to cancel the update, a panel inside the progress dialog. It decides
- * nothing: its owner does what the signals ask for. GUI thread.
+ * Asks whether to cancel the update, as a panel inside the progress dialog. It only emits signals;
+ * its owner acts on them. GUI thread.
  */
 class NetDialog : public QDialog
 {
@@ -16,8 +17,8 @@ class NetDialog : public QDialog
 public:
     explicit NetDialog(QWidget *parent = nullptr);
 
-    /// Lets Tab visit the buttons in reading order. To be called once the panel is in its place:
-    /// being put into another window mixes the order up.
+    /// Makes Tab visit the buttons in reading order. To be called once the panel is in its window,
+    /// because moving it there changes the order.
     void OrderTabs();
 
     /// Esc keeps the update going, as "Cancel" does.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/plaintextlayout.h"
 
 #include <QFontMetricsF>
@@ -14,13 +15,12 @@
 namespace
 {
 
-// Qt's time for a word grows with the square of its length, and so does that for letters of
-// different directions. A piece of this length takes milliseconds, whatever it holds.
+// Qt's time grows with the square of the length of a word, and of text with letters of different
+// directions. A piece of this length takes milliseconds, whatever it contains.
 constexpr int kMaxPieceLength = 1024; // UTF-16 units
 constexpr int kMaxPieceLines = 64;
 
-/// The layout of this much text is computed at once, so that notes of ordinary length have their
-/// true height.
+/// The layout of this much text is computed at once, so that the height of ordinary notes is exact.
 constexpr int kMeasuredLength = 4 * kMaxPieceLength;
 
 bool IsLineEnd(QChar character)
@@ -38,8 +38,8 @@ bool IsLineEnd(QChar character)
     }
 }
 
-/// Where to split a line that is longer than a piece: behind a blank, otherwise between two
-/// characters.
+/// Where to split a line that is longer than a piece: after a blank if possible, otherwise between
+/// two characters.
 int SplitPosition(const QString &text, int start)
 {
     const int end = start + kMaxPieceLength;
@@ -58,10 +58,10 @@ int SplitPosition(const QString &text, int start)
 }
 
 /**
- * The text with its lines ended by '\n', which begins a new paragraph, or QChar::LineSeparator,
- * which does not: a paragraph needs more than a hundred bytes, and there may be millions of lines.
- * Long paragraphs are not good either: Qt takes the first one apart to look for the text cursor,
- * and needs up to 80 bytes for each of its characters. So a very long line is divided.
+ * The text as paragraphs. Its lines end with '\n', which begins a new paragraph, or with
+ * QChar::LineSeparator, which does not: a paragraph costs more than a hundred bytes, and there may
+ * be millions of lines. Long paragraphs are expensive too: Qt analyses the first one to place the
+ * text cursor, and needs up to 80 bytes for each of its characters. So a very long line is divided.
  */
 class Paragraphs
 {
@@ -118,9 +118,9 @@ private:
 
     const QString &m_text;
     QString m_lines;
-    int m_count = 0;     ///< of paragraphs
-    int m_start = 0;     ///< of the last paragraph, in m_lines
-    int m_lineStart = 0; ///< in m_text
+    int m_count = 0;     ///< number of paragraphs
+    int m_start = 0;     ///< start of the last paragraph in m_lines
+    int m_lineStart = 0; ///< start of the line in m_text
     int m_division = -1; ///< where the line is to be divided, in m_text
 };
 
@@ -196,13 +196,13 @@ double PlainTextLayout::GuessedHeight(const Piece &piece) const
 {
     const QFontMetricsF metrics(m_font, paintDevice());
     const double lettersPerRow = qMax(1.0, m_width / metrics.averageCharWidth());
-    // On average, half of a line's last row is empty.
+    // On average, half of the last row of a line is empty.
     const double rows =
         qMax(double(piece.lines), piece.lines / 2.0 + piece.letters / lettersPerRow);
     return rows * metrics.lineSpacing();
 }
 
-/// Returns the height. Draws the piece, too, when there is a painter.
+/// Computes the layout of a piece and returns its height. Draws it when there is a painter.
 double PlainTextLayout::LayOutPiece(int piece, QPainter *painter, const QRectF &clip)
 {
     const int end = m_pieces[piece + 1].start;
@@ -228,7 +228,7 @@ double PlainTextLayout::LayOutPiece(int piece, QPainter *painter, const QRectF &
             row.setLeadingIncluded(true);
             row.setLineWidth(m_width);
             row.setPosition(QPointF(0, height));
-            // There are characters without any height; a piece of them must not have none.
+            // Some characters have no height, but a piece that consists of them must have one.
             height += qMax(row.height(), leastHeight);
         }
         layout.endLayout();
@@ -263,7 +263,7 @@ void PlainTextLayout::draw(QPainter *painter, const PaintContext &context)
     for (int piece = PieceAt(clip.top());
          piece + 1 < m_pieces.size() && m_pieces[piece].top <= clip.bottom(); ++piece)
         SetHeight(piece, LayOutPiece(piece, painter, clip));
-    // Later: nobody expects a document to grow while it is drawn.
+    // Queued, because nobody expects a document to grow while it is drawn.
     if (documentSize() != former)
         QMetaObject::invokeMethod(
             this, [this] { emit documentSizeChanged(documentSize()); }, Qt::QueuedConnection);

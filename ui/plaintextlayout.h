@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QAbstractTextDocumentLayout>
@@ -8,9 +9,9 @@
 class QTextDocument;
 
 /**
- * Replaces the contents of @p document by @p text, whatever its length, in a moment, and gives the
- * document a layout that computes only what is seen. Qt's own needs minutes for a few million
- * characters, and a gigabyte for a few million lines. A line of more than 64 Ki characters is
+ * Quickly replaces the contents of @p document with @p text of any length, and gives the document a
+ * layout that computes only what is visible. Qt's own layout needs minutes for a few million
+ * characters and a gigabyte for a few million lines. Lines of more than 64 Ki characters are
  * divided. GUI thread.
  */
 void SetPlainText(QTextDocument &document, const QString &text);
@@ -18,14 +19,14 @@ void SetPlainText(QTextDocument &document, const QString &text);
 /**
  * The layout of a read-only text without formats. The text is split into short pieces. The layout
  * of a piece is computed when it is drawn; until then its height is estimated from the number of
- * its characters. So the size of the document changes slightly while the user scrolls.
+ * its characters. As a result the size of the document changes slightly while the user scrolls.
  */
 class PlainTextLayout : public QAbstractTextDocumentLayout
 {
     Q_OBJECT
 
 public:
-    /// @p text is what the document is going to hold.
+    /// @p text is the text that the document is going to contain.
     PlainTextLayout(QTextDocument *document, const QString &text);
 
     void draw(QPainter *painter, const PaintContext &context) override;
@@ -42,7 +43,7 @@ private:
     struct Piece {
         int start;
         int lines;
-        int letters; ///< as wide as the average one
+        int letters; ///< counted in letters of average width
         double top;
     };
 
@@ -55,5 +56,5 @@ private:
     const int m_length;
     double m_width = -1;
     QFont m_font;
-    QVector<Piece> m_pieces; ///< the last one is the end of the text
+    QVector<Piece> m_pieces; ///< the last one marks the end of the text
 };

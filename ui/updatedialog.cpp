@@ -1,12 +1,16 @@
+// SPDX-License-Identifier: MIT
 #include "ui/updatedialog.h"
 
+#include "config/arguments.h"
+#include "config/configcontract.h"
 #include "config/global.h"
+#include "config/servicecontract.h"
 #include "install/clientprocess.h"
 #include "ui/dialogwindow.h"
 #include "ui/diskspace.h"
 #include "ui/dwondialog.h"
 #include "ui/releasenotes.h"
-#include "ui/sheets.h"
+#include "ui/stylesheets.h"
 #include "ui/versionline.h"
 #include "ui_updatedialog.h"
 
@@ -14,13 +18,7 @@
 #include <QPointer>
 #include <QScrollBar>
 
-namespace
-{
-
-const QLatin1String kOptional("1");
-const QLatin1String kQuitWhenClosed("2");
-
-} // namespace
+namespace Mode = ServiceContract::Mode;
 
 UpdateDialog::UpdateDialog(QWidget *parent)
     : QDialog(parent), ui(std::make_unique<Ui::UpdateDialog>()),
@@ -28,13 +26,15 @@ UpdateDialog::UpdateDialog(QWidget *parent)
 {
     ui->setupUi(this);
     SetUpWindow(this, ui->labIco);
-    ui->labText->setStyleSheet(Sheets::Headline());
-    ui->labVersion->setStyleSheet(Sheets::Version());
-    ui->checkRemid->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::NeverPrompt());
-    ui->laterBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::SecondaryButton());
-    ui->immedBtn->setStyleSheet(Sheets::NoFocusOfItsOwn() + Sheets::PrimaryButton());
-    ui->updateText->setStyleSheet(Sheets::ReleaseNotes());
-    ui->updateText->verticalScrollBar()->setStyleSheet(Sheets::ReleaseNotesScrollBar());
+    ui->labText->setStyleSheet(StyleSheets::PromptHeadline());
+    ui->labVersion->setStyleSheet(StyleSheets::VersionLine());
+    ui->checkRemid->setStyleSheet(StyleSheets::WithoutOwnFocusMark() +
+                                  StyleSheets::NeverPromptCheckBox());
+    ui->laterBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() +
+                                StyleSheets::SecondaryButton());
+    ui->immedBtn->setStyleSheet(StyleSheets::WithoutOwnFocusMark() + StyleSheets::PrimaryButton());
+    ui->updateText->setStyleSheet(StyleSheets::NotesText());
+    ui->updateText->verticalScrollBar()->setStyleSheet(StyleSheets::NotesScrollBar());
 
     connect(ui->laterBtn, &QPushButton::clicked, this, &UpdateDialog::LaterUpdate);
     connect(ui->immedBtn, &QPushButton::clicked, this, &UpdateDialog::ImmediatelyUpdate);
@@ -46,12 +46,12 @@ UpdateDialog::~UpdateDialog() = default;
 void UpdateDialog::updateMode(QString mode)
 {
     const QStringList &arguments = Global::instance.cmdLineArgs;
-    if (arguments.contains(Global::ImmediatelySwitch)) {
+    if (arguments.contains(Switch::Immediately)) {
         ImmediatelyUpdate();
         return;
     }
 
-    const bool optional = mode == kOptional;
+    const bool optional = mode == Mode::Optional;
     if (Global::instance.IsEnglish())
         SetEnglishTexts(optional);
     else
@@ -62,19 +62,19 @@ void UpdateDialog::updateMode(QString mode)
         ui->checkRemid->hide();
         ui->laterBtn->hide();
     }
-    if (arguments.contains(Global::NoRemindSwitch))
+    if (arguments.contains(Switch::NoRemind))
         ui->checkRemid->hide();
     setEnabled(true);
     show();
-    // Qt scrolls to the lower edge of the first line, which may be higher than the view.
+    // Qt scrolls to the bottom of the first line, which may be taller than the view.
     ui->updateText->verticalScrollBar()->setValue(0);
 }
 
 void UpdateDialog::SetEnglishTexts(bool optional)
 {
     setWindowTitle(QStringLiteral("App Update"));
-    ui->labText->setStyleSheet(optional ? Sheets::EnglishHeadline()
-                                        : Sheets::EnglishForcedHeadline());
+    ui->labText->setStyleSheet(optional ? StyleSheets::EnglishPromptHeadline()
+                                        : StyleSheets::EnglishForcedPromptHeadline());
     ui->labText->setText(
         optional ? QStringLiteral("New version detected, update?")
                  : QStringLiteral("New version detected. Please update now for normal use."));
@@ -101,10 +101,10 @@ void UpdateDialog::ShowReleaseNotes()
     auto *document = new ReleaseNotesDocument(ui->updateText);
     document->setDefaultFont(former->defaultFont());
     document->SetNotes(Global::instance.latestVersionInfo);
-    // Set once it is filled: otherwise the text cursor ends up behind the notes, and Qt
+    // Set only when it is filled. Otherwise the text cursor ends up after the notes, and Qt
     // computes the layout of the whole document at once in order to scroll there.
     ui->updateText->setDocument(document);
-    delete former.data(); // null when it was the form's, which the text edit deletes itself
+    delete former.data(); // null for the form's document, which the text edit has deleted
     ui->updateText->setReadOnly(true);
     ui->updateText->setTextInteractionFlags(Qt::NoTextInteraction);
 }
@@ -119,7 +119,7 @@ void UpdateDialog::LaterUpdate()
     TakeNoMoreInput();
     Global &global = Global::instance;
     if (ui->checkRemid->checkState() == Qt::Checked &&
-        global.WriteConfigToFile(QStringLiteral("remid")) != Global::Success) {
+        global.WriteConfigToFile(ConfigContract::Selector::SilencedVersion) != Global::Success) {
         QCoreApplication::quit();
         return;
     }
@@ -153,10 +153,10 @@ void UpdateDialog::reject()
 
 void UpdateDialog::closeEvent(QCloseEvent *)
 {
-    if (!isEnabled()) // answered, and closed by input from before the answer
+    if (!isEnabled()) // already answered; the input is older than the answer
         return;
-    if (Global::instance.update == kOptional)
+    if (Global::instance.update == Mode::Optional)
         LaterUpdate();
-    else if (Global::instance.update == kQuitWhenClosed)
+    else if (Global::instance.update == Mode::Forced)
         QCoreApplication::quit();
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QDialog>
@@ -13,8 +14,8 @@ class UpdateDialog;
 
 /**
  * Tells the user that a newer client exists and asks what to do. The optional prompt can be
- * postponed or silenced for the offered version; the forced one offers only to update. Owns the
- * progress dialog and gives way to it when the user chooses to update. GUI thread.
+ * postponed, or silenced for the offered version; the forced prompt offers only to update. Owns the
+ * progress dialog, which replaces it when the user chooses to update. GUI thread.
  */
 class UpdateDialog : public QDialog
 {
@@ -31,22 +32,23 @@ public:
     void reject() override;
 
 signals:
-    /// The package is to be downloaded, for the first time or again.
+    /// Requests the download of the package, for the first time or again.
     void getPack();
 
 public slots:
-    /// "Later": remembers a never-prompt choice and starts the client. Blocks for half a second.
+    /// "Later": records the choice never to be prompted and starts the client. Blocks for half a
+    /// second.
     void LaterUpdate();
 
     /**
-     * "Update": stops a running client, shows the progress dialog and asks for the package when
-     * there is room for it. Blocks while tasklist and taskkill run (tasklist up to 30000 ms).
+     * "Update": stops a running client, shows the progress dialog and requests the package when
+     * there is enough disk space for it. Blocks while tasklist (up to 30000 ms) and taskkill run.
      */
     void ImmediatelyUpdate();
 
     /**
-     * Fills and shows the prompt: optional for @p mode "1", forced for any other. With
-     * "-immediately" among the arguments updates at once instead.
+     * Fills and shows the prompt: optional for @p mode "1", forced for any other value. With
+     * "-immediately" among the arguments, updates at once instead.
      */
     void updateMode(QString mode);
 
@@ -58,8 +60,8 @@ private:
     void SetChineseTexts(bool optional);
     void ShowReleaseNotes();
 
-    /// The user has answered: what was clicked and typed while the answer blocks does nothing. The
-    /// slots may be called again.
+    /// The user has answered. Clicks and keys that arrive while the answer blocks have no effect;
+    /// the slots may still be called.
     void TakeNoMoreInput();
 
     std::unique_ptr<Ui::UpdateDialog> ui;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/versionline.h"
 
 #include "config/global.h"
@@ -5,7 +6,7 @@
 namespace
 {
 
-// In UTF-16 units. The service may send millions, and the layout of a label takes minutes then.
+// In UTF-16 units. The service may send millions, which take a label minutes to lay out.
 constexpr int kMaxShownVersion = 128;
 
 QString ShownVersion(const QString &version)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -6,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Takes an input apart from its first byte to its last. What is missing at its end is zero.
+/// Reads values from an input, from its first byte on. After its end all bytes are zero.
 class InputReader
 {
 public:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fuzz/support/promptwatch.h"
 
 #include "fuzz/support/require.h"

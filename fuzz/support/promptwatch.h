@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/support/filewatch.h"
@@ -6,8 +7,8 @@
 double CpuSeconds();
 
 /**
- * Requires of what runs while it lives that it looks for no file but fonts: rare characters let the
- * framework look for a font that has them. One at a time; one thread.
+ * While it lives, requires that no files are looked for except fonts: Qt looks for a font with rare
+ * characters. One at a time; one thread.
  */
 class OnlyFonts
 {

@@ -1,18 +1,19 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 
-/// Ends the program, as a finding of the fuzzer, when @p holds is false. @p promise says what does
-/// not hold. Any thread.
+/// Ends the program, as a finding of the fuzzer, when @p holds is false. @p promise describes what
+/// should have held. Any thread.
 void Require(bool holds, const char *promise);
 
-/// The same, and shows @p seen.
+/// The same; prints @p seen as well.
 void Require(bool holds, const char *promise, const QString &seen);
 
 /**
- * Keeps the framework's messages to itself while it lives, and requires each to be one line of text
- * without control characters: what comes from outside must not be able to forge lines of the log.
- * One at a time; one thread.
+ * While it lives, collects Qt's messages instead of printing them, and requires each to be one line
+ * without control characters: input from outside must not be able to forge lines of the log. One at
+ * a time; one thread.
  */
 class CleanLog
 {
@@ -20,7 +21,7 @@ public:
     CleanLog();
     ~CleanLog();
 
-    /// Whether a message has @p text in it.
+    /// Whether a message contains @p text.
     bool Has(const QString &text) const;
 
 private:

@@ -1,4 +1,5 @@
-"""Line charts as SVG, with a background of their own: readable on light and on dark pages."""
+# SPDX-License-Identifier: MIT
+"""Line charts as SVG. They have their own background, so they are readable on light and dark pages."""
 
 import math
 from xml.sax.saxutils import escape
@@ -10,7 +11,7 @@ COLOURS = ["#2463c7", "#c2571a", "#2e7d4f"]
 
 
 def steps(largest):
-    """Round numbers from 0 to at or above `largest`, some five of them."""
+    """About five round numbers, from 0 to at least `largest`."""
     if largest <= 0:
         return [0, 1]
     rough = largest / 5

@@ -1,4 +1,5 @@
--- For wrk: the updater's check, from a hundred thousand addresses in turn, as a load balancer hands them on.
+-- SPDX-License-Identifier: MIT
+-- For wrk: the updater's check, from a hundred thousand addresses in turn, as a load balancer forwards them.
 local body = '{"clientVersion":"1.0.0","deviceType":"Windows","platform":6}'
 local headers = {
     ["X-Request-From"] = "internal",
@@ -7,7 +8,7 @@ local headers = {
 local asked = 0
 
 function init(arguments)
-    -- "close": a connection, hence a TLS handshake, for each check, as real updaters do.
+    -- "close": a new connection, and so a TLS handshake, for each check, as with real updaters.
     if arguments[1] == "close" then
         headers["Connection"] = "close"
     end

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Makes zip packages of exactly so many MiB: a file of noise in a folder that is called like the package.
+# SPDX-License-Identifier: MIT
+"""Makes zip packages of exactly the given size: a file of random data in a folder named after the package.
 
     scripts/lib/noise-package.py FOLDER MIB...      writes FOLDER/MIB.zip
 """

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Prints the rows that the fault tests left in a folder as one table, or puts it into a document."""
 
 import sys

@@ -1,9 +1,10 @@
+# SPDX-License-Identifier: MIT
 # shellcheck shell=bash
-# The update service on the loopback, for scripts that show or prove something with it. Sourced.
+# Starts the update service on the loopback. Sourced by scripts that need it.
 
 service_process=
 
-# free_port: one that nobody listens on, below those that the system gives to connections.
+# free_port: prints a port that no program listens on, below those that the system assigns to connections.
 free_port() {
     python3 -c '
 import random, socket
@@ -21,8 +22,8 @@ listens_on() {
     (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null
 }
 
-# start_service TREE PORT PLAIN_PORT WORK OPTION...: scripts/serve, once it answers; its process is then
-# $service_process. False when it does not start; what it said is in WORK.out.
+# start_service TREE PORT PLAIN_PORT WORK OPTION...: starts scripts/serve and returns once it answers; $service_process
+# is its process. Fails when it does not start. Its output is in WORK.out.
 start_service() {
     local tree=$1 port=$2 plain_port=$3 work=$4
     shift 4

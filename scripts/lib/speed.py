@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Makes one table of what the programs in bench/ measured: their lines of JSON come on the standard input.
+# SPDX-License-Identifier: MIT
+"""Prints a table of the measurements of the programs in bench/, from their lines of JSON on the standard input.
 
-    scripts/lib/speed.py                     prints it
-    scripts/lib/speed.py --document FILE     also puts it into FILE, with its charts in images/ beside it
+    scripts/lib/speed.py                     prints the table
+    scripts/lib/speed.py --document FILE     also writes it into FILE, with charts in the folder images/ next to FILE
 """
 
 import argparse
@@ -31,14 +32,14 @@ def number(value):
     return f"{value:,.{digits}f}"
 
 
-def held_against_bound(figure):
-    """The value that the bound is for as (value, its text, the bound's text); None without one."""
+def compared_with_bound(figure):
+    """The value that the bound limits, as (value, its text, the bound's text); None without a value."""
     ours, bound, unit = figure["ours"], figure["bound"], figure["unit"]
     if figure["judged"] == "worst":
         return max(ours), f"worst {number(max(ours))} {unit}", f"worst {bound:g} {unit}"
     if figure["judged"] == "difference":
         value = statistics.median(ours) - statistics.median(figure["theirs"])
-        # Rounded as it is shown, for a rest of a division is no difference.
+        # Rounded as it is printed, so that a rounding error does not count as a difference.
         return round(value, 2), f"{value:+,.2f} {unit}", f"+{bound:g} {unit}"
     if figure["theirs"] and statistics.median(figure["theirs"]) > 0:
         value = statistics.median(ours) / statistics.median(figure["theirs"])
@@ -51,7 +52,7 @@ def row(figure):
     compared = ""
     if figure["theirs"]:
         compared = f"{figure['comparedWith']}: {number(statistics.median(figure['theirs']))} {unit}"
-    value, text, bound = held_against_bound(figure) or (0, "", "")
+    value, text, bound = compared_with_bound(figure) or (0, "", "")
     if figure["judged"]:
         bound += ": kept" if value <= figure["bound"] else ": **missed**"
     return [figure["name"], f"{number(statistics.median(figure['ours']))} {unit}", compared, text, bound]
@@ -83,7 +84,7 @@ def machine():
 
 
 def charts(figures):
-    """The charts that all their points are there for: {name: SVG}."""
+    """The charts with at least two measured points: {name: SVG}."""
     made = {}
     for name, (title, x_name, unit) in CHARTS.items():
         points = [figure for figure in figures if figure["chart"] == name]
@@ -98,7 +99,7 @@ def charts(figures):
 
 
 def write_document(path, figures, rows):
-    """In the place of what stands between the marks."""
+    """Replaces the text between the marks."""
     document = path.read_text(encoding="utf-8")
     if document.count(BEGIN) != 1 or document.count(END) != 1:
         sys.exit(f"speed.py: {path} has no place for the table")

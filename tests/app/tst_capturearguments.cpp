@@ -1,7 +1,9 @@
-#include "app/arguments.h"
+// SPDX-License-Identifier: MIT
+#include "app/capturearguments.h"
 #include "config/global.h"
 #include "tests/support/localeencoding.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/loglines.h"
 #include "tests/support/testhome.h"
 
 #include <QTest>
@@ -12,7 +14,7 @@
 namespace
 {
 
-/// Captures @p arguments as they come from the system, behind the program's name.
+/// Captures @p arguments after the program's name, as main() gets them.
 void Capture(std::initializer_list<QByteArray> arguments)
 {
     std::vector<QByteArray> texts{"AutoUpdate"};
@@ -46,10 +48,10 @@ void TestCaptureArguments::argumentsKeepTheirOrderAndAreLogged()
              QStringList({QStringLiteral("-noremid"), QStringLiteral("-immediately"), QString(),
                           QStringLiteral("-noremid")}));
     QCOMPARE(log.Messages(),
-             QStringList({QStringLiteral("[INFO] cmd line parameters : \"-noremid\""),
-                          QStringLiteral("[INFO] cmd line parameters : \"-immediately\""),
-                          QStringLiteral("[INFO] cmd line parameters : \"\""),
-                          QStringLiteral("[INFO] cmd line parameters : \"-noremid\"")}));
+             QStringList({LogLine::CommandLineParameter(QStringLiteral("-noremid")),
+                          LogLine::CommandLineParameter(QStringLiteral("-immediately")),
+                          LogLine::CommandLineParameter(QString()),
+                          LogLine::CommandLineParameter(QStringLiteral("-noremid"))}));
 }
 
 void TestCaptureArguments::withoutArgumentsTheListStaysEmpty()

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "app/logmessagehandler.h"
 #include "config/global.h"
-#include "tests/support/fulldisk.h"
+#include "tests/support/environmentvariable.h"
 #include "tests/support/localeencoding.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QDateTime>
@@ -38,7 +40,7 @@ void Log(const QString &text, QtMsgType type = QtInfoMsg, const char *file = nul
     LogMessageHandler(type, QMessageLogContext(file, line, "function", "default"), text);
 }
 
-/// The line without its time, which must be there.
+/// The line without its time; complains when there is none.
 QString WithoutTime(const QString &line)
 {
     static const QRegularExpression time(
@@ -55,14 +57,14 @@ QStringList LinesWithoutTime(const TestHome &home)
     return lines;
 }
 
-/// Makes a log file of exactly @p size bytes that begins with old text.
+/// Creates a log file of exactly @p size bytes.
 void MakeOldLog(const TestHome &home, qint64 size)
 {
     WriteFile(LogFile(home), "old text\r\n");
     QVERIFY(QFile::resize(LogFile(home), size));
 }
 
-/// Installs the handler as the program does, for as long as it lives.
+/// Installs the message handler while it lives.
 class Installed
 {
 public:
@@ -72,26 +74,6 @@ public:
 
 private:
     QtMessageHandler m_oldHandler;
-};
-
-/// The environment's time zone while it lives.
-class TimeZone
-{
-public:
-    explicit TimeZone(const QByteArray &zone) : m_old(qgetenv("TZ")) { qputenv("TZ", zone); }
-
-    ~TimeZone()
-    {
-        if (m_old.isNull())
-            qunsetenv("TZ");
-        else
-            qputenv("TZ", m_old);
-    }
-
-    Q_DISABLE_COPY(TimeZone)
-
-private:
-    QByteArray m_old;
 };
 
 QString Now()
@@ -130,7 +112,7 @@ private slots:
 #ifdef Q_OS_UNIX
     void messageIsDroppedWhenTheDiskIsFull_posix();
 #endif
-    void streamsOfTheFrameworkEndUpInTheFile();
+    void messagesOfQtEndUpInTheFile();
     void linesOfTheProgramItselfShowNoLocation();
     void twoThreadsNeverMixTheirLines();
     void limitHoldsWhileTwoThreadsWrite();
@@ -202,8 +184,8 @@ void TestLogMessageHandler::sourceLocationIsShortenedAfterTheLastSlash()
 
 void TestLogMessageHandler::timeIsTheLocalTimeOfTheMessage_data()
 {
-    // Windows has one zone, which the variable must not move; elsewhere the variable is the zone.
-    // Two of them, so that one differs from UTC and from the machine's own.
+    // Windows ignores the variable; elsewhere it is the time zone. With two zones, one of them
+    // differs from UTC and from the machine's own.
     QTest::addColumn<QByteArray>("zone");
     QTest::newRow("east of Greenwich") << QByteArray("JST-9");
     QTest::newRow("west of Greenwich") << QByteArray("MST7");
@@ -213,7 +195,7 @@ void TestLogMessageHandler::timeIsTheLocalTimeOfTheMessage()
 {
     QFETCH(QByteArray, zone);
     const TestHome home;
-    const TimeZone timeZone(zone);
+    const EnvironmentVariable timeZone("TZ", zone);
     const QString before = Now();
     Log(QStringLiteral("text"));
     const QString after = Now();
@@ -301,7 +283,7 @@ void TestLogMessageHandler::eachLineIsOnDiskAtOnceAndTheFileIsNotHeldOpen()
     Log(QStringLiteral("one"));
     QCOMPARE(home.LogLines().size(), 1);
 
-    // A file that is still open cannot be removed on every system.
+    // Windows does not remove an open file.
     QVERIFY(QFile::remove(LogFile(home)));
     Log(QStringLiteral("two"));
     QCOMPARE(LinesWithoutTime(home), QStringList(QStringLiteral("[INFO] (:0) two")));
@@ -337,7 +319,7 @@ void TestLogMessageHandler::logIsEmptiedOnlyWhenLargerThanTheLimit()
     QCOMPARE(log.read(10) == "old text\r\n", !emptied);
     QVERIFY(log.seek(log.size() - line.size()));
     QCOMPARE(WithoutTime(QString::fromUtf8(log.readAll())), QStringLiteral("[INFO] (:0) next\r\n"));
-    // The old content is lost: nothing is kept beside the file.
+    // The old content is lost; there is no other file.
     QCOMPARE(QDir(LogFolder(home)).entryList(QDir::Files),
              QStringList(QStringLiteral("AutoUpdate.log")));
 }
@@ -360,7 +342,7 @@ void TestLogMessageHandler::messageIsDroppedWhenTheFolderCannotBeMade()
     QCOMPARE(ReadFile(home.Home() + QStringLiteral("/AppData")),
              QByteArray("a file in the folder's place"));
 
-    // The next one is not: nothing is remembered of the failure.
+    // The next message is written.
     QVERIFY(QFile::remove(home.Home() + QStringLiteral("/AppData")));
     Log(QStringLiteral("kept"));
     QCOMPARE(LinesWithoutTime(home), QStringList(QStringLiteral("[INFO] (:0) kept")));
@@ -392,7 +374,7 @@ void TestLogMessageHandler::messageIsDroppedWhenTheDiskIsFull_posix()
 }
 #endif
 
-void TestLogMessageHandler::streamsOfTheFrameworkEndUpInTheFile()
+void TestLogMessageHandler::messagesOfQtEndUpInTheFile()
 {
     const TestHome home;
     {
@@ -427,8 +409,8 @@ void TestLogMessageHandler::linesOfTheProgramItselfShowNoLocation()
                           QStringLiteral("[INFO] (:0) cmdscpt write successed")}));
 }
 
-/// Has two threads call @p write at the same moments, @p count times each, with their name, the
-/// number of the call and @p size letters.
+/// Lets two threads call @p write at the same time, @p count times each, with the name of the
+/// thread, the number of the call and @p size letters.
 static void WriteFromTwoThreads(int count, int size, void (*write)(const QString &text))
 {
     QSemaphore ready;
@@ -455,7 +437,7 @@ static void WriteFromTwoThreads(int count, int size, void (*write)(const QString
 void TestLogMessageHandler::twoThreadsNeverMixTheirLines()
 {
     constexpr int count = 200;
-    // More than goes out in one write, by any buffer in between.
+    // Larger than any buffer, so that a line needs several writes.
     constexpr int size = 60000;
     const TestHome home;
     {
@@ -463,7 +445,7 @@ void TestLogMessageHandler::twoThreadsNeverMixTheirLines()
         WriteFromTwoThreads(count, size, [](const QString &text) { qInfo().noquote() << text; });
     }
 
-    // Every line is whole, and each thread's lines stand in its order.
+    // Every line is whole, and the lines of each thread are in order.
     const QStringList lines = LinesWithoutTime(home);
     QCOMPARE(lines.size(), 2 * count);
     for (const char *name : {"one", "two"}) {
@@ -484,7 +466,7 @@ void TestLogMessageHandler::limitHoldsWhileTwoThreadsWrite()
     MakeOldLog(home, limitBytes + 1);
     WriteFromTwoThreads(count, 200, [](const QString &text) { Log(text); });
 
-    // Emptied once, before the first line: no line of either thread is lost.
+    // The file is emptied once, before the first line, so no line is lost.
     QCOMPARE(home.LogLines().size(), 2 * count);
 }
 

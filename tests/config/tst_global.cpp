@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "config/paths.h"
 #include "tests/support/testhome.h"
@@ -12,7 +13,7 @@
 #include <type_traits>
 #include <vector>
 
-// There is one object and no way to make another.
+// There is one object, and no second one can be created.
 static_assert(!std::is_default_constructible<Global>::value, "a second object");
 static_assert(!std::is_copy_constructible<Global>::value, "a second object");
 static_assert(std::is_same<decltype(Global::packageSize), qint64>::value, "64 bits");
@@ -32,15 +33,13 @@ private slots:
     void onlyExactEnIsEnglish();
     void pathsOfTheClientAreJoinedWithoutSeparator_data();
     void pathsOfTheClientAreJoinedWithoutSeparator();
-    void eitherSwitchForcesTheCheck_data();
-    void eitherSwitchForcesTheCheck();
     void filesLieUnderTheHomeFolder();
     void downloadFolderIsNamedAfterTheClient_data();
     void downloadFolderIsNamedAfterTheClient();
     void askingForPathsMakesNothing();
 };
 
-// First of all: nothing may have touched the object before.
+// Must come first, because later functions change the object.
 void TestGlobal::everythingIsEmptyAtConstruction()
 {
     const Global &global = Global::instance;
@@ -113,7 +112,7 @@ void TestGlobal::onlyExactEnIsEnglish_data()
     QTest::newRow("En") << QStringLiteral("En") << false;
     QTest::newRow("en-US") << QStringLiteral("en-US") << false;
     QTest::newRow("en_GB") << QStringLiteral("en_GB") << false;
-    QTest::newRow("blank behind") << QStringLiteral("en ") << false;
+    QTest::newRow("blank at the end") << QStringLiteral("en ") << false;
     QTest::newRow("part of a word") << QStringLiteral("zhen") << false;
 }
 
@@ -154,35 +153,13 @@ void TestGlobal::pathsOfTheClientAreJoinedWithoutSeparator()
     QTEST(Global::instance.ClientConfigFile(), "config");
 }
 
-void TestGlobal::eitherSwitchForcesTheCheck_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<bool>("forced");
-    QTest::newRow("none") << QStringList() << false;
-    QTest::newRow("-noremid") << QStringList(QStringLiteral("-noremid")) << true;
-    QTest::newRow("-immediately") << QStringList(QStringLiteral("-immediately")) << true;
-    QTest::newRow("among others") << QStringList({QStringLiteral("a"), QStringLiteral("-noremid"),
-                                                  QStringLiteral("b")})
-                                  << true;
-    QTest::newRow("other case") << QStringList(QStringLiteral("-Immediately")) << false;
-    QTest::newRow("part of an argument") << QStringList(QStringLiteral("-noremid=1")) << false;
-    QTest::newRow("spelled right") << QStringList(QStringLiteral("-noremind")) << false;
-}
-
-void TestGlobal::eitherSwitchForcesTheCheck()
-{
-    QFETCH(QStringList, arguments);
-    const TestHome home;
-    Global::instance.cmdLineArgs = arguments;
-    QTEST(Global::instance.HasForcingSwitch(), "forced");
-}
-
 void TestGlobal::filesLieUnderTheHomeFolder()
 {
     const TestHome home;
     const QString clientData = home.Home() + QStringLiteral("/AppData/Roaming/norvaneAssistant/");
     QCOMPARE(Paths::UpdateConfigFile(), QStringLiteral("updateconfig.json"));
     QCOMPARE(Paths::LogFolder(), home.Home() + QStringLiteral("/AppData/Local/AutoUpdate"));
+    QCOMPARE(Paths::LogFile(), Paths::LogFolder() + QStringLiteral("/AutoUpdate.log"));
     QCOMPARE(Paths::LanguageFile(), clientData + QStringLiteral("language.txt"));
     QCOMPARE(Paths::NotesFile(), clientData + QStringLiteral("update.log"));
     QCOMPARE(Paths::NotesMarkerFile(), clientData + QStringLiteral("isShowUpdataInfo.txt"));

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/nofilesleft.h"
+#include "tests/support/loglines.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
@@ -15,7 +17,7 @@ namespace
 
 const char *const clientConfig = R"({"client": {"version": "1.0.0"}})";
 
-/// An updateconfig.json that names the client's configuration of @p home.
+/// An updateconfig.json that leads to the client's configuration in @p home.
 QJsonObject SoundConfig(const TestHome &home)
 {
     return {{QStringLiteral("appName"), QStringLiteral("Client.exe")},
@@ -34,7 +36,7 @@ void WriteConfig(const TestHome &home, const QJsonObject &config)
 
 QString ClientConfigPath(const TestHome &home)
 {
-    return home.ClientFolder() + QStringLiteral("/config.json");
+    return home.Installed(QStringLiteral("config.json"));
 }
 
 QString LanguagePath(const TestHome &home)
@@ -42,7 +44,7 @@ QString LanguagePath(const TestHome &home)
     return home.ClientDataFolder() + QStringLiteral("/language.txt");
 }
 
-/// Both configurations sound, the language English.
+/// Writes valid configurations, with English as the language.
 void WriteSoundFiles(const TestHome &home)
 {
     WriteConfig(home, SoundConfig(home));
@@ -50,7 +52,7 @@ void WriteSoundFiles(const TestHome &home)
     WriteFile(LanguagePath(home), "en");
 }
 
-/// Fills what ReadConfig() writes with values that no file holds.
+/// Gives the fields that ReadConfig() writes values that are in no file.
 void FillFields()
 {
     Global &global = Global::instance;
@@ -83,7 +85,8 @@ void VerifyUpdateConfigStored(const TestHome &home)
     QCOMPARE(global.noRemind, 1);
 }
 
-/// What a run that stops before the client's version and the language leaves alone.
+/// Checks the fields that stay when ReadConfig() fails before it reads the client's version and the
+/// language.
 void VerifyRestUntouched()
 {
     QCOMPARE(Global::instance.currentVersion, QStringLiteral("before"));
@@ -91,7 +94,7 @@ void VerifyRestUntouched()
     QCOMPARE(Global::instance.language, QStringLiteral("before"));
 }
 
-/// Texts that are no JSON, with the code that the parser gives for them.
+/// Texts that are not JSON, with the error code of the parser.
 void AddBrokenJson()
 {
     QTest::addColumn<QByteArray>("content");
@@ -107,10 +110,10 @@ void AddBrokenJson()
     QTest::newRow("not UTF-8") << QByteArray("{\"appName\": \"\xff\"}") << 9;
     QTest::newRow("unterminated string") << QByteArray("{\"appName\": \"x}") << 10;
     QTest::newRow("comma at the end") << QByteArray("{\"appName\": \"x\",}") << 11;
-    QTest::newRow("more behind the object") << QByteArray("{\"appName\": \"x\"}\"}") << 14;
+    QTest::newRow("more text after the object") << QByteArray("{\"appName\": \"x\"}\"}") << 14;
 }
 
-/// Sets the locale that QLocale() gives, for as long as it lives.
+/// Sets the locale that QLocale() returns while it lives.
 class SystemLocale
 {
 public:
@@ -190,10 +193,9 @@ void TestReadConfig::summaryIsLoggedWithQuotesAndBlanks()
 
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), 0);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral(
-                 "[INFO] currentVersion: \"1.0.0\" ,updateCheckUrl: "
-                 "\"https://updates.example/check\" ,m_getPackUrl: \"\" ,m_remide: 0")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::Configuration(
+                                 QStringLiteral("1.0.0"),
+                                 QStringLiteral("https://updates.example/check"), QString(), 0)));
 }
 
 void TestReadConfig::keysMissingOrOfAnotherTypeAreEmpty_data()
@@ -224,7 +226,7 @@ void TestReadConfig::keysMissingOrOfAnotherTypeAreEmpty()
     WriteConfig(home, config);
     FillFields();
 
-    // Without either of these two the client's configuration is not found.
+    // Without these two the client's configuration is not found.
     const bool findsClient =
         key != QLatin1String("appPath") && key != QLatin1String("appConfigFile");
     QCOMPARE(Global::instance.ReadConfig(), findsClient ? 0 : -1);
@@ -292,7 +294,7 @@ void TestReadConfig::otherKeysAreIgnored()
 void TestReadConfig::textsAreReadAsUtf8()
 {
     const TestHome home;
-    const QString folder = home.ClientFolder() + QStringLiteral("/客户端/");
+    const QString folder = home.Installed(QStringLiteral("客户端/"));
     WriteFile(folder + QStringLiteral("配置.json"), u8R"({"client": {"version": "版本 1"}})");
     QJsonObject config = SoundConfig(home);
     config.insert(QStringLiteral("appPath"), folder);
@@ -310,8 +312,7 @@ void TestReadConfig::missingUpdateConfigFails()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] updateconfig.json open failed: 0")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigOpenFailed(0)));
     VerifyUpdateConfigUntouched();
     VerifyRestUntouched();
 }
@@ -324,8 +325,7 @@ void TestReadConfig::updateConfigUnderTheHomeFolderIsNotFound()
     WriteFile(ClientConfigPath(home), clientConfig);
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] updateconfig.json open failed: 0")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigOpenFailed(0)));
 }
 
 void TestReadConfig::updateConfigIsReadFromTheWorkingFolder()
@@ -345,8 +345,7 @@ void TestReadConfig::updateConfigThatCannotBeOpenedFails()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] updateconfig.json open failed: 5")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigOpenFailed(5)));
     VerifyUpdateConfigUntouched();
     VerifyRestUntouched();
 }
@@ -367,8 +366,7 @@ void TestReadConfig::brokenUpdateConfigFails()
 
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG]  Auto Jsondata Error: %1").arg(code)));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigDamaged(code)));
     VerifyUpdateConfigUntouched();
     VerifyRestUntouched();
 }
@@ -380,7 +378,7 @@ void TestReadConfig::updateConfigThatIsNoObjectYieldsEmptyValues()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG] \"\"  Not exists")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::NotExists(QString())));
     for (const QString &text :
          {Global::instance.appName, Global::instance.appConfigFile, Global::instance.appPath,
           Global::instance.updateCheckUrl, Global::instance.updatePackageUrl,
@@ -397,8 +395,7 @@ void TestReadConfig::missingClientConfigFailsAfterTheValuesAreStored()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] \"%1\"  Not exists").arg(ClientConfigPath(home))));
+    QCOMPARE(log.Messages(), QStringList(LogLine::NotExists(ClientConfigPath(home))));
     VerifyUpdateConfigStored(home);
     VerifyRestUntouched();
 }
@@ -429,8 +426,7 @@ void TestReadConfig::clientFolderWithoutSeparatorIsNoFolder()
     {
         const LogCapture log;
         QCOMPARE(Global::instance.ReadConfig(), -1);
-        QCOMPARE(log.Messages(),
-                 QStringList(QStringLiteral("[DEBUG] \"%1\"  Not exists").arg(joined)));
+        QCOMPARE(log.Messages(), QStringList(LogLine::NotExists(joined)));
     }
     WriteFile(joined, R"({"client": {"version": "7.7.7"}})");
     QCOMPARE(Global::instance.ReadConfig(), 0);
@@ -445,9 +441,7 @@ void TestReadConfig::clientConfigThatCannotBeOpenedFails()
     FillFields();
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(
-        log.Messages(),
-        QStringList(QStringLiteral("[DEBUG] \"%1\"  open failed: 5").arg(ClientConfigPath(home))));
+    QCOMPARE(log.Messages(), QStringList(LogLine::OpenFailed(ClientConfigPath(home))));
     VerifyUpdateConfigStored(home);
     VerifyRestUntouched();
 }
@@ -464,8 +458,7 @@ void TestReadConfig::errorOfAFileIsTheOneItHas_posix()
         result = Global::instance.ReadConfig();
     }
     QCOMPARE(result, -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] updateconfig.json open failed: 4")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigOpenFailed(4)));
 }
 #endif
 
@@ -485,8 +478,7 @@ void TestReadConfig::brokenClientConfigFails()
 
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG]  APP Jsondata Error: %1").arg(code)));
+    QCOMPARE(log.Messages(), QStringList(LogLine::ClientConfigDamaged(code)));
     VerifyUpdateConfigStored(home);
     VerifyRestUntouched();
 }
@@ -516,10 +508,9 @@ void TestReadConfig::clientConfigWithoutVersionGivesAnEmptyOne()
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), 0);
     QCOMPARE(Global::instance.currentVersion, QString());
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral(
-                 "[INFO] currentVersion: \"\" ,updateCheckUrl: \"https://updates.example/check\" "
-                 ",m_getPackUrl: \"https://updates.example/pkg/\" ,m_remide: 1")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::Configuration(
+                                 QString(), QStringLiteral("https://updates.example/check"),
+                                 QStringLiteral("https://updates.example/pkg/"), 1)));
 }
 
 void TestReadConfig::languageIsTheTrimmedFile_data()
@@ -541,7 +532,7 @@ void TestReadConfig::languageIsTheTrimmedFile_data()
     row("blank", " \r\n\t ", QString());
     row("blank inside", "en us", QStringLiteral("en us"));
     row("two lines", "en\nzh", QStringLiteral("en\nzh"));
-    row("zero byte behind", QByteArray("en\0zh", 5), QStringLiteral("en"));
+    row("zero byte after it", QByteArray("en\0zh", 5), QStringLiteral("en"));
     row("zero byte first", QByteArray("\0en", 3), QString());
     row("trimmed before the zero byte counts", QByteArray("en \0", 4), QStringLiteral("en "));
     row("UTF-8", u8"中文", QStringLiteral("中文"));
@@ -553,7 +544,7 @@ void TestReadConfig::languageIsTheTrimmedFile()
     const TestHome home;
     WriteSoundFiles(home);
     WriteFile(LanguagePath(home), content);
-    // It must not be asked when the file answers.
+    // It must not matter when there is a file.
     const SystemLocale locale(QLocale(QLocale::French, QLocale::France));
     FillFields();
 
@@ -576,7 +567,7 @@ void TestReadConfig::languageThatCannotBeOpenedFallsBackToTheSystem()
     QCOMPARE(Global::instance.ReadConfig(), 0);
     QCOMPARE(Global::instance.language, QStringLiteral("zh"));
     QCOMPARE(log.Messages().size(), 2);
-    QCOMPARE(log.Messages().at(1), QStringLiteral("[WARNING] languagefile open failed: 5"));
+    QCOMPARE(log.Messages().at(1), LogLine::LanguageFileOpenFailed());
     QCOMPARE(Global::instance.scriptPath, home.Home() + QStringLiteral("/AutoUpdate/update.scpt"));
 }
 
@@ -607,8 +598,8 @@ void TestReadConfig::missingLanguageFallsBackToTheSystem()
     QCOMPARE(Global::instance.ReadConfig(), 0);
     QTEST(Global::instance.language, "language");
     QCOMPARE(log.Messages().size(), 2);
-    QVERIFY(log.Messages().at(0).startsWith(QLatin1String("[INFO] currentVersion: ")));
-    QCOMPARE(log.Messages().at(1), QStringLiteral("[INFO] languagefile not exist"));
+    QVERIFY(log.Messages().at(0).startsWith(LogLine::ConfigurationBegin()));
+    QCOMPARE(log.Messages().at(1), LogLine::LanguageFileMissing());
 }
 
 void TestReadConfig::scriptLiesUnderTheHomeFolderWhateverTheFilesSay()
@@ -626,12 +617,12 @@ void TestReadConfig::filesAreClosedAndUnchanged()
 {
     const TestHome home;
     WriteSoundFiles(home);
-    const QString updateConfig = home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    const QString updateConfig = home.UpdateConfigFile();
     const QByteArray before = ReadFile(updateConfig);
     QCOMPARE(Global::instance.ReadConfig(), 0);
     QCOMPARE(ReadFile(updateConfig), before);
     QCOMPARE(ReadFile(ClientConfigPath(home)), QByteArray(clientConfig));
-    // A file that is still open cannot be removed on every system.
+    // Windows does not remove an open file.
     QVERIFY(QFile::remove(updateConfig));
     QVERIFY(QFile::remove(ClientConfigPath(home)));
     QVERIFY(QFile::remove(LanguagePath(home)));

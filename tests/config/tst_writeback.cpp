@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "tests/support/fulldisk.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/nofilesleft.h"
+#include "tests/support/loglines.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
@@ -18,7 +19,7 @@ const QString version = QStringLiteral("version");
 
 QString UpdateConfigPath(const TestHome &home)
 {
-    return home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    return home.UpdateConfigFile();
 }
 
 QByteArray UpdateConfig(const TestHome &home)
@@ -26,7 +27,7 @@ QByteArray UpdateConfig(const TestHome &home)
     return ReadFile(UpdateConfigPath(home));
 }
 
-/// The texts of all fields, to see that none changed.
+/// The texts of all fields, to compare later.
 QStringList Fields()
 {
     const Global &global = Global::instance;
@@ -37,7 +38,7 @@ QStringList Fields()
             global.language};
 }
 
-/// The version offered is 2.1.3, the one installed 1.0.0.
+/// Offers version 2.1.3 to the installed 1.0.0.
 void FillFields(const TestHome &home)
 {
     Global &global = Global::instance;
@@ -52,7 +53,7 @@ void FillFields(const TestHome &home)
 
 QString ClientConfigPath(const TestHome &home)
 {
-    return home.ClientFolder() + QStringLiteral("/config.json");
+    return home.Installed(QStringLiteral("config.json"));
 }
 
 } // namespace
@@ -224,7 +225,7 @@ void TestWriteBack::keyBehindAByteOrderMarkIsAnotherKey()
 
     QCOMPARE(Global::instance.WriteConfigToFile(remid), 0);
 
-    // Qt writes the other key without its mark.
+    // Qt drops the byte order mark of the other key.
     QCOMPARE(UpdateConfig(home), QByteArray("{\n"
                                             "    \"noRemind\": 1,\n"
                                             "    \"noRemindVersion\": \"2.1.3\",\n"
@@ -271,10 +272,10 @@ void TestWriteBack::endOfALongerTextStaysBehind()
     QCOMPARE(UpdateConfig(home), text + generous.mid(text.size()));
     QVERIFY(UpdateConfig(home).endsWith("}\n"));
 
-    // So the next start does not get past its configuration.
+    // So the next start ends with its configuration.
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG]  Auto Jsondata Error: 14")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigDamaged(14)));
 }
 
 void TestWriteBack::leftoverOfWhiteSpaceDoesNoHarm()
@@ -296,7 +297,7 @@ void TestWriteBack::textThatDoesNotParseIsRebuiltOverTheOldBytes_data()
     const QByteArray text = "{\n    \"currentVersion\": \"2.1.3\"\n}\n";
     QTest::newRow("shorter") << QByteArray("{\"appName\": \"x\"") << text;
     QTest::newRow("longer") << QByteArray(60, '?') << text + QByteArray(60 - text.size(), '?');
-    QTest::newRow("rubbish behind an object") << QByteArray("{\"appName\": \"x\"} }") << text;
+    QTest::newRow("rubbish after an object") << QByteArray("{\"appName\": \"x\"} }") << text;
 }
 
 void TestWriteBack::textThatDoesNotParseIsRebuiltOverTheOldBytes()
@@ -339,7 +340,7 @@ void TestWriteBack::writingTwiceGivesTheSameFile()
     const QByteArray once = UpdateConfig(home);
     QCOMPARE(Global::instance.WriteConfigToFile(remid), 0);
     QCOMPARE(UpdateConfig(home), once);
-    // A file that is still open cannot be removed on every system.
+    // Windows does not remove an open file.
     QVERIFY(QFile::remove(UpdateConfigPath(home)));
 }
 
@@ -350,7 +351,7 @@ void TestWriteBack::freshlyWrittenFileNamesNoClient()
     QCOMPARE(Global::instance.WriteConfigToFile(version), 0);
     const LogCapture log;
     QCOMPARE(Global::instance.ReadConfig(), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG] \"\"  Not exists")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::NotExists(QString())));
 }
 
 void TestWriteBack::fileThatCannotBeOpenedFails_data()
@@ -369,20 +370,20 @@ void TestWriteBack::fileThatCannotBeOpenedFails()
     QVERIFY(QDir(home.ProgramFolder()).mkdir(QStringLiteral("updateconfig.json")));
     const LogCapture log;
     QCOMPARE(Global::instance.WriteConfigToFile(kind), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG] WriteConfigToFile failed: 5")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigWriteFailed(5)));
     QVERIFY(QDir(UpdateConfigPath(home)).isEmpty());
 }
 
 #ifdef Q_OS_UNIX
 void TestWriteBack::fileThatCannotBeMadeFails_posix()
 {
-    // A link into nowhere: the file is not there and cannot be made either.
+    // A dangling link: the file does not exist and cannot be created either.
     const TestHome home;
     FillFields(home);
     QVERIFY(QFile::link(home.Scratch() + QStringLiteral("/missing/file"), UpdateConfigPath(home)));
     const LogCapture log;
     QCOMPARE(Global::instance.WriteConfigToFile(version), -1);
-    QCOMPARE(log.Messages(), QStringList(QStringLiteral("[DEBUG] WriteConfigToFile failed: 5")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::UpdateConfigWriteFailed(5)));
 }
 #endif
 
@@ -402,9 +403,8 @@ void TestWriteBack::errorOfAFileIsTheOneItHas_posix()
     }
     QCOMPARE(updateResult, -1);
     QCOMPARE(clientResult, -1);
-    QCOMPARE(log.Messages(),
-             QStringList({QStringLiteral("[DEBUG] WriteConfigToFile failed: 4"),
-                          QStringLiteral("[DEBUG] WriteConfigToClientFile failed: 4")}));
+    QCOMPARE(log.Messages(), QStringList({LogLine::UpdateConfigWriteFailed(4),
+                                          LogLine::ClientConfigWriteFailed(4)}));
     QCOMPARE(UpdateConfig(home), QByteArray("{}"));
 }
 #endif
@@ -539,9 +539,8 @@ void TestWriteBack::clientConfigThatCannotBeOpenedFails()
     Global::instance.appConfigFile = name;
     const LogCapture log;
     QCOMPARE(Global::instance.WriteConfigToClientFile(), -1);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] WriteConfigToClientFile failed: 5")));
-    QVERIFY(!QFile::exists(home.ClientFolder() + QStringLiteral("/missing")));
+    QCOMPARE(log.Messages(), QStringList(LogLine::ClientConfigWriteFailed(5)));
+    QVERIFY(!QFile::exists(home.Installed(QStringLiteral("missing"))));
 }
 
 QTEST_GUILESS_MAIN(TestWriteBack)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/docs/document.h"
 
 #include "tests/support/testhome.h"
@@ -8,6 +9,7 @@ namespace
 {
 
 const QLatin1String kFence("```");
+const QLatin1String kQuote("cpp"); // what follows it is the path of the source
 const QLatin1String kIndentedBlock("    ");
 
 QStringList Cells(const QString &line)
@@ -68,6 +70,16 @@ QVector<QByteArray> Document::Fenced(const QString &language) const
             blocks.append(block.second);
     }
     return blocks;
+}
+
+QVector<QPair<QString, QByteArray>> Document::Quotes() const
+{
+    QVector<QPair<QString, QByteArray>> quotes;
+    for (const auto &block : m_fenced) {
+        if (block.first.startsWith(kQuote))
+            quotes.append({block.first.mid(kQuote.size()).trimmed(), block.second});
+    }
+    return quotes;
 }
 
 QVector<QStringList> Document::Rows(const QString &firstHeader) const

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -9,7 +10,7 @@
 QString ProjectPath(const QString &path);
 
 /**
- * A Markdown document of the project, taken apart as far as it can be held against the program:
+ * A Markdown document of the project, taken apart as far as it can be checked against the program:
  * fenced blocks, tables, headings and links. Fails the program when it cannot be read. Any thread.
  */
 class Document
@@ -20,6 +21,9 @@ public:
 
     /// What the fenced blocks of that language hold, in their order.
     QVector<QByteArray> Fenced(const QString &language) const;
+
+    /// The fenced blocks of C++, each with the path of the source that it is quoted from.
+    QVector<QPair<QString, QByteArray>> Quotes() const;
 
     /// The cells of each row of the tables whose header begins with @p firstHeader.
     QVector<QStringList> Rows(const QString &firstHeader) const;

@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: MIT
+#include "config/arguments.h"
 #include "config/global.h"
 #include "config/paths.h"
+#include "config/servicecontract.h"
 #include "tests/docs/document.h"
 #include "tests/support/testhome.h"
 
-#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -84,7 +86,8 @@ QStringList Keys(const QJsonObject &object)
 
 } // namespace
 
-/// The documents of the configuration, the command line and the protocol, held against the program.
+/// The documents of the configuration, the command line and the protocol, checked against the
+/// program.
 class TestConfigurationDocument : public QObject
 {
     Q_OBJECT
@@ -112,16 +115,15 @@ private slots:
 
 void TestConfigurationDocument::tableHasTheKeysOfTheSources()
 {
-    const QRegularExpression key(
-        QStringLiteral("(?:value\\(QLatin1String\\(|const QLatin1String \\w+\\()\"(\\w+)\""));
+    const QString source =
+        QString::fromUtf8(ReadFile(ProjectPath(QStringLiteral("config/configcontract.h"))));
+    const int begin = source.indexOf(QStringLiteral("namespace Key\n"));
+    const int end = source.indexOf(QStringLiteral("} // namespace ClientKey"));
+    const QRegularExpression key(QStringLiteral("const QLatin1String \\w+\\(\"(\\w+)\""));
     QStringList read;
-    QDirIterator files(ProjectPath(QStringLiteral("config")), {QStringLiteral("*.cpp")});
-    while (files.hasNext()) {
-        auto matches = key.globalMatch(QString::fromUtf8(ReadFile(files.next())));
-        while (matches.hasNext())
-            read.append(matches.next().captured(1));
-    }
-    read.removeDuplicates();
+    auto matches = key.globalMatch(source.mid(begin, end - begin));
+    while (matches.hasNext())
+        read.append(matches.next().captured(1));
 
     QStringList documented;
     const QVector<QStringList> rows = Document(kConfiguration).Rows(QStringLiteral("Key"));
@@ -255,13 +257,13 @@ void TestConfigurationDocument::switchesAreThoseOfTheProgram()
         if (row.first().startsWith(QLatin1String("`-")))
             switches.append(Quoted(row.first()));
     }
-    QCOMPARE(Sorted(switches), Sorted({Global::NoRemindSwitch, Global::ImmediatelySwitch}));
+    QCOMPARE(Sorted(switches), Sorted({Switch::NoRemind, Switch::Immediately}));
 }
 
 void TestConfigurationDocument::filesAreThoseOfTheProgram()
 {
     const TestHome home;
-    QStringList files = {Paths::LogFolder() + QStringLiteral("/AutoUpdate.log"),
+    QStringList files = {Paths::LogFile(),
                          Paths::DownloadFolder(QStringLiteral("CLIENT.exe")) + QLatin1Char('/'),
                          Paths::LanguageFile(),
                          Paths::NotesFile(),
@@ -329,7 +331,7 @@ void TestConfigurationDocument::answerIsRead()
     QCOMPARE(global.latestVersionInfo, QStringLiteral("English notes"));
     QCOMPARE(global.md5, biz.value(QStringLiteral("md5")).toString());
     QCOMPARE(global.packageSize, qint64(1572864));
-    QCOMPARE(global.updateType, qint32(Global::ZipPackage));
+    QCOMPARE(global.updateType, qint32(ServiceContract::ZipPackage));
 }
 
 void TestConfigurationDocument::answerWithoutAnUpdateIsRead()

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/docs/document.h"
 #include "tests/support/testhome.h"
 
@@ -44,7 +45,7 @@ QString Complaint(const QString &path, const QString &link)
 }
 
 /// A claim of a document is followed by a comment with the tests that prove it, as in
-/// <!-- test: startup::NoArgumentIsTakenForQt folderremoval -->
+/// <!-- test: startup::noArgumentIsTakenForQt folderremoval -->
 QStringList NamedTests(const QString &text)
 {
     static const QRegularExpression comment(QStringLiteral("<!-- test: ([^>]+) -->"));
@@ -76,6 +77,33 @@ bool TestExists(const QString &name)
            source.contains(QStringLiteral("def %1(").arg(function));
 }
 
+/// What a document has in common with its translations.
+struct Structure {
+    QStringList headingLevels; ///< "#", "##" and so on, in their order
+    QStringList codeLines;     ///< the lines of fenced and indented blocks
+    QStringList links;         ///< sorted, because languages order their words differently
+};
+
+Structure StructureOf(const QString &path)
+{
+    Structure structure;
+    bool inFence = false;
+    const QStringList lines =
+        QString::fromUtf8(ReadFile(ProjectPath(path))).split(QLatin1Char('\n'));
+    for (const QString &line : lines) {
+        const bool isFence = line.trimmed().startsWith(QLatin1String("```"));
+        if (isFence || inFence || line.startsWith(QLatin1String("    ")))
+            structure.codeLines.append(line);
+        else if (line.startsWith(QLatin1Char('#')))
+            structure.headingLevels.append(line.section(QLatin1Char(' '), 0, 0));
+        if (isFence)
+            inFence = !inFence;
+    }
+    structure.links = Document(path).Links();
+    structure.links.sort();
+    return structure;
+}
+
 } // namespace
 
 /// What holds for every document.
@@ -91,7 +119,11 @@ private slots:
     void everyAttackNamesItsTest();
     void jsonExamplesParse_data() { AddAllDocuments(); }
     void jsonExamplesParse();
+    void quotesAreInTheirSources_data() { AddAllDocuments(); }
+    void quotesAreInTheirSources();
+    void theSampleClientIsQuoted();
     void everyDocumentIsReachedFromTheReadme();
+    void chineseReadmeHasTheStructureOfTheEnglishOne();
 
 private:
     static void AddAllDocuments();
@@ -146,6 +178,30 @@ void TestDocuments::jsonExamplesParse()
     }
 }
 
+void TestDocuments::quotesAreInTheirSources()
+{
+    QFETCH(QString, path);
+    const auto quotes = Document(path).Quotes();
+    for (const auto &quote : quotes) {
+        const QByteArray source = ReadFile(ProjectPath(quote.first));
+        QVERIFY2(source.contains(quote.second),
+                 ("not in " + quote.first.toUtf8() + ":\n" + quote.second).constData());
+    }
+}
+
+void TestDocuments::theSampleClientIsQuoted()
+{
+    QStringList quoted;
+    const auto quotes = Document(QStringLiteral("docs/client.md")).Quotes();
+    for (const auto &quote : quotes)
+        quoted.append(quote.first);
+    const QString folder = QStringLiteral("examples/client/");
+    const QStringList sources = QDir(ProjectPath(folder)).entryList({QStringLiteral("*.cpp")});
+    QVERIFY(!sources.isEmpty());
+    for (const QString &source : sources)
+        QVERIFY2(quoted.contains(folder + source), qPrintable(source));
+}
+
 void TestDocuments::everyDocumentIsReachedFromTheReadme()
 {
     QStringList reached{QStringLiteral("README.md")};
@@ -164,6 +220,20 @@ void TestDocuments::everyDocumentIsReachedFromTheReadme()
     for (const QString &path : qAsConst(reached))
         missed.removeAll(path);
     QCOMPARE(missed, QStringList());
+}
+
+void TestDocuments::chineseReadmeHasTheStructureOfTheEnglishOne()
+{
+    const QString englishPath = QStringLiteral("README.md");
+    const QString chinesePath = QStringLiteral("README.zh.md");
+    Structure english = StructureOf(englishPath);
+    Structure chinese = StructureOf(chinesePath);
+    QVERIFY2(english.links.removeOne(chinesePath), "README.md does not link to README.zh.md");
+    QVERIFY2(chinese.links.removeOne(englishPath), "README.zh.md does not link to README.md");
+    QVERIFY(!english.headingLevels.isEmpty() && !english.codeLines.isEmpty());
+    QCOMPARE(chinese.headingLevels, english.headingLevels);
+    QCOMPARE(chinese.codeLines, english.codeLines);
+    QCOMPARE(chinese.links, english.links);
 }
 
 QTEST_GUILESS_MAIN(TestDocuments)

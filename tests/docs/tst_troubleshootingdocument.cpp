@@ -1,7 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "tests/docs/document.h"
 #include "tests/support/testhome.h"
 
 #include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -78,17 +82,40 @@ QVector<LogCall> LogCalls(const QString &sources)
     return calls;
 }
 
-QStringList DocumentedLines()
+/// The headers that the tables of one of the two documents begin with.
+struct Language {
+    QString document;
+    QString line;
+    QString error;
+    QString lastLine;
+    QString symptom;
+};
+
+Language English()
 {
-    QStringList lines;
-    const QVector<QStringList> rows =
-        Document(QStringLiteral("docs/troubleshooting.md")).Rows(QStringLiteral("Line"));
+    return {QStringLiteral("docs/troubleshooting.md"), QStringLiteral("Line"),
+            QStringLiteral("ERROR"), QStringLiteral("Last line"), QStringLiteral("What they see")};
+}
+
+Language Chinese()
+{
+    return {QStringLiteral("docs/troubleshooting.zh.md"), QStringLiteral("日志行"),
+            QStringLiteral("错误"), QStringLiteral("最后一行"), QStringLiteral("用户看到")};
+}
+
+/// The line, error or other text in back-quotes that each row of these tables is about.
+QStringList Subjects(const QString &document, const QString &firstHeader)
+{
+    QStringList subjects;
+    const QVector<QStringList> rows = Document(document).Rows(firstHeader);
     for (const QStringList &row : rows)
-        lines.append(Quoted(row.first()));
-    return lines;
+        subjects.append(Quoted(row.first()));
+    return subjects;
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(Language)
 
 /// Holds the list of log lines against the sources, in both directions.
 class TestTroubleshootingDocument : public QObject
@@ -101,10 +128,18 @@ private slots:
     void everyLineOfTheProgramIsExplained();
     void everyExplainedLineIsOfTheProgram();
     void noLineIsExplainedTwice();
+    void bothLanguagesExplainTheSame();
+    void everyRowSaysWhatItMeansAndWhatToDo_data() { AddLanguages(); }
     void everyRowSaysWhatItMeansAndWhatToDo();
+    void whatUsersAreToLookForIsInTheLines_data() { AddLanguages(); }
     void whatUsersAreToLookForIsInTheLines();
+    void lastLinesAreLines();
+    void logReaderKnowsTheSameLines();
+    void logReaderKnowsWhichLinesAreFailures();
 
 private:
+    static void AddLanguages();
+
     QString m_sources;
     QVector<LogCall> m_calls;
     QStringList m_lines;
@@ -114,9 +149,16 @@ void TestTroubleshootingDocument::initTestCase()
 {
     m_sources = AllSources();
     m_calls = LogCalls(m_sources);
-    m_lines = DocumentedLines();
+    m_lines = Subjects(English().document, English().line);
     QVERIFY(!m_calls.isEmpty());
     QVERIFY(!m_lines.isEmpty());
+}
+
+void TestTroubleshootingDocument::AddLanguages()
+{
+    QTest::addColumn<Language>("language");
+    QTest::newRow("English") << English();
+    QTest::newRow("Chinese") << Chinese();
 }
 
 void TestTroubleshootingDocument::everyLogCallIsOfAFormThatIsRead()
@@ -168,25 +210,78 @@ void TestTroubleshootingDocument::noLineIsExplainedTwice()
     QCOMPARE(m_lines, once);
 }
 
+void TestTroubleshootingDocument::bothLanguagesExplainTheSame()
+{
+    const Language en = English();
+    const Language zh = Chinese();
+    QCOMPARE(Subjects(zh.document, zh.line), m_lines);
+    QCOMPARE(Subjects(zh.document, zh.error), Subjects(en.document, en.error));
+    QCOMPARE(Subjects(zh.document, zh.lastLine), Subjects(en.document, en.lastLine));
+    QCOMPARE(Document(zh.document).Rows(zh.symptom).size(),
+             Document(en.document).Rows(en.symptom).size());
+    QCOMPARE(Document(zh.document).Anchors().size(), Document(en.document).Anchors().size());
+}
+
 void TestTroubleshootingDocument::everyRowSaysWhatItMeansAndWhatToDo()
 {
-    const QVector<QStringList> rows =
-        Document(QStringLiteral("docs/troubleshooting.md")).Rows(QStringLiteral("Line"));
-    for (const QStringList &row : rows) {
-        QVERIFY2(row.size() == 3 && !row.at(1).isEmpty() && !row.at(2).isEmpty(),
-                 qPrintable(row.first()));
+    QFETCH(Language, language);
+    const Document document(language.document);
+    for (const QString &header : {language.line, language.error, language.lastLine}) {
+        const QVector<QStringList> rows = document.Rows(header);
+        QVERIFY2(!rows.isEmpty(), qPrintable(header));
+        for (const QStringList &row : rows) {
+            QVERIFY2(row.size() == 3 && !row.at(1).isEmpty() && !row.at(2).isEmpty(),
+                     qPrintable(row.first()));
+        }
     }
 }
 
 void TestTroubleshootingDocument::whatUsersAreToLookForIsInTheLines()
 {
-    const QVector<QStringList> rows =
-        Document(QStringLiteral("docs/troubleshooting.md")).Rows(QStringLiteral("What they see"));
+    QFETCH(Language, language);
+    const QVector<QStringList> rows = Document(language.document).Rows(language.symptom);
     QVERIFY(!rows.isEmpty());
     for (const QStringList &row : rows) {
         const QStringList wanted = AllQuoted(row.at(1));
         for (const QString &text : wanted)
             QVERIFY2(!m_lines.filter(text).isEmpty(), qPrintable(text));
+    }
+}
+
+void TestTroubleshootingDocument::lastLinesAreLines()
+{
+    QStringList lastLines = Subjects(English().document, English().lastLine);
+    QCOMPARE(lastLines.takeLast(), QString()); // any other
+    for (const QString &line : qAsConst(lastLines))
+        QVERIFY2(m_lines.contains(line), qPrintable(line));
+}
+
+void TestTroubleshootingDocument::logReaderKnowsTheSameLines()
+{
+    const QString page =
+        QString::fromUtf8(ReadFile(ProjectPath(QStringLiteral("support/log-reader.html"))));
+    static const QRegularExpression known(QStringLiteral(R"re("line":("(?:[^"\\]|\\.)*"))re"));
+    QStringList lines;
+    for (auto matches = known.globalMatch(page); matches.hasNext();) {
+        const QString json = QLatin1Char('[') + matches.next().captured(1) + QLatin1Char(']');
+        lines.append(QJsonDocument::fromJson(json.toUtf8()).array().at(0).toString());
+    }
+    QCOMPARE(lines, m_lines);
+}
+
+void TestTroubleshootingDocument::logReaderKnowsWhichLinesAreFailures()
+{
+    const QString path = ProjectPath(QStringLiteral("support/log-reader/lines.json"));
+    const QJsonObject rules = QJsonDocument::fromJson(ReadFile(path)).object();
+    for (const LogCall &call : qAsConst(m_calls)) {
+        const QString line = m_lines.value(m_lines.indexOf(call.line));
+        const QJsonObject rule = rules.value(line).toObject();
+        const bool isKnown =
+            rule.contains(QStringLiteral("failed")) || rule.contains(QStringLiteral("minor"));
+        // One success is a warning.
+        const bool isSuccess = call.statement.startsWith(QLatin1String("qInfo")) ||
+                               line.endsWith(QLatin1String("successed"));
+        QVERIFY2(isKnown != isSuccess, qPrintable(line));
     }
 }
 

@@ -1,5 +1,6 @@
-// The library that Qt loads for test automation when the environment asks for it. Loading it ends
-// the program with a code of its own.
+// SPDX-License-Identifier: MIT
+// Qt loads this library for test automation when the environment asks for it. Loading it ends the
+// program with a special exit code.
 
 #include <QtGlobal>
 

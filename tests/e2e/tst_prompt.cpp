@@ -1,30 +1,42 @@
-#include "tests/e2e/updaterrun.h"
-#include "tests/e2e/windowserver.h"
+// SPDX-License-Identifier: MIT
+#include "tests/support/dialogplaces.h"
+#include "tests/support/loglines.h"
+#include "tests/support/updaterrun.h"
+#include "tests/support/windowserver.h"
 #include "tests/support/zipmaker.h"
 
 #include <QJsonDocument>
 #include <QProcessEnvironment>
 #include <QTest>
 
-/// The user in front of the real program, with a real window server between them.
+/// A user of the real program, with a real window server.
 class TestPrompt : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void TheWindowsFollowTheScreensScale_data();
-    void TheWindowsFollowTheScreensScale();
-    void LaterStartsTheClientWithoutTheArguments();
-    void NeverPromptIsRemembered();
-    void SilencingAMuchShorterVersionEndsEveryLaterRun();
-    void EscapeInTheOptionalPromptStartsTheClient();
-    void EscapeInTheForcedPromptEndsTheRunWithoutTheClient();
-    void EnterDoesNotUpdate();
-    void AClickUpdatesAndCancellingAsksFirst();
-    void RetryDownloadsAgain();
+    void theWindowsFollowTheScreensScale_data();
+    void theWindowsFollowTheScreensScale();
+    void laterStartsTheClientWithoutTheArguments();
+    void neverPromptIsRemembered();
+    void silencingAMuchShorterVersionEndsEveryLaterRun();
+    void escapeInTheOptionalPromptStartsTheClient();
+    void escapeInTheForcedPromptEndsTheRunWithoutTheClient();
+    void enterDoesNotUpdate();
+    void aClickUpdatesAndCancellingAsksFirst();
+    void retryDownloadsAgain();
 
 private:
+    /// Clicks a button of the updater, by its object name, on a screen of this resolution.
+    void Click(const QString &window, const QString &button, int dpi = kOrdinaryDpi) const
+    {
+        m_windows.Click(window, m_places.buttons[button] * dpi / kOrdinaryDpi);
+    }
+
+    static constexpr int kOrdinaryDpi = 96;
+
     WindowServer m_windows;
+    const DialogPlaces m_places = PlacesInDialogs();
 };
 
 namespace
@@ -34,15 +46,12 @@ const QString kPackage = QStringLiteral("client-2.1.3.zip");
 const QString kEnglish = QStringLiteral("App Update");
 const QString kChinese = QStringLiteral("应用更新");
 
-constexpr int kOrdinaryDpi = 96;
-
-// Middles of the buttons.
-const QPoint kNeverPrompt(32, 252);
-const QPoint kLater(290, 254);
-const QPoint kUpdate(406, 254);
-const QPoint kCancelOrRetry = kUpdate;
-const QPoint kKeepGoing(262, 255);
-const QPoint kCancelForGood(315, 255);
+const QString kNeverPrompt = QStringLiteral("checkRemid");
+const QString kLater = QStringLiteral("laterBtn");
+const QString kUpdate = QStringLiteral("immedBtn");
+const QString kCancelOrRetry = QStringLiteral("cancleBtn");
+const QString kKeepGoing = QStringLiteral("cbtn");
+const QString kCancelForGood = QStringLiteral("sbtn");
 
 QByteArray NewClient()
 {
@@ -55,17 +64,15 @@ QByteArray NewClient()
 
 bool IsInstalled(const UpdaterRun &run)
 {
-    return QFile::exists(run.home.ClientFolder() + QStringLiteral("/new.txt"));
+    return QFile::exists(run.Installed(QStringLiteral("new.txt")));
 }
 
 QJsonObject Config(const UpdaterRun &run)
 {
-    return QJsonDocument::fromJson(
-               ReadFile(run.home.ProgramFolder() + QStringLiteral("/updateconfig.json")))
-        .object();
+    return QJsonDocument::fromJson(ReadFile(run.UpdateConfigFile())).object();
 }
 
-/// Holds the package back after its first 100000 bytes.
+/// Makes the server stop after the first 100000 bytes of the package.
 void HoldPackage(UpdaterRun &run, const QByteArray &package)
 {
     run.server.Script(
@@ -76,7 +83,7 @@ void HoldPackage(UpdaterRun &run, const QByteArray &package)
 
 } // namespace
 
-void TestPrompt::TheWindowsFollowTheScreensScale_data()
+void TestPrompt::theWindowsFollowTheScreensScale_data()
 {
     QTest::addColumn<int>("dpi");
     QTest::addColumn<QSize>("size");
@@ -87,7 +94,7 @@ void TestPrompt::TheWindowsFollowTheScreensScale_data()
     QTest::newRow("200 %") << 192 << QSize(960, 584);
 }
 
-void TestPrompt::TheWindowsFollowTheScreensScale()
+void TestPrompt::theWindowsFollowTheScreensScale()
 {
     QFETCH(int, dpi);
     UpdaterRun run;
@@ -95,7 +102,7 @@ void TestPrompt::TheWindowsFollowTheScreensScale()
     const QByteArray package = NewClient();
     run.Publish(package, kPackage);
     HoldPackage(run, package);
-    // Stands for the resolution that the screen is set to.
+    // Sets the scale, as the resolution of the screen would.
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_FONT_DPI"), QString::number(dpi));
     run.process.setProcessEnvironment(environment);
@@ -103,17 +110,17 @@ void TestPrompt::TheWindowsFollowTheScreensScale()
 
     const QString prompt = m_windows.WaitForWindow(kEnglish);
     QTEST(m_windows.Size(prompt), "size");
-    m_windows.Click(prompt, kUpdate * dpi / kOrdinaryDpi);
+    Click(prompt, kUpdate, dpi);
     QTEST(m_windows.Size(m_windows.WaitForWindow(kEnglish, prompt)), "size");
 }
 
-void TestPrompt::LaterStartsTheClientWithoutTheArguments()
+void TestPrompt::laterStartsTheClientWithoutTheArguments()
 {
     UpdaterRun run;
     run.Configure();
     run.Publish(NewClient(), kPackage);
     run.Start({QStringLiteral("--profile=x")});
-    m_windows.Click(m_windows.WaitForWindow(kEnglish), kLater);
+    Click(m_windows.WaitForWindow(kEnglish), kLater);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
@@ -121,7 +128,7 @@ void TestPrompt::LaterStartsTheClientWithoutTheArguments()
     QCOMPARE(Config(run).value(QStringLiteral("noRemind")).toInt(), 0);
 }
 
-void TestPrompt::NeverPromptIsRemembered()
+void TestPrompt::neverPromptIsRemembered()
 {
     UpdaterRun run;
     run.SetLanguage("zh");
@@ -129,20 +136,20 @@ void TestPrompt::NeverPromptIsRemembered()
     run.Publish(NewClient(), kPackage);
     run.Start();
     const QString prompt = m_windows.WaitForWindow(kChinese);
-    m_windows.Click(prompt, kNeverPrompt);
-    m_windows.Click(prompt, kLater);
+    Click(prompt, kNeverPrompt);
+    Click(prompt, kLater);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(Config(run).value(QStringLiteral("noRemind")).toInt(), 1);
     QCOMPARE(Config(run).value(QStringLiteral("noRemindVersion")).toString(),
              QStringLiteral("2.1.3"));
 
-    // The next run does not prompt.
+    // The next run shows no prompt.
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestPrompt::SilencingAMuchShorterVersionEndsEveryLaterRun()
+void TestPrompt::silencingAMuchShorterVersionEndsEveryLaterRun()
 {
     UpdaterRun run;
     run.Configure();
@@ -152,14 +159,13 @@ void TestPrompt::SilencingAMuchShorterVersionEndsEveryLaterRun()
                     {{QStringLiteral("latestVersion"), QLatin1String(version)}});
         run.Start();
         const QString prompt = m_windows.WaitForWindow(kEnglish);
-        m_windows.Click(prompt, kNeverPrompt);
-        m_windows.Click(prompt, kLater);
+        Click(prompt, kNeverPrompt);
+        Click(prompt, kLater);
         QCOMPARE(run.WaitForEnd(), 0);
         QVERIFY(run.client.WaitForCalls(++calls));
     }
 
-    const QString unreadable =
-        QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: %1").arg(QJsonParseError::GarbageAtEnd);
+    const QString unreadable = LogLine::UpdateConfigDamaged(QJsonParseError::GarbageAtEnd);
     QVERIFY(!run.Log().contains(unreadable));
     const int lines = run.Log().size();
     QCOMPARE(run.Run(), 0);
@@ -169,7 +175,7 @@ void TestPrompt::SilencingAMuchShorterVersionEndsEveryLaterRun()
     QCOMPARE(run.client.Calls().size(), 2);
 }
 
-void TestPrompt::EscapeInTheOptionalPromptStartsTheClient()
+void TestPrompt::escapeInTheOptionalPromptStartsTheClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -181,7 +187,7 @@ void TestPrompt::EscapeInTheOptionalPromptStartsTheClient()
     QCOMPARE(run.client.Calls().size(), 1);
 }
 
-void TestPrompt::EscapeInTheForcedPromptEndsTheRunWithoutTheClient()
+void TestPrompt::escapeInTheForcedPromptEndsTheRunWithoutTheClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -193,7 +199,7 @@ void TestPrompt::EscapeInTheForcedPromptEndsTheRunWithoutTheClient()
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestPrompt::EnterDoesNotUpdate()
+void TestPrompt::enterDoesNotUpdate()
 {
     UpdaterRun run;
     run.Configure();
@@ -207,7 +213,7 @@ void TestPrompt::EnterDoesNotUpdate()
     QCOMPARE(run.server.Requests().size(), 1);
 }
 
-void TestPrompt::AClickUpdatesAndCancellingAsksFirst()
+void TestPrompt::aClickUpdatesAndCancellingAsksFirst()
 {
     UpdaterRun run;
     run.Configure();
@@ -216,21 +222,21 @@ void TestPrompt::AClickUpdatesAndCancellingAsksFirst()
     HoldPackage(run, package);
     run.Start();
     const QString prompt = m_windows.WaitForWindow(kEnglish);
-    m_windows.Click(prompt, kUpdate);
+    Click(prompt, kUpdate);
     const QString progress = m_windows.WaitForWindow(kEnglish, prompt);
     QVERIFY(run.server.WaitForRequests(2));
 
-    m_windows.Click(progress, kCancelOrRetry);
-    m_windows.Click(progress, kKeepGoing);
+    Click(progress, kCancelOrRetry);
+    Click(progress, kKeepGoing);
     m_windows.Press(progress, QStringLiteral("Escape"));
-    m_windows.Click(progress, kCancelForGood);
+    Click(progress, kCancelForGood);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(!IsInstalled(run));
     QVERIFY(run.client.Calls().isEmpty());
     QCOMPARE(run.server.Requests().size(), 2);
 }
 
-void TestPrompt::RetryDownloadsAgain()
+void TestPrompt::retryDownloadsAgain()
 {
     UpdaterRun run;
     run.Configure();
@@ -243,16 +249,15 @@ void TestPrompt::RetryDownloadsAgain()
     run.server.Script(QStringLiteral("/packages/") + kPackage, QJsonArray{corrupted, whole});
     run.Start();
     const QString prompt = m_windows.WaitForWindow(kEnglish);
-    m_windows.Click(prompt, kUpdate);
+    Click(prompt, kUpdate);
     const QString progress = m_windows.WaitForWindow(kEnglish, prompt);
-    QVERIFY(run.WaitForLog(
-        QStringLiteral("[DEBUG] (:0) \"%1\"  md5 check filed").arg(run.PackagePath(kPackage))));
-    m_windows.Click(progress, kCancelOrRetry);
+    QVERIFY(run.WaitForLog(LogLine::DigestDiffers(run.PackagePath(kPackage))));
+    Click(progress, kCancelOrRetry);
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     QVERIFY(IsInstalled(run));
     QCOMPARE(ReadFile(run.PackagePath(kPackage)), package);
 }
 
-QTEST_GUILESS_MAIN(TestPrompt)
+QTEST_MAIN(TestPrompt)
 #include "tst_prompt.moc"

@@ -1,4 +1,6 @@
-#include "tests/e2e/updaterrun.h"
+// SPDX-License-Identifier: MIT
+#include "tests/support/loglines.h"
+#include "tests/support/updaterrun.h"
 
 #include <QDateTime>
 #include <QTcpServer>
@@ -7,29 +9,29 @@
 
 #include <utility>
 
-/// Runs that end with the client being started unchanged.
+/// Runs that start the client without an update.
 class TestRelaunch : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void TheCheckIsOnePostWithTheInstalledVersion();
-    void NothingNewStartsTheClient_data();
-    void NothingNewStartsTheClient();
-    void ASilencedVersionStartsTheClient();
-    void AnUnreachableServiceStartsTheClient();
-    void AServiceThatNeverAnswersStartsTheClientOnce();
-    void AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient();
-    void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data();
-    void AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime();
-    void AHeadWithoutEndStartsTheClientInTime_data();
-    void AHeadWithoutEndStartsTheClientInTime();
-    void ARunningClientIsStartedAgainWithoutACheck();
-    void ARunningClientIsHandedTheMeetingLink();
-    void AMeetingLinkReachesAClientThatDoesNotRun();
+    void theCheckIsOnePostWithTheInstalledVersion();
+    void nothingNewStartsTheClient_data();
+    void nothingNewStartsTheClient();
+    void aSilencedVersionStartsTheClient();
+    void anUnreachableServiceStartsTheClient();
+    void aServiceThatNeverAnswersStartsTheClientOnce();
+    void anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient();
+    void anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data();
+    void anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime();
+    void aHeadWithoutEndStartsTheClientInTime_data();
+    void aHeadWithoutEndStartsTheClientInTime();
+    void aRunningClientIsStartedAgainWithoutACheck();
+    void aRunningClientIsHandedTheMeetingLink();
+    void aMeetingLinkReachesAClientThatDoesNotRun();
 };
 
-void TestRelaunch::TheCheckIsOnePostWithTheInstalledVersion()
+void TestRelaunch::theCheckIsOnePostWithTheInstalledVersion()
 {
     UpdaterRun run;
     run.Configure();
@@ -48,7 +50,7 @@ void TestRelaunch::TheCheckIsOnePostWithTheInstalledVersion()
              QByteArray(R"({"clientVersion":"1.0.0","deviceType":"Windows","platform":6})"));
 }
 
-void TestRelaunch::NothingNewStartsTheClient_data()
+void TestRelaunch::nothingNewStartsTheClient_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("reason");
@@ -56,20 +58,16 @@ void TestRelaunch::NothingNewStartsTheClient_data()
         << QByteArray(R"({"code":"000000","biz":{"latestVersion":"1.0.0"}})") << QString();
     QTest::newRow("no update")
         << QByteArray(R"({"code":"000000","biz":{"latestVersion":"2.0.0","update":"0"}})")
-        << QStringLiteral("[INFO] (:0) isShowUpdataInfo.txt not exists");
+        << LogLine::MarkerMissing();
     QTest::newRow("an error code")
-        << QByteArray(R"({"code":"000001"})")
-        << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"000001\"");
-    QTest::newRow("an empty object")
-        << QByteArray("{}") << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"\"");
+        << QByteArray(R"({"code":"000001"})") << LogLine::AnswerRefused(QStringLiteral("000001"));
+    QTest::newRow("an empty object") << QByteArray("{}") << LogLine::AnswerRefused(QString());
     QTest::newRow("a numeric code")
-        << QByteArray(R"({"code":0})")
-        << QStringLiteral("[DEBUG] (:0) Services Jsondata Code Error: \"\"");
-    QTest::newRow("not JSON") << QByteArray("<html>")
-                              << QStringLiteral("[DEBUG] (:0)  Recv Services Jsondata Error: 5");
+        << QByteArray(R"({"code":0})") << LogLine::AnswerRefused(QString());
+    QTest::newRow("not JSON") << QByteArray("<html>") << LogLine::AnswerDamaged(5);
 }
 
-void TestRelaunch::NothingNewStartsTheClient()
+void TestRelaunch::nothingNewStartsTheClient()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, reason);
@@ -82,15 +80,14 @@ void TestRelaunch::NothingNewStartsTheClient()
     QCOMPARE(run.client.Calls(), QVector<QStringList>{{QStringLiteral("-autoupdate")}});
 
     QStringList log{run.ConfigurationLine()};
-    log.append(QStringLiteral("[INFO] (:0) Service Jsondata: \"%1\"")
-                   .arg(QString::fromUtf8(body).replace(QLatin1Char('"'), QStringLiteral("\\\""))));
+    log.append(LogLine::Answer(LogLine::Quoted(QString::fromUtf8(body))));
     if (!reason.isEmpty())
         log.append(reason);
-    log.append(QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName));
+    log.append(LogLine::Starting(run.ClientName()));
     QCOMPARE(run.Log(), log);
 }
 
-void TestRelaunch::ASilencedVersionStartsTheClient()
+void TestRelaunch::aSilencedVersionStartsTheClient()
 {
     UpdaterRun run;
     run.Configure({{QStringLiteral("noRemind"), 1},
@@ -103,22 +100,21 @@ void TestRelaunch::ASilencedVersionStartsTheClient()
     QVERIFY(run.Log().filter(QStringLiteral("update fileName")).isEmpty());
 }
 
-void TestRelaunch::AnUnreachableServiceStartsTheClient()
+void TestRelaunch::anUnreachableServiceStartsTheClient()
 {
     UpdaterRun run;
-    // The discard port: nobody listens there.
+    // Nobody listens on the discard port.
     run.Configure(
         {{QStringLiteral("updateCheckUrl"), QStringLiteral("https://127.0.0.1:9/check")}});
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
     const QStringList log = run.Log();
     QCOMPARE(log.size(), 3);
-    QCOMPARE(log.at(1), QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName));
-    QCOMPARE(log.at(2), QStringLiteral("[DEBUG] (:0) Network Recv Back Error: "
-                                       "QNetworkReply::ConnectionRefusedError"));
+    QCOMPARE(log.at(1), LogLine::Starting(run.ClientName()));
+    QCOMPARE(log.at(2), LogLine::CheckFailed(QStringLiteral("ConnectionRefusedError")));
 }
 
-void TestRelaunch::AServiceThatNeverAnswersStartsTheClientOnce()
+void TestRelaunch::aServiceThatNeverAnswersStartsTheClientOnce()
 {
     UpdaterRun run;
     run.Configure();
@@ -126,14 +122,12 @@ void TestRelaunch::AServiceThatNeverAnswersStartsTheClientOnce()
                       QJsonObject{{QStringLiteral("hold"), QStringLiteral("before")}});
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
-    QCOMPARE(run.Log(),
-             (QStringList{run.ConfigurationLine(),
-                          QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut"),
-                          QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)}));
+    QCOMPARE(run.Log(), (QStringList{run.ConfigurationLine(), LogLine::CheckTimedOut(),
+                                     LogLine::Starting(run.ClientName())}));
     QCOMPARE(run.client.Calls().size(), 1);
 }
 
-void TestRelaunch::AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient()
+void TestRelaunch::anAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClient()
 {
     UpdaterRun run;
     run.Configure();
@@ -141,8 +135,8 @@ void TestRelaunch::AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClien
                       QJsonObject{{QStringLiteral("hold"), QStringLiteral("before")},
                                   {QStringLiteral("body"), QStringLiteral("{}")}});
     run.Start();
-    // The half second before the client starts, in which the worker waits.
-    QVERIFY(run.WaitForLog(QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut")));
+    // The worker now waits half a second before it starts the client.
+    QVERIFY(run.WaitForLog(LogLine::CheckTimedOut()));
     QVERIFY(run.server.Release(QStringLiteral("/check")));
     QCOMPARE(run.WaitForEnd(), 0);
     QVERIFY(run.client.WaitForCalls(1));
@@ -154,7 +148,7 @@ void TestRelaunch::AnAnswerThatComesWhileTheTimeOutEndsTheRunStartsNoSecondClien
 namespace
 {
 
-/// A service on 127.0.0.1 that answers with @p head and then the same letter for ever.
+/// A service on 127.0.0.1 that answers with @p head and then with the same letter endlessly.
 class EndlessService : public QTcpServer
 {
 public:
@@ -167,7 +161,7 @@ public:
 
     QString Url() const { return QStringLiteral("http://127.0.0.1:%1/check").arg(serverPort()); }
 
-    /// Since the epoch; 0 before a request has come.
+    /// When the request came, in milliseconds since the epoch; 0 before that.
     qint64 RequestMs() const { return m_requestMs; }
 
 private:
@@ -190,7 +184,8 @@ private:
     qint64 m_requestMs = 0;
 };
 
-/// The client is started within 15 seconds of the request, and the process ends within 2 of that.
+/// Verifies that the client starts within 15 seconds of the request and that the updater ends
+/// within 2 more seconds.
 void VerifyClientAndEndInTime(UpdaterRun &run, qint64 requestMs)
 {
     QVERIFY(run.client.WaitForCalls(1, 60000));
@@ -203,7 +198,7 @@ void VerifyClientAndEndInTime(UpdaterRun &run, qint64 requestMs)
 
 } // namespace
 
-void TestRelaunch::AHeadWithoutEndStartsTheClientInTime_data()
+void TestRelaunch::aHeadWithoutEndStartsTheClientInTime_data()
 {
     QTest::addColumn<QByteArray>("head");
     QTest::newRow("status line") << QByteArray("HTTP/1.1 200 ");
@@ -212,7 +207,7 @@ void TestRelaunch::AHeadWithoutEndStartsTheClientInTime_data()
         << QByteArray("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5;a=");
 }
 
-void TestRelaunch::AHeadWithoutEndStartsTheClientInTime()
+void TestRelaunch::aHeadWithoutEndStartsTheClientInTime()
 {
     QFETCH(QByteArray, head);
     UpdaterRun run;
@@ -220,22 +215,22 @@ void TestRelaunch::AHeadWithoutEndStartsTheClientInTime()
     run.Configure({{QStringLiteral("updateCheckUrl"), service.Url()}});
     run.Start();
     QVERIFY(QTest::qWaitFor([&] { return service.RequestMs() != 0; }, 30000));
-    // Waits with the event loop running, which serves.
-    QVERIFY(run.WaitForLog(QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)));
+    // Runs the event loop, which the service needs.
+    QVERIFY(run.WaitForLog(LogLine::Starting(run.ClientName())));
     VerifyClientAndEndInTime(run, service.RequestMs());
-    QVERIFY(run.Log().contains(QStringLiteral("[DEBUG] (:0) NetworkReply Post TimerOut")));
+    QVERIFY(run.Log().contains(LogLine::CheckTimedOut()));
 }
 
-void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
+void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<int>("count");
-    // What Qt does with each grows with the number of all.
+    // Qt needs quadratic time for these.
     QTest::newRow("header lines") << QStringLiteral("X-%1") << 100000;
     QTest::newRow("cookies") << QStringLiteral("Set-Cookie") << 20000;
 }
 
-void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
+void TestRelaunch::anAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
 {
     QFETCH(QString, name);
     QFETCH(int, count);
@@ -247,18 +242,16 @@ void TestRelaunch::AnAnswerThatKeepsTheWorkerBusyStartsTheClientInTime()
     run.Start();
     QVERIFY(run.server.WaitForRequests(1));
     VerifyClientAndEndInTime(run, run.server.Requests().first().timeMs);
-    QCOMPARE(
-        run.Log().mid(1),
-        (QStringList{QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName),
-                     QStringLiteral("[DEBUG] (:0) check is stuck, client started without it")}));
+    QCOMPARE(run.Log().mid(1),
+             (QStringList{LogLine::Starting(run.ClientName()), LogLine::CheckStuck()}));
 
-    // Nothing is left that would keep the next run out.
+    // The single-instance guard is free for the next run.
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestRelaunch::ARunningClientIsStartedAgainWithoutACheck()
+void TestRelaunch::aRunningClientIsStartedAgainWithoutACheck()
 {
     UpdaterRun run;
     run.Configure();
@@ -270,12 +263,11 @@ void TestRelaunch::ARunningClientIsStartedAgainWithoutACheck()
     QCOMPARE(
         run.Log(),
         (QStringList{run.ConfigurationLine(),
-                     QStringLiteral("[INFO] (:0) cmd line parameters : \"--profile=two words\""),
-                     QStringLiteral("[INFO] (:0) \"%1\"  Already Run...").arg(run.imageName),
-                     QStringLiteral("[INFO] (:0) \"%1\"  starting...").arg(run.imageName)}));
+                     LogLine::CommandLineParameter(QStringLiteral("--profile=two words")),
+                     LogLine::AlreadyRuns(run.ClientName()), LogLine::Starting(run.ClientName())}));
 }
 
-void TestRelaunch::ARunningClientIsHandedTheMeetingLink()
+void TestRelaunch::aRunningClientIsHandedTheMeetingLink()
 {
     UpdaterRun run;
     run.Configure();
@@ -284,11 +276,10 @@ void TestRelaunch::ARunningClientIsHandedTheMeetingLink()
     QVERIFY(run.client.WaitForCalls(2));
     QCOMPARE(run.client.Calls().last(), QStringList{QStringLiteral("--url=abc?d=e f")});
     QVERIFY(run.server.Requests().isEmpty());
-    QCOMPARE(run.Log().last(),
-             QStringLiteral("[INFO] (:0) \"%1\"  Already Run...").arg(run.imageName));
+    QCOMPARE(run.Log().last(), LogLine::AlreadyRuns(run.ClientName()));
 }
 
-void TestRelaunch::AMeetingLinkReachesAClientThatDoesNotRun()
+void TestRelaunch::aMeetingLinkReachesAClientThatDoesNotRun()
 {
     UpdaterRun run;
     run.Configure();

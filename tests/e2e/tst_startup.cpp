@@ -1,4 +1,7 @@
-#include "tests/e2e/updaterrun.h"
+// SPDX-License-Identifier: MIT
+#include "tests/support/environmentvariable.h"
+#include "tests/support/loglines.h"
+#include "tests/support/updaterrun.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -6,44 +9,38 @@
 #include <QSharedMemory>
 #include <QTest>
 
-/// How the program starts, refuses to, and ends.
+/// How the program starts, refuses to start and ends.
 class TestStartup : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void ASecondCopyEndsAtOnceAndLogsNothing();
-    void TheGuardIsTheOneOfThatName();
-    void ARunThatWasKilledDoesNotBlockTheNextOne();
-    void AnotherRunMayFollowAFinishedOne();
-    void AMissingConfigurationEndsTheRunWithZero();
-    void ABrokenConfigurationEndsTheRunWithZero();
-    void AMissingClientConfigurationEndsTheRunWithZero();
-    void ABrokenClientConfigurationEndsTheRunWithZero();
-    void AConfigurationInTheHomeFolderIsNotFound();
-    void ArgumentsAreLoggedInOrder_data();
-    void ArgumentsAreLoggedInOrder();
-    void NoArgumentIsTakenForQt();
-    void TheEnvironmentLoadsNoLibrary();
-    void TheEnvironmentOpensNoFile();
-    void TextsAreInTheInterfaceFont();
-    void WithoutArgumentsNoneIsLogged();
+    void aSecondCopyEndsAtOnceAndLogsNothing();
+    void theGuardIsTheOneOfThatName();
+    void aRunThatWasKilledDoesNotBlockTheNextOne();
+    void anotherRunMayFollowAFinishedOne();
+    void aMissingConfigurationEndsTheRunWithZero();
+    void aBrokenConfigurationEndsTheRunWithZero();
+    void aMissingClientConfigurationEndsTheRunWithZero();
+    void aBrokenClientConfigurationEndsTheRunWithZero();
+    void aConfigurationInTheHomeFolderIsNotFound();
+    void argumentsAreLoggedInOrder_data();
+    void argumentsAreLoggedInOrder();
+    void noArgumentIsTakenForQt();
+    void theEnvironmentLoadsNoLibrary();
+    void theEnvironmentOpensNoFile();
+    void textsAreInTheInterfaceFont();
+    void withoutArgumentsNoneIsLogged();
 #ifdef Q_OS_UNIX
-    void TheInterfaceFontIsTheOneOfThatName_posix();
-    void TlsIsLoadedBeforeTheCheckBegins_posix();
+    void theInterfaceFontIsTheOneOfThatName_posix();
+    void tlsIsLoadedBeforeTheCheckBegins_posix();
 #endif
-
-private:
-    static const QString m_missing;
 };
-
-const QString TestStartup::m_missing =
-    QStringLiteral("[DEBUG] (:0) updateconfig.json open failed: 0");
 
 namespace
 {
 
-/// Starts a run that waits for the service, and waits until it does.
+/// Starts a run and waits until it waits for the service.
 void StartAndHold(UpdaterRun &run)
 {
     run.Configure();
@@ -54,33 +51,9 @@ void StartAndHold(UpdaterRun &run)
         qFatal("no check request came");
 }
 
-/// A variable of the environment while it lives.
-class Variable
-{
-public:
-    Variable(const char *name, const QByteArray &value) : m_name(name), m_old(qgetenv(name))
-    {
-        qputenv(name, value);
-    }
-
-    ~Variable()
-    {
-        if (m_old.isNull())
-            qunsetenv(m_name);
-        else
-            qputenv(m_name, m_old);
-    }
-
-private:
-    Q_DISABLE_COPY(Variable)
-
-    const char *m_name;
-    QByteArray m_old;
-};
-
 } // namespace
 
-void TestStartup::ASecondCopyEndsAtOnceAndLogsNothing()
+void TestStartup::aSecondCopyEndsAtOnceAndLogsNothing()
 {
     UpdaterRun run;
     StartAndHold(run);
@@ -95,7 +68,7 @@ void TestStartup::ASecondCopyEndsAtOnceAndLogsNothing()
     QCOMPARE(run.process.state(), QProcess::Running);
 }
 
-void TestStartup::TheGuardIsTheOneOfThatName()
+void TestStartup::theGuardIsTheOneOfThatName()
 {
     UpdaterRun run;
     run.Configure();
@@ -110,7 +83,7 @@ void TestStartup::TheGuardIsTheOneOfThatName()
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestStartup::ARunThatWasKilledDoesNotBlockTheNextOne()
+void TestStartup::aRunThatWasKilledDoesNotBlockTheNextOne()
 {
     UpdaterRun run;
     StartAndHold(run);
@@ -122,7 +95,7 @@ void TestStartup::ARunThatWasKilledDoesNotBlockTheNextOne()
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestStartup::AnotherRunMayFollowAFinishedOne()
+void TestStartup::anotherRunMayFollowAFinishedOne()
 {
     UpdaterRun run;
     run.Configure();
@@ -132,86 +105,82 @@ void TestStartup::AnotherRunMayFollowAFinishedOne()
     QVERIFY(run.client.WaitForCalls(2));
 }
 
-void TestStartup::AMissingConfigurationEndsTheRunWithZero()
+void TestStartup::aMissingConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
     QCOMPARE(run.Run({QStringLiteral("-immediately")}), 0);
-    QCOMPARE(run.Log(), QStringList{m_missing});
+    QCOMPARE(run.Log(), QStringList{LogLine::UpdateConfigOpenFailed(0)});
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestStartup::ABrokenConfigurationEndsTheRunWithZero()
+void TestStartup::aBrokenConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
-    run.home.WriteUpdateConfig("{\"appName\": ");
+    run.WriteUpdateConfig("{\"appName\": ");
     QCOMPARE(run.Run(), 0);
-    QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0)  Auto Jsondata Error: 1")});
+    QCOMPARE(run.Log(), QStringList{LogLine::UpdateConfigDamaged(1)});
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestStartup::AMissingClientConfigurationEndsTheRunWithZero()
+void TestStartup::aMissingClientConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
-    run.Configure({{QStringLiteral("appPath"), run.home.ClientFolder()}});
+    run.Configure({{QStringLiteral("appPath"), run.ClientFolder()}});
     QCOMPARE(run.Run(), 0);
-    QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0) \"%1config.json\"  Not exists")
-                                        .arg(run.home.ClientFolder())});
+    QCOMPARE(run.Log(),
+             QStringList{LogLine::NotExists(run.ClientFolder() + QStringLiteral("config.json"))});
     QVERIFY(run.client.Calls().isEmpty());
 }
 
-void TestStartup::ABrokenClientConfigurationEndsTheRunWithZero()
+void TestStartup::aBrokenClientConfigurationEndsTheRunWithZero()
 {
     UpdaterRun run;
     run.Configure();
-    WriteFile(run.home.ClientFolder() + QStringLiteral("/config.json"), "");
+    WriteFile(run.Installed(QStringLiteral("config.json")), "");
     QCOMPARE(run.Run(), 0);
-    QCOMPARE(run.Log(), QStringList{QStringLiteral("[DEBUG] (:0)  APP Jsondata Error: 5")});
+    QCOMPARE(run.Log(), QStringList{LogLine::ClientConfigDamaged(5)});
 }
 
-void TestStartup::AConfigurationInTheHomeFolderIsNotFound()
+void TestStartup::aConfigurationInTheHomeFolderIsNotFound()
 {
     UpdaterRun run;
     run.Configure();
-    const QString config = run.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
-    WriteFile(run.home.Home() + QStringLiteral("/AutoUpdate/updateconfig.json"), ReadFile(config));
-    WriteFile(run.home.Scratch() + QStringLiteral("/updateconfig.json"), ReadFile(config));
+    const QString config = run.UpdateConfigFile();
+    WriteFile(run.Home() + QStringLiteral("/AutoUpdate/updateconfig.json"), ReadFile(config));
+    WriteFile(run.Scratch() + QStringLiteral("/updateconfig.json"), ReadFile(config));
     QVERIFY(QFile::remove(config));
     QCOMPARE(run.Run(), 0);
-    QCOMPARE(run.Log(), QStringList{m_missing});
+    QCOMPARE(run.Log(), QStringList{LogLine::UpdateConfigOpenFailed(0)});
 }
 
-void TestStartup::ArgumentsAreLoggedInOrder_data()
+void TestStartup::argumentsAreLoggedInOrder_data()
 {
     QTest::addColumn<QString>("argument");
-    QTest::addColumn<QString>("logged");
-    QTest::newRow("quotes") << QStringLiteral("two \"quoted\" words")
-                            << QStringLiteral("\"two \\\"quoted\\\" words\"");
-    QTest::newRow("back slash at the end") << QStringLiteral("--profile=C:\\my files\\")
-                                           << QStringLiteral("\"--profile=C:\\\\my files\\\\\"");
-    // Arguments come in the system's own code page and are read as UTF-8.
+    QTest::newRow("quotes") << QStringLiteral("two \"quoted\" words");
+    QTest::newRow("backslash at the end") << QStringLiteral("--profile=C:\\my files\\");
+    // The process gets arguments in the system's code page but reads them as UTF-8.
     const QString chinese = QStringLiteral("中文");
     if (chinese.toLocal8Bit() == chinese.toUtf8())
-        QTest::newRow("Chinese") << chinese << QStringLiteral("\"中文\"");
+        QTest::newRow("Chinese") << chinese;
 }
 
-void TestStartup::ArgumentsAreLoggedInOrder()
+void TestStartup::argumentsAreLoggedInOrder()
 {
     QFETCH(QString, argument);
-    QFETCH(QString, logged);
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     QCOMPARE(run.Run({QStringLiteral("-noremid"), QStringLiteral("-immediately"), argument}), 0);
     QCOMPARE(run.Log().mid(0, 4),
              (QStringList{run.ConfigurationLine(),
-                          QStringLiteral("[INFO] (:0) cmd line parameters : \"-noremid\""),
-                          QStringLiteral("[INFO] (:0) cmd line parameters : \"-immediately\""),
-                          QStringLiteral("[INFO] (:0) cmd line parameters : ") + logged}));
+                          LogLine::CommandLineParameter(QStringLiteral("-noremid")),
+                          LogLine::CommandLineParameter(QStringLiteral("-immediately")),
+                          LogLine::CommandLineParameter(argument)}));
     QVERIFY(run.client.WaitForCalls(1));
     QCOMPARE(run.client.Calls().first(), QStringList{argument});
 }
 
-void TestStartup::NoArgumentIsTakenForQt()
+void TestStartup::noArgumentIsTakenForQt()
 {
     UpdaterRun run;
     run.Configure();
@@ -226,59 +195,59 @@ void TestStartup::NoArgumentIsTakenForQt()
     QCOMPARE(run.client.Calls().first(), arguments);
     QStringList logged;
     for (const QString &argument : arguments)
-        logged.append(QStringLiteral("[INFO] (:0) cmd line parameters : \"%1\"").arg(argument));
+        logged.append(LogLine::CommandLineParameter(argument));
     QCOMPARE(run.Log().filter(QStringLiteral("cmd line parameters")), logged);
 }
 
-void TestStartup::TheEnvironmentLoadsNoLibrary()
+void TestStartup::theEnvironmentLoadsNoLibrary()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
     const QFileInfo library(QStringLiteral(TESTABILITY_LIBRARY));
-    // Where it is found: beside the program on Windows, on the search path elsewhere.
-    const QString found = run.home.ProgramFolder() + QLatin1Char('/') + library.fileName();
+    // Found next to the program on Windows, on the search path elsewhere.
+    const QString found = run.ProgramFolder() + QLatin1Char('/') + library.fileName();
     QVERIFY(QFile::copy(library.filePath(), found));
-    const Variable path("LD_LIBRARY_PATH", QFile::encodeName(run.home.ProgramFolder()));
-    const Variable testability("QT_LOAD_TESTABILITY", "1");
+    const EnvironmentVariable path("LD_LIBRARY_PATH", QFile::encodeName(run.ProgramFolder()));
+    const EnvironmentVariable testability("QT_LOAD_TESTABILITY", "1");
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
 }
 
-void TestStartup::TheEnvironmentOpensNoFile()
+void TestStartup::theEnvironmentOpensNoFile()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    const QString rules = run.home.Scratch() + QStringLiteral("/qtlogging.ini");
+    const QString rules = run.Scratch() + QStringLiteral("/qtlogging.ini");
     WriteFile(rules, "[Rules]\ndefault=false\n");
-    const Variable conf("QT_LOGGING_CONF", QFile::encodeName(rules));
+    const EnvironmentVariable conf("QT_LOGGING_CONF", QFile::encodeName(rules));
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
-    // The file would have silenced the log.
+    // The file would have disabled the log.
     QCOMPARE(run.Log().first(), run.ConfigurationLine());
 }
 
-void TestStartup::TextsAreInTheInterfaceFont()
+void TestStartup::textsAreInTheInterfaceFont()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    // Qt tells of each font that it looks for.
-    const Variable rules("QT_LOGGING_RULES", "qt.text.font.match.debug=true");
+    // Qt logs each font that it looks for.
+    const EnvironmentVariable rules("QT_LOGGING_RULES", "qt.text.font.match.debug=true");
     QCOMPARE(run.Run(), 0);
     QVERIFY(run.client.WaitForCalls(1));
 
-    // Letters that Latin-1 lacks it writes as question marks.
+    // It replaces characters outside Latin-1 by question marks.
     static const QRegularExpression requested(QStringLiteral("request:\n    family: (.*) \\["));
     QStringList families;
-    auto request = requested.globalMatch(run.home.LogLines().join(QLatin1Char('\n')));
+    auto request = requested.globalMatch(run.LogLines().join(QLatin1Char('\n')));
     while (request.hasNext())
         families.append(request.next().captured(1));
     QVERIFY(families.contains(QStringLiteral("????")));
 }
 
-void TestStartup::WithoutArgumentsNoneIsLogged()
+void TestStartup::withoutArgumentsNoneIsLogged()
 {
     UpdaterRun run;
     run.Configure();
@@ -290,27 +259,27 @@ void TestStartup::WithoutArgumentsNoneIsLogged()
 }
 
 #ifdef Q_OS_UNIX
-void TestStartup::TheInterfaceFontIsTheOneOfThatName_posix()
+void TestStartup::theInterfaceFontIsTheOneOfThatName_posix()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    // Fontconfig prints what it is asked for.
-    const Variable debug("FC_DEBUG", "4");
+    // Fontconfig prints each request.
+    const EnvironmentVariable debug("FC_DEBUG", "4");
     QProcess program;
     program.start(run.ProgramPath(), QStringList());
     QVERIFY(program.waitForFinished());
     QVERIFY(program.readAllStandardOutput().contains(u8"family: \"微软雅黑\""));
 }
 
-void TestStartup::TlsIsLoadedBeforeTheCheckBegins_posix()
+void TestStartup::tlsIsLoadedBeforeTheCheckBegins_posix()
 {
     UpdaterRun run;
     run.Configure();
     run.AnswerCheck({{QStringLiteral("latestVersion"), QStringLiteral("1.0.0")}});
-    // The check begins with tasklist: this one looks what its caller has loaded by then.
-    const QString tasklist = run.home.CommandsFolder() + QStringLiteral("/tasklist");
-    const QString seen = run.home.Scratch() + QStringLiteral("/seen");
+    // The check begins with tasklist; this one records which libraries its parent has loaded.
+    const QString tasklist = run.CommandsFolder() + QStringLiteral("/tasklist");
+    const QString seen = run.Scratch() + QStringLiteral("/seen");
     WriteFile(tasklist,
               "#!/bin/sh\ngrep -o libssl /proc/$PPID/maps >>'" + QFile::encodeName(seen) + "'\n");
     QVERIFY(QFile::setPermissions(tasklist, QFile::ReadOwner | QFile::ExeOwner));

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 
 #include "tests/support/zipmaker.h"
@@ -27,7 +28,7 @@ QByteArray ClientConfig(const QString &version)
     return R"({"client": {"version": ")" + version.toLatin1() + R"("}})";
 }
 
-/// A client with a configuration, a large file and a file in a folder.
+/// A package of a client with a configuration, a large file and a file in a folder.
 QByteArray PackageOf(const QString &version)
 {
     const QString folder = QStringLiteral("client-") + version;
@@ -41,7 +42,7 @@ QByteArray PackageOf(const QString &version)
         .Bytes();
 }
 
-/// Null when there is no such file.
+/// The content of a file; null when there is none.
 QByteArray ContentOf(const QString &path)
 {
     QFile file(path);
@@ -69,7 +70,7 @@ QString WordsOf(const QJsonObject &windows)
     return {};
 }
 
-/// The rows of this program go to a file of its name in the folder that scripts/faults reads.
+/// The file for the rows of this program, in the folder that scripts/faults reads.
 QString TableFile()
 {
     const QString folder = QStringLiteral(FAULT_TABLE_DIR);
@@ -104,13 +105,11 @@ const QByteArray &FaultRun::Package()
     return package;
 }
 
-FaultRun::FaultRun(QString fault) : m_fault(std::move(fault))
+FaultRun::FaultRun(QString fault)
+    : m_windows(run.Scratch() + QStringLiteral("/windows")), m_fault(std::move(fault))
 {
     static const bool tableIsNew = QFile::remove(TableFile());
     Q_UNUSED(tableIsNew)
-    qputenv("QT_PLUGIN_PATH", WINDOW_WATCH_PLUGINS);
-    qputenv("QT_QPA_GENERIC_PLUGINS", "windowwatch");
-    qputenv("WINDOW_WATCH", QFile::encodeName(WatchFile()));
 }
 
 QByteArray FaultRun::CheckAnswer(const QJsonObject &changes)
@@ -122,7 +121,7 @@ void FaultRun::Offer(const QJsonObject &changes, const QJsonObject &configuratio
 {
     run.Configure(configuration);
     run.Publish(Package(), PackageName, changes);
-    WriteFile(run.home.ClientFolder() + QStringLiteral("/of the user.txt"), "stays");
+    WriteFile(run.Installed(QStringLiteral("of the user.txt")), "stays");
 }
 
 void FaultRun::ScriptCheck(QJsonObject step)
@@ -154,18 +153,6 @@ void FaultRun::RunThrough()
     QCOMPARE(run.WaitForEnd(100000), 0);
 }
 
-QString FaultRun::WatchFile() const
-{
-    return run.home.Scratch() + QStringLiteral("/windows");
-}
-
-QJsonObject FaultRun::Windows() const
-{
-    const QList<QByteArray> lines = ContentOf(WatchFile()).split('\n');
-    return lines.size() < 2 ? QJsonObject()
-                            : QJsonDocument::fromJson(lines.at(lines.size() - 2)).object();
-}
-
 void FaultRun::ReleaseOnceWritten(qint64 bytes)
 {
     const QString package = run.PackagePath(PackageName);
@@ -178,7 +165,7 @@ void FaultRun::WaitForError()
     if (QTest::currentTestFailed())
         return;
     const auto isThere = [this] {
-        return Windows()
+        return m_windows.Now()
                    .value(kProgressDialog)
                    .toObject()
                    .value(FaultRun::CancelOrRetryButton)
@@ -191,26 +178,14 @@ void FaultRun::WaitForWidget(const QString &name)
 {
     if (QTest::currentTestFailed())
         return;
-    const auto isThere = [&] {
-        const QJsonObject windows = Windows();
-        for (const QJsonValue &window : windows) {
-            if (window.toObject().contains(name))
-                return true;
-        }
-        return windows.contains(name);
-    };
-    QVERIFY2(QTest::qWaitFor(isThere, 30000), qPrintable(run.Log().join(QLatin1Char('\n'))));
+    QVERIFY2(m_windows.WaitFor(name), qPrintable(run.Log().join(QLatin1Char('\n'))));
 }
 
 void FaultRun::Press(const QString &name)
 {
     if (QTest::currentTestFailed())
         return;
-    const QString order = WatchFile() + QStringLiteral(".press");
-    // Whole from the start: the program may look at any time.
-    WriteFile(order + QStringLiteral(".new"), name.toLatin1());
-    QFile::rename(order + QStringLiteral(".new"), order);
-    QVERIFY2(QTest::qWaitFor([&] { return !QFile::exists(order); }, 30000), qPrintable(name));
+    QVERIFY2(m_windows.Press(name), qPrintable(name));
 }
 
 void FaultRun::GiveUp()
@@ -233,9 +208,9 @@ void FaultRun::Kill()
 QString FaultRun::Seen() const
 {
     QStringList words;
-    const QList<QByteArray> lines = ContentOf(WatchFile()).split('\n');
-    for (const QByteArray &line : lines) {
-        const QString word = WordsOf(QJsonDocument::fromJson(line).object());
+    const QVector<QJsonObject> changes = m_windows.Changes();
+    for (const QJsonObject &windows : changes) {
+        const QString word = WordsOf(windows);
         if (!word.isEmpty() && (words.isEmpty() || words.last() != word))
             words.append(word);
     }
@@ -244,7 +219,7 @@ QString FaultRun::Seen() const
 
 QString FaultRun::ClientState() const
 {
-    const QString folder = run.home.ClientFolder();
+    const QString folder = run.ClientFolder();
     if (ContentOf(folder + QStringLiteral("/of the user.txt")) != "stays")
         return QStringLiteral("a file of the user is lost");
     const QByteArray config = ContentOf(folder + QStringLiteral("/config.json"));
@@ -289,17 +264,15 @@ QStringList FaultRun::PackageState() const
 QStringList FaultRun::RecordState() const
 {
     QStringList state;
-    const QByteArray notes = ContentOf(run.home.ClientDataFolder() + QStringLiteral("/update.log"));
+    const QByteArray notes = ContentOf(run.NotesFile());
     if (!notes.isNull())
         state.append(notes == "New version" ? QStringLiteral("notes")
                                             : QStringLiteral("damaged notes"));
-    const QByteArray marker =
-        ContentOf(run.home.ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt"));
+    const QByteArray marker = ContentOf(run.MarkerFile());
     if (!marker.isNull())
         state.append(marker == "1" ? QStringLiteral("marker") : QStringLiteral("empty marker"));
 
-    const QByteArray config =
-        ContentOf(run.home.ProgramFolder() + QStringLiteral("/updateconfig.json"));
+    const QByteArray config = ContentOf(run.UpdateConfigFile());
     const QJsonObject read = QJsonDocument::fromJson(config).object();
     if (config.isNull())
         state.append(QStringLiteral("no updateconfig.json"));
@@ -339,12 +312,11 @@ void FaultRun::NextRunMustWork()
     run.process.setProcessEnvironment(QProcessEnvironment());
     RunThrough();
     const QByteArray log = run.Log().join(QLatin1Char('\n')).toUtf8();
-    QVERIFY2(ContentOf(run.home.ClientFolder() + QStringLiteral("/config.json")) ==
-                 ClientConfig(kNextVersion),
+    QVERIFY2(ContentOf(run.Installed(QStringLiteral("config.json"))) == ClientConfig(kNextVersion),
              log.constData());
     const int starts = m_outcome.clientStarts + m_startsSince + 1;
     QVERIFY2(run.client.WaitForCalls(starts), log.constData());
-    // Not once more by now either.
+    // It was not started once more either.
     QCOMPARE(run.client.Calls().size(), starts);
     AddRow();
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/owndisk.h"
 
 #include <QDir>
@@ -47,7 +48,7 @@ void EnterUserNamespace()
 
 void OwnDisk::EnterNamespace()
 {
-    // Whoever may mount needs no user namespace, and would get none below another root folder.
+    // A process that may mount needs no user namespace, and cannot get one in a chroot.
     if (unshare(CLONE_NEWNS) != 0)
         EnterUserNamespace();
     MountOrDie("none", QStringLiteral("/"), nullptr, MS_REC | MS_PRIVATE);
@@ -76,7 +77,7 @@ Mount Mount::Empty(const QString &folder, qint64 bytes)
 Mount Mount::ReadOnly(const QString &path)
 {
     Mount made = Over(path, path);
-    // What the file system below is denied already cannot be allowed here.
+    // Flags of the file system below must be kept.
     struct statvfs status = {};
     statvfs(QFile::encodeName(path).constData(), &status);
     const unsigned long kept =

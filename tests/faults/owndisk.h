@@ -1,21 +1,21 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 
 /**
- * Small file systems of a test's own. They need a mount namespace, which the process must enter
- * first thing in main(), before any thread is started. Linux only. Whatever the system denies ends
- * the program with a message.
+ * Small file systems for a test. The process must enter a mount namespace for them at the beginning
+ * of main(), before it starts a thread. Any failure ends the program with a message. Linux only.
  */
 namespace OwnDisk
 {
 
-/// Gives this process and those it starts a view of the mounted file systems of their own.
+/// Enters a mount namespace, which the children inherit.
 void EnterNamespace();
 
 } // namespace OwnDisk
 
-/// A mount that is taken away again with the object; files still open stay usable.
+/// A mount that lasts as long as the object; open files stay usable.
 class Mount
 {
 public:
@@ -26,13 +26,13 @@ public:
     Mount &operator=(const Mount &) = delete;
     Mount &operator=(Mount &&) = delete;
 
-    /// An empty file system of @p bytes at @p folder, which is made.
+    /// An empty file system of @p bytes at @p folder, which is created.
     static Mount Empty(const QString &folder, qint64 bytes);
 
-    /// The file or folder @p path, there already, on a file system that takes no changes.
+    /// Makes the existing file or folder @p path read-only.
     static Mount ReadOnly(const QString &path);
 
-    /// @p source also at @p path; neither can be removed or renamed there while it lasts.
+    /// Mounts @p source at @p path, which then cannot be removed or renamed.
     static Mount Over(const QString &path, const QString &source);
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/rawservice.h"
 
 #include <QSslSocket>
@@ -73,7 +74,7 @@ void RawService::Finish(QTcpSocket *socket, End end)
     if (end == End::Close) {
         socket->disconnectFromHost();
     } else if (end == End::Reset) {
-        // Not to linger makes the system end the connection with a reset.
+        // Without lingering the system closes the connection with a reset.
         const linger none = {1, 0};
         setsockopt(int(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &none, sizeof none);
         socket->abort();

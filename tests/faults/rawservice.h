@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -9,8 +10,8 @@
 class QTcpSocket;
 
 /**
- * A service on 127.0.0.1 that sends the bytes it was told to, without a thought for HTTP or TLS:
- * for faults below both. It serves while the event loop of its thread runs.
+ * A service on 127.0.0.1 that sends exactly the given bytes, valid HTTP and TLS or not. It serves
+ * while the event loop of its thread runs.
  */
 class RawService : public QTcpServer
 {
@@ -26,19 +27,19 @@ public:
         int pauseMs = 0;       ///< before each piece but the first
     };
 
-    /// Listens on a port of the system's choosing; fails the program when it cannot.
+    /// Listens on a free port; fails the program when it cannot.
     RawService();
 
-    /// What connections from here on get.
+    /// Sets the answer for later connections.
     void SetAnswer(const Answer &answer) { m_answer = answer; }
 
-    /// Speaks TLS, with this certificate, on connections from here on.
+    /// Uses TLS with this certificate for later connections.
     void UseTls(const QSslCertificate &certificate, const QSslKey &key);
 
     /// The host is "localhost" when @p scheme is "https", and 127.0.0.1 otherwise.
     QString Url(const QString &scheme, const QString &path) const;
 
-    /// Whole answers of HTTP: 200 with @p body and its length, and @p headers, each ended by CR LF.
+    /// A complete answer with status 200, @p headers, each ending with CR LF, and @p body.
     static QByteArray Http(const QByteArray &body, const QByteArray &headers = QByteArray());
 
 protected:

@@ -1,20 +1,21 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 
 #include <QTest>
 
-/// The service gives a wrong answer to the check, or an odd one.
+/// The service gives a wrong or an unusual answer to the check.
 class TestFaultsAnswer : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void TheAnswerStartsTheClientAsItIs_data();
-    void TheAnswerStartsTheClientAsItIs();
-    void AnAnswerThatAsksForCredentialsGetsNone_data();
-    void AnAnswerThatAsksForCredentialsGetsNone();
-    void AnOddAnswerStillUpdates_data();
-    void AnOddAnswerStillUpdates();
-    void AnEndlessVersionIsPromptedFor();
+    void theAnswerStartsTheClientAsItIs_data();
+    void theAnswerStartsTheClientAsItIs();
+    void anAnswerThatAsksForCredentialsGetsNone_data();
+    void anAnswerThatAsksForCredentialsGetsNone();
+    void anOddAnswerStillUpdates_data();
+    void anOddAnswerStillUpdates();
+    void anEndlessVersionIsPromptedFor();
 };
 
 namespace
@@ -33,7 +34,7 @@ QJsonArray Header(const char *name, const char *value)
     return {QJsonArray{QString::fromLatin1(name), QString::fromLatin1(value)}};
 }
 
-/// The answer in one block of zlib's, as "deflate" wants it.
+/// The answer in the zlib format, which "deflate" means.
 QString Deflated(const QByteArray &bytes)
 {
     return QString::fromLatin1(qCompress(bytes).mid(4).toBase64());
@@ -46,7 +47,7 @@ void AddStep(const char *fault, const QJsonObject &step)
 
 } // namespace
 
-void TestFaultsAnswer::TheAnswerStartsTheClientAsItIs_data()
+void TestFaultsAnswer::theAnswerStartsTheClientAsItIs_data()
 {
     QTest::addColumn<QJsonObject>("step");
     for (const int status : {301, 302, 307})
@@ -89,7 +90,7 @@ void TestFaultsAnswer::TheAnswerStartsTheClientAsItIs_data()
                            QStringLiteral("https://example.invalid/setup.bat")}}))}});
 }
 
-void TestFaultsAnswer::TheAnswerStartsTheClientAsItIs()
+void TestFaultsAnswer::theAnswerStartsTheClientAsItIs()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -99,7 +100,7 @@ void TestFaultsAnswer::TheAnswerStartsTheClientAsItIs()
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsAnswer::AnAnswerThatAsksForCredentialsGetsNone_data()
+void TestFaultsAnswer::anAnswerThatAsksForCredentialsGetsNone_data()
 {
     QTest::addColumn<QJsonObject>("step");
     const auto row = [](const char *scheme, const char *challenge) {
@@ -112,7 +113,7 @@ void TestFaultsAnswer::AnAnswerThatAsksForCredentialsGetsNone_data()
     row("Negotiate", "Negotiate");
 }
 
-void TestFaultsAnswer::AnAnswerThatAsksForCredentialsGetsNone()
+void TestFaultsAnswer::anAnswerThatAsksForCredentialsGetsNone()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -125,7 +126,7 @@ void TestFaultsAnswer::AnAnswerThatAsksForCredentialsGetsNone()
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsAnswer::AnEndlessVersionIsPromptedFor()
+void TestFaultsAnswer::anEndlessVersionIsPromptedFor()
 {
     FaultRun fault(QStringLiteral("check: offers a version of a million combining characters"));
     fault.Offer();
@@ -139,7 +140,7 @@ void TestFaultsAnswer::AnEndlessVersionIsPromptedFor()
     fault.MustEndWith({QStringLiteral("prompt"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsAnswer::AnOddAnswerStillUpdates_data()
+void TestFaultsAnswer::anOddAnswerStillUpdates_data()
 {
     QTest::addColumn<QJsonObject>("step");
     AddStep("check: answer without a length, ended by the connection",
@@ -150,7 +151,7 @@ void TestFaultsAnswer::AnOddAnswerStillUpdates_data()
              {QStringLiteral("bodyBase64"), Deflated(FaultRun::CheckAnswer())}});
 }
 
-void TestFaultsAnswer::AnOddAnswerStillUpdates()
+void TestFaultsAnswer::anOddAnswerStillUpdates()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));

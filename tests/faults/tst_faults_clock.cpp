@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 
 #include <QFile>
@@ -6,16 +7,16 @@
 
 #include <cstdio>
 
-/// The user, or the system's own time service, sets the clock while the updater waits.
+/// The user or the time service sets the clock while the updater waits.
 class TestFaultsClock : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void AClockSetForwardDuringTheCheck();
-    void AClockSetBackDuringTheCheck();
-    void AClockSetForwardDuringTheDownload();
-    void AClockSetBackDuringTheDownload();
+    void aClockSetForwardDuringTheCheck();
+    void aClockSetBackDuringTheCheck();
+    void aClockSetForwardDuringTheDownload();
+    void aClockSetBackDuringTheDownload();
 };
 
 namespace
@@ -26,13 +27,11 @@ const QString kHold = QStringLiteral("hold");
 constexpr int kHeldAt = 150000;
 constexpr int kLongestCheckMs = 14000;
 
-/// The wall clock of the updater alone. Timers go on as ever, as they do when a user sets the
-/// clock.
+/// The wall clock of the updater only. It does not affect timers, as when a user sets the clock.
 class WallClock
 {
 public:
-    explicit WallClock(FaultRun &fault)
-        : m_file(fault.run.home.Scratch() + QStringLiteral("/clock"))
+    explicit WallClock(FaultRun &fault) : m_file(fault.run.Scratch() + QStringLiteral("/clock"))
     {
         Set("+0");
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -43,10 +42,10 @@ public:
         fault.run.process.setProcessEnvironment(environment);
     }
 
-    /// How far the clock is off, such as "+3600": seconds.
+    /// The difference of the clock in seconds, such as "+3600".
     void Set(const QByteArray &offset) const
     {
-        // Whole from the start: the updater may look at any time.
+        // Renamed into place, because the updater may read it at any time.
         WriteFile(m_file + QStringLiteral(".new"), offset + '\n');
         if (std::rename(QFile::encodeName(m_file + QStringLiteral(".new")).constData(),
                         QFile::encodeName(m_file).constData()) != 0)
@@ -65,7 +64,7 @@ void WaitForHeldPackage(const FaultRun &fault)
 
 } // namespace
 
-void TestFaultsClock::AClockSetForwardDuringTheCheck()
+void TestFaultsClock::aClockSetForwardDuringTheCheck()
 {
     FaultRun fault(QStringLiteral("clock: set an hour forward during the check"));
     const WallClock clock(fault);
@@ -74,12 +73,12 @@ void TestFaultsClock::AClockSetForwardDuringTheCheck()
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
     clock.Set("+3600");
-    // Long before the check would have been given up.
+    // Long before the time limit of the check.
     QCOMPARE(fault.run.WaitForEnd(9000), 0);
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsClock::AClockSetBackDuringTheCheck()
+void TestFaultsClock::aClockSetBackDuringTheCheck()
 {
     FaultRun fault(QStringLiteral("clock: set an hour back during a check without an answer"));
     const WallClock clock(fault);
@@ -88,14 +87,14 @@ void TestFaultsClock::AClockSetBackDuringTheCheck()
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
     clock.Set("-3600");
-    // The time limit of the check goes by this clock; the watchdog's does not.
+    // The time limit of the check uses this clock; that of the watchdog does not.
     QCOMPARE(fault.run.WaitForEnd(), 0);
     fault.MustLeadTo({QStringLiteral("nothing"), FaultRun::Untouched, 1});
     clock.Set("+0");
     fault.NextRunMustWork();
 }
 
-void TestFaultsClock::AClockSetForwardDuringTheDownload()
+void TestFaultsClock::aClockSetForwardDuringTheDownload()
 {
     FaultRun fault(QStringLiteral("clock: set an hour forward during the download"));
     const WallClock clock(fault);
@@ -109,7 +108,7 @@ void TestFaultsClock::AClockSetForwardDuringTheDownload()
         {FaultRun::NetworkError, FaultRun::Untouched + QStringLiteral(", part of the package"), 0});
 }
 
-void TestFaultsClock::AClockSetBackDuringTheDownload()
+void TestFaultsClock::aClockSetBackDuringTheDownload()
 {
     FaultRun fault(QStringLiteral("clock: set an hour back during a download that stalls"));
     const WallClock clock(fault);
@@ -118,7 +117,7 @@ void TestFaultsClock::AClockSetBackDuringTheDownload()
     fault.Start();
     WaitForHeldPackage(fault);
     clock.Set("-3600");
-    // What is to be seen is that nothing happens.
+    // Nothing must happen in this time.
     QVERIFY(!QTest::qWaitFor([&] { return fault.run.process.state() == QProcess::NotRunning; },
                              kLongestCheckMs));
     fault.MustLeadTo({FaultRun::Progress,

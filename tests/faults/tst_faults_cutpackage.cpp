@@ -1,18 +1,19 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 
 #include <QTest>
 
-/// The package breaks off: what the user sees once nothing has come for six seconds.
+/// The package breaks off: what the user sees after six seconds without data.
 class TestFaultsCutPackage : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void APackageThatBreaksOffIsGivenUp_data();
-    void APackageThatBreaksOffIsGivenUp();
+    void aPackageThatBreaksOffIsGivenUp_data();
+    void aPackageThatBreaksOffIsGivenUp();
 };
 
-void TestFaultsCutPackage::APackageThatBreaksOffIsGivenUp_data()
+void TestFaultsCutPackage::aPackageThatBreaksOffIsGivenUp_data()
 {
     QTest::addColumn<int>("bytes");
     QTest::addColumn<QString>("end");
@@ -24,14 +25,14 @@ void TestFaultsCutPackage::APackageThatBreaksOffIsGivenUp_data()
     QTest::newRow("package: connection reset in the middle") << 100000 << QStringLiteral("reset");
 }
 
-void TestFaultsCutPackage::APackageThatBreaksOffIsGivenUp()
+void TestFaultsCutPackage::aPackageThatBreaksOffIsGivenUp()
 {
     QFETCH(int, bytes);
     QFETCH(QString, end);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    // Where all that will ever come is there as soon as the request is out, which without TLS and a
-    // network between can be, the framework asks once more and takes the end for the package's.
+    // When all data arrives at once after the request, which is possible without TLS and a network,
+    // Qt repeats the request and takes the end of the connection for that of the package.
     fault.ScriptPackage({{QStringLiteral("hold"), 1},
                          {QStringLiteral("sendBytes"), bytes},
                          {QStringLiteral("then"), end}});

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/owndisk.h"
 
@@ -7,30 +8,30 @@
 #include <QJsonDocument>
 #include <QTest>
 
-/// Disks that are full or take no changes, folders and files that are missing or held.
+/// Disks that are full or read-only, and folders and files that are missing or in use.
 class TestFaultsDisk : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void ADiskThatIsFullForThePackage();
-    void APackageWithoutAnEnd();
-    void ADiskThatIsFullForTheUnpackedPackage();
-    void ADiskThatIsFullForTheClient();
-    void ADiskThatIsFullForTheConfiguration();
-    void ADiskThatIsFullForTheLog();
-    void TooLittleSpaceForThePackage();
-    void AFolderThatTakesNoChanges_data();
-    void AFolderThatTakesNoChanges();
-    void AHomeThatTakesNoChangesEndsTheRun();
-    void AChoiceThatCannotBeSavedEndsTheRun();
-    void AMissingFolderIsMadeWhereItIsOurs_data();
-    void AMissingFolderIsMadeWhereItIsOurs();
-    void AConfigurationThatCannotBeReadEndsTheRun_data();
-    void AConfigurationThatCannotBeReadEndsTheRun();
-    void APackageThatIsHeldOpen();
-    void AMarkerThatIsHeldOpen();
-    void AProgramOfTheClientThatIsHeldOpen();
+    void aDiskThatIsFullForThePackage();
+    void aPackageWithoutAnEnd();
+    void aDiskThatIsFullForTheUnpackedPackage();
+    void aDiskThatIsFullForTheClient();
+    void aDiskThatIsFullForTheConfiguration();
+    void aDiskThatIsFullForTheLog();
+    void tooLittleSpaceForThePackage();
+    void aFolderThatTakesNoChanges_data();
+    void aFolderThatTakesNoChanges();
+    void aHomeThatTakesNoChangesEndsTheRun();
+    void aChoiceThatCannotBeSavedEndsTheRun();
+    void aMissingFolderIsMadeWhereItIsOurs_data();
+    void aMissingFolderIsMadeWhereItIsOurs();
+    void aConfigurationThatCannotBeReadEndsTheRun_data();
+    void aConfigurationThatCannotBeReadEndsTheRun();
+    void aPackageThatIsHeldOpen();
+    void aMarkerThatIsHeldOpen();
+    void aProgramOfTheClientThatIsHeldOpen();
 };
 
 namespace
@@ -45,10 +46,10 @@ QString DownloadFolder(const FaultRun &fault)
 
 QString ConfigFile(const FaultRun &fault)
 {
-    return fault.run.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    return fault.run.UpdateConfigFile();
 }
 
-/// Takes all that a small file system has left.
+/// Fills a small file system.
 void Fill(const QString &folder)
 {
     QFile filler(folder + QStringLiteral("/filler"));
@@ -60,7 +61,7 @@ void Fill(const QString &folder)
 
 } // namespace
 
-void TestFaultsDisk::ADiskThatIsFullForThePackage()
+void TestFaultsDisk::aDiskThatIsFullForThePackage()
 {
     FaultRun fault(QStringLiteral("disk: full during the download"));
     fault.Offer();
@@ -75,7 +76,7 @@ void TestFaultsDisk::ADiskThatIsFullForThePackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::APackageWithoutAnEnd()
+void TestFaultsDisk::aPackageWithoutAnEnd()
 {
     FaultRun fault(QStringLiteral("package: without an end, and the disk gets full"));
     fault.Offer();
@@ -100,7 +101,7 @@ void TestFaultsDisk::APackageWithoutAnEnd()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheUnpackedPackage()
+void TestFaultsDisk::aDiskThatIsFullForTheUnpackedPackage()
 {
     FaultRun fault(QStringLiteral("disk: full while the package is unpacked"));
     fault.Offer();
@@ -113,18 +114,18 @@ void TestFaultsDisk::ADiskThatIsFullForTheUnpackedPackage()
              QStringLiteral("part of the new client, the package, part of it unpacked, notes, "
                             "marker, version recorded"),
              1,
-             QStringLiteral("user: make room and install the client anew; vendor: announce the "
-                            "size of the package truthfully, three times that must be free")});
+             QStringLiteral("user: free some disk space and install the client again; vendor: "
+                            "announce the package's real size, three times that must be free")});
     }
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheClient()
+void TestFaultsDisk::aDiskThatIsFullForTheClient()
 {
     FaultRun fault(QStringLiteral("disk: full while the client is copied"));
     fault.Offer();
     {
-        const QString folder = fault.run.home.ClientFolder() + QStringLiteral("/plug ins");
+        const QString folder = fault.run.Installed(QStringLiteral("plug ins"));
         const Mount small = Mount::Empty(folder, kPageBytes);
         Fill(folder);
         fault.RunThrough();
@@ -132,19 +133,19 @@ void TestFaultsDisk::ADiskThatIsFullForTheClient()
             {FaultRun::Progress,
              QStringLiteral("part of the new client, the package, unpacked package, notes, "
                             "marker, version recorded"),
-             1, QStringLiteral("user: make room; vendor: offer a further version")});
+             1, QStringLiteral("user: free some disk space; vendor: offer a further version")});
     }
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheConfiguration()
+void TestFaultsDisk::aDiskThatIsFullForTheConfiguration()
 {
     FaultRun fault(QStringLiteral("disk: full when the version is recorded"));
     fault.Offer();
     const QByteArray usual = ReadFile(ConfigFile(fault));
     {
-        // One page, which the recorded version does not fit into any more.
-        const QString folder = fault.run.home.Scratch() + QStringLiteral("/small");
+        // One page, which is too small for the recorded version.
+        const QString folder = fault.run.Scratch() + QStringLiteral("/small");
         const Mount small = Mount::Empty(folder, 2 * kPageBytes);
         QJsonObject config = QJsonDocument::fromJson(usual).object();
         config.insert(QStringLiteral("padding"), QString());
@@ -154,22 +155,23 @@ void TestFaultsDisk::ADiskThatIsFullForTheConfiguration()
         Fill(folder);
         const Mount over = Mount::Over(ConfigFile(fault), folder + QStringLiteral("/config"));
         fault.RunThrough();
-        fault.MustLeadTo({FaultRun::Progress,
-                          QStringLiteral("new client, the package, unpacked package, notes, "
-                                         "marker, damaged updateconfig.json"),
-                          1,
-                          QStringLiteral("user: make room and install the updater anew; vendor: "
-                                         "keep updateconfig.json below 4 KiB")});
+        fault.MustLeadTo(
+            {FaultRun::Progress,
+             QStringLiteral("new client, the package, unpacked package, notes, "
+                            "marker, damaged updateconfig.json"),
+             1,
+             QStringLiteral("user: free some disk space and install the updater again; "
+                            "vendor: keep updateconfig.json below 4 KiB")});
     }
-    fault.run.home.WriteUpdateConfig(usual);
+    fault.run.WriteUpdateConfig(usual);
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::ADiskThatIsFullForTheLog()
+void TestFaultsDisk::aDiskThatIsFullForTheLog()
 {
     FaultRun fault(QStringLiteral("disk: full for the log"));
     fault.Offer();
-    const QString folder = fault.run.home.Home() + QStringLiteral("/AppData/Local/AutoUpdate");
+    const QString folder = fault.run.Home() + QStringLiteral("/AppData/Local/AutoUpdate");
     {
         const Mount small = Mount::Empty(folder, kPageBytes);
         Fill(folder);
@@ -180,12 +182,12 @@ void TestFaultsDisk::ADiskThatIsFullForTheLog()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::TooLittleSpaceForThePackage()
+void TestFaultsDisk::tooLittleSpaceForThePackage()
 {
     FaultRun fault(QStringLiteral("disk: less free than three times the package"));
     fault.Offer();
-    // Such a folder in the working folder is what the name of the drive leads to here.
-    const QString drive = fault.run.home.ProgramFolder() + QStringLiteral("/C:\\");
+    // On Linux the name of the drive leads to this folder in the working folder.
+    const QString drive = fault.run.ProgramFolder() + QStringLiteral("/C:\\");
     {
         const Mount small =
             Mount::Empty(drive, 3 * (FaultRun::Package().size() / kPageBytes) * kPageBytes);
@@ -201,7 +203,7 @@ void TestFaultsDisk::TooLittleSpaceForThePackage()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AFolderThatTakesNoChanges_data()
+void TestFaultsDisk::aFolderThatTakesNoChanges_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("left");
@@ -216,21 +218,20 @@ void TestFaultsDisk::AFolderThatTakesNoChanges_data()
         << QStringLiteral("Client/plug ins")
         << QStringLiteral("part of the new client") + unpacked +
                QStringLiteral(", notes, marker, version recorded")
-        << QStringLiteral("user: let the folder be written; vendor: offer a further version");
+        << QStringLiteral("user: make the folder writable; vendor: offer a further version");
     QTest::newRow("read-only: updateconfig.json")
         << QStringLiteral("Client/AutoUpdate/updateconfig.json")
         << QStringLiteral("new client") + unpacked + QStringLiteral(", notes, marker") << QString();
 }
 
-void TestFaultsDisk::AFolderThatTakesNoChanges()
+void TestFaultsDisk::aFolderThatTakesNoChanges()
 {
     QFETCH(QString, folder);
     QFETCH(QString, left);
     QFETCH(QString, note);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    const QString path =
-        QFileInfo(fault.run.home.ClientFolder()).path() + QLatin1Char('/') + folder;
+    const QString path = QFileInfo(fault.run.ClientFolder()).path() + QLatin1Char('/') + folder;
     if (!QFile::exists(path))
         QDir().mkpath(path);
     {
@@ -241,7 +242,7 @@ void TestFaultsDisk::AFolderThatTakesNoChanges()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AHomeThatTakesNoChangesEndsTheRun()
+void TestFaultsDisk::aHomeThatTakesNoChangesEndsTheRun()
 {
     FaultRun fault(QStringLiteral("read-only: the download folder"));
     fault.Offer();
@@ -251,13 +252,13 @@ void TestFaultsDisk::AHomeThatTakesNoChangesEndsTheRun()
         fault.RunThrough();
         fault.MustLeadTo(
             {FaultRun::Progress, FaultRun::Untouched, 0,
-             QStringLiteral("user: let AppData/Local be written, start the client; the log says "
+             QStringLiteral("user: make AppData/Local writable, start the client; the log says "
                             "\"Open failed\"")});
     }
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AChoiceThatCannotBeSavedEndsTheRun()
+void TestFaultsDisk::aChoiceThatCannotBeSavedEndsTheRun()
 {
     FaultRun fault(QStringLiteral("read-only: updateconfig.json, and \"Never Prompt\" chosen"));
     fault.Offer();
@@ -270,12 +271,12 @@ void TestFaultsDisk::AChoiceThatCannotBeSavedEndsTheRun()
         QCOMPARE(fault.run.WaitForEnd(), 0);
         fault.MustLeadTo({QStringLiteral("prompt"), FaultRun::Untouched, 0,
                           QStringLiteral("user: start the client, choose \"Later\" alone; vendor: "
-                                         "let users write the updater's folder")});
+                                         "make the updater's folder writable for users")});
     }
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs_data()
+void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs_data()
 {
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("left");
@@ -286,19 +287,19 @@ void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs_data()
         << FaultRun::Untouched + QStringLiteral(", the package, unpacked package");
 }
 
-void TestFaultsDisk::AMissingFolderIsMadeWhereItIsOurs()
+void TestFaultsDisk::aMissingFolderIsMadeWhereItIsOurs()
 {
     QFETCH(QString, folder);
     QFETCH(QString, left);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    QDir(fault.run.home.Home() + folder).removeRecursively();
+    QDir(fault.run.Home() + folder).removeRecursively();
     fault.RunThrough();
-    // Looking at what is left makes the client's data folder again.
+    // Left() creates the client's data folder again.
     fault.MustEndWith({FaultRun::Progress, left, 1});
 }
 
-void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun_data()
+void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QByteArray>("content");
@@ -317,27 +318,27 @@ void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun_data()
         << clients << cut << FaultRun::Untouched + QStringLiteral(" with a damaged configuration");
 }
 
-void TestFaultsDisk::AConfigurationThatCannotBeReadEndsTheRun()
+void TestFaultsDisk::aConfigurationThatCannotBeReadEndsTheRun()
 {
     QFETCH(QString, file);
     QFETCH(QByteArray, content);
     QFETCH(QString, left);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    const QString path = fault.run.home.ClientFolder() + file;
+    const QString path = fault.run.ClientFolder() + file;
     const QByteArray usual = ReadFile(path);
     QFile::remove(path);
     if (!content.isNull())
         WriteFile(path, content);
     fault.RunThrough();
     fault.MustLeadTo({QStringLiteral("nothing"), left, 0,
-                      QStringLiteral("user: start the client itself, install it anew; the log "
+                      QStringLiteral("user: start the client itself, install it again; the log "
                                      "names the file")});
     WriteFile(path, usual);
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::APackageThatIsHeldOpen()
+void TestFaultsDisk::aPackageThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: an older and longer package, which cannot be removed"));
     fault.Offer();
@@ -355,12 +356,11 @@ void TestFaultsDisk::APackageThatIsHeldOpen()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AMarkerThatIsHeldOpen()
+void TestFaultsDisk::aMarkerThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: the marker of the last update, which cannot be removed"));
     fault.Offer();
-    const QString marker =
-        fault.run.home.ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt");
+    const QString marker = fault.run.MarkerFile();
     WriteFile(marker, "1");
     {
         const Mount held = Mount::Over(marker, marker);
@@ -370,11 +370,11 @@ void TestFaultsDisk::AMarkerThatIsHeldOpen()
     fault.NextRunMustWork();
 }
 
-void TestFaultsDisk::AProgramOfTheClientThatIsHeldOpen()
+void TestFaultsDisk::aProgramOfTheClientThatIsHeldOpen()
 {
     FaultRun fault(QStringLiteral("held: a file of the client, by a program that runs it"));
     fault.Offer();
-    const QString data = fault.run.home.ClientFolder() + QStringLiteral("/data.bin");
+    const QString data = fault.run.Installed(QStringLiteral("data.bin"));
     StandIn helper(data);
     helper.StartAndStay();
     fault.RunThrough();

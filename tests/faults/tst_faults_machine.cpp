@@ -1,21 +1,23 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
+#include "tests/support/environmentvariable.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTest>
 
-/// The machine under the updater: the name of the user's home, a task list that hangs.
+/// The user's machine: the name of the home folder, and a task list that hangs.
 class TestFaultsMachine : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void AHomeOfAnyName_data();
-    void AHomeOfAnyName();
-    void TasklistHangs();
+    void aHomeOfAnyName_data();
+    void aHomeOfAnyName();
+    void tasklistHangs();
 };
 
-void TestFaultsMachine::AHomeOfAnyName_data()
+void TestFaultsMachine::aHomeOfAnyName_data()
 {
     QTest::addColumn<QString>("name");
     QTest::newRow("home: with blanks") << QStringLiteral("My  own home");
@@ -25,27 +27,25 @@ void TestFaultsMachine::AHomeOfAnyName_data()
         << QStringLiteral("a&b%PATH%$HOME'(1);#");
 }
 
-void TestFaultsMachine::AHomeOfAnyName()
+void TestFaultsMachine::aHomeOfAnyName()
 {
     QFETCH(QString, name);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
-    const QByteArray usual = qgetenv("HOME");
-    const QString home = fault.run.home.Scratch() + QLatin1Char('/') + name;
+    const QString home = fault.run.Scratch() + QLatin1Char('/') + name;
     QVERIFY(QDir().mkpath(home));
-    qputenv("HOME", QFile::encodeName(home));
+    const EnvironmentVariable variable("HOME", QFile::encodeName(home));
     fault.run.SetLanguage("en");
     fault.Offer();
     fault.RunThrough();
     fault.MustEndWith({FaultRun::Progress, FaultRun::Updated, 1});
-    qputenv("HOME", usual);
 }
 
-void TestFaultsMachine::TasklistHangs()
+void TestFaultsMachine::tasklistHangs()
 {
     FaultRun fault(QStringLiteral("hangs: tasklist"));
     fault.Offer();
     {
-        StandIn tasklist(fault.run.home.CommandsFolder() + QStringLiteral("/tasklist"));
+        StandIn tasklist(fault.run.CommandsFolder() + QStringLiteral("/tasklist"));
         tasklist.SetScript("stay\n");
         fault.RunThrough();
         QCOMPARE(tasklist.Calls().size(), 2);

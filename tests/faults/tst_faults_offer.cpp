@@ -1,24 +1,26 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
+#include "tests/support/loglines.h"
 
 #include <QFileInfo>
 #include <QTest>
 
-/// The offer is odd, or the user turns away from it.
+/// The offer is unusual, or the user declines it.
 class TestFaultsOffer : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void AnAnnouncedSizeIsNotThePackages_data();
-    void AnAnnouncedSizeIsNotThePackages();
-    void AnUnknownKindOfPackageStandsStill();
-    void ACancelThatIsConfirmedEndsTheRun();
-    void AForcedPromptThatIsClosedEndsTheRun();
-    void APackageThatIsNoArchiveStartsTheClient();
-    void AnInstallerThatDoesNotStartEndsTheRun();
+    void anAnnouncedSizeIsNotThePackages_data();
+    void anAnnouncedSizeIsNotThePackages();
+    void anUnknownKindOfPackageStandsStill();
+    void aCancelThatIsConfirmedEndsTheRun();
+    void aForcedPromptThatIsClosedEndsTheRun();
+    void aPackageThatIsNoArchiveStartsTheClient();
+    void anInstallerThatDoesNotStartEndsTheRun();
 };
 
-void TestFaultsOffer::AnAnnouncedSizeIsNotThePackages_data()
+void TestFaultsOffer::anAnnouncedSizeIsNotThePackages_data()
 {
     QTest::addColumn<int>("size");
     QTest::newRow("check: announces the package as smaller than it is") << 1;
@@ -26,7 +28,7 @@ void TestFaultsOffer::AnAnnouncedSizeIsNotThePackages_data()
     QTest::newRow("check: announces the package as smaller than nothing") << -5;
 }
 
-void TestFaultsOffer::AnAnnouncedSizeIsNotThePackages()
+void TestFaultsOffer::anAnnouncedSizeIsNotThePackages()
 {
     QFETCH(int, size);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -35,19 +37,19 @@ void TestFaultsOffer::AnAnnouncedSizeIsNotThePackages()
     fault.MustEndWith({FaultRun::Progress, FaultRun::Updated, 1});
 }
 
-void TestFaultsOffer::AnUnknownKindOfPackageStandsStill()
+void TestFaultsOffer::anUnknownKindOfPackageStandsStill()
 {
     FaultRun fault(QStringLiteral("check: announces an updateType of neither kind"));
     fault.Offer({{QStringLiteral("updateType"), 2}});
     fault.Start();
-    const QString hashed = QStringLiteral("[INFO] (:0) org: ");
-    QVERIFY(QTest::qWaitFor([&] { return !fault.run.Log().filter(hashed).isEmpty(); }, 30000));
+    QVERIFY(QTest::qWaitFor(
+        [&] { return !fault.run.Log().filter(LogLine::DigestsBegin()).isEmpty(); }, 30000));
     fault.MustEndWith({FaultRun::Progress, FaultRun::Untouched + QStringLiteral(", the package"), 0,
                        QStringLiteral("user: Cancel, OK, start the client; vendor: publish 0 or "
                                       "1, nothing else")});
 }
 
-void TestFaultsOffer::ACancelThatIsConfirmedEndsTheRun()
+void TestFaultsOffer::aCancelThatIsConfirmedEndsTheRun()
 {
     FaultRun fault(QStringLiteral("user: cancels the download and confirms it"));
     fault.Offer();
@@ -66,7 +68,7 @@ void TestFaultsOffer::ACancelThatIsConfirmedEndsTheRun()
                        QStringLiteral("user: start the client")});
 }
 
-void TestFaultsOffer::AForcedPromptThatIsClosedEndsTheRun()
+void TestFaultsOffer::aForcedPromptThatIsClosedEndsTheRun()
 {
     FaultRun fault(QStringLiteral("user: closes the forced prompt"));
     fault.Offer({{QStringLiteral("update"), QStringLiteral("2")}});
@@ -79,7 +81,7 @@ void TestFaultsOffer::AForcedPromptThatIsClosedEndsTheRun()
                                       "optional")});
 }
 
-void TestFaultsOffer::APackageThatIsNoArchiveStartsTheClient()
+void TestFaultsOffer::aPackageThatIsNoArchiveStartsTheClient()
 {
     FaultRun fault(QStringLiteral("package: verified, but no archive"));
     const QByteArray noArchive("no archive");
@@ -93,7 +95,7 @@ void TestFaultsOffer::APackageThatIsNoArchiveStartsTheClient()
          1});
 }
 
-void TestFaultsOffer::AnInstallerThatDoesNotStartEndsTheRun()
+void TestFaultsOffer::anInstallerThatDoesNotStartEndsTheRun()
 {
     FaultRun fault(QStringLiteral("package: verified, but an installer that does not start"));
     fault.Offer();

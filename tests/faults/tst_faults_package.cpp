@@ -1,20 +1,21 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/support/compression.h"
 
 #include <QTest>
 
-/// The package server gives a wrong answer: what the user sees at once.
+/// The package server gives a wrong answer, which the user sees at once.
 class TestFaultsPackage : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void AWrongPackageIsNotInstalled_data();
-    void AWrongPackageIsNotInstalled();
-    void AnOddAnswerStillUpdates_data();
-    void AnOddAnswerStillUpdates();
-    void RetryAfterACorruptedPackageUpdates();
-    void ADamagedEntryStartsTheClient();
+    void aWrongPackageIsNotInstalled_data();
+    void aWrongPackageIsNotInstalled();
+    void anOddAnswerStillUpdates_data();
+    void anOddAnswerStillUpdates();
+    void retryAfterACorruptedPackageUpdates();
+    void aDamagedEntryStartsTheClient();
 };
 
 namespace
@@ -37,7 +38,7 @@ QByteArray WithOneBitTurned()
 
 } // namespace
 
-void TestFaultsPackage::AWrongPackageIsNotInstalled_data()
+void TestFaultsPackage::aWrongPackageIsNotInstalled_data()
 {
     QTest::addColumn<QJsonObject>("step");
     QTest::addColumn<QString>("left");
@@ -71,7 +72,7 @@ void TestFaultsPackage::AWrongPackageIsNotInstalled_data()
             << empty;
 }
 
-void TestFaultsPackage::AWrongPackageIsNotInstalled()
+void TestFaultsPackage::aWrongPackageIsNotInstalled()
 {
     QFETCH(QJsonObject, step);
     QFETCH(QString, left);
@@ -83,7 +84,7 @@ void TestFaultsPackage::AWrongPackageIsNotInstalled()
     fault.MustEndWith({FaultRun::Corrupted, FaultRun::Untouched + left, 0});
 }
 
-void TestFaultsPackage::AnOddAnswerStillUpdates_data()
+void TestFaultsPackage::anOddAnswerStillUpdates_data()
 {
     QTest::addColumn<QJsonObject>("step");
     QTest::newRow("package: without a length, ended by the connection")
@@ -96,7 +97,7 @@ void TestFaultsPackage::AnOddAnswerStillUpdates_data()
     QTest::newRow("package: in chunks") << QJsonObject{{QStringLiteral("chunked"), true}};
 }
 
-void TestFaultsPackage::AnOddAnswerStillUpdates()
+void TestFaultsPackage::anOddAnswerStillUpdates()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -106,7 +107,7 @@ void TestFaultsPackage::AnOddAnswerStillUpdates()
     fault.MustEndWith({FaultRun::Progress, FaultRun::Updated, 1});
 }
 
-void TestFaultsPackage::RetryAfterACorruptedPackageUpdates()
+void TestFaultsPackage::retryAfterACorruptedPackageUpdates()
 {
     FaultRun fault(QStringLiteral("package: one bit turned over, and whole on \"Retry\""));
     fault.Offer();
@@ -120,7 +121,7 @@ void TestFaultsPackage::RetryAfterACorruptedPackageUpdates()
         {FaultRun::Corrupted + QStringLiteral(", then progress"), FaultRun::Updated, 1});
 }
 
-void TestFaultsPackage::ADamagedEntryStartsTheClient()
+void TestFaultsPackage::aDamagedEntryStartsTheClient()
 {
     FaultRun fault(QStringLiteral("package: verified, but an entry is damaged"));
     fault.Offer();

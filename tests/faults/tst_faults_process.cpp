@@ -1,4 +1,6 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
+#include "tests/support/environmentvariable.h"
 
 #include <QDir>
 #include <QFile>
@@ -11,26 +13,25 @@
 #include <sys/stat.h>
 #include <vector>
 
-/// The updater is killed, or started several times; the commands that it runs are missing, fail or
-/// hang.
+/// The updater is killed or started several times; its commands are missing, fail or hang.
 class TestFaultsProcess : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void KilledWhile_data();
-    void KilledWhile();
-    void KilledWhileThePackageIsUnpacked();
-    void KilledWhileXcopyRuns();
-    void KilledWhileItLooksForTheClient();
-    void SeveralAtOnceRunOnce_data();
-    void SeveralAtOnceRunOnce();
-    void ACommandIsMissing_data();
-    void ACommandIsMissing();
-    void ACommandFails_data();
-    void ACommandFails();
-    void XcopyHangs();
-    void TaskkillHangs();
+    void killedWhile_data();
+    void killedWhile();
+    void killedWhileThePackageIsUnpacked();
+    void killedWhileXcopyRuns();
+    void killedWhileItLooksForTheClient();
+    void severalAtOnceRunOnce_data();
+    void severalAtOnceRunOnce();
+    void aCommandIsMissing_data();
+    void aCommandIsMissing();
+    void aCommandFails_data();
+    void aCommandFails();
+    void xcopyHangs();
+    void taskkillHangs();
 };
 
 namespace
@@ -41,7 +42,7 @@ const QString kHold = QStringLiteral("hold");
 
 QString Command(const FaultRun &fault, const QString &name)
 {
-    return fault.run.home.CommandsFolder() + QLatin1Char('/') + name;
+    return fault.run.CommandsFolder() + QLatin1Char('/') + name;
 }
 
 bool WaitedFor(const std::function<bool()> &condition)
@@ -51,7 +52,7 @@ bool WaitedFor(const std::function<bool()> &condition)
 
 } // namespace
 
-void TestFaultsProcess::KilledWhile_data()
+void TestFaultsProcess::killedWhile_data()
 {
     QTest::addColumn<QString>("step");
     QTest::addColumn<QString>("seen");
@@ -70,7 +71,7 @@ void TestFaultsProcess::KilledWhile_data()
         << FaultRun::Untouched + QStringLiteral(", an empty package file");
 }
 
-void TestFaultsProcess::KilledWhile()
+void TestFaultsProcess::killedWhile()
 {
     QFETCH(QString, step);
     QFETCH(QString, seen);
@@ -104,7 +105,7 @@ void TestFaultsProcess::KilledWhile()
     fault.MustEndWith({seen, left, 0, kStartAgain});
 }
 
-void TestFaultsProcess::KilledWhileThePackageIsUnpacked()
+void TestFaultsProcess::killedWhileThePackageIsUnpacked()
 {
     FaultRun fault(QStringLiteral("killed: while the package is unpacked"));
     fault.Offer();
@@ -112,7 +113,7 @@ void TestFaultsProcess::KilledWhileThePackageIsUnpacked()
     fault.Start();
     const QString package = fault.run.PackagePath(FaultRun::PackageName);
     QVERIFY(WaitedFor([&] { return QFileInfo(package).size() == 150000; }));
-    // Whoever opens a pipe to write waits for a reader.
+    // Opening a pipe for writing waits for a reader.
     const QString unpacked = fault.run.PackagePath(QStringLiteral("client-2.1.3"));
     QVERIFY(QDir().mkpath(unpacked));
     const QString pipe = unpacked + QStringLiteral("/data.bin");
@@ -126,7 +127,7 @@ void TestFaultsProcess::KilledWhileThePackageIsUnpacked()
                        0, kStartAgain});
 }
 
-void TestFaultsProcess::KilledWhileXcopyRuns()
+void TestFaultsProcess::killedWhileXcopyRuns()
 {
     FaultRun fault(QStringLiteral("killed: while the client is copied"));
     fault.Offer();
@@ -145,7 +146,7 @@ void TestFaultsProcess::KilledWhileXcopyRuns()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::KilledWhileItLooksForTheClient()
+void TestFaultsProcess::killedWhileItLooksForTheClient()
 {
     FaultRun fault(QStringLiteral("killed: while tasklist runs"));
     fault.Offer();
@@ -161,19 +162,19 @@ void TestFaultsProcess::KilledWhileItLooksForTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::SeveralAtOnceRunOnce_data()
+void TestFaultsProcess::severalAtOnceRunOnce_data()
 {
     QTest::addColumn<int>("count");
     QTest::newRow("started twice at once") << 2;
     QTest::newRow("started ten times at once") << 10;
 }
 
-void TestFaultsProcess::SeveralAtOnceRunOnce()
+void TestFaultsProcess::severalAtOnceRunOnce()
 {
     QFETCH(int, count);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
     fault.Offer();
-    // Nobody is done before all have begun.
+    // No run ends before all have started.
     fault.ScriptCheck({{kHold, QStringLiteral("before")}});
     std::vector<std::unique_ptr<QProcess>> all;
     for (int i = 0; i < count; ++i) {
@@ -200,7 +201,7 @@ void TestFaultsProcess::SeveralAtOnceRunOnce()
                        QStringLiteral("all but one end at once, without a word; user: wait")});
 }
 
-void TestFaultsProcess::ACommandIsMissing_data()
+void TestFaultsProcess::aCommandIsMissing_data()
 {
     QTest::addColumn<QString>("command");
     QTest::addColumn<bool>("running");
@@ -216,7 +217,7 @@ void TestFaultsProcess::ACommandIsMissing_data()
         << QStringLiteral("taskkill") << true << FaultRun::Updated << 2;
 }
 
-void TestFaultsProcess::ACommandIsMissing()
+void TestFaultsProcess::aCommandIsMissing()
 {
     QFETCH(QString, command);
     QFETCH(bool, running);
@@ -227,16 +228,16 @@ void TestFaultsProcess::ACommandIsMissing()
     if (running)
         fault.run.client.StartAndStay();
 
-    const QByteArray usualPath = qgetenv("PATH");
-    const QString commands = fault.run.home.CommandsFolder();
+    const QString commands = fault.run.CommandsFolder();
     for (const char *name : {"xcopy", "tasklist", "taskkill", "lib.sh"}) {
         if (command != QLatin1String(name))
             QFile::link(QStringLiteral(HOSTTOOLS_DIR "/") + QLatin1String(name),
                         Command(fault, QLatin1String(name)));
     }
-    qputenv("PATH", QFile::encodeName(commands) + ":/usr/bin:/bin");
-    fault.RunThrough();
-    qputenv("PATH", usualPath);
+    {
+        const EnvironmentVariable path("PATH", QFile::encodeName(commands) + ":/usr/bin:/bin");
+        fault.RunThrough();
+    }
     for (const char *name : {"xcopy", "tasklist", "taskkill", "lib.sh"})
         QFile::remove(Command(fault, QLatin1String(name)));
 
@@ -246,7 +247,7 @@ void TestFaultsProcess::ACommandIsMissing()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::ACommandFails_data()
+void TestFaultsProcess::aCommandFails_data()
 {
     QTest::addColumn<QString>("command");
     QTest::addColumn<bool>("running");
@@ -264,7 +265,7 @@ void TestFaultsProcess::ACommandFails_data()
         << QStringLiteral("taskkill") << true << FaultRun::Updated << 2 << QString();
 }
 
-void TestFaultsProcess::ACommandFails()
+void TestFaultsProcess::aCommandFails()
 {
     QFETCH(QString, command);
     QFETCH(bool, running);
@@ -288,7 +289,7 @@ void TestFaultsProcess::ACommandFails()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::XcopyHangs()
+void TestFaultsProcess::xcopyHangs()
 {
     FaultRun fault(QStringLiteral("hangs: xcopy"));
     fault.Offer();
@@ -303,7 +304,7 @@ void TestFaultsProcess::XcopyHangs()
              0,
              QStringLiteral("user: end xcopy in the task manager, the client starts then; vendor: "
                             "nothing")});
-        // As the task manager ends it.
+        // As the task manager does.
         QFile::remove(xcopy.Path() + QStringLiteral(".script"));
         QCOMPARE(fault.run.WaitForEnd(), 0);
         QVERIFY(fault.run.client.WaitForCalls(1));
@@ -313,7 +314,7 @@ void TestFaultsProcess::XcopyHangs()
     fault.NextRunMustWork();
 }
 
-void TestFaultsProcess::TaskkillHangs()
+void TestFaultsProcess::taskkillHangs()
 {
     FaultRun fault(QStringLiteral("hangs: taskkill, while the client runs"));
     fault.Offer();

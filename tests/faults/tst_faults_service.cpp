@@ -1,19 +1,20 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/rawservice.h"
 
 #include <QTest>
 
-/// The connection of the check fails, below its answer.
+/// The connection of the check fails.
 class TestFaultsService : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void AHostWithoutAnAddressStartsTheClient();
-    void AClosedPortStartsTheClient();
-    void AResetStartsTheClient_data();
-    void AResetStartsTheClient();
-    void AnAnswerByteByByteInTimeUpdates();
+    void aHostWithoutAnAddressStartsTheClient();
+    void aClosedPortStartsTheClient();
+    void aResetStartsTheClient_data();
+    void aResetStartsTheClient();
+    void anAnswerByteByByteInTimeUpdates();
 };
 
 namespace
@@ -23,7 +24,7 @@ const QString kCheck = QStringLiteral("/check");
 
 } // namespace
 
-void TestFaultsService::AHostWithoutAnAddressStartsTheClient()
+void TestFaultsService::aHostWithoutAnAddressStartsTheClient()
 {
     FaultRun fault(QStringLiteral("check: the service's name has no address"));
     fault.Offer({}, {{QStringLiteral("updateCheckUrl"), QStringLiteral("https://down.invalid/")}});
@@ -33,7 +34,7 @@ void TestFaultsService::AHostWithoutAnAddressStartsTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsService::AClosedPortStartsTheClient()
+void TestFaultsService::aClosedPortStartsTheClient()
 {
     FaultRun fault(QStringLiteral("check: the service refuses connections"));
     RawService service;
@@ -46,7 +47,7 @@ void TestFaultsService::AClosedPortStartsTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsService::AResetStartsTheClient_data()
+void TestFaultsService::aResetStartsTheClient_data()
 {
     QTest::addColumn<QString>("scheme");
     QTest::addColumn<QByteArray>("bytes");
@@ -60,7 +61,7 @@ void TestFaultsService::AResetStartsTheClient_data()
         << QStringLiteral("http") << QByteArray("\0\1\2SMTP ready\r\n\r\n", 17);
 }
 
-void TestFaultsService::AResetStartsTheClient()
+void TestFaultsService::aResetStartsTheClient()
 {
     QFETCH(QString, scheme);
     QFETCH(QByteArray, bytes);
@@ -76,7 +77,7 @@ void TestFaultsService::AResetStartsTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsService::AnAnswerByteByByteInTimeUpdates()
+void TestFaultsService::anAnswerByteByByteInTimeUpdates()
 {
     FaultRun fault(QStringLiteral("check: answer byte by byte, whole within 5 s"));
     RawService service;

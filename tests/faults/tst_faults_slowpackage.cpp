@@ -1,19 +1,20 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/rawservice.h"
 
 #include <QTest>
 
-/// The package server fails or stalls: what the user sees once nothing has come for six seconds.
+/// The package server fails or stalls: what the user sees after six seconds without data.
 class TestFaultsSlowPackage : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void AnErrorOfTheServerIsGivenUp_data();
-    void AnErrorOfTheServerIsGivenUp();
-    void APauseInThePackage_data();
-    void APauseInThePackage();
-    void AChunkEveryFiveSecondsIsEnough();
+    void anErrorOfTheServerIsGivenUp_data();
+    void anErrorOfTheServerIsGivenUp();
+    void aPauseInThePackage_data();
+    void aPauseInThePackage();
+    void aChunkEveryFiveSecondsIsEnough();
 };
 
 namespace
@@ -24,7 +25,7 @@ const QString kEmpty = QStringLiteral(", an empty package file");
 
 } // namespace
 
-void TestFaultsSlowPackage::AnErrorOfTheServerIsGivenUp_data()
+void TestFaultsSlowPackage::anErrorOfTheServerIsGivenUp_data()
 {
     QTest::addColumn<QJsonObject>("step");
     QTest::addColumn<QString>("left");
@@ -41,7 +42,7 @@ void TestFaultsSlowPackage::AnErrorOfTheServerIsGivenUp_data()
         << QJsonObject{{QStringLiteral("hold"), QStringLiteral("headers")}} << kEmpty;
 }
 
-void TestFaultsSlowPackage::AnErrorOfTheServerIsGivenUp()
+void TestFaultsSlowPackage::anErrorOfTheServerIsGivenUp()
 {
     QFETCH(QJsonObject, step);
     QFETCH(QString, left);
@@ -53,7 +54,7 @@ void TestFaultsSlowPackage::AnErrorOfTheServerIsGivenUp()
     fault.MustEndWith({FaultRun::NetworkError, FaultRun::Untouched + left, 0});
 }
 
-void TestFaultsSlowPackage::APauseInThePackage_data()
+void TestFaultsSlowPackage::aPauseInThePackage_data()
 {
     QTest::addColumn<int>("pauseMs");
     QTest::addColumn<bool>("goesOn");
@@ -61,7 +62,7 @@ void TestFaultsSlowPackage::APauseInThePackage_data()
     QTest::newRow("package: stalled for 8.5 s") << 8500 << false;
 }
 
-void TestFaultsSlowPackage::APauseInThePackage()
+void TestFaultsSlowPackage::aPauseInThePackage()
 {
     QFETCH(int, pauseMs);
     QFETCH(bool, goesOn);
@@ -70,7 +71,7 @@ void TestFaultsSlowPackage::APauseInThePackage()
     fault.ScriptPackage({{QStringLiteral("hold"), 150000}});
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1, 30000, FaultRun::PackagePage));
-    // The fault itself is a pause of this very length.
+    // The length of this pause is the fault itself.
     QTest::qWait(pauseMs);
     fault.run.server.Release(FaultRun::PackagePage);
     if (goesOn) {
@@ -82,7 +83,7 @@ void TestFaultsSlowPackage::APauseInThePackage()
     fault.MustEndWith({FaultRun::NetworkError, FaultRun::Untouched + kPart, 0});
 }
 
-void TestFaultsSlowPackage::AChunkEveryFiveSecondsIsEnough()
+void TestFaultsSlowPackage::aChunkEveryFiveSecondsIsEnough()
 {
     FaultRun fault(QStringLiteral("package: a chunk every 5 s"));
     RawService service;

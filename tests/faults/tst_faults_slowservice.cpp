@@ -1,20 +1,21 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/rawservice.h"
 
 #include <QTest>
 
-/// The service takes its time with the answer to the check.
+/// The service answers the check slowly.
 class TestFaultsSlowService : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void AnAnswerThatDoesNotEndStartsTheClient_data();
-    void AnAnswerThatDoesNotEndStartsTheClient();
-    void ARawAnswerThatDoesNotEndStartsTheClient_data();
-    void ARawAnswerThatDoesNotEndStartsTheClient();
-    void ALateAnswerStartsTheClientOnce_data();
-    void ALateAnswerStartsTheClientOnce();
+    void anAnswerThatDoesNotEndStartsTheClient_data();
+    void anAnswerThatDoesNotEndStartsTheClient();
+    void aRawAnswerThatDoesNotEndStartsTheClient_data();
+    void aRawAnswerThatDoesNotEndStartsTheClient();
+    void aLateAnswerStartsTheClientOnce_data();
+    void aLateAnswerStartsTheClientOnce();
 };
 
 namespace
@@ -26,7 +27,7 @@ const QString kCheckUrl = QStringLiteral("updateCheckUrl");
 
 } // namespace
 
-void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient_data()
+void TestFaultsSlowService::anAnswerThatDoesNotEndStartsTheClient_data()
 {
     QTest::addColumn<QJsonObject>("step");
     QTest::newRow("check: no answer") << QJsonObject{{kHold, QStringLiteral("before")}};
@@ -39,7 +40,7 @@ void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient_data()
         << QJsonObject{{QStringLiteral("length"), 100000}};
 }
 
-void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient()
+void TestFaultsSlowService::anAnswerThatDoesNotEndStartsTheClient()
 {
     QFETCH(QJsonObject, step);
     FaultRun fault(QString::fromLatin1(QTest::currentDataTag()));
@@ -49,7 +50,7 @@ void TestFaultsSlowService::AnAnswerThatDoesNotEndStartsTheClient()
     fault.MustEndWith({QStringLiteral("nothing"), FaultRun::Untouched, 1});
 }
 
-void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient_data()
+void TestFaultsSlowService::aRawAnswerThatDoesNotEndStartsTheClient_data()
 {
     QTest::addColumn<QString>("scheme");
     QTest::addColumn<QByteArray>("bytes");
@@ -61,7 +62,7 @@ void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient_data()
         << QStringLiteral("http") << RawService::Http(FaultRun::CheckAnswer()) << 150;
 }
 
-void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient()
+void TestFaultsSlowService::aRawAnswerThatDoesNotEndStartsTheClient()
 {
     QFETCH(QString, scheme);
     QFETCH(QByteArray, bytes);
@@ -77,7 +78,7 @@ void TestFaultsSlowService::ARawAnswerThatDoesNotEndStartsTheClient()
     fault.NextRunMustWork();
 }
 
-void TestFaultsSlowService::ALateAnswerStartsTheClientOnce_data()
+void TestFaultsSlowService::aLateAnswerStartsTheClientOnce_data()
 {
     QTest::addColumn<int>("afterMs");
     QTest::addColumn<QString>("seen");
@@ -87,7 +88,7 @@ void TestFaultsSlowService::ALateAnswerStartsTheClientOnce_data()
         << 12500 << QStringLiteral("nothing") << FaultRun::Untouched;
 }
 
-void TestFaultsSlowService::ALateAnswerStartsTheClientOnce()
+void TestFaultsSlowService::aLateAnswerStartsTheClientOnce()
 {
     QFETCH(int, afterMs);
     QFETCH(QString, seen);
@@ -97,7 +98,7 @@ void TestFaultsSlowService::ALateAnswerStartsTheClientOnce()
     fault.ScriptCheck({{kHold, QStringLiteral("before")}});
     fault.Start();
     QVERIFY(fault.run.server.WaitForRequests(1));
-    // The fault itself is an answer at this very time.
+    // The time of the answer is the fault itself.
     QTest::qWait(afterMs);
     fault.run.server.Release(kCheck);
     QCOMPARE(fault.run.WaitForEnd(), 0);

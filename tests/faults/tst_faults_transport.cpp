@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/faults/faultrun.h"
 #include "tests/faults/owndisk.h"
 #include "tests/faults/rawservice.h"
@@ -7,18 +8,18 @@
 #include <QSslKey>
 #include <QTest>
 
-/// TLS goes wrong. Certificates are looked at for the package, and not for the check.
+/// TLS fails. Certificates matter for the package, but not for the check.
 class TestFaultsTransport : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void TheChecksTls_data();
-    void TheChecksTls();
-    void ThePackagesTls_data();
-    void ThePackagesTls();
-    void ATooOldTlsEndsTheCheck();
-    void ATooOldTlsEndsThePackage();
+    void theChecksTls_data();
+    void theChecksTls();
+    void thePackagesTls_data();
+    void thePackagesTls();
+    void aTooOldTlsEndsTheCheck();
+    void aTooOldTlsEndsThePackage();
 };
 
 namespace
@@ -31,7 +32,7 @@ struct Identity {
 
 QString Path(const FaultRun &fault, const QString &name)
 {
-    return fault.run.home.Scratch() + QLatin1Char('/') + name;
+    return fault.run.Scratch() + QLatin1Char('/') + name;
 }
 
 void RunOpenssl(const QStringList &arguments, const QString &clock = QString())
@@ -48,7 +49,7 @@ void RunOpenssl(const QStringList &arguments, const QString &clock = QString())
         qFatal("openssl: %s", openssl.readAllStandardError().constData());
 }
 
-/// A self-signed certificate for @p host, made at the time that @p clock tells, valid for two days.
+/// A self-signed certificate for @p host, issued at the time @p clock and valid for two days.
 Identity MakeIdentity(const FaultRun &fault, const QString &host, const QString &clock)
 {
     const QString certificate = Path(fault, QStringLiteral("trusted/server.pem"));
@@ -71,7 +72,7 @@ void AddCertificates()
     QTest::addColumn<bool>("trusted");
 }
 
-/// The alert by which a server says that it knows no version of TLS that the client offers.
+/// The alert of a server that supports none of the TLS versions of the client.
 RawService::Answer NoCommonVersion()
 {
     return {QByteArray("\x15\x03\x01\x00\x02\x02\x46", 7), RawService::End::Close,
@@ -87,7 +88,7 @@ const QString kPackageUrl = QStringLiteral("updatePackageUrl");
 
 } // namespace
 
-void TestFaultsTransport::TheChecksTls_data()
+void TestFaultsTransport::theChecksTls_data()
 {
     AddCertificates();
     QTest::newRow("check: certificate expired") << kHere << kLongAgo << true;
@@ -95,7 +96,7 @@ void TestFaultsTransport::TheChecksTls_data()
     QTest::newRow("check: certificate that nobody trusts") << kHere << QString() << false;
 }
 
-void TestFaultsTransport::TheChecksTls()
+void TestFaultsTransport::theChecksTls()
 {
     QFETCH(QString, host);
     QFETCH(QString, clock);
@@ -117,7 +118,7 @@ void TestFaultsTransport::TheChecksTls()
     fault.NextRunMustWork();
 }
 
-void TestFaultsTransport::ThePackagesTls_data()
+void TestFaultsTransport::thePackagesTls_data()
 {
     AddCertificates();
     QTest::addColumn<bool>("good");
@@ -129,7 +130,7 @@ void TestFaultsTransport::ThePackagesTls_data()
     QTest::newRow("package: certificate as it must be") << kHere << QString() << true << true;
 }
 
-void TestFaultsTransport::ThePackagesTls()
+void TestFaultsTransport::thePackagesTls()
 {
     QFETCH(QString, host);
     QFETCH(QString, clock);
@@ -162,7 +163,7 @@ void TestFaultsTransport::ThePackagesTls()
     fault.NextRunMustWork();
 }
 
-void TestFaultsTransport::ATooOldTlsEndsTheCheck()
+void TestFaultsTransport::aTooOldTlsEndsTheCheck()
 {
     FaultRun fault(QStringLiteral("check: the service's TLS is too old"));
     RawService service;
@@ -174,7 +175,7 @@ void TestFaultsTransport::ATooOldTlsEndsTheCheck()
     fault.NextRunMustWork();
 }
 
-void TestFaultsTransport::ATooOldTlsEndsThePackage()
+void TestFaultsTransport::aTooOldTlsEndsThePackage()
 {
     FaultRun fault(QStringLiteral("package: the server's TLS is too old"));
     RawService service;

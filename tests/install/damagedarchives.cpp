@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/install/damagedarchives.h"
 
 #include "tests/support/zipmaker.h"
@@ -9,12 +10,12 @@
 namespace
 {
 
-/// The entry that is damaged.
+/// The index of the damaged entry.
 constexpr int app = 1;
 
 using Damage = std::function<void(ZipMaker &)>;
 
-/// A row with the three entries, "pkg/app.txt" with @p data, after @p damage was done.
+/// Adds a row with the three entries, of which "pkg/app.txt" has @p data, after @p damage.
 void AddRow(const char *name, const QByteArray &data, ZipMaker::Packing packing,
             const Damage &damage)
 {
@@ -43,7 +44,7 @@ void AddBoth(const char *name, const Damage &damage)
     AddStored(name, damage);
 }
 
-/// A row in which @p field of both headers is off by @p difference.
+/// Adds a row in which @p field of both headers differs by @p difference.
 void AddOff(const char *name, ZipField field, int difference)
 {
     AddBoth(name, [field, difference](ZipMaker &zip) {
@@ -51,7 +52,7 @@ void AddOff(const char *name, ZipField field, int difference)
     });
 }
 
-/// A row in which @p field says @p value.
+/// Adds a row in which @p field is @p value.
 void AddLie(const char *name, ZipField field, quint32 value, ZipMaker::Headers headers)
 {
     AddBoth(name, [=](ZipMaker &zip) { zip.Set(app, field, value, headers); });
@@ -65,7 +66,7 @@ void AddLyingSizes()
     AddLie("size 2 GiB less 1", ZipMaker::Size, 0x7fffffff, ZipMaker::Both);
     AddLie("size 2 GiB", ZipMaker::Size, 0x80000000, ZipMaker::Both);
     AddOff("packed size one too small", ZipMaker::PackedSize, -1);
-    // A deflate stream ends by itself: a byte more behind it changes nothing.
+    // A deflate stream marks its own end, so one more byte changes nothing.
     AddStored("packed size one too large", [](ZipMaker &zip) {
         zip.Set(app, ZipMaker::PackedSize, zip.Get(app, ZipMaker::PackedSize) + 1);
     });
@@ -99,7 +100,7 @@ void AddLyingHeaders()
                 [](ZipMaker &zip) { zip.Set(app, ZipMaker::Method, 0); });
     AddStored("both headers say deflated",
               [](ZipMaker &zip) { zip.Set(app, ZipMaker::Method, 8); });
-    AddOff("offset beside the local header", ZipMaker::HeaderOffset, 1);
+    AddOff("offset next to the local header", ZipMaker::HeaderOffset, 1);
     AddLie("offset of another entry", ZipMaker::HeaderOffset, 0, ZipMaker::Central);
     AddLie("offset beyond the file", ZipMaker::HeaderOffset, 0x00100000, ZipMaker::Central);
     AddLie("offset 2 GiB", ZipMaker::HeaderOffset, 0x80000000, ZipMaker::Central);
@@ -113,13 +114,13 @@ void AddDamagedData()
     AddBoth("byte in the middle", [](ZipMaker &zip) {
         zip.FlipDataBit(app, int(zip.Get(app, ZipMaker::PackedSize)) / 2);
     });
-    // A deflate stream's last byte may hold bits that mean nothing.
+    // The last byte of a deflate stream may have unused bits.
     AddBoth("byte near the end", [](ZipMaker &zip) {
         zip.FlipDataBit(app, int(zip.Get(app, ZipMaker::PackedSize)) - 4);
     });
 }
 
-/// Archives that would fill the memory of one who unpacks before he counts.
+/// Archives that fill the memory when an unpacker does not limit the size first.
 void AddBombs()
 {
     const Damage declareLittle = [](ZipMaker &zip) { zip.Set(app, ZipMaker::Size, 100); };

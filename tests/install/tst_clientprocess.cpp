@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "install/clientprocess.h"
+#include "tests/support/clientmachine.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/standinfile.h"
-#include "tests/support/testhome.h"
+#include "tests/support/loglines.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -25,54 +26,35 @@ namespace
 
 using Calls = QVector<QStringList>;
 
-/// A machine with a client in its folder; what it was started with can be seen.
-class Machine : public TestHome
+/// A client's machine whose log is caught.
+class LoggedMachine : public ClientMachine
 {
 public:
-    Machine() : m_client(ClientFolder() + QLatin1Char('/') + UniqueImageName())
-    {
-        Global::instance.appName = QFileInfo(m_client.Path()).fileName();
-        Global::instance.appPath = ClientFolder() + QLatin1Char('/');
-    }
-
-    StandIn &Client() { return m_client; }
-    QString ClientName() const { return QFileInfo(m_client.Path()).fileName(); }
     QStringList Messages() const { return m_log.Messages(); }
     QString Command(const QString &name) const
     {
         return CommandsFolder() + QLatin1Char('/') + name;
     }
 
-    /// Every start of the client, once the @p expected ones are there and no other is under way.
+    /// All starts of the client, once there are @p expected and no other can follow.
     Calls ClientCalls(int expected) const
     {
-        // One more start of the test's own: what was started before it has come by when it ends.
-        m_client.WaitForCalls(expected);
-        QProcess::execute(m_client.Path(), {QStringLiteral("last")});
-        Calls calls = m_client.Calls();
+        // When one more start has ended, all earlier ones have been recorded.
+        client.WaitForCalls(expected);
+        QProcess::execute(client.Path(), {QStringLiteral("last")});
+        Calls calls = client.Calls();
         if (calls.isEmpty() || calls.takeLast() != QStringList(QStringLiteral("last")))
             qFatal("the client does not start");
         return calls;
     }
 
-    QString AlreadyRuns() const
-    {
-        return QStringLiteral("[INFO] \"%1\"  Already Run...").arg(ClientName());
-    }
-
-    QString Starting() const
-    {
-        return QStringLiteral("[INFO] \"%1\"  starting...").arg(ClientName());
-    }
-
 private:
-    StandIn m_client;
     LogCapture m_log;
 };
 
 struct Outcome {
     int result;
-    bool quit;    ///< the operation asked the application to quit
+    bool quit;    ///< whether the operation quit the application
     int exitCode; ///< with this code, if so
 };
 
@@ -108,7 +90,7 @@ QStringList List(std::initializer_list<const char *> items)
     return list;
 }
 
-/// What tasklist says of a process with this image name.
+/// The output of tasklist for a process with this image name.
 QByteArray TasklistRow(const QString &name)
 {
     return QStringLiteral("\"Image Name\",\"PID\",\"Session Name\",\"Session#\",\"Mem Usage\"\r\n"
@@ -118,16 +100,6 @@ QByteArray TasklistRow(const QString &name)
 }
 
 const QByteArray noTasks = "INFO: No tasks are running which match the specified criteria.\r\n";
-
-#ifdef Q_OS_UNIX
-/// A command of the test's own, as a shell script.
-void WriteCommand(const QString &path, const QByteArray &lines)
-{
-    WriteFile(path, "#!/bin/sh\n" + lines);
-    QFile::setPermissions(path,
-                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-}
-#endif
 
 } // namespace
 
@@ -170,8 +142,6 @@ private slots:
     void runningClientIsStopped_data();
     void runningClientIsStopped();
     void realRunningClientIsStopped();
-    void meetingLinksAreRecognised_data();
-    void meetingLinksAreRecognised();
     void freeBytesAreThoseOfTheVolume_data();
     void freeBytesAreThoseOfTheVolume();
 #ifdef Q_OS_UNIX
@@ -192,7 +162,7 @@ void TestClientProcess::tasklistIsAskedForTheImageName_data()
 void TestClientProcess::tasklistIsAskedForTheImageName()
 {
     QFETCH(QString, appName);
-    const Machine machine;
+    const LoggedMachine machine;
     const StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     Global::instance.appName = appName;
     QCOMPARE(Global::instance.CheckClientRunning(), -1);
@@ -218,13 +188,13 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted_data()
     row("upper case", TasklistRow(QStringLiteral("CLIENT.EXE")), false);
     row("lower case", TasklistRow(QStringLiteral("client.exe")), false);
     row("shortened", TasklistRow(QStringLiteral("Client.e")), false);
-    row("behind a zero byte", QByteArray("x\0", 2) + "Client.exe", false);
+    row("after a zero byte", QByteArray("x\0", 2) + "Client.exe", false);
     row("zero byte first", QByteArray("\0", 1) + TasklistRow(name), false);
     row("zero byte inside", QByteArray("Client\0.exe", 11), false);
     row("before a zero byte", QByteArray("Client.exe\0x", 12), true);
-    row("behind much else", QByteArray(100000, 'x') + "\r\nClient.exe", true);
+    row("after much other text", QByteArray(100000, 'x') + "\r\nClient.exe", true);
     row("several of them", TasklistRow(name) + TasklistRow(name), true);
-    // The text is what the system's own code page makes of the bytes.
+    // The bytes are read in the system's code page.
     const QString chinese = QStringLiteral("客户端.exe");
     const QTextCodec *codec = QTextCodec::codecForLocale();
     if (codec->toUnicode(codec->fromUnicode(chinese)) == chinese)
@@ -236,7 +206,7 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted()
     QFETCH(QString, appName);
     QFETCH(QByteArray, output);
     QFETCH(bool, running);
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.appName = appName;
     Global::instance.cmdLineArgs = List({"-noremid"});
     for (const char *exit : {"exit 0\n", "exit 1\n"}) {
@@ -248,8 +218,7 @@ void TestClientProcess::clientRunsWhenItsNameIsPrinted()
         QCOMPARE(outcome.result, -1);
         QVERIFY(!outcome.quit);
         QCOMPARE(machine.Messages().mid(before),
-                 running ? QStringList(QStringLiteral("[INFO] \"%1\"  Already Run...").arg(appName))
-                         : QStringList());
+                 running ? QStringList(LogLine::AlreadyRuns(appName)) : QStringList());
     }
 }
 
@@ -258,9 +227,9 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn_data()
     QTest::addColumn<bool>("running");
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("result");
-    QTest::addColumn<int>("looks"); // runs of tasklist
+    QTest::addColumn<int>("looks"); // how often tasklist runs
     QTest::addColumn<Calls>("clientCalls");
-    QTest::addColumn<bool>("launched"); // by the launch that quits
+    QTest::addColumn<bool>("launched"); // and the application quit
     const auto row = [](const char *name, bool running,
                         const QStringList &arguments) -> QTestData & {
         return QTest::newRow(name) << running << arguments;
@@ -311,7 +280,7 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn()
     QFETCH(QStringList, arguments);
     QFETCH(Calls, clientCalls);
     QFETCH(bool, launched);
-    const Machine machine;
+    const LoggedMachine machine;
     StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     tasklist.SetScript(StandIn::Prints(running ? TasklistRow(machine.ClientName()) : noTasks));
     Global::instance.cmdLineArgs = arguments;
@@ -322,48 +291,48 @@ void TestClientProcess::checkDecidesHowTheRunGoesOn()
     QCOMPARE(outcome.quit, launched);
     QTEST(tasklist.Calls().size(), "looks");
     QCOMPARE(machine.ClientCalls(clientCalls.size()), clientCalls);
-    // Only the launch edits the list.
+    // Only the launch changes the list.
     QCOMPARE(Global::instance.cmdLineArgs, launched ? clientCalls.first() : arguments);
     QStringList log;
     if (running)
-        log << machine.AlreadyRuns();
+        log << LogLine::AlreadyRuns(machine.ClientName());
     if (launched)
-        log << machine.Starting();
+        log << LogLine::Starting(machine.ClientName());
     QCOMPARE(machine.Messages(), log);
 }
 
 #ifdef Q_OS_UNIX
 void TestClientProcess::clientThatStartsBetweenTheTwoLooksIsLaunched_posix()
 {
-    const Machine machine;
-    WriteCommand(machine.Command(QStringLiteral("tasklist")), "if [ -e looked ]; then echo " +
-                                                                  machine.ClientName().toUtf8() +
-                                                                  "; fi; : > looked\n");
+    const LoggedMachine machine;
+    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
+                     "if [ -e looked ]; then echo " + machine.ClientName().toUtf8() +
+                         "; fi; : > looked\n");
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
     QCOMPARE(machine.ClientCalls(1), Calls({List({"-autoupdate"})}));
-    QCOMPARE(machine.Messages(), QStringList(machine.Starting()));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(machine.ClientName())));
 }
 
 void TestClientProcess::clientThatEndsBetweenTheTwoLooksIsNotLaunched_posix()
 {
-    const Machine machine;
-    WriteCommand(machine.Command(QStringLiteral("tasklist")), "if [ ! -e looked ]; then echo " +
-                                                                  machine.ClientName().toUtf8() +
-                                                                  "; fi; : > looked\n");
+    const LoggedMachine machine;
+    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
+                     "if [ ! -e looked ]; then echo " + machine.ClientName().toUtf8() +
+                         "; fi; : > looked\n");
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
     QCOMPARE(machine.ClientCalls(0), Calls());
-    QCOMPARE(machine.Messages(), QStringList(machine.AlreadyRuns()));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));
 }
 
 void TestClientProcess::errorOutputOfTasklistIsNotSearched_posix()
 {
-    const Machine machine;
-    WriteCommand(machine.Command(QStringLiteral("tasklist")),
-                 "echo " + machine.ClientName().toUtf8() + " >&2\n");
+    const LoggedMachine machine;
+    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
+                     "echo " + machine.ClientName().toUtf8() + " >&2\n");
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QCOMPARE(machine.Messages(), QStringList());
@@ -371,51 +340,51 @@ void TestClientProcess::errorOutputOfTasklistIsNotSearched_posix()
 
 void TestClientProcess::missingTasklistMeansNotRunning_posix()
 {
-    Machine machine;
-    machine.Client().StartAndStay();
+    LoggedMachine machine;
+    machine.client.StartAndStay();
     qputenv("PATH", QFile::encodeName(machine.Scratch()));
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
-    QVERIFY(machine.Client().IsRunning());
-    QCOMPARE(machine.Client().Calls().size(), 1);
+    QVERIFY(machine.client.IsRunning());
+    QCOMPARE(machine.client.Calls().size(), 1);
     QCOMPARE(machine.Messages(), QStringList());
 }
 
 void TestClientProcess::tasklistThatCrashesIsSearchedAllTheSame_posix()
 {
-    const Machine machine;
-    WriteCommand(machine.Command(QStringLiteral("tasklist")),
-                 "echo " + machine.ClientName().toUtf8() + "; kill -KILL $$\n");
+    const LoggedMachine machine;
+    WriteShellScript(machine.Command(QStringLiteral("tasklist")),
+                     "echo " + machine.ClientName().toUtf8() + "; kill -KILL $$\n");
     Global::instance.cmdLineArgs = List({"-noremid"});
     QCOMPARE(Check().result, -1);
-    QCOMPARE(machine.Messages(), QStringList(machine.AlreadyRuns()));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));
 }
 #endif
 
 void TestClientProcess::realClientIsFoundByRealTasklist()
 {
-    Machine machine;
-    machine.Client().StartAndStay();
+    LoggedMachine machine;
+    machine.client.StartAndStay();
     Global::instance.cmdLineArgs = List({"qorb-meeting://abc"});
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, 0);
     QVERIFY(!outcome.quit);
-    QVERIFY(machine.Client().WaitForCalls(2));
-    QCOMPARE(machine.Client().Calls().at(1), List({"--url=abc"}));
-    QVERIFY(machine.Client().IsRunning());
-    QCOMPARE(machine.Messages(), QStringList(machine.AlreadyRuns()));
+    QVERIFY(machine.client.WaitForCalls(2));
+    QCOMPARE(machine.client.Calls().at(1), List({"--url=abc"}));
+    QVERIFY(machine.client.IsRunning());
+    QCOMPARE(machine.Messages(), QStringList(LogLine::AlreadyRuns(machine.ClientName())));
 }
 
 void TestClientProcess::realClientOfAnotherCaseIsNotFound()
 {
-    Machine machine;
-    machine.Client().StartAndStay();
+    LoggedMachine machine;
+    machine.client.StartAndStay();
     Global::instance.appName = machine.ClientName().toUpper();
     const Outcome outcome = Check();
     QCOMPARE(outcome.result, -1);
     QVERIFY(!outcome.quit);
-    QCOMPARE(machine.Client().Calls().size(), 1);
+    QCOMPARE(machine.client.Calls().size(), 1);
     QCOMPARE(machine.Messages(), QStringList());
 }
 
@@ -460,7 +429,7 @@ void TestClientProcess::launchedClientGetsTheRewrittenArguments()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QStringList, rewritten);
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.cmdLineArgs = arguments;
 
     const Outcome outcome = Launch();
@@ -470,12 +439,12 @@ void TestClientProcess::launchedClientGetsTheRewrittenArguments()
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(machine.ClientCalls(1), Calls({rewritten}));
     QCOMPARE(Global::instance.cmdLineArgs, rewritten);
-    QCOMPARE(machine.Messages(), QStringList(machine.Starting()));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(machine.ClientName())));
 }
 
 void TestClientProcess::launchWaitsBeforeTheStart()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     QElapsedTimer timer;
     timer.start();
     Launch();
@@ -485,40 +454,40 @@ void TestClientProcess::launchWaitsBeforeTheStart()
 
 void TestClientProcess::launchOfAMissingClientIsNotNoticed()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.appName = QStringLiteral("Missing.exe");
     const Outcome outcome = Launch();
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
-    QCOMPARE(machine.Messages(),
-             QStringList(QStringLiteral("[INFO] \"Missing.exe\"  starting...")));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(QStringLiteral("Missing.exe"))));
 }
 
 void TestClientProcess::clientPathIsAPlainConcatenation()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.appPath = machine.ClientFolder();
-    const StandIn beside(machine.ClientFolder() + machine.ClientName());
+    const StandIn joined(machine.ClientFolder() + machine.ClientName());
     QVERIFY(Launch().quit);
-    QVERIFY(beside.WaitForCalls(1));
+    QVERIFY(joined.WaitForCalls(1));
     QCOMPARE(machine.ClientCalls(0), Calls());
 }
 
 void TestClientProcess::launchedClientLivesOn()
 {
-    Machine machine;
-    machine.Client().SetScript("stay\n");
+    LoggedMachine machine;
+    machine.client.SetScript("stay\n");
     QVERIFY(Launch().quit);
-    QVERIFY(machine.Client().WaitForCalls(1));
+    QVERIFY(machine.client.WaitForCalls(1));
 
     Global::instance.cmdLineArgs = List({"-noremid"});
     QCOMPARE(Check().result, -1);
-    QCOMPARE(machine.Messages(), QStringList({machine.Starting(), machine.AlreadyRuns()}));
+    QCOMPARE(machine.Messages(), QStringList({LogLine::Starting(machine.ClientName()),
+                                              LogLine::AlreadyRuns(machine.ClientName())}));
 }
 
 void TestClientProcess::launchOnAnotherThreadQuitsTheApplication()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     int result = 99;
     const std::unique_ptr<QThread> worker(
         QThread::create([&result] { result = Global::instance.LaunchClient(); }));
@@ -531,7 +500,7 @@ void TestClientProcess::launchOnAnotherThreadQuitsTheApplication()
 
 void TestClientProcess::flagOfTheCheckIsGoneAtTheLaunch()
 {
-    Machine machine;
+    LoggedMachine machine;
     StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     tasklist.SetScript(StandIn::Prints(TasklistRow(machine.ClientName())));
     Global::instance.cmdLineArgs = List({"-noremid"});
@@ -543,7 +512,7 @@ void TestClientProcess::flagOfTheCheckIsGoneAtTheLaunch()
 
 void TestClientProcess::linkThatFoundNoClientIsPassedOnByTheLaunch()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     Global::instance.cmdLineArgs = List({"qorb-meeting://abc", "-x"});
     QCOMPARE(Check().result, -1);
     QVERIFY(Launch().quit);
@@ -566,7 +535,7 @@ void TestClientProcess::programGetsTheArgumentsWithoutTheSwitches()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QStringList, passed);
-    const Machine machine;
+    const LoggedMachine machine;
     const StandIn installer(machine.Scratch() + QStringLiteral("/下载 folder/Client Setup.exe"));
     Global::instance.cmdLineArgs = arguments;
 
@@ -579,8 +548,7 @@ void TestClientProcess::programGetsTheArgumentsWithoutTheSwitches()
     QVERIFY(installer.WaitForCalls(1));
     QCOMPARE(installer.Calls(), Calls({passed}));
     QCOMPARE(Global::instance.cmdLineArgs, passed);
-    QCOMPARE(machine.Messages(),
-             QStringList(QStringLiteral("[INFO] \"%1\"  starting...").arg(installer.Path())));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(installer.Path())));
     QCOMPARE(machine.ClientCalls(0), Calls());
 }
 
@@ -595,7 +563,7 @@ void TestClientProcess::programThatCannotBeStartedIsNotNoticed_data()
 void TestClientProcess::programThatCannotBeStartedIsNotNoticed()
 {
     QFETCH(QString, tail);
-    const Machine machine;
+    const LoggedMachine machine;
     WriteFile(machine.Scratch() + QStringLiteral("/text.exe"), QByteArray("\x7f"
                                                                           "no program",
                                                                           11));
@@ -603,14 +571,13 @@ void TestClientProcess::programThatCannotBeStartedIsNotNoticed()
     const Outcome outcome = InEventLoop([&] { return Global::instance.LaunchProgram(program); });
     QCOMPARE(outcome.result, 0);
     QVERIFY(outcome.quit);
-    QCOMPARE(machine.Messages(),
-             QStringList(QStringLiteral("[INFO] \"%1\"  starting...").arg(program)));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::Starting(program)));
 }
 
 #ifdef Q_OS_UNIX
 void TestClientProcess::downloadedProgramNeedsNoExecuteBit_posix()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     const StandIn installer(machine.Scratch() + QStringLiteral("/setup.exe"));
     QVERIFY(
         QFile::setPermissions(installer.Path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner));
@@ -629,7 +596,7 @@ void TestClientProcess::runningClientIsStopped_data()
 void TestClientProcess::runningClientIsStopped()
 {
     QFETCH(bool, running);
-    const Machine machine;
+    const LoggedMachine machine;
     StandIn tasklist(machine.Command(QStringLiteral("tasklist")));
     tasklist.SetScript(StandIn::Prints(running ? TasklistRow(machine.ClientName()) : noTasks));
     const StandIn taskkill(machine.Command(QStringLiteral("taskkill")));
@@ -644,43 +611,14 @@ void TestClientProcess::runningClientIsStopped()
 
 void TestClientProcess::realRunningClientIsStopped()
 {
-    Machine machine;
-    machine.Client().StartAndStay();
+    LoggedMachine machine;
+    machine.client.StartAndStay();
     StopRunningClient(machine.ClientName());
-    QVERIFY(!machine.Client().IsRunning());
+    QVERIFY(!machine.client.IsRunning());
 
-    // Nothing is left to stop.
+    // Nothing is left to be stopped.
     StopRunningClient(machine.ClientName());
     QCOMPARE(machine.Messages(), QStringList());
-}
-
-void TestClientProcess::meetingLinksAreRecognised_data()
-{
-    QTest::addColumn<QString>("argument");
-    QTest::addColumn<bool>("link");
-    QTest::addColumn<QString>("passedOn");
-    const auto row = [](const char *argument, bool link, const char *passedOn) {
-        QTest::newRow(argument) << QString::fromUtf8(argument) << link
-                                << QString::fromUtf8(passedOn);
-    };
-    row("qorb-meeting://abc", true, "--url=abc");
-    row("qorb-meeting://a b?c=d%20e#f", true, "--url=a b?c=d%20e#f");
-    row("qorb-meeting://a://b://c", true, "--url=a");
-    row("qorb-meeting:////a", true, "--url=//a");
-    row("qorb-meeting:", true, "--url=");
-    row("qorb-meeting", true, "--url=");
-    row("xqorb-meetingx://a", true, "--url=a");
-    row("QORB-meeting://abc", false, "--url=abc");
-    row("qorb meeting://abc", false, "--url=abc");
-    row("https://example.com", false, "--url=example.com");
-    row("", false, "--url=");
-}
-
-void TestClientProcess::meetingLinksAreRecognised()
-{
-    QFETCH(QString, argument);
-    QTEST(IsMeetingLink(argument), "link");
-    QTEST(ClientUrlArgument(argument), "passedOn");
 }
 
 /// Free bytes of a volume change at any moment: compares until they did not while being asked for.
@@ -713,7 +651,7 @@ void TestClientProcess::freeBytesAreThoseOfTheVolume_data()
 void TestClientProcess::freeBytesAreThoseOfTheVolume()
 {
     QFETCH(QString, path);
-    const Machine machine;
+    const LoggedMachine machine;
     QVERIFY(FreeBytesMatch(path, path));
     QCOMPARE(machine.Messages(), QStringList());
 }
@@ -721,7 +659,7 @@ void TestClientProcess::freeBytesAreThoseOfTheVolume()
 #ifdef Q_OS_UNIX
 void TestClientProcess::volumeUnknownToTheHostIsItsRoot_posix()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     for (const char *path : {"C:\\", "C:/", "/wo"})
         QVERIFY(FreeBytesMatch(QString::fromLatin1(path), QStringLiteral("/")));
     QCOMPARE(machine.Messages(), QStringList());
@@ -730,15 +668,14 @@ void TestClientProcess::volumeUnknownToTheHostIsItsRoot_posix()
 
 void TestClientProcess::failedFreeBytesAreLoggedAndZero()
 {
-    const Machine machine;
+    const LoggedMachine machine;
     QCOMPARE(Global::instance.GetDiskFreeBytes(QString()), quint64(0));
 #ifdef Q_OS_UNIX
     const QString code = QStringLiteral("2");
 #else
     const QString code = QStringLiteral("3");
 #endif
-    QCOMPARE(machine.Messages(),
-             QStringList(QStringLiteral("[DEBUG] Call to GetDiskFreeSpaceEx() failed: ") + code));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::FreeSpaceFailed(code)));
 }
 
 QTEST_GUILESS_MAIN(TestClientProcess)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/folderremoval.h"
 
 #include "install/platform.h"
@@ -22,7 +23,7 @@ QStringList Entries(const QString &folder)
                                   QDir::NoDotAndDotDot);
 }
 
-/// A folder to be emptied, and another one that must stay as it is.
+/// A folder to be emptied, and another one that must not change.
 class Folders
 {
 public:
@@ -37,7 +38,7 @@ public:
     QString Outside() const { return m_root.filePath(QStringLiteral("Outside")); }
     QString KeptFile() const { return Outside() + QStringLiteral("/sub/kept.txt"); }
 
-    /// A path inside the folder; the folders on the way are created.
+    /// A path inside the folder, whose parent folders are created.
     QString Inside(const QString &name) const
     {
         QString path = Folder() + QLatin1Char('/') + name;
@@ -51,7 +52,7 @@ private:
 
 } // namespace
 
-class FolderRemovalTest : public QObject
+class TestFolderRemoval : public QObject
 {
     Q_OBJECT
 
@@ -75,7 +76,7 @@ private slots:
 #endif
 };
 
-void FolderRemovalTest::tellsLinksByAttributesAndTag_data()
+void TestFolderRemoval::tellsLinksByAttributesAndTag_data()
 {
     QTest::addColumn<quint32>("attributes");
     QTest::addColumn<quint32>("tag");
@@ -99,7 +100,7 @@ void FolderRemovalTest::tellsLinksByAttributesAndTag_data()
     add("left-over tag of an ordinary folder", 0x10, 0xA0000003, false);
 }
 
-void FolderRemovalTest::tellsLinksByAttributesAndTag()
+void TestFolderRemoval::tellsLinksByAttributesAndTag()
 {
     QFETCH(quint32, attributes);
     QFETCH(quint32, tag);
@@ -107,7 +108,7 @@ void FolderRemovalTest::tellsLinksByAttributesAndTag()
     QTEST(Platform::IsNameSurrogate(attributes, tag), "leadsElsewhere");
 }
 
-void FolderRemovalTest::removesWhatAFolderContains()
+void TestFolderRemoval::removesWhatAFolderContains()
 {
     const Folders folders;
     for (const char *name : {"old.zip", ".hidden", "sub/a.txt", "sub/deeper/and deeper/b.txt",
@@ -122,7 +123,7 @@ void FolderRemovalTest::removesWhatAFolderContains()
     QCOMPARE(ReadFile(folders.KeptFile()), QByteArray("kept"));
 }
 
-void FolderRemovalTest::removesReadOnlyFilesInSubFolders()
+void TestFolderRemoval::removesReadOnlyFilesInSubFolders()
 {
     const Folders folders;
     const QString path = folders.Inside(QStringLiteral("sub/deeper/read-only.txt"));
@@ -134,7 +135,7 @@ void FolderRemovalTest::removesReadOnlyFilesInSubFolders()
     QCOMPARE(Entries(folders.Folder()), QStringList());
 }
 
-void FolderRemovalTest::emptiesAFolderThatDoesNotExist()
+void TestFolderRemoval::emptiesAFolderThatDoesNotExist()
 {
     const Folders folders;
 
@@ -143,18 +144,18 @@ void FolderRemovalTest::emptiesAFolderThatDoesNotExist()
     QCOMPARE(Entries(folders.Folder()), QStringList());
 }
 
-void FolderRemovalTest::ordinaryEntriesLeadNowhereElse()
+void TestFolderRemoval::ordinaryEntriesLeadNowhereElse()
 {
     const Folders folders;
 
     QVERIFY(!Platform::LeadsElsewhere(folders.Folder()));
     QVERIFY(!Platform::LeadsElsewhere(folders.KeptFile()));
-    // In doubt it does.
+    // In doubt it is a link.
     QVERIFY(Platform::LeadsElsewhere(folders.Inside(QStringLiteral("missing"))));
 }
 
 #ifdef Q_OS_UNIX
-void FolderRemovalTest::unixRemovesLinksAtAnyDepthWithoutFollowing_data()
+void TestFolderRemoval::unixRemovesLinksAtAnyDepthWithoutFollowing_data()
 {
     QTest::addColumn<QString>("name");
 
@@ -163,7 +164,7 @@ void FolderRemovalTest::unixRemovesLinksAtAnyDepthWithoutFollowing_data()
     QTest::newRow("deep down, hidden") << QStringLiteral("a/b/.c/d/.link");
 }
 
-void FolderRemovalTest::unixRemovesLinksAtAnyDepthWithoutFollowing()
+void TestFolderRemoval::unixRemovesLinksAtAnyDepthWithoutFollowing()
 {
     QFETCH(QString, name);
     const Folders folders;
@@ -181,7 +182,7 @@ void FolderRemovalTest::unixRemovesLinksAtAnyDepthWithoutFollowing()
     QCOMPARE(ReadFile(folders.KeptFile()), QByteArray("kept"));
 }
 
-void FolderRemovalTest::unixTellsLinks()
+void TestFolderRemoval::unixTellsLinks()
 {
     const Folders folders;
     const QString link = folders.Inside(QStringLiteral("link"));
@@ -194,7 +195,7 @@ void FolderRemovalTest::unixTellsLinks()
     QVERIFY(!Platform::LeadsElsewhere(link + QStringLiteral("/sub")));
 }
 
-void FolderRemovalTest::unixLeavesTheTargetsPermissionsAlone()
+void TestFolderRemoval::unixLeavesTheTargetsPermissionsAlone()
 {
     const Folders folders;
     const QByteArray kept = QFile::encodeName(folders.KeptFile());
@@ -209,7 +210,7 @@ void FolderRemovalTest::unixLeavesTheTargetsPermissionsAlone()
     QCOMPARE(status.st_mode & 0777U, 0400U);
 }
 #else
-void FolderRemovalTest::windowsRemovesJunctionsAtAnyDepthWithoutFollowing_data()
+void TestFolderRemoval::windowsRemovesJunctionsAtAnyDepthWithoutFollowing_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("kind");
@@ -222,7 +223,7 @@ void FolderRemovalTest::windowsRemovesJunctionsAtAnyDepthWithoutFollowing_data()
     }
 }
 
-void FolderRemovalTest::windowsRemovesJunctionsAtAnyDepthWithoutFollowing()
+void TestFolderRemoval::windowsRemovesJunctionsAtAnyDepthWithoutFollowing()
 {
     QFETCH(QString, name);
     QFETCH(QString, kind);
@@ -241,7 +242,7 @@ void FolderRemovalTest::windowsRemovesJunctionsAtAnyDepthWithoutFollowing()
     QCOMPARE(ReadFile(folders.KeptFile()), QByteArray("kept"));
 }
 
-void FolderRemovalTest::windowsDoesNotFollowTheHostsLinks_data()
+void TestFolderRemoval::windowsDoesNotFollowTheHostsLinks_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("target");
@@ -251,8 +252,8 @@ void FolderRemovalTest::windowsDoesNotFollowTheHostsLinks_data()
         << QStringLiteral("sub/deeper/link") << QStringLiteral("../../../Outside");
 }
 
-/// Wine shows the host's links as reparse points. It cannot remove them.
-void FolderRemovalTest::windowsDoesNotFollowTheHostsLinks()
+/// Wine shows links of the host as reparse points and cannot remove them.
+void TestFolderRemoval::windowsDoesNotFollowTheHostsLinks()
 {
     QFETCH(QString, name);
     QFETCH(QString, target);
@@ -271,5 +272,5 @@ void FolderRemovalTest::windowsDoesNotFollowTheHostsLinks()
 }
 #endif
 
-QTEST_GUILESS_MAIN(FolderRemovalTest)
+QTEST_GUILESS_MAIN(TestFolderRemoval)
 #include "tst_folderremoval.moc"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
 
@@ -11,7 +12,7 @@
 
 #include <memory>
 
-// The commands of this host that stand in for those of the system that the program is made for.
+// The stand-ins for Windows commands in hosttools/.
 
 namespace
 {
@@ -67,7 +68,7 @@ QByteArray FilesCopied(int count)
 
 const QByteArray noTasks = "INFO: No tasks are running which match the specified criteria.\r\n";
 
-/// A row of tasklist for a process with this name, taken apart; not valid for anything else.
+/// Parses the row of tasklist for a process with this name; without a match for other rows.
 QRegularExpressionMatch MatchRow(const QByteArray &line, const QString &imageName)
 {
     const QRegularExpression row(
@@ -76,7 +77,7 @@ QRegularExpressionMatch MatchRow(const QByteArray &line, const QString &imageNam
     return row.match(QString::fromUtf8(line));
 }
 
-/// A client that runs until it is destroyed.
+/// A client that runs until the object is destroyed.
 class RunningClient
 {
 public:
@@ -126,6 +127,7 @@ private slots:
     void xcopyWithoutSourceFails();
     void xcopyWithoutTargetFolderFails();
     void xcopyCannotReplaceARunningProgram();
+    void xcopyStopsAtTheFirstError();
     void xcopyRefusesOtherArguments_data();
     void xcopyRefusesOtherArguments();
 };
@@ -225,7 +227,7 @@ void TestHostTools::tasklistTakesNoArgumentForAName()
 void TestHostTools::tasklistDoesNotListItself()
 {
     const TestHome home;
-    // Under a name of its own: other tests may be running the command at this moment.
+    // Under another name, because other tests may run the command at this moment.
     const QString copy = TestHome::UniqueImageName();
     const QString folder = home.Scratch() + QStringLiteral("/tools/");
     QDir().mkpath(folder);
@@ -258,7 +260,7 @@ void TestHostTools::tasklistWithoutFilterListsEverything()
 void TestHostTools::tasklistNoLongerListsWhatHasEnded()
 {
     const TestHome home;
-    // A child of ours that has ended but was not asked for yet is still in the system's table.
+    // A child that has ended stays in the process table until waitpid().
     StandIn client(home.Scratch() + QLatin1Char('/') + TestHome::UniqueImageName());
     QProcess process;
     process.start(client.Path(), QStringList());
@@ -301,7 +303,7 @@ void TestHostTools::taskkillEndsEveryProcessOfAName()
     const RunningClient two(home, QStringLiteral("two/") + name);
     const RunningClient other(home, TestHome::UniqueImageName());
 
-    // In another case: names are compared as that system does it.
+    // Windows ignores the case of names.
     const Run run = TaskKill(name.toUpper());
 
     QCOMPARE(run.exitCode, 0);
@@ -373,16 +375,16 @@ void TestHostTools::xcopyReplacesFilesAndKeepsOthers()
     const TestHome home;
     const QString source = home.Scratch() + QStringLiteral("/pkg");
     WriteFile(source + QStringLiteral("/lib/a.txt"), "new");
-    WriteFile(home.ClientFolder() + QStringLiteral("/lib/a.txt"), "old and longer");
-    WriteFile(home.ClientFolder() + QStringLiteral("/lib/b.txt"), "kept");
-    const QString program = home.ClientFolder() + QStringLiteral("/lib/a.txt");
+    WriteFile(home.Installed(QStringLiteral("lib/a.txt")), "old and longer");
+    WriteFile(home.Installed(QStringLiteral("lib/b.txt")), "kept");
+    const QString program = home.Installed(QStringLiteral("lib/a.txt"));
     QVERIFY(QFile::setPermissions(program, QFile::permissions(program) | QFileDevice::ExeOwner |
                                                QFileDevice::ExeUser));
 
     QCOMPARE(Xcopy(source + QStringLiteral("/*"), home.ClientFolder()).exitCode, 0);
     QCOMPARE(ReadFile(program), QByteArray("new"));
-    QCOMPARE(ReadFile(home.ClientFolder() + QStringLiteral("/lib/b.txt")), QByteArray("kept"));
-    // What could be started before can be started after.
+    QCOMPARE(ReadFile(home.Installed(QStringLiteral("lib/b.txt"))), QByteArray("kept"));
+    // Execute permission is kept.
     QVERIFY(QFileInfo(program).isExecutable());
 }
 
@@ -403,7 +405,7 @@ void TestHostTools::xcopyTakesAnyNames()
     QFETCH(QString, name);
     const TestHome home;
     WriteFile(home.Scratch() + QLatin1Char('/') + name + QStringLiteral("/a.txt"), "a");
-    // Relative, so that a dash stands first.
+    // Relative, so that the name begins with a dash.
     QVERIFY(QDir::setCurrent(home.Scratch()));
     const Run run = Xcopy(name + QStringLiteral("/*"), QStringLiteral("to/") + name);
     QCOMPARE(run.exitCode, 0);
@@ -418,7 +420,7 @@ void TestHostTools::xcopyTakesSlashes()
     const Run run = Start("xcopy", {QStringLiteral("/Y"), QStringLiteral("/E"),
                                     home.Scratch() + QStringLiteral("/pkg/*"),
                                     home.Scratch() + QStringLiteral("/to")});
-    // A path that begins with a slash is none of the switches.
+    // A path that begins with a slash is not a switch.
     QCOMPARE(run.exitCode, 0);
     QVERIFY(QFile::exists(home.Scratch() + QStringLiteral("/to/a.txt")));
 }
@@ -467,6 +469,29 @@ void TestHostTools::xcopyCannotReplaceARunningProgram()
     QVERIFY(run.output.contains("Sharing violation\r\n"));
     QVERIFY(client.IsRunning());
     QVERIFY(ReadFile(client.File().Path()) == program);
+}
+
+void TestHostTools::xcopyStopsAtTheFirstError()
+{
+    const TestHome home;
+    const QString source = home.Scratch() + QStringLiteral("/pkg/");
+    const QString target = home.Scratch() + QStringLiteral("/to/");
+    const RunningClient client(home, QStringLiteral("to/deep/") + TestHome::UniqueImageName());
+    // xcopy copies files before folders, each sorted by name.
+    const QStringList before{QStringLiteral("a.txt"), QStringLiteral("z.txt"),
+                             QStringLiteral("apart/a.txt"), QStringLiteral("deep/A.txt")};
+    const QStringList after{QStringLiteral("deep/~.txt"), QStringLiteral("deep/a/a.txt"),
+                            QStringLiteral("~last/a.txt")};
+    for (const QString &file : before + after)
+        WriteFile(source + file, "new");
+    WriteFile(source + QStringLiteral("deep/") + client.Name(), "new");
+
+    QCOMPARE(Xcopy(source + QLatin1Char('*'), target).exitCode, 4);
+
+    for (const QString &file : before)
+        QVERIFY2(QFile::exists(target + file), qPrintable(file));
+    for (const QString &file : after)
+        QVERIFY2(!QFile::exists(target + file), qPrintable(file));
 }
 
 void TestHostTools::xcopyRefusesOtherArguments_data()

@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "install/zipdirectory.h"
 #include "tests/install/damagedarchives.h"
 #include "tests/support/compression.h"
 #include "tests/support/damageddisk.h"
-#include "tests/support/fulldisk.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/loglines.h"
 #include "tests/support/peakmemory.h"
-#include "tests/support/smallmachine.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
 #include "tests/support/zipmaker.h"
@@ -27,11 +28,11 @@
 namespace
 {
 
-/// The machine of a test with a client 1.0.0 and 2.1.3 offered, its package not made yet.
-class Machine : public TestHome
+/// A machine with client 1.0.0, to which 2.1.3 is offered. There is no package yet.
+class OfferMachine : public TestHome
 {
 public:
-    Machine()
+    OfferMachine()
     {
         WriteUpdateConfig(R"({"currentVersion": "1.0.0"})");
         ClientDataFolder();
@@ -46,18 +47,11 @@ public:
     {
         return DownloadFolder() + QLatin1Char('/') + path;
     }
-    QString Installed(const QString &path) const
-    {
-        return ClientFolder() + QLatin1Char('/') + path;
-    }
-    QString Notes() const { return ClientDataFolder() + QStringLiteral("/update.log"); }
-    QString Marker() const { return ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt"); }
-    QString UpdateConfig() const { return ProgramFolder() + QStringLiteral("/updateconfig.json"); }
     QString Xcopy() const { return CommandsFolder() + QStringLiteral("/xcopy"); }
 
     QStringList Messages() const { return m_log.Messages(); }
 
-    /// The messages without what the framework's zip reader and files have to say of themselves.
+    /// The messages without the warnings of Qt itself.
     QStringList OwnMessages() const
     {
         QStringList own;
@@ -68,7 +62,7 @@ public:
         return own;
     }
 
-    /// The files beside the package and below, each with its size.
+    /// All other files in the folder of the package, with their sizes.
     QStringList Unpacked() const
     {
         QStringList files;
@@ -84,7 +78,7 @@ public:
         return files;
     }
 
-    /// Everything there is on this machine: files with their sizes and folders.
+    /// All files of this machine with their sizes, and all folders.
     QStringList Everything() const
     {
         QStringList paths;
@@ -109,37 +103,27 @@ QString WithBackSlashes(QString path)
     return path.replace(QLatin1Char('/'), QLatin1Char('\\'));
 }
 
-/// As the log shows a text: in quotes, back-slashes doubled.
-QString Quoted(QString text)
-{
-    return QLatin1Char('"') + text.replace(QLatin1Char('\\'), QStringLiteral("\\\\")) +
-           QLatin1Char('"');
-}
-
 QString UnzipFailure(const QString &target)
 {
-    return QStringLiteral("[DEBUG] unzip  %1  failed: 5").arg(Quoted(target));
+    return LogLine::UnpackFailed(target, 5);
 }
 
-QStringList SuccessMessages(const Machine &machine, const QString &package)
+QStringList SuccessMessages(const OfferMachine &machine, const QString &package)
 {
-    return {QStringLiteral("[INFO] %1  successfully decompressed").arg(Quoted(package)),
-            QStringLiteral("[INFO] update.log write successed"),
-            QStringLiteral("[INFO] isShowUpdataInfo.txt write successed"),
-            QStringLiteral("[INFO] %1  copy file successed").arg(Quoted(machine.ProgramFolder())),
-            QStringLiteral("[WARNING] autoupdate config veison update successed")};
+    return {LogLine::Unpacked(package), LogLine::NotesWritten(), LogLine::MarkerWritten(),
+            LogLine::ClientCopied(machine.ProgramFolder()), LogLine::VersionRecorded()};
 }
 
-/// Verifies that nothing of what follows the extraction was done.
-void VerifyNothingInstalled(const Machine &machine, const StandIn &xcopy)
+/// Verifies that the installation ended with the extraction.
+void VerifyNothingInstalled(const OfferMachine &machine, const StandIn &xcopy)
 {
-    QVERIFY(!QFile::exists(machine.Notes()));
-    QVERIFY(!QFile::exists(machine.Marker()));
+    QVERIFY(!QFile::exists(machine.NotesFile()));
+    QVERIFY(!QFile::exists(machine.MarkerFile()));
     QCOMPARE(xcopy.Calls().size(), 0);
-    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray(R"({"currentVersion": "1.0.0"})"));
+    QCOMPARE(ReadFile(machine.UpdateConfigFile()), QByteArray(R"({"currentVersion": "1.0.0"})"));
 }
 
-/// The size that an archive declares for the entry at @p index.
+/// The size in the header of the entry at @p index.
 qint64 DeclaredSize(QByteArray archive, int index)
 {
     QBuffer buffer(&archive);
@@ -147,8 +131,8 @@ qint64 DeclaredSize(QByteArray archive, int index)
     return qint64(ReadZipDirectory(buffer).value(index).size);
 }
 
-/// Makes a package of one stored file, pkg/noise, and returns what is in it.
-QByteArray PackNoise(const Machine &machine)
+/// Makes a package of one stored file, pkg/noise, and returns its data.
+QByteArray PackNoise(const OfferMachine &machine)
 {
     const QByteArray noise = SomeNoise(500000);
     ZipMaker zip;
@@ -159,7 +143,7 @@ QByteArray PackNoise(const Machine &machine)
 }
 
 #ifdef Q_OS_LINUX
-/// An archive whose list of entries has at least @p size bytes.
+/// An archive whose central directory has at least @p size bytes.
 QByteArray ZipWithListOf(int size)
 {
     const QByteArray name(60000, 'n');
@@ -174,7 +158,7 @@ QByteArray ZipWithListOf(int size)
 }
 #endif
 
-/// While it lives, the second write to a file fails, and no other.
+/// While it lives, the second write to a file fails, but no other.
 class OneFailedWrite : public QAbstractFileEngineHandler
 {
 public:
@@ -205,7 +189,7 @@ private:
 
 using Fill = std::function<void(ZipMaker &)>;
 
-/// A row with the column "archive".
+/// Adds a row with the column "archive".
 void AddArchive(const char *name, const Fill &fill)
 {
     ZipMaker zip;
@@ -294,7 +278,7 @@ private slots:
 
 void TestPackageInstall::packageReplacesTheClient()
 {
-    const Machine machine;
+    const OfferMachine machine;
     WriteFile(machine.Installed(QStringLiteral("app.txt")), "old and longer than the new one");
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
@@ -312,12 +296,12 @@ void TestPackageInstall::packageReplacesTheClient()
     QVERIFY(QFileInfo(machine.Installed(QStringLiteral("empty/deep"))).isDir());
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("nothing.txt"))), QByteArray());
 
-    QCOMPARE(ReadFile(machine.Notes()), QByteArray(u8"1. New\n2. 更新"));
-    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
-    QCOMPARE(ReadFile(machine.UpdateConfig()),
+    QCOMPARE(ReadFile(machine.NotesFile()), QByteArray(u8"1. New\n2. 更新"));
+    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1"));
+    QCOMPARE(ReadFile(machine.UpdateConfigFile()),
              QByteArray("{\n    \"currentVersion\": \"2.1.3\"\n}\n"));
 
-    // Package and extracted folder stay.
+    // The package and the extracted folder stay.
     QCOMPARE(ReadFile(machine.Package()), zip.Bytes());
     QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/app.txt"))), QByteArray("new"));
     QCOMPARE(Global::instance.packageDir,
@@ -327,7 +311,7 @@ void TestPackageInstall::packageReplacesTheClient()
 
 void TestPackageInstall::restOfTheClientStays()
 {
-    const Machine machine;
+    const OfferMachine machine;
     WriteFile(machine.Installed(QStringLiteral("settings.ini")), "mine");
     WriteFile(machine.Installed(QStringLiteral("lib/plugin.txt")), "mine too");
     ZipMaker zip;
@@ -340,14 +324,14 @@ void TestPackageInstall::restOfTheClientStays()
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("settings.ini"))), QByteArray("mine"));
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("lib/plugin.txt"))), QByteArray("mine too"));
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("lib/new.txt"))), QByteArray("new"));
-    QVERIFY(QFile::exists(machine.UpdateConfig()));
-    // The package's own folder name does not turn up in the client's folder.
+    QVERIFY(QFile::exists(machine.UpdateConfigFile()));
+    // The top folder of the package is not created in the client's folder.
     QVERIFY(!QFile::exists(machine.Installed(QStringLiteral("pkg"))));
 }
 
 void TestPackageInstall::packageInAFolderWithBlanksAndChinese()
 {
-    const Machine machine;
+    const OfferMachine machine;
     const QString package = machine.Home() + QStringLiteral("/我的 文件/客户端 2.1.3.zip");
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("客户端 2.1.3"));
@@ -361,7 +345,7 @@ void TestPackageInstall::packageInAFolderWithBlanksAndChinese()
 
 void TestPackageInstall::extractedFileReplacesAnOlderOne()
 {
-    const Machine machine;
+    const OfferMachine machine;
     WriteFile(machine.Downloaded(QStringLiteral("pkg/app.txt")), QByteArray(1000, 'o'));
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
@@ -373,7 +357,7 @@ void TestPackageInstall::extractedFileReplacesAnOlderOne()
 
 void TestPackageInstall::largeFilesArriveWhole()
 {
-    const Machine machine;
+    const OfferMachine machine;
     const QByteArray noise = SomeNoise(5 << 20);
     const QByteArray zeros(20 << 20, '\0');
     ZipMaker zip;
@@ -390,10 +374,10 @@ void TestPackageInstall::largeFilesArriveWhole()
 
 void TestPackageInstall::linksAreSkipped()
 {
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
-    zip.AddLink(QStringLiteral("pkg/link"), machine.UpdateConfig());
+    zip.AddLink(QStringLiteral("pkg/link"), machine.UpdateConfigFile());
     zip.AddLink(QStringLiteral("pkg/folder"), machine.Home());
     zip.AddLink(QStringLiteral("missing/link"), QStringLiteral("app.txt"));
     zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
@@ -409,33 +393,33 @@ void TestPackageInstall::linksAreSkipped()
 #ifdef Q_OS_UNIX
 void TestPackageInstall::modesAndTimesOfTheArchiveAreNotApplied_posix()
 {
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     zip.SetPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ExeOther);
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFile(QStringLiteral("pkg/app.txt"), "new");
     zip.WriteTo(machine.Package());
-    const QString beside = machine.Downloaded(QStringLiteral("beside"));
-    WriteFile(beside, "made like any other file");
+    const QString other = machine.Downloaded(QStringLiteral("other"));
+    WriteFile(other, "an ordinary file");
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     const QFileInfo extracted(machine.Downloaded(QStringLiteral("pkg/app.txt")));
-    QCOMPARE(extracted.permissions(), QFileInfo(beside).permissions());
-    QVERIFY(extracted.lastModified() >= QFileInfo(beside).lastModified());
+    QCOMPARE(extracted.permissions(), QFileInfo(other).permissions());
+    QVERIFY(extracted.lastModified() >= QFileInfo(other).lastModified());
 }
 
 void TestPackageInstall::failedWritesAreNotNoticed_posix_data()
 {
     QTest::addColumn<int>("room");
     QTest::newRow("full") << 0;
-    // In the middle of what is written at once.
+    // In the middle of a single write.
     QTest::newRow("full after 100,000 bytes of each file") << 100000;
 }
 
 void TestPackageInstall::failedWritesAreNotNoticed_posix()
 {
     QFETCH(int, room);
-    const Machine machine;
+    const OfferMachine machine;
     const QByteArray noise = SomeNoise(500000);
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
@@ -455,19 +439,19 @@ void TestPackageInstall::failedWritesAreNotNoticed_posix()
     QVERIFY(unpacked("stored") == noise.left(room));
     QVERIFY(unpacked("deflated") == noise.left(room));
     QCOMPARE(unpacked("small"), QByteArray("small").left(room));
-    QCOMPARE(ReadFile(machine.Notes()), Global::instance.latestVersionInfo.toUtf8().left(room));
-    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1").left(room));
+    QCOMPARE(ReadFile(machine.NotesFile()), Global::instance.latestVersionInfo.toUtf8().left(room));
+    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1").left(room));
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
 }
 #endif
 
 void TestPackageInstall::nothingFollowsAFailedWrite()
 {
-    const Machine machine;
+    const OfferMachine machine;
     const QByteArray noise = PackNoise(machine);
     const QString target = machine.Downloaded(QStringLiteral("pkg/noise"));
     {
-        // There is space again at once: another program has freed some.
+        // Space is available again at once, as if another program had freed some.
         const OneFailedWrite disk(target);
         QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     }
@@ -498,7 +482,7 @@ void TestPackageInstall::fileWithoutItsFolderFails_data()
 void TestPackageInstall::fileWithoutItsFolderFails()
 {
     QFETCH(QByteArray, archive);
-    const Machine machine;
+    const OfferMachine machine;
     WriteFile(machine.Package(), archive);
     const StandIn xcopy(machine.Xcopy());
 
@@ -512,7 +496,7 @@ void TestPackageInstall::fileWithoutItsFolderFails()
 
 void TestPackageInstall::earlierEntriesStayWhenOneFails()
 {
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFile(QStringLiteral("pkg/first.txt"), "first");
@@ -526,20 +510,20 @@ void TestPackageInstall::earlierEntriesStayWhenOneFails()
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("missing/second.txt")))));
     QCOMPARE(ReadFile(machine.Downloaded(QStringLiteral("pkg/first.txt"))), QByteArray("first"));
     QVERIFY(!QFile::exists(machine.Downloaded(QStringLiteral("pkg/third.txt"))));
-    // The archive is closed again: it could be removed on every system.
+    // The archive was closed: Windows does not remove an open file.
     QVERIFY(QFile::remove(machine.Package()));
     VerifyNothingInstalled(machine, xcopy);
 }
 
 void TestPackageInstall::fileInThePlaceOfAFolderFails()
 {
-    const Machine machine;
+    const OfferMachine machine;
     WriteFile(machine.Downloaded(QStringLiteral("pkg")), "a file");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
 
-    // That the folder cannot be made goes unnoticed; its first file has nowhere to go.
+    // The failure to create the folder is ignored, but its first file cannot be created.
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(),
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
@@ -548,7 +532,7 @@ void TestPackageInstall::fileInThePlaceOfAFolderFails()
 
 void TestPackageInstall::folderInThePlaceOfAFileFails()
 {
-    const Machine machine;
+    const OfferMachine machine;
     QDir().mkpath(machine.Downloaded(QStringLiteral("pkg/app.txt")));
     ZipMaker zip;
     AddThreeEntries(zip);
@@ -566,14 +550,14 @@ void TestPackageInstall::damagedEntryFails_data()
 void TestPackageInstall::damagedEntryFails()
 {
     QFETCH(QByteArray, archive);
-    const Machine machine;
+    const OfferMachine machine;
     WriteFile(machine.Package(), archive);
     const StandIn xcopy(machine.Xcopy());
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.OwnMessages(),
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
-    // Some of it may have come out, for the damage shows at the end only.
+    // Part of it may have been extracted, because the damage shows at the end only.
     QVERIFY(!QFile::exists(machine.Downloaded(QStringLiteral("pkg/after.txt"))));
     QVERIFY(QFileInfo(machine.Downloaded(QStringLiteral("pkg/app.txt"))).size() <=
             DeclaredSize(archive, 1));
@@ -582,7 +566,7 @@ void TestPackageInstall::damagedEntryFails()
 
 void TestPackageInstall::damagedDiskFails()
 {
-    const Machine machine;
+    const OfferMachine machine;
     const QByteArray noise = PackNoise(machine);
     const StandIn xcopy(machine.Xcopy());
     const QString target = machine.Downloaded(QStringLiteral("pkg/noise"));
@@ -607,7 +591,7 @@ void TestPackageInstall::entryThatTheReaderRefusesFails_data()
     };
     row("zip64 needed", ZipMaker::VersionNeeded, 45, "pkg/app.txt");
     row("latest version needed", ZipMaker::VersionNeeded, 63, "pkg/app.txt");
-    // Of an entry made by a system that it does not know the reader gives no path.
+    // The reader returns no path for an entry from an unknown system.
     row("made on another system", ZipMaker::MadeBy, 5 << 8, "");
 }
 
@@ -615,7 +599,7 @@ void TestPackageInstall::entryThatTheReaderRefusesFails()
 {
     QFETCH(QByteArray, archive);
     QFETCH(QString, target);
-    const Machine machine;
+    const OfferMachine machine;
     WriteFile(machine.Package(), archive);
     const StandIn xcopy(machine.Xcopy());
 
@@ -627,7 +611,7 @@ void TestPackageInstall::entryThatTheReaderRefusesFails()
 
 void TestPackageInstall::secondEntryOfTheSameNameFails()
 {
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFile(QStringLiteral("pkg/app.txt"), "first");
@@ -636,7 +620,7 @@ void TestPackageInstall::secondEntryOfTheSameNameFails()
     zip.WriteTo(machine.Package());
     const StandIn xcopy(machine.Xcopy());
 
-    // The reader would hand out the first one's data again: the second's cannot be had.
+    // The reader would return the data of the first one again.
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(),
              QStringList(UnzipFailure(machine.Downloaded(QStringLiteral("pkg/app.txt")))));
@@ -664,7 +648,7 @@ void TestPackageInstall::entryInThePlaceOfThePackageFails()
 {
     QFETCH(QByteArray, name);
     QFETCH(QString, target);
-    const Machine machine;
+    const OfferMachine machine;
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
@@ -678,7 +662,7 @@ void TestPackageInstall::entryInThePlaceOfThePackageFails()
     VerifyNothingInstalled(machine, xcopy);
 }
 
-/// What becomes of archives that mean harm, but whose headers and data go together.
+/// Archives that are valid but hostile.
 void TestPackageInstall::hostileArchives_data()
 {
     QTest::addColumn<QByteArray>("archive");
@@ -694,7 +678,7 @@ void TestPackageInstall::hostileArchives_data()
     const QString longestName = QStringLiteral("pkg/") + QString(65531, QLatin1Char('n'));
     constexpr quint32 encrypted = 0x0801;
 
-    // The disk alone limits what a package may hold; an entry has less than 2 GiB.
+    // Only the disk limits the size of a package, and 2 GiB that of an entry.
     row("64 MiB from 64 KiB, as it says", 0, {QStringLiteral("pkg/bomb 67108864")},
         [](ZipMaker &zip) { zip.AddFile(QStringLiteral("pkg/bomb"), QByteArray(64 << 20, '\0')); });
     row("data of two entries", 0,
@@ -712,12 +696,12 @@ void TestPackageInstall::hostileArchives_data()
     });
     row("name of 64 KiB", -1, {}, [&](ZipMaker &zip) { zip.AddFile(longestName, "long"); });
 #ifdef Q_OS_UNIX
-    // Wine reports no failure for such a path.
+    // Wine reports no error for such a path.
     row("name of 64 KiB in short parts", -1, {}, [](ZipMaker &zip) {
         zip.AddRawName("pkg/" + QByteArray("part/").repeated(13105) + "part", "deep");
     });
 #endif
-    // That a folder cannot be made goes unnoticed until a file wants to be in it.
+    // The failure to create a folder is ignored until a file in it cannot be created.
     row("folder with a name of 64 KiB", 0, {QStringLiteral("pkg/after 5")}, [&](ZipMaker &zip) {
         zip.AddFolder(longestName.chopped(1));
         zip.AddFile(QStringLiteral("pkg/after"), "after");
@@ -732,7 +716,7 @@ void TestPackageInstall::hostileArchives_data()
         zip.AddFile(QStringLiteral("pkg/secret"), QByteArray(), ZipMaker::Stored);
         zip.Set(1, ZipMaker::Flags, encrypted);
     });
-    // A folder has no data that could not be read.
+    // A folder has no data that could be unreadable.
     row("encrypted folder", 0, {QStringLiteral("pkg/after 5")}, [](ZipMaker &zip) {
         zip.AddFolder(QStringLiteral("pkg/secret"));
         zip.AddFile(QStringLiteral("pkg/after"), "after");
@@ -753,7 +737,7 @@ void TestPackageInstall::hostileArchives()
 {
     QFETCH(QByteArray, archive);
     QFETCH(int, result);
-    const Machine machine;
+    const OfferMachine machine;
     WriteFile(machine.Package(), archive);
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), result);
@@ -762,15 +746,15 @@ void TestPackageInstall::hostileArchives()
         QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
     } else {
         QCOMPARE(machine.Messages().size(), 1);
-        QVERIFY(machine.Messages().first().startsWith(QLatin1String("[DEBUG] unzip  ")));
+        QVERIFY(machine.Messages().first().startsWith(LogLine::UnpackFailedBegin()));
     }
 }
 
 void TestPackageInstall::largestEntryIsInstalledWithoutMemory()
 {
-    // The most that Qt's reader can tell.
+    // The largest size that Qt's reader can return.
     constexpr quint32 size = 0x7fffffff;
-    const Machine machine;
+    const OfferMachine machine;
     const StandIn xcopy(machine.Xcopy());
     WriteFile(machine.Package(), ZipOfZeros(size));
 
@@ -789,17 +773,15 @@ void TestPackageInstall::listBeyondTheMachinesMemoryFails_posix()
 #ifdef __SANITIZE_ADDRESS__
     QSKIP("The sanitizer reserves more memory than a small machine has.");
 #endif
-    const Machine machine;
+    const OfferMachine machine;
     const StandIn xcopy(machine.Xcopy());
     WriteFile(machine.Package(), ZipWithListOf(120000000));
     {
-        const SmallMachine memory(32U << 20);
+        const LittleMemory memory(32U << 20);
         QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     }
     QCOMPARE(machine.Unpacked(), QStringList());
-    QCOMPARE(
-        machine.Messages(),
-        QStringList(QStringLiteral("[DEBUG] unzip  %1  failed: 4").arg(Quoted(machine.Package()))));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::UnpackFailed(machine.Package(), 4)));
     VerifyNothingInstalled(machine, xcopy);
 }
 #endif
@@ -818,7 +800,7 @@ void TestPackageInstall::nameThatIsNoHarmlessFileFails_data()
 void TestPackageInstall::nameThatIsNoHarmlessFileFails()
 {
     QFETCH(QByteArray, name);
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFolder(QStringLiteral("pkg/aux"));
@@ -831,7 +813,7 @@ void TestPackageInstall::nameThatIsNoHarmlessFileFails()
 
 void TestPackageInstall::batchFileIsInstalled()
 {
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg")).AddFile(QStringLiteral("pkg/repair.bat"), "@echo off");
     WriteFile(machine.Package(), zip.Bytes());
@@ -843,19 +825,19 @@ void TestPackageInstall::moreEntriesThanTheCountHolds_data()
 {
     QTest::addColumn<quint32>("count");
     QTest::addColumn<QStringList>("unpacked");
-    // As programs write it that know of zip64: the marker, and the true count in a record between.
+    // With zip64: a marker here, and the true count in an extra record.
     QTest::newRow("zip64") << 0xffffU << QStringList(QStringLiteral("pkg/first 5"));
-    // As others do: what the count no longer holds is gone.
+    // Without zip64: the count modulo 65536.
     QTest::newRow("65,537, of which 1 is left") << 1U << QStringList();
     QTest::newRow("65,538, of which 2 are left")
         << 2U << QStringList(QStringLiteral("pkg/first 5"));
 }
 
-/// Those that the count does not tell of are left out, without a word: vendors must not make such.
+/// Entries beyond the count are silently left out, so vendors must not make such archives.
 void TestPackageInstall::moreEntriesThanTheCountHolds()
 {
     QFETCH(quint32, count);
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddFile(QStringLiteral("pkg/first"), "first");
@@ -887,7 +869,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails_data()
     same("pkg/app.txt:evil");
     same("pkg/.. /evil.txt");
     same("pkg/.../evil.txt");
-    // The same for folders.
+    // The same with folders.
     row("pkg/../../evil/", "pkg/../../evil");
     row("C:/evil/", "C:/evil");
 #ifdef Q_OS_WIN
@@ -906,7 +888,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails()
 {
     QFETCH(QByteArray, name);
     QFETCH(QString, target);
-    const Machine machine;
+    const OfferMachine machine;
     const StandIn xcopy(machine.Xcopy());
     QVERIFY(QDir().mkpath(machine.Downloaded(QStringLiteral("pkg"))));
     ZipMaker zip;
@@ -914,7 +896,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails()
     zip.AddRawName(name, "evil");
     zip.AddFile(QStringLiteral("pkg/after.txt"), "after");
     zip.WriteTo(machine.Package());
-    // One of the names leads there.
+    // One of the names leads to this path.
     QVERIFY(QFileInfo(machine.Scratch()).isDir());
     const QStringList before = machine.Everything();
 
@@ -925,7 +907,7 @@ void TestPackageInstall::nameThatLeavesTheFolderFails()
 
 void TestPackageInstall::nameWithoutUtf8MarkStaysInTheFolder()
 {
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("pkg"));
     zip.AddRawName("pkg/\xd6\xd0\xce\xc4.txt", "GBK");
@@ -954,7 +936,7 @@ void TestPackageInstall::leadingDotsAndSlashesAreDropped_data()
 void TestPackageInstall::leadingDotsAndSlashesAreDropped()
 {
     QFETCH(QByteArray, name);
-    const Machine machine;
+    const OfferMachine machine;
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     zip.AddRawName(name, "evil");
@@ -974,7 +956,7 @@ void TestPackageInstall::unusualArchivesAreInstalled_data()
             change(zip);
         });
     };
-    changed("sizes behind the data", [](ZipMaker &zip) {
+    changed("sizes after the data", [](ZipMaker &zip) {
         zip.UseDataDescriptor(1);
         zip.UseDataDescriptor(2);
     });
@@ -1012,7 +994,7 @@ void TestPackageInstall::unusualArchivesAreInstalled_data()
 void TestPackageInstall::unusualArchivesAreInstalled()
 {
     QFETCH(QByteArray, archive);
-    const Machine machine;
+    const OfferMachine machine;
     WriteFile(machine.Package(), archive);
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("app.txt"))), SomeText());
@@ -1043,7 +1025,7 @@ void TestPackageInstall::unreadableArchiveInstallsNothingAndSucceeds_data()
 void TestPackageInstall::unreadableArchiveInstallsNothingAndSucceeds()
 {
     QFETCH(QByteArray, archive);
-    const Machine machine;
+    const OfferMachine machine;
     if (!archive.isNull())
         WriteFile(machine.Package(), archive);
     const StandIn xcopy(machine.Xcopy());
@@ -1052,14 +1034,14 @@ void TestPackageInstall::unreadableArchiveInstallsNothingAndSucceeds()
     QCOMPARE(machine.OwnMessages(), SuccessMessages(machine, machine.Package()));
     QCOMPARE(QDir(machine.DownloadFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
              archive.isNull() ? QStringList() : QStringList(QStringLiteral("pkg.zip")));
-    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
-    QVERIFY(QFile::exists(machine.Notes()));
+    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1"));
+    QVERIFY(QFile::exists(machine.NotesFile()));
     QCOMPARE(xcopy.Calls().size(), 1);
 }
 
 void TestPackageInstall::packageWithoutItsTopFolderCopiesNothingAndSucceeds()
 {
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     zip.AddFolder(QStringLiteral("other"));
     zip.AddFile(QStringLiteral("other/app.txt"), "new");
@@ -1086,30 +1068,30 @@ void TestPackageInstall::notesAreReplaced_data()
 void TestPackageInstall::notesAreReplaced()
 {
     QFETCH(QString, notes);
-    const Machine machine;
-    WriteFile(machine.Notes(), "notes of the version before, which were longer than these");
+    const OfferMachine machine;
+    WriteFile(machine.NotesFile(), "notes of the version before, which were longer than these");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
     Global::instance.latestVersionInfo = notes;
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
-    QTEST(ReadFile(machine.Notes()), "content");
+    QTEST(ReadFile(machine.NotesFile()), "content");
 }
 
 void TestPackageInstall::markerIsReplaced()
 {
-    const Machine machine;
-    WriteFile(machine.Marker(), "0 from before");
+    const OfferMachine machine;
+    WriteFile(machine.MarkerFile(), "0 from before");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
-    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
+    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1"));
 }
 
 void TestPackageInstall::missingClientDataFolderFails()
 {
-    const Machine machine;
+    const OfferMachine machine;
     const QString roaming = machine.Home() + QStringLiteral("/AppData/Roaming");
     QVERIFY(QDir(roaming).removeRecursively());
     const StandIn xcopy(machine.Xcopy());
@@ -1119,7 +1101,7 @@ void TestPackageInstall::missingClientDataFolderFails()
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 1)
-                                     << QStringLiteral("[DEBUG] update.log write failed: 5"));
+                                     << LogLine::NotesWriteFailed());
     QVERIFY(!QFile::exists(roaming));
     QVERIFY(QFile::exists(machine.Downloaded(QStringLiteral("pkg/after.txt"))));
     VerifyNothingInstalled(machine, xcopy);
@@ -1128,8 +1110,8 @@ void TestPackageInstall::missingClientDataFolderFails()
 
 void TestPackageInstall::notesThatCannotBeOpenedFail()
 {
-    const Machine machine;
-    QVERIFY(QDir().mkpath(machine.Notes()));
+    const OfferMachine machine;
+    QVERIFY(QDir().mkpath(machine.NotesFile()));
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     AddThreeEntries(zip);
@@ -1137,27 +1119,26 @@ void TestPackageInstall::notesThatCannotBeOpenedFail()
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 1)
-                                     << QStringLiteral("[DEBUG] update.log write failed: 5"));
-    QVERIFY(!QFile::exists(machine.Marker()));
+                                     << LogLine::NotesWriteFailed());
+    QVERIFY(!QFile::exists(machine.MarkerFile()));
     QCOMPARE(xcopy.Calls().size(), 0);
 }
 
 void TestPackageInstall::markerThatCannotBeOpenedFails()
 {
-    const Machine machine;
-    QVERIFY(QDir().mkpath(machine.Marker()));
+    const OfferMachine machine;
+    QVERIFY(QDir().mkpath(machine.MarkerFile()));
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
-    QCOMPARE(machine.Messages(),
-             SuccessMessages(machine, machine.Package()).mid(0, 2)
-                 << QStringLiteral("[DEBUG] isShowUpdataInfo.txt write failed: 5"));
-    QVERIFY(QFile::exists(machine.Notes()));
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 2)
+                                     << LogLine::MarkerWriteFailed());
+    QVERIFY(QFile::exists(machine.NotesFile()));
     QCOMPARE(xcopy.Calls().size(), 0);
-    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray(R"({"currentVersion": "1.0.0"})"));
+    QCOMPARE(ReadFile(machine.UpdateConfigFile()), QByteArray(R"({"currentVersion": "1.0.0"})"));
 }
 
 void TestPackageInstall::xcopyIsCalledWithSourceAndDestination_data()
@@ -1170,12 +1151,12 @@ void TestPackageInstall::xcopyIsCalledWithSourceAndDestination_data()
     row("/pkg.zip", "\\pkg\\*");
     row("/a b/pkg 2.1.zip", "\\a b\\pkg 2.1\\*");
     row(u8"/客户端/包.zip", u8"\\客户端\\包\\*");
-    // Cut at the first ".zip" wherever it stands.
+    // Cut at the first ".zip".
     row("/my.zips/pkg.zip", "\\my\\*");
     row("/pkg.zip.zip", "\\pkg\\*");
     row("/pkg.zipped.tmp", "\\pkg\\*");
     row("/.zip", "\\\\*");
-    // No ".zip": nothing to cut.
+    // Nothing to cut without ".zip".
     row("/pkg.ZIP", "\\pkg.ZIP\\*");
     row("/pkg.zi", "\\pkg.zi\\*");
 }
@@ -1184,7 +1165,7 @@ void TestPackageInstall::xcopyIsCalledWithSourceAndDestination()
 {
     QFETCH(QString, package);
     QFETCH(QString, source);
-    const Machine machine;
+    const OfferMachine machine;
     const StandIn xcopy(machine.Xcopy());
     const QString path = machine.Scratch() + package;
     ZipMaker zip;
@@ -1198,13 +1179,13 @@ void TestPackageInstall::xcopyIsCalledWithSourceAndDestination()
                                     QStringLiteral("/i"), QStringLiteral("/q"), expectedSource,
                                     WithBackSlashes(machine.ClientFolder())}}));
     QCOMPARE(Global::instance.packageDir, expectedSource);
-    // Unpacked beside the package in any case.
+    // Unpacked next to the package in any case.
     QVERIFY(QFile::exists(QFileInfo(path).path() + QStringLiteral("/pkg/app.txt")));
 }
 
 void TestPackageInstall::relativePackagePath()
 {
-    const Machine machine;
+    const OfferMachine machine;
     const StandIn xcopy(machine.Xcopy());
     ZipMaker zip;
     AddThreeEntries(zip);
@@ -1217,7 +1198,7 @@ void TestPackageInstall::relativePackagePath()
 
 void TestPackageInstall::destinationIsTheParentOfTheWorkingFolder()
 {
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
@@ -1229,13 +1210,12 @@ void TestPackageInstall::destinationIsTheParentOfTheWorkingFolder()
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     QCOMPARE(ReadFile(parent + QStringLiteral("/app.txt")), SomeText());
     QVERIFY(!QFile::exists(folder + QStringLiteral("/app.txt")));
-    QCOMPARE(machine.Messages().value(3),
-             QStringLiteral("[INFO] %1  copy file successed").arg(Quoted(folder)));
+    QCOMPARE(machine.Messages().value(3), LogLine::ClientCopied(folder));
 }
 
 void TestPackageInstall::xcopyIsWaitedForWithoutLimit()
 {
-    const Machine machine;
+    const OfferMachine machine;
     StandIn xcopy(machine.Xcopy());
     xcopy.SetScript("stay\n");
     ZipMaker zip;
@@ -1273,7 +1253,7 @@ void TestPackageInstall::exitCodeOfXcopyIsNotExamined_data()
 void TestPackageInstall::exitCodeOfXcopyIsNotExamined()
 {
     QFETCH(QByteArray, script);
-    const Machine machine;
+    const OfferMachine machine;
     StandIn xcopy(machine.Xcopy());
     xcopy.SetScript(script);
     ZipMaker zip;
@@ -1286,18 +1266,11 @@ void TestPackageInstall::exitCodeOfXcopyIsNotExamined()
 }
 
 #ifdef Q_OS_UNIX
-/// A command of the test's own, as a shell script.
-static void WriteCommand(const QString &path, const QByteArray &lines)
-{
-    WriteFile(path, "#!/bin/sh\n" + lines);
-    QVERIFY(QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                            QFileDevice::ExeOwner));
-}
 
 void TestPackageInstall::crashOfXcopyIsNotExamined_posix()
 {
-    const Machine machine;
-    WriteCommand(machine.Xcopy(), "kill -KILL $$\n");
+    const OfferMachine machine;
+    WriteShellScript(machine.Xcopy(), "kill -KILL $$\n");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
@@ -1307,24 +1280,23 @@ void TestPackageInstall::crashOfXcopyIsNotExamined_posix()
 
 void TestPackageInstall::xcopyThatCannotBeStartedFails_posix()
 {
-    const Machine machine;
+    const OfferMachine machine;
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
     qputenv("PATH", QFile::encodeName(machine.Scratch()));
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), -1);
-    QCOMPARE(machine.Messages(),
-             SuccessMessages(machine, machine.Package()).mid(0, 3)
-                 << QStringLiteral("[DEBUG] copy file error:  QProcess::FailedToStart"));
-    QCOMPARE(ReadFile(machine.Marker()), QByteArray("1"));
-    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray(R"({"currentVersion": "1.0.0"})"));
+    QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 3)
+                                     << LogLine::CopyFailed());
+    QCOMPARE(ReadFile(machine.MarkerFile()), QByteArray("1"));
+    QCOMPARE(ReadFile(machine.UpdateConfigFile()), QByteArray(R"({"currentVersion": "1.0.0"})"));
 }
 
 void TestPackageInstall::xcopyRunsInTheWorkingFolder_posix()
 {
-    const Machine machine;
-    WriteCommand(machine.Xcopy(), "printf %s \"$(pwd -P)\" > ran-here\n");
+    const OfferMachine machine;
+    WriteShellScript(machine.Xcopy(), "printf %s \"$(pwd -P)\" > ran-here\n");
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
@@ -1336,48 +1308,48 @@ void TestPackageInstall::xcopyRunsInTheWorkingFolder_posix()
 
 void TestPackageInstall::versionThatCannotBeRecordedStillSucceeds()
 {
-    const Machine machine;
-    QVERIFY(QFile::remove(machine.UpdateConfig()));
-    QVERIFY(QDir().mkpath(machine.UpdateConfig()));
+    const OfferMachine machine;
+    QVERIFY(QFile::remove(machine.UpdateConfigFile()));
+    QVERIFY(QDir().mkpath(machine.UpdateConfigFile()));
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()).mid(0, 4)
-                                     << QStringLiteral("[DEBUG] WriteConfigToFile failed: 5"));
+                                     << LogLine::UpdateConfigWriteFailed(5));
     QCOMPARE(ReadFile(machine.Installed(QStringLiteral("app.txt"))), SomeText());
 }
 
 void TestPackageInstall::missingUpdateConfigIsMade()
 {
-    const Machine machine;
-    QVERIFY(QFile::remove(machine.UpdateConfig()));
+    const OfferMachine machine;
+    QVERIFY(QFile::remove(machine.UpdateConfigFile()));
     ZipMaker zip;
     AddThreeEntries(zip);
     zip.WriteTo(machine.Package());
 
     QCOMPARE(Global::instance.InstallPackage(machine.Package()), 0);
     QCOMPARE(machine.Messages(), SuccessMessages(machine, machine.Package()));
-    QCOMPARE(ReadFile(machine.UpdateConfig()), QByteArray("{\n"
-                                                          "    \"currentVersion\": \"2.1.3\",\n"
-                                                          "    \"noRemind\": 0,\n"
-                                                          "    \"noRemindVersion\": \"\"\n"
-                                                          "}\n"));
+    QCOMPARE(ReadFile(machine.UpdateConfigFile()), QByteArray("{\n"
+                                                              "    \"currentVersion\": \"2.1.3\",\n"
+                                                              "    \"noRemind\": 0,\n"
+                                                              "    \"noRemindVersion\": \"\"\n"
+                                                              "}\n"));
 }
 
 void TestPackageInstall::scriptIsWritten()
 {
-    const Machine machine;
+    const OfferMachine machine;
     Global::instance.scriptPath = machine.Scratch() + QStringLiteral("/update.scpt");
     Global::instance.WriteScript(QStringLiteral("start \"更新\"\n"));
     QCOMPARE(ReadFile(Global::instance.scriptPath), QByteArray(u8"start \"更新\"\n"));
-    QCOMPARE(machine.Messages(), QStringList(QStringLiteral("[INFO] cmdscpt write successed")));
+    QCOMPARE(machine.Messages(), QStringList(LogLine::ScriptWritten()));
 }
 
 void TestPackageInstall::scriptIsReplaced()
 {
-    const Machine machine;
+    const OfferMachine machine;
     Global::instance.scriptPath = machine.Scratch() + QStringLiteral("/update.scpt");
     WriteFile(Global::instance.scriptPath, "an older and longer script");
     Global::instance.WriteScript(QStringLiteral("new"));
@@ -1397,12 +1369,12 @@ void TestPackageInstall::scriptThatCannotBeOpenedIsLogged_data()
 void TestPackageInstall::scriptThatCannotBeOpenedIsLogged()
 {
     QFETCH(QString, tail);
-    const Machine machine;
+    const OfferMachine machine;
     QVERIFY(QDir(machine.Scratch()).mkdir(QStringLiteral("folder")));
     Global::instance.scriptPath = machine.Scratch() + tail;
     Global::instance.WriteScript(QStringLiteral("the script"));
     QCOMPARE(machine.Messages(),
-             QStringList(QStringLiteral("[DEBUG] \"the script\"  write failed: 5")));
+             QStringList(LogLine::ScriptWriteFailed(QStringLiteral("the script"))));
     QVERIFY(!QFile::exists(machine.Scratch() + QStringLiteral("/missing")));
 }
 

@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "install/clientprocess.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/loglines.h"
 #include "tests/support/standinfile.h"
 #include "tests/support/testhome.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTest>
 #include <QThread>
 
@@ -20,7 +21,7 @@ private slots:
     void outputUntilTheLimitDecides();
 };
 
-// Both cases at once: each takes the whole limit.
+// Both cases at once, because each takes the whole time limit.
 void TestTasklistLimit::outputUntilTheLimitDecides()
 {
     const TestHome home;
@@ -29,7 +30,7 @@ void TestTasklistLimit::outputUntilTheLimitDecides()
     Global::instance.appPath = home.ClientFolder() + QLatin1Char('/');
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("qorb-meeting://abc"));
 
-    // It prints the client's name and never ends.
+    // It prints the client's name but never ends.
     StandIn tasklist(home.CommandsFolder() + QStringLiteral("/tasklist"));
     tasklist.SetScript(StandIn::Prints(Global::instance.appName.toLocal8Bit()) + "stay\n");
 
@@ -40,11 +41,8 @@ void TestTasklistLimit::outputUntilTheLimitDecides()
     timer.start();
     const std::unique_ptr<QThread> printed(
         QThread::create([&result] { result = Global::instance.CheckClientRunning(); }));
-    const std::unique_ptr<QThread> notPrinted(QThread::create([&otherListed] {
-        QProcess process;
-        otherListed = ClientIsListed(process, QStringLiteral("Other.exe"));
-        process.close();
-    }));
+    const std::unique_ptr<QThread> notPrinted(QThread::create(
+        [&otherListed] { otherListed = ClientIsListed(QStringLiteral("Other.exe")); }));
     printed->start();
     notPrinted->start();
     QVERIFY(printed->wait(120000));
@@ -56,9 +54,7 @@ void TestTasklistLimit::outputUntilTheLimitDecides()
     QCOMPARE(tasklist.Calls().size(), 2);
     QVERIFY(client.WaitForCalls(1));
     QCOMPARE(client.Calls(), QVector<QStringList>({{QStringLiteral("--url=abc")}}));
-    QCOMPARE(
-        log.Messages(),
-        QStringList(QStringLiteral("[INFO] \"%1\"  Already Run...").arg(Global::instance.appName)));
+    QCOMPARE(log.Messages(), QStringList(LogLine::AlreadyRuns(Global::instance.appName)));
 }
 
 QTEST_GUILESS_MAIN(TestTasklistLimit)

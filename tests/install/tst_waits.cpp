@@ -1,5 +1,6 @@
-// How long is waited for other programs, and before the client's start. The linker leads these
-// waits through this file, so that nobody has to sit through them.
+// SPDX-License-Identifier: MIT
+// How long the program waits for other programs and before it starts the client. The linker
+// replaces the waiting functions by those of this file, so the test does not have to wait.
 
 #include "config/global.h"
 #include "install/clientprocess.h"
@@ -17,13 +18,13 @@
 namespace
 {
 
-/// What the ends of programs were waited for, in milliseconds; -1 is without limit.
+/// The time limits of the waits for the ends of programs, in milliseconds; -1 is no limit.
 QVector<int> g_limits;
 
 /// The pauses, in milliseconds.
 QVector<unsigned long> g_pauses;
 
-/// The client, which comes to be in the first pause.
+/// The client, which is installed during the first pause.
 QString g_clientPath;
 std::unique_ptr<StandIn> g_client;
 
@@ -97,7 +98,7 @@ void TestWaits::clientIsStartedAfterHalfASecond()
     const QString program = home.ClientFolder() + QLatin1Char('/') + TestHome::UniqueImageName();
     Global::instance.appPath = home.ClientFolder() + QLatin1Char('/');
     Global::instance.appName = QFileInfo(program).fileName();
-    // There is nothing to start before the pause.
+    // Nothing could be started before the pause.
     g_clientPath = program;
 
     QTimer::singleShot(0, [] { Global::instance.LaunchClient(); });

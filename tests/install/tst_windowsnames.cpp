@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/windowsnames.h"
 
 #include <QTest>
@@ -11,7 +12,7 @@ void AddColumns()
     QTest::addColumn<bool>("expected");
 }
 
-/// A row for each of @p names, called by its printable form.
+/// Adds a row for each of @p names.
 void AddNames(bool expected, const QStringList &names)
 {
     for (const QString &name : names) {
@@ -26,7 +27,7 @@ void AddNames(bool expected, const QStringList &names)
     }
 }
 
-/// A character outside the first 65,536, which takes a surrogate pair, in a name.
+/// A name with a character that takes a surrogate pair.
 QString Around(uint character)
 {
     return QStringLiteral("a%1b").arg(QString::fromUcs4(&character, 1));
@@ -66,7 +67,7 @@ void TestWindowsNames::devices_data()
                          device + QStringLiteral("-.txt"), QStringLiteral("x.") + device,
                          QLatin1Char(' ') + device, device.chopped(1)});
     }
-    // Half a surrogate pair hides nothing.
+    // Half a surrogate pair is visible.
     AddNames(true,
              {QStringLiteral("NUL.") + QChar(0xdc00), QStringLiteral("com1.") + QChar(0xd800)});
     for (const QChar digit : QStringLiteral("0123456789¹²³")) {
@@ -110,14 +111,14 @@ void TestWindowsNames::forbiddenCharacters()
 void TestWindowsNames::invisibleCharacters_data()
 {
     AddColumns();
-    // Control characters: the first, the last, line ends, delete, and those behind ASCII.
+    // Control characters: the first, the last, line ends, delete, and those beyond ASCII.
     for (const ushort character : {0x0000, 0x0009, 0x000a, 0x000d, 0x001b, 0x001f, 0x007f, 0x0085})
         AddNames(true, {QStringLiteral("a%1b").arg(QChar(character))});
-    // What turns the direction of the text around.
+    // These reverse the direction of the text.
     for (const ushort character :
          {0x061c, 0x200e, 0x200f, 0x202a, 0x202b, 0x202c, 0x202d, 0x202e, 0x2066, 0x2069})
         AddNames(true, {QStringLiteral("a%1b").arg(QChar(character))});
-    // Soft hyphen, no width at all, byte-order mark.
+    // Soft hyphen, zero-width space, byte order mark.
     for (const ushort character : {0x00ad, 0x200b, 0x200d, 0x2060, 0xfeff})
         AddNames(true, {QStringLiteral("a%1b").arg(QChar(character)), QString(QChar(character))});
     AddNames(true, {QStringLiteral("a") + QChar(0xd800), QChar(0xdc00) + QStringLiteral("b")});

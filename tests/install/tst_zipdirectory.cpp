@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/zipdirectory.h"
 #include "tests/install/damagedarchives.h"
 #include "tests/support/zipmaker.h"
@@ -8,7 +9,7 @@
 namespace
 {
 
-/// A buffer open for reading, as the functions want their archive.
+/// An archive in a buffer that is open for reading.
 class Archive : public QBuffer
 {
 public:
@@ -203,7 +204,7 @@ void TestZipDirectory::directoryThatIsNotWholeIsTold_data()
         zip.SetEnd(ZipMaker::EntriesHere, count);
         QTest::newRow(name) << zip.Bytes();
     };
-    // As of an archive with 65538 entries, too.
+    // An archive with 65538 entries has the same count.
     row("fewer entries than there are", 2);
     row("more entries than there are", 4);
     QTest::newRow("cut") << ThreeEntries().chopped(1);

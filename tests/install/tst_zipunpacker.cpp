@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "install/zipunpacker.h"
 #include "tests/install/damagedarchives.h"
 #include "tests/support/compression.h"
@@ -19,7 +20,7 @@ namespace
 constexpr int kLargestPiece = 256 * 1024;
 constexpr quint32 kLargestSize = 0x7fffffff;
 
-/// The first file of ThreeEntries().
+/// The index of the first file of ThreeEntries().
 constexpr int kApp = 1;
 
 /// An archive in memory, open for reading, and an unpacker for it.
@@ -42,7 +43,7 @@ public:
 
     bool Find(int index) { return m_unpacker.Find(Entry(index)); }
 
-    /// Unpacks what was found into @p data.
+    /// Unpacks the entry into @p data.
     bool Unpack(QByteArray &data)
     {
         data.clear();
@@ -120,7 +121,7 @@ void TestZipUnpacker::dataComesOutInPieces_data()
     rows("empty", QByteArray());
     rows("one byte", QByteArray("x"));
     rows("text", SomeText());
-    // Sizes about the ends of the pieces, of what is read and of what comes out.
+    // Sizes around the buffer sizes of input and output.
     for (const int kibibytes : {64, 256}) {
         const int size = kibibytes << 10;
         rows(QByteArray::number(kibibytes) + " KiB less 1", SomeNoise(size - 1));
@@ -147,7 +148,7 @@ void TestZipUnpacker::dataComesOutInPieces()
     QVERIFY(unpacked == data);
     QVERIFY(archive.LargestPiece() <= kLargestPiece);
     QVERIFY(archive.SmallestPiece() > 0);
-    // Entries can be unpacked in any order, and more than once.
+    // Entries can be unpacked in any order and repeatedly.
     QVERIFY(archive.Find(0));
     QVERIFY(archive.Unpack(unpacked));
     QCOMPARE(unpacked, QByteArray("before"));
@@ -171,7 +172,7 @@ void TestZipUnpacker::flagsOfNoConcernDoNoHarm()
 {
     ZipMaker zip;
     AddThreeEntries(zip);
-    // How hard it was packed, and that the name is UTF-8.
+    // The compression level, and the mark for a UTF-8 name.
     zip.Set(kApp, ZipMaker::Flags, 0x0806);
     QVERIFY(IsSound(zip.Bytes(), kApp));
 }
@@ -189,7 +190,7 @@ void TestZipUnpacker::damagedDataIsNotSound()
     QVERIFY(!(damaged.Find(kApp) && damaged.Unpack(data)));
     QVERIFY2(data.size() <= qint64(damaged.Entry(kApp).size),
              qPrintable(QString::number(data.size())));
-    // Its neighbour is none the worse for it.
+    // The next entry is still readable.
     QVERIFY(damaged.IsSound(kApp + 1));
 }
 
@@ -250,7 +251,7 @@ void TestZipUnpacker::everyFlippedBitIsNoticedOrHarmless()
         damaged[offset] = char(damaged.at(offset) ^ (1 << (bit % 8)));
         harmless += IsSound(damaged, 0) ? 1 : 0;
     }
-    // Only the bits behind the stream's end in its last byte mean nothing.
+    // Only the bits after the end of the stream have no meaning.
     QVERIFY2(harmless < 8, qPrintable(QString::number(harmless)));
 }
 
@@ -315,7 +316,7 @@ void TestZipUnpacker::wholeDataIsSound()
 }
 
 #ifdef Q_OS_UNIX
-// A file with holes: it takes no more room on the disk than the few bytes written.
+// A sparse file, which takes little space on the disk.
 void TestZipUnpacker::dataBeyondTheReachOfTheReaderIsNotSound_posix()
 {
     const QByteArray bytes = ThreeEntries();

@@ -1,4 +1,5 @@
-/// Shows an empty window and ends: what the framework itself keeps until the very end of a process.
+// SPDX-License-Identifier: MIT
+/// Shows an empty window and ends: shows what Qt itself keeps until the end of a process.
 #include <QApplication>
 #include <QTimer>
 #include <QWidget>

@@ -1,15 +1,15 @@
+// SPDX-License-Identifier: MIT
 /*
- * Preloaded into the updater: writes down what the process still has at its very end, behind its
- * entry function and the destruction of everything static, into the file that LONGRUN_END_REPORT
- * names. A line each, a kind and what it is:
+ * Preloaded into the updater: reports what the process still holds after main() and after all
+ * static objects are destroyed. The report goes to the file that LONGRUN_END_REPORT names, one line
+ * each:
  *
- *     descriptor 3 /path    an open one
- *     thread NAME           one that has not ended, besides the main one
- *     object QTimer         an object of the framework that was never destroyed
- *     segment 4711          shared memory that this process made or attached, and that stays
- *     semaphores 4711       likewise
- *     late 1                so many times shared memory was let go late, see shmctl()
- *     end                   the last line: the report is whole
+ *     descriptor 3 /path    an open file
+ *     thread NAME           a thread other than the main one that has not ended
+ *     object QTimer         a QObject that was never destroyed
+ *     segment 4711          shared memory that this process created or attached and that still
+ * exists semaphores 4711       likewise late 1                how many times shmctl() waited, see
+ * there end                   the last line of a complete report
  */
 #include "tests/longrun/liveobjects.h"
 #include "tests/longrun/ownprocess.h"
@@ -32,10 +32,10 @@
 namespace
 {
 
-/// Of a millisecond each: for what the system is late to let go.
+/// Of one millisecond each. The system may release threads and segments a little late.
 constexpr int kPolls = 2000;
 
-/// What the process asked the system for by key.
+/// The System V objects that this process asked for.
 struct Shared {
     std::mutex mutex;
     std::set<int> segments;
@@ -44,7 +44,7 @@ struct Shared {
     std::string reportPath;
 };
 
-/// Never destroyed: it is read when all else is.
+/// Never destroyed, because it is read after static destruction.
 Shared &TheShared()
 {
     static auto *shared = new Shared;
@@ -71,7 +71,7 @@ bool SemaphoresAreThere(int id)
     return semctl(id, 0, IPC_STAT, &status) == 0;
 }
 
-/// A thread that was waited for has said its last word, but the system may not have let it go yet.
+/// The threads that are left after a grace period: /proc may still list one that was joined.
 std::vector<std::string> LastingThreads()
 {
     std::vector<std::string> threads = OwnProcess::Threads();
@@ -88,7 +88,7 @@ __attribute__((constructor)) void Begin()
     if (path == nullptr)
         return;
     TheShared().reportPath = path;
-    // The commands and the client that the updater starts are not looked at.
+    // The programs that the updater starts are not watched.
     unsetenv("LD_PRELOAD");
     unsetenv("LONGRUN_END_REPORT");
     LiveObjects::Watch();
@@ -98,7 +98,7 @@ __attribute__((destructor)) void End()
 {
     if (TheShared().reportPath.empty())
         return;
-    // Before the report is open itself.
+    // Before the report is opened, which takes a descriptor itself.
     const std::vector<std::string> descriptors = OwnProcess::Descriptors();
     std::ofstream report(TheShared().reportPath);
     for (const std::string &descriptor : descriptors)
@@ -122,12 +122,13 @@ __attribute__((destructor)) void End()
 
 } // namespace
 
-// The system's headers have reserved names for the parameters.
+// The system's headers use reserved names for the parameters.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 
 /*
- * The system makes a key out of sixteen bits of the number of the file that names it. Two of many
- * installations on one machine would soon meet in that, and one of them would not start.
+ * Changes what is measured: the system's ftok() uses 16 bits of the inode number, so two of many
+ * installations on one machine would soon get the same key, and one of them would not start.
+ * longrun says so in its result.
  */
 extern "C" key_t ftok(const char *path, int project) noexcept
 {
@@ -143,11 +144,11 @@ extern "C" int shmget(key_t key, size_t size, int flags) noexcept
 }
 
 /*
- * When the updater starts a program, a copy of the process has the segment attached until the new
- * program has taken its place, and longer when somebody reads about that process in /proc just
- * then, as another lane's list of processes does. Whoever detaches last must see that he is the
- * last, or the segment stays behind. So he waits here until the copy is gone; one that does not go
- * is told.
+ * Changes what is measured: when the updater starts a program, the forked copy keeps the segment
+ * attached until it calls exec(), and longer while another lane reads that process in /proc. The
+ * last process to detach must see an attach count of 0, or the segment stays. So this waits until
+ * the copy is gone. A copy that stays is reported as a segment that is left. longrun prints how
+ * often this waited.
  */
 extern "C" int shmctl(int id, int command, struct shmid_ds *status) noexcept
 {

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
-/// What a lane counts.
+/// The names of what a lane counts.
 namespace Figure
 {
 
@@ -21,8 +22,8 @@ constexpr char ClientStarts[] = "clientStarts";
 constexpr char InstallerStarts[] = "installerStarts";
 constexpr char Installed[] = "installed";
 constexpr char LogEmptied[] = "logEmptied";
-constexpr char LogBytesAboveLimit[] = "logBytesAboveLimit"; ///< the most, not the sum
-constexpr char LogLongestLine[] = "logLongestLine";         ///< likewise, in bytes
+constexpr char LogBytesAboveLimit[] = "logBytesAboveLimit"; ///< maximum, not sum
+constexpr char LogLongestLine[] = "logLongestLine";         ///< maximum, in bytes
 constexpr char Findings[] = "findings";
 
 } // namespace Figure

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "tests/longrun/lane.h"
 
 #include "tests/longrun/figures.h"
 #include "tests/longrun/remains.h"
-#include "tests/support/fulldisk.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/zipmaker.h"
 
 #include <QDir>
@@ -21,16 +22,16 @@ namespace
 
 constexpr qint64 kLogLimit = 30LL * 1024 * 1024;
 
-/// More than any line of these runs has.
+/// Longer than any line of these runs.
 constexpr qint64 kLongestLogLine = 2048;
 
-/// What a nearly full log has left at the most: a run or two fill it.
+/// The most room that a nearly full log has left; one or two runs fill it.
 constexpr qint64 kLogRoom = 1000;
 
-/// One run in so many meets a log that is nearly full.
+/// Every third run starts with a log that is nearly full.
 constexpr int kFullLogEvery = 3;
 
-/// What the leak sanitizer ends a process with.
+/// The exit code of the leak sanitizer.
 constexpr int kLeaked = 23;
 
 constexpr int kProcessesEndMs = 15000;
@@ -45,7 +46,7 @@ QString InstallerName()
     return QStringLiteral("Setup.exe");
 }
 
-/// Where a stand-in notes its starts.
+/// The file in which a stand-in records its starts.
 QString CallsOf(const QString &program)
 {
     return program + QStringLiteral(".calls");
@@ -61,7 +62,7 @@ QList<QByteArray> NotedStarts(const QString &program)
     return lines;
 }
 
-/// The line for a start with these.
+/// The line for a start with these arguments.
 QByteArray Noted(const QStringList &arguments)
 {
     QByteArray line;
@@ -96,12 +97,12 @@ struct Lane::Check {
 };
 
 Lane::Lane(int number)
-    : m_installer(m_run.home.Scratch() + QLatin1Char('/') + InstallerName()), m_number(number),
-      m_reportPath(m_run.home.Scratch() + QStringLiteral("/end-report"))
+    : m_installer(m_run.Scratch() + QLatin1Char('/') + InstallerName()), m_number(number),
+      m_reportPath(m_run.Scratch() + QStringLiteral("/end-report"))
 {
     MakeFolders();
     m_run.Configure();
-    WriteFile(m_run.home.ClientFolder() + QStringLiteral("/config.json"),
+    WriteFile(m_run.Installed(QStringLiteral("config.json")),
               FilesOf(0).value(QStringLiteral("config.json")));
     m_run.process.setStandardInputFile(QProcess::nullDevice());
     LearnBaseline();
@@ -109,14 +110,15 @@ Lane::Lane(int number)
     m_ownChildren = Remains::Children();
 }
 
-/// Folders that the system's libraries would otherwise make where remains are looked for.
+/// Gives the system's libraries folders of their own, because they would create them in the home
+/// folder, which is searched for remains.
 void Lane::MakeFolders()
 {
-    const QString runtime = m_run.home.Scratch() + QStringLiteral("/runtime");
+    const QString runtime = m_run.Scratch() + QStringLiteral("/runtime");
     QDir().mkpath(runtime);
     QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime));
-    qputenv("XDG_CACHE_HOME", QFile::encodeName(m_run.home.Scratch() + QStringLiteral("/cache")));
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(m_run.Scratch() + QStringLiteral("/cache")));
 }
 
 void Lane::LearnBaseline()
@@ -130,7 +132,7 @@ void Lane::LearnBaseline()
         qFatal("the bare program failed: %s", qPrintable(bare.errorString()));
     m_baseline = QString::fromUtf8(ReadFile(m_reportPath)).split(QLatin1Char('\n'));
     if (!m_baseline.contains(QStringLiteral("end")))
-        qFatal("the bare program left no report of its end");
+        qFatal("the bare program left no end report");
     QFile::remove(m_reportPath);
 }
 
@@ -211,8 +213,8 @@ void Lane::RunUpdate(const Update &update)
         m_downloaded.append(CallsOf(package));
         JudgeInstallerStart(update.passedOn);
         JudgeFiles();
-        // What an installer would have done.
-        WriteFile(m_run.home.ClientFolder() + QStringLiteral("/config.json"),
+        // An installer would have done this.
+        WriteFile(m_run.Installed(QStringLiteral("config.json")),
                   FilesOf(m_release).value(QStringLiteral("config.json")));
         return;
     }
@@ -250,7 +252,7 @@ bool Lane::RunUpdater(const QStringList &arguments)
     const qint64 logSize = QFileInfo(LogPath()).size();
     m_run.process.setProcessEnvironment(WatchedEnvironment());
     {
-        // A log above this, be it for a moment, would have a line cut.
+        // Cuts a line if the log grows beyond its limit even for a moment.
         const FullDisk ceiling(kLogLimit + kLongestLogLine);
         m_run.Start(arguments);
     }
@@ -262,7 +264,8 @@ bool Lane::RunUpdater(const QStringList &arguments)
     return ended;
 }
 
-/// By another size each time, so that each line of a run comes to be the one too many.
+/// Leaves a different amount of room each time, so that over many runs every line is once the first
+/// that does not fit.
 void Lane::NearlyFillLog()
 {
     QDir().mkpath(QFileInfo(LogPath()).path());
@@ -295,7 +298,8 @@ void Lane::JudgeEndReport()
     const bool written = QFile::exists(m_reportPath);
     const QString report = written ? QString::fromUtf8(ReadFile(m_reportPath)) : QString();
     QFile::remove(m_reportPath);
-    if (!Expect(report.endsWith(QLatin1String("end\n")), QStringLiteral("no report of its end")))
+    if (!Expect(report.endsWith(QLatin1String("end\n")),
+                QStringLiteral("the process left no end report")))
         return;
     Count(Figure::EndReports);
 
@@ -313,14 +317,14 @@ void Lane::JudgeEndReport()
             continue;
         }
         Count(figures.value(kind, Figure::Objects));
-        Expect(false, QStringLiteral("left at its end: ") + line);
+        Expect(false, QStringLiteral("left at the end: ") + line);
     }
 }
 
 void Lane::JudgeProcesses()
 {
     QStringList left;
-    // What is started detached may still be about to note its start.
+    // A detached program may not have recorded its start yet.
     (void)QTest::qWaitFor(
         [&] {
             left = Remains::Without(Remains::Children(), m_ownChildren);
@@ -392,7 +396,7 @@ void Lane::JudgeInstallerStart(const QStringList &arguments)
                 QStringLiteral("the installer was started %1 times").arg(starts.size())))
         return;
     Expect(NotedStarts(m_run.client.Path()).size() == m_clientStarts,
-           QStringLiteral("the client was started beside the installer"));
+           QStringLiteral("the client was started in addition to the installer"));
     if (Expect(starts.first() == Noted(arguments),
                QStringLiteral("the installer was started with other arguments: ") +
                    QString::fromUtf8(QByteArray::fromHex(starts.first()))))
@@ -404,13 +408,12 @@ void Lane::JudgeInstalled()
     bool whole = true;
     const QMap<QString, QByteArray> files = FilesOf(m_release);
     for (auto file = files.begin(); file != files.end(); ++file) {
-        const QString path = m_run.home.ClientFolder() + QLatin1Char('/') + file.key();
+        const QString path = m_run.ClientFolder() + QLatin1Char('/') + file.key();
         whole = Expect(QFile::exists(path) && ReadFile(path) == file.value(),
                        file.key() + QStringLiteral(" is not the new one")) &&
                 whole;
     }
-    const QByteArray config =
-        ReadFile(m_run.home.ProgramFolder() + QStringLiteral("/updateconfig.json"));
+    const QByteArray config = ReadFile(m_run.UpdateConfigFile());
     const QString recorded = VersionIn(config, "currentVersion");
     if (Expect(recorded == Version(m_release),
                QStringLiteral("the recorded version is ") + recorded) &&
@@ -420,7 +423,7 @@ void Lane::JudgeInstalled()
 
 void Lane::JudgeFiles()
 {
-    const QString imageName = m_run.imageName;
+    const QString imageName = m_run.ClientName();
     QStringList client{imageName, CallsOf(imageName), QStringLiteral("config.json"),
                        QStringLiteral("AutoUpdate/AutoUpdate"),
                        QStringLiteral("AutoUpdate/updateconfig.json")};
@@ -435,12 +438,12 @@ void Lane::JudgeFiles()
     if (m_hasMarker)
         home += QStringLiteral("AppData/Roaming/norvaneAssistant/isShowUpdataInfo.txt");
     for (const QString &file : qAsConst(m_downloaded))
-        home += m_run.PackagePath(file).mid(m_run.home.Home().size() + 1);
+        home += m_run.PackagePath(file).mid(m_run.Home().size() + 1);
 
     const QMap<QString, QStringList> folders{
-        {m_run.home.ClientFolder(), client},
-        {m_run.home.Home(), home},
-        // What the tests' choice of a free guard put there.
+        {m_run.ClientFolder(), client},
+        {m_run.Home(), home},
+        // From the search for a free guard.
         {QFile::decodeName(qgetenv("TMPDIR")), {QStringLiteral("taken")}}};
     for (auto folder = folders.begin(); folder != folders.end(); ++folder) {
         const QStringList there = Remains::Listing(folder.key());
@@ -490,7 +493,7 @@ QByteArray Lane::PackageOf(int release) const
 
 QString Lane::LogPath() const
 {
-    return m_run.home.Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log");
+    return m_run.LogFile();
 }
 
 void Lane::Count(const char *figure, qint64 number)

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/e2e/updaterrun.h"
+#include "tests/support/updaterrun.h"
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -10,19 +11,19 @@
 #include <QStringList>
 
 /**
- * One installation that is kept over many runs of the built updater, and judged after each: what
- * the process had at its end, what it left on the machine, what it did for the user. A finding is a
- * line on the standard error. One a process; GUI thread.
+ * One installation that lives through many runs of the built updater. After each run the lane
+ * checks what the process still held at its end, what it left on the machine and what it did for
+ * the user. Each finding is printed to stderr. One per process; GUI thread.
  */
 class Lane
 {
 public:
     explicit Lane(int number);
 
-    /// The two kinds of runs come in turns, each spread evenly.
+    /// Makes the runs in turns, both kinds spread evenly.
     void Run(int updates, int checks);
 
-    /// What was counted, by the names in figures.h.
+    /// The counts, by the names in figures.h.
     QJsonObject Figures() const;
 
 private:
@@ -37,13 +38,13 @@ private:
     void RunUpdate(const Update &update);
     void RunCheck(const Check &check);
 
-    /// Starts the updater and judges all that does not depend on what the service said. False when
-    /// it failed as a whole, so that there is nothing more to judge.
+    /// Starts the updater and checks what does not depend on the service's answer. False when the
+    /// run failed, so that there is nothing more to check.
     bool RunUpdater(const QStringList &arguments);
     void NearlyFillLog();
     QProcessEnvironment WatchedEnvironment() const;
 
-    /// False when the run was not even made.
+    /// False when the updater failed, apart from leaks.
     bool JudgeExitCode(int exitCode);
     void JudgeEndReport();
     void JudgeProcesses();
@@ -70,14 +71,14 @@ private:
     StandIn m_installer;
     int m_number;
     QString m_reportPath;
-    QStringList m_baseline;    ///< the end report of a program that does nothing
-    QStringList m_ownChildren; ///< processes that stay
-    QString m_kind;            ///< of the run that is judged
+    QStringList m_baseline;    ///< the end report of an empty program
+    QStringList m_ownChildren; ///< processes of the harness
+    QString m_kind;            ///< of the current run
     int m_runs = 0;
     int m_release = 0;    ///< installed
-    int m_zipRelease = 0; ///< the last one that came as a zip package; 0 for none
+    int m_zipRelease = 0; ///< the last zip package; 0 for none
     int m_clientStarts = 0;
     bool m_hasMarker = false;
-    QStringList m_downloaded; ///< what has to be in the download folder
+    QStringList m_downloaded; ///< expected in the download folder
     QMap<QString, qint64> m_figures;
 };

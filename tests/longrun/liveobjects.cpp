@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/longrun/liveobjects.h"
 
 #include <QAbstractEventDispatcher>
@@ -18,7 +19,7 @@ struct Watched {
     std::unordered_set<QObject *> objects;
 };
 
-/// Never destroyed: objects go until the process is over.
+/// Never destroyed, because objects are destroyed until the process ends.
 Watched &All()
 {
     static auto *all = new Watched;

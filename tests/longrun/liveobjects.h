@@ -1,22 +1,23 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>
 #include <vector>
 
 /**
- * Counts the framework's objects of this process: timers, windows, network replies and all else
- * that must be gone when an update is over. Any thread.
+ * Counts the QObjects of this process: timers, windows, network replies and everything else that
+ * must be destroyed when an update is over. Any thread.
  */
 namespace LiveObjects
 {
 
-/// Every object made from here on counts, until it is destroyed.
+/// Starts counting: objects created earlier do not count.
 void Watch();
 
-/// The classes of those that live, sorted, a class as often as it has objects.
+/// The class names of the live objects, sorted, one entry per object.
 std::vector<std::string> Classes();
 
-/// How many timers of theirs run on the calling thread.
+/// The number of their timers on the calling thread.
 int Timers();
 
 } // namespace LiveObjects

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 /*
- * Runs the built updater many times over, in several lanes at once, and prints what was seen of it.
- * Ends with 1 when anything is not as it has to be.
+ * Runs the built updater many times, in several lanes at once, and prints what it found. The exit
+ * code is 1 when it found anything wrong.
  */
 #include "tests/longrun/figures.h"
 #include "tests/longrun/lane.h"
@@ -26,20 +27,20 @@ const QLatin1String kChecks("checks");
 const QLatin1String kLanes("lanes");
 const QLatin1String kLane("lane");
 
-/// The number that the option was given; ends the program when it is none.
+/// The value of the option; ends the program when that is not a number from @p least on.
 int Number(const QCommandLineParser &parser, const QString &option, int least)
 {
     bool isNumber = false;
     const int number = parser.value(option).toInt(&isNumber);
     if (!isNumber || number < least) {
-        std::fprintf(stderr, "longrun: --%s needs a number from %d on\n", qPrintable(option),
+        std::fprintf(stderr, "longrun: --%s needs a number of at least %d\n", qPrintable(option),
                      least);
         std::exit(2);
     }
     return number;
 }
 
-/// How much of @p whole the part @p index of @p count gets.
+/// The share of part @p index when @p whole is divided into @p count parts.
 int Share(int whole, int index, int count)
 {
     return whole / count + (index < whole % count ? 1 : 0);
@@ -53,7 +54,7 @@ int RunLane(int number, int updates, int checks)
     return 0;
 }
 
-/// Adds a lane's figures to those of the lanes before it.
+/// Adds a lane's figures to the sum of the lanes before it.
 void Add(QJsonObject &sum, const QJsonObject &figures)
 {
     for (auto figure = figures.begin(); figure != figures.end(); ++figure) {
@@ -65,7 +66,7 @@ void Add(QJsonObject &sum, const QJsonObject &figures)
     }
 }
 
-/// The sum of what all lanes counted.
+/// Runs all lanes and returns the sum of their figures.
 QJsonObject RunLanes(int updates, int checks, int lanes)
 {
     std::vector<std::unique_ptr<QProcess>> processes;
@@ -87,13 +88,13 @@ QJsonObject RunLanes(int updates, int checks, int lanes)
             Add(sum, figures.object());
             continue;
         }
-        std::fprintf(stderr, "lane %d came to no end\n", lane);
+        std::fprintf(stderr, "lane %d did not finish\n", lane);
         Add(sum, {{QLatin1String(Figure::Findings), 1}});
     }
     return sum;
 }
 
-/// Prints the table; true when it has nothing but what has to be there.
+/// Prints the table and what the harness changed; true when every figure is as expected.
 bool Report(const QJsonObject &sum, int updates, int checks)
 {
     const auto value = [&](const char *figure) {
@@ -107,24 +108,29 @@ bool Report(const QJsonObject &sum, int updates, int checks)
 
     line("whole updates", value(Figure::Updates));
     line("checks", value(Figure::Checks));
-    line("ended by themselves, with exit code 0", value(Figure::CleanExits));
+    line("runs that ended with exit code 0", value(Figure::CleanExits));
     line("zip packages installed, and their version recorded", value(Figure::Installed));
     line("clients started once, with the right arguments", value(Figure::ClientStarts));
     line("installers started once, with the right arguments", value(Figure::InstallerStarts));
-    line("reports of what a process had at its very end", value(Figure::EndReports));
-    line("  leaks, in processes", value(Figure::LeakReports));
+    line("reports written at the end of a process", value(Figure::EndReports));
+    line("  processes with leaks", value(Figure::LeakReports));
     line("  open descriptors left", value(Figure::Descriptors));
     line("  threads left", value(Figure::Threads));
     line("  objects left, timers among them", value(Figure::Objects));
     line("  shared-memory segments left", value(Figure::Segments));
-    line("    late, because another process looked at this one", value(Figure::LateDetachments));
+    line("    detached only after the harness waited, see below", value(Figure::LateDetachments));
     line("  semaphores left", value(Figure::Semaphores));
     line("processes left", value(Figure::Processes));
     line("files left", value(Figure::Files));
-    line("times that the log was full, and emptied", value(Figure::LogEmptied));
+    line("times that the full log was emptied", value(Figure::LogEmptied));
     line("most bytes of the log above its limit", value(Figure::LogBytesAboveLimit));
     line("  bytes of the longest line", value(Figure::LogLongestLine));
     line("findings", value(Figure::Findings));
+    std::printf(
+        "The harness changes two things in the updater: ftok() hashes the whole path, because\n"
+        "the system's keys of 16 bits collide between lanes; and shmctl() waits up to 2 s for\n"
+        "a forked copy that is still attached, which it had to do %lld times.\n",
+        static_cast<long long>(value(Figure::LateDetachments)));
 
     return value(Figure::Findings) == 0 && value(Figure::Updates) == updates &&
            value(Figure::Checks) == checks && value(Figure::CleanExits) == runs &&
@@ -140,10 +146,12 @@ int main(int argc, char *argv[])
     QCommandLineParser parser;
     parser.addHelpOption();
     parser.addOptions(
-        {{kUpdates, QStringLiteral("Whole updates to make."), kUpdates, QStringLiteral("1000")},
-         {kChecks, QStringLiteral("Checks without an update."), kChecks, QStringLiteral("2000")},
-         {kLanes, QStringLiteral("How many run at once."), kLanes, QStringLiteral("8")}});
-    QCommandLineOption laneOption(kLane, QStringLiteral("Be the lane of this number."), kLane);
+        {{kUpdates, QStringLiteral("Number of updates."), kUpdates, QStringLiteral("1000")},
+         {kChecks, QStringLiteral("Number of checks without an update."), kChecks,
+          QStringLiteral("2000")},
+         {kLanes, QStringLiteral("Number of lanes that run at once."), kLanes,
+          QStringLiteral("8")}});
+    QCommandLineOption laneOption(kLane, QStringLiteral("Run as the lane of this number."), kLane);
     laneOption.setFlags(QCommandLineOption::HiddenFromHelp);
     parser.addOption(laneOption);
     parser.process(application);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/longrun/ownprocess.h"
 
 #include <algorithm>
@@ -14,9 +15,9 @@ std::vector<std::string> OwnProcess::Descriptors()
     for (const fs::directory_entry &entry : fs::directory_iterator("/proc/self/fd")) {
         std::error_code gone;
         std::string target = fs::read_symlink(entry.path(), gone).string();
-        // The number of a socket or pipe, which is another one each time.
+        // Without the number of a socket or pipe, which differs each time.
         target.erase(std::min(target.find(":["), target.size()));
-        // The folder being read is open as well, by its number rather than as "self".
+        // The folder that is being read is open too.
         const bool own = target.rfind("/proc/", 0) == 0 && target.find("/fd") != std::string::npos;
         if (!gone && !own)
             descriptors.push_back(entry.path().filename().string() + ' ' + target);

@@ -1,16 +1,17 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>
 #include <vector>
 
-/// What the system holds for this process. Linux only; any thread.
+/// What this process holds, read from /proc. Linux only; any thread.
 namespace OwnProcess
 {
 
-/// The open descriptors, each as "NUMBER TARGET", without the one that looks.
+/// The open descriptors as "NUMBER TARGET", without that of the search itself.
 std::vector<std::string> Descriptors();
 
-/// The names of the threads but the main one.
+/// The names of all threads except the main one.
 std::vector<std::string> Threads();
 
 } // namespace OwnProcess

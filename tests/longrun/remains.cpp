@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/longrun/remains.h"
 
 #include <QDir>
@@ -11,7 +12,7 @@
 namespace
 {
 
-/// Empty when it cannot be read: a process may just have ended.
+/// Empty when the file cannot be read, because the process may just have ended.
 QByteArray Read(const QString &path)
 {
     QFile file(path);
@@ -64,7 +65,7 @@ QStringList Remains::Children()
         for (const QByteArray &number : numbers) {
             const QByteArray name =
                 Read(QStringLiteral("/proc/%1/comm").arg(QString::fromLatin1(number))).trimmed();
-            // An orphan that has ended waits for its parent to take note.
+            // waitpid() also removes a child that has ended.
             if (!number.isEmpty() && waitpid(number.toInt(), nullptr, WNOHANG) == 0)
                 children.append(QStringLiteral("%1 (%2)").arg(QString::fromLatin1(number),
                                                               QString::fromUtf8(name)));

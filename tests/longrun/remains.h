@@ -1,25 +1,26 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
 #include <QStringList>
 
-/// What a run can leave on the machine. Linux only; any thread.
+/// Finds what a run left on the machine. Linux only; any thread.
 namespace Remains
 {
 
 /// Paths of all files and folders below @p folder, sorted; folders end with a slash.
 QStringList Listing(const QString &folder);
 
-/// The listing of a folder that has these files, and the folders that they are in.
+/// What Listing() returns for a folder that holds exactly these files.
 QStringList ListingOf(const QStringList &files);
 
-/// From here on what this process has started, directly or not, becomes its child when orphaned.
+/// From now on orphaned descendants become children of this process.
 void AdoptOrphans();
 
 /// The children of this process that have not ended, as "NUMBER (NAME)".
 QStringList Children();
 
-/// @p lines without @p others, each as often as it is there.
+/// @p lines without @p others; each of these removes one line.
 QStringList Without(QStringList lines, const QStringList &others);
 
 } // namespace Remains

@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: MIT
 /*
- * Makes whole updates one after the other in one process, each with a worker, a thread and dialogs
- * of its own and with the prompt's button pressed, and prints what has grown meanwhile. A process
- * that ends after each update would hide that. Ends with 1 when anything is left.
+ * Makes many updates in one process, each with its own worker, thread and dialogs, and prints what
+ * has grown. This shows leaks that the end of a process would hide. The exit code is 1 when
+ * anything is left.
  *
  *     repetition UPDATES
  */
 #include "config/global.h"
 #include "tests/longrun/liveobjects.h"
 #include "tests/longrun/ownprocess.h"
-#include "tests/net/workerrun.h"
+#include "tests/support/workerrun.h"
 #include "tests/support/zipmaker.h"
 
 #include <QApplication>
@@ -26,14 +27,14 @@
 namespace
 {
 
-/// What the framework makes on its first uses: fonts, pictures, certificates, its own threads.
+/// Until Qt has created what it keeps: fonts, pictures, certificates, threads.
 constexpr int kWarmUps = 3;
 
 constexpr int kThreadsEndMs = 5000;
 
 using Names = std::vector<std::string>;
 
-/// What this process has.
+/// What this process holds.
 struct State {
     Names descriptors;
     Names threads;
@@ -47,7 +48,7 @@ struct State {
 State State::Now(std::size_t threadsAtMost)
 {
     State state;
-    // A thread that was waited for has said its last word, but the system may not have let it go.
+    // /proc may still list a thread that was joined.
     (void)QTest::qWaitFor([&] { return OwnProcess::Threads().size() <= threadsAtMost; },
                           kThreadsEndMs);
     state.descriptors = OwnProcess::Descriptors();
@@ -69,9 +70,9 @@ void Require(bool holds, const char *otherwise, int update)
 void MakeUpdate(ScriptedServer &server, int number)
 {
     UpdateScene scene(server);
-    WriteFile(scene.home.ProgramFolder() + QStringLiteral("/updateconfig.json"), "{}");
-    scene.home.ClientDataFolder();
-    // So that both languages, both prompts and both kinds of texts are made.
+    WriteFile(scene.UpdateConfigFile(), "{}");
+    scene.ClientDataFolder();
+    // So that both languages and both prompts come up.
     Global::instance.language = number % 2 == 0 ? QStringLiteral("en") : QStringLiteral("zh");
     const QByteArray mode = number % 3 == 0 ? "2" : "1";
     const QByteArray content = "release " + QByteArray::number(number);
@@ -87,13 +88,13 @@ void MakeUpdate(ScriptedServer &server, int number)
     Require(run.DownloadUntilQuit(), "the program did not quit", number);
     run.Shutdown();
     Require(scene.client.WaitForCalls(1), "the client was not started", number);
-    Require(ReadFile(scene.home.ClientFolder() + QStringLiteral("/release.txt")) == content,
+    Require(ReadFile(scene.Installed(QStringLiteral("release.txt"))) == content,
             "the package was not installed", number);
-    // The framework keeps pictures of windows that are gone, up to a limit of its own.
+    // Qt caches pictures of windows that are gone.
     QPixmapCache::clear();
 }
 
-/// Prints what @p after has and @p before has not; true when that is nothing.
+/// Prints what is in @p after but not in @p before; true when there is nothing.
 bool NothingNew(const char *what, const Names &before, const Names &after)
 {
     Names added;
@@ -126,10 +127,11 @@ int main(int argc, char *argv[])
         MakeUpdate(server, ++number);
     const State after = State::Now(before.threads.size());
 
-    std::printf("%d updates in one process: what is left of them\n", updates);
-    const bool clean = NothingNew("open descriptors", before.descriptors, after.descriptors) &
-                       NothingNew("threads", before.threads, after.threads) &
-                       NothingNew("objects", before.objects, after.objects);
+    std::printf("%d updates in one process, and what is left of them\n", updates);
+    std::printf("The harness skips the pause of one second before each check.\n");
+    bool clean = NothingNew("open descriptors", before.descriptors, after.descriptors);
+    clean = NothingNew("threads", before.threads, after.threads) && clean;
+    clean = NothingNew("objects", before.objects, after.objects) && clean;
     std::printf("  %-58s %10d\n", "timers", after.timers - before.timers);
     std::printf("  %-58s %10lld\n", "KiB of memory, caches and gaps among them; not judged",
                 static_cast<long long>((after.residentBytes - before.residentBytes) / 1024));

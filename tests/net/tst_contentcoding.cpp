@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "net/contentcoding.h"
 
 #include <QTest>
@@ -24,20 +25,20 @@ QByteArray Text()
     return QByteArray("{\"code\": \"000000\"} ").repeated(9000);
 }
 
-/// With the framework's own length in front taken off: what zlib writes.
+/// The zlib format: the output of qCompress() without its length.
 QByteArray Zlib(const QByteArray &plain)
 {
     return qCompress(plain).mid(4);
 }
 
-/// Without zlib's two bytes in front and its four of checksum behind.
+/// The raw format: without the header of two bytes and the checksum of four.
 QByteArray Raw(const QByteArray &plain)
 {
     const QByteArray zlib = Zlib(plain);
     return zlib.mid(2, zlib.size() - 6);
 }
 
-/// "{}", as packed by gzip.
+/// "{}" in the gzip format.
 QByteArray GzippedBraces()
 {
     return QByteArray::fromHex("1f8b0800000000000003abae050043bfa6a302000000");

@@ -1,11 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "net/httpdownloadfile.h"
-#include "tests/net/workerrun.h"
+#include "tests/support/loglines.h"
+#include "tests/support/workerrun.h"
 
 #include <QTest>
 
-/// Servers that ask for credentials. Windows would give those of whoever is logged on without a
-/// word, so no request may ever carry any.
-class tst_HttpDownLoadFile_Challenge : public QObject
+/// Servers that ask for credentials. Windows would send those of the user without asking, so no
+/// request may carry any.
+class TestHttpDownLoadFileChallenge : public QObject
 {
     Q_OBJECT
 
@@ -26,7 +28,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void tst_HttpDownLoadFile_Challenge::AddChallenges()
+void TestHttpDownLoadFileChallenge::AddChallenges()
 {
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("challenge");
@@ -44,7 +46,7 @@ void tst_HttpDownLoadFile_Challenge::AddChallenges()
     row("NTLM, second step", "NTLM TlRMTVNTUAACAAAAAAAAADgAAAABAoECAAAAAAAAAAA=");
 }
 
-void tst_HttpDownLoadFile_Challenge::Challenge(const QString &path)
+void TestHttpDownLoadFileChallenge::Challenge(const QString &path)
 {
     QFETCH(int, status);
     QFETCH(QString, challenge);
@@ -55,7 +57,7 @@ void tst_HttpDownLoadFile_Challenge::Challenge(const QString &path)
                           {QStringLiteral("headers"), QJsonArray{QJsonArray{header, challenge}}}});
 }
 
-void tst_HttpDownLoadFile_Challenge::VerifyOnlyRequest(const QByteArray &target)
+void TestHttpDownLoadFileChallenge::VerifyOnlyRequest(const QByteArray &target)
 {
     int count = 0;
     for (const ScriptedServer::Request &request : m_server->Requests()) {
@@ -67,7 +69,7 @@ void tst_HttpDownLoadFile_Challenge::VerifyOnlyRequest(const QByteArray &target)
     QCOMPARE(count, 1);
 }
 
-void tst_HttpDownLoadFile_Challenge::checkIsSentOnceAndWithoutCredentials()
+void TestHttpDownLoadFileChallenge::checkIsSentOnceAndWithoutCredentials()
 {
     QFETCH(QString, error);
     const UpdateScene scene(*m_server);
@@ -78,14 +80,12 @@ void tst_HttpDownLoadFile_Challenge::checkIsSentOnceAndWithoutCredentials()
     run.Shutdown();
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls().size(), 1);
-    QCOMPARE(
-        scene.Log(),
-        QStringList({scene.ClientStarts(),
-                     QStringLiteral("[DEBUG] Network Recv Back Error: QNetworkReply::") + error}));
+    QCOMPARE(scene.Log(),
+             QStringList({LogLine::Starting(scene.ClientName()), LogLine::CheckFailed(error)}));
     VerifyOnlyRequest("/check");
 }
 
-void tst_HttpDownLoadFile_Challenge::packageIsRequestedOnceAndWithoutCredentials()
+void TestHttpDownLoadFileChallenge::packageIsRequestedOnceAndWithoutCredentials()
 {
     QFETCH(QString, error);
     const UpdateScene scene(*m_server);
@@ -94,12 +94,11 @@ void tst_HttpDownLoadFile_Challenge::packageIsRequestedOnceAndWithoutCredentials
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
-    QVERIFY(run.RunUntilLogged(
-        scene, QStringLiteral("[DEBUG] Download Network Error: QNetworkReply::") + error));
+    QVERIFY(run.RunUntilLogged(scene, LogLine::DownloadFailed(error)));
     run.Shutdown();
     VerifyOnlyRequest("/package/4711");
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-QTEST_MAIN(tst_HttpDownLoadFile_Challenge)
+QTEST_MAIN(TestHttpDownLoadFileChallenge)
 #include "tst_httpdownloadfile_challenge.moc"

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "app/logmessagehandler.h"
 #include "net/httpdownloadfile.h"
-#include "tests/net/workerrun.h"
 #include "tests/support/compression.h"
+#include "tests/support/loglines.h"
+#include "tests/support/workerrun.h"
 
 #include <QDateTime>
 #include <QTest>
@@ -9,23 +11,13 @@
 namespace
 {
 
-/// The check's time limit and one tick, with room for a busy machine.
+/// The time limit of the check and one tick, plus a margin for a busy machine.
 constexpr int kLimitMs = 30000;
-
-QString TimedOut()
-{
-    return QStringLiteral("[DEBUG] NetworkReply Post TimerOut");
-}
-
-QString TooLarge()
-{
-    return QStringLiteral("[DEBUG] check answer is too large, bytes: more than 8388608");
-}
 
 constexpr int kLimitBytes = 8 * 1024 * 1024;
 constexpr qint64 kMostMemory = 64LL * 1024 * 1024;
 
-/// The server's step that sends @p body, compressed with @p coding unless that is empty.
+/// A step of the server that sends @p body, compressed with @p coding if that is not empty.
 QJsonObject Compressed(const QByteArray &body, const QString &coding)
 {
     if (coding.isEmpty())
@@ -36,8 +28,8 @@ QJsonObject Compressed(const QByteArray &body, const QString &coding)
 
 } // namespace
 
-/// Checks whose answer does not come in time, or is too much. Most take at least ten seconds.
-class tst_HttpDownLoadFile_CheckLimits : public QObject
+/// Checks whose answer is late or too large. Most take at least ten seconds.
+class TestHttpDownLoadFileCheckLimits : public QObject
 {
     Q_OBJECT
 
@@ -57,7 +49,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void tst_HttpDownLoadFile_CheckLimits::unansweredCheckStartsTheClientOnce()
+void TestHttpDownLoadFileCheckLimits::unansweredCheckStartsTheClientOnce()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer(), R"("hold":"before")"));
@@ -68,11 +60,11 @@ void tst_HttpDownLoadFile_CheckLimits::unansweredCheckStartsTheClientOnce()
                      [&] { startMs = QDateTime::currentMSecsSinceEpoch(); });
     QVERIFY(RunUntilQuit(kLimitMs));
     QVERIFY(QDateTime::currentMSecsSinceEpoch() - startMs >= 10000);
-    const QStringList once({TimedOut(), scene.ClientStarts()});
+    const QStringList once({LogLine::CheckTimedOut(), LogLine::Starting(scene.ClientName())});
     QCOMPARE(scene.Log(), once);
     QCOMPARE(m_server->Requests().size(), 1);
 
-    // The run is over: neither a tick nor an answer may follow.
+    // The run has ended, so no tick and no answer may follow.
     QCOMPARE(run.Timers(), QVector<int>());
     run.Shutdown();
 
@@ -83,7 +75,7 @@ void tst_HttpDownLoadFile_CheckLimits::unansweredCheckStartsTheClientOnce()
     QCOMPARE(run.Announced(), QStringList());
 }
 
-void tst_HttpDownLoadFile_CheckLimits::endlessAnswerStartsTheClientWithMemoryBounded()
+void TestHttpDownLoadFileCheckLimits::endlessAnswerStartsTheClientWithMemoryBounded()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Json(R"({"fill":1073741824})"));
@@ -92,14 +84,15 @@ void tst_HttpDownLoadFile_CheckLimits::endlessAnswerStartsTheClientWithMemoryBou
     WorkerRun run;
     QVERIFY(RunUntilQuit(kLimitMs));
     run.Shutdown();
-    QCOMPARE(scene.Log(), QStringList({scene.ClientStarts(), TooLarge()}));
+    QCOMPARE(scene.Log(),
+             QStringList({LogLine::Starting(scene.ClientName()), LogLine::AnswerTooLarge()}));
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls().size(), 1);
     QCOMPARE(m_server->Requests().size(), 1);
     QVERIFY2(memory.GrownBy() <= kMostMemory, qPrintable(QString::number(memory.GrownBy())));
 }
 
-void tst_HttpDownLoadFile_CheckLimits::limitHoldsToTheByte_data()
+void TestHttpDownLoadFileCheckLimits::limitHoldsToTheByte_data()
 {
     QTest::addColumn<QString>("coding");
     QTest::addColumn<int>("above");
@@ -111,7 +104,7 @@ void tst_HttpDownLoadFile_CheckLimits::limitHoldsToTheByte_data()
     }
 }
 
-void tst_HttpDownLoadFile_CheckLimits::limitHoldsToTheByte()
+void TestHttpDownLoadFileCheckLimits::limitHoldsToTheByte()
 {
     QFETCH(QString, coding);
     QFETCH(int, above);
@@ -126,12 +119,12 @@ void tst_HttpDownLoadFile_CheckLimits::limitHoldsToTheByte()
     } else {
         QVERIFY(RunUntilQuit(kLimitMs));
         QVERIFY(scene.client.WaitForCalls(1));
-        QCOMPARE(scene.Log().first(), scene.ClientStarts());
+        QCOMPARE(scene.Log().first(), LogLine::Starting(scene.ClientName()));
         QCOMPARE(scene.Log().size(), 2);
     }
 }
 
-void tst_HttpDownLoadFile_CheckLimits::memoryIsBoundedWhateverTheAnswerHolds_data()
+void TestHttpDownLoadFileCheckLimits::memoryIsBoundedWhateverTheAnswerHolds_data()
 {
     QTest::addColumn<QByteArray>("begin");
     QTest::addColumn<QByteArray>("filling");
@@ -164,14 +157,14 @@ void tst_HttpDownLoadFile_CheckLimits::memoryIsBoundedWhateverTheAnswerHolds_dat
     row("keys", R"({"code":"000000")", R"(,"a":"")", "}", false);
 }
 
-void tst_HttpDownLoadFile_CheckLimits::memoryIsBoundedWhateverTheAnswerHolds()
+void TestHttpDownLoadFileCheckLimits::memoryIsBoundedWhateverTheAnswerHolds()
 {
     QFETCH(QByteArray, begin);
     QFETCH(QByteArray, filling);
     QFETCH(QByteArray, end);
     QFETCH(bool, isTaken);
     const UpdateScene scene(*m_server);
-    // The log as the program writes it: what its own lines cost counts.
+    // With the real log, because the memory for its lines counts.
     qInstallMessageHandler(LogMessageHandler);
     const int count = (kLimitBytes - begin.size() - end.size()) / filling.size();
     m_server->Script(QStringLiteral("/check"), Sends(begin + filling.repeated(count) + end));
@@ -189,7 +182,7 @@ void tst_HttpDownLoadFile_CheckLimits::memoryIsBoundedWhateverTheAnswerHolds()
     QVERIFY2(grown <= kMostMemory, qPrintable(QString::number(grown)));
 }
 
-void tst_HttpDownLoadFile_CheckLimits::answerThatUnpacksWithoutEndStartsTheClientAtOnce()
+void TestHttpDownLoadFileCheckLimits::answerThatUnpacksWithoutEndStartsTheClientAtOnce()
 {
     const UpdateScene scene(*m_server);
     const QByteArray packed = qCompress(QByteArray(16 * 1024 * 1024, ' '), 9).mid(4);
@@ -199,13 +192,11 @@ void tst_HttpDownLoadFile_CheckLimits::answerThatUnpacksWithoutEndStartsTheClien
     WorkerRun run;
     QVERIFY(RunUntilQuit(kLimitMs));
     run.Shutdown();
-    QCOMPARE(scene.Log(),
-             QStringList({scene.ClientStarts(),
-                          QStringLiteral("[DEBUG] check answer cannot be unpacked, bytes: %1")
-                              .arg(packed.size())}));
+    QCOMPARE(scene.Log(), QStringList({LogLine::Starting(scene.ClientName()),
+                                       LogLine::AnswerCannotBeUnpacked(packed.size())}));
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls().size(), 1);
 }
 
-QTEST_MAIN(tst_HttpDownLoadFile_CheckLimits)
+QTEST_MAIN(TestHttpDownLoadFileCheckLimits)
 #include "tst_httpdownloadfile_checklimits.moc"

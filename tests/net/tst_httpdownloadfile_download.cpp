@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
-#include "tests/net/workerrun.h"
 #include "tests/support/compression.h"
+#include "tests/support/workerrun.h"
 #include "ui/dwondialog.h"
 #include "ui/updatedialog.h"
 
@@ -17,7 +18,7 @@
 namespace
 {
 
-/// The names of the headers that neither HTTP nor the framework puts into every request.
+/// The names of the headers that are not in every request of Qt.
 QList<QByteArray> ExtraHeaders(const ScriptedServer::Request &request)
 {
     static const QList<QByteArray> usual = {"Host", "Connection", "Accept-Encoding",
@@ -29,7 +30,7 @@ QList<QByteArray> ExtraHeaders(const ScriptedServer::Request &request)
     return extra;
 }
 
-/// Makes requests trust the server's certificate while it lives.
+/// Makes requests trust the certificate of the server while it lives.
 class TrustedServer
 {
 public:
@@ -49,7 +50,7 @@ private:
     QSslConfiguration m_old;
 };
 
-/// Sees each call of the bar's slot that comes through the event queue, and blanks the line before.
+/// Records the progress line after each queued call of the bar's slot, and empties it before.
 class BarCalls : public QObject
 {
 public:
@@ -59,7 +60,7 @@ public:
         dialog->installEventFilter(this);
     }
 
-    /// What the line said before each call and after the last one.
+    /// The line before each call and after the last one.
     QStringList Lines() const { return m_lines + QStringList(m_line->text()); }
 
 protected:
@@ -79,7 +80,7 @@ private:
 
 } // namespace
 
-class tst_HttpDownLoadFile_Download : public QObject
+class TestHttpDownLoadFileDownload : public QObject
 {
     Q_OBJECT
 
@@ -109,7 +110,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void tst_HttpDownLoadFile_Download::packageRequestIsExactlyThis_data()
+void TestHttpDownLoadFileDownload::packageRequestIsExactlyThis_data()
 {
     QTest::addColumn<QString>("base");
     QTest::addColumn<QByteArray>("id");
@@ -125,7 +126,7 @@ void tst_HttpDownLoadFile_Download::packageRequestIsExactlyThis_data()
     row("encoded already", "/package/", "47%2F11", "/package/47%2F11");
 }
 
-void tst_HttpDownLoadFile_Download::packageRequestIsExactlyThis()
+void TestHttpDownLoadFileDownload::packageRequestIsExactlyThis()
 {
     QFETCH(QString, base);
     QFETCH(QByteArray, id);
@@ -148,11 +149,11 @@ void tst_HttpDownLoadFile_Download::packageRequestIsExactlyThis()
     QCOMPARE(request.target, target);
     QCOMPARE(request.body, QByteArray());
     QCOMPARE(ExtraHeaders(request), QList<QByteArray>());
-    // Another connection than the check's: the download has a manager of its own.
+    // Another connection than that of the check, because the download has another network manager.
     QVERIFY(request.connection != requests.first().connection);
 }
 
-void tst_HttpDownLoadFile_Download::packageArrivesWhole_data()
+void TestHttpDownLoadFileDownload::packageArrivesWhole_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QJsonObject>("step");
@@ -165,13 +166,13 @@ void tst_HttpDownLoadFile_Download::packageArrivesWhole_data()
         << large << Json(R"({"fill":5242880,"chunked":true})") << qint64(-1);
     QTest::newRow("5 MiB ended by the connection")
         << large << Json(R"({"fill":5242880,"length":"none"})") << qint64(-1);
-    QTest::newRow("connection closed behind it")
+    QTest::newRow("connection closed after it")
         << large << Json(R"({"fill":5242880,"then":"close"})") << qint64(5242880);
     QTest::newRow("zero bytes") << QByteArray("a\0b\0", 4) << Sends(QByteArray("a\0b\0", 4))
                                 << qint64(4);
 }
 
-void tst_HttpDownLoadFile_Download::packageArrivesWhole()
+void TestHttpDownLoadFileDownload::packageArrivesWhole()
 {
     QFETCH(QByteArray, content);
     QFETCH(QJsonObject, step);
@@ -191,7 +192,7 @@ void tst_HttpDownLoadFile_Download::packageArrivesWhole()
     for (const QPair<qint64, qint64> &progress : run.Steps()) {
         QVERIFY(progress.first >= before);
         before = progress.first;
-        // The last step of a package of unknown length gives what has come as the total.
+        // The last step of a package of unknown size has the received bytes as its total.
         if (progress != run.Steps().last())
             QCOMPARE(progress.second, total);
     }
@@ -200,7 +201,7 @@ void tst_HttpDownLoadFile_Download::packageArrivesWhole()
     QCOMPARE(m_server->Requests().size(), 2);
 }
 
-void tst_HttpDownLoadFile_Download::compressedPackageArrivesDecompressed_data()
+void TestHttpDownLoadFileDownload::compressedPackageArrivesDecompressed_data()
 {
     QTest::addColumn<QByteArray>("coding");
     QTest::addColumn<QByteArray>("body");
@@ -212,7 +213,7 @@ void tst_HttpDownLoadFile_Download::compressedPackageArrivesDecompressed_data()
         << QByteArray("deflate") << zlib.mid(2, zlib.size() - 6);
 }
 
-void tst_HttpDownLoadFile_Download::compressedPackageArrivesDecompressed()
+void TestHttpDownLoadFileDownload::compressedPackageArrivesDecompressed()
 {
     QFETCH(QByteArray, coding);
     QFETCH(QByteArray, body);
@@ -226,14 +227,14 @@ void tst_HttpDownLoadFile_Download::compressedPackageArrivesDecompressed()
     QVERIFY(run.StartDownload());
     QVERIFY(run.RunUntilLogged(scene, Verified(content)));
     QCOMPARE(ReadFile(scene.PackagePath()), content);
-    // The progress is that of the transfer.
+    // The progress counts transferred bytes.
     QVERIFY(run.RunUntil([&] { return !run.Steps().isEmpty(); }));
     for (const auto &step : run.Steps())
         QCOMPARE(step.second, qint64(body.size()));
     QCOMPARE(run.Steps().last().first, qint64(body.size()));
 }
 
-void tst_HttpDownLoadFile_Download::damagedCompressionIsACorruptedPackage()
+void TestHttpDownLoadFileDownload::damagedCompressionIsACorruptedPackage()
 {
     const QByteArray content = ScriptedServer::Fill(300000);
     QByteArray body = Gzip(content);
@@ -249,7 +250,7 @@ void tst_HttpDownLoadFile_Download::damagedCompressionIsACorruptedPackage()
     QCOMPARE(run.Errors(), QStringList(QStringLiteral("File conrrupted, update failed.")));
 }
 
-void tst_HttpDownLoadFile_Download::packageThatDecompressesToMuchStaysOutOfMemory()
+void TestHttpDownLoadFileDownload::packageThatDecompressesToMuchStaysOutOfMemory()
 {
     constexpr int size = 256 * 1024 * 1024;
     const QByteArray body = Gzip(QByteArray(size, '\0'));
@@ -261,12 +262,12 @@ void tst_HttpDownLoadFile_Download::packageThatDecompressesToMuchStaysOutOfMemor
     WorkerRun run;
     QVERIFY(run.StartDownload());
     const PeakMemory memory;
-    // Before the rest comes, and with it the digest, which reads the whole file.
+    // Measured before the rest arrives, because the digest then reads the whole file.
     QVERIFY(run.RunUntil([&] { return QFileInfo(scene.PackagePath()).size() > size / 2; }, 60000));
     QVERIFY2(memory.GrownBy() <= 16LL * 1024 * 1024, qPrintable(QString::number(memory.GrownBy())));
 }
 
-void tst_HttpDownLoadFile_Download::trustedServerDeliversOverTls()
+void TestHttpDownLoadFileDownload::trustedServerDeliversOverTls()
 {
     const UpdateScene scene(*m_server);
     const TrustedServer trusted(*m_server);
@@ -282,7 +283,7 @@ void tst_HttpDownLoadFile_Download::trustedServerDeliversOverTls()
     QVERIFY(m_server->Requests().last().https);
 }
 
-void tst_HttpDownLoadFile_Download::everyProgressStepReachesTheBarTwice()
+void TestHttpDownLoadFileDownload::everyProgressStepReachesTheBarTwice()
 {
     const UpdateScene scene(*m_server);
     WorkerRun run;
@@ -295,7 +296,7 @@ void tst_HttpDownLoadFile_Download::everyProgressStepReachesTheBarTwice()
     QCOMPARE(calls.Lines(), QStringList({initial, quarter, quarter}));
 }
 
-void tst_HttpDownLoadFile_Download::progressIsPassedOnUnchanged()
+void TestHttpDownLoadFileDownload::progressIsPassedOnUnchanged()
 {
     const UpdateScene scene(*m_server);
     WorkerRun run;
@@ -309,7 +310,7 @@ void tst_HttpDownLoadFile_Download::progressIsPassedOnUnchanged()
     QCOMPARE(run.Steps(), steps);
 }
 
-void tst_HttpDownLoadFile_Download::secondStartTakesOver()
+void TestHttpDownLoadFileDownload::secondStartTakesOver()
 {
     const UpdateScene scene(*m_server);
     const QByteArray content = ScriptedServer::Fill(300000);
@@ -326,7 +327,7 @@ void tst_HttpDownLoadFile_Download::secondStartTakesOver()
     QVERIFY(run.RunUntil([&] { return onDisk() == 100000; }));
     QCOMPARE(ReadFile(scene.PackagePath()), content.left(100000));
 
-    // The first download comes to its end first.
+    // The first download finishes first.
     QVERIFY(m_server->Release(QStringLiteral("/package/4711")));
     run.Tick(run.Timers().first());
     QVERIFY(m_server->Release(QStringLiteral("/package/4711")));
@@ -336,7 +337,7 @@ void tst_HttpDownLoadFile_Download::secondStartTakesOver()
     QCOMPARE(m_server->Requests().size(), 3);
 }
 
-void tst_HttpDownLoadFile_Download::secondStartIgnoresTheFirstsTimer()
+void TestHttpDownLoadFileDownload::secondStartIgnoresTheFirstsTimer()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
@@ -355,14 +356,14 @@ void tst_HttpDownLoadFile_Download::secondStartIgnoresTheFirstsTimer()
     QVERIFY(m_server->Release(QStringLiteral("/package/4711")));
     QVERIFY(m_server->Release(QStringLiteral("/package/4711")));
     QVERIFY(run.RunUntilLogged(scene, Verified("abc")));
-    // The first one's timer is never stopped; nothing listens to it.
+    // The timer of the first download is never stopped, but nothing uses it.
     QCOMPARE(run.Timers(), first);
     run.Tick(first.first());
     QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(Verified("abc")));
     QCOMPARE(run.Errors(), QStringList());
 }
 
-void tst_HttpDownLoadFile_Download::shutdownDuringADownloadHangsUp()
+void TestHttpDownLoadFileDownload::shutdownDuringADownloadHangsUp()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
@@ -379,7 +380,7 @@ void tst_HttpDownLoadFile_Download::shutdownDuringADownloadHangsUp()
 }
 
 #ifdef Q_OS_LINUX
-void tst_HttpDownLoadFile_Download::linuxSlowDiskDoesNotPileUpThePackageInMemory()
+void TestHttpDownLoadFileDownload::linuxSlowDiskDoesNotPileUpThePackageInMemory()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
@@ -391,13 +392,13 @@ void tst_HttpDownLoadFile_Download::linuxSlowDiskDoesNotPileUpThePackageInMemory
     QVERIFY(run.StartDownload());
     QVERIFY(m_server->WaitForRequests(2));
     const qint64 before = LinuxMemory("VmRSS");
-    // A disk that takes no more for a while: the worker does not come back to read.
+    // Like a disk that blocks for a while: the worker does not read.
     QSemaphore diskIsFree;
     QMetaObject::invokeMethod(
         run.Worker(), [&] { diskIsFree.acquire(); }, Qt::QueuedConnection);
     const bool released = m_server->Release(QStringLiteral("/package/4711"));
 
-    // In the time in which another program fetches as much, the package would be here as well.
+    // Without the limit the package would arrive in the time of another download.
     QProcess other;
     other.start(QStringLiteral("/usr/bin/python3"),
                 {QStringLiteral("-c"),
@@ -407,7 +408,7 @@ void tst_HttpDownLoadFile_Download::linuxSlowDiskDoesNotPileUpThePackageInMemory
                  m_server->HttpUrl(QStringLiteral("/measure"))});
     const bool fetched = other.waitForFinished() && other.exitCode() == 0;
     const qint64 grown = LinuxMemory("VmRSS") - before;
-    // Before anything can fail: the worker's thread could not be ended.
+    // Before any check can fail, because otherwise the worker's thread cannot end.
     diskIsFree.release();
     run.Shutdown();
     QVERIFY(released && fetched);
@@ -415,5 +416,5 @@ void tst_HttpDownLoadFile_Download::linuxSlowDiskDoesNotPileUpThePackageInMemory
 }
 #endif
 
-QTEST_MAIN(tst_HttpDownLoadFile_Download)
+QTEST_MAIN(TestHttpDownLoadFileDownload)
 #include "tst_httpdownloadfile_download.moc"

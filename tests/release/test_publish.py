@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""The publisher's tool as a release engineer runs it: lines, exit codes, and how it ends early."""
+# SPDX-License-Identifier: MIT
+"""The publishing tool on the command line: its output, exit codes and interruptions."""
 
 import fcntl
 import hashlib
@@ -25,7 +26,7 @@ Snapshot = Dict[str, Optional[bytes]]
 
 
 def snapshot(folder: Path) -> Snapshot:
-    """Every file below the folder with its content, every folder with None."""
+    """All files below the folder with their contents, and folders with None."""
     return {
         str(path.relative_to(folder)): None if path.is_dir() else path.read_bytes()
         for path in folder.rglob("*")
@@ -33,7 +34,7 @@ def snapshot(folder: Path) -> Snapshot:
 
 
 def served(folder: Path) -> Snapshot:
-    """What of a tree a web server would hand out."""
+    """The files of a tree that a web server would serve."""
     return {
         path: content for path, content in snapshot(folder).items() if not path.startswith(".")
     }
@@ -54,7 +55,7 @@ class Publish(unittest.TestCase):
         (self.room / "en.txt").write_text("new\n", encoding="utf-8")
 
     def command(self, version: str = "2.1.3", *more: str) -> List[str]:
-        """What publishes the client."""
+        """The arguments that publish the client."""
         # fmt: off
         return [
             TOOL, "zip", "--client", str(self.client), "--name", "Client", "--version", version,
@@ -66,7 +67,7 @@ class Publish(unittest.TestCase):
     def run_tool(
         self, command: List[str], before: Optional[Callable[[], None]] = None
     ) -> subprocess.CompletedProcess:
-        """Runs it to its end."""
+        """Runs the tool and returns its result."""
         # A process of its own whose limits can be lowered.
         return subprocess.run(  # pylint: disable=subprocess-popen-preexec-fn
             command,
@@ -81,15 +82,19 @@ class Publish(unittest.TestCase):
         """Publishes the client."""
         return self.run_tool(self.command(version, *more))
 
+    def offer(self, version: str) -> Path:
+        """The answer that announces a release."""
+        return self.site / "check" / "answers" / version / f"Client-{version}.zip.json"
+
     def make_client_large(self) -> None:
-        """Gives the client data that takes a while to pack."""
+        """Gives the client data that takes a while to compress."""
         noise = os.urandom(1 << 20)
         text = b"".join(b"%02x" % byte for byte in noise)
         for number in range(15):
             (self.client / f"{number}.txt").write_bytes(text)
 
     def start_and_wait_for_half_a_package(self) -> subprocess.Popen:
-        """Starts publishing a large client, and returns in the middle of it."""
+        """Starts publishing a large client and returns before the end."""
         self.make_client_large()
         # Whoever waits for its end sees it, so the test does what it says.
         tool = subprocess.Popen(  # pylint: disable=consider-using-with
@@ -103,6 +108,98 @@ class Publish(unittest.TestCase):
             time.sleep(0.001)
         return tool
 
+    def succeed(self, *arguments: object) -> str:
+        """The output of a command on the tree."""
+        command, *more = map(str, arguments)
+        done = self.run_tool([TOOL, command, str(self.site), *more])
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done.stdout
+
+    def refused(self, *arguments: object) -> str:
+        """The refusal of a command on the tree."""
+        command, *more = map(str, arguments)
+        done = self.run_tool([TOOL, command, str(self.site), *more])
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        return done.stderr
+
+    def listed(self) -> dict:
+        """The newest release in the output of "list"."""
+        return json.loads(self.succeed("list", "--json"))["releases"][0]
+
+    def test_publishing_again_does_not_change_the_share(self) -> None:
+        self.publish("2.1.3", "--share", "100")
+        done = self.publish("2.1.3", "--share", "10")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn('2.1.3 was published before and has the share 100 %; ', done.stderr)
+        self.assertEqual(self.publish("2.1.3", "--share", "100").returncode, 0)
+        self.assertEqual(self.publish("2.1.3").returncode, 0)
+        self.assertEqual(self.listed()["share"], 100)
+        self.succeed("rollback", "--version", "2.1.3")
+        done = self.publish("2.1.3", "--share", "100")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("2.1.3 was rolled back; publish a new version", done.stderr)
+
+    def test_a_release_may_be_for_some_networks_only(self) -> None:
+        self.publish()
+        rollout = ("rollout", "--version", "2.1.3")
+        self.assertIn("neither a share nor a network", self.refused(*rollout))
+        self.succeed(*rollout, "--network", "192.0.2.0/24")
+        release = self.listed()
+        self.assertEqual((release["share"], release["state"], release["offered"]),
+                         (0, "rolled out", True))
+        self.assertIn("neither a share nor a network", self.refused(*rollout, "--network", "none"))
+
+    def test_nothing_is_offered_while_everything_is_stopped(self) -> None:
+        self.publish("2.1.3", "--share", "100")
+        self.succeed("stop", "--version", "2.1.3")
+        self.assertEqual(self.succeed("resume"),
+                         f"{self.site}: the offers were not stopped\n"
+                         "2.1.3 stays stopped; resume it with --version 2.1.3\n")
+        self.succeed("resume", "--version", "2.1.3")
+        self.assertTrue(self.listed()["offered"])
+        self.succeed("stop")
+        self.assertFalse(self.listed()["offered"])
+        self.assertEqual(self.succeed("resume"), f"{self.site}: the stop is lifted\n")
+        self.assertTrue(self.listed()["offered"])
+
+    def test_a_result_that_cannot_be_written_is_a_failure(self) -> None:
+        self.publish()
+        for more in ([], ["--json"]):
+            with open("/dev/full", "w", encoding="utf-8") as full:
+                done = subprocess.run(
+                    [TOOL, "list", str(self.site), *more], stdout=full, stderr=subprocess.PIPE,
+                    text=True, check=False, timeout=TIME_LIMIT,
+                )
+            self.assertEqual(done.returncode, 1)
+            self.assertIn("the result cannot be written", done.stderr)
+
+    def test_a_list_that_would_lead_out_of_the_tree_is_refused(self) -> None:
+        self.publish("2.1.3", "--share", "100")
+        file = self.site / "check" / "now" / "releases.json"
+        sound = file.read_text()
+        for key, value in (("from", ["../../x.*"]), ("networks", ["../x"]), ("id", ".."),
+                           ("id", "a/b.zip"), ("revision", "..")):
+            content = json.loads(sound)
+            content["releases"][0][key] = value
+            file.write_text(json.dumps(content))
+            with self.subTest(key=key, value=value):
+                refused = self.refused("stop", "--version", "2.1.3")
+                self.assertIn(f'releases.json: "{key}" of a release cannot be read', refused)
+
+    def test_a_tree_is_not_pushed_into_itself(self) -> None:
+        self.publish()
+        for node in (self.site, self.site / "sub"):
+            self.assertIn(f'"{node}" is in the tree; ', self.refused("push", node))
+        self.assertFalse((self.site / "sub").exists())
+        self.succeed("push", f"{self.site}-2")
+
+    def test_a_dry_run_tells_the_commands_of_a_push(self) -> None:
+        self.publish()
+        told = json.loads(self.succeed("push", f"{self.site}-2", "--dry-run", "--json"))
+        self.assertEqual({command[0] for command in told["commands"]}, {"rsync"})
+        self.assertEqual({command[-1].split("/")[-2] for command in told["commands"]},
+                         {"check", "packages", "site-2"})
+
     def test_success_is_told(self) -> None:
         done = self.publish()
         self.assertEqual(done.returncode, 0, done.stderr)
@@ -112,18 +209,31 @@ class Publish(unittest.TestCase):
         self.assertIn(hashlib.md5(package.read_bytes()).hexdigest(), done.stdout)
         verified = self.run_tool([TOOL, "verify", str(self.site)])
         self.assertEqual(verified.returncode, 0, verified.stderr)
-        self.assertIn("keeps every rule", verified.stdout)
+        self.assertIn("follows every rule", verified.stdout)
 
-    def test_another_program_reads_the_package(self) -> None:
+    def test_other_programs_read_the_package(self) -> None:
+        # Stored and packed files, an empty one, and more than one piece of the packer.
+        (self.client / "noise.bin").write_bytes(os.urandom(300_000))
+        (self.client / "text.txt").write_text("one line of many\n" * 200_000)
+        (self.client / "nothing").touch()
         self.assertEqual(self.publish().returncode, 0)
-        with zipfile.ZipFile(self.site / "packages" / "Client-2.1.3.zip") as package:
-            self.assertIsNone(package.testzip())
-            package.extractall(self.room / "unpacked")
-        self.assertEqual(snapshot(self.room / "unpacked" / "Client-2.1.3"), snapshot(self.client))
+        package = str(self.site / "packages" / "Client-2.1.3.zip")
+        for unpack in (
+            ["python3", "-m", "zipfile", "-e", package, "."],
+            ["unzip", "-q", package],
+            ["7z", "x", package],
+            ["bsdtar", "-xf", package],
+        ):
+            with self.subTest(unpack[0]):
+                folder = self.room / unpack[0]
+                folder.mkdir()
+                done = subprocess.run(unpack, cwd=folder, capture_output=True, check=False)
+                self.assertEqual(done.returncode, 0, done.stderr)
+                self.assertEqual(snapshot(folder / "Client-2.1.3"), snapshot(self.client))
 
     def test_answers_are_one_line_of_json(self) -> None:
         self.assertEqual(self.publish("2.1.3", "--url-prefix", "https://x.invalid").returncode, 0)
-        offer = (self.site / "check" / "offer.json").read_text(encoding="utf-8")
+        offer = self.offer("2.1.3").read_text(encoding="utf-8")
         self.assertEqual(offer.count("\n"), 1)
         package = self.site / "packages" / "Client-2.1.3.zip"
         self.assertEqual(
@@ -156,9 +266,9 @@ class Publish(unittest.TestCase):
         self.assertEqual(refused.stdout, "")
         lines = refused.stderr.splitlines()
         self.assertEqual(len(lines), 3, refused.stderr)
-        for line, mend in zip(lines, ["put what it points to", "rename it", 'write "and"']):
+        for line, advice in zip(lines, ["replace it with what it points to", "rename it", 'write "and"']):
             self.assertTrue(line.startswith("publish: "), line)
-            self.assertIn(mend, line)
+            self.assertIn(advice, line)
         self.assertFalse(self.site.exists())
 
     def test_a_much_shorter_version_has_to_be_allowed(self) -> None:
@@ -202,8 +312,33 @@ class Publish(unittest.TestCase):
             large.truncate(2**31)  # takes no room
         refused = self.publish()
         self.assertEqual(refused.returncode, 1)
-        self.assertIn("large: 2147483648 bytes", refused.stderr)
+        self.assertIn("large: the file has 2147483648 bytes, but the updater accepts", refused.stderr)
+        self.assertIn("at most 2147483647;", refused.stderr)
+        self.assertNotIn("changed", refused.stderr)
         self.assertFalse(self.site.exists())
+
+    def test_a_file_just_below_2_gib_is_published(self) -> None:
+        with (self.client / "large").open("wb") as large:
+            large.truncate(2**31 - 1)
+        for more in (["--dry-run"], []):
+            done = self.publish("2.1.3", *more)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertNotIn("changed", done.stderr)
+
+    def test_a_large_file_does_not_have_to_fit_into_memory(self) -> None:
+        size = 300_000_000
+        with (self.client / "large").open("wb") as large:
+            large.truncate(size)  # takes no room
+        # A new process counts what it was forked from, so this one must not be the parent.
+        measure = ("import os, sys; tool = os.spawnv(os.P_NOWAIT, sys.argv[1], sys.argv[1:]);"
+                   "print(os.wait4(tool, 0)[2].ru_maxrss)")
+        done = self.run_tool([sys.executable, "-c", measure, *self.command()])
+        with zipfile.ZipFile(self.site / "packages" / "Client-2.1.3.zip") as package:
+            self.assertEqual(package.getinfo("Client-2.1.3/large").file_size, size)
+        limit = 64 << 10  # KiB
+        if "ASAN_OPTIONS" in os.environ:
+            limit *= 3  # the address sanitizer's own memory
+        self.assertLess(int(done.stdout.splitlines()[-1]), limit)
 
     def test_names_that_are_no_text_are_refused(self) -> None:
         raw = os.fsencode(self.client)
@@ -217,6 +352,46 @@ class Publish(unittest.TestCase):
             [("name-encoding", "lost\\xff"), ("name-encoding", "plug ins/caf\\xe9")],
         )
         self.assertFalse(self.site.exists())
+
+    def test_arguments_that_are_no_text_are_refused(self) -> None:
+        self.site = self.room / os.fsdecode(b"site\xe9")
+        for command in (self.command("2.1.3", "--json"), [TOOL, "verify", str(self.site)]):
+            before = sorted(os.listdir(self.room))
+            refused = self.run_tool(command)
+            self.assertEqual(refused.returncode, 2)
+            self.assertIn('site\\xe9" is not valid UTF-8; ', refused.stderr)
+            self.assertEqual(sorted(os.listdir(self.room)), before)
+
+    def test_the_stop_file_can_be_read_by_everybody(self) -> None:
+        self.assertEqual(self.publish().returncode, 0)
+        stop = [TOOL, "stop", str(self.site)]
+        self.assertEqual(self.run_tool(stop, lambda: os.umask(0o077)).returncode, 0)
+        mode = (self.site / "check" / "stop").stat().st_mode & 0o7777
+        self.assertEqual(oct(mode), "0o644")
+
+    def test_a_release_is_stopped_while_another_is_packed(self) -> None:
+        self.assertEqual(self.publish("2.1.3", "--share", "100").returncode, 0)
+        tool = self.start_and_wait_for_half_a_package()
+        tool.send_signal(signal.SIGSTOP)  # so that it cannot get ready meanwhile
+        stopped = self.run_tool([TOOL, "stop", str(self.site), "--version", "2.1.3"])
+        tool.send_signal(signal.SIGCONT)
+        self.assertEqual(stopped.returncode, 0, stopped.stderr)
+        _, errors = tool.communicate(timeout=TIME_LIMIT)
+        self.assertEqual(tool.returncode, 0, errors)
+        listed = json.loads((self.site / "check" / "now" / "releases.json").read_bytes())
+        self.assertEqual(
+            [(release["version"], release["stopped"]) for release in listed["releases"]],
+            [("2.1.3", True), ("2.2.0", False)],
+        )
+
+    def test_what_a_killed_one_left_is_removed_by_any_command(self) -> None:
+        self.assertEqual(self.publish("2.1.3", "--share", "100").returncode, 0)
+        tool = self.start_and_wait_for_half_a_package()
+        tool.kill()
+        tool.communicate(timeout=TIME_LIMIT)
+        stopped = self.run_tool([TOOL, "stop", str(self.site), "--version", "2.1.3"])
+        self.assertEqual(stopped.returncode, 0, stopped.stderr)
+        self.assertFalse((self.site / ".publish").exists())
 
     def test_the_updaters_folder_has_to_be_allowed(self) -> None:
         (self.client / "AutoUpdate").mkdir()
@@ -247,23 +422,12 @@ class Publish(unittest.TestCase):
             done = self.run_tool(command, keep_to_oneself)
             self.assertEqual(done.returncode, 0, done.stderr)
         new = self.room / "new"
-        self.assertEqual(
-            {
-                str(path.relative_to(new)): oct(path.stat().st_mode & 0o7777)
-                for path in [new, *new.rglob("*")]
-            },
-            {
-                ".": "0o755",
-                "site": "0o755",
-                "site/check": "0o755",
-                "site/check/none.json": "0o644",
-                "site/check/offer.json": "0o644",
-                "site/index.html": "0o644",
-                "site/packages": "0o755",
-                "site/packages/Client-2.1.3.zip": "0o644",
-                "site/packages/Setup-2.2.0.exe": "0o644",
-            },
-        )
+        for path in [new, *new.rglob("*")]:
+            if path.is_symlink():
+                continue
+            with self.subTest(path.relative_to(new)):
+                mode = path.stat().st_mode & 0o7777
+                self.assertEqual(oct(mode), "0o755" if path.is_dir() else "0o644")
 
     def test_what_is_left_out_is_told(self) -> None:
         added = (".git/config", "plug ins/Thumbs.db", "plug ins/a.pdb", "b.pdb")
@@ -281,16 +445,6 @@ class Publish(unittest.TestCase):
         with zipfile.ZipFile(self.site / "packages" / "Client-2.1.3.zip") as package:
             package.extractall(self.room / "unpacked")
         self.assertEqual(snapshot(self.room / "unpacked" / "Client-2.1.3"), snapshot(self.client))
-
-    def test_a_file_of_2_gib_is_refused_for_its_size(self) -> None:
-        with (self.client / "large").open("wb") as large:
-            large.truncate(2**31)
-        refused = self.publish()
-        self.assertEqual(refused.returncode, 1)
-        self.assertIn("large: 2147483648 bytes, and the updater takes files", refused.stderr)
-        self.assertIn("at most 2147483647;", refused.stderr)
-        self.assertNotIn("changed", refused.stderr)
-        self.assertFalse(self.site.exists())
 
     def test_version_of_the_tool_is_told(self) -> None:
         told = self.run_tool([TOOL, "--version"])
@@ -316,7 +470,7 @@ class Publish(unittest.TestCase):
             self.assertIn("; see publish ", wrong.stderr)
 
     def test_help_is_no_failure(self) -> None:
-        for command in ([], ["zip"], ["installer"], ["verify"]):
+        for command in ([], ["zip"], ["installer"], ["verify"], ["rollout"], ["report"]):
             told = self.run_tool([TOOL, *command, "--help"])
             self.assertEqual((told.returncode, told.stderr), (0, ""))
             self.assertIn("publish verify" if not command else "Example:", told.stdout)
@@ -369,7 +523,7 @@ class Publish(unittest.TestCase):
 
         failed = self.run_tool(self.command("2.2.0"), allow_little)
         self.assertEqual(failed.returncode, 1)
-        self.assertIn("make room", failed.stderr)
+        self.assertIn("free some disk space", failed.stderr)
         self.assertEqual(snapshot(self.site), before)
 
     def test_interruption_leaves_nothing_behind(self) -> None:
@@ -401,23 +555,26 @@ class Publish(unittest.TestCase):
     def test_a_reader_never_sees_a_half_release(self) -> None:
         self.assertEqual(self.publish().returncode, 0)
         self.make_client_large()
-        offers = set()
+        versions = set()
         with subprocess.Popen(
             self.command("2.2.0"), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
         ) as tool:
             while tool.poll() is None:
-                offer = json.loads((self.site / "check" / "offer.json").read_bytes())["biz"]
-                package = self.site / "packages" / offer["id"]
-                self.assertEqual(package.stat().st_size, offer["packageSize"])
-                offers.add(offer["latestVersion"])
+                listed = json.loads((self.site / "check" / "now" / "releases.json").read_bytes())
+                release = listed["releases"][-1]
+                package = self.site / "packages" / release["id"]
+                self.assertEqual(package.stat().st_size, release["size"])
+                offer = json.loads(self.offer(release["version"]).read_bytes())["biz"]
+                self.assertEqual(offer["packageSize"], release["size"])
+                versions.add(release["version"])
         self.assertEqual(tool.returncode, 0)
-        self.assertIn("2.1.3", offers)
+        self.assertIn("2.1.3", versions)
 
     def test_two_at_a_time_are_refused(self) -> None:
         tool = self.start_and_wait_for_half_a_package()
         second = self.publish("2.3.0")
         self.assertEqual(second.returncode, 1)
-        self.assertIn("another process publishes there", second.stderr)
+        self.assertIn("another process is changing this tree", second.stderr)
         _, errors = tool.communicate(timeout=TIME_LIMIT)
         self.assertEqual(tool.returncode, 0, errors)
         self.assertEqual(self.run_tool([TOOL, "verify", str(self.site)]).returncode, 0)
@@ -433,12 +590,12 @@ class Publish(unittest.TestCase):
 
     def test_same_folder_gives_the_same_bytes(self) -> None:
         self.assertEqual(self.publish().returncode, 0)
-        first = snapshot(self.site)
+        first = snapshot(self.site / "packages")
         shutil.rmtree(self.site)
         for path in self.client.rglob("*"):
             os.utime(path, (10**9, 10**9))
         self.assertEqual(self.publish().returncode, 0)
-        self.assertEqual(snapshot(self.site), first)
+        self.assertEqual(snapshot(self.site / "packages"), first)
 
 
 if __name__ == "__main__":

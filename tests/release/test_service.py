@@ -1,33 +1,36 @@
 #!/usr/bin/python3
-"""What updaters, and whoever else calls, get from the nginx of release/nginx/."""
+# SPDX-License-Identifier: MIT
+"""What updaters and other clients get from the nginx of release/nginx/."""
 
-import json
+import shutil
 import ssl
 import subprocess
 import sys
 import tempfile
 import unittest
 import urllib.request
-from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import nginxserver
-from nginxserver import NginxServer, check_body, make_tree
-from rolloutfile import changed, rollout, shipped
+from nginxserver import NginxServer, check_body, decision
+from releasetree import ReleaseTree, package_id
+from shippedfiles import changed, shipped
+from waiting import free_port
 
 SERVE = ""
-PACKAGE_PATH = f"/packages/{nginxserver.PACKAGE}"
+PUBLISH = ""
+PACKAGE_PATH = f"/packages/{package_id('2.1.3')}"
 
 
 class ServedTree(unittest.TestCase):
-    """One nginx with the files as they are shipped, for the tests that change nothing."""
+    """One nginx with the shipped files, for tests that change nothing."""
 
     @classmethod
     def setUpClass(cls) -> None:
         room = Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
-        cls.tree = room / "tree"
-        cls.package = make_tree(cls.tree)
-        cls.server = cls.enterClassContext(NginxServer(SERVE, cls.tree, room))
+        cls.tree = ReleaseTree(PUBLISH, room)
+        cls.tree.publish("2.1.3", "--share", "100")
+        cls.server = cls.enterClassContext(NginxServer(SERVE, cls.tree.folder, room))
 
 
 class Check(ServedTree):
@@ -48,7 +51,17 @@ class Check(ServedTree):
         ) + body
         answer = self.server.raw(sent)
         self.assertEqual(answer.status, 200)
-        self.assertEqual(answer.body, (self.tree / "check" / "offer.json").read_bytes())
+        self.assertEqual(answer.body, self.tree.answer("2.1.3").read_bytes())
+        self.check_headers(answer)
+
+    def test_nothing_newer_is_sent_like_an_offer(self) -> None:
+        answer = self.server.ask(check_body("2.1.3"))
+        self.assertEqual(answer.body, (self.tree.check / "none.json").read_bytes())
+        self.assertEqual(decision(answer), "none")
+        self.check_headers(answer)
+
+    def check_headers(self, answer: nginxserver.Answer) -> None:
+        """Verifies the headers of an answer to a check."""
         headers = dict(answer.headers)
         self.assertTrue(headers.pop("Date"))
         self.assertTrue(headers.pop("Last-Modified"))
@@ -65,31 +78,6 @@ class Check(ServedTree):
             },
         )
 
-    def test_a_new_offer_by_rename_is_answered_at_once(self) -> None:
-        offer = self.tree / "check" / "offer.json"
-        former = offer.read_bytes()
-        self.addCleanup(offer.write_bytes, former)
-        successor = self.tree / "check" / "offer.json.new"
-        successor.write_bytes(former.replace(b"2.1.3", b"2.1.4"))
-        successor.rename(offer)
-        answer = self.server.request("POST", "/check", body=check_body("1.0.0"))
-        self.assertEqual(json.loads(answer.body)["biz"]["latestVersion"], "2.1.4")
-
-    def test_without_an_offer_there_is_nothing_newer(self) -> None:
-        offer = self.tree / "check" / "offer.json"
-        self.addCleanup((self.tree / "kept").rename, offer)
-        offer.rename(self.tree / "kept")
-        self.assertEqual(self.server.check("1.0.0"), "none")
-
-    def test_the_stop_file_withdraws_the_offer_at_once(self) -> None:
-        stop = self.tree / "check" / "stop"
-        self.assertEqual(self.server.check("1.0.0"), "offer")
-        stop.touch()
-        self.addCleanup(stop.unlink, missing_ok=True)
-        self.assertEqual(self.server.check("1.0.0"), "none")
-        stop.unlink()
-        self.assertEqual(self.server.check("1.0.0"), "offer")
-
     def test_other_methods_are_refused(self) -> None:
         for method in ("GET", "HEAD", "PUT", "DELETE", "OPTIONS"):
             with self.subTest(method):
@@ -101,18 +89,21 @@ class Check(ServedTree):
         self.assertEqual(self.server.request("POST", "/check", body=b" " * 1024).status, 200)
         self.assertEqual(self.server.request("POST", "/check", body=b" " * 1025).status, 413)
 
-    def test_only_the_two_paths_are_there(self) -> None:
-        for path in ("/", "/index.html", "/check/offer.json", "/check/none.json", "/decision",
-                     "/status", "/packages", "/packages/", "/packages/../check/offer.json"):
+    def test_nothing_else_of_the_tree_is_served(self) -> None:
+        hidden = self.tree.check / "now" / "everywhere" / "other" / "rest"
+        self.assertTrue(hidden.exists())
+        paths = ["/", "/decision", "/decision/answer", "/decision/health", "/decision/none",
+                 "/status", "/packages", "/packages/", "/packages/../check/none.json", "/check/",
+                 "/check/check", "/packages/check", "/CHECK"]
+        paths += [f"/{path.relative_to(self.tree.folder)}" for path in (
+            hidden, self.tree.answer("2.1.3"), self.tree.check / "none.json",
+            self.tree.check / "now" / "releases.json", self.tree.folder / "SHA256SUMS",
+            self.tree.folder / "index.html",
+        )]
+        for path in paths:
             with self.subTest(path):
-                self.assertEqual(self.server.request("GET", path).status, 404)
-
-    def test_health_tells_whether_the_tree_is_there(self) -> None:
-        none = self.tree / "check" / "none.json"
-        self.assertEqual(self.server.request("GET", "/health").status, 200)
-        self.addCleanup((self.tree / "kept").rename, none)
-        none.rename(self.tree / "kept")
-        self.assertEqual(self.server.request("GET", "/health").status, 503)
+                self.assertIn(self.server.request("GET", path).status, (404, 405))
+                self.assertEqual(self.server.ask(check_body("1.0.0"), path=path).status, 404)
 
     def test_old_tls_is_refused(self) -> None:
         for option, accepted in (("-tls1_1", False), ("-tls1_2", True), ("-tls1_3", True)):
@@ -128,8 +119,11 @@ class Check(ServedTree):
 class Packages(ServedTree):
     """GET /packages/ID."""
 
+    def setUp(self) -> None:
+        self.package = self.tree.package("2.1.3").read_bytes()
+
     def get(self, **headers: str) -> nginxserver.Answer:
-        """The package, with underscores of header names for dashes."""
+        """Gets the package with these headers, whose names have underscores for dashes."""
         named = {name.replace("_", "-"): text for name, text in headers.items()}
         return self.server.request("GET", PACKAGE_PATH, headers=named)
 
@@ -149,10 +143,10 @@ class Packages(ServedTree):
         answer = self.get(Range="bytes=1000-1999")
         self.assertEqual(answer.status, 206)
         self.assertEqual(answer.body, self.package[1000:2000])
-        self.assertEqual(answer.headers["Content-Range"], "bytes 1000-1999/300000")
+        self.assertEqual(answer.headers["Content-Range"], f"bytes 1000-1999/{len(self.package)}")
 
     def test_a_range_beyond_the_end_is_refused(self) -> None:
-        self.assertEqual(self.get(Range="bytes=300000-").status, 416)
+        self.assertEqual(self.get(Range=f"bytes={len(self.package)}-").status, 416)
 
     def test_a_range_of_a_former_package_gets_the_whole_new_one(self) -> None:
         tag = self.get().headers["ETag"]
@@ -165,7 +159,7 @@ class Packages(ServedTree):
         self.assertEqual(self.get(If_None_Match=tag).status, 304)
 
     def test_a_missing_package_may_not_be_kept_as_missing(self) -> None:
-        answer = self.server.request("GET", "/packages/NorvaneClient-9.zip")
+        answer = self.server.request("GET", f"/packages/{package_id('9')}")
         self.assertEqual(answer.status, 404)
         self.assertNotIn("Cache-Control", answer.headers)
 
@@ -174,16 +168,18 @@ class Packages(ServedTree):
 
 
 class FreshServer(unittest.TestCase):
-    """Each test starts an nginx of its own."""
+    """Each test starts its own nginx."""
 
     def setUp(self) -> None:
         self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
-        self.tree = self.room / "tree"
-        make_tree(self.tree)
+        self.tree = ReleaseTree(PUBLISH, self.room)
+        self.tree.publish("2.1.3", "--share", "100")
 
     def start(self, *options: str, **replaced: str) -> NginxServer:
-        """nginx with these options and these texts in the place of shipped files."""
-        return self.enterContext(NginxServer(SERVE, self.tree, self.room, *options, **replaced))
+        """Starts nginx with these options, and with these texts instead of shipped files."""
+        return self.enterContext(
+            NginxServer(SERVE, self.tree.folder, self.room, *options, **replaced)
+        )
 
 
 class Log(FreshServer):
@@ -200,7 +196,7 @@ class Log(FreshServer):
         self.assertEqual([line["version"] for line in server.log_lines(2)], ["1.0.0", "1.0.0"])
 
     def test_it_tells_version_and_answer(self) -> None:
-        server = self.start(rollout=rollout("2.1.3  none;"))
+        server = self.start()
         # Each line is waited for: nginx's workers write theirs when they come to it.
         server.check("1.0.0")
         server.log_lines(1)
@@ -208,24 +204,32 @@ class Log(FreshServer):
         server.log_lines(2)
         server.request("GET", PACKAGE_PATH)
         server.log_lines(3)
-        server.request("GET", "/check/offer.json")
-        wanted = ("address", "method", "path", "status", "version", "answer", "completed", "tls")
+        server.request("GET", "/check/none.json")
+        server.log_lines(4)
+        (self.tree.check / "none.json").unlink()
+        server.check("2.1.3")
+        wanted = ("address", "method", "path", "status", "version", "answer", "package")
+        package = package_id("2.1.3")
+        lines = server.log_lines(5)
         self.assertEqual(
-            [tuple(line[key] for key in wanted) for line in server.log_lines(4)],
+            [tuple(line[key] for key in wanted) for line in lines],
             [
-                ("127.0.0.1", "POST", "/check", "200", "1.0.0", "offer", "OK", "TLSv1.3"),
-                ("127.4.5.6", "POST", "/check", "200", "2.1.3", "none", "OK", "TLSv1.3"),
-                ("127.0.0.1", "GET", PACKAGE_PATH, "200", "", "", "OK", "TLSv1.3"),
-                ("127.0.0.1", "GET", "/check/offer.json", "404", "", "", "OK", "TLSv1.3"),
+                ("127.0.0.1", "POST", "/check", "200", "1.0.0", "2.1.3", package),
+                ("127.4.5.6", "POST", "/check", "200", "2.1.3", "none", ""),
+                ("127.0.0.1", "GET", PACKAGE_PATH, "200", "", "", ""),
+                ("127.0.0.1", "GET", "/check/none.json", "404", "", "", ""),
+                ("127.0.0.1", "POST", "/check", "200", "2.1.3", "none", ""),
             ],
         )
+        self.assertEqual({line["completed"] for line in lines}, {"OK"})
+        self.assertEqual({line["tls"] for line in lines}, {"TLSv1.3"})
 
     def test_every_line_is_json_whatever_is_sent(self) -> None:
         server = self.start()
         bodies = (
             b"", b"{}", b"\x00\xff", b'{"clientVersion":"', b'{"clientVersion":"1\\"2"}',
             '{"clientVersion":"版"}'.encode(), b'{"clientVersion":"1\xff2"}',
-            b'{"clientVersion":"' + b"9" * 65 + b'"}', b'{"clientVersion" : "1.0 beta"}',
+            b'{"clientVersion":"' + b"9" * 65 + b'"}', b'{"clientVersion" : "1.0-beta"}',
         )
         for count, body in enumerate(bodies, 1):
             self.assertEqual(server.request("POST", "/check", body=body).status, 200)
@@ -239,7 +243,7 @@ class Log(FreshServer):
             server.log_lines(count)
         lines = server.log_lines(len(bodies) + 4)
         self.assertEqual(
-            [line["version"] for line in lines[: len(bodies)]], [""] * 8 + ["1.0 beta"]
+            [line["version"] for line in lines[: len(bodies)]], [""] * 8 + ["1.0-beta"]
         )
         self.assertEqual(
             [line["path"] for line in lines[len(bodies):]], ['/a"b\\c', "/", "", "/" + "a" * 255]
@@ -247,19 +251,19 @@ class Log(FreshServer):
 
 
 class Limits(FreshServer):
-    """How often one network may ask."""
+    """The limits per network."""
 
     def test_who_asks_too_often_is_turned_away_and_others_are_not(self) -> None:
         slow = changed(shipped("clients.conf"), "updates_checks:32m rate=20r/s",
                        "updates_checks:32m rate=1r/m")
         server = self.start(clients=slow)
         answers = [server.check("1.0.0") for _ in range(402)]
-        self.assertEqual(answers, ["offer"] * 401 + ["429"])
-        self.assertEqual(server.check("1.0.0", "127.0.0.2"), "offer")
+        self.assertEqual(answers, ["2.1.3"] * 401 + ["429"])
+        self.assertEqual(server.check("1.0.0", "127.0.0.2"), "2.1.3")
 
     def test_downloads_at_the_same_time_are_limited(self) -> None:
         few = changed(shipped("service.conf"), "updates_connections 400", "updates_connections 2")
-        (self.tree / "packages" / "large").write_bytes(bytes(50_000_000))
+        (self.tree.folder / "packages" / "large").write_bytes(bytes(50_000_000))
         server = self.start(service=few)
         under_way = [server.connection() for _ in range(2)]
         for connection in under_way:
@@ -270,112 +274,74 @@ class Limits(FreshServer):
         self.assertEqual(server.request("GET", PACKAGE_PATH, "127.0.0.2").status, 200)
 
 
-class RollOut(FreshServer):
-    """Who is offered the release."""
+class Health(FreshServer):
+    """GET /health, by which a load balancer finds working nodes."""
 
-    def answers(self, server: NginxServer, addresses: list, version: str = "2.0.1") -> list:
-        """What clients of one version at these addresses are answered."""
-        with ThreadPoolExecutor(8) as clients:
-            return list(clients.map(lambda address: server.check(version, address), addresses))
+    def health(self, path: str = "/health") -> int:
+        """The status for a load balancer."""
+        return self.server.request("GET", path).status
 
-    def test_a_share_of_ten_thousand_addresses_is_offered_the_release(self) -> None:
-        server = self.start(rollout=rollout("~^1\\.  offer;", share="10%"))
-        addresses = [f"127.{i // 2500 + 1}.{i // 50 % 50}.{i % 50 * 5 + 1}" for i in range(10_000)]
-        self.assertEqual(len(set(addresses)), 10_000)
-        answers = self.answers(server, addresses)
-        self.assertEqual(answers.count("offer") + answers.count("none"), 10_000)
-        print(f"share: {answers.count('offer') / 100:.2f} %", file=sys.stderr)
-        self.assertGreaterEqual(answers.count("offer"), 900)
-        self.assertLessEqual(answers.count("offer"), 1100)
+    def test_it_tells_whether_the_tree_can_be_read(self) -> None:
+        self.server = self.start()
+        self.assertEqual(self.health(), 200)
+        none = self.tree.check / "none.json"
+        none.unlink()
+        self.assertEqual(self.health(), 503)
+        none.mkdir()
+        self.assertEqual(self.health(), 503)
+        none.rmdir()
+        none.symlink_to("none.json")
+        self.assertEqual(self.health(), 503)
 
-        logged = server.log_lines(10_000)
-        self.assertEqual(
-            sorted((line["address"], line["answer"]) for line in logged),
-            sorted(zip(addresses, answers)),
-        )
-        # The same addresses once more, with a version that is offered it whatever the share.
-        self.assertEqual(self.answers(server, addresses[:100], "1.4.2"), ["offer"] * 100)
+    def test_it_tells_whether_the_decisions_can_be_read(self) -> None:
+        self.server = self.start()
+        now = self.tree.check / "now"
+        rest = now / "everywhere" / "other" / "rest"
+        aside = self.room / "aside"
+        for part in (now, now / "releases.json", now / "everywhere", now / "everywhere" / "other",
+                     rest, rest.parent.resolve(), self.tree.answer("2.1.3")):
+            with self.subTest(part):
+                part.rename(aside)
+                self.assertEqual(self.health(), 503)
+                part.symlink_to("nowhere")
+                self.assertEqual(self.health(), 503)
+                part.unlink()
+                aside.rename(part)
+                self.assertEqual(self.health(), 200)
 
-    def test_raising_the_share_keeps_who_is_in(self) -> None:
-        server = self.start(rollout=rollout(share="20%"))
-        addresses = [f"127.9.0.{i}" for i in range(1, 201)]
-        before = self.answers(server, addresses)
-        server.reload(rollout(share="40%"))
-        after = self.answers(server, addresses)
-        self.assertGreater(after.count("offer"), before.count("offer"))
-        self.assertEqual({b for a, b in zip(before, after) if a == "offer"}, {"offer"})
+    def test_a_copy_that_followed_the_links_is_not_healthy(self) -> None:
+        copy = self.room / "copy"
+        shutil.copytree(self.tree.folder, copy)
+        self.tree.folder = copy
+        self.server = self.start()
+        self.assertEqual(self.server.check("1.0.0"), "none")
+        self.assertEqual(self.health(), 503)
 
-    def test_another_release_goes_to_others_first(self) -> None:
-        server = self.start(rollout=rollout(share="50%"))
-        addresses = [f"127.9.0.{i}" for i in range(1, 101)]
-        before = self.answers(server, addresses)
-        server.reload(rollout(share="50%", salt="2.1.4"))
-        self.assertNotEqual(self.answers(server, addresses), before)
+    def test_a_tree_that_offers_nothing_is_healthy(self) -> None:
+        self.server = self.start()
+        self.tree.change("stop")
+        self.assertEqual(self.health(), 200)
+        self.tree.change("resume")
+        self.tree.change("stop", "--version", "2.1.3")
+        self.assertEqual(self.server.check("1.0.0"), "none")
+        self.assertEqual(self.health(), 200)
 
-    def test_the_installed_version_decides(self) -> None:
-        (self.tree / "check" / "offer-2.0.9.json").write_text(
-            json.dumps({"code": "000000", "biz": {"update": "1", "latestVersion": "2.0.9"}})
-        )
-        rules = ("2.1.3  none;", r"~^2\.2\.  none;", r"~^2\.0\.  offer;", r"~^1\.  offer-2.0.9;")
-        server = self.start(rollout=rollout(*rules, share="0.01%"))
-        for version, answer in (("2.1.3", "none"), ("2.1.30", "none"), ("2.2.0-beta", "none"),
-                                ("2.0.7", "offer"), ("2.00.7", "none"), ("", "none"),
-                                ("1.9", "offer")):
-            with self.subTest(version):
-                self.assertEqual(server.check(version), answer)
-        oldest = server.request("POST", "/check", body=check_body("1.9"))
-        self.assertEqual(json.loads(oldest.body)["biz"]["latestVersion"], "2.0.9")
+    def test_a_product_that_is_not_there_has_none(self) -> None:
+        self.server = self.start()
+        self.assertEqual(self.health("/anything/health"), 404)
 
-    def test_the_documented_roll_out_does_what_is_written_there(self) -> None:
-        document = (Path(__file__).resolve().parents[2] / "docs" / "service.md").read_text("utf-8")
-        documented = document.split("```nginx\n")[1].split("```")[0]
-        server = self.start(rollout='map "" $kill_switch { default off; }\n' + documented)
-        addresses = [f"127.9.0.{i}" for i in range(1, 101)]
-        for version, answers in (("2.1.3", {"none"}), ("2.2.0", {"none"}), ("2.0.5", {"offer"}),
-                                 ("1.7", {"offer", "none"})):
-            with self.subTest(version):
-                self.assertEqual(set(self.answers(server, addresses, version)), answers)
-
-    def test_the_kill_switch_holds_for_everybody(self) -> None:
-        rules = (r"~^2\.0\.  offer;",)
-        server = self.start(rollout=rollout(*rules))
-        self.assertEqual([server.check("2.0.1"), server.check("1.0")], ["offer", "offer"])
-        server.reload(rollout(*rules, kill_switch="on"))
-        self.assertEqual([server.check("2.0.1"), server.check("1.0")], ["none", "none"])
-
-    def test_behind_a_load_balancer_the_clients_own_address_counts(self) -> None:
-        behind = changed(
-            shipped("clients.conf"),
-            "#     set_real_ip_from 192.0.2.0/24;\n"
-            "#     real_ip_header X-Forwarded-For;\n"
-            "#     real_ip_recursive on;\n",
-            "set_real_ip_from 127.0.0.1;\n"
-            "real_ip_header X-Forwarded-For;\n"
-            "real_ip_recursive on;\n",
-        )
-        server = self.start(clients=behind, rollout=rollout(share="50%"))
-        one_household = [f"2001:db8:1:2:{i:x}::1" for i in range(1, 33)]
-        households = [f"2001:db8:1:{i:x}:a::1" for i in range(1, 33)]
-        offices = [f"198.51.100.{i}" for i in range(1, 33)]
-        for address in (*one_household, *households, *offices):
-            server.request("POST", "/check", body=check_body("1.0"),
-                           headers={"X-Forwarded-For": f"10.0.0.1, {address}"})
-        # Whoever is not the load balancer says nothing about others.
-        server.request("POST", "/check", "127.0.0.2", body=check_body("1.0"),
-                       headers={"X-Forwarded-For": "198.51.100.99"})
-        # nginx's workers write their lines when they come to it.
-        answers = {line["address"]: line["answer"] for line in server.log_lines(97)}
-        self.assertEqual(set(answers), {*one_household, *households, *offices, "127.0.0.2"})
-        self.assertEqual(len({answers[address] for address in one_household}), 1)
-        self.assertEqual({answers[address] for address in households}, {"offer", "none"})
-        self.assertEqual({answers[address] for address in offices}, {"offer", "none"})
+    def test_it_tells_whether_checks_can_be_decided(self) -> None:
+        nobody = f"http://127.0.0.1:{free_port()}"
+        lost = changed(shipped("inner.conf"), "http://updates_decision", nobody)
+        server = self.start(inner=lost)
+        self.assertEqual(server.request("GET", "/health").status, 503)
 
 
 class Serve(FreshServer):
-    """scripts/serve as a tool."""
+    """scripts/serve on the command line."""
 
     def refusal(self, *arguments: object) -> str:
-        """The one line with which it ends."""
+        """Its only line of output when it refuses."""
         result = subprocess.run([SERVE, *arguments], capture_output=True, text=True, check=False)
         self.assertNotEqual(result.returncode, 0)
         self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
@@ -386,26 +352,26 @@ class Serve(FreshServer):
         work = ("--work", self.room / "work")
         for arguments, line in (
             ((), "name the tree to serve"),
-            ((self.room, *work), "is no release tree"),
-            ((self.tree, "--port", "70000", *work), "70000 is no port"),
-            ((self.tree, "--plain-port", "no", *work), "no is no port"),
-            ((self.tree, "--port", "9999", "--plain-port", "9999", *work), "not 9999 twice"),
-            ((self.tree, "--frost"), "unknown option --frost"),
-            ((self.tree, "--key", "k", *work), "go together"),
-            ((self.tree, "--work", self.room / "blank here"), "without blanks"),
-            ((self.tree, "--replace", self.tree / "packages", *work), "to replace"),
+            ((self.tree.client, *work), "is no release tree"),
+            ((self.tree.folder, "--port", "70000", *work), "70000 is no port"),
+            ((self.tree.folder, "--plain-port", "no", *work), "no is no port"),
+            ((self.tree.folder, "--port", "9999", "--plain-port", "9999", *work), "not 9999 twice"),
+            ((self.tree.folder, "--frost"), "unknown option --frost"),
+            ((self.tree.folder, "--key", "k", *work), "go together"),
+            ((self.tree.folder, "--work", self.room / "blank here"), "without blanks"),
+            ((self.tree.folder, "--replace", self.tree.folder / "packages", *work), "to replace"),
         ):
             with self.subTest(line):
                 self.assertIn(line, self.refusal(*arguments))
 
     def test_a_port_in_use_is_not_taken_over(self) -> None:
         server = self.start()
-        line = self.refusal(self.tree, "--port", str(server.port), "--work", self.room / "other")
+        line = self.refusal(self.tree.folder, "--port", str(server.port), "--work", self.room / "other")
         self.assertIn("is taken", line)
-        other_port = str(nginxserver.free_port())
-        line = self.refusal(self.tree, "--port", other_port, "--work", server.work)
+        other_port = str(free_port())
+        line = self.refusal(self.tree.folder, "--port", other_port, "--work", server.work)
         self.assertIn("serves from", line)
-        self.assertEqual(server.check("1.0.0"), "offer")
+        self.assertEqual(server.check("1.0.0"), "2.1.3")
 
     def test_it_prints_the_addresses_for_the_updaters_configuration(self) -> None:
         server = self.start()
@@ -416,7 +382,7 @@ class Serve(FreshServer):
         self.assertIn(str(server.work / "certificate.pem"), printed)
 
     def test_the_certificate_is_kept_for_the_next_run(self) -> None:
-        server = NginxServer(SERVE, self.tree, self.room)
+        server = NginxServer(SERVE, self.tree.folder, self.room)
         certificates = []
         for _ in range(2):
             with server:
@@ -424,17 +390,15 @@ class Serve(FreshServer):
         self.assertEqual(*certificates)
 
     def test_packages_can_be_had_without_trusting_the_certificate(self) -> None:
-        plain_port = nginxserver.free_port()
+        plain_port = free_port()
         server = self.start("--plain-port", str(plain_port))
         address = f"http://localhost:{plain_port}/packages/"
         self.assertIn(f'"updatePackageUrl": "{address}"', server.output.read_text())
-        with urllib.request.urlopen(address + nginxserver.PACKAGE, timeout=60) as answer:
-            self.assertEqual(
-                answer.read(), (self.tree / "packages" / nginxserver.PACKAGE).read_bytes()
-            )
-        self.assertEqual(server.check("1.0.0"), "offer")
+        with urllib.request.urlopen(address + package_id("2.1.3"), timeout=60) as answer:
+            self.assertEqual(answer.read(), self.tree.package("2.1.3").read_bytes())
+        self.assertEqual(server.check("1.0.0"), "2.1.3")
 
 
 if __name__ == "__main__":
-    SERVE = sys.argv.pop(1)
+    SERVE, PUBLISH = sys.argv.pop(1), sys.argv.pop(1)
     unittest.main()

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""The program itself and the nginx of release/nginx/, under a roll-out to 10 % of the addresses."""
+# SPDX-License-Identifier: MIT
+"""The updater and the nginx of release/nginx/, with a roll-out to 10 % of the addresses."""
 
 import json
 import os
@@ -10,20 +11,22 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from nginxserver import NginxServer, make_tree, wait_until
-from rolloutfile import rollout
+from nginxserver import NginxServer
+from releasetree import ReleaseTree, package_id
+from waiting import wait_until
 
 SERVE = ""
 UPDATER = ""
+PUBLISH = ""
 PROJECT = Path(__file__).resolve().parents[2]
 
-# The updater asks from 127.0.0.1, which is among the 10 % of one of these releases only.
-RELEASE_FOR_THIS_ADDRESS = "2.1.7"
-RELEASE_FOR_OTHERS = "2.1.3"
+# The updater asks from 127.0.0.1, which is in the 10 % of only one of these releases.
+RELEASE_FOR_THIS_ADDRESS = "2.1.35"
+RELEASE_FOR_OTHERS = "2.1.30"
 
 
 def end(updater: subprocess.Popen) -> None:
-    """Kills the program, and takes away the guard that a killed one leaves for others to meet."""
+    """Kills the program and removes the single-instance guard that it leaves."""
     updater.kill()
     updater.wait()
     for line in Path("/proc/sysvipc/shm").read_text(encoding="ascii").splitlines()[1:]:
@@ -33,12 +36,11 @@ def end(updater: subprocess.Popen) -> None:
 
 
 class UpdaterAndService(unittest.TestCase):
-    """Each test has a home, a client and a service of its own."""
+    """Each test has its own home, client and service."""
 
     def setUp(self) -> None:
         self.room = Path(self.enterContext(tempfile.TemporaryDirectory()))
-        self.tree = self.room / "tree"
-        make_tree(self.tree)
+        self.tree = ReleaseTree(PUBLISH, self.room)
         self.client = self.room / "Client"
         self.log = self.room / "home/AppData/Local/AutoUpdate/AutoUpdate.log"
         for folder in ("home/AppData/Roaming/norvaneAssistant", "tmp", "Client/AutoUpdate"):
@@ -49,7 +51,7 @@ class UpdaterAndService(unittest.TestCase):
         program.chmod(0o755)
 
     def start_updater(self, server: NginxServer) -> subprocess.Popen:
-        """The program beside a client 2.0.1, asking this service."""
+        """Starts the updater of a client 2.0.1 with this service."""
         folder = self.client / "AutoUpdate"
         shutil.copy(UPDATER, folder)
         address = f"https://localhost:{server.port}"
@@ -78,24 +80,24 @@ class UpdaterAndService(unittest.TestCase):
         return updater
 
     def logged(self, text: str) -> bool:
-        """Whether the updater's log has this."""
+        """Whether the log of the updater contains the text."""
         return self.log.exists() and text in self.log.read_text(encoding="utf-8")
 
     def start_service(self, release: str) -> NginxServer:
-        """The service, with the roll-out of this release."""
-        rules = rollout(share="10%", salt=release)
-        return self.enterContext(NginxServer(SERVE, self.tree, self.room, rollout=rules))
+        """Starts the service with a roll-out of this release."""
+        self.tree.publish(release, "--share", "10")
+        return self.enterContext(NginxServer(SERVE, self.tree.folder, self.room))
 
     def test_an_address_in_the_share_gets_the_prompt(self) -> None:
         server = self.start_service(RELEASE_FOR_THIS_ADDRESS)
         updater = self.start_updater(server)
         wait_until(lambda: self.logged("update fileName: ") or updater.poll() is not None, "prompt")
-        self.assertTrue(self.logged("NorvaneClient-2.1.3.zip"))
+        self.assertTrue(self.logged(package_id(RELEASE_FOR_THIS_ADDRESS)))
         self.assertIsNone(updater.poll(), "it should be waiting for the user")
         line = server.log_lines(1)[0]
         self.assertEqual(
             (line["method"], line["path"], line["version"], line["answer"]),
-            ("POST", "/check", "2.0.1", "offer"),
+            ("POST", "/check", "2.0.1", RELEASE_FOR_THIS_ADDRESS),
         )
 
     def test_an_address_beyond_the_share_gets_its_client_unchanged(self) -> None:
@@ -109,5 +111,5 @@ class UpdaterAndService(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    SERVE, UPDATER = sys.argv.pop(1), sys.argv.pop(1)
+    SERVE, UPDATER, PUBLISH = sys.argv.pop(1), sys.argv.pop(1), sys.argv.pop(1)
     unittest.main()

@@ -1,4 +1,5 @@
-#include "release/publish/exclusion.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/packing/exclusion.h"
 
 #include <QTest>
 
@@ -55,7 +56,7 @@ void TestExclusion::patterns()
     QFETCH(QString, pattern);
     QFETCH(QString, path);
     QVERIFY(Exclusion::IsPattern(pattern));
-    QTEST(Exclusion({pattern}).Holds(path), "excluded");
+    QTEST(Exclusion({pattern}).Matches(path), "excluded");
 }
 
 void TestExclusion::usualOnes_data()
@@ -70,7 +71,7 @@ void TestExclusion::usualOnes_data()
 
 void TestExclusion::usualOnes()
 {
-    QTEST(Exclusion(Exclusion::Defaults()).Holds(QString::fromLatin1(QTest::currentDataTag())),
+    QTEST(Exclusion(Exclusion::Defaults()).Matches(QString::fromLatin1(QTest::currentDataTag())),
           "excluded");
 }
 

@@ -1,11 +1,12 @@
-#include "release/publish/packagewriter.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/packing/packagewriter.h"
 
 #include "install/zipdirectory.h"
 #include "install/zipunpacker.h"
-#include "release/publish/zipwriter.h"
+#include "release/publish/packing/zipwriter.h"
 #include "tests/release/vendor.h"
-#include "tests/support/fulldisk.h"
 #include "tests/support/peakmemory.h"
+#include "tests/support/resourcelimits.h"
 #include "tests/support/testhome.h"
 
 #include <QCryptographicHash>
@@ -22,7 +23,7 @@ namespace
 
 const QString top = QStringLiteral("Client-2.1.3");
 
-/// The files of a Vendor's client that the packages here hold.
+/// The files of the client in these packages.
 const QVector<Entry> twoEntries{{QStringLiteral("plug ins"), true, 0},
                                 {QStringLiteral("a.txt"), false, 1000}};
 
@@ -45,7 +46,7 @@ quint32 DoubleWord(const QByteArray &record, int offset)
     return qFromLittleEndian<quint32>(record.constData() + offset);
 }
 
-/// Data that cannot be packed, the same each time.
+/// Data that cannot be compressed, the same each time.
 QByteArray Noise(int size)
 {
     QByteArray noise;
@@ -120,7 +121,7 @@ void TestPackageWriter::headersBeforeTheDataSayAllOfIt()
         QVERIFY(package.seek(entry.localHeaderOffset));
         const QByteArray header = package.read(kLocalHeaderSize);
         QCOMPARE(header.left(4), QByteArray("PK\x03\x04"));
-        // Names are UTF-8; nothing is said behind the data only.
+        // Names are marked as UTF-8, and there are no data descriptors.
         QCOMPARE(Word(header, 6), quint16(0x0800));
         QCOMPARE(entry.flags, quint16(0x0800));
         QCOMPARE(Word(header, 8), entry.method);
@@ -145,7 +146,7 @@ void TestPackageWriter::dataIsPackedOnlyWhereThatSavesRoom_data()
     QTest::newRow("much text") << QByteArray("text ").repeated(100000) << true;
     QTest::newRow("a little noise") << Noise(1000) << false;
     QTest::newRow("noise") << Noise(1000000) << false;
-    // Some of it is worth packing.
+    // Part of it can be compressed.
     QTest::newRow("noise between text")
         << QByteArray(70000, 'x') + Noise(1000000) + QByteArray(70000, 'x') << true;
 }
@@ -162,7 +163,7 @@ void TestPackageWriter::dataIsPackedOnlyWhereThatSavesRoom()
     const ZipEntry entry = ReadZipDirectory(package).at(1);
     QTEST(entry.method != 0, "packed");
     QVERIFY(qint64(entry.packedSize) <= data.size());
-    // Of data that was packed in vain nothing is left but the headers' size.
+    // Data that was compressed in vain is stored, so only the headers add to the size.
     QVERIFY(package.size() < data.size() + 1000);
     QZipReader reader(path);
     QCOMPARE(reader.fileData(QStringLiteral("Client-2.1.3/data")), data);
@@ -174,7 +175,8 @@ void TestPackageWriter::archiveBeyondItsLimitsFails_data()
     QTest::addColumn<qint64>("maxSize");
     QTest::addColumn<int>("entries");
     QTest::addColumn<int>("error");
-    // A folder "1/" takes 32 bytes and 48 in the list, which ends with 22 more.
+    // A folder "1/" takes 32 bytes and another 48 in the central directory, whose end record
+    // has 22.
     QTest::newRow("just fits") << qint64(102) << 1 << int(ZipWriter::NoError);
     QTest::newRow("one byte too many") << qint64(101) << 1 << int(ZipWriter::TooLarge);
     QTest::newRow("no room for the folder") << qint64(31) << 1 << int(ZipWriter::TooLarge);
@@ -204,7 +206,7 @@ void TestPackageWriter::memoryDoesNotGrowWithTheFiles()
     const qint64 size = 700LL << 20;
     const QString path = vendor.Client(QStringLiteral("large"));
     WriteFile(path, QByteArray());
-    QVERIFY(QFile::resize(path, size)); // takes no room
+    QVERIFY(QFile::resize(path, size)); // a sparse file
     const PeakMemory memory;
     QVERIFY(!Write(vendor, {{QStringLiteral("large"), false, size}}));
     QVERIFY2(memory.GrownBy() < 32LL << 20, qPrintable(QString::number(memory.GrownBy())));

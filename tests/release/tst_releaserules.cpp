@@ -1,4 +1,5 @@
-#include "release/publish/releaserules.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/rules/releaserules.h"
 
 #include <QTest>
 
@@ -9,14 +10,14 @@ using ReleaseRules::Entry;
 namespace
 {
 
-/// The rules that are broken, in alphabetical order; and every line says how to mend it.
+/// The broken rules in alphabetical order. Verifies that every line says how to fix it.
 QStringList Broken(const Findings &findings)
 {
     QStringList rules;
     for (const Finding &finding : findings) {
         if (!finding.message.contains(QLatin1String("; ")) ||
             finding.message.contains(QLatin1Char('\n')))
-            qFatal("not one line with its mend: %s", qPrintable(finding.message));
+            qFatal("not one line with advice: %s", qPrintable(finding.message));
         rules.append(finding.rule);
     }
     rules.sort();
@@ -35,7 +36,7 @@ void AddTextColumns()
     QTest::addColumn<QStringList>("broken");
 }
 
-/// A row of @p text, which breaks the rules in @p broken, blanks between them.
+/// Adds a row of @p text, which breaks the rules in @p broken, separated by blanks.
 void AddText(const char *row, const QString &text, const char *broken = "")
 {
     QTest::newRow(row) << text << Words(broken);
@@ -76,7 +77,7 @@ QVector<Entry> ManyFiles(int count)
 
 const QString top = QStringLiteral("Client-2.1.3");
 
-/// A path that has @p length characters in the package.
+/// A path of @p length characters in the package.
 QString PathOfLength(int length)
 {
     return QString(length - top.size() - 1, QLatin1Char('x'));
@@ -162,7 +163,11 @@ void TestReleaseRules::versions_data()
     AddText("blank before", QStringLiteral(" 2.1.3"), "version");
     AddText("line end", QStringLiteral("2.1.3\n"), "version");
     AddText("slash", QStringLiteral("2/1"), "version");
+    AddText("parent folder", QStringLiteral(".."), "version");
     AddText("not ASCII", QStringLiteral("２.1"), "version");
+    AddText("no offer in the log", QStringLiteral("none"), "version");
+    AddText("no offer in capitals", QStringLiteral("None"), "version");
+    AddText("begins like no offer", QStringLiteral("none-1"));
 }
 
 void TestReleaseRules::versions()
@@ -197,7 +202,7 @@ void TestReleaseRules::versionsInNames_data()
         "2.10.10");
     add("no version to be like", "Client-2.10.10.zip", "Client-.zip", "", "2.10.10");
     add("no version", "Setup.exe", client, "3.0.0", "");
-    add("nothing behind the dash", "Client-.zip", client, "3.0.0", "");
+    add("nothing after the dash", "Client-.zip", client, "3.0.0", "");
     add("not a version", "Client-2.1.3 (1).zip", client, "3.0.0", "");
     add("no package", "Client-2.10.10.zip.part", client, "3.0.0", "");
 }
@@ -255,7 +260,7 @@ void TestReleaseRules::versionLengths()
         QStringLiteral("such as %1, or pass --allow-shorter-version").arg(suggestion);
     const QString &message = findings.first().message;
     QVERIFY2(message.endsWith(wanted), qPrintable(message));
-    // Whoever follows the suggestion gets through.
+    // The suggested version is accepted.
     QCOMPARE(Broken(ReleaseRules::CheckVersionLength(suggestion, versions)), QStringList());
     QCOMPARE(Broken(ReleaseRules::CheckVersion(suggestion)), QStringList());
 }
@@ -358,8 +363,8 @@ void TestReleaseRules::installerNames()
 
 void TestReleaseRules::nameThatTheUpdaterRefusesIsToldSo()
 {
-    const QString end = QStringLiteral(
-        "is one that the updater refuses to download; publish a .zip package or an .exe installer");
+    const QString end =
+        QStringLiteral("is refused by the updater; publish a .zip package or an .exe installer");
     for (const char *name : {"Setup.bat", "Setup-2.1.3.CMD"}) {
         const QString message =
             ReleaseRules::CheckInstallerName(QLatin1String(name)).first().message;
@@ -402,7 +407,7 @@ void TestReleaseRules::entries_data()
     AddEntries("double slash", {Folder(QStringLiteral("d")), File(QStringLiteral("d//f"))},
                "folder-order");
 
-    // With the top folder they are as many as can be, and one more.
+    // With the top folder this is one entry too many.
     AddEntries("65535 entries", ManyFiles(65534));
     AddEntries("65536 entries", ManyFiles(65535), "too-many-entries");
 
@@ -456,7 +461,7 @@ void TestReleaseRules::findingNamesThePath()
     QCOMPARE(findings.size(), 1);
     QCOMPARE(findings.first().path, QStringLiteral("d/nul.txt"));
     QCOMPARE(findings.first().message,
-             QStringLiteral("d/nul.txt: the name is the name of a device on Windows; rename it"));
+             QStringLiteral("d/nul.txt: the name is a device name on Windows; rename it"));
 }
 
 void TestReleaseRules::findingNamesTheCharacter()
@@ -489,14 +494,17 @@ void TestReleaseRules::updatersFolderIsFound_data()
     QTest::newRow("as named") << entries << "AutoUpdate" << Words("updater-folder");
     QTest::newRow("in another case") << entries << "autoupdate" << Words("updater-folder");
     QTest::newRow("another one") << entries << "Up" << QStringList();
-    QTest::newRow("by what is in it")
-        << QVector<Entry>{Folder(QStringLiteral("d")), File(QStringLiteral("d/autoupdate.exe")),
-                          File(QStringLiteral("d/UpdateConfig.json"))}
+    QTest::newRow("with a slash") << entries << "d/Up/" << Words("updater-folder");
+    QTest::newRow("with a backslash") << entries << "d\\Up\\" << Words("updater-folder");
+    QTest::newRow("its program in another folder")
+        << QVector<Entry>{Folder(QStringLiteral("d")), File(QStringLiteral("d/autoupdate.EXE"))}
         << "Up" << Words("updater-folder");
-    QTest::newRow("not together") << QVector<Entry>{Folder(QStringLiteral("d")),
-                                                    File(QStringLiteral("d/AutoUpdate.exe")),
-                                                    File(QStringLiteral("updateconfig.json"))}
-                                  << "Up" << QStringList();
+    QTest::newRow("its program in no folder")
+        << QVector<Entry>{File(QStringLiteral("AutoUpdate.exe")),
+                          File(QStringLiteral("updateconfig.json"))}
+        << "Up" << Words("updater-folder");
+    QTest::newRow("a program of a similar name")
+        << QVector<Entry>{File(QStringLiteral("AutoUpdate.exe.config"))} << "Up" << QStringList();
 }
 
 void TestReleaseRules::updatersFolderIsFound()

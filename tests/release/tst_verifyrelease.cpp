@@ -1,5 +1,7 @@
-#include "release/publish/indexpage.h"
-#include "release/publish/reply.h"
+// SPDX-License-Identifier: MIT
+#include "release/publish/tree/indexpage.h"
+#include "release/publish/tree/releasetree.h"
+#include "release/publish/tree/reply.h"
 #include "tests/release/vendor.h"
 #include "tests/support/testhome.h"
 #include "tests/support/zipmaker.h"
@@ -18,20 +20,15 @@ namespace
 
 using Change = std::function<void(const Vendor &)>;
 
-/// A row of a release that breaks @p rule, with a line that holds @p line.
+/// Adds a row with a release that breaks @p rule, and whose finding contains @p line.
 void AddRow(const char *row, const char *rule, const char *line, const Change &change)
 {
     QTest::newRow(row) << change << QString::fromLatin1(rule) << QString::fromUtf8(line);
 }
 
-QString OfferFile(const Vendor &vendor)
-{
-    return vendor.Tree(QStringLiteral("check/offer.json"));
-}
-
 QJsonObject OfferOf(const Vendor &vendor)
 {
-    return QJsonDocument::fromJson(ReadFile(OfferFile(vendor))).object();
+    return QJsonDocument::fromJson(ReadFile(vendor.OfferFile())).object();
 }
 
 void WriteJson(const QString &path, const QJsonObject &object)
@@ -39,7 +36,7 @@ void WriteJson(const QString &path, const QJsonObject &object)
     WriteFile(path, QJsonDocument(object).toJson());
 }
 
-/// The offer with @p value under @p key; without the key when the value is undefined.
+/// The offer with @p value for @p key; without the key when the value is undefined.
 Change Says(const char *key, const QJsonValue &value)
 {
     return [key, value](const Vendor &vendor) {
@@ -47,7 +44,7 @@ Change Says(const char *key, const QJsonValue &value)
         QJsonObject biz = answer.value(QLatin1String("biz")).toObject();
         biz.insert(QLatin1String(key), value);
         answer.insert(QStringLiteral("biz"), biz);
-        WriteJson(OfferFile(vendor), answer);
+        WriteJson(vendor.OfferFile(), answer);
     };
 }
 
@@ -69,7 +66,13 @@ Change Lacks(const char *file)
     };
 }
 
-/// Writes the answer and the page of @p offer, both fitting the package @p bytes.
+void WriteList(const Vendor &vendor, const ReleaseList &list)
+{
+    WriteFile(vendor.Tree(QStringLiteral("check/now/releases.json")), ToJson(list));
+    WriteFile(vendor.Tree(QStringLiteral("check/now/SHA256SUMS")), DigestLines(list));
+}
+
+/// Writes the answer and the page of the release from @p offer, for the package @p bytes.
 void WriteOffer(const Vendor &vendor, Offer offer, const QByteArray &bytes)
 {
     const auto digest = [&bytes](QCryptographicHash::Algorithm algorithm) {
@@ -79,25 +82,29 @@ void WriteOffer(const Vendor &vendor, Offer offer, const QByteArray &bytes)
     offer.package.md5 = digest(QCryptographicHash::Md5);
     offer.package.sha1 = digest(QCryptographicHash::Sha1);
     offer.package.sha256 = digest(QCryptographicHash::Sha256);
-    WriteFile(OfferFile(vendor), OfferReply(offer));
-    WriteFile(vendor.Tree(QStringLiteral("index.html")), IndexPage(offer));
+    WriteFile(vendor.OfferFile(), OfferReply(offer));
+    WriteFile(vendor.Tree(QStringLiteral("check/now/index.html")), IndexPage(offer));
+    ReleaseList list = vendor.List();
+    list.releases.last().size = offer.package.size;
+    list.releases.last().sha256 = offer.package.sha256;
+    WriteList(vendor, list);
 }
 
 Offer ReadOfferOf(const Vendor &vendor)
 {
     Offer offer;
-    ReadOffer(ReadFile(OfferFile(vendor)), offer);
+    ReadOffer(ReadFile(vendor.OfferFile()), offer);
     return offer;
 }
 
-/// The release with @p bytes for its package, the answer and the page fitting it.
+/// A release with @p bytes as its package, and with a matching answer and page.
 void ReplacePackage(const Vendor &vendor, const QByteArray &bytes)
 {
     WriteFile(vendor.Package(), bytes);
     WriteOffer(vendor, ReadOfferOf(vendor), bytes);
 }
 
-/// The release with a package into which @p fill puts more than the top folder and one file.
+/// A release whose package has the top folder, one file and what @p fill adds.
 Change Holds(const std::function<void(ZipMaker &)> &fill)
 {
     return [fill](const Vendor &vendor) {
@@ -109,7 +116,7 @@ Change Holds(const std::function<void(ZipMaker &)> &fill)
     };
 }
 
-/// The release with a package that holds nothing but what @p fill puts into it.
+/// A release whose package has only what @p fill adds.
 Change HoldsOnly(const std::function<void(ZipMaker &)> &fill)
 {
     return [fill](const Vendor &vendor) {
@@ -170,8 +177,8 @@ void TestVerifyRelease::goodReleases()
     QVERIFY(Publish(vendor.ZipRequest()).refusals.isEmpty());
     change(vendor);
     const Outcome outcome = Verify(vendor);
-    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(Lines(outcome.refusals)));
-    QVERIFY2(outcome.summary.contains(QLatin1String("version 2.1.3 keeps every rule")),
+    QVERIFY2(outcome.refusals.isEmpty(), qPrintable(LinesOf(outcome.refusals)));
+    QVERIFY2(outcome.summary.contains(QLatin1String("version 2.1.3 follows every rule")),
              qPrintable(outcome.summary));
 }
 
@@ -206,9 +213,9 @@ void TestVerifyRelease::wrongAnswers_data()
     QTest::addColumn<QString>("line");
 
     AddRow("no JSON", "reply", "is not JSON", [](const Vendor &vendor) {
-        WriteFile(OfferFile(vendor), ReadFile(OfferFile(vendor)).chopped(3));
+        WriteFile(vendor.OfferFile(), ReadFile(vendor.OfferFile()).chopped(3));
     });
-    const char *const offer = "check/offer.json";
+    const char *const offer = "check/answers/2.1.3/Client-2.1.3.zip.json";
     AddRow("code as a number", "reply", "\"code\"", SaysOutside(offer, "code", 0));
     AddRow("another code", "reply", "\"code\"", SaysOutside(offer, "code", QStringLiteral("0")));
     AddRow("desc no text", "reply", "\"desc\"", SaysOutside(offer, "desc", 1));
@@ -245,13 +252,12 @@ void TestVerifyRelease::wrongAnswers_data()
            Says("latestVersionUrl", QStringLiteral("https://x/packages/Other.zip")));
     AddRow("address of another folder", "reply", "\"latestVersionUrl\"",
            Says("latestVersionUrl", QStringLiteral("https://x/Client-2.1.3.zip")));
-    AddRow("version with a blank", "version", "\"2.1.3 \"", [](const Vendor &vendor) {
-        Offer release = ReadOfferOf(vendor);
-        release.version = QStringLiteral("2.1.3 ");
-        WriteOffer(vendor, release, ReadFile(vendor.Package()));
-    });
-    AddRow("another version than the page's", "index", "another Version",
+    AddRow("another version than the list's", "reply", "another release",
            Says("latestVersion", QStringLiteral("2.1.4")));
+    AddRow("another package than the list's", "reply", "another release",
+           Says("id", QStringLiteral("Client.zip")));
+    AddRow("another update than the list's", "reply", "another release",
+           Says("update", QStringLiteral("2")));
 
     AddRow("notes of one language", "notes", "\"&\" 0 times",
            Says("latestVersionInfo", QStringLiteral("new")));
@@ -280,17 +286,55 @@ void TestVerifyRelease::wrongTrees_data()
 
     AddRow("no tree", "missing", "is not a folder",
            [](const Vendor &vendor) { QDir(vendor.Tree()).removeRecursively(); });
-    AddRow("no offer", "missing", "offer.json cannot be read", Lacks("check/offer.json"));
+    AddRow("no offer", "missing", "Client-2.1.3.zip.json cannot be read",
+           Lacks("check/answers/2.1.3/Client-2.1.3.zip.json"));
+    AddRow("no list", "releases", "; restore the tree from a backup",
+           Lacks("check/now/releases.json"));
+    AddRow("list that is no JSON", "releases", "is not JSON", [](const Vendor &vendor) {
+        WriteFile(vendor.Tree(QStringLiteral("check/now/releases.json")), "[");
+    });
+    AddRow("list of another format", "releases", "\"format\"",
+           SaysOutside("check/now/releases.json", "format", 2));
+    AddRow("other digests", "decisions", "SHA256SUMS", [](const Vendor &vendor) {
+        WriteFile(vendor.Tree(QStringLiteral("check/now/SHA256SUMS")), "");
+    });
     AddRow("no other answer", "missing", "none.json cannot be read", Lacks("check/none.json"));
-    AddRow("no page", "missing", "index.html cannot be read", Lacks("index.html"));
-    AddRow("no package", "missing", "Client-2.1.3.zip is not there",
+    AddRow("no page", "missing", "index.html cannot be read", Lacks("check/now/index.html"));
+    AddRow("no package", "missing", "Client-2.1.3.zip is missing",
            Lacks("packages/Client-2.1.3.zip"));
-    AddRow("page of another release", "index", "another SHA-256", [](const Vendor &vendor) {
-        const QString path = vendor.Tree(QStringLiteral("index.html"));
+    AddRow("page of another release", "index", "different SHA-256", [](const Vendor &vendor) {
+        const QString path = vendor.Tree(QStringLiteral("check/now/index.html"));
         QByteArray page = ReadFile(path);
         const int digest = page.indexOf("<th>SHA-256</th><td><code>") + 26;
         WriteFile(path, page.replace(digest, 64, QByteArray(64, '0')));
     });
+#ifdef Q_OS_UNIX
+    AddRow("no link to the list", "releases", "; restore the tree from a backup",
+           [](const Vendor &vendor) {
+               Request next = vendor.ZipRequest();
+               next.version = QStringLiteral("2.2.0");
+               QVERIFY(Publish(next).refusals.isEmpty());
+               Lacks("check/now")(vendor);
+           });
+    for (const char *path : {".", "packages", "packages/Client-2.1.3.zip", "check/now/"}) {
+        AddRow(qPrintable(QStringLiteral("closed to others: ") + QLatin1String(path)), "mode",
+               "run chmod -R o+rX ", [path](const Vendor &vendor) {
+                   QVERIFY(QFile::setPermissions(vendor.Tree(QLatin1String(path)),
+                                                 QFile::ReadOwner | QFile::WriteOwner |
+                                                     QFile::ExeOwner));
+               });
+    }
+    AddRow("a decision is missing", "decisions", "everywhere/other",
+           Lacks("check/now/everywhere/other"));
+    AddRow("a decision of somebody else", "decisions", "check/now does", [](const Vendor &vendor) {
+        QVERIFY(QFile::link(QStringLiteral("../tables/0"),
+                            vendor.Tree(QStringLiteral("check/now/everywhere/is-9"))));
+    });
+    AddRow("another decision", "decisions", "everywhere/other", [](const Vendor &vendor) {
+        const QString path = vendor.Tree(QStringLiteral("check/now/everywhere/other"));
+        QVERIFY(QFile::remove(path) && QFile::link(QStringLiteral("../tables/9"), path));
+    });
+#endif
 }
 
 void TestVerifyRelease::wrongPackages_data()
@@ -303,15 +347,15 @@ void TestVerifyRelease::wrongPackages_data()
            [](const Vendor &vendor) { ReplacePackage(vendor, "no archive"); });
     AddRow("cut directory", "zip-damaged", "list of entries is damaged",
            Holds([](ZipMaker &zip) { zip.SetEnd(ZipMaker::EntriesHere, 3); }));
-    AddRow("nothing in it", "empty", "nothing in the client's folder",
+    AddRow("nothing in it", "empty", "the client's folder is empty",
            HoldsOnly([](ZipMaker &zip) { zip.AddFolder(QStringLiteral("Client-2.1.3")); }));
 
     AddRow(
         "another top folder", "top-folder", "is not the folder \"Client-2.1.3\"",
         HoldsOnly([](ZipMaker &zip) { zip.AddFile(QStringLiteral("Client-2.1.3/app.txt"), "x"); }));
-    AddRow("file beside the top folder", "top-folder", "readme.txt: lies outside",
+    AddRow("file beside the top folder", "top-folder", "readme.txt: is outside",
            HoldsFile(QStringLiteral("readme.txt")));
-    AddRow("top folder of a similar name", "top-folder", "lies outside",
+    AddRow("top folder of a similar name", "top-folder", "is outside",
            HoldsFile(QStringLiteral("Client-2.1.30/x")));
     AddRow("file before its folder", "folder-order", "d/x: its folder is not listed before it",
            Holds([](ZipMaker &zip) {
@@ -332,9 +376,9 @@ void TestVerifyRelease::wrongPackages_data()
            Holds([](ZipMaker &zip) { zip.AddRawName("Client-2.1.3/a\\b", "x"); }));
     AddRow("way out", "name-windows", "..: the name",
            Holds([](ZipMaker &zip) { zip.AddRawName("Client-2.1.3/..", "x"); }));
-    AddRow("case twins", "case-twin", "APP.txt: Windows takes it for \"app.txt\"",
+    AddRow("case twins", "case-twin", "APP.txt: Windows cannot distinguish it from \"app.txt\"",
            HoldsFile(QStringLiteral("Client-2.1.3/APP.txt")));
-    AddRow("one name twice", "case-twin", "two entries of this name",
+    AddRow("one name twice", "case-twin", "two entries with this name",
            HoldsFile(QStringLiteral("Client-2.1.3/app.txt")));
     AddRow("long path", "name-length", "has 241 characters",
            HoldsFile(QStringLiteral("Client-2.1.3/") + QString(228, QLatin1Char('x'))));
@@ -344,11 +388,11 @@ void TestVerifyRelease::wrongPackages_data()
     };
     AddRow("encrypted", "encrypted", "app.txt: is encrypted", with(ZipMaker::Flags, 0x0801));
     AddRow("other method", "method", "method 12", with(ZipMaker::Method, 12));
-    AddRow("wrong checksum", "data", "is not what the package says", with(ZipMaker::Crc32, 1));
-    AddRow("wrong size", "data", "is not what the package says", with(ZipMaker::Size, 999));
-    AddRow("damaged data", "data", "is not what the package says",
+    AddRow("wrong checksum", "data", "does not match its header", with(ZipMaker::Crc32, 1));
+    AddRow("wrong size", "data", "does not match its header", with(ZipMaker::Size, 999));
+    AddRow("damaged data", "data", "does not match its header",
            Holds([](ZipMaker &zip) { zip.FlipDataBit(1, 1); }));
-    AddRow("wrong offset", "data", "is not what the package says",
+    AddRow("wrong offset", "data", "does not match its header",
            Holds([](ZipMaker &zip) { zip.Set(1, ZipMaker::HeaderOffset, 1, ZipMaker::Central); }));
 }
 
@@ -360,7 +404,7 @@ void TestVerifyRelease::tooManyEntries()
         for (int number = 2; number < 65535; ++number)
             zip.AddFile(QStringLiteral("Client-2.1.3/") + QString::number(number), QByteArray());
     })(vendor);
-    QVERIFY2(Verify(vendor).refusals.isEmpty(), qPrintable(Lines(Verify(vendor).refusals)));
+    QVERIFY2(Verify(vendor).refusals.isEmpty(), qPrintable(LinesOf(Verify(vendor).refusals)));
     Holds([](ZipMaker &zip) {
         for (int number = 2; number < 65537; ++number)
             zip.AddFile(QStringLiteral("Client-2.1.3/") + QString::number(number), QByteArray());

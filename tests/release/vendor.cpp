@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "tests/release/vendor.h"
 
-#include "release/publish/publishrelease.h"
-#include "release/publish/verifyrelease.h"
+#include "release/publish/checking/verifyrelease.h"
+#include "release/publish/publishing/publishrelease.h"
+#include "release/publish/tree/releasetree.h"
 #include "tests/support/testhome.h"
 
 #include <QDir>
@@ -61,6 +63,19 @@ Request Vendor::VerifyRequest() const
     return request;
 }
 
+QString Vendor::OfferFile(const QString &version) const
+{
+    return Tree(QStringLiteral("check/answers/%1/Client-%1.zip.json").arg(version));
+}
+
+ReleaseList Vendor::List() const
+{
+    ReleaseList list;
+    if (const Failure failure = ReleaseTree(Tree()).Read(list))
+        qFatal("%s", qPrintable(failure->message));
+    return list;
+}
+
 Outcome Publish(const Request &request)
 {
     Progress progress(Progress::Silent);
@@ -97,7 +112,7 @@ QStringList Rules(const Findings &findings)
     return rules;
 }
 
-QString Lines(const Findings &findings)
+QString LinesOf(const Findings &findings)
 {
     QStringList lines;
     for (const Finding &finding : findings)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/compression.h"
 
 #include "tests/support/zipmaker.h"
@@ -12,8 +13,8 @@ namespace
 
 constexpr uInt kBlock = 1 << 20;
 
-/// @p windowBits as zlib's deflateInit2 takes them. @p flush ends the data, or makes a part of it
-/// that may be repeated.
+/// @p windowBits are those of deflateInit2(). @p flush ends the data or makes a block that can be
+/// repeated.
 QByteArray Deflated(QByteArray plain, int windowBits, int flush)
 {
     z_stream stream{};
@@ -51,7 +52,7 @@ QByteArray Gzip(const QByteArray &plain)
 
 QByteArray ZipOfZeros(quint32 size)
 {
-    // Behind a full flush nothing refers to what came before: one block serves for all.
+    // After a full flush nothing refers to earlier data, so one block can be repeated.
     const QByteArray block = Deflated(QByteArray(int(kBlock), '\0'), -MAX_WBITS, Z_FULL_FLUSH);
     const QByteArray rest(int(size % kBlock), '\0');
     const QByteArray packed =

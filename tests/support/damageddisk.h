@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
@@ -12,7 +13,7 @@
 class DamagedDisk : public QAbstractFileEngineHandler
 {
 public:
-    /// Of the file at @p path, byte number @p begin and all up to @p end, without it, are lost.
+    /// The bytes from @p begin up to, but not including, @p end of the file cannot be read.
     explicit DamagedDisk(QString path, qint64 begin,
                          qint64 end = std::numeric_limits<qint64>::max())
         : m_path(std::move(path)), m_begin(begin), m_end(end)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/filewatch.h"
 
 #include <utility>
@@ -7,7 +8,7 @@
 namespace
 {
 
-/// A file of the disk that writes down its name as soon as anyone asks the disk for it.
+/// A file on the disk that records its name on each access.
 class WatchedFile : public QFSFileEngine
 {
 public:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QString>
@@ -6,8 +7,8 @@
 #include <QtCore/private/qabstractfileengine_p.h>
 
 /**
- * Writes down the files that the framework opens or looks for on the disk while it lives, out of
- * those whose name has @p part in it. The program's resources do not count. One at a time.
+ * Records the files that Qt opens or looks for on the disk while it lives, if their names contain
+ * @p part. The program's resources do not count. One at a time.
  */
 class FileWatch : public QAbstractFileEngineHandler
 {
@@ -16,7 +17,7 @@ public:
 
     QAbstractFileEngine *create(const QString &fileName) const override;
 
-    /// In the order in which they were asked for; one can come several times.
+    /// In the order of access, with repetitions.
     QStringList Names() const { return m_names; }
 
 private:

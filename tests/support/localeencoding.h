@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QTextCodec>
 
-/// While it lives the locale's encoding is the one of that name, for all that asks Qt for it.
+/// While it lives Qt takes the encoding of that name for the locale's.
 class LocaleEncoding
 {
 public:
@@ -10,7 +11,7 @@ public:
     {
         QTextCodec *const codec = QTextCodec::codecForName(name);
         if (codec == nullptr)
-            qFatal("no encoding is named %s", name);
+            qFatal("unknown encoding: %s", name);
         QTextCodec::setCodecForLocale(codec);
     }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/logcapture.h"
 
 #include <QMutexLocker>
@@ -10,7 +11,7 @@ LogCapture::LogCapture()
     if (current)
         qFatal("one LogCapture at a time");
     current = this;
-    // Only now: a message may come at once.
+    // Last, because a message may come at once.
     // cppcheck-suppress useInitializationList
     m_oldHandler = qInstallMessageHandler(Catch);
 }
@@ -23,7 +24,7 @@ LogCapture::~LogCapture()
 
 void LogCapture::Catch(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
-    // The program ends with it: somebody must see it.
+    // It ends the program, so it must also be printed.
     if (type == QtFatalMsg && current->m_oldHandler)
         current->m_oldHandler(type, context, text);
     static const char *const words[] = {"DEBUG", "WARNING", "CRITICAL", "FATAL", "INFO"};

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QMutex>
@@ -5,8 +6,8 @@
 #include <QStringList>
 
 /**
- * Catches the messages of the framework's streams while it lives, from all threads, as "[LEVEL]
- * text" with the level words of the log file. One at a time a process.
+ * Catches what all threads log through Qt while it lives, as the lines of loglines.h. One at a time
+ * per process.
  */
 class LogCapture
 {
@@ -16,7 +17,7 @@ public:
 
     QStringList Messages() const;
 
-    /// Waits, with the event loop running, until @p message was logged.
+    /// Runs the event loop until @p message was logged; false when it was not in time.
     bool WaitFor(const QString &message, int timeoutMs = 15000) const;
 
 private:

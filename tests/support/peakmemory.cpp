@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/peakmemory.h"
 
 #ifdef Q_OS_LINUX
@@ -31,7 +32,7 @@ qint64 LinuxMemory(const char *kind)
 PeakMemory::PeakMemory()
 {
     malloc_trim(0);
-    // Sets the most to what there is now: proc(5).
+    // Resets the maximum to the current value, see proc(5).
     WriteFile(QStringLiteral("/proc/self/clear_refs"), "5");
     m_before = LinuxMemory("VmHWM");
 }

@@ -1,17 +1,17 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QtGlobal>
 
 #ifdef Q_OS_LINUX
-/// What the system says of this process's memory: "VmRSS" now, "VmHWM" at the most, "VmSize" with
-/// what was only reserved. In bytes.
+/// A figure of /proc/self/status in bytes: "VmRSS" (memory now), "VmHWM" (its maximum) or "VmSize"
+/// (the address space).
 qint64 LinuxMemory(const char *kind);
 #endif
 
 /**
- * The most memory that this process has had since the object was made, above what it had then. Only
- * Linux tells, and only without the sanitizers, which keep what was freed: elsewhere the growth is
- * always 0.
+ * How far the memory of this process has grown at most since the object was created. Works on Linux
+ * without sanitizers, which keep freed memory; elsewhere the growth is always 0.
  */
 class PeakMemory
 {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scriptedserver.h"
 
 #include <QElapsedTimer>
@@ -15,7 +16,7 @@ constexpr int callTimeoutMs = 60000;
 constexpr int stopTimeoutMs = 5000;
 constexpr int pollIntervalMs = 10;
 
-/// A path as a query item; QUrlQuery would let a plus sign through, which servers read as a space.
+/// A path as a query item. QUrlQuery does not encode plus signs, which servers read as spaces.
 QString QueryValue(const QString &path)
 {
     return QString::fromLatin1(QUrl::toPercentEncoding(path));
@@ -64,7 +65,7 @@ QByteArray ScriptedServer::Request::Header(const QByteArray &name) const
 
 ScriptedServer::ScriptedServer()
 {
-    // Tests may set up proxies for the code under test; those must not catch the control calls.
+    // Tests may set a proxy for the code under test, which the control calls must not use.
     manager.setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
     const QByteArray running = qgetenv("SCRIPTED_SERVER");
     if (running.isEmpty()) {
@@ -220,7 +221,7 @@ QJsonDocument ScriptedServer::Call(const QByteArray &method, const QString &path
                                               : QStringLiteral("no answer in time")),
                answer.constData());
     }
-    // Deleting later would leave replies behind in tests that never run an event loop themselves.
+    // Not deleteLater(), because some tests never run an event loop.
     delete reply;
     return document;
 }

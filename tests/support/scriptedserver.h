@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -11,46 +12,44 @@
 #include <QUrl>
 #include <QVector>
 
-/// A web server on 127.0.0.1 that answers exactly what a test tells it to.
+/// A web server on 127.0.0.1 that answers what a test tells it to.
 ///
-/// The server is a process of its own, so it goes on serving while the test blocks. What a step
-/// of a script can hold is described at the top of scriptedserver.py.
+/// The server is a process of its own, so it serves while the test blocks. The top of
+/// scriptedserver.py describes the steps of a script.
 ///
-/// An object belongs to the thread that made it, which needs a QCoreApplication. Methods that
-/// talk to the server run that thread's event loop until the answer is there, so slots of the code
-/// under test may run meanwhile. Whatever goes wrong with the server itself ends the test program
-/// with qFatal: no test can tell anything after that.
+/// An object belongs to the thread that created it, which needs a QCoreApplication. Methods that
+/// talk to the server run the event loop until it answers, so slots of the code under test may run
+/// meanwhile. A failure of the server itself ends the test program with qFatal().
 class ScriptedServer
 {
 public:
-    /// A request as it came over the wire.
+    /// A request as it was sent.
     struct Request {
         QByteArray method;
         QByteArray target;  ///< Path and query, still encoded.
         QByteArray version; ///< "1.1" or "1.0".
-        /// In the order and with the letter case of the wire, repeated names included.
+        /// As sent: in their order and letter case, with repeated names.
         QVector<QPair<QByteArray, QByteArray>> headers;
         QByteArray body; ///< As sent: neither decompressed nor decoded.
         bool https = false;
-        qint64 timeMs = 0;  ///< Arrival of the request's head, milliseconds since the epoch, UTC.
-        int connection = 0; ///< Equal for requests that shared a connection.
+        qint64 timeMs = 0;  ///< When the head arrived, in milliseconds since the epoch, UTC.
+        int connection = 0; ///< The same for requests on one connection.
 
-        /// The value of the first header of that name in any letter case, null if there is none.
+        /// The value of the first header of that name, ignoring case; null if there is none.
         QByteArray Header(const QByteArray &name) const;
     };
 
-    /// Starts a server, or takes the one that the environment variable SCRIPTED_SERVER describes
-    /// (the line a server prints on start) and resets it.
+    /// Starts a server, or resets and uses the one that the environment variable SCRIPTED_SERVER
+    /// describes (with the line that a server prints when it starts).
     ScriptedServer();
 
-    /// Ends a server that the constructor started, cutting off its connections. A server taken
-    /// from the environment stays as it is.
+    /// Ends the server and cuts its connections if the constructor started it.
     ~ScriptedServer();
 
     ScriptedServer(const ScriptedServer &) = delete;
     ScriptedServer &operator=(const ScriptedServer &) = delete;
 
-    /// The plain address of a path, which starts with a slash and may carry a query.
+    /// The HTTP address of a path, which starts with a slash and may have a query.
     QString HttpUrl(const QString &path) const;
 
     /// The same over TLS. The host is "localhost", since Qt 5.12 matches certificates by name only.
@@ -59,27 +58,26 @@ public:
     /// The PEM file of the self-signed certificate, for clients that are to trust the server.
     QString CertificatePath() const;
 
-    /// Sets the steps of a path, in place of those it had. Each request uses up one, the last one
-    /// repeats. The path has no query, a request's query plays no part in finding its script.
+    /// Replaces the steps of a path. Each request uses up one step; the last one repeats. Queries
+    /// are ignored.
     void Script(const QString &path, const QJsonArray &steps);
 
-    /// The same for a path that always gives the one answer.
+    /// The same with one step for all requests.
     void Script(const QString &path, const QJsonObject &step);
 
-    /// All requests since the last reset whose bodies have arrived in full, in order of arrival.
-    /// Requests to paths without a script, which are answered with 404, are among them.
+    /// All complete requests since the last reset, in order of arrival, including those to paths
+    /// without a script, which get 404.
     QVector<Request> Requests() const;
 
-    /// Runs the event loop until at least count requests have been recorded, on the given path or,
-    /// if that is empty, on any. Returns false when that took longer than timeoutMs milliseconds.
+    /// Runs the event loop until @p count requests have been recorded, on the given path or, if
+    /// that is empty, on any; false when that takes longer than @p timeoutMs.
     bool WaitForRequests(int count, int timeoutMs = 15000, const QString &path = QString()) const;
 
-    /// Lets the oldest held answer of the path go on, whether or not it has reached its hold yet.
-    /// A recorded request is always ready for release. Returns false when there was nothing to
-    /// release, for instance because the client has hung up; no release is saved up.
+    /// Releases the oldest held answer of the path, even if it has not reached its hold yet. False
+    /// when there is none, for instance because the client has hung up; releases are not saved up.
     bool Release(const QString &path);
 
-    /// Forgets scripts and requests and aborts the answers that are under way.
+    /// Forgets scripts and requests, and aborts unfinished answers.
     void Reset();
 
     /// The first size bytes of the body that a step with "fill" sends.

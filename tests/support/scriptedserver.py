@@ -1,42 +1,42 @@
 #!/usr/bin/python3
-"""A web server that answers exactly what a test told it to, faults included.
+# SPDX-License-Identifier: MIT
+"""A web server that answers what a test tells it to, faults included.
 
-It listens on 127.0.0.1 on two free ports, one plain and one with TLS, and prints one line of
-JSON when both are open:
+It listens on two free ports of 127.0.0.1, one for HTTP and one for HTTPS. When both are open it
+prints one line of JSON:
 
     {"http": PORT, "https": PORT, "certificate": "/path/of/certificate.pem"}
 
-It ends when its standard input reaches end-of-file or on SIGTERM; with --keep only on SIGTERM.
+It ends at the end of its standard input or on SIGTERM; with --keep only on SIGTERM.
 
-Control, on the plain port only:
+Control, on the HTTP port only:
 
     POST /_control/script    {"path": "/check", "steps": [STEP, ...]}
-        Each request to the path uses up one step; the last step repeats. The query of a request
-        plays no part in finding its script.
+        Each request to the path uses up one step; the last step repeats. Queries are ignored.
     GET  /_control/requests  every request so far, in order of arrival
     GET  /_control/count     {"count": N}; ?path=/check counts that path only
-    POST /_control/release   {"path": "/check"} lets the oldest held answer of the path go on and
-        answers {"released": true}, or false when nothing was left to release
-    POST /_control/reset     forgets scripts and requests and aborts the answers under way
+    POST /_control/release   {"path": "/check"} releases the oldest held answer of the path and
+        answers {"released": true}, or false when there is none
+    POST /_control/reset     forgets scripts and requests, and aborts unfinished answers
 
-STEP, every member optional:
+STEP, with every member optional:
 
     status     200 unless given, 200 to 599
     reason     text of the status line
-    headers    [[name, value], ...]; besides these only Date and the framing headers are sent
+    headers    [[name, value], ...]; only Date and the framing headers are added
     body       text; or bodyBase64; or fill: N for N bytes of the pattern (i * 31 + 7) % 251;
                or file: PATH for the content of a file, which is not read into memory
     length     "exact" (the default), "none" (no Content-Length: the end of the connection ends
-               the body, unless "chunked" is set) or a NUMBER to announce, true or not
-    chunked    true for chunked transfer coding, which leaves no room for a Content-Length
+               the body, unless "chunked" is set) or a NUMBER to announce, right or wrong
+    chunked    true for chunked transfer coding, which has no Content-Length
     sendBytes  N: stop after the first N bytes of the body
-    hold       "before" (nothing sent), "headers" (headers sent) or N (N bytes of the body sent,
-               or as many as there are): wait there for the release
-    then       "keep" (the default), "close" (orderly end of the connection) or "reset" (RST), once
-               the client's side has taken everything that was to be sent
+    hold       "before" (before anything is sent), "headers" (after the headers) or N (after N bytes
+               of the body, or all of it): wait there for the release
+    then       "keep" (the default), "close" (close the connection) or "reset" (RST), once the client
+               has received everything
 
-With "keep", a body that ends before its announced end leaves the client waiting: the server says
-nothing more until the client hangs up or the server is reset.
+With "keep", a body shorter than announced leaves the client waiting: nothing more is sent until the
+client hangs up or the server is reset.
 """
 
 import argparse
@@ -78,22 +78,22 @@ FRAMING_HEADERS = ("content-length", "transfer-encoding")
 
 
 class ScriptError(ValueError):
-    """A control call that makes no sense; the message goes back to the test that sent it."""
+    """An invalid control call; the test that sent it gets the message."""
 
 
 def pattern(start: int, stop: int) -> bytes:
-    """Bytes start to stop of the endless pattern, for ranges of at most one chunk."""
+    """The bytes of the pattern from start to stop, at most one chunk."""
     offset = start % PATTERN_PERIOD
     return PATTERN_BLOCK[offset : offset + stop - start]
 
 
 def is_count(value: Any) -> bool:
-    """Whether a JSON value is a whole number of bytes; JSON's true must not pass for 1."""
+    """Whether a JSON value is a number of bytes; true does not count as 1."""
     return isinstance(value, int) and not isinstance(value, bool) and value >= 0
 
 
 def require(condition: bool, message: str) -> None:
-    """Reject a script early, where the test can see why, and not while answering a request."""
+    """Reject an invalid script when it is set, so that the test gets the reason."""
     if not condition:
         raise ScriptError(message)
 
@@ -115,19 +115,19 @@ class Step:
 
     @property
     def body_size(self) -> int:
-        """Bytes of the whole body, sent or not."""
+        """The size of the whole body, sent or not."""
         return len(self.content) if self.fill is None else self.fill
 
     @property
     def sent_size(self) -> int:
-        """Bytes of the body that go out before the step ends."""
+        """The number of bytes of the body that are sent."""
         if self.send_bytes is None:
             return self.body_size
         return min(self.send_bytes, self.body_size)
 
     @property
     def announced_size(self) -> Optional[int]:
-        """What Content-Length says, None where the answer carries none."""
+        """The value of Content-Length; None when the header is not sent."""
         if isinstance(self.length, int):
             return self.length
         if self.chunked or self.length == "none" or self.status in (204, 304):
@@ -136,11 +136,11 @@ class Step:
 
     @property
     def delimited_by_close(self) -> bool:
-        """Whether only the end of the connection tells the client that the body is over."""
+        """Whether the body ends with the connection."""
         return not self.chunked and self.length == "none" and self.status not in (204, 304)
 
     def pieces(self, start: int, stop: int) -> Iterator[bytes]:
-        """The body from start to stop in chunks, so that a large fill never exists as a whole."""
+        """The body from start to stop in chunks, so that a large fill takes little memory."""
         for position in range(start, stop, CHUNK_BYTES):
             end = min(position + CHUNK_BYTES, stop)
             yield self.content[position:end] if self.fill is None else pattern(position, end)
@@ -153,7 +153,7 @@ STEP_KEYS = {
 
 
 def parse_headers(value: Any) -> List[Tuple[str, str]]:
-    """Check scripted headers; framing has members of its own and must not be set twice."""
+    """Check the headers, which must not contain framing headers."""
     require(isinstance(value, list), "headers must be a list")
     headers: List[Tuple[str, str]] = []
     for pair in value:
@@ -169,7 +169,7 @@ def parse_headers(value: Any) -> List[Tuple[str, str]]:
 
 
 def parse_body(raw: Dict[str, Any]) -> Tuple[Union[bytes, mmap.mmap], Optional[int]]:
-    """The body held in memory, or the number of pattern bytes that stand for one."""
+    """The body in memory, or the number of pattern bytes that it has."""
     given = [key for key in ("body", "bodyBase64", "fill", "file") if key in raw]
     require(len(given) <= 1, f"only one of {given} can be the body")
     if "fill" in raw:
@@ -189,7 +189,7 @@ def parse_body(raw: Dict[str, Any]) -> Tuple[Union[bytes, mmap.mmap], Optional[i
 
 
 def parse_step(raw: Any) -> Step:
-    """Check one step; a misspelt member would otherwise make a test pass for no reason."""
+    """Check one step, because a misspelt member could make a test pass for no reason."""
     require(isinstance(raw, dict), f"a step must be an object, not {raw!r}")
     require(not set(raw) - STEP_KEYS, f"unknown members {sorted(set(raw) - STEP_KEYS)}")
     content, fill = parse_body(raw)
@@ -227,7 +227,7 @@ NOT_FOUND = parse_step({"status": 404, "body": "no script for this path\n"})
 
 
 class ScriptedResponse(web.StreamResponse):
-    """An answer whose framing follows a step, wherever that leads."""
+    """An answer with the framing that a step asks for, right or wrong."""
 
     def __init__(self, step: Step) -> None:
         super().__init__(status=step.status, reason=step.reason)
@@ -239,7 +239,7 @@ class ScriptedResponse(web.StreamResponse):
 
 
 async def unframe(request: web.Request, response: web.StreamResponse) -> None:
-    """Replace the framing that the library worked out, and would enforce, with the scripted one."""
+    """Replace the framing headers of the library, and its checks, by those of the step."""
     if not isinstance(response, ScriptedResponse):
         return
     step, headers = response.step, response.headers
@@ -268,32 +268,32 @@ class Exchange:
 
     @property
     def lost(self) -> bool:
-        """Whether the connection is over, whoever ended it."""
+        """Whether the connection has ended."""
         return self.request.transport is None or self.transport.is_closing()
 
     def check(self) -> None:
-        """Leave the answer at once when nobody can read it any more."""
+        """Stop when the client can no longer read the answer."""
         if self.lost:
             raise ConnectionResetError("the client has gone")
 
     async def wait_released(self) -> None:
-        """Hold the answer; a client that hangs up meanwhile must not leave it behind."""
+        """Hold the answer until its release or until the client hangs up."""
         while not self.released.is_set():
             self.check()
             await asyncio.sleep(POLL_SECONDS)
         self.check()
 
     async def stall(self) -> None:
-        """Say nothing more until the connection is over."""
+        """Send nothing more until the connection ends."""
         while not self.lost:
             await asyncio.sleep(POLL_SECONDS)
 
     async def flush(self) -> None:
-        """Wait until the peer's side has everything: an RST would discard what is on its way."""
+        """Wait until the peer has received everything, because an RST discards unsent data."""
         deadline = time.monotonic() + FLUSH_SECONDS
         empty = 0
-        # With TLS there is a further buffer that cannot be seen from here; it only ever holds
-        # bytes while the kernel's queue is full, hence several looks in a row.
+        # TLS has another buffer that is not visible here. It holds bytes only while the kernel's
+        # queue is full, so this looks several times in a row.
         while empty < 3 and not self.lost and time.monotonic() < deadline:
             pending = self.transport.get_write_buffer_size() + unacknowledged(self.transport)
             empty = empty + 1 if pending == 0 else 0
@@ -301,7 +301,7 @@ class Exchange:
 
 
 def unacknowledged(transport: asyncio.Transport) -> int:
-    """Bytes that the kernel holds because the peer has not acknowledged them."""
+    """The number of sent bytes that the peer has not acknowledged."""
     connection = transport.get_extra_info("socket")
     if connection is None:
         return 0
@@ -313,7 +313,7 @@ def unacknowledged(transport: asyncio.Transport) -> int:
 
 
 def abort(transport: asyncio.Transport) -> None:
-    """End a connection with RST, which takes a socket that is told not to linger."""
+    """End a connection with RST, by closing a socket that does not linger."""
     connection = transport.get_extra_info("socket")
     if connection is None:  # Already over.
         return
@@ -325,13 +325,13 @@ def abort(transport: asyncio.Transport) -> None:
 
 
 def close(transport: asyncio.Transport) -> None:
-    """End a connection orderly."""
+    """Close a connection without RST."""
     connection = transport.get_extra_info("socket")
     tls = transport.get_extra_info("ssl_object") is not None
     transport.close()
     if tls and connection is not None:
-        # The transport would keep the connection open until the peer has taken leave as well,
-        # which clients that go by the end of the connection never do.
+        # The transport would wait until the peer closes too, which clients that wait for the end of
+        # the connection never do.
         try:
             connection.shutdown(socket.SHUT_WR)
         except OSError:
@@ -339,7 +339,7 @@ def close(transport: asyncio.Transport) -> None:
 
 
 class Scripts:
-    """What tests have set up and what clients have done since the last reset."""
+    """The scripts of the tests and the requests of the clients since the last reset."""
 
     def __init__(self) -> None:
         self.steps: Dict[str, List[Step]] = {}
@@ -350,26 +350,26 @@ class Scripts:
         self.connection_count = 0
 
     def next_step(self, path: str) -> Step:
-        """Use up a step of the path; the last one stays."""
+        """Take the next step of the path; the last one repeats."""
         steps = self.steps.get(path)
         if not steps:
             return NOT_FOUND
         return steps.pop(0) if len(steps) > 1 else steps[0]
 
     def connection_number(self, transport: Any) -> int:
-        """A number for each connection; ports will not do, the system hands them out again."""
+        """A number for each connection. Ports will not do, because the system reuses them."""
         if transport not in self.connections:
             self.connection_count += 1
             self.connections[transport] = self.connection_count
         return self.connections[transport]
 
     def record(self, arrival: int, path: str, entry: Dict[str, Any]) -> None:
-        """Keep a complete request at the place where its head arrived."""
+        """Record a complete request, in the order in which the heads arrived."""
         self.requests.append((arrival, path, entry))
         self.requests.sort(key=lambda item: item[0])
 
     def reset(self) -> None:
-        """Forget everything and cut off the answers that are still under way."""
+        """Forget everything and abort unfinished answers."""
         self.steps.clear()
         self.requests.clear()
         for exchange in list(self.exchanges):
@@ -377,28 +377,28 @@ class Scripts:
 
 
 def path_of(request: web.BaseRequest) -> str:
-    """The path as it came over the wire, still encoded and without its query."""
+    """The path as it was sent, encoded and without its query."""
     return request.raw_path.split("?", 1)[0]
 
 
 async def read_body(request: web.BaseRequest) -> bytes:
-    """The whole request body; an upload that breaks off counts as a lost connection."""
+    """The whole request body; an interrupted upload counts as a lost connection."""
     try:
         return await request.read()
     except (web.HTTPException, OSError):
         raise
-    except Exception as error:  # The library raises errors of several kinds here.
+    except Exception as error:  # The library raises several kinds of errors here.
         raise ConnectionResetError("the request broke off") from error
 
 
 class Server:
-    """Request handlers over one set of scripts."""
+    """The request handlers of both ports."""
 
     def __init__(self) -> None:
         self.scripts = Scripts()
 
     async def answer(self, request: web.Request) -> web.StreamResponse:
-        """Record a request and play its step; only a defect in here may ever be reported."""
+        """Record a request and answer it; only bugs of the server itself are reported."""
         exchange: Optional[Exchange] = None
         try:
             exchange = await self.accept(request)
@@ -411,13 +411,13 @@ class Server:
                 traceback.print_exc()
             if request.transport is not None:
                 abort(request.transport)
-            return web.Response(status=500)  # Goes nowhere, the library just wants one.
+            return web.Response(status=500)  # Never sent, but the library needs one.
         finally:
             if exchange is not None and exchange in self.scripts.exchanges:
                 self.scripts.exchanges.remove(exchange)
 
     async def accept(self, request: web.Request) -> Exchange:
-        """Record a request and take its step in one go, so that a release cannot come between."""
+        """Record a request and take its step at once, so that no release comes in between."""
         transport = request.transport
         if transport is None:
             raise ConnectionResetError("the client has gone")
@@ -443,13 +443,13 @@ class Server:
     async def play(
         self, exchange: Exchange, request: web.Request, response: ScriptedResponse
     ) -> None:
-        """Send what the step sends, hold where it holds, end how it ends."""
+        """Send, hold and end as the step says."""
         step = exchange.step
         if step.hold == "before":
             await exchange.wait_released()
         await response.prepare(request)
         writer: Any = request.writer
-        if hasattr(writer, "send_headers"):  # Newer releases keep them back for the first chunk.
+        if hasattr(writer, "send_headers"):  # Newer versions delay them until the first chunk.
             writer.send_headers()
         if step.hold == "headers":
             await exchange.wait_released()
@@ -473,7 +473,7 @@ class Server:
     async def end(
         self, exchange: Exchange, request: web.Request, response: ScriptedResponse
     ) -> None:
-        """Do what comes after the sent part."""
+        """End the answer as the step says."""
         step = exchange.step
         cut = step.sent_size < step.body_size
         announced = step.announced_size
@@ -505,17 +505,17 @@ class Server:
         return web.json_response({})
 
     async def list_requests(self, request: web.Request) -> web.Response:
-        """Everything recorded since the last reset."""
+        """The requests since the last reset."""
         return web.json_response([entry for _, _, entry in self.scripts.requests])
 
     async def count_requests(self, request: web.Request) -> web.Response:
-        """The number alone, since waiting tests ask often and bodies can be large."""
+        """The number of requests, because waiting tests ask often and bodies can be large."""
         wanted = request.query.get("path")
         count = sum(1 for _, path, _ in self.scripts.requests if wanted in (None, path))
         return web.json_response({"count": count})
 
     async def release(self, request: web.Request) -> web.Response:
-        """Let one held answer go on; its hold need not have been reached yet."""
+        """Release one held answer, even if it has not reached its hold yet."""
         try:
             path = json.loads(await request.text())["path"]
         except (ValueError, KeyError, TypeError):
@@ -528,7 +528,7 @@ class Server:
         return web.json_response({"released": False})
 
     async def reset(self, request: web.Request) -> web.Response:
-        """Make ready for the next test."""
+        """Prepare for the next test."""
         self.scripts.reset()
         return web.json_response({})
 
@@ -547,7 +547,7 @@ class Server:
 
 
 def make_certificate(folder: Path) -> Tuple[Path, Path]:
-    """A throw-away certificate, so that no key is ever part of the sources or runs out."""
+    """A new certificate, so that the sources contain no key and none expires."""
     certificate, key = folder / "certificate.pem", folder / "key.pem"
     command = ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt"]
     command += ["ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj", "/CN=localhost"]
@@ -562,8 +562,8 @@ def make_certificate(folder: Path) -> Tuple[Path, Path]:
 async def listen(
     app: web.Application, context: Optional[ssl.SSLContext]
 ) -> Tuple[web.AppRunner, int]:
-    """Open one port of the system's choosing."""
-    # Bodies are recorded as they came, so they must not be decompressed on the way.
+    """Open a free port."""
+    # Bodies are recorded as they were sent, so they must not be decompressed.
     runner = web.AppRunner(
         app,
         access_log=None,
@@ -578,18 +578,18 @@ async def listen(
 
 
 def report_defect(loop: asyncio.AbstractEventLoop, context: Dict[str, Any]) -> None:
-    """Clients that hang up or refuse the certificate are daily bread, anything else is not."""
+    """Report bugs only: clients may hang up or refuse the certificate."""
     error = context.get("exception")
     if isinstance(error, (OSError, ssl.SSLError)):
         return
-    # With TLS the event loop itself trips over a reset that arrives while it is closing.
+    # The event loop fails when a reset arrives while it closes a TLS connection.
     if "_call_connection_lost" in context.get("message", ""):
         return
     loop.default_exception_handler(context)
 
 
 def stop_at_end_of_input(loop: asyncio.AbstractEventLoop, stop: asyncio.Event) -> None:
-    """Watch standard input on a thread: unlike the loop it copes with files and devices too."""
+    """Read standard input on a thread, because the event loop cannot watch files and devices."""
 
     def watch() -> None:
         while os.read(0, 4096):
@@ -624,7 +624,7 @@ async def serve(folder: Path, keep: bool) -> None:
 
 
 def main() -> None:
-    """Start, with the library's own logging off: broken connections are what tests ask for."""
+    """Start without the logging of the library, because tests break connections on purpose."""
     parser = argparse.ArgumentParser(description="Scripted web server for tests.")
     parser.add_argument("--keep", action="store_true", help="run until SIGTERM, ignoring stdin")
     keep = parser.parse_args().keep

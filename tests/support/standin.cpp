@@ -1,16 +1,17 @@
+// SPDX-License-Identifier: MIT
 /*
- * A stand-in for any program that the updater starts: the client, an installer, a system command. A
- * test copies it under the name wanted and reads afterwards what it was started with.
+ * A stand-in for a program that the updater starts: the client, an installer or a system command. A
+ * test copies it to the path of that program and later reads how it was started.
  *
- * Beside its own file PROGRAM it appends to PROGRAM.calls one line a start: its arguments, each in
- * hexadecimal UTF-8 and followed by a blank. If a file PROGRAM.script exists, its lines tell what
- * to do then, in order:
+ * Each start of PROGRAM appends a line to the file PROGRAM.calls: the arguments in hexadecimal
+ * UTF-8, each followed by a blank. Then the commands in the file PROGRAM.script are executed, if
+ * there is one:
  *
- *     "stdout HEX"   write these bytes to the standard output
- *     "stay"         run until killed, or until PROGRAM.script is gone
- *     "exit N"       end with this code
+ *     "stdout HEX"   write these bytes to stdout
+ *     "stay"         run until killed or until PROGRAM.script is removed
+ *     "exit N"       exit with this code
  *
- * Free of libraries, so that a copy runs anywhere.
+ * It needs no shared libraries, so a copy runs anywhere.
  */
 #include <chrono>
 #include <cstdio>
@@ -105,7 +106,7 @@ int main(int argc, char **argv)
     const Start start = ReadStart(argc, argv);
     fs::path scriptPath = start.program;
     scriptPath += ".script";
-    // Read whole and closed: Windows would not let the test remove an open file.
+    // Closed at once, because Windows does not remove open files.
     std::stringstream script;
     script << std::ifstream(scriptPath).rdbuf();
     RecordCall(start);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/standinfile.h"
 
 #include "tests/support/testhome.h"

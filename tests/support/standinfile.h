@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -6,33 +7,33 @@
 #include <QVector>
 
 /**
- * A copy of the stand-in program (standin.cpp) under a name of the test's choice. Every check fails
- * the program with a message when the file system does not play along. Any thread.
+ * A copy of the stand-in program (standin.cpp) in the place of a client, an installer or a command.
+ * Fails the program when a file cannot be copied or read. Any thread.
  */
 class StandIn
 {
 public:
-    /// Copies the stand-in to @p path, with the system's suffix for programs when @p path has none.
+    /// Copies the stand-in to @p path, and adds the system's suffix for programs if it has none.
     explicit StandIn(const QString &path);
 
-    /// Ends a copy that was told to stay.
+    /// Ends the copy that StartAndStay() started.
     ~StandIn();
 
     QString Path() const { return m_path; }
 
-    /// The arguments of each start so far, in order.
+    /// The arguments of each start so far.
     QVector<QStringList> Calls() const;
 
-    /// Waits until it was started @p count times; false when that did not happen in time.
+    /// Waits until it was started @p count times; false when it was not in time.
     bool WaitForCalls(int count, int timeoutMs = 15000) const;
 
-    /// What the next starts do: lines as standin.cpp reads them.
+    /// What the next starts do, in the commands of standin.cpp.
     void SetScript(const QByteArray &lines);
 
-    /// A script line that prints @p bytes.
+    /// The command that prints @p bytes.
     static QByteArray Prints(const QByteArray &bytes);
 
-    /// Starts it so that it stays, and waits until it runs (so that tasklist lists it).
+    /// Starts a copy that keeps running, and waits until tasklist lists it.
     void StartAndStay();
 
     /// True while the copy that StartAndStay() started runs.

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 /*
- * The task list of Windows in its CSV form, for a Wine whose own tasklist prints nothing. Takes the
- * arguments that the updater gives: /FO CSV /FI "IMAGENAME eq NAME".
+ * Prints the task list as CSV, because the tasklist of Wine prints nothing. Takes the arguments
+ * that the updater uses: /FO CSV /FI "IMAGENAME eq NAME".
  */
 #include <cstdio>
 #include <cwchar>
@@ -15,7 +16,7 @@ namespace
 
 const wchar_t kFilter[] = L"IMAGENAME eq ";
 
-/// The image name asked for; empty without a filter.
+/// The image name in the filter; empty without a filter.
 std::wstring WantedName(int argc, wchar_t **argv)
 {
     for (int i = 1; i + 1 < argc; ++i) {
@@ -25,7 +26,7 @@ std::wstring WantedName(int argc, wchar_t **argv)
     return {};
 }
 
-/// In the encoding that programs print in.
+/// In the encoding of console output.
 std::string Printed(const wchar_t *text)
 {
     char bytes[MAX_PATH * 4] = {};

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/testhome.h"
 
 #include "config/global.h"
@@ -18,7 +19,7 @@ TestHome::TestHome() : m_oldWorkingFolder(QDir::currentPath())
     SetVariable("HOME", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
     SetVariable("TMPDIR", QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
 #ifdef Q_OS_WIN
-    // Of a home folder that the system names itself no variable would tell; under Wine none is.
+    // Qt reads this variable when the system names no home folder, as Wine does here.
     SetVariable("USERPROFILE", QFile::encodeName(m_root.filePath(QStringLiteral("home"))));
     for (const char *variable : {"TMP", "TEMP"})
         SetVariable(variable, QFile::encodeName(m_root.filePath(QStringLiteral("tmp"))));
@@ -33,7 +34,7 @@ TestHome::TestHome() : m_oldWorkingFolder(QDir::currentPath())
 TestHome::~TestHome()
 {
     QDir::setCurrent(m_oldWorkingFolder);
-    // All of them: the next home's folder is made where temporary files go by then.
+    // All variables, because the next TestHome is created in the folder for temporary files.
     for (const auto &variable : m_oldVariables) {
         if (variable.second.isNull())
             qunsetenv(variable.first);
@@ -63,8 +64,8 @@ QString TestHome::Scratch() const
 QString TestHome::CommandsFolder() const
 {
 #ifdef Q_OS_WIN
-    // The system's own commands are found before those on the search path, but not before those in
-    // the working folder.
+    // Windows looks for commands in the working folder, then in its own folders, then on the search
+    // path.
     return ProgramFolder();
 #else
     return m_root.filePath(QStringLiteral("commands"));
@@ -86,13 +87,12 @@ QString TestHome::UniqueImageName()
 
 void TestHome::WriteUpdateConfig(const QByteArray &content) const
 {
-    WriteFile(ProgramFolder() + QStringLiteral("/updateconfig.json"), content);
+    WriteFile(UpdateConfigFile(), content);
 }
 
 QStringList TestHome::LogLines() const
 {
-    const QByteArray log =
-        ReadFile(Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log"));
+    const QByteArray log = ReadFile(LogFile());
     if (!log.isEmpty() && !log.endsWith("\r\n"))
         qFatal("the log's last line has no CR LF");
     QStringList lines = QString::fromUtf8(log).split(QStringLiteral("\r\n"));
@@ -114,6 +114,14 @@ void WriteFile(const QString &path, const QByteArray &content)
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
         qFatal("cannot write %s: %s", qPrintable(path), qPrintable(file.errorString()));
+}
+
+void WriteShellScript(const QString &path, const QByteArray &lines)
+{
+    WriteFile(path, "#!/bin/sh\n" + lines);
+    if (!QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                         QFileDevice::ExeOwner))
+        qFatal("cannot make %s executable", qPrintable(path));
 }
 
 void ResetGlobal()

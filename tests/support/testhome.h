@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QByteArray>
@@ -8,10 +9,10 @@
 #include <vector>
 
 /**
- * A machine of its own for one test: a home folder, a folder for temporary files (which holds the
- * key of the single-instance guard), the commands tasklist, taskkill and xcopy on the search path,
- * and a client's folder with the program's folder below it, which is made the working folder.
- * Resets Global::instance. One at a time a process; GUI thread.
+ * A private machine for one test: a home folder, a folder for temporary files (with the key file of
+ * the single-instance guard), the commands tasklist, taskkill and xcopy on the search path, and the
+ * client's folder with the program's folder below it, which becomes the working folder. Resets
+ * Global::instance. One at a time per process; GUI thread.
  */
 class TestHome
 {
@@ -22,28 +23,50 @@ public:
     /// The home folder, as QDir::homePath() reports it.
     QString Home() const;
 
-    /// The client's installation folder, without a slash at its end.
+    /// The client's installation folder, without a trailing slash.
     QString ClientFolder() const { return m_root.filePath(QStringLiteral("Client")); }
 
-    /// The program's folder, directly below the client's: the working folder.
+    /// The program's folder, directly below the client's, and the working folder.
     QString ProgramFolder() const { return ClientFolder() + QStringLiteral("/AutoUpdate"); }
 
-    /// A folder for anything else the test needs; made on the first call.
+    /// A folder for anything else that a test needs; created by the first call.
     QString Scratch() const;
 
-    /// A folder that stands first on the search path: a stand-in put there is found before others.
+    /// The first folder of the search path: put stand-ins for commands there.
     QString CommandsFolder() const;
 
-    /// The client's data folder under the home folder; made on the first call.
+    /// The client's data folder in the home folder; created by the first call.
     QString ClientDataFolder() const;
 
-    /// An image name that no other test on this machine uses, such as "Client-4711-1.exe".
+    // Full paths of the files that the program reads and writes.
+
+    QString UpdateConfigFile() const
+    {
+        return ProgramFolder() + QStringLiteral("/updateconfig.json");
+    }
+    QString NotesFile() const { return ClientDataFolder() + QStringLiteral("/update.log"); }
+    QString MarkerFile() const
+    {
+        return ClientDataFolder() + QStringLiteral("/isShowUpdataInfo.txt");
+    }
+    QString LogFile() const
+    {
+        return Home() + QStringLiteral("/AppData/Local/AutoUpdate/AutoUpdate.log");
+    }
+
+    /// The full path of a file of the client.
+    QString Installed(const QString &path) const
+    {
+        return ClientFolder() + QLatin1Char('/') + path;
+    }
+
+    /// A program name that no other test on this computer uses, such as "Client-4711-1.exe".
     static QString UniqueImageName();
 
-    /// Writes updateconfig.json as given.
+    /// Writes updateconfig.json.
     void WriteUpdateConfig(const QByteArray &content) const;
 
-    /// Lines of AutoUpdate.log without their CR LF; every line must have it.
+    /// The lines of AutoUpdate.log; fails the program when the last one has no CR LF.
     QStringList LogLines() const;
 
 private:
@@ -56,18 +79,21 @@ private:
     QString m_oldWorkingFolder;
 };
 
-/// The whole content of a file; fails the program when it cannot be read.
+/// The content of a file; fails the program when it cannot be read.
 QByteArray ReadFile(const QString &path);
 
-/// Writes a file, its folders included; fails the program when it cannot.
+/// Writes a file and creates its folders; fails the program when that is impossible.
 void WriteFile(const QString &path, const QByteArray &content);
 
-/// Puts every field of Global::instance back to its value at construction.
+/// Writes an executable shell script. POSIX only; fails the program when it cannot.
+void WriteShellScript(const QString &path, const QByteArray &lines);
+
+/// Gives every field of Global::instance its initial value.
 void ResetGlobal();
 
 /**
- * Runs the application's event loop until something quits it. False when nothing did in time. Use
- * this rather than waiting loops around code that calls QCoreApplication::quit(): a quit outside a
- * running loop of the application would end the next waiting loop at once.
+ * Runs the application's event loop until something quits it; false when nothing does in time. Code
+ * that calls QCoreApplication::quit() needs this loop: a quit outside of it would end the next one
+ * at once.
  */
 bool RunUntilQuit(int timeoutMs = 15000);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/zipmaker.h"
 
 #include "tests/support/testhome.h"
@@ -56,7 +57,7 @@ ZipMaker &ZipMaker::AddLink(const QString &path, const QString &target)
 
 ZipMaker &ZipMaker::AddRawName(const QByteArray &rawName, const QByteArray &data)
 {
-    // The writer cleans and encodes names: the wanted one replaces a harmless one of its size.
+    // QZipWriter changes names, so the raw name later replaces a harmless one of the same size.
     m_rawNames.append({m_added, rawName});
     return AddFile(QString(rawName.size(), QLatin1Char('x')), data);
 }
@@ -149,7 +150,7 @@ void ZipMaker::Finish()
     for (int entry = 0; entry < m_added; ++entry) {
         m_central.append(central);
         m_local.append(int(Number(central + HeaderOffset.central, HeaderOffset.size)));
-        // Its name, extra fields and comment follow a header.
+        // The name, the extra fields and the comment follow the header.
         central += centralHeaderSize;
         for (const int sizeField : {28, 30, 32})
             central += int(Number(m_central.last() + sizeField, 2));

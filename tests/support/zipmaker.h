@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <QBuffer>
@@ -11,23 +12,23 @@
 
 class QZipWriter;
 
-/// A number that a zip archive keeps of an entry, by its offset in the entry's two headers.
+/// A number in the two headers of an entry, by its offsets there.
 struct ZipField {
-    int local;   ///< in the header before the data; -1 when it is not there
-    int central; ///< in the header in the central directory
+    int local;   ///< in the local header, before the data; -1 when it is not there
+    int central; ///< in the central directory
     int size;    ///< in bytes
 };
 
-/// A number in the record that ends a zip archive.
+/// A number in the end record of an archive.
 struct ZipEndField {
     int offset;
     int size;
 };
 
 /**
- * Makes zip archives: first entries are added, in the order of the calls; then single numbers of
- * the finished archive can be changed, to see what a damaged or hostile one does. Offsets and sizes
- * of the records: PKWARE's APPNOTE.TXT, 4.3. Misuse ends the program with a message.
+ * Makes zip archives. Add all entries first; then change numbers of the finished archive to get a
+ * damaged or hostile one. PKWARE's APPNOTE.TXT, 4.3, has the offsets and sizes. Misuse ends the
+ * program with a message.
  */
 class ZipMaker
 {
@@ -54,32 +55,32 @@ public:
     ZipMaker();
     ~ZipMaker();
 
-    /// A slash is put behind @p path when it has none.
+    /// Appends a slash to @p path if it has none.
     ZipMaker &AddFolder(const QString &path);
     ZipMaker &AddFile(const QString &path, const QByteArray &data, Packing packing = Deflated);
     ZipMaker &AddLink(const QString &path, const QString &target);
 
-    /// A file whose name is exactly these bytes, without the mark that says that they are UTF-8.
+    /// A file with exactly these bytes as its name, not marked as UTF-8.
     ZipMaker &AddRawName(const QByteArray &rawName, const QByteArray &data);
 
-    /// The mode of the files added from here on.
+    /// The mode of the files added after this call.
     ZipMaker &SetPermissions(QFileDevice::Permissions permissions);
 
-    /// The number as the central directory has it.
+    /// The number in the central directory.
     quint32 Get(int entry, ZipField field);
     ZipMaker &Set(int entry, ZipField field, quint32 value, Headers headers = Both);
     ZipMaker &SetEnd(ZipEndField field, quint32 value);
 
-    /// Turns one bit of the packed data of an entry over.
+    /// Flips one bit in the packed data of an entry.
     ZipMaker &FlipDataBit(int entry, int byte);
 
     /**
-     * Moves sizes and checksum of an entry from its local header behind its data, as programs do
-     * that write to a pipe.
+     * Moves the sizes and the checksum of an entry from its local header to a data descriptor, as
+     * programs that write to a pipe do.
      */
     ZipMaker &UseDataDescriptor(int entry);
 
-    /// The archive; no entries can be added any more.
+    /// The archive. No entries can be added after this call.
     QByteArray Bytes();
 
     void WriteTo(const QString &path);
@@ -103,9 +104,9 @@ private:
     int m_added = 0;
     QVector<RawName> m_rawNames;
 
-    // Known once finished.
+    // Known once the archive is finished.
     QByteArray m_bytes;
     QVector<int> m_central; ///< offset of each entry's header in the central directory
-    QVector<int> m_local;   ///< offset of each entry's header before its data
-    int m_end = 0;          ///< offset of the record that ends the archive
+    QVector<int> m_local;   ///< offset of each entry's local header
+    int m_end = 0;          ///< offset of the end record
 };

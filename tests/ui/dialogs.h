@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "config/global.h"
@@ -18,7 +19,7 @@
 #include <cstdlib>
 #include <functional>
 
-/// The one descendant of that class and object name; fails the program when there is none.
+/// The descendant of that class and object name; fails the program when there is none.
 template <class Widget> Widget *Child(const QWidget &dialog, const char *name)
 {
     auto *child = dialog.findChild<Widget *>(QLatin1String(name));
@@ -27,7 +28,7 @@ template <class Widget> Widget *Child(const QWidget &dialog, const char *name)
     return child;
 }
 
-/// Shows @p panel without its children on @p backdrop, a window of that colour.
+/// Shows @p panel without its children on @p backdrop, which gets that colour.
 inline void ShowOnBackdrop(QWidget &panel, const QRect &place, QWidget &backdrop,
                            const QString &colour)
 {
@@ -40,20 +41,20 @@ inline void ShowOnBackdrop(QWidget &panel, const QRect &place, QWidget &backdrop
     backdrop.show();
 }
 
-/// Where a descendant lies in the dialog's own pixels.
+/// The place of a descendant in the dialog, in pixels.
 inline QRect PlaceIn(const QWidget &dialog, const QWidget &child)
 {
     return QRect(child.mapTo(&dialog, QPoint(0, 0)), child.size());
 }
 
-/// The dialogs' text in the language that is set now.
+/// The text for the current language.
 inline QString InLanguage(const char *english, const char *chinese)
 {
     const bool wantsEnglish = Global::instance.language == QLatin1String("en");
     return QString::fromUtf8(wantsEnglish ? english : chinese);
 }
 
-/// The flags of a window whose title bar has the close button only, and nothing else about it.
+/// The flags of a window with only the close button in its title bar.
 inline Qt::WindowFlags FlagsOfClosableWindow()
 {
     QWidget window;
@@ -70,14 +71,14 @@ inline bool HasLogoAsIcon(const QWidget &window)
     return !logo.isNull() && window.windowIcon().pixmap(side).toImage() == logo;
 }
 
-/// What a screen reader says for the widget.
+/// The name of the widget for screen readers.
 inline QString AccessibleName(QWidget *widget)
 {
     QAccessibleInterface *interface = QAccessible::queryAccessibleInterface(widget);
     return interface == nullptr ? QString() : interface->text(QAccessible::Name);
 }
 
-/// Shows the dialog and gives it the keyboard.
+/// Shows the dialog and waits until it has the keyboard.
 inline bool ShowActive(QWidget &dialog)
 {
     dialog.show();
@@ -85,7 +86,7 @@ inline bool ShowActive(QWidget &dialog)
     return QTest::qWaitForWindowActive(&dialog);
 }
 
-/// Presses Tab as often as it takes to come round; the object names of what had the focus.
+/// Presses Tab until the first widget has the focus again; returns the object names in this order.
 inline QStringList TabRound(QWidget &dialog)
 {
     QStringList names;
@@ -97,7 +98,7 @@ inline QStringList TabRound(QWidget &dialog)
     return names;
 }
 
-/// The columns of a table of style sheets: what a widget's sheet says of a property.
+/// Adds the columns of a table of style sheet properties.
 inline void AddStyleColumns()
 {
     QTest::addColumn<QByteArray>("widget");
@@ -106,7 +107,7 @@ inline void AddStyleColumns()
     QTest::addColumn<QString>("value");
 }
 
-/// A row of such a table.
+/// Adds a row to such a table.
 inline void AddStyle(const char *widget, const char *selector, const char *property,
                      const char *value)
 {
@@ -115,7 +116,7 @@ inline void AddStyle(const char *widget, const char *selector, const char *prope
         << QString::fromLatin1(value);
 }
 
-/// The signals and slots that a class adds, in their order, as "signal name(types)".
+/// The signals and slots that a class declares, in their order, as "signal name(types)".
 inline QStringList OwnMethods(const QMetaObject &metaObject)
 {
     QStringList methods;
@@ -128,10 +129,8 @@ inline QStringList OwnMethods(const QMetaObject &metaObject)
     return methods;
 }
 
-/**
- * Runs @p action in the application's event loop; true when it makes the application quit, be it at
- * once or by a posted event.
- */
+/// Runs @p action in the application's event loop; true when the application quits, at once or by a
+/// posted event.
 inline bool Quits(const std::function<void()> &action)
 {
     constexpr int stillRunning = 78;
@@ -148,7 +147,7 @@ inline bool Quits(const std::function<void()> &action)
     return QCoreApplication::exec() != stillRunning;
 }
 
-/// Queues presses and releases on the widget, as an impatient user does while the program blocks.
+/// Queues clicks on the widget, as an impatient user does while the program is busy.
 inline void QueueClicks(QWidget *widget, int count)
 {
     for (int i = 0; i < count; ++i)
@@ -160,10 +159,8 @@ inline void QueueClicks(QWidget *widget, int count)
         }
 }
 
-/**
- * What a style sheet says for the property under the selector, without any white space; the empty
- * selector stands for a sheet without one. The last word counts, as in the sheet itself.
- */
+/// The last value of the property under the selector in a style sheet, without white space. The
+/// empty selector stands for a sheet without selectors.
 inline QString Declared(const QString &sheet, const QString &selector, const QString &property)
 {
     QString text = sheet;
@@ -185,7 +182,7 @@ inline QString Declared(const QString &sheet, const QString &selector, const QSt
     return value;
 }
 
-/// What is seen where the widget lies, with what shines through it and what covers it.
+/// A picture of the widget, including what is visible through it and what covers it.
 inline QImage Picture(QWidget &widget)
 {
     QWidget *const window = widget.window();
@@ -193,11 +190,12 @@ inline QImage Picture(QWidget &widget)
     return window->grab(place).toImage().convertToFormat(QImage::Format_RGB32);
 }
 
-/// Grabs the widget as it looks with the mouse over it.
+/// A picture of the widget with the mouse over it.
 inline QImage PictureUnderMouse(QWidget &widget)
 {
     widget.setAttribute(Qt::WA_UnderMouse, true);
-    // A button looks at the mouse's moves too. Sent by hand: a test must not need the real mouse.
+    // A button needs a move event too. It is sent directly, because a test must not use the real
+    // mouse.
     QMouseEvent move(QEvent::MouseMove, widget.rect().center(), Qt::NoButton, Qt::NoButton,
                      Qt::NoModifier);
     QCoreApplication::sendEvent(&widget, &move);
@@ -206,7 +204,7 @@ inline QImage PictureUnderMouse(QWidget &widget)
     return picture;
 }
 
-/// Grabs the widget as it looks while the mouse holds it down; the press leads to no click.
+/// A picture of the widget while it is pressed; this does not click it.
 inline QImage PictureWhilePressed(QWidget &widget)
 {
     QTest::mousePress(&widget, Qt::LeftButton);
@@ -223,7 +221,7 @@ inline bool IsNear(const QColor &seen, const QColor &wanted, int tolerance = 3)
            std::abs(seen.blue() - wanted.blue()) <= tolerance;
 }
 
-/// Whether any pixel of the picture has that colour.
+/// Whether a pixel of the picture has that colour.
 inline bool Shows(const QImage &picture, const QColor &wanted, int tolerance = 3)
 {
     for (int y = 0; y < picture.height(); ++y)
@@ -233,7 +231,7 @@ inline bool Shows(const QImage &picture, const QColor &wanted, int tolerance = 3
     return false;
 }
 
-/// Gives every text that goes through translation a mark: "[Context|text]".
+/// Marks every translated text: "[Context|text]".
 class MarkingTranslator : public QTranslator
 {
 public:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "config/global.h"
@@ -6,7 +7,7 @@
 
 #include <QTextEdit>
 
-/// The prompt with the notes in it.
+/// The prompt with these notes.
 class Prompt : public UpdateDialog
 {
 public:
@@ -19,7 +20,7 @@ public:
 
     QTextEdit &Notes() const { return *Child<QTextEdit>(*this, "updateText"); }
 
-    /// Whether the notes are there as plain text, all of them; very long lines may be divided.
+    /// Whether all of the notes are shown as plain text; very long lines may be divided.
     bool HoldsAll(QString notes) const
     {
         QString shown = Notes().toPlainText();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/diskspace.h"
 
 #include "config/global.h"
@@ -6,7 +7,7 @@
 #include <QFile>
 #include <QTest>
 
-class DiskSpaceTest : public QObject
+class TestDiskSpace : public QObject
 {
     Q_OBJECT
 
@@ -22,7 +23,7 @@ private slots:
 #endif
 };
 
-void DiskSpaceTest::wantsStrictlyMoreThanThreePackages_data()
+void TestDiskSpace::wantsStrictlyMoreThanThreePackages_data()
 {
     QTest::addColumn<qint64>("freeBytes");
     QTest::addColumn<qint64>("packageSize");
@@ -41,7 +42,7 @@ void DiskSpaceTest::wantsStrictlyMoreThanThreePackages_data()
         << qint64(quint64(1) << 63U) << qint64(1) << false;
 }
 
-void DiskSpaceTest::wantsStrictlyMoreThanThreePackages()
+void TestDiskSpace::wantsStrictlyMoreThanThreePackages()
 {
     QFETCH(qint64, freeBytes);
     QFETCH(qint64, packageSize);
@@ -49,7 +50,7 @@ void DiskSpaceTest::wantsStrictlyMoreThanThreePackages()
     QTEST(HasRoom(freeBytes, packageSize), "hasRoom");
 }
 
-void DiskSpaceTest::namesTheDriveThatIsShort_data()
+void TestDiskSpace::namesTheDriveThatIsShort_data()
 {
     QTest::addColumn<qint64>("freeOnC");
     QTest::addColumn<qint64>("freeOnWorkingDrive");
@@ -63,7 +64,7 @@ void DiskSpaceTest::namesTheDriveThatIsShort_data()
     QTest::newRow("no answer for the other") << qint64(31) << qint64(0) << QStringLiteral("D");
 }
 
-void DiskSpaceTest::namesTheDriveThatIsShort()
+void TestDiskSpace::namesTheDriveThatIsShort()
 {
     QFETCH(qint64, freeOnC);
     QFETCH(qint64, freeOnWorkingDrive);
@@ -73,7 +74,7 @@ void DiskSpaceTest::namesTheDriveThatIsShort()
           "drive");
 }
 
-void DiskSpaceTest::findsRoomOnThisMachineForASmallPackage()
+void TestDiskSpace::findsRoomOnThisMachineForASmallPackage()
 {
     const TestHome home;
     Global::instance.packageSize = 1000;
@@ -81,7 +82,7 @@ void DiskSpaceTest::findsRoomOnThisMachineForASmallPackage()
     QCOMPARE(DriveWithoutRoomForPackage(), QString());
 }
 
-void DiskSpaceTest::namesDriveCWhenNoDriveOfThisMachineHasRoom()
+void TestDiskSpace::namesDriveCWhenNoDriveOfThisMachineHasRoom()
 {
     const TestHome home;
     Global::instance.packageSize = qint64(1) << 60;
@@ -90,16 +91,16 @@ void DiskSpaceTest::namesDriveCWhenNoDriveOfThisMachineHasRoom()
 }
 
 #ifdef Q_OS_LINUX
-void DiskSpaceTest::namesDriveCWhenItAloneIsShort_linux()
+void TestDiskSpace::namesDriveCWhenItAloneIsShort_linux()
 {
     const TestHome home;
     Global::instance.packageSize = 1000;
-    // A drive's name is a file's name here: it leads to a volume that never has a free byte.
+    // Here the name of a drive is a file name, which leads to a volume without a free byte.
     QVERIFY(QFile::link(QStringLiteral("/proc"), home.ProgramFolder() + QStringLiteral("/C:\\")));
 
     QCOMPARE(DriveWithoutRoomForPackage(), QStringLiteral("C"));
 }
 #endif
 
-QTEST_GUILESS_MAIN(DiskSpaceTest)
+QTEST_GUILESS_MAIN(TestDiskSpace)
 #include "tst_diskspace.moc"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/dwondialog.h"
 
 #include "config/global.h"
@@ -39,7 +40,7 @@ protected:
 
 } // namespace
 
-class DwonDialogTest : public QObject
+class TestDwonDialog : public QObject
 {
     Q_OBJECT
 
@@ -121,12 +122,12 @@ private:
     std::unique_ptr<DwonDialog> dialog;
 };
 
-void DwonDialogTest::initTestCase()
+void TestDwonDialog::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void DwonDialogTest::init()
+void TestDwonDialog::init()
 {
     home = std::make_unique<TestHome>();
     Global::instance.latestVersion = QStringLiteral("2.1.3");
@@ -134,27 +135,27 @@ void DwonDialogTest::init()
     dialog = std::make_unique<DwonDialog>();
 }
 
-void DwonDialogTest::cleanup()
+void TestDwonDialog::cleanup()
 {
     dialog.reset();
     home.reset();
 }
 
-void DwonDialogTest::AddLanguages()
+void TestDwonDialog::AddLanguages()
 {
     QTest::addColumn<QString>("language");
     QTest::newRow("English") << QStringLiteral("en");
     QTest::newRow("Chinese") << QStringLiteral("zh");
 }
 
-void DwonDialogTest::FetchLanguage()
+void TestDwonDialog::FetchLanguage()
 {
     QFETCH(QString, language);
     Global::instance.language = language;
 }
 
-/// The dialog as the prompt brings it up.
-DwonDialog &DwonDialogTest::Shown()
+/// Shows the dialog as the prompt does.
+DwonDialog &TestDwonDialog::Shown()
 {
     dialog = std::make_unique<DwonDialog>();
     dialog->SetTexts();
@@ -163,7 +164,7 @@ DwonDialog &DwonDialogTest::Shown()
     return *dialog;
 }
 
-void DwonDialogTest::isAFixedWindowOf480By292()
+void TestDwonDialog::isAFixedWindowOf480By292()
 {
     QCOMPARE(dialog->objectName(), QStringLiteral("DwonDialog"));
     QCOMPARE(dialog->size(), QSize(480, 292));
@@ -173,7 +174,7 @@ void DwonDialogTest::isAFixedWindowOf480By292()
     QVERIFY(HasLogoAsIcon(*dialog));
 }
 
-void DwonDialogTest::hasItsWidgetsInTheirPlaces_data()
+void TestDwonDialog::hasItsWidgetsInTheirPlaces_data()
 {
     QTest::addColumn<QByteArray>("className");
     QTest::addColumn<QRect>("place");
@@ -187,7 +188,7 @@ void DwonDialogTest::hasItsWidgetsInTheirPlaces_data()
     QTest::newRow("dockWidget") << QByteArray("QDockWidget") << QRect(171, 179, 199, 114);
 }
 
-void DwonDialogTest::hasItsWidgetsInTheirPlaces()
+void TestDwonDialog::hasItsWidgetsInTheirPlaces()
 {
     QFETCH(QByteArray, className);
     QFETCH(QRect, place);
@@ -199,7 +200,7 @@ void DwonDialogTest::hasItsWidgetsInTheirPlaces()
     QCOMPARE(widget->isVisible(), className != "QDockWidget");
 }
 
-void DwonDialogTest::staysHiddenWithItsConfirmationUntilShown()
+void TestDwonDialog::staysHiddenWithItsConfirmationUntilShown()
 {
     QVERIFY(!dialog->isVisible());
     const auto *dock = Child<QDockWidget>(*dialog, "dockWidget");
@@ -215,7 +216,7 @@ void DwonDialogTest::staysHiddenWithItsConfirmationUntilShown()
     QVERIFY(Child<QDockWidget>(*dialog, "dockWidget")->isHidden());
 }
 
-void DwonDialogTest::holdsTheTextsOfItsFormUntilTheyAreSet()
+void TestDwonDialog::holdsTheTextsOfItsFormUntilTheyAreSet()
 {
     Global::instance.language = QStringLiteral("en");
     const DwonDialog fresh;
@@ -228,7 +229,7 @@ void DwonDialogTest::holdsTheTextsOfItsFormUntilTheyAreSet()
     QCOMPARE(Child<QPushButton>(fresh, "cancleBtn")->text(), QStringLiteral("取消"));
 }
 
-void DwonDialogTest::showsTheTextsOfTheLanguage_data()
+void TestDwonDialog::showsTheTextsOfTheLanguage_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QStringList>("texts");
@@ -246,7 +247,7 @@ void DwonDialogTest::showsTheTextsOfTheLanguage_data()
     QTest::newRow("none") << QString() << chinese;
 }
 
-void DwonDialogTest::showsTheTextsOfTheLanguage()
+void TestDwonDialog::showsTheTextsOfTheLanguage()
 {
     FetchLanguage();
     Shown();
@@ -260,7 +261,7 @@ void DwonDialogTest::showsTheTextsOfTheLanguage()
              "8 pixels have no room for a text");
 }
 
-void DwonDialogTest::showsThePackageSize_data()
+void TestDwonDialog::showsThePackageSize_data()
 {
     QTest::addColumn<qint64>("bytes");
     QTest::addColumn<QString>("size");
@@ -270,7 +271,7 @@ void DwonDialogTest::showsThePackageSize_data()
     QTest::newRow("300 MiB") << qint64(314572800) << QStringLiteral("300.00M");
 }
 
-void DwonDialogTest::showsThePackageSize()
+void TestDwonDialog::showsThePackageSize()
 {
     QFETCH(qint64, bytes);
     QFETCH(QString, size);
@@ -283,7 +284,7 @@ void DwonDialogTest::showsThePackageSize()
     QCOMPARE(Child<QProgressBar>(*dialog, "progressBar")->maximum(), int(bytes));
 }
 
-void DwonDialogTest::showsAVersionWithMarkupAsItIs()
+void TestDwonDialog::showsAVersionWithMarkupAsItIs()
 {
     Global::instance.latestVersion = QStringLiteral("<h1>9</h1>&amp;%1");
     Shown();
@@ -295,7 +296,7 @@ void DwonDialogTest::showsAVersionWithMarkupAsItIs()
     QCOMPARE(seen, Picture(*label));
 }
 
-void DwonDialogTest::showsAnErrorWithMarkupAsItIs()
+void TestDwonDialog::showsAnErrorWithMarkupAsItIs()
 {
     Shown();
     dialog->UpdateErrorState(QStringLiteral("<h1>error</h1>"));
@@ -306,7 +307,7 @@ void DwonDialogTest::showsAnErrorWithMarkupAsItIs()
     QCOMPARE(seen, Picture(*label));
 }
 
-void DwonDialogTest::translatesThePercentageAndTheSizeOnly_data()
+void TestDwonDialog::translatesThePercentageAndTheSizeOnly_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("start");
@@ -326,7 +327,7 @@ void DwonDialogTest::translatesThePercentageAndTheSizeOnly_data()
                              << QStringLiteral("正在安装中......0%");
 }
 
-void DwonDialogTest::translatesThePercentageAndTheSizeOnly()
+void TestDwonDialog::translatesThePercentageAndTheSizeOnly()
 {
     FetchLanguage();
     const MarkingTranslator translator;
@@ -352,7 +353,7 @@ void DwonDialogTest::translatesThePercentageAndTheSizeOnly()
     QCOMPARE(button->text(), InLanguage("Cancel", "取消"));
 }
 
-void DwonDialogTest::stylesItsWidgets_data()
+void TestDwonDialog::stylesItsWidgets_data()
 {
     AddStyleColumns();
     const auto add = AddStyle;
@@ -369,9 +370,7 @@ void DwonDialogTest::stylesItsWidgets_data()
     add("labInstall", "QLabel", "font-weight", "400");
     add("labInstall", "QLabel", "color", "rgba(32,49,82,1)");
     add("labInstall", "QLabel", "line-height", "22px");
-    add("progressBar", "QProgressBar", "background-color", "rgba(217,231,253,1)");
     add("progressBar", "QProgressBar", "border-radius", "4px");
-    add("progressBar", "QProgressBar::chunk", "background-color", "rgba(66,133,246,1)");
     add("progressBar", "QProgressBar::chunk", "border-radius", "4px");
     add("cancleBtn", "QPushButton", "font-size", "14px");
     add("cancleBtn", "QPushButton", "font-weight", "400");
@@ -385,7 +384,7 @@ void DwonDialogTest::stylesItsWidgets_data()
     add("dockWidget", "QDockWidget", "background-color", "rgb(148,148,148)");
 }
 
-void DwonDialogTest::stylesItsWidgets()
+void TestDwonDialog::stylesItsWidgets()
 {
     QFETCH(QByteArray, widget);
     QFETCH(QString, selector);
@@ -396,7 +395,7 @@ void DwonDialogTest::stylesItsWidgets()
     QTEST(Declared(sheet, selector, property), "value");
 }
 
-void DwonDialogTest::drawsTheLogoAndTheWhiteWindow()
+void TestDwonDialog::drawsTheLogoAndTheWhiteWindow()
 {
     Shown();
     const QImage seen = Picture(*dialog);
@@ -407,7 +406,7 @@ void DwonDialogTest::drawsTheLogoAndTheWhiteWindow()
     QCOMPARE(Child<QLabel>(*dialog, "labIco")->alignment(), Qt::AlignCenter);
 }
 
-void DwonDialogTest::showsThePercentageRoundedDown_data()
+void TestDwonDialog::showsThePercentageRoundedDown_data()
 {
     QTest::addColumn<qint64>("bytesRead");
     QTest::addColumn<qint64>("totalBytes");
@@ -426,7 +425,7 @@ void DwonDialogTest::showsThePercentageRoundedDown_data()
     QTest::newRow("nothing of zero") << qint64(0) << qint64(0) << 0;
 }
 
-void DwonDialogTest::showsThePercentageRoundedDown()
+void TestDwonDialog::showsThePercentageRoundedDown()
 {
     QFETCH(qint64, bytesRead);
     QFETCH(qint64, totalBytes);
@@ -442,7 +441,7 @@ void DwonDialogTest::showsThePercentageRoundedDown()
     }
 }
 
-void DwonDialogTest::fillsTheBarByBytes()
+void TestDwonDialog::fillsTheBarByBytes()
 {
     Global::instance.packageSize = 1000;
     Shown();
@@ -459,7 +458,7 @@ void DwonDialogTest::fillsTheBarByBytes()
     VERIFY_COLOUR(Picture(*bar).pixelColor(300, 4), QColor(217, 231, 253));
 }
 
-void DwonDialogTest::drawsTheBarAtEveryStep()
+void TestDwonDialog::drawsTheBarAtEveryStep()
 {
     Global::instance.packageSize = 1000;
     Shown();
@@ -473,7 +472,7 @@ void DwonDialogTest::drawsTheBarAtEveryStep()
     }
 }
 
-void DwonDialogTest::keepsThePercentageOfAPackageBeyond32Bits()
+void TestDwonDialog::keepsThePercentageOfAPackageBeyond32Bits()
 {
     Global::instance.packageSize = 6442450944;
     Shown();
@@ -485,7 +484,7 @@ void DwonDialogTest::keepsThePercentageOfAPackageBeyond32Bits()
     QCOMPARE(Child<QLabel>(*dialog, "labInstall")->text(), QStringLiteral("正在安装中......50%"));
 }
 
-void DwonDialogTest::startsAgainFromZeroWhenTheTextsAreSet()
+void TestDwonDialog::startsAgainFromZeroWhenTheTextsAreSet()
 {
     Global::instance.packageSize = 1000;
     dialog->SetTexts();
@@ -497,12 +496,12 @@ void DwonDialogTest::startsAgainFromZeroWhenTheTextsAreSet()
     QCOMPARE(Child<QLabel>(*dialog, "labInstall")->text(), QStringLiteral("正在安装中......0%"));
 }
 
-void DwonDialogTest::showsAnErrorInRedAndOffersToRetry_data()
+void TestDwonDialog::showsAnErrorInRedAndOffersToRetry_data()
 {
     AddLanguages();
 }
 
-void DwonDialogTest::showsAnErrorInRedAndOffersToRetry()
+void TestDwonDialog::showsAnErrorInRedAndOffersToRetry()
 {
     FetchLanguage();
     Shown();
@@ -536,7 +535,7 @@ void DwonDialogTest::showsAnErrorInRedAndOffersToRetry()
         QStringLiteral("4px"));
 }
 
-void DwonDialogTest::takesAnErrorByItsSignal()
+void TestDwonDialog::takesAnErrorByItsSignal()
 {
     dialog->SetTexts();
 
@@ -546,7 +545,7 @@ void DwonDialogTest::takesAnErrorByItsSignal()
     QCOMPARE(Child<QPushButton>(*dialog, "cancleBtn")->text(), QStringLiteral("重试"));
 }
 
-void DwonDialogTest::keepsTheLastErrorOfSeveral()
+void TestDwonDialog::keepsTheLastErrorOfSeveral()
 {
     dialog->SetTexts();
 
@@ -557,12 +556,12 @@ void DwonDialogTest::keepsTheLastErrorOfSeveral()
     QCOMPARE(Child<QPushButton>(*dialog, "cancleBtn")->text(), QStringLiteral("重试"));
 }
 
-void DwonDialogTest::retryDownloadsAgainAndLooksNormal_data()
+void TestDwonDialog::retryDownloadsAgainAndLooksNormal_data()
 {
     AddLanguages();
 }
 
-void DwonDialogTest::retryDownloadsAgainAndLooksNormal()
+void TestDwonDialog::retryDownloadsAgainAndLooksNormal()
 {
     FetchLanguage();
     Global::instance.packageSize = 1000;
@@ -589,12 +588,12 @@ void DwonDialogTest::retryDownloadsAgainAndLooksNormal()
     VERIFY_COLOUR(Picture(*bar).pixelColor(50, 4), kBlue);
 }
 
-void DwonDialogTest::retryLooksNormalOnlyAfterItsSignal_data()
+void TestDwonDialog::retryLooksNormalOnlyAfterItsSignal_data()
 {
     AddLanguages();
 }
 
-void DwonDialogTest::retryLooksNormalOnlyAfterItsSignal()
+void TestDwonDialog::retryLooksNormalOnlyAfterItsSignal()
 {
     FetchLanguage();
     Shown();
@@ -611,12 +610,12 @@ void DwonDialogTest::retryLooksNormalOnlyAfterItsSignal()
     QCOMPARE(button->text(), InLanguage("Cancel", "取消"));
 }
 
-void DwonDialogTest::retryWithoutRoomChangesNothing_data()
+void TestDwonDialog::retryWithoutRoomChangesNothing_data()
 {
     AddLanguages();
 }
 
-void DwonDialogTest::retryWithoutRoomChangesNothing()
+void TestDwonDialog::retryWithoutRoomChangesNothing()
 {
     FetchLanguage();
     Shown();
@@ -636,7 +635,7 @@ void DwonDialogTest::retryWithoutRoomChangesNothing()
     QCOMPARE(Picture(*dialog), before);
 }
 
-void DwonDialogTest::aSecondClickOnRetryDoesNotDownloadTwice()
+void TestDwonDialog::aSecondClickOnRetryDoesNotDownloadTwice()
 {
     Shown();
     dialog->UpdateErrorState(QStringLiteral("it failed"));
@@ -648,7 +647,7 @@ void DwonDialogTest::aSecondClickOnRetryDoesNotDownloadTwice()
     QCOMPARE(again.count(), 1);
 }
 
-void DwonDialogTest::ignoresTheButtonWithAnyOtherText()
+void TestDwonDialog::ignoresTheButtonWithAnyOtherText()
 {
     Shown();
     const QSignalSpy again(dialog.get(), &DwonDialog::GetPackAgain);
@@ -664,12 +663,12 @@ void DwonDialogTest::ignoresTheButtonWithAnyOtherText()
     QVERIFY(Child<QDockWidget>(*dialog, "dockWidget")->isHidden());
 }
 
-void DwonDialogTest::cancelAsksFirst_data()
+void TestDwonDialog::cancelAsksFirst_data()
 {
     AddLanguages();
 }
 
-void DwonDialogTest::cancelAsksFirst()
+void TestDwonDialog::cancelAsksFirst()
 {
     FetchLanguage();
     Shown();
@@ -687,7 +686,7 @@ void DwonDialogTest::cancelAsksFirst()
     QCOMPARE(Child<QLabel>(*dialog, "lab")->text(), InLanguage("Update Cancel?", "确定取消更新?"));
 }
 
-void DwonDialogTest::theConfirmationLiesOverTheLowerPart()
+void TestDwonDialog::theConfirmationLiesOverTheLowerPart()
 {
     Shown();
     QTest::mouseClick(Child<QPushButton>(*dialog, "cancleBtn"), Qt::LeftButton);
@@ -699,12 +698,12 @@ void DwonDialogTest::theConfirmationLiesOverTheLowerPart()
     QCOMPARE(dialog->childAt(171 + 100, 179 + 40), Child<QWidget>(*dialog, "lab"));
     QCOMPARE(dialog->childAt(171 + 90, 179 + 75), Child<QWidget>(*dialog, "cbtn"));
     QCOMPARE(dialog->childAt(171 + 140, 179 + 75), Child<QWidget>(*dialog, "sbtn"));
-    // The button below is covered where the panel lies, and can be pressed beside it.
+    // The panel covers part of the button below, which can be pressed next to it.
     QVERIFY(dialog->childAt(360, 250) != Child<QWidget>(*dialog, "cancleBtn"));
     QCOMPARE(dialog->childAt(380, 250), Child<QWidget>(*dialog, "cancleBtn"));
 }
 
-void DwonDialogTest::theConfirmationHasNoGrayCorners()
+void TestDwonDialog::theConfirmationHasNoGrayCorners()
 {
     Shown();
     dialog->CancleDownload();
@@ -717,7 +716,7 @@ void DwonDialogTest::theConfirmationHasNoGrayCorners()
     VERIFY_COLOUR(seen.pixelColor(171 + 100, 179 + 57), QColor(255, 255, 255));
 }
 
-void DwonDialogTest::keepingTheUpdateOnlyHidesTheConfirmation()
+void TestDwonDialog::keepingTheUpdateOnlyHidesTheConfirmation()
 {
     Shown();
     dialog->UpdateProgressBar(786432, 1572864);
@@ -741,7 +740,7 @@ void DwonDialogTest::keepingTheUpdateOnlyHidesTheConfirmation()
     QCOMPARE(Child<QProgressBar>(*dialog, "progressBar")->value(), 786432);
 }
 
-void DwonDialogTest::confirmingTheCancellationQuits()
+void TestDwonDialog::confirmingTheCancellationQuits()
 {
     Shown();
 
@@ -751,7 +750,7 @@ void DwonDialogTest::confirmingTheCancellationQuits()
     }));
 }
 
-void DwonDialogTest::theDownloadGoesOnBehindTheConfirmation()
+void TestDwonDialog::theDownloadGoesOnBehindTheConfirmation()
 {
     Shown();
     dialog->CancleDownload();
@@ -762,7 +761,7 @@ void DwonDialogTest::theDownloadGoesOnBehindTheConfirmation()
     QCOMPARE(Child<QLabel>(*dialog, "labInstall")->text(), QStringLiteral("正在安装中......50%"));
 }
 
-void DwonDialogTest::anErrorBehindTheConfirmationIsThereAfterwards()
+void TestDwonDialog::anErrorBehindTheConfirmationIsThereAfterwards()
 {
     Shown();
     dialog->CancleDownload();
@@ -775,14 +774,14 @@ void DwonDialogTest::anErrorBehindTheConfirmationIsThereAfterwards()
     QCOMPARE(Child<QPushButton>(*dialog, "cancleBtn")->text(), QStringLiteral("重试"));
 }
 
-void DwonDialogTest::closingTheWindowAsksAndKeepsItOpen_data()
+void TestDwonDialog::closingTheWindowAsksAndKeepsItOpen_data()
 {
     QTest::addColumn<bool>("afterAnError");
     QTest::newRow("while downloading") << false;
     QTest::newRow("after an error") << true;
 }
 
-void DwonDialogTest::closingTheWindowAsksAndKeepsItOpen()
+void TestDwonDialog::closingTheWindowAsksAndKeepsItOpen()
 {
     QFETCH(bool, afterAnError);
     Shown();
@@ -801,7 +800,7 @@ void DwonDialogTest::closingTheWindowAsksAndKeepsItOpen()
              afterAnError ? QStringLiteral("重试") : QStringLiteral("取消"));
 }
 
-void DwonDialogTest::escAsksAndEscAgainKeepsTheUpdateGoing()
+void TestDwonDialog::escAsksAndEscAgainKeepsTheUpdateGoing()
 {
     Shown();
     const auto *dock = Child<QDockWidget>(*dialog, "dockWidget");
@@ -823,7 +822,7 @@ void DwonDialogTest::escAsksAndEscAgainKeepsTheUpdateGoing()
     QVERIFY(dialog->isVisible());
 }
 
-void DwonDialogTest::theFocusIsFramedForTheKeyboard()
+void TestDwonDialog::theFocusIsFramedForTheKeyboard()
 {
     Shown();
     auto *button = Child<QPushButton>(*dialog, "cancleBtn");
@@ -848,14 +847,14 @@ void DwonDialogTest::theFocusIsFramedForTheKeyboard()
     QVERIFY2(!frame->isVisible(), "the panel itself has the focus");
 }
 
-void DwonDialogTest::enterPressesTheOneButton_data()
+void TestDwonDialog::enterPressesTheOneButton_data()
 {
     QTest::addColumn<int>("key");
     QTest::newRow("on the letters") << int(Qt::Key_Return);
     QTest::newRow("on the number pad") << int(Qt::Key_Enter);
 }
 
-void DwonDialogTest::enterPressesTheOneButton()
+void TestDwonDialog::enterPressesTheOneButton()
 {
     QFETCH(int, key);
     Shown();
@@ -869,7 +868,7 @@ void DwonDialogTest::enterPressesTheOneButton()
     QCOMPARE(again.count(), 1);
 }
 
-void DwonDialogTest::spacePressesTheOneButton()
+void TestDwonDialog::spacePressesTheOneButton()
 {
     Shown();
 
@@ -879,7 +878,7 @@ void DwonDialogTest::spacePressesTheOneButton()
     QVERIFY(Child<QDockWidget>(*dialog, "dockWidget")->isVisible());
 }
 
-void DwonDialogTest::enterInTheConfirmationKeepsTheUpdateGoing()
+void TestDwonDialog::enterInTheConfirmationKeepsTheUpdateGoing()
 {
     Shown();
 
@@ -893,14 +892,14 @@ void DwonDialogTest::enterInTheConfirmationKeepsTheUpdateGoing()
     QVERIFY(!quits);
 }
 
-void DwonDialogTest::tabStaysOnTheOneButton()
+void TestDwonDialog::tabStaysOnTheOneButton()
 {
     Shown();
 
     QCOMPARE(TabRound(*dialog), QStringList(QStringLiteral("cancleBtn")));
 }
 
-void DwonDialogTest::tabGoesThroughTheConfirmation()
+void TestDwonDialog::tabGoesThroughTheConfirmation()
 {
     Shown();
     QTest::keyClick(dialog->focusWidget(), Qt::Key_Space);
@@ -914,7 +913,7 @@ void DwonDialogTest::tabGoesThroughTheConfirmation()
     QCOMPARE(names.mid(0, 2), QStringList({QStringLiteral("cbtn"), QStringLiteral("sbtn")}));
 }
 
-void DwonDialogTest::theButtonHasTheFocusAgainAfterTheConfirmation()
+void TestDwonDialog::theButtonHasTheFocusAgainAfterTheConfirmation()
 {
     Shown();
 
@@ -924,7 +923,7 @@ void DwonDialogTest::theButtonHasTheFocusAgainAfterTheConfirmation()
     QCOMPARE(dialog->focusWidget(), Child<QWidget>(*dialog, "cancleBtn"));
 }
 
-void DwonDialogTest::hasItsSignalsAndSlotsInOrder()
+void TestDwonDialog::hasItsSignalsAndSlotsInOrder()
 {
     QCOMPARE(OwnMethods(DwonDialog::staticMetaObject),
              QStringList({QStringLiteral("signal GetPackAgain()"),
@@ -936,12 +935,12 @@ void DwonDialogTest::hasItsSignalsAndSlotsInOrder()
                           QStringLiteral("slot UpdateProgressBar(qlonglong,qlonglong)")}));
 }
 
-void DwonDialogTest::tellsScreenReadersItsTexts_data()
+void TestDwonDialog::tellsScreenReadersItsTexts_data()
 {
     AddLanguages();
 }
 
-void DwonDialogTest::tellsScreenReadersItsTexts()
+void TestDwonDialog::tellsScreenReadersItsTexts()
 {
     FetchLanguage();
     Shown();
@@ -963,12 +962,12 @@ void DwonDialogTest::tellsScreenReadersItsTexts()
     QCOMPARE(name("labInstall"), QStringLiteral("it failed"));
 }
 
-void DwonDialogTest::logsNothing_data()
+void TestDwonDialog::logsNothing_data()
 {
     AddLanguages();
 }
 
-void DwonDialogTest::logsNothing()
+void TestDwonDialog::logsNothing()
 {
     FetchLanguage();
     const LogCapture log;
@@ -985,5 +984,5 @@ void DwonDialogTest::logsNothing()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-QTEST_MAIN(DwonDialogTest)
+QTEST_MAIN(TestDwonDialog)
 #include "tst_dwondialog.moc"

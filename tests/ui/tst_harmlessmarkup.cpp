@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "ui/releasenotes.h"
 
 #include "tests/support/logcapture.h"
+#include "tests/support/loglines.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/notesprompt.h"
 
@@ -9,7 +11,7 @@
 #include <QTextFrame>
 #include <QTextTable>
 
-class HarmlessMarkupTest : public QObject
+class TestHarmlessMarkup : public QObject
 {
     Q_OBJECT
 
@@ -32,12 +34,12 @@ private slots:
     void showsWhateverTheNotesHold();
 };
 
-void HarmlessMarkupTest::initTestCase()
+void TestHarmlessMarkup::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void HarmlessMarkupTest::rendersNotesAsPeopleWriteThem_data()
+void TestHarmlessMarkup::rendersNotesAsPeopleWriteThem_data()
 {
     QTest::addColumn<QString>("notes");
     QTest::addColumn<QString>("text");
@@ -88,7 +90,7 @@ void HarmlessMarkupTest::rendersNotesAsPeopleWriteThem_data()
     add("large numbers in the text", "<b>Build 20240131, issue #1234567</b>",
         "Build 20240131, issue #1234567");
     add("a comment", "<b>a</b><!-- for 2.1.3 -->", "a");
-    add("the framework's own",
+    add("Qt's own",
         "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\" "
         "\"http://www.w3.org/TR/REC-html40/strict.dtd\">\n<html><head><meta name=\"qrichtext\" "
         "content=\"1\" /><style type=\"text/css\">\np, li { white-space: pre-wrap; "
@@ -131,7 +133,7 @@ void HarmlessMarkupTest::rendersNotesAsPeopleWriteThem_data()
     add("broken surrogates", "<b>a\xef\xbf\xbe</b>", "a\xef\xbf\xbe");
 }
 
-void HarmlessMarkupTest::rendersNotesAsPeopleWriteThem()
+void TestHarmlessMarkup::rendersNotesAsPeopleWriteThem()
 {
     QFETCH(QString, notes);
     QFETCH(QString, text);
@@ -147,7 +149,7 @@ void HarmlessMarkupTest::rendersNotesAsPeopleWriteThem()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-void HarmlessMarkupTest::showsAsPlainTextWhatWouldTakeLong_data()
+void TestHarmlessMarkup::showsAsPlainTextWhatWouldTakeLong_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -160,7 +162,7 @@ void HarmlessMarkupTest::showsAsPlainTextWhatWouldTakeLong_data()
     add("tables in tables, closed",
         nested.repeated(30) + QStringLiteral("</td></tr></table>").repeated(30));
     add("tables in capitals", nested.toUpper().repeated(30));
-    add("tables behind stray ends",
+    add("tables after stray end tags",
         QStringLiteral("<p>") + times(40, "</table>") + nested.repeated(28));
     add("ends of tables in comments", (nested + QStringLiteral("<!-- </table> -->")).repeated(28));
     add("a text in seven tables", nested.repeated(7) + times(2000, "word "));
@@ -215,24 +217,23 @@ void HarmlessMarkupTest::showsAsPlainTextWhatWouldTakeLong_data()
     add("more than any layout can take", QStringLiteral("<p>") + times(1600000, "word "));
 }
 
-void HarmlessMarkupTest::showsAsPlainTextWhatWouldTakeLong()
+void TestHarmlessMarkup::showsAsPlainTextWhatWouldTakeLong()
 {
     QFETCH(QString, notes);
     const TestHome home;
     const LogCapture log;
 
-    // First of all: the layout of those that pass wrongly would not end.
+    // Checked first, because the layout of hostile notes would not end.
     QVERIFY(!ReleaseNotesDocument::IsRichText(notes));
     Prompt prompt(notes);
     QVERIFY(!Picture(prompt).isNull());
 
     QVERIFY(prompt.HoldsAll(notes));
     QCOMPARE(log.Messages().size(), 1);
-    QVERIFY(log.Messages().constFirst().startsWith(
-        QStringLiteral("[WARNING] release notes shown as plain text")));
+    QVERIFY(log.Messages().constFirst().startsWith(LogLine::NotesShownAsPlainText()));
 }
 
-void HarmlessMarkupTest::showsABracketThatBeginsNoTag_data()
+void TestHarmlessMarkup::showsABracketThatBeginsNoTag_data()
 {
     QTest::addColumn<QString>("notes");
     QTest::addColumn<QString>("text");
@@ -254,7 +255,7 @@ void HarmlessMarkupTest::showsABracketThatBeginsNoTag_data()
     add("<![a<b>a</b>", "<![aa");
 }
 
-void HarmlessMarkupTest::showsABracketThatBeginsNoTag()
+void TestHarmlessMarkup::showsABracketThatBeginsNoTag()
 {
     QFETCH(QString, notes);
     QFETCH(QString, text);
@@ -264,7 +265,7 @@ void HarmlessMarkupTest::showsABracketThatBeginsNoTag()
     QCOMPARE(prompt.Notes().toPlainText().simplified(), text.simplified());
 }
 
-void HarmlessMarkupTest::letsNoColourForgeALineOfTheLog_data()
+void TestHarmlessMarkup::letsNoColourForgeALineOfTheLog_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -276,7 +277,7 @@ void HarmlessMarkupTest::letsNoColourForgeALineOfTheLog_data()
                        .arg(QLatin1String(attribute), QString::fromUtf8(value));
 }
 
-void HarmlessMarkupTest::letsNoColourForgeALineOfTheLog()
+void TestHarmlessMarkup::letsNoColourForgeALineOfTheLog()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -289,7 +290,7 @@ void HarmlessMarkupTest::letsNoColourForgeALineOfTheLog()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-void HarmlessMarkupTest::warnsAgainAfterTheNotes()
+void TestHarmlessMarkup::warnsAgainAfterTheNotes()
 {
     const TestHome home;
     const Prompt prompt(QStringLiteral("<font color=\"no colour\">a"));
@@ -300,7 +301,7 @@ void HarmlessMarkupTest::warnsAgainAfterTheNotes()
     QCOMPARE(log.Messages(), QStringList(QStringLiteral("[WARNING] still heard")));
 }
 
-void HarmlessMarkupTest::keepsTheTableThatTheNotesDescribe_data()
+void TestHarmlessMarkup::keepsTheTableThatTheNotesDescribe_data()
 {
     QTest::addColumn<QString>("notes");
     QTest::addColumn<int>("rows");
@@ -318,7 +319,7 @@ void HarmlessMarkupTest::keepsTheTableThatTheNotesDescribe_data()
         << 300 << 2;
 }
 
-void HarmlessMarkupTest::keepsTheTableThatTheNotesDescribe()
+void TestHarmlessMarkup::keepsTheTableThatTheNotesDescribe()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -332,7 +333,7 @@ void HarmlessMarkupTest::keepsTheTableThatTheNotesDescribe()
     QTEST(table->columns(), "columns");
 }
 
-void HarmlessMarkupTest::keepsOrdinaryFormats()
+void TestHarmlessMarkup::keepsOrdinaryFormats()
 {
     const QString notes = QStringLiteral(
         "<h1 style=\"margin-left:30px\">New</h1><ol start=3><li style=\"font-size:20px\">a<li>b"
@@ -348,7 +349,7 @@ void HarmlessMarkupTest::keepsOrdinaryFormats()
     QCOMPARE(document.size(), ordinary.size());
 }
 
-void HarmlessMarkupTest::showsWhateverTheNotesHold_data()
+void TestHarmlessMarkup::showsWhateverTheNotesHold_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -375,7 +376,7 @@ void HarmlessMarkupTest::showsWhateverTheNotesHold_data()
         << QStringLiteral("<p style=\"{[(:;;:!important}\">a<p style=\":\">");
 }
 
-void HarmlessMarkupTest::showsWhateverTheNotesHold()
+void TestHarmlessMarkup::showsWhateverTheNotesHold()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -387,5 +388,5 @@ void HarmlessMarkupTest::showsWhateverTheNotesHold()
     QVERIFY(prompt.isVisible());
 }
 
-QTEST_MAIN(HarmlessMarkupTest)
+QTEST_MAIN(TestHarmlessMarkup)
 #include "tst_harmlessmarkup.moc"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/global.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/dialogs.h"
@@ -16,7 +17,7 @@ namespace
 
 const QString kFolder = QStringLiteral(":/image/resourceimg/");
 
-/// The image of the icon that has that many pixels a side; a null one when there is none.
+/// The image of the icon with this side in pixels; null when there is none.
 QImage InIcon(int side)
 {
     QImageReader reader(kFolder + QStringLiteral("logo.ico"));
@@ -29,17 +30,17 @@ QImage InIcon(int side)
     return QImage();
 }
 
-/// The image as it is drawn pixel by pixel on white.
+/// The image drawn on white without scaling.
 QImage OnWhite(QImage image)
 {
-    image.setDevicePixelRatio(1); // 2 when its file is a copy of double size
+    image.setDevicePixelRatio(1); // 2 in a copy of double size
     QImage seen(image.size(), QImage::Format_RGB32);
     seen.fill(Qt::white);
     QPainter(&seen).drawImage(0, 0, image);
     return seen;
 }
 
-/// Where the two differ first, in words; empty when they do not.
+/// Describes the first difference; empty when there is none.
 QString Difference(const QImage &seen, const QImage &wanted)
 {
     if (seen.size() != wanted.size())
@@ -56,8 +57,8 @@ QString Difference(const QImage &seen, const QImage &wanted)
 
 } // namespace
 
-/// Run once for each scale of the screen.
-class ImagesTest : public QObject
+/// Runs once for each scale of the screen.
+class TestImages : public QObject
 {
     Q_OBJECT
 
@@ -70,10 +71,10 @@ private slots:
     void thePanelIsDrawnPixelByPixel();
 
 private:
-    /// True when the pictures need not be scaled: their copies are of double size.
+    /// Whether the pictures need no scaling; their copies have double size.
     static bool ScaleIsWhole() { return qApp->devicePixelRatio() == int(qApp->devicePixelRatio()); }
 
-    /// The picture of that name for this scale, which is whole.
+    /// The picture of that name for this scale, which must be a whole number.
     static QImage Wanted(const QString &name)
     {
         const char *copy = qApp->devicePixelRatio() > 1 ? "@2x" : "";
@@ -81,19 +82,19 @@ private:
     }
 };
 
-void ImagesTest::initTestCase()
+void TestImages::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void ImagesTest::haveACopyOfDoubleSize_data()
+void TestImages::haveACopyOfDoubleSize_data()
 {
     QTest::addColumn<QString>("name");
     for (const char *name : {"cancle", "check", "logo"})
         QTest::newRow(name) << QString::fromLatin1(name);
 }
 
-void ImagesTest::haveACopyOfDoubleSize()
+void TestImages::haveACopyOfDoubleSize()
 {
     QFETCH(QString, name);
     const QImage picture(kFolder + name + QStringLiteral(".png"));
@@ -103,7 +104,7 @@ void ImagesTest::haveACopyOfDoubleSize()
     QCOMPARE(pictures.size(), 6);
 }
 
-void ImagesTest::theLogoIsDrawnFromAnImageOfItsSize()
+void TestImages::theLogoIsDrawnFromAnImageOfItsSize()
 {
     UpdateDialog prompt;
     const QImage wanted = InIcon(qRound(48 * qApp->devicePixelRatio()));
@@ -114,7 +115,7 @@ void ImagesTest::theLogoIsDrawnFromAnImageOfItsSize()
     QVERIFY2(difference.isEmpty(), qPrintable(difference));
 }
 
-void ImagesTest::theTickIsDrawnPixelByPixel()
+void TestImages::theTickIsDrawnPixelByPixel()
 {
     if (!ScaleIsWhole())
         QSKIP("drawn from the larger picture");
@@ -128,7 +129,7 @@ void ImagesTest::theTickIsDrawnPixelByPixel()
     QVERIFY2(difference.isEmpty(), qPrintable(difference));
 }
 
-void ImagesTest::thePanelIsDrawnPixelByPixel()
+void TestImages::thePanelIsDrawnPixelByPixel()
 {
     if (!ScaleIsWhole())
         QSKIP("drawn from the larger picture");
@@ -146,7 +147,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
-    ImagesTest test;
+    TestImages test;
     return QTest::qExec(&test, argc, argv);
 }
 

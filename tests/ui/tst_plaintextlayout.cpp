@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/plaintextlayout.h"
 
 #include "tests/support/peakmemory.h"
@@ -12,7 +13,7 @@ namespace
 
 constexpr int kAnswerBytes = 8 * 1024 * 1024;
 
-/// The text repeated up to the size of the largest answer.
+/// Repeats the text up to the size of the largest answer.
 QString Filled(const QString &text)
 {
     return text.repeated(kAnswerBytes / text.toUtf8().size());
@@ -20,8 +21,8 @@ QString Filled(const QString &text)
 
 } // namespace
 
-/// Plain notes: whatever their length, all of them are there.
-class PlainTextLayoutTest : public QObject
+/// Plain notes of any length are shown in full.
+class TestPlainTextLayout : public QObject
 {
     Q_OBJECT
 
@@ -34,17 +35,17 @@ private slots:
     void hasTheHeightOfOrdinaryText_data();
     void hasTheHeightOfOrdinaryText();
     void showsTheEndOfALongText();
-    void laysOutAnewForAnotherWidth();
+    void laysOutAgainForAnotherWidth();
     void millionsOfCharactersNeedLittleMemory_data();
     void millionsOfCharactersNeedLittleMemory();
 };
 
-void PlainTextLayoutTest::initTestCase()
+void TestPlainTextLayout::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void PlainTextLayoutTest::holdsTheWholeText_data()
+void TestPlainTextLayout::holdsTheWholeText_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -61,7 +62,7 @@ void PlainTextLayoutTest::holdsTheWholeText_data()
     QTest::newRow("8 MiB of two directions") << Filled(QStringLiteral("a\u0628"));
 }
 
-void PlainTextLayoutTest::holdsTheWholeText()
+void TestPlainTextLayout::holdsTheWholeText()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -71,17 +72,17 @@ void PlainTextLayoutTest::holdsTheWholeText()
     QVERIFY(prompt.HoldsAll(notes));
 }
 
-void PlainTextLayoutTest::keepsTheLinesOfALongText()
+void TestPlainTextLayout::keepsTheLinesOfALongText()
 {
     const TestHome home;
-    // None is so long that it is divided, and there are more than get a paragraph of their own.
+    // No line is divided, and there are more lines than paragraphs.
     const QString line = QString(60 * 1024, QLatin1Char('x')) + QLatin1Char('\n');
     const QString notes = line.repeated(20) + QStringLiteral("1. Faster start.\n").repeated(5000);
     const Prompt prompt(notes);
     QVERIFY(prompt.Notes().toPlainText() == notes);
 }
 
-void PlainTextLayoutTest::hasTheHeightOfOrdinaryText_data()
+void TestPlainTextLayout::hasTheHeightOfOrdinaryText_data()
 {
     QTest::addColumn<QString>("text");
 
@@ -92,7 +93,7 @@ void PlainTextLayoutTest::hasTheHeightOfOrdinaryText_data()
     QTest::newRow("from right to left") << QStringLiteral("\u05d0\u05d1 \u05d2\n").repeated(20);
 }
 
-void PlainTextLayoutTest::hasTheHeightOfOrdinaryText()
+void TestPlainTextLayout::hasTheHeightOfOrdinaryText()
 {
     QFETCH(QString, text);
     QTextDocument ordinary;
@@ -105,7 +106,7 @@ void PlainTextLayoutTest::hasTheHeightOfOrdinaryText()
     QCOMPARE(document.size().height(), ordinary.size().height());
 }
 
-void PlainTextLayoutTest::showsTheEndOfALongText()
+void TestPlainTextLayout::showsTheEndOfALongText()
 {
     const TestHome home;
     Prompt prompt(QStringLiteral("\n").repeated(100000) + QString(20, QChar(0x2588)));
@@ -115,11 +116,11 @@ void PlainTextLayoutTest::showsTheEndOfALongText()
     QVERIFY(!Shows(Picture(view), text));
 
     QScrollBar &bar = *prompt.Notes().verticalScrollBar();
-    // Each look at it corrects the guessed heights.
+    // Each call corrects estimated heights.
     QTRY_VERIFY((bar.setValue(bar.maximum()), Shows(Picture(view), text)));
 }
 
-void PlainTextLayoutTest::laysOutAnewForAnotherWidth()
+void TestPlainTextLayout::laysOutAgainForAnotherWidth()
 {
     QTextDocument document;
     SetPlainText(document, QStringLiteral("word ").repeated(200));
@@ -132,7 +133,7 @@ void PlainTextLayoutTest::laysOutAnewForAnotherWidth()
     QCOMPARE(document.size().width(), 200.0);
 }
 
-void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory_data()
+void TestPlainTextLayout::millionsOfCharactersNeedLittleMemory_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -147,7 +148,7 @@ void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory_data()
     QTest::newRow("two directions in a line") << Filled(QStringLiteral("a\u0628"));
 }
 
-void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory()
+void TestPlainTextLayout::millionsOfCharactersNeedLittleMemory()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -163,5 +164,5 @@ void PlainTextLayoutTest::millionsOfCharactersNeedLittleMemory()
     QVERIFY2(memory.GrownBy() <= 64LL * 1024 * 1024, qPrintable(QString::number(memory.GrownBy())));
 }
 
-QTEST_MAIN(PlainTextLayoutTest)
+QTEST_MAIN(TestPlainTextLayout)
 #include "tst_plaintextlayout.moc"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/logcapture.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/dialogs.h"
@@ -43,13 +44,13 @@ double Seconds()
 }
 #endif
 
-/// The text repeated up to the size of the largest answer.
+/// Repeats the text up to the size of the largest answer.
 QString Filled(const QString &text)
 {
     return text.repeated(kAnswerBytes / text.toUtf8().size());
 }
 
-/// Different characters, as far as there are so many.
+/// Different characters, as many as there are.
 QString Ideographs(int count)
 {
     QString text;
@@ -63,7 +64,7 @@ QString Image(const QString &path, const char *attributes)
     return QStringLiteral("<img src=\"%1\" %2>").arg(path, QLatin1String(attributes));
 }
 
-/// As many images as the notes could have.
+/// As many images as an answer can have.
 QString Images(const QString &path, const char *attributes)
 {
     const QString image = Image(path, attributes);
@@ -72,8 +73,8 @@ QString Images(const QString &path, const char *attributes)
 
 } // namespace
 
-/// Anybody on the network can forge the service's answer. None may freeze the prompt.
-class PromptSpeedTest : public QObject
+/// Anyone on the network can forge the service's answer, so no answer may freeze the prompt.
+class TestPromptSpeed : public QObject
 {
     Q_OBJECT
 
@@ -93,12 +94,12 @@ private:
     static void AddMarkup();
 };
 
-void PromptSpeedTest::initTestCase()
+void TestPromptSpeed::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void PromptSpeedTest::AddVersions()
+void TestPromptSpeed::AddVersions()
 {
     const auto add = [](const char *name, const QString &version) {
         QTest::addRow("version: %s", name) << Filled(version) << QString();
@@ -111,11 +112,11 @@ void PromptSpeedTest::AddVersions()
     add("line breaks", QStringLiteral("\n"));
 }
 
-void PromptSpeedTest::AddPlainNotes()
+void TestPromptSpeed::AddPlainNotes()
 {
     const auto add = [](const char *name, const QString &text) {
         QTest::addRow("plain: %s", name) << QString() << Filled(text);
-        // Also as markup, be it rich text or not.
+        // With markup too, whether it is shown as rich text or not.
         QTest::addRow("paragraph: %s", name)
             << QString()
             << QStringLiteral("<p>") + text.repeated(16384 / text.size() + 1).left(16380);
@@ -146,7 +147,7 @@ void PromptSpeedTest::AddPlainNotes()
     add("all ideographs", Ideographs(20900));
 }
 
-void PromptSpeedTest::AddMarkup()
+void TestPromptSpeed::AddMarkup()
 {
     const auto add = [](const char *name, const QString &notes) {
         QTest::addRow("markup: %s", name) << QString() << notes;
@@ -177,7 +178,7 @@ void PromptSpeedTest::AddMarkup()
         QStringLiteral("<p style=\"letter-spacing:-99px\">") + ideographs);
     add("capitals in two sizes", QStringLiteral("<p style=\"font-variant:small-caps\">") +
                                      QStringLiteral("xX").repeated(8000));
-    // The first two would be higher than Qt's fixed-point numbers reach: the layout never ended.
+    // The first two are higher than Qt's fixed-point numbers allow, and their layout would not end.
     add("large letters", QStringLiteral("<p style=\"font-size:999pt\">") + ideographs);
     add("large margins", QStringLiteral("<p style=\"margin:999em\">x").repeated(600));
     add("high lines",
@@ -188,7 +189,7 @@ void PromptSpeedTest::AddMarkup()
             QStringLiteral("<tr><td style=\"padding:999em;border:99em solid red\">x").repeated(40));
 }
 
-void PromptSpeedTest::handlesLaterWithinASecond_data()
+void TestPromptSpeed::handlesLaterWithinASecond_data()
 {
     QTest::addColumn<QString>("version");
     QTest::addColumn<QString>("notes");
@@ -198,7 +199,7 @@ void PromptSpeedTest::handlesLaterWithinASecond_data()
     AddMarkup();
 }
 
-void PromptSpeedTest::handlesLaterWithinASecond()
+void TestPromptSpeed::handlesLaterWithinASecond()
 {
     QFETCH(QString, version);
     QFETCH(QString, notes);
@@ -230,7 +231,7 @@ void PromptSpeedTest::handlesLaterWithinASecond()
     QCOMPARE(global.latestVersionInfo, notes);
 }
 
-void PromptSpeedTest::endlessVersionDoesNotHoldUpTheProgressDialog()
+void TestPromptSpeed::endlessVersionDoesNotHoldUpTheProgressDialog()
 {
     const TestHome home;
     Global::instance.latestVersion = QString(1000000, QChar(0x301));
@@ -245,7 +246,7 @@ void PromptSpeedTest::endlessVersionDoesNotHoldUpTheProgressDialog()
     QVERIFY(Child<QLabel>(dialog, "labVersion")->text().endsWith(QStringLiteral("  更新包 0.00M")));
 }
 
-void PromptSpeedTest::showsTheNotesFromTheirStart_data()
+void TestPromptSpeed::showsTheNotesFromTheirStart_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -255,7 +256,7 @@ void PromptSpeedTest::showsTheNotesFromTheirStart_data()
     QTest::newRow("an image higher than the view") << Image(kLogo, "height=400").repeated(3);
 }
 
-void PromptSpeedTest::showsTheNotesFromTheirStart()
+void TestPromptSpeed::showsTheNotesFromTheirStart()
 {
     QFETCH(QString, notes);
     const TestHome home;
@@ -274,5 +275,5 @@ void PromptSpeedTest::showsTheNotesFromTheirStart()
     }
 }
 
-QTEST_MAIN(PromptSpeedTest)
+QTEST_MAIN(TestPromptSpeed)
 #include "tst_promptspeed.moc"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/releasenotes.h"
 
 #include "tests/support/filewatch.h"
@@ -19,10 +20,10 @@ namespace
 
 const QColor kForeign(255, 0, 255);
 
-/// Part of the names of all files that the notes name.
+/// A part of the names of all files in the notes.
 const QString kForeignFiles = QStringLiteral("foreign");
 
-/// A picture that nobody misses in another picture.
+/// A picture that is easy to find in another one.
 QImage ForeignImage(int width, int height)
 {
     QImage image(width, height, QImage::Format_RGB32);
@@ -30,7 +31,7 @@ QImage ForeignImage(int width, int height)
     return image;
 }
 
-/// The address that is the picture itself.
+/// A data URL with the picture.
 QString DataAddress(const QImage &image, const char *format)
 {
     QByteArray data;
@@ -42,7 +43,7 @@ QString DataAddress(const QImage &image, const char *format)
         .arg(QLatin1String(format), QString::fromLatin1(data.toBase64()));
 }
 
-/// Counts what the notes load.
+/// Counts the resources that the notes load.
 class CountingDocument : public ReleaseNotesDocument
 {
 public:
@@ -65,7 +66,7 @@ void WriteForeignImage(const QString &path)
         qFatal("cannot write %s", qPrintable(path));
 }
 
-/// A folder with files that would be seen at once in notes that load them.
+/// A folder with files that are visible in notes that load them.
 class ForeignFiles
 {
 public:
@@ -79,13 +80,13 @@ public:
         WriteFile(Path(QStringLiteral("foreign.html")), "<h1>foreign</h1>");
     }
 
-    /// Full path of one of the files; they lie in the working folder too.
+    /// The full path of a file; the working folder has the same files.
     QString Path(const QString &name) const
     {
         return home.ProgramFolder() + QLatin1Char('/') + name;
     }
 
-    /// The notes with FILE, PATH and PORT put in.
+    /// The notes with FILE, PATH and PORT replaced.
     QString Fill(QString notes, int port) const
     {
         notes.replace(QLatin1String("FILE"), QUrl::fromLocalFile(home.ProgramFolder()).toString());
@@ -99,7 +100,7 @@ public:
 
 } // namespace
 
-class ReleaseNotesTest : public QObject
+class TestReleaseNotes : public QObject
 {
     Q_OBJECT
 
@@ -129,19 +130,19 @@ private slots:
     void canBeReplaced();
 };
 
-void ReleaseNotesTest::initTestCase()
+void TestReleaseNotes::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void ReleaseNotesTest::runsAtTheScaleItIsToldTo()
+void TestReleaseNotes::runsAtTheScaleItIsToldTo()
 {
     const int wanted = qEnvironmentVariableIntValue("QT_SCALE_FACTOR");
 
     QCOMPARE(qApp->devicePixelRatio(), wanted > 0 ? double(wanted) : 1.0);
 }
 
-void ReleaseNotesTest::loadNothingFromOutsideTheProgram_data()
+void TestReleaseNotes::loadNothingFromOutsideTheProgram_data()
 {
     QTest::addColumn<QString>("notes");
 
@@ -214,7 +215,7 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram_data()
         "<meta http-equiv=\"refresh\" content=\"0; url=FILE/foreign.html\"><p>b</p>");
 }
 
-void ReleaseNotesTest::loadNothingFromOutsideTheProgram()
+void TestReleaseNotes::loadNothingFromOutsideTheProgram()
 {
     QFETCH(QString, notes);
     const ForeignFiles files;
@@ -234,7 +235,7 @@ void ReleaseNotesTest::loadNothingFromOutsideTheProgram()
     QVERIFY(log.Messages().filter(QStringLiteral("foreign")).isEmpty());
 }
 
-void ReleaseNotesTest::theTestWouldSeeAnImageThatIsLoaded()
+void TestReleaseNotes::theTestWouldSeeAnImageThatIsLoaded()
 {
     const ForeignFiles files;
     const QString notes = files.Fill(QStringLiteral("<p>a<img src=\"FILE/foreign.png\">b</p>"), 0);
@@ -247,7 +248,7 @@ void ReleaseNotesTest::theTestWouldSeeAnImageThatIsLoaded()
     QVERIFY(!watch.Names().isEmpty());
 }
 
-void ReleaseNotesTest::theTestWouldSeeASheetThatIsLoaded()
+void TestReleaseNotes::theTestWouldSeeASheetThatIsLoaded()
 {
     const ForeignFiles files;
     const QString notes =
@@ -261,7 +262,7 @@ void ReleaseNotesTest::theTestWouldSeeASheetThatIsLoaded()
     QVERIFY(!watch.Names().isEmpty());
 }
 
-void ReleaseNotesTest::leaveNoSpaceForAnImageOfAnotherPlace()
+void TestReleaseNotes::leaveNoSpaceForAnImageOfAnotherPlace()
 {
     const ForeignFiles files;
     const Prompt without(QStringLiteral("<p>ab</p>"));
@@ -275,7 +276,7 @@ void ReleaseNotesTest::leaveNoSpaceForAnImageOfAnotherPlace()
     QCOMPARE(with.Notes().document()->idealWidth(), wantedWidth);
 }
 
-void ReleaseNotesTest::showTheProgramsOwnImages_data()
+void TestReleaseNotes::showTheProgramsOwnImages_data()
 {
     QTest::addColumn<QString>("address");
 
@@ -283,7 +284,7 @@ void ReleaseNotesTest::showTheProgramsOwnImages_data()
     QTest::newRow("address") << QStringLiteral("qrc:/image/resourceimg/cancle.png");
 }
 
-void ReleaseNotesTest::showTheProgramsOwnImages()
+void TestReleaseNotes::showTheProgramsOwnImages()
 {
     QFETCH(QString, address);
     const TestHome home;
@@ -293,14 +294,14 @@ void ReleaseNotesTest::showTheProgramsOwnImages()
     const QSizeF size = prompt.Notes().document()->size();
     QVERIFY2(size.height() >= 114, qPrintable(QString::number(size.height())));
     QVERIFY(prompt.Notes().document()->idealWidth() >= 199);
-    // The panel's white is drawn over the green of the line.
+    // The white of the panel covers the green of the line.
     const double scale = prompt.devicePixelRatioF();
     const QImage seen = Picture(*prompt.Notes().viewport());
     VERIFY_COLOUR(seen.pixelColor(int(100 * scale), int(60 * scale)), QColor(255, 255, 255));
     VERIFY_COLOUR(seen.pixelColor(int(300 * scale), int(60 * scale)), QColor(0, 200, 0));
 }
 
-void ReleaseNotesTest::showAnOwnImageInTheSizeTheyAskFor()
+void TestReleaseNotes::showAnOwnImageInTheSizeTheyAskFor()
 {
     const TestHome home;
     const Prompt prompt(QStringLiteral(
@@ -312,7 +313,7 @@ void ReleaseNotesTest::showAnOwnImageInTheSizeTheyAskFor()
     QVERIFY(prompt.Notes().document()->size().height() < 110);
 }
 
-void ReleaseNotesTest::showTheImagesInThem_data()
+void TestReleaseNotes::showTheImagesInThem_data()
 {
     QTest::addColumn<QByteArray>("format");
     QTest::addColumn<QString>("notes");
@@ -334,7 +335,7 @@ void ReleaseNotesTest::showTheImagesInThem_data()
                               << QSizeF(60, 40);
 }
 
-void ReleaseNotesTest::showTheImagesInThem()
+void TestReleaseNotes::showTheImagesInThem()
 {
     QFETCH(QByteArray, format);
     QFETCH(QString, notes);
@@ -356,7 +357,7 @@ void ReleaseNotesTest::showTheImagesInThem()
     }));
 }
 
-void ReleaseNotesTest::decodeAnImageOnce()
+void TestReleaseNotes::decodeAnImageOnce()
 {
     const TestHome home;
     const QString image =
@@ -374,7 +375,7 @@ void ReleaseNotesTest::decodeAnImageOnce()
     QCOMPARE(document->loads, 1);
 }
 
-void ReleaseNotesTest::leaveOutWhatIsNoModerateImage_data()
+void TestReleaseNotes::leaveOutWhatIsNoModerateImage_data()
 {
     QTest::addColumn<QString>("address");
 
@@ -387,7 +388,7 @@ void ReleaseNotesTest::leaveOutWhatIsNoModerateImage_data()
     QTest::newRow("more pixels than two screens") << DataAddress(ForeignImage(2049, 2049), "png");
 }
 
-void ReleaseNotesTest::leaveOutWhatIsNoModerateImage()
+void TestReleaseNotes::leaveOutWhatIsNoModerateImage()
 {
     QFETCH(QString, address);
     const TestHome home;
@@ -399,7 +400,7 @@ void ReleaseNotesTest::leaveOutWhatIsNoModerateImage()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-void ReleaseNotesTest::skipAResourceThatDoesNotExist()
+void TestReleaseNotes::skipAResourceThatDoesNotExist()
 {
     const TestHome home;
     const LogCapture log;
@@ -411,7 +412,7 @@ void ReleaseNotesTest::skipAResourceThatDoesNotExist()
     QCOMPARE(log.Messages(), QStringList());
 }
 
-void ReleaseNotesTest::answerEveryLoadOfAnotherPlaceWithNothing_data()
+void TestReleaseNotes::answerEveryLoadOfAnotherPlaceWithNothing_data()
 {
     QTest::addColumn<QString>("address");
 
@@ -423,7 +424,7 @@ void ReleaseNotesTest::answerEveryLoadOfAnotherPlaceWithNothing_data()
         QTest::addRow("'%s'", address) << QString::fromLatin1(address);
 }
 
-void ReleaseNotesTest::answerEveryLoadOfAnotherPlaceWithNothing()
+void TestReleaseNotes::answerEveryLoadOfAnotherPlaceWithNothing()
 {
     QFETCH(QString, address);
     const ForeignFiles files;
@@ -439,7 +440,7 @@ void ReleaseNotesTest::answerEveryLoadOfAnotherPlaceWithNothing()
     QCOMPARE(watch.Names(), QStringList());
 }
 
-void ReleaseNotesTest::handOutTheProgramsOwnResources()
+void TestReleaseNotes::handOutTheProgramsOwnResources()
 {
     const ReleaseNotesDocument document(nullptr);
 
@@ -448,7 +449,7 @@ void ReleaseNotesTest::handOutTheProgramsOwnResources()
              QImage(QStringLiteral(":/image/resourceimg/check.png")));
 }
 
-void ReleaseNotesTest::keepTheirOwnMarkup()
+void TestReleaseNotes::keepTheirOwnMarkup()
 {
     const TestHome home;
     Prompt prompt(QStringLiteral("<style>p { color: #00aa00; }</style><p style=\"font-size:20px\">"
@@ -459,7 +460,7 @@ void ReleaseNotesTest::keepTheirOwnMarkup()
     QVERIFY(Shows(seen, QColor(0xaa, 0, 0)));
 }
 
-void ReleaseNotesTest::followNoLink()
+void TestReleaseNotes::followNoLink()
 {
     const ForeignFiles files;
     Prompt prompt(files.Fill(
@@ -474,7 +475,7 @@ void ReleaseNotesTest::followNoLink()
     QVERIFY(prompt.Notes().viewport()->cursor().shape() != Qt::PointingHandCursor);
 }
 
-void ReleaseNotesTest::canBeReplaced()
+void TestReleaseNotes::canBeReplaced()
 {
     const ForeignFiles files;
     const QString first = files.Fill(QStringLiteral("<img src=\"FILE/foreign.png\">"), 0);
@@ -493,11 +494,11 @@ void ReleaseNotesTest::canBeReplaced()
 
 int main(int argc, char *argv[])
 {
-    // As the program itself sets them.
+    // As the program sets them.
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
-    ReleaseNotesTest test;
+    TestReleaseNotes test;
     return QTest::qExec(&test, argc, argv);
 }
 #include "tst_releasenotes.moc"

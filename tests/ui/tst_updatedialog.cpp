@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "ui/updatedialog.h"
 
 #include "config/global.h"
+#include "tests/support/clientmachine.h"
+#include "tests/support/environmentvariable.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/standinfile.h"
-#include "tests/support/testhome.h"
+#include "tests/support/loglines.h"
 #include "tests/ui/dialogs.h"
 #include "ui/dwondialog.h"
 
@@ -26,18 +28,15 @@ constexpr qint64 kMoreThanAnyDrive = qint64(1) << 60;
 
 using Calls = QVector<QStringList>;
 
-/// A machine with a client that records how it is started, and a prompt that offers an update.
-class Machine
+/// A client's machine with a prompt that offers an update.
+class PromptMachine : public ClientMachine
 {
 public:
-    Machine()
-        : client(home.ClientFolder() + QLatin1Char('/') + TestHome::UniqueImageName()),
-          tasklist(home.CommandsFolder() + QStringLiteral("/tasklist")),
-          taskkill(home.CommandsFolder() + QStringLiteral("/taskkill"))
+    PromptMachine()
+        : tasklist(CommandsFolder() + QStringLiteral("/tasklist")),
+          taskkill(CommandsFolder() + QStringLiteral("/taskkill"))
     {
         Global &global = Global::instance;
-        global.appPath = home.ClientFolder() + QLatin1Char('/');
-        global.appName = QFileInfo(client.Path()).fileName();
         global.latestVersion = QStringLiteral("2.1.3");
         global.latestVersionInfo = QStringLiteral("Faster start.");
         global.packageSize = 1572864;
@@ -47,7 +46,7 @@ public:
 
     DwonDialog &Progress() const { return *prompt->ProgressDialog(); }
 
-    /// The prompt in the given mode, with the keyboard.
+    /// Shows the prompt in the given mode and gives it the keyboard.
     UpdateDialog &Shown(const QString &mode = QStringLiteral("1")) const
     {
         prompt->updateMode(mode);
@@ -66,34 +65,26 @@ public:
         QTest::mouseClick(Has<QPushButton>(button), Qt::LeftButton);
     }
 
-    /// Whether the log tells of a start of the client; it does so before the client itself can.
+    /// Whether the log has a start of the client, which is written before the client starts.
     bool StartedClient() const
     {
-        return log.Messages().contains(
-            QStringLiteral("[INFO] \"%1\"  starting...").arg(Global::instance.appName));
+        return log.Messages().contains(LogLine::Starting(Global::instance.appName));
     }
 
-    TestHome home;
-    StandIn client;
     StandIn tasklist;
     StandIn taskkill;
     LogCapture log;
     std::unique_ptr<UpdateDialog> prompt;
 };
 
-QString UpdateConfig(const Machine &machine)
+/// Makes the configuration impossible to open for writing.
+void SpoilUpdateConfig(const PromptMachine &machine)
 {
-    return machine.home.ProgramFolder() + QStringLiteral("/updateconfig.json");
+    QDir().mkpath(machine.UpdateConfigFile());
 }
 
-/// Makes the configuration a thing that cannot be opened for writing.
-void SpoilUpdateConfig(const Machine &machine)
-{
-    QDir().mkpath(UpdateConfig(machine));
-}
-
-/// Writes down in which order windows come and go.
-class WindowWatch : public QObject
+/// Records the order in which windows appear and disappear.
+class WindowOrder : public QObject
 {
 public:
     bool eventFilter(QObject *window, QEvent *event) override
@@ -108,7 +99,7 @@ public:
     QStringList changes;
 };
 
-/// Looks at a count whenever a window comes.
+/// Records a count whenever a window is shown.
 class ShowWatch : public QObject
 {
 public:
@@ -127,7 +118,7 @@ private:
     std::function<int()> m_count;
 };
 
-/// Where a colour of the gradient belongs that runs at 133 degrees over a button of 100 x 36.
+/// The colour at a point of the gradient of 133 degrees on a button of 100 x 36 pixels.
 QColor GradientColour(double x, double y)
 {
     constexpr double sine = 0.73135;
@@ -140,7 +131,7 @@ QColor GradientColour(double x, double y)
 
 } // namespace
 
-class UpdateDialogTest : public QObject
+class TestUpdateDialog : public QObject
 {
     Q_OBJECT
 
@@ -233,27 +224,27 @@ private:
     static QString Language();
 };
 
-void UpdateDialogTest::initTestCase()
+void TestUpdateDialog::initTestCase()
 {
     Q_INIT_RESOURCE(resources);
 }
 
-void UpdateDialogTest::AddLanguages()
+void TestUpdateDialog::AddLanguages()
 {
     QTest::addColumn<QString>("language");
     QTest::newRow("English") << QStringLiteral("en");
     QTest::newRow("Chinese") << QStringLiteral("zh");
 }
 
-QString UpdateDialogTest::Language()
+QString TestUpdateDialog::Language()
 {
     QFETCH(QString, language);
     return language;
 }
 
-void UpdateDialogTest::isAFixedWindowOf480By292()
+void TestUpdateDialog::isAFixedWindowOf480By292()
 {
-    const Machine machine;
+    const PromptMachine machine;
     const UpdateDialog &prompt = *machine.prompt;
 
     QCOMPARE(prompt.objectName(), QStringLiteral("UpdateDialog"));
@@ -264,7 +255,7 @@ void UpdateDialogTest::isAFixedWindowOf480By292()
     QVERIFY(HasLogoAsIcon(prompt));
 }
 
-void UpdateDialogTest::hasItsWidgetsInTheirPlaces_data()
+void TestUpdateDialog::hasItsWidgetsInTheirPlaces_data()
 {
     QTest::addColumn<QByteArray>("className");
     QTest::addColumn<QRect>("place");
@@ -278,10 +269,10 @@ void UpdateDialogTest::hasItsWidgetsInTheirPlaces_data()
     QTest::newRow("immedBtn") << QByteArray("QPushButton") << QRect(356, 236, 100, 36);
 }
 
-void UpdateDialogTest::hasItsWidgetsInTheirPlaces()
+void TestUpdateDialog::hasItsWidgetsInTheirPlaces()
 {
     QFETCH(QByteArray, className);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     const auto *widget = machine.Has<QWidget>(QTest::currentDataTag());
@@ -290,9 +281,9 @@ void UpdateDialogTest::hasItsWidgetsInTheirPlaces()
     QVERIFY(widget->isVisible());
 }
 
-void UpdateDialogTest::staysHiddenUntilThereIsAnUpdate()
+void TestUpdateDialog::staysHiddenUntilThereIsAnUpdate()
 {
-    const Machine machine;
+    const PromptMachine machine;
 
     QVERIFY(!machine.prompt->isVisible());
     QVERIFY(!machine.Progress().isVisible());
@@ -303,7 +294,7 @@ void UpdateDialogTest::staysHiddenUntilThereIsAnUpdate()
     QVERIFY(!machine.Progress().isVisible());
 }
 
-void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage_data()
+void TestUpdateDialog::showsTheTextsOfItsModeAndLanguage_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QString>("language");
@@ -346,11 +337,11 @@ void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage_data()
     }
 }
 
-void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage()
+void TestUpdateDialog::showsTheTextsOfItsModeAndLanguage()
 {
     QFETCH(QString, mode);
     QFETCH(QString, headlineFont);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     machine.Shown(mode);
 
@@ -373,7 +364,7 @@ void UpdateDialogTest::showsTheTextsOfItsModeAndLanguage()
     QCOMPARE(QStringLiteral("%1px").arg(headline->font().pixelSize()), headlineFont);
 }
 
-void UpdateDialogTest::showsThePackageSize_data()
+void TestUpdateDialog::showsThePackageSize_data()
 {
     QTest::addColumn<qint64>("bytes");
     QTest::addColumn<QString>("size");
@@ -383,13 +374,13 @@ void UpdateDialogTest::showsThePackageSize_data()
     QTest::newRow("one and a half") << qint64(1572864) << QStringLiteral("1.50M");
 }
 
-void UpdateDialogTest::showsThePackageSize()
+void TestUpdateDialog::showsThePackageSize()
 {
     QFETCH(qint64, bytes);
     QFETCH(QString, size);
 
     for (const char *language : {"en", "zh"}) {
-        const Machine machine;
+        const PromptMachine machine;
         Global::instance.language = QLatin1String(language);
         Global::instance.packageSize = bytes;
         machine.Shown();
@@ -398,9 +389,9 @@ void UpdateDialogTest::showsThePackageSize()
     }
 }
 
-void UpdateDialogTest::showsAVersionWithMarkupAsItIs()
+void TestUpdateDialog::showsAVersionWithMarkupAsItIs()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.latestVersion = QStringLiteral("<h1>9</h1>&amp;%1");
     machine.Shown();
 
@@ -411,7 +402,7 @@ void UpdateDialogTest::showsAVersionWithMarkupAsItIs()
     QCOMPARE(seen, Picture(*label));
 }
 
-void UpdateDialogTest::translatesTheSizeOnly_data()
+void TestUpdateDialog::translatesTheSizeOnly_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("version");
@@ -423,9 +414,9 @@ void UpdateDialogTest::translatesTheSizeOnly_data()
                              << QStringLiteral("版本号V2.1.3[UpdateDialog|  更新包 1.50M]");
 }
 
-void UpdateDialogTest::translatesTheSizeOnly()
+void TestUpdateDialog::translatesTheSizeOnly()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     const MarkingTranslator translator;
 
@@ -440,9 +431,9 @@ void UpdateDialogTest::translatesTheSizeOnly()
     QCOMPARE(machine.Has<QCheckBox>("checkRemid")->text(), InLanguage("Never Prompt", "不再提醒"));
 }
 
-void UpdateDialogTest::keepsTheFormsNotesUntilThereAreOwn()
+void TestUpdateDialog::keepsTheFormsNotesUntilThereAreOwn()
 {
-    const Machine machine;
+    const PromptMachine machine;
     const auto *notes = machine.Has<QTextEdit>("updateText");
 
     QCOMPARE(notes->toPlainText(), QString());
@@ -456,9 +447,9 @@ void UpdateDialogTest::keepsTheFormsNotesUntilThereAreOwn()
     QVERIFY(!notes->toHtml().contains(QLatin1String("SimSun")));
 }
 
-void UpdateDialogTest::showsTheReleaseNotesAsRichText()
+void TestUpdateDialog::showsTheReleaseNotesAsRichText()
 {
-    const Machine machine;
+    const PromptMachine machine;
     auto *notes = machine.Has<QTextEdit>("updateText");
 
     Global::instance.latestVersionInfo =
@@ -475,9 +466,9 @@ void UpdateDialogTest::showsTheReleaseNotesAsRichText()
     QCOMPARE(notes->toPlainText(), QString());
 }
 
-void UpdateDialogTest::wrapsReleaseNotesAndScrollsThemDownOnly()
+void TestUpdateDialog::wrapsReleaseNotesAndScrollsThemDownOnly()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.latestVersionInfo =
         QString(200, QLatin1Char('x')) + QStringLiteral(" and more").repeated(200);
     machine.Shown();
@@ -492,9 +483,9 @@ void UpdateDialogTest::wrapsReleaseNotesAndScrollsThemDownOnly()
     QCOMPARE(notes->verticalScrollBar()->width(), 4);
 }
 
-void UpdateDialogTest::releaseNotesCanNeitherBeEditedNorSelected()
+void TestUpdateDialog::releaseNotesCanNeitherBeEditedNorSelected()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *notes = machine.Has<QTextEdit>("updateText");
     QVERIFY(notes->isReadOnly());
@@ -509,11 +500,10 @@ void UpdateDialogTest::releaseNotesCanNeitherBeEditedNorSelected()
     QVERIFY(!notes->textCursor().hasSelection());
 }
 
-void UpdateDialogTest::stylesItsWidgets_data()
+void TestUpdateDialog::stylesItsWidgets_data()
 {
     AddStyleColumns();
     const auto add = AddStyle;
-    add("labIco", "QLabel", "image", "url(:/image/resourceimg/logo.ico)");
     add("labText", "QLabel", "font-size", "16px");
     add("labText", "QLabel", "font-weight", "500");
     add("labText", "QLabel", "line-height", "20px");
@@ -526,22 +516,15 @@ void UpdateDialogTest::stylesItsWidgets_data()
     add("checkRemid", "QCheckBox", "font-weight", "400");
     add("checkRemid", "QCheckBox", "line-height", "20px");
     add("checkRemid", "QCheckBox", "color", "rgba(143,152,168,1)");
-    add("checkRemid", "QCheckBox::indicator", "width", "16px");
-    add("checkRemid", "QCheckBox::indicator", "height", "16px");
-    add("checkRemid", "QCheckBox::indicator:checked", "image",
-        "url(:/image/resourceimg/check.png)");
     for (const char *button : {"laterBtn", "immedBtn"}) {
         add(button, "QPushButton", "font-size", "14px");
         add(button, "QPushButton", "font-weight", "400");
         add(button, "QPushButton", "line-height", "20px");
         add(button, "QPushButton", "border-radius", "4px");
     }
-    add("laterBtn", "QPushButton", "color", "rgba(32,49,82,1)");
-    add("laterBtn", "QPushButton", "background-color", "rgba(255,255,255,1)");
     add("laterBtn", "QPushButton", "border", "1pxsolidrgba(32,49,82,0.2)");
     add("laterBtn", "QPushButton:hover", "border", "1pxsolidrgba(66,133,246,1)");
     add("laterBtn", "QPushButton:pressed", "border", "1pxsolidrgba(66,133,246,1)");
-    add("laterBtn", "QPushButton:pressed", "color", "rgba(66,133,246,1)");
     add("immedBtn", "QPushButton", "color", "rgba(255,255,255,1)");
     add("immedBtn", "QPushButton", "background-color", "rgba(66,133,246,1)");
     add("updateText", "QTextEdit", "font-size", "12px");
@@ -553,21 +536,21 @@ void UpdateDialogTest::stylesItsWidgets_data()
     add("updateText", "QTextEdit", "border-radius", "2px");
 }
 
-void UpdateDialogTest::stylesItsWidgets()
+void TestUpdateDialog::stylesItsWidgets()
 {
     QFETCH(QByteArray, widget);
     QFETCH(QString, selector);
     QFETCH(QString, property);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     const QString sheet = machine.Has<QWidget>(widget.constData())->styleSheet();
     QTEST(Declared(sheet, selector, property), "value");
 }
 
-void UpdateDialogTest::drawsTheLogoAndTheWhiteWindow()
+void TestUpdateDialog::drawsTheLogoAndTheWhiteWindow()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.latestVersionInfo = QStringLiteral("line<br>").repeated(100);
     machine.Shown();
     const QImage seen = Picture(*machine.prompt);
@@ -576,15 +559,15 @@ void UpdateDialogTest::drawsTheLogoAndTheWhiteWindow()
     VERIFY_COLOUR(seen.pixelColor(477, 289), QColor(255, 255, 255));
     QVERIFY(!IsNear(seen.pixelColor(30, 44), QColor(255, 255, 255)));
     QCOMPARE(machine.Has<QLabel>("labIco")->alignment(), Qt::AlignCenter);
-    // The notes' frame, and the scroll bar's handle at the top of its white track.
+    // The frame of the notes, and the handle at the top of the white scroll bar.
     VERIFY_COLOUR(seen.pixelColor(200, 84), QColor(210, 214, 220));
     VERIFY_COLOUR(seen.pixelColor(453, 92), QColor(233, 235, 238));
     VERIFY_COLOUR(seen.pixelColor(453, 198), QColor(255, 255, 255));
 }
 
-void UpdateDialogTest::showsTheUpdateButtonInTheColoursOfItsState()
+void TestUpdateDialog::showsTheUpdateButtonInTheColoursOfItsState()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *button = machine.Has<QPushButton>("immedBtn");
     button->setText(QString());
@@ -599,9 +582,9 @@ void UpdateDialogTest::showsTheUpdateButtonInTheColoursOfItsState()
     QVERIFY(machine.prompt->isVisible());
 }
 
-void UpdateDialogTest::showsTheLaterButtonInTheColoursOfItsState()
+void TestUpdateDialog::showsTheLaterButtonInTheColoursOfItsState()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *button = machine.Has<QPushButton>("laterBtn");
     button->setText(QStringLiteral("\u2588\u2588"));
@@ -618,16 +601,16 @@ void UpdateDialogTest::showsTheLaterButtonInTheColoursOfItsState()
     QVERIFY(!Shows(pressed, QColor(32, 49, 82)));
 }
 
-void UpdateDialogTest::showsACheckBoxOf16Pixels()
+void TestUpdateDialog::showsACheckBoxOf16Pixels()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *box = machine.Has<QCheckBox>("checkRemid");
     QVERIFY(!box->isChecked());
     QVERIFY(!box->isTristate());
     const QColor white(255, 255, 255);
     const QImage empty = Picture(*box);
-    // The style draws the empty box; Windows' own leaves a margin in the 16 pixels.
+    // The style draws the empty box; that of Windows has a margin.
     const auto drawn = [&](int from, int to) {
         for (int x = from; x <= to; ++x)
             if (!IsNear(empty.pixelColor(x, 8), white))
@@ -653,9 +636,9 @@ void UpdateDialogTest::showsACheckBoxOf16Pixels()
     QVERIFY(!box->isChecked());
 }
 
-void UpdateDialogTest::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
+void TestUpdateDialog::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = QStringLiteral("en");
     const UpdateDialog prompt;
 
@@ -668,7 +651,7 @@ void UpdateDialogTest::holdsTheTextsOfItsFormUntilThereIsAnUpdate()
     QCOMPARE(Child<QPushButton>(prompt, "immedBtn")->text(), QStringLiteral("立即更新"));
 }
 
-void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate_data()
+void TestUpdateDialog::theForcedPromptOffersOnlyToUpdate_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<bool>("forced");
@@ -678,13 +661,13 @@ void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate_data()
         QTest::addRow("'%s'", mode) << QString::fromLatin1(mode) << true;
 }
 
-void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate()
+void TestUpdateDialog::theForcedPromptOffersOnlyToUpdate()
 {
     QFETCH(QString, mode);
     QFETCH(bool, forced);
 
     for (const char *language : {"en", "zh"}) {
-        const Machine machine;
+        const PromptMachine machine;
         Global::instance.language = QLatin1String(language);
         machine.Shown(mode);
         QCOMPARE(machine.Has<QPushButton>("laterBtn")->isVisible(), !forced);
@@ -693,7 +676,7 @@ void UpdateDialogTest::theForcedPromptOffersOnlyToUpdate()
     }
 }
 
-void UpdateDialogTest::noremidTakesTheCheckBoxAway_data()
+void TestUpdateDialog::noremidTakesTheCheckBoxAway_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("mode");
@@ -716,11 +699,11 @@ void UpdateDialogTest::noremidTakesTheCheckBoxAway_data()
     QTest::newRow("part of an argument") << list({"-noremid2", "x-noremid"}) << optional << true;
 }
 
-void UpdateDialogTest::noremidTakesTheCheckBoxAway()
+void TestUpdateDialog::noremidTakesTheCheckBoxAway()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, mode);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = arguments;
     machine.Shown(mode);
 
@@ -730,7 +713,7 @@ void UpdateDialogTest::noremidTakesTheCheckBoxAway()
     QCOMPARE(Global::instance.cmdLineArgs, arguments);
 }
 
-void UpdateDialogTest::immediatelyUpdatesWithoutAsking_data()
+void TestUpdateDialog::immediatelyUpdatesWithoutAsking_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::newRow("optional") << QStringLiteral("1");
@@ -738,10 +721,10 @@ void UpdateDialogTest::immediatelyUpdatesWithoutAsking_data()
     QTest::newRow("empty") << QString();
 }
 
-void UpdateDialogTest::immediatelyUpdatesWithoutAsking()
+void TestUpdateDialog::immediatelyUpdatesWithoutAsking()
 {
     QFETCH(QString, mode);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = QStringList{QStringLiteral("a"), QStringLiteral("-immediately")};
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
@@ -754,9 +737,9 @@ void UpdateDialogTest::immediatelyUpdatesWithoutAsking()
     QVERIFY(!machine.StartedClient());
 }
 
-void UpdateDialogTest::theSwitchIsCaseSensitive()
+void TestUpdateDialog::theSwitchIsCaseSensitive()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("-Immediately"));
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
@@ -766,7 +749,7 @@ void UpdateDialogTest::theSwitchIsCaseSensitive()
     QCOMPARE(getPack.count(), 0);
 }
 
-void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments_data()
+void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments_data()
 {
     QTest::addColumn<QStringList>("arguments");
 
@@ -776,10 +759,10 @@ void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments_data()
     QTest::newRow("a meeting link") << QStringList(QStringLiteral("qorb-meeting://abc"));
 }
 
-void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments()
+void TestUpdateDialog::laterStartsTheClientWithoutTheUpdatersArguments()
 {
     QFETCH(QStringList, arguments);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = arguments;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -792,20 +775,20 @@ void UpdateDialogTest::laterStartsTheClientWithoutTheUpdatersArguments()
     QVERIFY(machine.tasklist.Calls().isEmpty());
 }
 
-void UpdateDialogTest::laterLeavesTheConfigurationAloneWithoutATick()
+void TestUpdateDialog::laterLeavesTheConfigurationAloneWithoutATick()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     QVERIFY(Quits([&] { machine.Click("laterBtn"); }));
 
-    QVERIFY(!QFile::exists(UpdateConfig(machine)));
+    QVERIFY(!QFile::exists(machine.UpdateConfigFile()));
 }
 
-void UpdateDialogTest::laterWithATickSilencesTheVersion()
+void TestUpdateDialog::laterWithATickSilencesTheVersion()
 {
-    const Machine machine;
-    machine.home.WriteUpdateConfig("{\"noRemind\": 0, \"noRemindVersion\": \"\", \"other\": 7}");
+    const PromptMachine machine;
+    machine.WriteUpdateConfig("{\"noRemind\": 0, \"noRemindVersion\": \"\", \"other\": 7}");
     machine.Shown();
     QTest::mouseClick(machine.Has<QCheckBox>("checkRemid"), Qt::LeftButton, Qt::NoModifier,
                       QPoint(8, 8));
@@ -814,15 +797,16 @@ void UpdateDialogTest::laterWithATickSilencesTheVersion()
 
     QVERIFY(machine.client.WaitForCalls(1));
     QCOMPARE(machine.client.Calls(), Calls{{QStringLiteral("-autoupdate")}});
-    const QJsonObject config = QJsonDocument::fromJson(ReadFile(UpdateConfig(machine))).object();
+    const QJsonObject config =
+        QJsonDocument::fromJson(ReadFile(machine.UpdateConfigFile())).object();
     QCOMPARE(config.value(QStringLiteral("noRemind")).toInt(), 1);
     QCOMPARE(config.value(QStringLiteral("noRemindVersion")).toString(), QStringLiteral("2.1.3"));
     QCOMPARE(config.value(QStringLiteral("other")).toInt(), 7);
 }
 
-void UpdateDialogTest::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
+void TestUpdateDialog::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
 {
-    const Machine machine;
+    const PromptMachine machine;
     SpoilUpdateConfig(machine);
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("x"));
     machine.Shown();
@@ -832,22 +816,20 @@ void UpdateDialogTest::laterWithATickAndNoWayToWriteItQuitsWithoutTheClient()
 
     QVERIFY(!machine.StartedClient());
     QCOMPARE(Global::instance.cmdLineArgs, QStringList(QStringLiteral("x")));
-    QCOMPARE(machine.log.Messages().size(), 1);
-    QVERIFY(machine.log.Messages().constFirst().startsWith(
-        QStringLiteral("[DEBUG] WriteConfigToFile failed:")));
+    QCOMPARE(machine.log.Messages(), QStringList(LogLine::UpdateConfigWriteFailed(5)));
 }
 
-void UpdateDialogTest::anImpatientUserStartsTheClientOnce_data()
+void TestUpdateDialog::anImpatientUserStartsTheClientOnce_data()
 {
     QTest::addColumn<bool>("closes");
     QTest::newRow("a second click on Later") << false;
     QTest::newRow("the window closed after the click") << true;
 }
 
-void UpdateDialogTest::anImpatientUserStartsTheClientOnce()
+void TestUpdateDialog::anImpatientUserStartsTheClientOnce()
 {
     QFETCH(bool, closes);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     QVERIFY(Quits([&] {
@@ -858,12 +840,11 @@ void UpdateDialogTest::anImpatientUserStartsTheClientOnce()
     }));
 
     QVERIFY(machine.client.WaitForCalls(1));
-    const QString started =
-        QStringLiteral("[INFO] \"%1\"  starting...").arg(Global::instance.appName);
+    const QString started = LogLine::Starting(Global::instance.appName);
     QCOMPARE(machine.log.Messages().count(started), 1);
 }
 
-void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage_data()
+void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("mode");
@@ -873,10 +854,10 @@ void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage_dat
     QTest::newRow("forced, Chinese") << QStringLiteral("zh") << QStringLiteral("2");
 }
 
-void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage()
+void TestUpdateDialog::updateGivesWayToTheProgressDialogAndAsksForThePackage()
 {
     QFETCH(QString, mode);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     machine.Shown(mode);
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -900,11 +881,11 @@ void UpdateDialogTest::updateGivesWayToTheProgressDialogAndAsksForThePackage()
     QVERIFY(!machine.StartedClient());
 }
 
-void UpdateDialogTest::theProgressDialogComesBeforeThePromptGoes()
+void TestUpdateDialog::theProgressDialogComesBeforeThePromptGoes()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
-    WindowWatch watch;
+    WindowOrder watch;
     machine.prompt->installEventFilter(&watch);
     machine.Progress().installEventFilter(&watch);
 
@@ -914,9 +895,9 @@ void UpdateDialogTest::theProgressDialogComesBeforeThePromptGoes()
                                          QStringLiteral("UpdateDialog hidden")}));
 }
 
-void UpdateDialogTest::updateAsksTasklistForTheClient()
+void TestUpdateDialog::updateAsksTasklistForTheClient()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     machine.Click("immedBtn");
@@ -927,9 +908,9 @@ void UpdateDialogTest::updateAsksTasklistForTheClient()
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
 
-void UpdateDialogTest::updateStopsARunningClient()
+void TestUpdateDialog::updateStopsARunningClient()
 {
-    Machine machine;
+    PromptMachine machine;
     const QString name = Global::instance.appName;
     machine.Shown();
     machine.tasklist.SetScript(StandIn::Prints('"' + name.toLocal8Bit() + "\",\"4711\"\r\n"));
@@ -944,9 +925,9 @@ void UpdateDialogTest::updateStopsARunningClient()
     QCOMPARE(killsBeforePackage, 1);
 }
 
-void UpdateDialogTest::updateKillsNothingWhenTheNameDiffersInCase()
+void TestUpdateDialog::updateKillsNothingWhenTheNameDiffersInCase()
 {
-    Machine machine;
+    PromptMachine machine;
     machine.Shown();
     machine.tasklist.SetScript(
         StandIn::Prints('"' + Global::instance.appName.toUpper().toLocal8Bit() + "\"\r\n"));
@@ -957,9 +938,9 @@ void UpdateDialogTest::updateKillsNothingWhenTheNameDiffersInCase()
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
 
-void UpdateDialogTest::updateKillsAClientWhoseNameIsPartOfAnother()
+void TestUpdateDialog::updateKillsAClientWhoseNameIsPartOfAnother()
 {
-    Machine machine;
+    PromptMachine machine;
     machine.Shown();
     machine.tasklist.SetScript(
         StandIn::Prints("\"My" + Global::instance.appName.toLocal8Bit() + "\"\r\n"));
@@ -969,24 +950,22 @@ void UpdateDialogTest::updateKillsAClientWhoseNameIsPartOfAnother()
     QCOMPARE(machine.taskkill.Calls().size(), 1);
 }
 
-void UpdateDialogTest::updateGoesOnWithoutTasklist()
+void TestUpdateDialog::updateGoesOnWithoutTasklist()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
-    const QByteArray path = qgetenv("PATH");
-    qputenv("PATH", QFile::encodeName(machine.home.Scratch()));
+    const EnvironmentVariable path("PATH", QFile::encodeName(machine.Scratch()));
 
     machine.Click("immedBtn");
 
-    qputenv("PATH", path);
     QCOMPARE(getPack.count(), 1);
     QVERIFY(machine.taskkill.Calls().isEmpty());
 }
 
-void UpdateDialogTest::updateStopsARunningClientOfThisHost()
+void TestUpdateDialog::updateStopsARunningClientOfThisHost()
 {
-    Machine machine;
+    PromptMachine machine;
     QVERIFY(QFile::remove(machine.tasklist.Path()));
     QVERIFY(QFile::remove(machine.taskkill.Path()));
     machine.client.StartAndStay();
@@ -998,7 +977,7 @@ void UpdateDialogTest::updateStopsARunningClientOfThisHost()
     QVERIFY(machine.Progress().isVisible());
 }
 
-void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead_data()
+void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("message");
@@ -1014,10 +993,10 @@ void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead_data()
                         << QStringLiteral("[UpdateDialog|C 磁盘空间不足，更新失败!]");
 }
 
-void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead()
+void TestUpdateDialog::updateWithoutRoomShowsTheErrorInstead()
 {
     {
-        const Machine machine;
+        const PromptMachine machine;
         Global::instance.language = Language();
         Global::instance.packageSize = kMoreThanAnyDrive;
         machine.Shown();
@@ -1034,7 +1013,7 @@ void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead()
         QVERIFY(machine.Progress().isVisible());
         QVERIFY(!machine.prompt->isVisible());
     }
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     Global::instance.packageSize = kMoreThanAnyDrive;
     const MarkingTranslator translator;
@@ -1042,9 +1021,9 @@ void UpdateDialogTest::updateWithoutRoomShowsTheErrorInstead()
     QTEST(Child<QLabel>(machine.Progress(), "labInstall")->text(), "marked");
 }
 
-void UpdateDialogTest::updateWithRoomAfterAllAsksForThePackage()
+void TestUpdateDialog::updateWithRoomAfterAllAsksForThePackage()
 {
-    const Machine machine;
+    const PromptMachine machine;
     const qint64 size = Global::instance.packageSize;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
@@ -1062,9 +1041,9 @@ void UpdateDialogTest::updateWithRoomAfterAllAsksForThePackage()
     QVERIFY(machine.Progress().isVisible());
 }
 
-void UpdateDialogTest::anImpatientUserDownloadsOnce()
+void TestUpdateDialog::anImpatientUserDownloadsOnce()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
@@ -1075,17 +1054,17 @@ void UpdateDialogTest::anImpatientUserDownloadsOnce()
     QCOMPARE(machine.tasklist.Calls().size(), 1);
 }
 
-void UpdateDialogTest::closingAfterTheAnswerDoesNothing_data()
+void TestUpdateDialog::closingAfterTheAnswerDoesNothing_data()
 {
     QTest::addColumn<bool>("byEsc");
     QTest::newRow("close button") << false;
     QTest::newRow("Esc") << true;
 }
 
-void UpdateDialogTest::closingAfterTheAnswerDoesNothing()
+void TestUpdateDialog::closingAfterTheAnswerDoesNothing()
 {
     QFETCH(bool, byEsc);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
 
     QVERIFY(!Quits([&] {
@@ -1100,9 +1079,9 @@ void UpdateDialogTest::closingAfterTheAnswerDoesNothing()
     QVERIFY(machine.Progress().isVisible());
 }
 
-void UpdateDialogTest::aPromptThatIsShownAgainCanBeAnsweredAgain()
+void TestUpdateDialog::aPromptThatIsShownAgainCanBeAnsweredAgain()
 {
-    const Machine machine;
+    const PromptMachine machine;
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
 
     for (int answers = 1; answers <= 2; ++answers) {
@@ -1112,10 +1091,10 @@ void UpdateDialogTest::aPromptThatIsShownAgainCanBeAnsweredAgain()
     }
 }
 
-void UpdateDialogTest::laterAfterUpdateAndUpdateAfterLaterDoNothing()
+void TestUpdateDialog::laterAfterUpdateAndUpdateAfterLaterDoNothing()
 {
     {
-        const Machine machine;
+        const PromptMachine machine;
         machine.Shown();
         QVERIFY(!Quits([&] {
             machine.Click("immedBtn");
@@ -1125,7 +1104,7 @@ void UpdateDialogTest::laterAfterUpdateAndUpdateAfterLaterDoNothing()
         QVERIFY(!machine.StartedClient());
         QVERIFY(machine.Progress().isVisible());
     }
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     QVERIFY(Quits([&] {
@@ -1137,9 +1116,9 @@ void UpdateDialogTest::laterAfterUpdateAndUpdateAfterLaterDoNothing()
     QVERIFY(machine.client.WaitForCalls(1));
 }
 
-void UpdateDialogTest::aRetryAsksForThePackageAgain()
+void TestUpdateDialog::aRetryAsksForThePackageAgain()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     machine.Click("immedBtn");
@@ -1153,9 +1132,9 @@ void UpdateDialogTest::aRetryAsksForThePackageAgain()
     }
 }
 
-void UpdateDialogTest::updateStopsTheClientBeforeTheProgressDialogComes()
+void TestUpdateDialog::updateStopsTheClientBeforeTheProgressDialogComes()
 {
-    Machine machine;
+    PromptMachine machine;
     machine.Shown();
     machine.tasklist.SetScript(StandIn::Prints(Global::instance.appName.toLocal8Bit()));
     ShowWatch watch([&] { return machine.taskkill.Calls().size(); });
@@ -1166,7 +1145,7 @@ void UpdateDialogTest::updateStopsTheClientBeforeTheProgressDialogComes()
     QCOMPARE(watch.seen, QVector<int>({1}));
 }
 
-void UpdateDialogTest::closingDoesWhatTheServiceWants_data()
+void TestUpdateDialog::closingDoesWhatTheServiceWants_data()
 {
     QTest::addColumn<QString>("update");
     QTest::addColumn<bool>("byEsc");
@@ -1176,18 +1155,18 @@ void UpdateDialogTest::closingDoesWhatTheServiceWants_data()
         const char *how = byEsc ? "Esc" : "close button";
         QTest::addRow("%s, optional", how) << QStringLiteral("1") << byEsc << true;
         QTest::addRow("%s, forced", how) << QStringLiteral("2") << byEsc << false;
-        // Nothing more happens, but the window was the last one.
+        // Nothing else happens, but it was the last window.
         QTest::addRow("%s, another value", how) << QStringLiteral("3") << byEsc << false;
         QTest::addRow("%s, no value", how) << QString() << byEsc << false;
     }
 }
 
-void UpdateDialogTest::closingDoesWhatTheServiceWants()
+void TestUpdateDialog::closingDoesWhatTheServiceWants()
 {
     QFETCH(QString, update);
     QFETCH(bool, byEsc);
     QFETCH(bool, startsClient);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.update = update;
     Global::instance.cmdLineArgs = QStringList(QStringLiteral("x"));
     machine.Shown(update);
@@ -1211,23 +1190,24 @@ void UpdateDialogTest::closingDoesWhatTheServiceWants()
     }
 }
 
-void UpdateDialogTest::closingKeepsTheNeverPromptChoice()
+void TestUpdateDialog::closingKeepsTheNeverPromptChoice()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     machine.Has<QCheckBox>("checkRemid")->setChecked(true);
 
     QVERIFY(Quits([&] { machine.prompt->close(); }));
 
     QVERIFY(machine.StartedClient());
-    const QJsonObject config = QJsonDocument::fromJson(ReadFile(UpdateConfig(machine))).object();
+    const QJsonObject config =
+        QJsonDocument::fromJson(ReadFile(machine.UpdateConfigFile())).object();
     QCOMPARE(config.value(QStringLiteral("noRemindVersion")).toString(), QStringLiteral("2.1.3"));
     QVERIFY(machine.client.WaitForCalls(1));
 }
 
-void UpdateDialogTest::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClient()
+void TestUpdateDialog::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClient()
 {
-    const Machine machine;
+    const PromptMachine machine;
     SpoilUpdateConfig(machine);
     machine.Shown();
     machine.Has<QCheckBox>("checkRemid")->setChecked(true);
@@ -1237,9 +1217,9 @@ void UpdateDialogTest::closingWithAChoiceThatCannotBeWrittenQuitsWithoutTheClien
     QVERIFY(!machine.StartedClient());
 }
 
-void UpdateDialogTest::closingAnythingElseDoesNothingOfItsOwn()
+void TestUpdateDialog::closingAnythingElseDoesNothingOfItsOwn()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.update = QStringLiteral("3");
     machine.Shown(QStringLiteral("3"));
     QApplication::setQuitOnLastWindowClosed(false);
@@ -1252,7 +1232,7 @@ void UpdateDialogTest::closingAnythingElseDoesNothingOfItsOwn()
     QCOMPARE(machine.log.Messages(), QStringList());
 }
 
-void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
+void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
 {
     QTest::addColumn<QByteArray>("focus");
     QTest::addColumn<QString>("mode");
@@ -1270,18 +1250,18 @@ void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst_data()
     QTest::newRow("on the box") << QByteArray("checkRemid") << optional << enterOnLetters << later;
     QTest::newRow("on Later") << later << optional << enter << later;
     QTest::newRow("on Update") << update << optional << enter << update;
-    // The first button is there, hidden.
+    // The first button is hidden.
     QTest::newRow("at once, forced") << QByteArray() << forced << enter << QByteArray();
     QTest::newRow("on Update, forced") << update << forced << enterOnLetters << update;
 }
 
-void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst()
+void TestUpdateDialog::enterPressesTheButtonWithTheFocusOrElseTheFirst()
 {
     QFETCH(QByteArray, focus);
     QFETCH(QString, mode);
     QFETCH(int, key);
     QFETCH(QByteArray, pressed);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown(mode);
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     if (!focus.isEmpty())
@@ -1296,14 +1276,14 @@ void UpdateDialogTest::enterPressesTheButtonWithTheFocusOrElseTheFirst()
         QVERIFY(machine.client.WaitForCalls(1));
 }
 
-void UpdateDialogTest::spacePressesWhatHasTheFocus()
+void TestUpdateDialog::spacePressesWhatHasTheFocus()
 {
-    const auto pressSpaceOn = [](const Machine &machine, const char *name) {
+    const auto pressSpaceOn = [](const PromptMachine &machine, const char *name) {
         machine.Has<QWidget>(name)->setFocus();
         QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Space);
     };
     {
-        const Machine machine;
+        const PromptMachine machine;
         machine.Shown();
         const auto *box = machine.Has<QCheckBox>("checkRemid");
         pressSpaceOn(machine, "checkRemid");
@@ -1313,14 +1293,14 @@ void UpdateDialogTest::spacePressesWhatHasTheFocus()
         QVERIFY(Quits([&] { pressSpaceOn(machine, "laterBtn"); }));
         QVERIFY(machine.client.WaitForCalls(1));
     }
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QSignalSpy getPack(machine.prompt.get(), &UpdateDialog::getPack);
     pressSpaceOn(machine, "immedBtn");
     QCOMPARE(getPack.count(), 1);
 }
 
-void UpdateDialogTest::tabVisitsTheControlsInReadingOrder_data()
+void TestUpdateDialog::tabVisitsTheControlsInReadingOrder_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QStringList>("arguments");
@@ -1337,11 +1317,11 @@ void UpdateDialogTest::tabVisitsTheControlsInReadingOrder_data()
     QTest::newRow("forced") << QStringLiteral("2") << QStringList() << QStringList{notes, update};
 }
 
-void UpdateDialogTest::tabVisitsTheControlsInReadingOrder()
+void TestUpdateDialog::tabVisitsTheControlsInReadingOrder()
 {
     QFETCH(QString, mode);
     QFETCH(QStringList, arguments);
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.cmdLineArgs = arguments;
     machine.Shown(mode);
     machine.Has<QWidget>("updateText")->setFocus();
@@ -1352,17 +1332,17 @@ void UpdateDialogTest::tabVisitsTheControlsInReadingOrder()
     QCOMPARE(machine.prompt->focusWidget(), machine.Has<QWidget>("immedBtn"));
 }
 
-void UpdateDialogTest::theFocusIsFramedForTheKeyboard_data()
+void TestUpdateDialog::theFocusIsFramedForTheKeyboard_data()
 {
     QTest::addColumn<QByteArray>("name");
     for (const char *name : {"updateText", "checkRemid", "laterBtn", "immedBtn"})
         QTest::newRow(name) << QByteArray(name);
 }
 
-void UpdateDialogTest::theFocusIsFramedForTheKeyboard()
+void TestUpdateDialog::theFocusIsFramedForTheKeyboard()
 {
     QFETCH(QByteArray, name);
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     auto *widget = machine.Has<QWidget>(name.constData());
     machine.Has<QWidget>(name == "updateText" ? "laterBtn" : "updateText")->setFocus();
@@ -1371,23 +1351,23 @@ void UpdateDialogTest::theFocusIsFramedForTheKeyboard()
     while (machine.prompt->focusWidget() != widget)
         QTest::keyClick(machine.prompt->focusWidget(), Qt::Key_Tab);
 
-    // Around the widget something is drawn, and what it shows itself stays as it was.
+    // A frame is drawn around the widget, whose content does not change.
     const QRect place = PlaceIn(*machine.prompt, *widget);
     const QImage after = Picture(*machine.prompt);
-    // The empty box is the style's own affair.
+    // The style decides how to draw the empty box.
     const QRect own = name == "checkRemid" ? place.adjusted(16, 0, 0, 0) : place;
     QCOMPARE(after.copy(own), before.copy(own));
     const QRect around = place.marginsAdded(QMargins(3, 3, 3, 3));
     QVERIFY(after.copy(around) != before.copy(around));
 
-    // It goes with the focus.
+    // The frame disappears with the focus.
     machine.Has<QWidget>(name == "laterBtn" ? "immedBtn" : "laterBtn")->setFocus();
     QCOMPARE(Picture(*machine.prompt).copy(around), before.copy(around));
 }
 
-void UpdateDialogTest::theFocusIsNotFramedForTheMouse()
+void TestUpdateDialog::theFocusIsNotFramedForTheMouse()
 {
-    const Machine machine;
+    const PromptMachine machine;
     machine.Shown();
     const QImage before = Picture(*machine.prompt);
 
@@ -1399,9 +1379,9 @@ void UpdateDialogTest::theFocusIsNotFramedForTheMouse()
     QCOMPARE(Picture(*machine.prompt), before);
 }
 
-void UpdateDialogTest::theKeyboardScrollsTheReleaseNotes()
+void TestUpdateDialog::theKeyboardScrollsTheReleaseNotes()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.latestVersionInfo = QStringLiteral("line<br>").repeated(100);
     machine.Shown();
     auto *notes = machine.Has<QTextEdit>("updateText");
@@ -1415,7 +1395,7 @@ void UpdateDialogTest::theKeyboardScrollsTheReleaseNotes()
     QVERIFY(machine.prompt->isVisible());
 }
 
-void UpdateDialogTest::hasItsSignalAndSlotsInOrder()
+void TestUpdateDialog::hasItsSignalAndSlotsInOrder()
 {
     QCOMPARE(OwnMethods(UpdateDialog::staticMetaObject),
              QStringList({QStringLiteral("signal getPack()"), QStringLiteral("slot LaterUpdate()"),
@@ -1423,14 +1403,14 @@ void UpdateDialogTest::hasItsSignalAndSlotsInOrder()
                           QStringLiteral("slot updateMode(QString)")}));
 }
 
-void UpdateDialogTest::tellsScreenReadersItsTexts_data()
+void TestUpdateDialog::tellsScreenReadersItsTexts_data()
 {
     AddLanguages();
 }
 
-void UpdateDialogTest::tellsScreenReadersItsTexts()
+void TestUpdateDialog::tellsScreenReadersItsTexts()
 {
-    const Machine machine;
+    const PromptMachine machine;
     Global::instance.language = Language();
     machine.Shown();
 
@@ -1449,15 +1429,15 @@ void UpdateDialogTest::tellsScreenReadersItsTexts()
     QVERIFY(!name("labIco").isEmpty());
 }
 
-void UpdateDialogTest::logsNothing_data()
+void TestUpdateDialog::logsNothing_data()
 {
     AddLanguages();
 }
 
-void UpdateDialogTest::logsNothing()
+void TestUpdateDialog::logsNothing()
 {
     for (const char *mode : {"1", "2"}) {
-        const Machine machine;
+        const PromptMachine machine;
         Global::instance.language = Language();
         machine.Shown(QLatin1String(mode));
         QVERIFY(!Picture(*machine.prompt).isNull());
@@ -1470,5 +1450,5 @@ void UpdateDialogTest::logsNothing()
     }
 }
 
-QTEST_MAIN(UpdateDialogTest)
+QTEST_MAIN(TestUpdateDialog)
 #include "tst_updatedialog.moc"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ui/versionline.h"
 
 #include "tests/support/testhome.h"
@@ -6,7 +7,7 @@
 
 #include <QTest>
 
-class VersionLineTest : public QObject
+class TestVersionLine : public QObject
 {
     Q_OBJECT
 
@@ -28,7 +29,7 @@ const QString kSize = QStringLiteral("  Update Package %1M");
 
 } // namespace
 
-void VersionLineTest::isInTheLanguageShown_data()
+void TestVersionLine::isInTheLanguageShown_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("line");
@@ -42,7 +43,7 @@ void VersionLineTest::isInTheLanguageShown_data()
     QTest::newRow("none") << QString() << chinese;
 }
 
-void VersionLineTest::isInTheLanguageShown()
+void TestVersionLine::isInTheLanguageShown()
 {
     QFETCH(QString, language);
     const TestHome home;
@@ -53,7 +54,7 @@ void VersionLineTest::isInTheLanguageShown()
     QTEST(VersionLine(kSize), "line");
 }
 
-void VersionLineTest::givesTheSizeWithTwoDecimals_data()
+void TestVersionLine::givesTheSizeWithTwoDecimals_data()
 {
     QTest::addColumn<qint64>("bytes");
     QTest::addColumn<QString>("size");
@@ -69,7 +70,7 @@ void VersionLineTest::givesTheSizeWithTwoDecimals_data()
     QTest::newRow("6 GiB") << qint64(6442450944) << QStringLiteral("6144.00M");
 }
 
-void VersionLineTest::givesTheSizeWithTwoDecimals()
+void TestVersionLine::givesTheSizeWithTwoDecimals()
 {
     QFETCH(qint64, bytes);
     QFETCH(QString, size);
@@ -81,7 +82,7 @@ void VersionLineTest::givesTheSizeWithTwoDecimals()
     QCOMPARE(VersionLine(kSize), QStringLiteral("Version V9  Update Package ") + size);
 }
 
-void VersionLineTest::takesAPlaceholderInTheVersionAsText()
+void TestVersionLine::takesAPlaceholderInTheVersionAsText()
 {
     const TestHome home;
     Global::instance.latestVersion = QStringLiteral("%1<b>%2");
@@ -90,7 +91,7 @@ void VersionLineTest::takesAPlaceholderInTheVersionAsText()
              QStringLiteral("版本号V%1<b>%2  更新包 0.00M"));
 }
 
-void VersionLineTest::keepsAnEmptyVersion()
+void TestVersionLine::keepsAnEmptyVersion()
 {
     const TestHome home;
     Global::instance.language = QStringLiteral("en");
@@ -98,7 +99,7 @@ void VersionLineTest::keepsAnEmptyVersion()
     QCOMPARE(VersionLine(kSize), QStringLiteral("Version V  Update Package 0.00M"));
 }
 
-void VersionLineTest::cutsAnEndlessVersion_data()
+void TestVersionLine::cutsAnEndlessVersion_data()
 {
     QTest::addColumn<QString>("version");
     QTest::addColumn<QString>("shown");
@@ -116,7 +117,7 @@ void VersionLineTest::cutsAnEndlessVersion_data()
         << almost.left(126) + emoji + QLatin1Char('2') << almost.left(126) + emoji + ellipsis;
 }
 
-void VersionLineTest::cutsAnEndlessVersion()
+void TestVersionLine::cutsAnEndlessVersion()
 {
     QFETCH(QString, version);
     QFETCH(QString, shown);
@@ -128,5 +129,5 @@ void VersionLineTest::cutsAnEndlessVersion()
     QCOMPARE(Global::instance.latestVersion, version);
 }
 
-QTEST_GUILESS_MAIN(VersionLineTest)
+QTEST_GUILESS_MAIN(TestVersionLine)
 #include "tst_versionline.moc"
