@@ -34,3 +34,12 @@ target_link_options(compiler_settings INTERFACE
     # reports their sizes as that version did.
     -Wl,--major-os-version,6,--minor-os-version,1
     -Wl,--major-subsystem-version,6,--minor-subsystem-version,1)
+
+# A static Qt gives each target that uses it, libraries too, a source file per plugin. Only programs need plugins, and
+# they name theirs.
+if(QT_WINDOWS_DIR)
+    foreach(kind platforms styles imageformats)
+        define_property(TARGET PROPERTY QT_PLUGINS_${kind} INITIALIZE_FROM_VARIABLE DEFAULT_QT_PLUGINS_${kind})
+        set(DEFAULT_QT_PLUGINS_${kind} -)
+    endforeach()
+endif()

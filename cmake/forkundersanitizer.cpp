@@ -12,7 +12,6 @@
 #include <sched.h>
 
 // Of the sanitizer's library; the compiler comes without the header.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void *,
                                                                   std::size_t),
                                                          void (*)(const volatile void *));

@@ -122,7 +122,7 @@ void Decline(UpdateDialog &prompt, const Input &input)
 } // namespace
 
 // The linker replaces Global::LaunchClient(), which waits for half a second and starts a program,
-// with this function. NOLINTNEXTLINE(bugprone-reserved-identifier)
+// with this function.
 extern "C" int __wrap__ZN6Global12LaunchClientEv(Global *);
 extern "C" int __wrap__ZN6Global12LaunchClientEv(Global *)
 {

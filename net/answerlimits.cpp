@@ -10,7 +10,7 @@
 namespace
 {
 
-constexpr qint64 kMaxLoggedCharacters = 16LL * 1024 * 1024;
+constexpr qint64 kMaxLoggedCharacters = 12LL * 1024 * 1024;
 constexpr int kMaxJsonValues = 100000;
 constexpr int kPieceBytes = 64 * 1024;
 

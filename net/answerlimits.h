@@ -25,7 +25,7 @@ constexpr qint64 MaxBytes = 8LL * 1024 * 1024;
 void LimitBuffer(QNetworkReply *answer);
 
 /**
- * False when @p body would have more than 16 Mi characters in the log or contains more than 100,000
+ * False when @p body would have more than 12 Mi characters in the log or contains more than 100,000
  * JSON values. No real service sends that much. Needs almost no memory.
  */
 bool CanBeTaken(const QByteArray &body);

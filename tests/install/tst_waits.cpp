@@ -30,7 +30,7 @@ std::unique_ptr<StandIn> g_client;
 
 } // namespace
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
+// The linker's names.
 extern "C" void __wrap__ZN8Platform5PauseEm(unsigned long milliseconds);
 extern "C" bool __real__ZN8QProcess15waitForFinishedEi(QProcess *process, int limitMs);
 extern "C" bool __wrap__ZN8QProcess15waitForFinishedEi(QProcess *process, int limitMs);
@@ -46,7 +46,6 @@ extern "C" bool __wrap__ZN8QProcess15waitForFinishedEi(QProcess *process, int li
     g_limits.append(limitMs);
     return __real__ZN8QProcess15waitForFinishedEi(process, limitMs);
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 class TestWaits : public QObject
 {
