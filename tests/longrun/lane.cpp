@@ -111,9 +111,13 @@ Lane::Lane(int number)
 }
 
 /// Gives the system's libraries folders of their own, because they would create them in the home
-/// folder, which is searched for remains.
+/// folder, which is searched for remains; and the updater one for temporary files, which the server
+/// of this lane does not use.
 void Lane::MakeFolders()
 {
+    const QString temporary = m_run.Scratch() + QStringLiteral("/tmp");
+    QDir().mkpath(temporary);
+    qputenv("TMPDIR", QFile::encodeName(temporary));
     const QString runtime = m_run.Scratch() + QStringLiteral("/runtime");
     QDir().mkpath(runtime);
     QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -440,11 +444,9 @@ void Lane::JudgeFiles()
     for (const QString &file : qAsConst(m_downloaded))
         home += m_run.PackagePath(file).mid(m_run.Home().size() + 1);
 
-    const QMap<QString, QStringList> folders{
-        {m_run.ClientFolder(), client},
-        {m_run.Home(), home},
-        // From the search for a free guard.
-        {QFile::decodeName(qgetenv("TMPDIR")), {QStringLiteral("taken")}}};
+    const QMap<QString, QStringList> folders{{m_run.ClientFolder(), client},
+                                             {m_run.Home(), home},
+                                             {QFile::decodeName(qgetenv("TMPDIR")), {}}};
     for (auto folder = folders.begin(); folder != folders.end(); ++folder) {
         const QStringList there = Remains::Listing(folder.key());
         const QStringList expected = Remains::ListingOf(folder.value());

@@ -25,16 +25,6 @@ RELEASE_FOR_THIS_ADDRESS = "2.1.35"
 RELEASE_FOR_OTHERS = "2.1.30"
 
 
-def end(updater: subprocess.Popen) -> None:
-    """Kills the program and removes the single-instance guard that it leaves."""
-    updater.kill()
-    updater.wait()
-    for line in Path("/proc/sysvipc/shm").read_text(encoding="ascii").splitlines()[1:]:
-        segment, creator = line.split()[1], line.split()[4]
-        if creator == str(updater.pid):
-            subprocess.run(["ipcrm", "-m", segment], check=False)
-
-
 class UpdaterAndService(unittest.TestCase):
     """Each test has its own home, client and service."""
 
@@ -76,7 +66,8 @@ class UpdaterAndService(unittest.TestCase):
             "LC_ALL": "C.UTF-8",
         }
         updater = subprocess.Popen([folder / Path(UPDATER).name], env=environment)
-        self.addCleanup(end, updater)
+        self.addCleanup(updater.wait)
+        self.addCleanup(updater.kill)
         return updater
 
     def logged(self, text: str) -> bool:

@@ -20,25 +20,9 @@ QString ProgramName()
 }
 
 /**
- * Chooses a folder for temporary files in which the single-instance guard is free. A killed run
- * leaves its guard behind. The guard's key is derived from the inode number of its key file, which
- * the file system reuses, so another test could find the guard taken although nobody holds it.
+ * Removes the guard of a run that was killed or that ended without its worker. The file system
+ * reuses the inode number of the guard's key file, so the next run could get the same key.
  */
-void ChooseGuard(const TestHome &home)
-{
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const QString folder = home.Scratch() + QStringLiteral("/tmp-%1").arg(attempt);
-        // Takes the inode number that the last attempt's key file freed.
-        WriteFile(folder + QStringLiteral("/taken"), "");
-        qputenv("TMPDIR", QFile::encodeName(folder));
-        QSharedMemory probe(QStringLiteral("ZellAutoUpdate"));
-        if (probe.create(1))
-            return;
-    }
-    qFatal("no free guard");
-}
-
-/// Removes the guard of a run that was killed or that ended without its worker.
 void DropGuard()
 {
     QSharedMemory left(QStringLiteral("ZellAutoUpdate"));
@@ -53,7 +37,6 @@ UpdaterRun::UpdaterRun()
     if (!program.copy(ProgramPath()))
         qFatal("cannot copy the program to %s: %s", qPrintable(ProgramPath()),
                qPrintable(program.errorString()));
-    ChooseGuard(*this);
     SetLanguage("en");
 }
 
