@@ -469,6 +469,9 @@ class Server:
             exchange.check()
             await response.write(piece)
             await exchange.request.writer.drain()
+            # Without this, a TLS connection that the client resets takes everything at once, and
+            # the event loop never comes to end it.
+            await asyncio.sleep(0)
 
     async def end(
         self, exchange: Exchange, request: web.Request, response: ScriptedResponse
